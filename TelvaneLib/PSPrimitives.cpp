@@ -1,0 +1,15 @@
+// These records are nothing but their lists of fields, which stand in the header.
+
+#include <Telvane/PSPrimitives.h>
+
+namespace Telvane
+{
+
+TELVANE_DEFINE_RECORD(ValueType)
+TELVANE_DEFINE_RECORD(FlagType)
+TELVANE_DEFINE_RECORD(ValueLabelType)
+TELVANE_DEFINE_RECORD(FlagLabelType)
+TELVANE_DEFINE_RECORD(ProgramType)
+TELVANE_DEFINE_RECORD(PSFunctionRequest)
+
+} // namespace Telvane

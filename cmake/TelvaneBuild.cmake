@@ -1,0 +1,20 @@
+# One interface target carries how everything of ours is compiled: the language, the warnings (all of
+# them errors) and the sanitizers of the chosen preset.
+set(CMAKE_CXX_STANDARD 17)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
+if(NOT CMAKE_BUILD_TYPE)
+  set(CMAKE_BUILD_TYPE Release)
+endif()
+
+add_library(TelvaneBuildFlags INTERFACE)
+target_compile_options(TelvaneBuildFlags INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror)
+if(TELVANE_SANITIZE)
+  target_compile_options(TelvaneBuildFlags INTERFACE
+    -fsanitize=${TELVANE_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(TelvaneBuildFlags INTERFACE -fsanitize=${TELVANE_SANITIZE})
+endif()

@@ -1,0 +1,38 @@
+# Everything we call comes from the distribution. A missing piece stops the configuration with the name
+# of the Debian package that holds it.
+find_package(Threads REQUIRED)
+find_package(PkgConfig QUIET)
+if(NOT PKG_CONFIG_FOUND)
+  message(FATAL_ERROR "pkg-config was not found: install the Debian package pkg-config")
+endif()
+
+# telvane_pkg_config(<target> <pkg-config module> <Debian package>): an imported target for a library
+# that is known to pkg-config.
+function(telvane_pkg_config target module package)
+  pkg_check_modules(${target} QUIET IMPORTED_TARGET GLOBAL ${module})
+  if(NOT ${target}_FOUND)
+    message(FATAL_ERROR "${module} was not found: install the Debian package ${package}")
+  endif()
+  add_library(Dependency::${target} ALIAS PkgConfig::${target})
+endfunction()
+
+# telvane_cmake_package(<package name> <Debian package>): the same for one that ships a CMake package.
+macro(telvane_cmake_package name package)
+  find_package(${name} QUIET)
+  if(NOT ${name}_FOUND)
+    message(FATAL_ERROR "${name} was not found: install the Debian package ${package}")
+  endif()
+endmacro()
+
+telvane_pkg_config(cJSON libcjson libcjson-dev)
+telvane_pkg_config(uuid uuid uuid-dev)
+if(TELVANE_BUILD_TOOL)
+  telvane_cmake_package(CLI11 libcli11-dev)
+endif()
+if(TELVANE_BUILD_TESTS)
+  telvane_cmake_package(GTest libgtest-dev)
+  include(GoogleTest)
+endif()
+if(TELVANE_BUILD_BENCHMARKS)
+  telvane_cmake_package(benchmark libbenchmark-dev)
+endif()

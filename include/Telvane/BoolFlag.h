@@ -1,0 +1,21 @@
+/// \file
+/// A two-state flag for arrays of flags.
+#pragma once
+
+namespace Telvane
+{
+
+/// One byte that is either 0 (false) or 1 (true). It is written and read as a JSON `true` or `false`, just
+/// as `bool` is, but is a type of its own so that arrays of flags stay apart from arrays of plain booleans.
+struct BoolFlag
+{
+    unsigned char state = 0; ///< 0 or 1
+
+    BoolFlag() = default;
+    BoolFlag(bool on) : state(on ? 1 : 0) {} // implicit: a flag stands wherever a bool is meant
+    operator bool() const { return state != 0; }
+};
+
+static_assert(sizeof(BoolFlag) == 1, "a flag is one byte");
+
+} // namespace Telvane

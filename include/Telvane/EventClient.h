@@ -1,0 +1,136 @@
+/// \file
+/// A process's connection to the event bus.
+#pragma once
+
+#include <Telvane/Export.h>
+#include <Telvane/TelvaneDataTypeBase.h>
+
+#include <cjson/cJSON.h>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace Telvane
+{
+
+/// Connects to an EventServer, publishes records on channels and receives them through callbacks.
+///
+/// A channel that is subscribed to is named by ASCII letters and underscores only. Callbacks run on the
+/// client's one receiver thread with the closure-table lock held: a callback may Publish(), but must not
+/// Subscribe(), Unsubscribe() or Request() on the same client, whose answers only that thread could read.
+///
+/// Results are 0, negated POSIX error numbers, or a positive count where told. All operations may be called
+/// from several threads, except that Connect(), Disconnect() and destruction belong to one thread at a time.
+class TELVANE_EXPORT EventClient
+{
+public:
+    /// What is called with a received record.
+    /// \param client   the EventClient
+    /// \param record   lives only for the call: copy() what is kept
+    /// \param sequence the relay's sequence number, 0 to 65535; 0 when it had none
+    /// \param user     the pointer given to Subscribe()
+    using Callback = std::function<void(void* client, TelvaneDataTypeBase* record, int sequence, void* user)>;
+
+    EventClient();
+    /// Disconnects.
+    virtual ~EventClient();
+    EventClient(const EventClient&) = delete;
+    EventClient& operator=(const EventClient&) = delete;
+
+    /// Connects to the server at \p path and starts the receiver thread.
+    /// \param path at most 107 characters; a longer one ends the process
+    /// \return 0; `-EADDRINUSE` when already connected; -1 when nobody serves the path
+    int Connect(const std::string& path);
+
+    /// Closes the connection, ends the receiver thread and forgets all subscriptions.
+    /// \return 0; `-ENOTCONN`; `-EALREADY` when the socket could not be shut down; `-ETIMEDOUT` when the
+    ///         receiver thread did not end within 10 seconds (a callback that does not return)
+    int Disconnect();
+
+    /// \return true between Connect() and Disconnect(), even when the server has gone away in the meantime
+    bool IsConnected();
+
+    /// Sends \p record to every subscriber of \p channel. Blocks while the server is busy, and for good when
+    /// the server has gone away, until Disconnect() is called.
+    /// \return 0; `-ENOTCONN`; what Package() returned if negative; the count sent when the message was cut
+    int Publish(const std::string& channel, TelvaneDataTypeBase& record);
+
+    /// Subscribes to \p channel, in place of any earlier subscription to it. Waits up to 1 second.
+    /// \param callback  called on the receiver thread for each record
+    /// \param prototype its class decides what payloads are read into; only used during the call
+    /// \param user      handed to the callback
+    /// \return 0; `-ENOTCONN`; -1 when the server refused the channel's name; `-ETIMEDOUT`
+    int Subscribe(const std::string& channel, Callback callback, const TelvaneDataTypeBase& prototype,
+                  void* user);
+
+    /// Ends a subscription. Waits up to 1 second.
+    /// \return 0; `-ENOTCONN`; `-EINVAL` when not subscribed; -1 when the server refused; `-ETIMEDOUT`
+    int Unsubscribe(const std::string& channel);
+
+    /// Asks on "req_" + \p channel and waits one second for the next record on \p channel.
+    /// \param[out] record  filled with the answer; its class decides what the answer is read into
+    /// \param      timeout not consulted; EventClientSynchronizer::Request() has one that is
+    /// \return 0; `-ENOTCONN`; `-ETIMEDOUT` when there was no answer
+    int Request(const std::string& channel, TelvaneDataTypeBase& record, int timeout);
+
+    /// Sends one message, retrying for as long as nothing goes out and the client stays connected.
+    /// \param length clamped to 0 to 16384
+    /// \return 0; the count sent when that was short; `-ENOTCONN` when the client was disconnected meanwhile
+    int writeDataToSocket(char* data, int length);
+
+    /// \name Meta exchanges
+    /// The exchanges behind Subscribe() and Unsubscribe().
+    /// \return 0; -1 refused; `-ETIMEDOUT`; a short count
+    /// @{
+    int subscribeToServer(const std::string& channel);
+    int unsubscribeFromServer(const std::string& channel);
+    static void subscribeResponseHandler(EventClient* client, cJSON* message);
+    static void unsubscribeResponseHandler(EventClient* client, cJSON* message);
+    /// @}
+
+    /// Entry of the receiver thread; not for callers.
+    static void* rx_handler(void* client);
+
+    /// What the receiver thread calls for messages of one header.
+    class CallbackClosure
+    {
+    public:
+        virtual ~CallbackClosure();
+        /// \return 0, or the negative result of reading the payload
+        virtual int ExecuteCallback(EventClient* client, cJSON* message) = 0;
+    };
+
+    /// The client's own handling of a meta response.
+    class InternalOperationClosure : public CallbackClosure
+    {
+    public:
+        using Operation = void (*)(EventClient* client, cJSON* message);
+        explicit InternalOperationClosure(Operation operation);
+        int ExecuteCallback(EventClient* client, cJSON* message) override;
+
+    private:
+        Operation m_operation;
+    };
+
+    /// A subscription: builds the record and calls the application.
+    class SubscriptionCallbackClosure : public CallbackClosure
+    {
+    public:
+        /// \param prototype owned by the closure from here on
+        SubscriptionCallbackClosure(TelvaneDataTypeBase* prototype, void* user, Callback callback);
+        int ExecuteCallback(EventClient* client, cJSON* message) override;
+
+    private:
+        std::unique_ptr<TelvaneDataTypeBase> m_prototype;
+        void* m_user;
+        Callback m_callback;
+    };
+
+private:
+    struct State;
+    std::unique_ptr<State> m_state;
+};
+
+} // namespace Telvane

@@ -1,0 +1,106 @@
+/// \file
+/// The hub of the event bus.
+#pragma once
+
+#include <Telvane/Export.h>
+
+#include <cjson/cJSON.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace Telvane
+{
+
+/// Signature of channel handlers and hooks.
+/// \param server   the EventServer
+/// \param client   descriptor of the client's socket
+/// \param header   the message's header (its channel), or empty
+/// \param sequence the sequence number drawn for the message, or -1
+/// \param payload  the message's payload, not to be kept beyond the call, or null
+/// \param user     the pointer given when the hook was installed
+/// \return ignored by the server
+using EventHandler = int (*)(void* server, int client, const std::string& header, int sequence,
+                             cJSON* payload, void* user);
+
+/// Accepts clients on a Unix-domain SOCK_SEQPACKET socket and relays what they publish.
+///
+/// Each publication on a channel goes to every client that has subscribed to it, the publisher included
+/// when it has. Delivery is at most once: the server never waits for a slow subscriber, which then misses
+/// the message. The server runs one listening thread and one receiver thread per client.
+///
+/// Results are 0 or negated POSIX error numbers unless told otherwise; nothing is thrown.
+///
+/// Threading: Start() and Stop() belong to one thread at a time and must not be called from a hook. Hooks
+/// are to be installed before Start(). Everything under "Additions" may be called from any thread unless it
+/// says otherwise.
+class TELVANE_EXPORT EventServer
+{
+public:
+    EventServer();
+    /// Does not stop a running server: call Stop() first.
+    virtual ~EventServer();
+    EventServer(const EventServer&) = delete;
+    EventServer& operator=(const EventServer&) = delete;
+
+    /// Binds \p path and begins to accept clients. A socket file that nobody serves any more is replaced.
+    /// \param path at most 107 characters; a longer one ends the process
+    /// \return 0; -1 when already started, or when a socket cannot be had or bound; `-EADDRINUSE` when a live
+    ///         server answers on \p path; a positive error number when no thread could be created
+    int Start(const std::string& path);
+
+    /// Disconnects every client, ends all threads and removes the socket file. Subscribable channels and the
+    /// sequence counter are kept for the next Start().
+    /// \return 0; `-ENOTCONN` when not started; `-EALREADY` when the socket could not be shut down;
+    ///         `-ETIMEDOUT` when a thread did not end within 10 seconds
+    int Stop();
+
+    /// \return true between a successful Start() and Stop()
+    bool IsStarted();
+
+    /// \name Hooks
+    /// - connect: on the listener thread, with the connections lock held, when a client's thread runs
+    /// - disconnect: on the client's receiver thread, no lock held, when its descriptor has been closed
+    /// - subscribe, unsubscribe: on the client's receiver thread, with the handler lock held, when the
+    /// response
+    ///   to the request was sent, whether it was accepted or refused
+    ///
+    /// Installing returns 0, or `-EINVAL` for a null function; uninstalling 0, or `-EALREADY` when there was
+    /// none.
+    /// @{
+    int install_OnSubscribe(EventHandler fn, void* user);
+    int install_OnUnsubscribe(EventHandler fn, void* user);
+    int install_OnConnect(EventHandler fn, void* user);
+    int install_OnDisconnect(EventHandler fn, void* user);
+    int uninstall_OnSubscribe();
+    int uninstall_OnUnsubscribe();
+    int uninstall_OnConnect();
+    int uninstall_OnDisconnect();
+    /// @}
+
+    /// Sends one message to a client without ever blocking.
+    /// \param length clamped to 0 to 16384
+    /// \return 0; the count sent when that was short; a negated error number (`-EAGAIN` when the client's
+    ///         buffer is full)
+    int writeDataToSocket(int fd, char* data, int length);
+
+    /// \name Thread entries and handlers
+    /// Not for callers.
+    /// @{
+    static void* connectionListener(void* server);
+    static void* rx_handler(void* server);
+    static int meta_subscribeHandler(void* server, int fd, const std::string& header, int sequence,
+                                     cJSON* payload, void* user);
+    static int meta_unsubscribeHandler(void* server, int fd, const std::string& header, int sequence,
+                                       cJSON* payload, void* user);
+    static int subscriptionHandler(void* server, int fd, const std::string& channel, int sequence,
+                                   cJSON* payload, void* user);
+    /// @}
+
+private:
+    struct State;
+    std::unique_ptr<State> m_state;
+};
+
+} // namespace Telvane

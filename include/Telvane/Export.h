@@ -1,0 +1,7 @@
+/// \file
+/// What the library exports: it is built with hidden visibility, and only declarations that carry this
+/// mark can be seen from outside. The mark stands for applications too, so that their run-time type tests
+/// agree with the library's however they themselves are built.
+#pragma once
+
+#define TELVANE_EXPORT __attribute__((visibility("default")))

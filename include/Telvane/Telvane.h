@@ -1,0 +1,15 @@
+/// \file
+/// The whole library: this header is enough for any application.
+#pragma once
+
+#include <Telvane/BoolFlag.h>
+#include <Telvane/DateTime.h>
+#include <Telvane/EventClient.h>
+#include <Telvane/EventClientSynchronizer.h>
+#include <Telvane/EventServer.h>
+#include <Telvane/PSPrimitives.h>
+#include <Telvane/RecordCatalogue.h>
+#include <Telvane/RecordTable.h>
+#include <Telvane/RequestType.h>
+#include <Telvane/TelvaneDataTypeBase.h>
+#include <Telvane/WeldRecords.h>
