@@ -15,6 +15,15 @@
 namespace Telvane
 {
 
+/// What a client has counted since its construction.
+struct EventClientStatistics
+{
+    std::uint64_t received = 0;       ///< packets received from the server
+    std::uint64_t notJson = 0;        ///< dropped: not JSON (a message too large arrives so, too)
+    std::uint64_t withoutClosure = 0; ///< dropped: a channel without a subscription
+    std::uint64_t undecodable = 0;    ///< dropped: no payload, or one that the record could not read
+};
+
 /// Connects to an EventServer, publishes records on channels and receives them through callbacks.
 ///
 /// A channel that is subscribed to is named by ASCII letters and underscores only. Callbacks run on the
@@ -88,6 +97,22 @@ public:
     int unsubscribeFromServer(const std::string& channel);
     static void subscribeResponseHandler(EventClient* client, cJSON* message);
     static void unsubscribeResponseHandler(EventClient* client, cJSON* message);
+    /// @}
+
+    /// \name Additions
+    /// Beyond the bus itself: everything here is off, or only observes, until it is used.
+    /// @{
+    /// Calls \p fn when the connection has ended without Disconnect(): the server stopped or died. To be
+    /// installed before Connect(). It runs on the receiver thread, as the last thing there, without any lock
+    /// held; it may call Disconnect(), which ends a Publish() that hangs, but not Connect(), and must not
+    /// destroy the client.
+    /// \return 0, or `-EINVAL` for an empty function
+    int install_OnConnectionLost(std::function<void(EventClient& client)> fn);
+    /// \return 0, or `-EALREADY` when none is installed
+    int uninstall_OnConnectionLost();
+
+    /// \return the counters; they are read one by one while the client goes on
+    EventClientStatistics Statistics() const;
     /// @}
 
     /// Entry of the receiver thread; not for callers.

@@ -6,6 +6,7 @@
 
 #include <cjson/cJSON.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -23,6 +24,21 @@ namespace Telvane
 /// \return ignored by the server
 using EventHandler = int (*)(void* server, int client, const std::string& header, int sequence,
                              cJSON* payload, void* user);
+
+/// What a server has counted since its construction.
+struct EventServerStatistics
+{
+    std::uint64_t received = 0;       ///< packets received from clients
+    std::uint64_t dispatched = 0;     ///< packets handed to a handler; each drew a sequence number
+    std::uint64_t tooLarge = 0;       ///< dropped: 16384 bytes or more
+    std::uint64_t notJson = 0;        ///< dropped: not JSON
+    std::uint64_t withoutPayload = 0; ///< dropped: no "payload"
+    std::uint64_t withoutHandler = 0; ///< dropped: a channel that nobody has ever subscribed to
+    std::uint64_t outOfMemory = 0;    ///< dropped: no memory to handle them
+    std::uint64_t relayed = 0;        ///< relays sent whole, one for each subscriber
+    std::uint64_t relaysFailed = 0;   ///< relays that a subscriber missed, mostly because it reads too slowly
+    std::uint64_t relaysTooLarge = 0; ///< publications whose relay exceeds what a subscriber can receive
+};
 
 /// Accepts clients on a Unix-domain SOCK_SEQPACKET socket and relays what they publish.
 ///
@@ -84,6 +100,26 @@ public:
     /// \return 0; the count sent when that was short; a negated error number (`-EAGAIN` when the client's
     ///         buffer is full)
     int writeDataToSocket(int fd, char* data, int length);
+
+    /// \name Additions
+    /// Beyond the bus itself: everything here is off, or only observes, until it is used.
+    /// @{
+    /// \return the counters; they are read one by one while the server goes on
+    EventServerStatistics Statistics() const;
+
+    /// Sets the send buffer of clients that connect from now on: how far each may fall behind before it
+    /// misses relays. The kernel's default holds some 100 samples of a weld. \param bytes 0 for the kernel's
+    /// default \return 0, or `-EINVAL` for a negative size
+    int SetSubscriberSendBuffer(int bytes);
+
+    /// \return the usable size that the kernel granted to the client that connected last, 0 before any has
+    int GrantedSubscriberSendBuffer() const;
+
+    /// Sets the stack size of the threads that are created from now on. Hooks run on them. The default of
+    /// 512 KiB leaves about 256 KiB to a hook while the deepest message that is accepted is handled.
+    /// \return 0, or `-EINVAL` for less than 64 KiB
+    int SetThreadStackSize(std::size_t bytes);
+    /// @}
 
     /// \name Thread entries and handlers
     /// Not for callers.

@@ -1,0 +1,65 @@
+#pragma once
+
+// The six messages of the bus: their keys, the order of the keys, how they are printed, and how they are
+// read. Server and client share this; nothing else knows an envelope.
+
+#include "JsonTree.h"
+
+#include <memory>
+#include <string>
+
+namespace Telvane
+{
+
+constexpr const char* kSubscribeHeader = ".subscribe";
+constexpr const char* kUnsubscribeHeader = ".unsubscribe";
+constexpr const char* kRequestPrefix = "req_";
+
+/// \name Building
+/// Texts are borrowed: channel and header must outlive the tree. Null when memory runs out.
+/// @{
+/// \param payload owned by the tree from here on
+JsonTree makePublication(const char* channel, JsonTree payload);
+/// \param payload borrowed, not copied
+JsonTree makeRelay(const std::string& channel, int sequence, cJSON* payload);
+JsonTree makeSubscribeRequest(const std::string& channel);
+JsonTree makeUnsubscribeRequest(const std::string& channel);
+JsonTree makeResponse(const char* header, bool success, const char* channel);
+/// @}
+
+/// \name Reading
+/// @{
+/// \return "header", or the empty text when it is missing or not a string
+const char* headerOf(const cJSON* message);
+cJSON* payloadOf(const cJSON* message);
+/// \return "sequence" as an integer, or 0 when it is missing or not a number
+int sequenceOf(const cJSON* message);
+/// \return "channel" of a meta request's payload or of a response; null when it is missing or not a string
+const char* channelOf(const cJSON* object);
+bool isSuccess(const cJSON* response);
+/// @}
+
+/// Prints messages into a buffer that is kept from one to the next.
+class MessagePrinter
+{
+public:
+    enum class Form
+    {
+        Compact,
+        Formatted,
+    };
+
+    /// \return the text, valid until the next print; null when memory runs out
+    const char* print(const cJSON* message, Form form);
+
+    /// \return the length of the text printed last
+    int length() const { return m_length; }
+
+private:
+    std::unique_ptr<char[]> m_buffer;
+    int m_size = 0;
+    JsonText m_large;
+    int m_length = 0;
+};
+
+} // namespace Telvane

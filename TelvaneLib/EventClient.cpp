@@ -1,0 +1,254 @@
+// The client's connection and its one receiver thread.
+//
+// Everything that the server sends is read by the receiver thread and dispatched by its header to a closure:
+// the client's own for the two meta headers, the application's for channels. The thread must survive whatever
+// arrives: what cannot be read is dropped and counted. Only what an application's own callback throws passes.
+
+#include "EventClientState.h"
+
+#include "Thread.h"
+
+#include <cerrno>
+#include <chrono>
+#include <string_view>
+#include <sys/socket.h>
+#include <utility>
+
+namespace Telvane
+{
+
+namespace
+{
+
+constexpr auto kDisconnectDeadline = std::chrono::seconds(10);
+
+void count(std::atomic<std::uint64_t>& counter)
+{
+    counter.fetch_add(1, std::memory_order_relaxed);
+}
+
+} // namespace
+
+EventClient::EventClient() : m_state(std::make_unique<State>()) {}
+
+EventClient::~EventClient()
+{
+    Disconnect();
+    m_state->joinLeftReceiver();
+}
+
+int EventClient::Connect(const std::string& path)
+{
+    if (m_state->connected()) {
+        return -EADDRINUSE;
+    }
+    FileDescriptor socket = openSocket();
+    if (!socket.valid() || connectSocket(socket.get(), path) != 0) {
+        return -1;
+    }
+    m_state->joinLeftReceiver();
+    m_state->setConnection(std::make_shared<Connection>(std::move(socket)));
+    {
+        const std::lock_guard<std::mutex> guard(m_state->disconnectLock);
+        m_state->receiverRunning = true;
+        m_state->receiverJoinable =
+            startThread(m_state->receiverThread, &EventClient::rx_handler, this, 0) == 0;
+        m_state->receiverRunning = m_state->receiverJoinable;
+    }
+    m_state->path = path;
+    m_state->exchangeClosure(kSubscribeHeader,
+                             std::make_unique<InternalOperationClosure>(&subscribeResponseHandler));
+    m_state->exchangeClosure(kUnsubscribeHeader,
+                             std::make_unique<InternalOperationClosure>(&unsubscribeResponseHandler));
+    return 0;
+}
+
+int EventClient::Disconnect()
+{
+    const ConnectionPointer connection = m_state->currentConnection();
+    if (connection == nullptr) {
+        return -ENOTCONN;
+    }
+    {
+        std::unique_lock<std::mutex> guard(m_state->disconnectLock);
+        connection->open = false;
+        if (shutdown(connection->socket.get(), SHUT_RDWR) != 0) {
+            connection->open = true;
+            return -EALREADY;
+        }
+        m_state->setConnection(nullptr);
+        const auto deadline = std::chrono::system_clock::now() + kDisconnectDeadline;
+        if (!m_state->disconnectCondition.wait_until(guard, deadline,
+                                                     [this] { return !m_state->receiverRunning; })) {
+            return -ETIMEDOUT;
+        }
+        // Told of the loss on the receiver thread itself, the application may be here on it: that thread is
+        // joined by whoever comes next.
+        if (m_state->receiverJoinable && pthread_equal(m_state->receiverThread, pthread_self()) == 0) {
+            pthread_join(m_state->receiverThread, nullptr);
+            m_state->receiverJoinable = false;
+        }
+    }
+    const std::lock_guard<std::mutex> guard(m_state->closuresLock);
+    m_state->closures.clear();
+    return 0;
+}
+
+bool EventClient::IsConnected()
+{
+    return m_state->connected();
+}
+
+ConnectionPointer EventClient::State::currentConnection()
+{
+    const std::lock_guard<std::mutex> guard(connectionLock);
+    return connection;
+}
+
+void EventClient::State::setConnection(ConnectionPointer newConnection)
+{
+    // The old one is let go, and perhaps closed, outside the lock.
+    const std::lock_guard<std::mutex> guard(connectionLock);
+    connection.swap(newConnection);
+}
+
+void EventClient::State::joinLeftReceiver()
+{
+    if (receiverJoinable) {
+        pthread_join(receiverThread, nullptr);
+        receiverJoinable = false;
+    }
+}
+
+void EventClient::State::endReceiver()
+{
+    const std::lock_guard<std::mutex> guard(disconnectLock);
+    receiverRunning = false;
+    disconnectCondition.notify_all();
+}
+
+void* EventClient::rx_handler(void* client)
+{
+    EventClient& self = *static_cast<EventClient*>(client);
+    State& state = *self.m_state;
+    const ConnectionPointer connection = state.currentConnection();
+    if (connection != nullptr) {
+        char buffer[kMessageLimit];
+        while (connection->open) {
+            const int length = receivePacket(connection->socket.get(), buffer);
+            if (length < 0 && errno == EINTR) {
+                continue;
+            }
+            if (length < 1) {
+                break;
+            }
+            state.dispatch(self, buffer);
+        }
+    }
+    const bool lost = connection != nullptr && connection->open;
+    state.endReceiver();
+    if (lost && state.onConnectionLost) {
+        state.onConnectionLost(self);
+    }
+    return nullptr;
+}
+
+void EventClient::State::dispatch(EventClient& client, const char* text)
+{
+    count(counters.received);
+    const JsonTree message(cJSON_Parse(text));
+    if (message == nullptr) {
+        count(counters.notJson);
+        return;
+    }
+    const std::lock_guard<std::mutex> guard(closuresLock);
+    const auto found = closures.find(std::string_view(headerOf(message.get())));
+    if (found == closures.end()) {
+        count(counters.withoutClosure);
+    } else if (found->second->ExecuteCallback(&client, message.get()) != 0) {
+        count(counters.undecodable);
+    }
+}
+
+EventClient::State::Closure EventClient::State::exchangeClosure(const std::string& header, Closure closure)
+{
+    const std::lock_guard<std::mutex> guard(closuresLock);
+    if (closure == nullptr) {
+        const auto found = closures.find(header);
+        if (found == closures.end()) {
+            return nullptr;
+        }
+        closure = std::move(found->second);
+        closures.erase(found);
+        return closure;
+    }
+    return std::exchange(closures[header], std::move(closure));
+}
+
+EventClient::CallbackClosure::~CallbackClosure() = default;
+
+EventClient::InternalOperationClosure::InternalOperationClosure(Operation operation) : m_operation(operation)
+{}
+
+int EventClient::InternalOperationClosure::ExecuteCallback(EventClient* client, cJSON* message)
+{
+    m_operation(client, message);
+    return 0;
+}
+
+EventClient::SubscriptionCallbackClosure::SubscriptionCallbackClosure(TelvaneDataTypeBase* prototype,
+                                                                      void* user, Callback callback)
+    : m_prototype(prototype), m_user(user), m_callback(std::move(callback))
+{}
+
+int EventClient::SubscriptionCallbackClosure::ExecuteCallback(EventClient* client, cJSON* message)
+{
+    cJSON* const payload = payloadOf(message);
+    if (payload == nullptr) {
+        count(State::of(*client).counters.undecodable);
+        return 0;
+    }
+    TelvaneDataTypeBase* unpackaged = nullptr;
+    try {
+        const int result = m_prototype->Unpackage(payload, &unpackaged);
+        if (result != 0) {
+            return result;
+        }
+    } catch (const std::exception&) {
+        // A time text without digits, say: no peer may end this thread by what it sends.
+        return -EINVAL;
+    }
+    const std::unique_ptr<TelvaneDataTypeBase> record(unpackaged);
+    m_callback(client, record.get(), sequenceOf(message), m_user);
+    return 0;
+}
+
+int EventClient::install_OnConnectionLost(std::function<void(EventClient& client)> fn)
+{
+    if (!fn) {
+        return -EINVAL;
+    }
+    m_state->onConnectionLost = std::move(fn);
+    return 0;
+}
+
+int EventClient::uninstall_OnConnectionLost()
+{
+    if (!m_state->onConnectionLost) {
+        return -EALREADY;
+    }
+    m_state->onConnectionLost = nullptr;
+    return 0;
+}
+
+EventClientStatistics EventClient::Statistics() const
+{
+    EventClientStatistics statistics;
+    statistics.received = m_state->counters.received;
+    statistics.notJson = m_state->counters.notJson;
+    statistics.withoutClosure = m_state->counters.withoutClosure;
+    statistics.undecodable = m_state->counters.undecodable;
+    return statistics;
+}
+
+} // namespace Telvane

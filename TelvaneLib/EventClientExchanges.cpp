@@ -1,0 +1,203 @@
+// What an application asks of the client: publishing, subscribing, requesting.
+//
+// A send is retried for as long as nothing goes out, because a publication that was accepted must not be lost
+// to a busy server; only the application's own Disconnect() ends that. Waits are bounded. The answer to a
+// meta request carries no identifier but the channel, so one is outstanding at a time, and threads take
+// turns.
+
+#include "EventClientState.h"
+
+#include <Telvane/RequestType.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <new>
+#include <utility>
+
+namespace Telvane
+{
+
+namespace
+{
+
+constexpr auto kResponseDeadline = std::chrono::seconds(1);
+
+} // namespace
+
+int EventClient::Publish(const std::string& channel, TelvaneDataTypeBase& record)
+{
+    if (!m_state->connected()) {
+        return -ENOTCONN;
+    }
+    cJSON* packaged = nullptr;
+    const int result = record.Package(&packaged);
+    JsonTree payload(packaged);
+    if (result < 0) {
+        return result;
+    }
+    const JsonTree publication = makePublication(channel.c_str(), std::move(payload));
+    return m_state->send(publication.get());
+}
+
+int EventClient::State::send(const cJSON* message)
+{
+    if (message == nullptr) {
+        return -ENOMEM;
+    }
+    std::unique_ptr<MessagePrinter> printer(idlePrinter.exchange(nullptr));
+    if (printer == nullptr) {
+        printer.reset(new (std::nothrow) MessagePrinter());
+    }
+    if (printer == nullptr) {
+        return -ENOMEM;
+    }
+    const char* const text = printer->print(message, MessagePrinter::Form::Formatted);
+    const int result = text != nullptr ? sendText(text, printer->length()) : -ENOMEM;
+    const std::unique_ptr<MessagePrinter> other(idlePrinter.exchange(printer.release()));
+    return result;
+}
+
+int EventClient::State::sendText(const char* text, int length)
+{
+    const ConnectionPointer used = currentConnection();
+    if (used == nullptr) {
+        return -ENOTCONN;
+    }
+    const int clamped = std::clamp(length, 0, kMessageLimit);
+    int sent = 0;
+    do {
+        if (!used->open) {
+            return -ENOTCONN;
+        }
+        sent = sendPacket(used->socket.get(), text, clamped, 0);
+    } while (sent <= 0);
+    return sent == clamped ? 0 : sent;
+}
+
+int EventClient::writeDataToSocket(char* data, int length)
+{
+    return m_state->sendText(data, length);
+}
+
+int EventClient::subscribeToServer(const std::string& channel)
+{
+    return m_state->runExchange(m_state->subscribing, channel, makeSubscribeRequest(channel).get());
+}
+
+int EventClient::unsubscribeFromServer(const std::string& channel)
+{
+    return m_state->runExchange(m_state->unsubscribing, channel, makeUnsubscribeRequest(channel).get());
+}
+
+int EventClient::State::runExchange(MetaExchange& exchange, const std::string& channel, const cJSON* request)
+{
+    const std::lock_guard<std::mutex> turnGuard(exchange.turn);
+    std::unique_lock<std::mutex> guard(exchange.lock);
+    exchange.pendingChannel = channel;
+    exchange.success = false;
+    exchange.done = false;
+    if (const int result = send(request); result != 0) {
+        return result;
+    }
+    while (!exchange.done) {
+        const auto deadline = std::chrono::system_clock::now() + kResponseDeadline;
+        if (exchange.condition.wait_until(guard, deadline) == std::cv_status::timeout && !exchange.done) {
+            return -ETIMEDOUT;
+        }
+    }
+    return exchange.success ? 0 : -1;
+}
+
+void MetaExchange::takeResponse(const cJSON* message)
+{
+    const char* const channel = channelOf(message);
+    const std::lock_guard<std::mutex> guard(lock);
+    success = isSuccess(message) && channel != nullptr && pendingChannel == channel;
+    done = true;
+    condition.notify_all();
+}
+
+void EventClient::subscribeResponseHandler(EventClient* client, cJSON* message)
+{
+    client->m_state->subscribing.takeResponse(message);
+}
+
+void EventClient::unsubscribeResponseHandler(EventClient* client, cJSON* message)
+{
+    client->m_state->unsubscribing.takeResponse(message);
+}
+
+int EventClient::Subscribe(const std::string& channel, Callback callback,
+                           const TelvaneDataTypeBase& prototype, void* user)
+{
+    if (!m_state->connected()) {
+        return -ENOTCONN;
+    }
+    auto closure = std::make_unique<SubscriptionCallbackClosure>(prototype.BuildNewDataType(), user,
+                                                                 std::move(callback));
+    const int result = subscribeToServer(channel);
+    if (result == 0) {
+        m_state->exchangeClosure(channel, std::move(closure));
+    }
+    return result;
+}
+
+int EventClient::Unsubscribe(const std::string& channel)
+{
+    if (!m_state->connected()) {
+        return -ENOTCONN;
+    }
+    {
+        const std::lock_guard<std::mutex> guard(m_state->closuresLock);
+        if (m_state->closures.find(channel) == m_state->closures.end()) {
+            return -EINVAL;
+        }
+    }
+    const int result = unsubscribeFromServer(channel);
+    if (result == 0) {
+        m_state->exchangeClosure(channel, nullptr);
+    }
+    return result;
+}
+
+int EventClient::Request(const std::string& channel, TelvaneDataTypeBase& record, int /*timeout*/)
+{
+    if (!m_state->connected()) {
+        return -ENOTCONN;
+    }
+    std::mutex lock;
+    std::condition_variable condition;
+    bool answered = false;
+    auto takeReply = [&](void*, TelvaneDataTypeBase* reply, int, void*) {
+        const std::lock_guard<std::mutex> guard(lock);
+        record.copy(reply);
+        answered = true;
+        condition.notify_all();
+    };
+    std::unique_ptr<CallbackClosure> earlier;
+    int result = subscribeToServer(channel);
+    if (result != -ETIMEDOUT) {
+        earlier = m_state->exchangeClosure(channel, std::make_unique<SubscriptionCallbackClosure>(
+                                                        record.BuildNewDataType(), nullptr, takeReply));
+        RequestType request;
+        result = Publish(kRequestPrefix + channel, request);
+        std::unique_lock<std::mutex> guard(lock);
+        while (result == 0 && !answered) {
+            const auto deadline = std::chrono::system_clock::now() + kResponseDeadline;
+            if (condition.wait_until(guard, deadline) == std::cv_status::timeout && !answered) {
+                result = ETIMEDOUT;
+            }
+        }
+    }
+    if (earlier != nullptr) {
+        // The channel was subscribed before and stays so.
+        m_state->exchangeClosure(channel, std::move(earlier));
+    } else {
+        unsubscribeFromServer(channel);
+        m_state->exchangeClosure(channel, nullptr);
+    }
+    return result > 0 ? -result : result;
+}
+
+} // namespace Telvane

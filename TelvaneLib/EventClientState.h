@@ -1,0 +1,107 @@
+#pragma once
+
+// What an EventClient holds. Locks:
+//
+//   exchange.turn     one meta exchange at a time; taken before exchange.lock
+//   exchange.lock     the answer that is waited for; taken by the receiver thread under closuresLock
+//   closuresLock      the closure table, also while a callback runs
+//   disconnectLock    the receiver thread's end
+//   connectionLock    leaf: which connection is the current one
+//
+// A connection is shared by all who use its descriptor, and closed by the last: so nobody can send to, or
+// receive from, whoever is given the number next.
+
+#include <Telvane/EventClient.h>
+
+#include "Envelope.h"
+#include "SeqpacketSocket.h"
+
+#include <atomic>
+#include <condition_variable>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <pthread.h>
+#include <string>
+
+namespace Telvane
+{
+
+struct Connection
+{
+    explicit Connection(FileDescriptor fd) : socket(std::move(fd)) {}
+
+    FileDescriptor socket;
+    std::atomic<bool> open{true}; ///< false as soon as Disconnect() has begun
+};
+using ConnectionPointer = std::shared_ptr<Connection>;
+
+/// A request to the server itself, and the wait for its response.
+struct MetaExchange
+{
+    std::mutex turn;
+    std::mutex lock;
+    std::condition_variable condition;
+    bool success = false;
+    std::string pendingChannel;
+    bool done = true;
+
+    void takeResponse(const cJSON* message);
+};
+
+/// The counters behind EventClientStatistics.
+struct ClientCounters
+{
+    std::atomic<std::uint64_t> received{0};
+    std::atomic<std::uint64_t> notJson{0};
+    std::atomic<std::uint64_t> withoutClosure{0};
+    std::atomic<std::uint64_t> undecodable{0};
+};
+
+struct EventClient::State
+{
+    using Closure = std::unique_ptr<CallbackClosure>;
+
+    ~State() { delete idlePrinter.load(); }
+
+    static State& of(EventClient& client) { return *client.m_state; }
+
+    ConnectionPointer currentConnection();
+    void setConnection(ConnectionPointer newConnection);
+    bool connected() { return currentConnection() != nullptr; }
+
+    /// Waits for a thread that Disconnect() had to leave behind.
+    void joinLeftReceiver();
+    void endReceiver();
+
+    void dispatch(EventClient& client, const char* text);
+    Closure exchangeClosure(const std::string& header, Closure closure);
+
+    int send(const cJSON* message);
+    int sendText(const char* text, int length);
+    int runExchange(MetaExchange& exchange, const std::string& channel, const cJSON* request);
+
+    std::mutex connectionLock;
+    ConnectionPointer connection;
+    std::string path;
+
+    std::mutex disconnectLock;
+    std::condition_variable disconnectCondition;
+    bool receiverRunning = false;
+    bool receiverJoinable = false;
+    pthread_t receiverThread = {};
+
+    std::mutex closuresLock;
+    std::map<std::string, Closure, std::less<>> closures;
+
+    MetaExchange subscribing;
+    MetaExchange unsubscribing;
+
+    /// The printer that is not in use; another thread that publishes meanwhile makes one of its own.
+    std::atomic<MessagePrinter*> idlePrinter{nullptr};
+
+    std::function<void(EventClient&)> onConnectionLost;
+    ClientCounters counters;
+};
+
+} // namespace Telvane

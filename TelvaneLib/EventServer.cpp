@@ -1,0 +1,416 @@
+// The server's life: starting, accepting, serving each client on a thread of its own, stopping.
+//
+// Results are numbers, 0 or negated error numbers, and errors that have no caller are lines on standard
+// error. Stopping is a conversation: Stop() names the thread that it wants to end, shuts that thread's socket
+// down and waits until the thread, on its way out, says so. A socket is closed only when no thread can use
+// its number any more. The locks and their order stand in EventServerState.h.
+
+#include "EventServerState.h"
+
+#include "Diagnostics.h"
+#include "Thread.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <sys/socket.h>
+#include <thread>
+#include <unistd.h>
+
+namespace Telvane
+{
+
+namespace
+{
+
+constexpr auto kStopDeadline = std::chrono::seconds(10);
+constexpr int kBacklog = 5;
+constexpr std::size_t kSmallestStack = 64 * 1024;
+const std::string kNoHeader;
+
+// The numbers behind the source path are part of the lines that logs are filtered by.
+constexpr int kSocketErrorLine = 288;
+constexpr int kBindErrorLine = 298;
+
+void reportError(int code, int line, const std::string& message)
+{
+    writeErrorLine("ERROR (" + std::to_string(code) + ") @ TelvaneLib/EventServer." + std::to_string(line) +
+                   "-> " + message);
+}
+
+std::string bindingError(int error)
+{
+    return "An error occurred while binding the local socket: [" + std::to_string(error) + "] " +
+           std::strerror(error);
+}
+
+/// Makes way for a new socket file.
+/// \return 0; -1 when no socket is to be had; `-EADDRINUSE` when somebody serves the path
+int clearStalePath(const std::string& path)
+{
+    if (access(path.c_str(), F_OK) != 0) {
+        return 0;
+    }
+    const FileDescriptor probe = openSocket();
+    if (!probe.valid()) {
+        return -1;
+    }
+    if (connectSocket(probe.get(), path) == 0 || errno == EADDRINUSE) {
+        return -EADDRINUSE;
+    }
+    unlink(path.c_str());
+    return 0;
+}
+
+/// True when accept() failed for want of something that only time can bring back.
+bool isExhausted(int error)
+{
+    return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM;
+}
+
+} // namespace
+
+int Hook::install(EventHandler newFn, void* newUser)
+{
+    if (newFn == nullptr) {
+        return -EINVAL;
+    }
+    fn = newFn;
+    user = newUser;
+    return 0;
+}
+
+int Hook::uninstall()
+{
+    if (fn == nullptr) {
+        return -EALREADY;
+    }
+    fn = nullptr;
+    return 0;
+}
+
+EventServer::State::State(EventServer& owner) : server(owner)
+{
+    channels[kSubscribeHeader].handler = &EventServer::meta_subscribeHandler;
+    channels[kUnsubscribeHeader].handler = &EventServer::meta_unsubscribeHandler;
+}
+
+EventServer::EventServer() : m_state(std::make_unique<State>(*this)) {}
+
+EventServer::~EventServer() = default;
+
+int EventServer::Start(const std::string& path)
+{
+    if (m_state->listener != -1) {
+        return -1;
+    }
+    if (const int result = clearStalePath(path); result != 0) {
+        return result;
+    }
+    FileDescriptor listener = openSocket();
+    if (!listener.valid()) {
+        reportError(-1, kSocketErrorLine, bindingError(errno));
+        return -1;
+    }
+    if (const int result = bindSocket(listener.get(), path); result != 0) {
+        reportError(result, kBindErrorLine, bindingError(errno));
+        return result;
+    }
+    listen(listener.get(), kBacklog);
+    return m_state->listenOn(std::move(listener), path);
+}
+
+int EventServer::State::listenOn(FileDescriptor socket, const std::string& socketPath)
+{
+    listener = socket.get();
+    const int result = startThread(listenerThread, &EventServer::connectionListener, &server, stackSize);
+    if (result != 0) {
+        listener = -1;
+        return result;
+    }
+    socket.release();
+    path = socketPath;
+    return 0;
+}
+
+bool EventServer::IsStarted()
+{
+    return m_state->listener >= 0;
+}
+
+void* EventServer::connectionListener(void* server)
+{
+    State& state = State::of(server);
+    while (!state.stopTargets(pthread_self())) {
+        FileDescriptor client(acceptClient(state.listener));
+        const int error = errno;
+        if (client.valid()) {
+            state.admit(std::move(client));
+        } else if (error == EINVAL || error == EBADF) {
+            break;
+        } else if (isExhausted(error)) {
+            // The client stays in the backlog: trying again at once would only burn the processor.
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+        state.joinFinishedThreads();
+    }
+    state.finishStop(pthread_self());
+    return nullptr;
+}
+
+void EventServer::State::admit(FileDescriptor client)
+{
+    applySendBuffer(client.get());
+    // The new thread begins by looking itself up under this lock, so it always finds its entry.
+    const std::lock_guard<std::mutex> guard(connectionsLock);
+    pthread_t thread = {};
+    if (startThread(thread, &EventServer::rx_handler, &server, stackSize) != 0) {
+        return;
+    }
+    const int fd = client.release();
+    connections[fd] = thread;
+    onConnect.call(server, fd, kNoHeader, -1, nullptr);
+}
+
+void EventServer::State::applySendBuffer(int client)
+{
+    const int wanted = sendBuffer;
+    if (wanted > 0 && setsockopt(client, SOL_SOCKET, SO_SNDBUFFORCE, &wanted, sizeof wanted) != 0) {
+        setsockopt(client, SOL_SOCKET, SO_SNDBUF, &wanted, sizeof wanted);
+    }
+    int granted = 0;
+    socklen_t length = sizeof granted;
+    if (getsockopt(client, SOL_SOCKET, SO_SNDBUF, &granted, &length) == 0) {
+        grantedSendBuffer = granted / 2; // the kernel doubles what it is asked for, for its own bookkeeping
+    }
+}
+
+void EventServer::State::joinFinishedThreads()
+{
+    const std::lock_guard<std::mutex> guard(connectionsLock);
+    while (!finishedThreads.empty()) {
+        pthread_join(finishedThreads.front(), nullptr);
+        finishedThreads.pop_front();
+    }
+}
+
+void* EventServer::rx_handler(void* server)
+{
+    State& state = State::of(server);
+    const int client = state.descriptorOf(pthread_self());
+    if (client >= 0) {
+        state.serve(client);
+    }
+    state.tearDown(client);
+    return nullptr;
+}
+
+int EventServer::State::descriptorOf(pthread_t thread)
+{
+    const std::lock_guard<std::mutex> guard(connectionsLock);
+    const auto found = std::find_if(connections.begin(), connections.end(), [thread](const auto& entry) {
+        return pthread_equal(entry.second, thread) != 0;
+    });
+    return found != connections.end() ? found->first : -1;
+}
+
+void EventServer::State::serve(int client)
+{
+    char buffer[kMessageLimit];
+    while (!stopTargets(pthread_self())) {
+        const int length = receivePacket(client, buffer);
+        if (length < 1) {
+            return;
+        }
+        handlePacket(client, buffer, length);
+    }
+}
+
+void EventServer::State::tearDown(int client)
+{
+    {
+        const std::lock_guard<std::mutex> stopGuard(stopLock);
+        {
+            const std::lock_guard<std::mutex> connectionsGuard(connectionsLock);
+            forget(client);
+            FileDescriptor(client).reset(-1);
+            connections.erase(client);
+            finishedThreads.push_back(pthread_self());
+        }
+        if (stopTargets(pthread_self())) {
+            stopPending = false;
+            stopCondition.notify_all();
+        }
+    }
+    onDisconnect.call(server, client, kNoHeader, -1, nullptr);
+}
+
+int EventServer::Stop()
+{
+    if (!IsStarted()) {
+        return -ENOTCONN;
+    }
+    if (const int result = m_state->stopListener(); result != 0) {
+        return result;
+    }
+    if (const int result = m_state->stopReceivers(); result != 0) {
+        return result;
+    }
+    m_state->joinFinishedThreads();
+    return 0;
+}
+
+bool EventServer::State::stopTargets(pthread_t thread) const
+{
+    return stopPending && pthread_equal(stopTarget, thread) != 0;
+}
+
+void EventServer::State::finishStop(pthread_t thread)
+{
+    const std::lock_guard<std::mutex> guard(stopLock);
+    if (stopTargets(thread)) {
+        stopPending = false;
+        stopCondition.notify_all();
+    }
+}
+
+bool EventServer::State::waitForStop(std::unique_lock<std::mutex>& stopGuard)
+{
+    const auto deadline = std::chrono::system_clock::now() + kStopDeadline;
+    return stopCondition.wait_until(stopGuard, deadline, [this] { return !stopPending; });
+}
+
+int EventServer::State::stopListener()
+{
+    std::unique_lock<std::mutex> stopGuard(stopLock);
+    stopTarget = listenerThread;
+    stopPending = true;
+    const int fd = listener;
+    if (shutdown(fd, SHUT_RDWR) != 0) {
+        stopPending = false;
+        return -EALREADY;
+    }
+    // Closed on return, when the listening thread can no longer use the number.
+    const FileDescriptor socket(fd);
+    listener = -1;
+    unlink(path.c_str());
+    if (!waitForStop(stopGuard)) {
+        return -ETIMEDOUT;
+    }
+    pthread_join(listenerThread, nullptr);
+    return 0;
+}
+
+int EventServer::State::stopReceivers()
+{
+    for (;;) {
+        // While this lock is held no receiver thread gets as far as closing its socket.
+        std::unique_lock<std::mutex> stopGuard(stopLock);
+        pthread_t thread = {};
+        {
+            const std::lock_guard<std::mutex> guard(connectionsLock);
+            if (connections.empty()) {
+                return 0;
+            }
+            thread = connections.begin()->second;
+            stopTarget = thread;
+            stopPending = true;
+            shutdown(connections.begin()->first, SHUT_RDWR);
+        }
+        if (!waitForStop(stopGuard)) {
+            return -ETIMEDOUT;
+        }
+        {
+            // Its own farewell put the thread among those to be joined; it is joined here instead.
+            const std::lock_guard<std::mutex> guard(connectionsLock);
+            finishedThreads.erase(
+                std::remove_if(finishedThreads.begin(), finishedThreads.end(),
+                               [thread](pthread_t finished) { return pthread_equal(finished, thread) != 0; }),
+                finishedThreads.end());
+        }
+        pthread_join(thread, nullptr);
+    }
+}
+
+int EventServer::install_OnSubscribe(EventHandler fn, void* user)
+{
+    return m_state->onSubscribe.install(fn, user);
+}
+
+int EventServer::install_OnUnsubscribe(EventHandler fn, void* user)
+{
+    return m_state->onUnsubscribe.install(fn, user);
+}
+
+int EventServer::install_OnConnect(EventHandler fn, void* user)
+{
+    return m_state->onConnect.install(fn, user);
+}
+
+int EventServer::install_OnDisconnect(EventHandler fn, void* user)
+{
+    return m_state->onDisconnect.install(fn, user);
+}
+
+int EventServer::uninstall_OnSubscribe()
+{
+    return m_state->onSubscribe.uninstall();
+}
+
+int EventServer::uninstall_OnUnsubscribe()
+{
+    return m_state->onUnsubscribe.uninstall();
+}
+
+int EventServer::uninstall_OnConnect()
+{
+    return m_state->onConnect.uninstall();
+}
+
+int EventServer::uninstall_OnDisconnect()
+{
+    return m_state->onDisconnect.uninstall();
+}
+
+EventServerStatistics EventServer::Statistics() const
+{
+    const ServerCounters& counters = m_state->counters;
+    EventServerStatistics statistics;
+    statistics.received = counters.received;
+    statistics.dispatched = counters.dispatched;
+    statistics.tooLarge = counters.tooLarge;
+    statistics.notJson = counters.notJson;
+    statistics.withoutPayload = counters.withoutPayload;
+    statistics.withoutHandler = counters.withoutHandler;
+    statistics.outOfMemory = counters.outOfMemory;
+    statistics.relayed = counters.relayed;
+    statistics.relaysFailed = counters.relaysFailed;
+    statistics.relaysTooLarge = counters.relaysTooLarge;
+    return statistics;
+}
+
+int EventServer::SetSubscriberSendBuffer(int bytes)
+{
+    if (bytes < 0) {
+        return -EINVAL;
+    }
+    m_state->sendBuffer = bytes;
+    return 0;
+}
+
+int EventServer::GrantedSubscriberSendBuffer() const
+{
+    return m_state->grantedSendBuffer;
+}
+
+int EventServer::SetThreadStackSize(std::size_t bytes)
+{
+    if (bytes < kSmallestStack) {
+        return -EINVAL;
+    }
+    m_state->stackSize = bytes;
+    return 0;
+}
+
+} // namespace Telvane

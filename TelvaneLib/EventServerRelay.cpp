@@ -1,0 +1,212 @@
+// What the server does with a message. Everything here runs on the receiver thread of the client that sent
+// it; dispatch is serialised by the handler lock. A message that cannot be dispatched is dropped without an
+// answer and counted. Sends never wait: a subscriber whose buffer is full misses the relay, the others do
+// not.
+
+#include "EventServerState.h"
+
+#include "Diagnostics.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <string_view>
+#include <sys/socket.h>
+
+namespace Telvane
+{
+
+namespace
+{
+
+bool isSubscribable(std::string_view channel)
+{
+    return channel.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ_") ==
+           std::string_view::npos;
+}
+
+void reportRelayError(int client, int result)
+{
+    writeErrorLine("RELAY ERROR to client " + std::to_string(client) + ": [" + std::to_string(result) +
+                   "]: " + std::strerror(std::abs(result)));
+}
+
+int sendToClient(int fd, const char* data, int length)
+{
+    const int clamped = std::clamp(length, 0, kMessageLimit);
+    int sent = -1;
+    do {
+        sent = sendPacket(fd, data, clamped, MSG_DONTWAIT);
+    } while (sent < 0 && errno == EINTR);
+    if (sent < 0) {
+        return -errno;
+    }
+    return sent == clamped ? 0 : sent;
+}
+
+} // namespace
+
+void EventServer::State::handlePacket(int client, const char* text, int length)
+{
+    count(counters.received);
+    const JsonTree message(cJSON_Parse(text));
+    if (message == nullptr) {
+        count(length < kMessageLimit ? counters.notJson : counters.tooLarge);
+        return;
+    }
+    cJSON* const payload = payloadOf(message.get());
+    if (payload == nullptr) {
+        count(counters.withoutPayload);
+        return;
+    }
+    const std::lock_guard<std::mutex> guard(handlerLock);
+    const auto found = channels.find(std::string_view(headerOf(message.get())));
+    if (found == channels.end()) {
+        count(counters.withoutHandler);
+        return;
+    }
+    count(counters.dispatched);
+    dispatching = &*found;
+    try {
+        found->second.handler(&server, client, found->first, sequence.fetch_add(1), payload, nullptr);
+    } catch (const std::bad_alloc&) {
+        // The message is lost, as it would be to a full buffer; the server goes on.
+        count(counters.outOfMemory);
+    }
+    dispatching = nullptr;
+}
+
+int EventServer::meta_subscribeHandler(void* server, int fd, const std::string& header, int sequence,
+                                       cJSON* payload, void* /*user*/)
+{
+    State& state = State::of(server);
+    const char* const channel = channelOf(payload);
+    if (channel == nullptr) {
+        return -EINVAL;
+    }
+    const bool accepted = isSubscribable(channel);
+    if (accepted) {
+        state.subscribe(fd, channel);
+    }
+    const int result = state.answer(fd, kSubscribeHeader, accepted, channel);
+    if (result == 0) {
+        state.onSubscribe.call(state.server, fd, header, sequence, payload);
+    }
+    return result;
+}
+
+int EventServer::meta_unsubscribeHandler(void* server, int fd, const std::string& header, int sequence,
+                                         cJSON* payload, void* /*user*/)
+{
+    State& state = State::of(server);
+    const char* const channel = channelOf(payload);
+    if (channel == nullptr) {
+        return -EINVAL;
+    }
+    const bool accepted = isSubscribable(channel) && state.unsubscribe(fd, channel);
+    const int result = state.answer(fd, kUnsubscribeHeader, accepted, channel);
+    if (result == 0) {
+        state.onUnsubscribe.call(state.server, fd, header, sequence, payload);
+    }
+    return result;
+}
+
+void EventServer::State::subscribe(int client, const std::string& channel)
+{
+    Channel& entry = channels[channel];
+    entry.handler = &EventServer::subscriptionHandler;
+    const std::lock_guard<std::mutex> guard(subscribersLock);
+    if (entry.subscribers.find(client) == entry.subscribers.end()) {
+        // In this order: should memory run out between the two, forget() still finds every set to leave.
+        subscriptions[client].push_back(&entry);
+        entry.subscribers.emplace(client, 0);
+    }
+}
+
+/// \return whether the channel exists, subscribed to by this client or not
+bool EventServer::State::unsubscribe(int client, const std::string& channel)
+{
+    const auto found = channels.find(channel);
+    if (found == channels.end()) {
+        return false;
+    }
+    Channel* const entry = &found->second;
+    const std::lock_guard<std::mutex> guard(subscribersLock);
+    if (entry->subscribers.erase(client) != 0) {
+        std::vector<Channel*>& own = subscriptions[client];
+        own.erase(std::find(own.begin(), own.end(), entry));
+    }
+    return true;
+}
+
+void EventServer::State::forget(int client)
+{
+    const std::lock_guard<std::mutex> guard(subscribersLock);
+    const auto found = subscriptions.find(client);
+    if (found == subscriptions.end()) {
+        return;
+    }
+    for (Channel* const channel : found->second) {
+        channel->subscribers.erase(client);
+    }
+    subscriptions.erase(found);
+}
+
+int EventServer::State::answer(int client, const char* header, bool success, const char* channel)
+{
+    const JsonTree response = makeResponse(header, success, channel);
+    const char* const text =
+        response != nullptr ? printer.print(response.get(), MessagePrinter::Form::Compact) : nullptr;
+    return text != nullptr ? sendToClient(client, text, printer.length()) : -ENOMEM;
+}
+
+int EventServer::subscriptionHandler(void* server, int /*fd*/, const std::string& channel, int sequence,
+                                     cJSON* payload, void* /*user*/)
+{
+    State& state = State::of(server);
+    // The dispatcher hands over the very name under which it found the channel: no second search.
+    auto* entry = state.dispatching;
+    if (entry == nullptr || &entry->first != &channel) {
+        const auto found = state.channels.find(channel);
+        entry = found != state.channels.end() ? &*found : nullptr;
+    }
+    if (entry == nullptr) {
+        return 0;
+    }
+    const JsonTree message = makeRelay(channel, sequence, payload);
+    const char* const text =
+        message != nullptr ? state.printer.print(message.get(), MessagePrinter::Form::Formatted) : nullptr;
+    if (text == nullptr) {
+        return -ENOMEM;
+    }
+    state.relay(entry->second, text, state.printer.length());
+    return 0;
+}
+
+void EventServer::State::relay(Channel& channel, const char* text, int length)
+{
+    if (length >= kMessageLimit) {
+        count(counters.relaysTooLarge);
+    }
+    const std::lock_guard<std::mutex> guard(subscribersLock);
+    std::uint64_t failed = 0;
+    for (auto& [subscriber, missed] : channel.subscribers) {
+        const int result = sendToClient(subscriber, text, length);
+        if (result != 0) {
+            ++missed;
+            ++failed;
+            reportRelayError(subscriber, result);
+        }
+    }
+    count(counters.relayed, channel.subscribers.size() - failed);
+    count(counters.relaysFailed, failed);
+}
+
+int EventServer::writeDataToSocket(int fd, char* data, int length)
+{
+    return sendToClient(fd, data, length);
+}
+
+} // namespace Telvane

@@ -1,0 +1,67 @@
+#pragma once
+
+// The transport: Unix-domain SOCK_SEQPACKET sockets, on which one message is one packet.
+
+#include <cstddef>
+#include <string>
+
+namespace Telvane
+{
+
+/// The most bytes of a message that travel. A receiver needs the last one for a terminator, so the longest
+/// message that arrives whole has one byte less.
+constexpr int kMessageLimit = 16384;
+
+/// A descriptor that is closed with its owner.
+class FileDescriptor
+{
+public:
+    FileDescriptor() = default;
+    explicit FileDescriptor(int fd) : m_fd(fd) {}
+    FileDescriptor(FileDescriptor&& other) noexcept : m_fd(other.release()) {}
+    FileDescriptor& operator=(FileDescriptor&& other) noexcept
+    {
+        reset(other.release());
+        return *this;
+    }
+    ~FileDescriptor() { reset(-1); }
+
+    int get() const { return m_fd; }
+    bool valid() const { return m_fd >= 0; }
+    void reset(int fd);
+    int release()
+    {
+        const int fd = m_fd;
+        m_fd = -1;
+        return fd;
+    }
+
+private:
+    int m_fd = -1;
+};
+
+/// \return a new socket; invalid, with errno set, when there is none to be had
+FileDescriptor openSocket();
+
+/// \name Addressing
+/// As bind() and connect(), for a path of at most 107 characters. A longer one is a mistake of the program
+/// that no result could mend: it ends the process.
+/// @{
+int bindSocket(int fd, const std::string& path);
+int connectSocket(int fd, const std::string& path);
+/// @}
+
+/// \return the next client, or -1 with errno set
+int acceptClient(int listener);
+
+/// Receives one packet and terminates it as a text, cutting off what a text of this size cannot hold.
+/// \param buffer of kMessageLimit bytes
+/// \return the packet's length; 0 at the end of the stream; -1 with errno set
+int receivePacket(int fd, char* buffer);
+
+/// Sends one packet in one call, clamped to kMessageLimit bytes.
+/// \param flags added to those that every packet has
+/// \return what send() returns
+int sendPacket(int fd, const char* data, int length, int flags);
+
+} // namespace Telvane
