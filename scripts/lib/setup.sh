@@ -27,7 +27,7 @@ telvane_logged() {
     local log=$1 what=$2 status=0
     shift 2
     mkdir -p "${log%/*}"
-    telvane_say "$what ..."
+    telvane_say "$what (output in ${log#"$telvane_root"/}) ..."
     "$@" </dev/null >"$log" 2>&1 || status=$?
     if [ "$status" -ne 0 ]; then
         cat "$log" >&2
@@ -102,6 +102,6 @@ telvane_setup_build() {
         telvane_logged "$directory/configure.log" "configuring the preset $preset" cmake --preset "$preset"
     fi
     # The build configures again by itself when a CMake file or the list of sources has changed.
-    telvane_logged "$directory/build.log" "building the preset $preset (follow it in build/$preset/build.log)" \
+    telvane_logged "$directory/build.log" "building the preset $preset" \
         cmake --build --preset "$preset" --parallel "$(nproc)" "${targets[@]}"
 }
