@@ -4,12 +4,18 @@
 #include <Telvane/RecordCatalogue.h>
 
 #include <Telvane/DateTime.h>
+#include <Telvane/DeviceRecords.h>
+#include <Telvane/MemorySlotRecords.h>
+#include <Telvane/ModuleRecords.h>
 #include <Telvane/PSPrimitives.h>
+#include <Telvane/PanelRecords.h>
 #include <Telvane/RequestType.h>
+#include <Telvane/RtaModuleRecords.h>
 #include <Telvane/WeldRecords.h>
 
 #include <algorithm>
 #include <cstring>
+#include <type_traits>
 
 namespace Telvane
 {
@@ -17,9 +23,10 @@ namespace Telvane
 namespace
 {
 
-template <class Record>
-RecordClass entry(const char* name, const char* base = "TelvaneDataTypeBase")
+template <class Record, class Base = TelvaneDataTypeBase>
+RecordClass entry(const char* name, const char* base)
 {
+    static_assert(std::is_base_of_v<Base, Record>, "a record derives from the base that it names");
     return {name, base, &Record::recordTable, []() -> TelvaneDataTypeBase* {
                 return new Record();
             }};
@@ -27,7 +34,8 @@ RecordClass entry(const char* name, const char* base = "TelvaneDataTypeBase")
 
 std::vector<RecordClass> makeCatalogue()
 {
-#define TELVANE_ENTRY(Class) entry<Class>(#Class)
+#define TELVANE_ENTRY(Class) entry<Class>(#Class, "TelvaneDataTypeBase")
+#define TELVANE_DERIVED_ENTRY(Class, Base) entry<Class, Base>(#Class, #Base)
     std::vector<RecordClass> classes = {
         // Weld data
         TELVANE_ENTRY(WeldTriggerStart),
@@ -43,6 +51,64 @@ std::vector<RecordClass> makeCatalogue()
         TELVANE_ENTRY(TelvaneDataFullStatus),
         TELVANE_ENTRY(DataStatus),
         TELVANE_ENTRY(LogData),
+        // Device identity, capabilities and settings
+        TELVANE_ENTRY(DeviceIdentity),
+        TELVANE_ENTRY(DeviceCapabilities),
+        TELVANE_ENTRY(DeviceSettings),
+        TELVANE_ENTRY(HALInfo),
+        TELVANE_ENTRY(HALStatus),
+        TELVANE_ENTRY(PowerSourceConnection),
+        TELVANE_ENTRY(ProcessSettings),
+        TELVANE_ENTRY(SystemHealth),
+        TELVANE_ENTRY(PowerDownStatus),
+        TELVANE_ENTRY(AdminAccessSettings),
+        TELVANE_ENTRY(MessageSerialType),
+        TELVANE_ENTRY(TelvaneError),
+        TELVANE_ENTRY(ApiErrorMessage),
+        // Memory slots and weld programs
+        TELVANE_ENTRY(WeldProcessLibraryRequest),
+        TELVANE_ENTRY(WeldProcessLibraryReport),
+        TELVANE_ENTRY(GetMemorySlotSettingsRequest),
+        TELVANE_ENTRY(MemorySlotDownloadSummary),
+        TELVANE_ENTRY(MemorySlotFleetManagementDownloadSettings),
+        TELVANE_ENTRY(SetMemorySlotSettingsWeldControlRequest),
+        TELVANE_ENTRY(MemorySlotSettingsReport),
+        TELVANE_ENTRY(MemorySlotSettingsWeldControlReply),
+        TELVANE_ENTRY(MemorySlotSettingsGlobal),
+        TELVANE_ENTRY(MemorySlotLimitsEnable),
+        // Lights, torches and user interface
+        TELVANE_ENTRY(SystemLedStatus),
+        TELVANE_ENTRY(TelvaneLedStatus),
+        TELVANE_ENTRY(LedSettings),
+        TELVANE_ENTRY(FerroluxLedFlags),
+        TELVANE_ENTRY(TorchDisable),
+        TELVANE_ENTRY(LtdTorchConfiguration),
+        TELVANE_ENTRY(LtdTorchButtonRequest),
+        TELVANE_ENTRY(SystemLockMemoryState),
+        TELVANE_ENTRY(UIMenuStatus),
+        // Network, time, files, firmware and configuration
+        TELVANE_ENTRY(NetworkInfo),
+        TELVANE_ENTRY(TimeSyncType),
+        TELVANE_ENTRY(TimeType),
+        TELVANE_ENTRY(USBDetection),
+        TELVANE_ENTRY(FileInfoType),
+        TELVANE_ENTRY(ErrorLogType),
+        TELVANE_ENTRY(IncomingCommands),
+        TELVANE_ENTRY(CarrierFileInfo),
+        TELVANE_ENTRY(CarrierInfo),
+        TELVANE_ENTRY(CanTelvaneUpdateCode),
+        TELVANE_ENTRY(FirmwareUpdateStart),
+        TELVANE_ENTRY(FirmwareUpdateEnd),
+        TELVANE_ENTRY(PostConfig),
+        TELVANE_ENTRY(ConfigRequest),
+        TELVANE_ENTRY(ConfigReply),
+        TELVANE_ENTRY(SocketInfo),
+        TELVANE_ENTRY(SocketConnectionStatus),
+        // Real-time module
+        TELVANE_ENTRY(RtaModuleOutBoundData),
+        TELVANE_ENTRY(RtaModuleInBoundData),
+        TELVANE_ENTRY(RtaModuleData),
+        TELVANE_ENTRY(RtaModuleDataRequest),
         // Power-source primitives
         TELVANE_ENTRY(ValueType),
         TELVANE_ENTRY(FlagType),
@@ -55,6 +121,7 @@ std::vector<RecordClass> makeCatalogue()
         TELVANE_ENTRY(RequestType),
     };
 #undef TELVANE_ENTRY
+#undef TELVANE_DERIVED_ENTRY
     std::sort(classes.begin(), classes.end(), [](const RecordClass& left, const RecordClass& right) {
         return std::strcmp(left.name, right.name) < 0;
     });

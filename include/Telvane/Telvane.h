@@ -4,12 +4,17 @@
 
 #include <Telvane/BoolFlag.h>
 #include <Telvane/DateTime.h>
+#include <Telvane/DeviceRecords.h>
 #include <Telvane/EventClient.h>
 #include <Telvane/EventClientSynchronizer.h>
 #include <Telvane/EventServer.h>
+#include <Telvane/MemorySlotRecords.h>
+#include <Telvane/ModuleRecords.h>
 #include <Telvane/PSPrimitives.h>
+#include <Telvane/PanelRecords.h>
 #include <Telvane/RecordCatalogue.h>
 #include <Telvane/RecordTable.h>
 #include <Telvane/RequestType.h>
+#include <Telvane/RtaModuleRecords.h>
 #include <Telvane/TelvaneDataTypeBase.h>
 #include <Telvane/WeldRecords.h>
