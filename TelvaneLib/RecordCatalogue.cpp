@@ -3,11 +3,16 @@
 
 #include <Telvane/RecordCatalogue.h>
 
+#include <Telvane/AutomationStatus.h>
 #include <Telvane/DateTime.h>
 #include <Telvane/DeviceRecords.h>
 #include <Telvane/MemorySlotRecords.h>
 #include <Telvane/ModuleRecords.h>
+#include <Telvane/PSCommand.h>
+#include <Telvane/PSFeedback.h>
+#include <Telvane/PSMemorySlot.h>
 #include <Telvane/PSPrimitives.h>
+#include <Telvane/PSWeldCommand.h>
 #include <Telvane/PanelRecords.h>
 #include <Telvane/RequestType.h>
 #include <Telvane/RtaModuleRecords.h>
@@ -116,6 +121,17 @@ std::vector<RecordClass> makeCatalogue()
         TELVANE_ENTRY(FlagLabelType),
         TELVANE_ENTRY(ProgramType),
         TELVANE_ENTRY(PSFunctionRequest),
+        // Power-source commands, feedback and memory slots
+        TELVANE_ENTRY(PSCommandBase),
+        TELVANE_DERIVED_ENTRY(PSCommand, PSCommandBase),
+        TELVANE_DERIVED_ENTRY(PSProgramCommand, PSCommandBase),
+        TELVANE_ENTRY(PSWeldCommandBase),
+        TELVANE_DERIVED_ENTRY(PSWeldCommand, PSWeldCommandBase),
+        TELVANE_ENTRY(PSFeedbackBase),
+        TELVANE_DERIVED_ENTRY(PSFeedback, PSFeedbackBase),
+        TELVANE_ENTRY(PSMemorySlotBase),
+        TELVANE_DERIVED_ENTRY(PSMemorySlot, PSMemorySlotBase),
+        TELVANE_ENTRY(AutomationStatus),
         // Time and requests
         TELVANE_ENTRY(DateTime),
         TELVANE_ENTRY(RequestType),

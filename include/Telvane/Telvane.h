@@ -2,6 +2,7 @@
 /// The whole library: this header is enough for any application.
 #pragma once
 
+#include <Telvane/AutomationStatus.h>
 #include <Telvane/BoolFlag.h>
 #include <Telvane/DateTime.h>
 #include <Telvane/DeviceRecords.h>
@@ -10,7 +11,11 @@
 #include <Telvane/EventServer.h>
 #include <Telvane/MemorySlotRecords.h>
 #include <Telvane/ModuleRecords.h>
+#include <Telvane/PSCommand.h>
+#include <Telvane/PSFeedback.h>
+#include <Telvane/PSMemorySlot.h>
 #include <Telvane/PSPrimitives.h>
+#include <Telvane/PSWeldCommand.h>
 #include <Telvane/PanelRecords.h>
 #include <Telvane/RecordCatalogue.h>
 #include <Telvane/RecordTable.h>
