@@ -2,8 +2,10 @@
 /// The whole library: this header is enough for any application.
 #pragma once
 
+#include <Telvane/Ascii85.h>
 #include <Telvane/AutomationStatus.h>
 #include <Telvane/BoolFlag.h>
+#include <Telvane/Consumables.h>
 #include <Telvane/DateTime.h>
 #include <Telvane/DeviceRecords.h>
 #include <Telvane/EventClient.h>
@@ -23,3 +25,4 @@
 #include <Telvane/RtaModuleRecords.h>
 #include <Telvane/TelvaneDataTypeBase.h>
 #include <Telvane/WeldRecords.h>
+#include <Telvane/WireComputations.h>
