@@ -1,21 +1,14 @@
-// Keys and borrowed texts are referenced, not copied: a message's tree lives shorter than they do. A message
-// is printed into a buffer that stays, since an allocation that grows with the text costs more than the text.
+// Keys and borrowed texts are referenced, not copied: a message's tree lives shorter than they do.
 
 #include "Envelope.h"
 
-#include <climits>
-#include <cstring>
-#include <new>
+#include <utility>
 
 namespace Telvane
 {
 
 namespace
 {
-
-// Enough for nearly every message; the largest buffer that is kept is large enough for any that arrives.
-constexpr int kFirstBuffer = 4096;
-constexpr int kLargestBuffer = 65536;
 
 bool add(const JsonTree& object, const char* key, cJSON* item)
 {
@@ -49,8 +42,7 @@ JsonTree makeChannelPayload(const std::string& channel)
 JsonTree makePublication(const char* channel, JsonTree payload)
 {
     JsonTree message(cJSON_CreateObject());
-    const bool added =
-        addText(message, "header", channel) && add(message, "payload", payload.release());
+    const bool added = addText(message, "header", channel) && add(message, "payload", payload.release());
     return complete(std::move(message), added);
 }
 
@@ -111,39 +103,6 @@ const char* channelOf(const cJSON* object)
 bool isSuccess(const cJSON* response)
 {
     return cJSON_IsTrue(cJSON_GetObjectItem(response, "success")) != 0;
-}
-
-const char* MessagePrinter::print(const cJSON* message, Form form)
-{
-    const cJSON_bool formatted = form == Form::Formatted ? 1 : 0;
-    m_large.reset();
-    if (m_size == 0) {
-        m_buffer.reset(new (std::nothrow) char[kFirstBuffer]);
-        m_size = m_buffer != nullptr ? kFirstBuffer : 0;
-    }
-    for (;;) {
-        // The printer takes the tree without const but does not change it.
-        if (m_size != 0 &&
-            cJSON_PrintPreallocated(const_cast<cJSON*>(message), m_buffer.get(), m_size, formatted) != 0) {
-            m_length = static_cast<int>(std::strlen(m_buffer.get()));
-            return m_buffer.get();
-        }
-        const int larger = m_size * 4;
-        std::unique_ptr<char[]> buffer(
-            larger != 0 && larger <= kLargestBuffer ? new (std::nothrow) char[larger] : nullptr);
-        if (buffer == nullptr) {
-            break;
-        }
-        m_buffer = std::move(buffer);
-        m_size = larger;
-    }
-    m_large.reset(formatted != 0 ? cJSON_Print(message) : cJSON_PrintUnformatted(message));
-    if (m_large == nullptr) {
-        return nullptr;
-    }
-    const std::size_t length = std::strlen(m_large.get());
-    m_length = length < INT_MAX ? static_cast<int>(length) : INT_MAX;
-    return m_large.get();
 }
 
 } // namespace Telvane

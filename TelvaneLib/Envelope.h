@@ -5,7 +5,6 @@
 
 #include "JsonTree.h"
 
-#include <memory>
 #include <string>
 
 namespace Telvane
@@ -38,28 +37,5 @@ int sequenceOf(const cJSON* message);
 const char* channelOf(const cJSON* object);
 bool isSuccess(const cJSON* response);
 /// @}
-
-/// Prints messages into a buffer that is kept from one to the next.
-class MessagePrinter
-{
-public:
-    enum class Form
-    {
-        Compact,
-        Formatted,
-    };
-
-    /// \return the text, valid until the next print; null when memory runs out
-    const char* print(const cJSON* message, Form form);
-
-    /// \return the length of the text printed last
-    int length() const { return m_length; }
-
-private:
-    std::unique_ptr<char[]> m_buffer;
-    int m_size = 0;
-    JsonText m_large;
-    int m_length = 0;
-};
 
 } // namespace Telvane

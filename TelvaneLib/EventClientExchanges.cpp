@@ -40,7 +40,7 @@ int EventClient::Publish(const std::string& channel, TelvaneDataTypeBase& record
     return m_state->send(publication.get());
 }
 
-int EventClient::State::send(const cJSON* message)
+int EventClient::State::send(cJSON* message)
 {
     if (message == nullptr) {
         return -ENOMEM;
@@ -90,7 +90,7 @@ int EventClient::unsubscribeFromServer(const std::string& channel)
     return m_state->runExchange(m_state->unsubscribing, channel, makeUnsubscribeRequest(channel).get());
 }
 
-int EventClient::State::runExchange(MetaExchange& exchange, const std::string& channel, const cJSON* request)
+int EventClient::State::runExchange(MetaExchange& exchange, const std::string& channel, cJSON* request)
 {
     const std::lock_guard<std::mutex> turnGuard(exchange.turn);
     std::unique_lock<std::mutex> guard(exchange.lock);

@@ -14,6 +14,7 @@
 #include <Telvane/EventClient.h>
 
 #include "Envelope.h"
+#include "MessagePrinter.h"
 #include "SeqpacketSocket.h"
 
 #include <atomic>
@@ -77,9 +78,9 @@ struct EventClient::State
     void dispatch(EventClient& client, const char* text);
     Closure exchangeClosure(const std::string& header, Closure closure);
 
-    int send(const cJSON* message);
+    int send(cJSON* message);
     int sendText(const char* text, int length);
-    int runExchange(MetaExchange& exchange, const std::string& channel, const cJSON* request);
+    int runExchange(MetaExchange& exchange, const std::string& channel, cJSON* request);
 
     std::mutex connectionLock;
     ConnectionPointer connection;

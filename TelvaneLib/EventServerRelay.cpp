@@ -175,6 +175,9 @@ int EventServer::subscriptionHandler(void* server, int /*fd*/, const std::string
     if (entry == nullptr) {
         return 0;
     }
+    // The payload stands in the relay as a reference, which the printer leaves alone: it is readied by
+    // itself.
+    state.printer.readyNumbers(payload);
     const JsonTree message = makeRelay(channel, sequence, payload);
     const char* const text =
         message != nullptr ? state.printer.print(message.get(), MessagePrinter::Form::Formatted) : nullptr;

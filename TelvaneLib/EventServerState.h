@@ -13,6 +13,7 @@
 #include <Telvane/EventServer.h>
 
 #include "Envelope.h"
+#include "MessagePrinter.h"
 #include "SeqpacketSocket.h"
 
 #include <atomic>
