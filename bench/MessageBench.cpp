@@ -1,0 +1,293 @@
+// What one message costs, step by step: packaging, printing, parsing, unpackaging and copying of a small, a
+// medium and the widest record, each beside the same done by hand with plain calls of the JSON library, and
+// the server's part of a message without its sockets.
+//
+// The figures are for comparing with each other in one run; absolute times move with the machine.
+
+#include "Envelope.h"
+#include "JsonTree.h"
+#include "MessagePrinter.h"
+
+#include <Telvane/Telvane.h>
+
+#include <benchmark/benchmark.h>
+
+#include <array>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+namespace Telvane
+{
+namespace
+{
+
+WeldTraceData makeSmall()
+{
+    WeldTraceData record;
+    record.sequence = 4711;
+    record.timestamp.time = {1'700'000'000, 123'000'000};
+    record.data.amps = 176.4;
+    record.data.volts = 25.1;
+    record.data.wfs = 112.5;
+    record.data.gas = 9.03;
+    record.data.power = 4427.64;
+    record.data.motor = 3.7;
+    record.messageSerial = 815;
+    return record;
+}
+
+PSMemorySlot makeMedium()
+{
+    PSMemorySlot record;
+    record.mPrograms.resize(26);
+    int number = 0;
+    for (ProgramType& program : record.mPrograms) {
+        program.PROC = number % 24;
+        program.WT = number % 16;
+        program.WS = number % 29;
+        program.GT = number % 21;
+        program._id = "5e1f8f9c-6f1d-4c3a-9b1e-2f6d6f0a7b1c";
+        program._sequence_tag = ++number;
+    }
+    return record;
+}
+
+MemorySlotFleetManagementDownloadSettings makeWidest()
+{
+    MemorySlotFleetManagementDownloadSettings record;
+    int* const first = &record.Id;
+    for (int i = 0; i < 58; ++i) {
+        first[i] = i * 17;
+    }
+    return record;
+}
+
+template <class Record>
+Record make();
+template <>
+WeldTraceData make()
+{
+    return makeSmall();
+}
+template <>
+PSMemorySlot make()
+{
+    return makeMedium();
+}
+template <>
+MemorySlotFleetManagementDownloadSettings make()
+{
+    return makeWidest();
+}
+
+/// The records packaged as an application without the library would, call by call.
+cJSON* packageByHand(const WeldTraceData& record)
+{
+    cJSON* const object = cJSON_CreateObject();
+    cJSON_AddNumberToObject(object, "sequence", record.sequence);
+    cJSON_AddStringToObject(object, "timestamp", "/Date(1700000000123)/");
+    cJSON* const data = cJSON_AddObjectToObject(object, "data");
+    cJSON_AddNumberToObject(data, "amps", record.data.amps);
+    cJSON_AddNumberToObject(data, "volts", record.data.volts);
+    cJSON_AddNumberToObject(data, "wfs", record.data.wfs);
+    cJSON_AddNumberToObject(data, "gas", record.data.gas);
+    cJSON_AddNumberToObject(data, "power", record.data.power);
+    cJSON_AddNumberToObject(data, "motor", record.data.motor);
+    cJSON_AddNumberToObject(object, "messageSerial", record.messageSerial);
+    return object;
+}
+
+void unpackageByHand(const cJSON* object, WeldTraceData& record)
+{
+    record.sequence = cJSON_GetObjectItem(object, "sequence")->valueint;
+    DateTime::FromString(cJSON_GetObjectItem(object, "timestamp")->valuestring, record.timestamp);
+    const cJSON* const data = cJSON_GetObjectItem(object, "data");
+    record.data.amps = cJSON_GetObjectItem(data, "amps")->valuedouble;
+    record.data.volts = cJSON_GetObjectItem(data, "volts")->valuedouble;
+    record.data.wfs = cJSON_GetObjectItem(data, "wfs")->valuedouble;
+    record.data.gas = cJSON_GetObjectItem(data, "gas")->valuedouble;
+    record.data.power = cJSON_GetObjectItem(data, "power")->valuedouble;
+    record.data.motor = cJSON_GetObjectItem(data, "motor")->valuedouble;
+    record.messageSerial = cJSON_GetObjectItem(object, "messageSerial")->valueint;
+    if (const cJSON* const id = cJSON_GetObjectItem(object, "_id")) {
+        record._id = id->valuestring;
+    }
+    if (const cJSON* const tag = cJSON_GetObjectItem(object, "_sequence_tag")) {
+        record._sequence_tag = tag->valueint;
+    }
+}
+
+void PackageAndPrintByHand(benchmark::State& state)
+{
+    const WeldTraceData record = makeSmall();
+    for (auto _ : state) {
+        const JsonTree object(packageByHand(record));
+        const JsonText text(cJSON_Print(object.get()));
+        benchmark::DoNotOptimize(text.get());
+    }
+}
+BENCHMARK(PackageAndPrintByHand);
+
+template <class Record>
+void PackageAndPrint(benchmark::State& state)
+{
+    Record record = make<Record>();
+    MessagePrinter printer;
+    for (auto _ : state) {
+        cJSON* packaged = nullptr;
+        record.Package(&packaged);
+        const JsonTree object(packaged);
+        benchmark::DoNotOptimize(printer.print(object.get(), MessagePrinter::Form::Formatted));
+    }
+}
+BENCHMARK(PackageAndPrint<WeldTraceData>);
+BENCHMARK(PackageAndPrint<PSMemorySlot>);
+BENCHMARK(PackageAndPrint<MemorySlotFleetManagementDownloadSettings>);
+
+template <class Record>
+void Package(benchmark::State& state)
+{
+    Record record = make<Record>();
+    for (auto _ : state) {
+        cJSON* packaged = nullptr;
+        record.Package(&packaged);
+        const JsonTree object(packaged);
+        benchmark::DoNotOptimize(object.get());
+    }
+}
+BENCHMARK(Package<WeldTraceData>);
+BENCHMARK(Package<PSMemorySlot>);
+BENCHMARK(Package<MemorySlotFleetManagementDownloadSettings>);
+
+void ParseAndUnpackageByHand(benchmark::State& state)
+{
+    const std::string text = makeSmall().GetString();
+    for (auto _ : state) {
+        const JsonTree object(cJSON_Parse(text.c_str()));
+        WeldTraceData record;
+        unpackageByHand(object.get(), record);
+        benchmark::DoNotOptimize(record.data.amps);
+    }
+}
+BENCHMARK(ParseAndUnpackageByHand);
+
+template <class Record>
+void ParseAndUnpackage(benchmark::State& state)
+{
+    const std::string text = make<Record>().GetString();
+    const Record prototype;
+    for (auto _ : state) {
+        const JsonTree object(cJSON_Parse(text.c_str()));
+        TelvaneDataTypeBase* unpackaged = nullptr;
+        const_cast<Record&>(prototype).Unpackage(object.get(), &unpackaged);
+        const std::unique_ptr<TelvaneDataTypeBase> record(unpackaged);
+        benchmark::DoNotOptimize(record.get());
+    }
+}
+BENCHMARK(ParseAndUnpackage<WeldTraceData>);
+BENCHMARK(ParseAndUnpackage<PSMemorySlot>);
+BENCHMARK(ParseAndUnpackage<MemorySlotFleetManagementDownloadSettings>);
+
+template <class Record>
+void Parse(benchmark::State& state)
+{
+    const std::string text = make<Record>().GetString();
+    for (auto _ : state) {
+        const JsonTree object(cJSON_Parse(text.c_str()));
+        benchmark::DoNotOptimize(object.get());
+    }
+}
+BENCHMARK(Parse<WeldTraceData>);
+BENCHMARK(Parse<PSMemorySlot>);
+BENCHMARK(Parse<MemorySlotFleetManagementDownloadSettings>);
+
+template <class Record>
+void Unpackage(benchmark::State& state)
+{
+    const std::string text = make<Record>().GetString();
+    const JsonTree object(cJSON_Parse(text.c_str()));
+    Record record;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(record.Unpackage(object.get()));
+    }
+}
+BENCHMARK(Unpackage<WeldTraceData>);
+BENCHMARK(Unpackage<PSMemorySlot>);
+BENCHMARK(Unpackage<MemorySlotFleetManagementDownloadSettings>);
+
+void UnpackageWidestBySearchPerKey(benchmark::State& state)
+{
+    using Record = MemorySlotFleetManagementDownloadSettings;
+    const std::string text = makeWidest().GetString();
+    const JsonTree object(cJSON_Parse(text.c_str()));
+    Record record;
+    for (auto _ : state) {
+        int* field = &record.Id;
+        for (const RecordField& entry : Record::recordTable().fields()) {
+            *field++ = cJSON_GetObjectItem(object.get(), entry.key)->valueint;
+        }
+        benchmark::DoNotOptimize(record.Id);
+    }
+}
+BENCHMARK(UnpackageWidestBySearchPerKey);
+
+template <class Record>
+void Copy(benchmark::State& state)
+{
+    Record source = make<Record>();
+    Record target;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(target.copy(&source));
+    }
+}
+BENCHMARK(Copy<WeldTraceData>);
+BENCHMARK(Copy<PSMemorySlot>);
+BENCHMARK(Copy<MemorySlotFleetManagementDownloadSettings>);
+
+/// Parse the publication, ready its numbers, print the relay: all of a relay but the sockets and locks.
+template <class Record>
+void ServerRelay(benchmark::State& state)
+{
+    Record record = make<Record>();
+    record._id = "5e1f8f9c-6f1d-4c3a-9b1e-2f6d6f0a7b1c";
+    cJSON* packaged = nullptr;
+    record.Package(&packaged);
+    MessagePrinter publicationPrinter;
+    const std::string channel = "WeldTraceData";
+    const JsonTree publication = makePublication(channel.c_str(), JsonTree(packaged));
+    const std::string text = publicationPrinter.print(publication.get(), MessagePrinter::Form::Formatted);
+    MessagePrinter printer;
+    for (auto _ : state) {
+        const JsonTree message(cJSON_Parse(text.c_str()));
+        benchmark::DoNotOptimize(headerOf(message.get()));
+        cJSON* const payload = payloadOf(message.get());
+        printer.readyNumbers(payload);
+        const JsonTree relay = makeRelay(channel, 4711, payload);
+        benchmark::DoNotOptimize(printer.print(relay.get(), MessagePrinter::Form::Formatted));
+    }
+}
+BENCHMARK(ServerRelay<WeldTraceData>);
+BENCHMARK(ServerRelay<PSMemorySlot>);
+
+void ServerRelayByHand(benchmark::State& state)
+{
+    WeldTraceData record = makeSmall();
+    record._id = "5e1f8f9c-6f1d-4c3a-9b1e-2f6d6f0a7b1c";
+    const std::string text = "{\"header\":\"WeldTraceData\",\"payload\":" + record.GetString() + "}";
+    for (auto _ : state) {
+        const JsonTree message(cJSON_Parse(text.c_str()));
+        cJSON* const payload = cJSON_DetachItemFromObject(message.get(), "payload");
+        const JsonTree relay(cJSON_CreateObject());
+        cJSON_AddStringToObject(relay.get(), "header",
+                                cJSON_GetObjectItem(message.get(), "header")->valuestring);
+        cJSON_AddNumberToObject(relay.get(), "sequence", 4711);
+        cJSON_AddItemToObject(relay.get(), "payload", payload);
+        const JsonText printed(cJSON_Print(relay.get()));
+        benchmark::DoNotOptimize(printed.get());
+    }
+}
+BENCHMARK(ServerRelayByHand);
+
+} // namespace
+} // namespace Telvane
