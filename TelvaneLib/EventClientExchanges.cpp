@@ -30,31 +30,41 @@ int EventClient::Publish(const std::string& channel, TelvaneDataTypeBase& record
     if (!m_state->connected()) {
         return -ENOTCONN;
     }
-    cJSON* packaged = nullptr;
-    const int result = record.Package(&packaged);
-    JsonTree payload(packaged);
-    if (result < 0) {
-        return result;
+    std::unique_ptr<PublicationWriter> writer = m_state->takeWriter();
+    if (writer == nullptr) {
+        return -ENOMEM;
     }
-    const JsonTree publication = makePublication(channel.c_str(), std::move(payload));
-    return m_state->send(publication.get());
+    const char* text = nullptr;
+    int result = writer->write(channel, record, text);
+    if (result == 0) {
+        result = m_state->sendText(text, writer->length());
+    }
+    m_state->returnWriter(std::move(writer));
+    return result;
+}
+
+std::unique_ptr<PublicationWriter> EventClient::State::takeWriter()
+{
+    PublicationWriter* const idle = idleWriter.exchange(nullptr);
+    return std::unique_ptr<PublicationWriter>(idle != nullptr ? idle
+                                                              : new (std::nothrow) PublicationWriter());
+}
+
+void EventClient::State::returnWriter(std::unique_ptr<PublicationWriter> writer)
+{
+    // One is kept. What another thread returned in the meantime goes.
+    writer.reset(idleWriter.exchange(writer.release()));
 }
 
 int EventClient::State::send(cJSON* message)
 {
-    if (message == nullptr) {
+    std::unique_ptr<PublicationWriter> writer = takeWriter();
+    if (message == nullptr || writer == nullptr) {
         return -ENOMEM;
     }
-    std::unique_ptr<MessagePrinter> printer(idlePrinter.exchange(nullptr));
-    if (printer == nullptr) {
-        printer.reset(new (std::nothrow) MessagePrinter());
-    }
-    if (printer == nullptr) {
-        return -ENOMEM;
-    }
-    const char* const text = printer->print(message, MessagePrinter::Form::Formatted);
-    const int result = text != nullptr ? sendText(text, printer->length()) : -ENOMEM;
-    const std::unique_ptr<MessagePrinter> other(idlePrinter.exchange(printer.release()));
+    const char* const text = writer->print(message, MessagePrinter::Form::Formatted);
+    const int result = text != nullptr ? sendText(text, writer->length()) : -ENOMEM;
+    returnWriter(std::move(writer));
     return result;
 }
 

@@ -14,7 +14,7 @@
 #include <Telvane/EventClient.h>
 
 #include "Envelope.h"
-#include "MessagePrinter.h"
+#include "PublicationWriter.h"
 #include "SeqpacketSocket.h"
 
 #include <atomic>
@@ -63,7 +63,7 @@ struct EventClient::State
 {
     using Closure = std::unique_ptr<CallbackClosure>;
 
-    ~State() { delete idlePrinter.load(); }
+    ~State() { delete idleWriter.load(); }
 
     static State& of(EventClient& client) { return *client.m_state; }
 
@@ -78,6 +78,8 @@ struct EventClient::State
     void dispatch(EventClient& client, const char* text);
     Closure exchangeClosure(const std::string& header, Closure closure);
 
+    std::unique_ptr<PublicationWriter> takeWriter();
+    void returnWriter(std::unique_ptr<PublicationWriter> writer);
     int send(cJSON* message);
     int sendText(const char* text, int length);
     int runExchange(MetaExchange& exchange, const std::string& channel, cJSON* request);
@@ -98,8 +100,8 @@ struct EventClient::State
     MetaExchange subscribing;
     MetaExchange unsubscribing;
 
-    /// The printer that is not in use; another thread that publishes meanwhile makes one of its own.
-    std::atomic<MessagePrinter*> idlePrinter{nullptr};
+    /// The writer that is not in use; another thread that publishes meanwhile makes one of its own.
+    std::atomic<PublicationWriter*> idleWriter{nullptr};
 
     std::function<void(EventClient&)> onConnectionLost;
     ClientCounters counters;

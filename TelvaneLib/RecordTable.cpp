@@ -12,6 +12,8 @@
 
 #include "Diagnostics.h"
 #include "JsonTree.h"
+#include "RecordEngine.h"
+#include "Repackaging.h"
 
 #include <cstring>
 #include <strings.h>
@@ -57,17 +59,6 @@ void RecordTable::add(TelvaneDataTypeBase& base, const char*& names, std::string
 namespace
 {
 
-template <class T>
-T& fieldOf(TelvaneDataTypeBase& record, const RecordField& field)
-{
-    return *reinterpret_cast<T*>(reinterpret_cast<char*>(&record) + field.offset);
-}
-
-void* addressOf(TelvaneDataTypeBase& record, const RecordField& field)
-{
-    return reinterpret_cast<char*>(&record) + field.offset;
-}
-
 /// Adds \p item under a key that outlives every tree: the key is not copied.
 bool addItem(cJSON* output, const char* key, JsonTree item)
 {
@@ -76,18 +67,6 @@ bool addItem(cJSON* output, const char* key, JsonTree item)
     }
     item.release();
     return true;
-}
-
-const char* writeFailure(FieldKind kind)
-{
-    switch (kind) {
-    case FieldKind::Record:
-        return "FAIL! _toJson Object";
-    case FieldKind::RecordVector:
-        return "FAIL! _toJson Vector Array ";
-    default:
-        return "FAIL! _toJson Array";
-    }
 }
 
 const char* readFailure(FieldKind kind)
@@ -112,15 +91,35 @@ const char* readFailure(FieldKind kind)
 
 } // namespace
 
-bool TelvaneDataTypeBase::_packageFields(const RecordTable& table, cJSON* output)
+bool TelvaneDataTypeBase::_packageFields(const RecordTable& table, const std::type_info& tableClass,
+                                         cJSON* output)
 {
+    if (Repackaging::begins(*this, output, typeid(*this) == tableClass)) {
+        return rewriteFields(table, output);
+    }
     for (const RecordField& field : table.fields()) {
         if (!writeField(field, output)) {
             writeErrorLine(std::string(writeFailure(field.kind)) + field.key);
             return false;
         }
     }
-    return TelvaneDataTypeBase::_packageData(output);
+    return writeBaseMembers(output);
+}
+
+bool TelvaneDataTypeBase::writeBaseMembers(cJSON* output)
+{
+    if (!_id.empty()) {
+        addItem(output, kIdKey, JsonTree(cJSON_CreateString(_id.c_str())));
+    }
+    return writeSequenceTag(output);
+}
+
+bool TelvaneDataTypeBase::writeSequenceTag(cJSON* output)
+{
+    if (_sequence_tag >= 0) {
+        addItem(output, kSequenceTagKey, JsonTree(cJSON_CreateNumber(_sequence_tag)));
+    }
+    return true;
 }
 
 bool TelvaneDataTypeBase::writeField(const RecordField& field, cJSON* output)
@@ -232,10 +231,10 @@ bool TelvaneDataTypeBase::_unpackageFields(const RecordTable& table, cJSON* inpu
             return false;
         }
     }
-    if (const cJSON* const id = reader.findOptional("_id"); cJSON_IsString(id) != 0) {
+    if (const cJSON* const id = reader.findOptional(kIdKey); cJSON_IsString(id) != 0) {
         _id = id->valuestring;
     }
-    if (const cJSON* const tag = reader.findOptional("_sequence_tag"); cJSON_IsNumber(tag) != 0) {
+    if (const cJSON* const tag = reader.findOptional(kSequenceTagKey); cJSON_IsNumber(tag) != 0) {
         _sequence_tag = tag->valueint;
     }
     return true;

@@ -34,7 +34,7 @@ public:
     static void callback(void* client, TelvaneDataTypeBase* record, int sequence, void* user);
 
 private:
-    struct State;
+    struct TELVANE_LOCAL State;
     std::unique_ptr<State> m_state;
 };
 

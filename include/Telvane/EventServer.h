@@ -135,7 +135,7 @@ public:
     /// @}
 
 private:
-    struct State;
+    struct TELVANE_LOCAL State;
     std::unique_ptr<State> m_state;
 };
 

@@ -5,3 +5,6 @@
 #pragma once
 
 #define TELVANE_EXPORT __attribute__((visibility("default")))
+
+/// For what stands inside an exported class but is not for callers.
+#define TELVANE_LOCAL __attribute__((visibility("hidden")))

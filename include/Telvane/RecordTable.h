@@ -90,6 +90,16 @@ public:
     const char* className() const { return m_className; }
     const std::vector<RecordField>& fields() const { return m_fields; }
 
+    /// States that the class is packaged by this list and nothing else.
+    const RecordTable* markAsTellingAll()
+    {
+        m_tellsAll = true;
+        return this;
+    }
+
+    /// \return false for a class with a JSON form of its own, such as DateTime
+    bool tellsAll() const { return m_tellsAll; }
+
 private:
     void append(TelvaneDataTypeBase& base, const char*& names, FieldKind kind, const void* member,
                 std::size_t limit, const RecordField::NestedOperations* nested);
@@ -147,6 +157,7 @@ private:
     }
 
     const char* m_className;
+    bool m_tellsAll = false;
     std::vector<RecordField> m_fields;
 };
 
@@ -193,6 +204,7 @@ public:
 /// base's.
 #define TELVANE_DERIVED_RECORD(Class)                                                                        \
 public:                                                                                                      \
+    bool _packageData(cJSON* output) override;                                                               \
     int copy(::Telvane::TelvaneDataTypeBase* other) override;                                                \
     ::Telvane::TelvaneDataTypeBase* BuildNewDataType() const override;
 
@@ -201,12 +213,12 @@ public:                                                                         
 #define TELVANE_DEFINE_RECORD(Class)                                                                         \
     const ::Telvane::RecordTable& Class::recordTable()                                                       \
     {                                                                                                        \
-        static const ::Telvane::RecordTable* const table = Class().newRecordTable();                         \
+        static const ::Telvane::RecordTable* const table = Class().newRecordTable()->markAsTellingAll();     \
         return *table;                                                                                       \
     }                                                                                                        \
     bool Class::_packageData(cJSON* output)                                                                  \
     {                                                                                                        \
-        return _packageFields(recordTable(), output);                                                        \
+        return _packageFields(recordTable(), typeid(Class), output);                                         \
     }                                                                                                        \
     bool Class::_unpackageData(cJSON* input)                                                                 \
     {                                                                                                        \
@@ -215,7 +227,12 @@ public:                                                                         
     TELVANE_DEFINE_RECORD_COPY(Class, ::Telvane::TelvaneDataTypeBase)
 
 /// Defines what TELVANE_DERIVED_RECORD declares.
-#define TELVANE_DEFINE_DERIVED_RECORD(Class, Base) TELVANE_DEFINE_RECORD_COPY(Class, Base)
+#define TELVANE_DEFINE_DERIVED_RECORD(Class, Base)                                                           \
+    bool Class::_packageData(cJSON* output)                                                                  \
+    {                                                                                                        \
+        return _packageFields(Base::recordTable(), typeid(Class), output);                                   \
+    }                                                                                                        \
+    TELVANE_DEFINE_RECORD_COPY(Class, Base)
 
 #define TELVANE_DEFINE_RECORD_COPY(Class, Base)                                                              \
     int Class::copy(::Telvane::TelvaneDataTypeBase* other)                                                   \

@@ -8,6 +8,7 @@
 #include <cjson/cJSON.h>
 
 #include <string>
+#include <typeinfo>
 
 namespace Telvane
 {
@@ -143,21 +144,28 @@ protected:
     /// \name Records made of a list of fields
     /// What TELVANE_DEFINE_RECORD builds a record's operations from; see RecordTable.h.
     /// @{
-    bool _packageFields(const RecordTable& table, cJSON* output);
+    /// \param tableClass the class whose list \p table is
+    bool _packageFields(const RecordTable& table, const std::type_info& tableClass, cJSON* output);
     bool _unpackageFields(const RecordTable& table, cJSON* input);
     /// @}
 
 private:
     template <typename T>
-    bool readArray(const cJSON* array, T* target, unsigned int capacity, const cJSON* input);
+    TELVANE_LOCAL bool readArray(const cJSON* array, T* target, unsigned int capacity, const cJSON* input);
 
-    static bool readNested(cJSON* item, TelvaneDataTypeBase& target);
-    bool writeField(const RecordField& field, cJSON* output);
-    bool writeArray(const RecordField& field, cJSON* output);
-    bool readField(const RecordField& field, cJSON* item, const cJSON* input);
-    bool readVector(const RecordField& field, const cJSON* array);
+    TELVANE_LOCAL static bool readNested(cJSON* item, TelvaneDataTypeBase& target);
+    TELVANE_LOCAL bool writeField(const RecordField& field, cJSON* output);
+    TELVANE_LOCAL bool writeArray(const RecordField& field, cJSON* output);
+    TELVANE_LOCAL bool writeBaseMembers(cJSON* output);
+    TELVANE_LOCAL bool writeSequenceTag(cJSON* output);
+    TELVANE_LOCAL bool rewriteFields(const RecordTable& table, cJSON* output);
+    TELVANE_LOCAL bool rewriteField(const RecordField& field, cJSON& item, cJSON* output);
+    TELVANE_LOCAL bool rewriteNested(const RecordField& field, cJSON& item, cJSON* output);
+    TELVANE_LOCAL void rewriteArray(const RecordField& field, cJSON& array);
+    TELVANE_LOCAL bool readField(const RecordField& field, cJSON* item, const cJSON* input);
+    TELVANE_LOCAL bool readVector(const RecordField& field, const cJSON* array);
 
-    class FieldReader;
+    class TELVANE_LOCAL FieldReader;
 };
 
 } // namespace Telvane

@@ -2,8 +2,8 @@
 /// What happens at the arc: weld start and end, metrics, trace samples, and the small records that
 /// acknowledge, throttle and log the flow of that data.
 ///
-/// The unit texts and channel descriptions are set by the producer; the records only carry them. For the
-/// quantities see ISO/TR 18491 (welding energy) and ISO 14175 (arc control, characteristics).
+/// The unit texts and channel descriptions are set by the producer; the records only carry them. For how arc
+/// energy is measured see ISO/TR 18491.
 #pragma once
 
 #include <Telvane/DateTime.h>
