@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
-#include <iterator>
 #include <limits>
 #include <set>
 #include <string>
