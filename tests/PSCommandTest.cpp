@@ -35,10 +35,11 @@ public:
 
 } // namespace
 
-void* operator new(std::size_t size)
+// Not inline: the compiler would see malloc and free apart, and find that they do not match.
+[[gnu::noinline]] void* operator new(std::size_t size)
 {
     if (t_memory == Memory::ThrowsANumber) {
-        throw 42; // NOLINT(misc-throw-by-value-catch-by-reference)
+        throw 42;
     }
     void* const memory = t_memory == Memory::Plenty ? std::malloc(size) : nullptr;
     if (memory == nullptr) {
@@ -47,12 +48,12 @@ void* operator new(std::size_t size)
     return memory;
 }
 
-void operator delete(void* memory) noexcept
+[[gnu::noinline]] void operator delete(void* memory) noexcept
 {
     std::free(memory);
 }
 
-void operator delete(void* memory, std::size_t) noexcept
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept
 {
     std::free(memory);
 }
