@@ -6,9 +6,11 @@
 #include "Diagnostics.h"
 
 #include <algorithm>
+#include <charconv>
 #include <climits>
 #include <cstdio>
 #include <stdexcept>
+#include <string_view>
 
 namespace Telvane
 {
@@ -17,7 +19,7 @@ namespace
 {
 
 constexpr long kNanosecondsPerMillisecond = 1'000'000;
-constexpr const char* kDigits = "0123456789";
+constexpr const char* kDigits = "0123456789"; // whatever the locale
 
 int daysInMonth(int year, int month)
 {
@@ -64,11 +66,15 @@ bool DateTime::ValidateTime(const std::string& text)
 
 std::string DateTime::ToString()
 {
+    constexpr std::string_view kPrefix = "/Date(";
+    constexpr std::string_view kSuffix = ")/";
     const long long milliseconds =
         static_cast<long long>(time.tv_sec) * 1000 + time.tv_nsec / kNanosecondsPerMillisecond;
     char text[64];
-    std::snprintf(text, sizeof text, "/Date(%lld)/", milliseconds);
-    return text;
+    char* end = std::copy(kPrefix.begin(), kPrefix.end(), text);
+    end = std::to_chars(end, text + sizeof text - kSuffix.size(), milliseconds).ptr;
+    end = std::copy(kSuffix.begin(), kSuffix.end(), end);
+    return {text, end};
 }
 
 std::string DateTime::ToISO8601String()
@@ -91,11 +97,12 @@ int DateTime::FromString(const std::string& text, DateTime& result)
     if (begin == std::string::npos) {
         throw std::out_of_range("DateTime::FromString: no digit in the text");
     }
-    const std::size_t end = text.find_first_not_of(kDigits, begin);
     long long milliseconds = 0;
-    try {
-        milliseconds = std::stoll(text.substr(begin, end - begin));
-    } catch (const std::invalid_argument&) {
+    const auto [end, error] = std::from_chars(text.data() + begin, text.data() + text.size(), milliseconds);
+    if (error == std::errc::result_out_of_range) {
+        throw std::out_of_range("DateTime::FromString: number out of range");
+    }
+    if (error != std::errc()) {
         return -1;
     }
     result = DateTime();

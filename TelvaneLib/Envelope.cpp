@@ -46,13 +46,38 @@ JsonTree makePublication(const char* channel, JsonTree payload)
     return complete(std::move(message), added);
 }
 
-JsonTree makeRelay(const std::string& channel, int sequence, cJSON* payload)
+bool RelayEnvelope::build()
 {
     JsonTree message(cJSON_CreateObject());
-    const bool added = addText(message, "header", channel.c_str()) &&
-                       add(message, "sequence", cJSON_CreateNumber(sequence)) &&
-                       cJSON_AddItemReferenceToObject(message.get(), "payload", payload) != 0;
-    return complete(std::move(message), added);
+    const bool added = addText(message, "header", "") && add(message, "sequence", cJSON_CreateNumber(0)) &&
+                       add(message, "payload", cJSON_CreateObjectReference(nullptr));
+    if (!added) {
+        return false;
+    }
+    m_message = std::move(message);
+    m_header = m_message->child;
+    m_sequence = m_header->next;
+    m_payload = m_sequence->next;
+    return true;
+}
+
+cJSON* RelayEnvelope::wrap(const std::string& channel, int sequence, cJSON* payload)
+{
+    if (m_message == nullptr && !build()) {
+        return nullptr;
+    }
+    m_header->valuestring = const_cast<char*>(channel.c_str()); // a reference: neither changed nor freed
+    // The number may have been readied for the printer the time before.
+    m_sequence->type = cJSON_Number | cJSON_StringIsConst;
+    m_sequence->valuestring = nullptr;
+    cJSON_SetNumberHelper(m_sequence, sequence);
+    // Whatever the payload is, this node is it by reference.
+    m_payload->type = (payload->type & 0xFF) | cJSON_IsReference | cJSON_StringIsConst;
+    m_payload->child = payload->child;
+    m_payload->valuestring = payload->valuestring;
+    m_payload->valueint = payload->valueint;
+    m_payload->valuedouble = payload->valuedouble;
+    return m_message.get();
 }
 
 JsonTree makeSubscribeRequest(const std::string& channel)

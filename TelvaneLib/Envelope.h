@@ -19,12 +19,27 @@ constexpr const char* kRequestPrefix = "req_";
 /// @{
 /// \param payload owned by the tree from here on
 JsonTree makePublication(const char* channel, JsonTree payload);
-/// \param payload borrowed, not copied
-JsonTree makeRelay(const std::string& channel, int sequence, cJSON* payload);
 JsonTree makeSubscribeRequest(const std::string& channel);
 JsonTree makeUnsubscribeRequest(const std::string& channel);
 JsonTree makeResponse(const char* header, bool success, const char* channel);
 /// @}
+
+/// The envelope of relays, used again from one to the next.
+class RelayEnvelope
+{
+public:
+    /// \param channel, payload borrowed, not copied, until the next call
+    /// \return the relay, owned by this; null when memory runs out
+    cJSON* wrap(const std::string& channel, int sequence, cJSON* payload);
+
+private:
+    bool build();
+
+    JsonTree m_message;
+    cJSON* m_header = nullptr;
+    cJSON* m_sequence = nullptr;
+    cJSON* m_payload = nullptr;
+};
 
 /// \name Reading
 /// @{

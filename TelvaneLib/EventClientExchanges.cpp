@@ -27,7 +27,8 @@ constexpr auto kResponseDeadline = std::chrono::seconds(1);
 
 int EventClient::Publish(const std::string& channel, TelvaneDataTypeBase& record)
 {
-    if (!m_state->connected()) {
+    const ConnectionPointer connection = m_state->currentConnection();
+    if (connection == nullptr) {
         return -ENOTCONN;
     }
     std::unique_ptr<PublicationWriter> writer = m_state->takeWriter();
@@ -37,7 +38,7 @@ int EventClient::Publish(const std::string& channel, TelvaneDataTypeBase& record
     const char* text = nullptr;
     int result = writer->write(channel, record, text);
     if (result == 0) {
-        result = m_state->sendText(text, writer->length());
+        result = State::sendText(*connection, text, writer->length());
     }
     m_state->returnWriter(std::move(writer));
     return result;
@@ -58,36 +59,37 @@ void EventClient::State::returnWriter(std::unique_ptr<PublicationWriter> writer)
 
 int EventClient::State::send(cJSON* message)
 {
+    const ConnectionPointer used = currentConnection();
+    if (used == nullptr) {
+        return -ENOTCONN;
+    }
     std::unique_ptr<PublicationWriter> writer = takeWriter();
     if (message == nullptr || writer == nullptr) {
         return -ENOMEM;
     }
     const char* const text = writer->print(message, MessagePrinter::Form::Formatted);
-    const int result = text != nullptr ? sendText(text, writer->length()) : -ENOMEM;
+    const int result = text != nullptr ? sendText(*used, text, writer->length()) : -ENOMEM;
     returnWriter(std::move(writer));
     return result;
 }
 
-int EventClient::State::sendText(const char* text, int length)
+int EventClient::State::sendText(Connection& used, const char* text, int length)
 {
-    const ConnectionPointer used = currentConnection();
-    if (used == nullptr) {
-        return -ENOTCONN;
-    }
     const int clamped = std::clamp(length, 0, kMessageLimit);
     int sent = 0;
     do {
-        if (!used->open) {
+        if (!used.open) {
             return -ENOTCONN;
         }
-        sent = sendPacket(used->socket.get(), text, clamped, 0);
+        sent = sendPacket(used.socket.get(), text, clamped, 0);
     } while (sent <= 0);
     return sent == clamped ? 0 : sent;
 }
 
 int EventClient::writeDataToSocket(char* data, int length)
 {
-    return m_state->sendText(data, length);
+    const ConnectionPointer connection = m_state->currentConnection();
+    return connection != nullptr ? State::sendText(*connection, data, length) : -ENOTCONN;
 }
 
 int EventClient::subscribeToServer(const std::string& channel)

@@ -81,7 +81,7 @@ struct EventClient::State
     std::unique_ptr<PublicationWriter> takeWriter();
     void returnWriter(std::unique_ptr<PublicationWriter> writer);
     int send(cJSON* message);
-    int sendText(const char* text, int length);
+    static int sendText(Connection& used, const char* text, int length);
     int runExchange(MetaExchange& exchange, const std::string& channel, cJSON* request);
 
     std::mutex connectionLock;

@@ -178,9 +178,9 @@ int EventServer::subscriptionHandler(void* server, int /*fd*/, const std::string
     // The payload stands in the relay as a reference, which the printer leaves alone: it is readied by
     // itself.
     state.printer.readyNumbers(payload);
-    const JsonTree message = makeRelay(channel, sequence, payload);
+    cJSON* const message = state.relayEnvelope.wrap(channel, sequence, payload);
     const char* const text =
-        message != nullptr ? state.printer.print(message.get(), MessagePrinter::Form::Formatted) : nullptr;
+        message != nullptr ? state.printer.print(message, MessagePrinter::Form::Formatted) : nullptr;
     if (text == nullptr) {
         return -ENOMEM;
     }
@@ -204,7 +204,9 @@ void EventServer::State::relay(Channel& channel, const char* text, int length)
         }
     }
     count(counters.relayed, channel.subscribers.size() - failed);
-    count(counters.relaysFailed, failed);
+    if (failed != 0) {
+        count(counters.relaysFailed, failed);
+    }
 }
 
 int EventServer::writeDataToSocket(int fd, char* data, int length)

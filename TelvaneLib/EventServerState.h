@@ -4,7 +4,7 @@
 //
 //   stopLock         a stop request and its answer
 //   connectionsLock  connections and finishedThreads
-//   handlerLock      around each dispatch: channels (as a table), printer; taken alone
+//   handlerLock      around each dispatch: channels (as a table), relayEnvelope, printer; taken alone
 //   subscribersLock  leaf: who is subscribed to what; no hook runs under it
 //
 // A descriptor leaves the subscribers before it is closed, under subscribersLock, which a relay holds too:
@@ -117,6 +117,7 @@ struct EventServer::State
     std::mutex handlerLock;
     ChannelTable channels;
     ChannelTable::value_type* dispatching = nullptr; ///< the entry whose handler runs
+    RelayEnvelope relayEnvelope;
     MessagePrinter printer;
 
     std::mutex subscribersLock;

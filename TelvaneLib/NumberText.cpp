@@ -3,6 +3,8 @@
 // more than everything else in a message. The same digits are had for a fraction of that:
 //
 // - a whole number below 10^15 is its own 15 digits;
+// - so is a whole number of hundredths or millionths: an exactly rounded division gives the double that is
+//   nearest to such a decimal, and if that is the number at hand, the decimal is its text;
 // - a number whose shortest exact text has at most 15 digits has those very digits when rounded to 15,
 // because
 //   neighbouring doubles lie closer together than neighbouring texts of 15 digits do (not so for subnormals);
@@ -15,6 +17,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <utility>
 
 namespace Telvane
 {
@@ -101,6 +104,26 @@ char* formatShort(double magnitude, char* text)
     return layOut(digits, count, mark[1] == '-' ? -exponent : exponent, text);
 }
 
+/// \return the end of the text; null when the number is no whole multiple of 1 / 10^places
+char* formatDecimal(double magnitude, double scale, int places, char* text)
+{
+    const double scaled = magnitude * scale;
+    if (!(scaled < kWholeNumberLimit)) {
+        return nullptr;
+    }
+    auto multiple = static_cast<std::int64_t>(scaled + 0.5);
+    if (static_cast<double>(multiple) / scale != magnitude) {
+        return nullptr;
+    }
+    while (multiple % 10 == 0) {
+        multiple /= 10;
+        --places;
+    }
+    char digits[kDigits + 1];
+    const auto count = static_cast<int>(std::to_chars(digits, digits + sizeof digits, multiple).ptr - digits);
+    return layOut(digits, count, count - places - 1, text);
+}
+
 /// The JSON library's own notion of having read back the same number.
 bool sameNumber(double left, double right)
 {
@@ -141,6 +164,11 @@ char* formatNumber(double value, char* text)
         const auto whole = static_cast<std::int64_t>(magnitude);
         if (static_cast<double>(whole) == magnitude) {
             return terminate(std::to_chars(text, text + kDigits + 1, whole).ptr);
+        }
+    }
+    for (const auto& [scale, places] : {std::pair(1e2, 2), std::pair(1e6, 6)}) {
+        if (char* const end = formatDecimal(magnitude, scale, places, text)) {
+            return terminate(end);
         }
     }
     if (magnitude >= DBL_MIN) {

@@ -7,6 +7,7 @@
 #include "Envelope.h"
 #include "JsonTree.h"
 #include "MessagePrinter.h"
+#include "PublicationWriter.h"
 
 #include <Telvane/Telvane.h>
 
@@ -145,6 +146,23 @@ BENCHMARK(PackageAndPrint<WeldTraceData>);
 BENCHMARK(PackageAndPrint<PSMemorySlot>);
 BENCHMARK(PackageAndPrint<MemorySlotFleetManagementDownloadSettings>);
 
+/// What Publish() does but for the socket: the tree is used again, its values exchanged.
+template <class Record>
+void WritePublication(benchmark::State& state)
+{
+    Record record = make<Record>();
+    PublicationWriter writer;
+    const std::string channel = "WeldTraceData";
+    for (auto _ : state) {
+        const char* text = nullptr;
+        benchmark::DoNotOptimize(writer.write(channel, record, text));
+        benchmark::DoNotOptimize(text);
+    }
+}
+BENCHMARK(WritePublication<WeldTraceData>);
+BENCHMARK(WritePublication<PSMemorySlot>);
+BENCHMARK(WritePublication<MemorySlotFleetManagementDownloadSettings>);
+
 template <class Record>
 void Package(benchmark::State& state)
 {
@@ -258,13 +276,14 @@ void ServerRelay(benchmark::State& state)
     const JsonTree publication = makePublication(channel.c_str(), JsonTree(packaged));
     const std::string text = publicationPrinter.print(publication.get(), MessagePrinter::Form::Formatted);
     MessagePrinter printer;
+    RelayEnvelope envelope;
     for (auto _ : state) {
         const JsonTree message(cJSON_Parse(text.c_str()));
         benchmark::DoNotOptimize(headerOf(message.get()));
         cJSON* const payload = payloadOf(message.get());
         printer.readyNumbers(payload);
-        const JsonTree relay = makeRelay(channel, 4711, payload);
-        benchmark::DoNotOptimize(printer.print(relay.get(), MessagePrinter::Form::Formatted));
+        cJSON* const relay = envelope.wrap(channel, 4711, payload);
+        benchmark::DoNotOptimize(printer.print(relay, MessagePrinter::Form::Formatted));
     }
 }
 BENCHMARK(ServerRelay<WeldTraceData>);
