@@ -6,6 +6,7 @@
 
 #include <Telvane/RequestType.h>
 
+#include "Deadline.h"
 #include "Envelope.h"
 
 #include <cerrno>
@@ -50,7 +51,7 @@ int EventClientSynchronizer::Request(EventClient& client, const std::string& cha
         m_state->answered = false;
         m_state->replyTarget = &reply;
         if (client.Publish(kRequestPrefix + channel, request) == 0) {
-            const auto deadline = std::chrono::system_clock::now() + std::chrono::seconds(timeout);
+            const auto deadline = deadlineAfter(std::chrono::system_clock::now(), timeout);
             const auto answered = [this] {
                 return m_state->answered;
             };
