@@ -1,0 +1,83 @@
+#pragma once
+
+// JSON trees for tests, and cJSON's allocator when it is to fail.
+
+#include <cjson/cJSON.h>
+
+#include <cstdlib>
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+namespace Telvane::Testing
+{
+
+struct TreeDeleter
+{
+    void operator()(cJSON* tree) const { cJSON_Delete(tree); }
+};
+using Tree = std::unique_ptr<cJSON, TreeDeleter>;
+
+/// \return the tree of \p text, which must be JSON
+inline Tree parse(const std::string& text)
+{
+    Tree tree(cJSON_Parse(text.c_str()));
+    if (tree == nullptr) {
+        throw std::invalid_argument("not JSON: " + text);
+    }
+    return tree;
+}
+
+inline Tree emptyObject()
+{
+    return Tree(cJSON_CreateObject());
+}
+
+inline Tree emptyArray()
+{
+    return Tree(cJSON_CreateArray());
+}
+
+/// \return \p tree on one line, without blanks
+inline std::string compact(const cJSON* tree)
+{
+    const std::unique_ptr<char, decltype(&cJSON_free)> text(cJSON_PrintUnformatted(tree), &cJSON_free);
+    return text != nullptr ? text.get() : "";
+}
+
+inline std::string compact(const Tree& tree)
+{
+    return compact(tree.get());
+}
+
+/// Lets cJSON's allocations fail after the next \p allowed ones.
+class FailingAllocator
+{
+public:
+    explicit FailingAllocator(int allowed)
+    {
+        remaining() = allowed;
+        cJSON_Hooks hooks = {allocate, std::free};
+        cJSON_InitHooks(&hooks);
+    }
+    FailingAllocator(const FailingAllocator&) = delete;
+    FailingAllocator& operator=(const FailingAllocator&) = delete;
+    ~FailingAllocator() { cJSON_InitHooks(nullptr); }
+
+private:
+    static int& remaining()
+    {
+        static int count = 0;
+        return count;
+    }
+    static void* allocate(std::size_t size)
+    {
+        if (remaining() <= 0) {
+            return nullptr;
+        }
+        --remaining();
+        return std::malloc(size);
+    }
+};
+
+} // namespace Telvane::Testing

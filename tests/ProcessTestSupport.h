@@ -1,0 +1,223 @@
+#pragma once
+
+// What tests need of the process around them: a directory of their own, an environment variable for a
+// while, and what is written to the standard streams, whichever thread writes it.
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <sys/mman.h>
+#include <system_error>
+#include <thread>
+#include <unistd.h>
+#include <utility>
+
+/// Where a sanitizer writes its report; not there in a program without one.
+extern "C" void __sanitizer_set_report_fd(void* descriptor) __attribute__((weak));
+
+namespace Telvane::Testing
+{
+
+/// How long a test waits for what must happen. Only a failing test ever waits that long.
+constexpr std::chrono::seconds kPatience{40};
+
+/// How long a test looks whether something happens that must not. A busy machine can only hide a fault
+/// that way, not invent one.
+constexpr std::chrono::milliseconds kGlance{50};
+
+[[noreturn]] inline void throwSystemError(const char* what)
+{
+    throw std::system_error(errno, std::generic_category(), what);
+}
+
+/// Waits until \p condition holds; for what sends no event that could be waited for.
+template <class Condition>
+bool eventually(Condition condition)
+{
+    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
+
+/// A file descriptor with an owner.
+class Descriptor
+{
+public:
+    explicit Descriptor(int descriptor = -1) : m_descriptor(descriptor) {}
+    Descriptor(Descriptor&& other) noexcept : m_descriptor(std::exchange(other.m_descriptor, -1)) {}
+    Descriptor& operator=(Descriptor&& other) noexcept
+    {
+        reset(std::exchange(other.m_descriptor, -1));
+        return *this;
+    }
+    ~Descriptor() { reset(); }
+
+    int get() const { return m_descriptor; }
+    void reset(int descriptor = -1)
+    {
+        if (m_descriptor >= 0) {
+            ::close(m_descriptor);
+        }
+        m_descriptor = descriptor;
+    }
+
+private:
+    int m_descriptor;
+};
+
+/// A fresh directory, removed with everything in it.
+class TemporaryDirectory
+{
+public:
+    TemporaryDirectory()
+    {
+        std::string name = (std::filesystem::temp_directory_path() / "telvane-XXXXXX").string();
+        if (::mkdtemp(name.data()) == nullptr) {
+            throwSystemError("mkdtemp");
+        }
+        m_path = name;
+    }
+    TemporaryDirectory(const TemporaryDirectory&) = delete;
+    TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
+    ~TemporaryDirectory()
+    {
+        std::error_code ignored;
+        std::filesystem::remove_all(m_path, ignored);
+    }
+
+    std::string path(const std::string& name) const { return (m_path / name).string(); }
+
+private:
+    std::filesystem::path m_path;
+};
+
+/// Takes over a standard stream of the process, below every buffer and for all threads.
+class StreamCapture
+{
+public:
+    explicit StreamCapture(int stream)
+        : m_stream(stream), m_original(::dup(stream)), m_text(::memfd_create("capture", MFD_CLOEXEC))
+    {
+        std::fflush(nullptr);
+        if (m_original.get() < 0 || m_text.get() < 0 || ::dup2(m_text.get(), m_stream) < 0) {
+            throwSystemError("capturing a stream");
+        }
+        reportTo(m_original.get());
+    }
+    StreamCapture(const StreamCapture&) = delete;
+    StreamCapture& operator=(const StreamCapture&) = delete;
+
+    /// Gives the stream back; of a failed test, what was captured as well.
+    ~StreamCapture()
+    {
+        std::fflush(nullptr);
+        ::dup2(m_original.get(), m_stream);
+        reportTo(STDERR_FILENO);
+        if (::testing::Test::HasFailure()) {
+            const std::string captured = text();
+            [[maybe_unused]] const auto written = ::write(m_stream, captured.data(), captured.size());
+        }
+    }
+
+    /// \return what has been written so far
+    std::string text() const
+    {
+        std::string captured;
+        char part[4096];
+        ssize_t count = 0;
+        while ((count = ::pread(m_text.get(), part, sizeof part, static_cast<off_t>(captured.size()))) > 0) {
+            captured.append(part, static_cast<std::size_t>(count));
+        }
+        return captured;
+    }
+
+    /// Waits until \p expected has been written.
+    bool comesToHold(const std::string& expected) const
+    {
+        return eventually([&] { return text().find(expected) != std::string::npos; });
+    }
+
+private:
+    void reportTo(int descriptor) const
+    {
+        if (m_stream == STDERR_FILENO && __sanitizer_set_report_fd != nullptr) {
+            __sanitizer_set_report_fd(reinterpret_cast<void*>(static_cast<long>(descriptor)));
+        }
+    }
+
+    int m_stream;
+    Descriptor m_original;
+    Descriptor m_text;
+};
+
+/// What an action wrote to the two standard streams.
+struct Diagnostics
+{
+    std::string output;
+    std::string error;
+};
+
+template <class Action>
+Diagnostics diagnosticsOf(Action action)
+{
+    const StreamCapture output(STDOUT_FILENO);
+    const StreamCapture error(STDERR_FILENO);
+    action();
+    std::fflush(nullptr);
+    return {output.text(), error.text()};
+}
+
+/// An environment variable with another value for a while.
+class ScopedEnvironment
+{
+public:
+    ScopedEnvironment(const char* name, const std::string& value) : m_name(name)
+    {
+        if (const char* const before = std::getenv(name)) {
+            m_before = before;
+        }
+        ::setenv(name, value.c_str(), 1);
+    }
+    ScopedEnvironment(const ScopedEnvironment&) = delete;
+    ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
+    ~ScopedEnvironment()
+    {
+        if (m_before) {
+            ::setenv(m_name, m_before->c_str(), 1);
+        } else {
+            ::unsetenv(m_name);
+        }
+    }
+
+private:
+    const char* m_name;
+    std::optional<std::string> m_before;
+};
+
+/// \return how many descriptors the process has open
+inline std::size_t openDescriptors()
+{
+    const std::filesystem::directory_iterator entries("/proc/self/fd");
+    return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
+}
+
+/// \return how many threads the process has
+inline std::size_t runningThreads()
+{
+    const std::filesystem::directory_iterator entries("/proc/self/task");
+    return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
+}
+
+} // namespace Telvane::Testing

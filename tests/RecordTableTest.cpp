@@ -1,0 +1,534 @@
+// Records made of a list of fields: that one engine, whatever the order of the keys, reads and writes what
+// the list says. The record under test is one that an application would make, with a field of every kind.
+
+#include <Telvane/RecordTable.h>
+
+#include <Telvane/DateTime.h>
+#include <Telvane/PSPrimitives.h>
+
+#include "JsonTestSupport.h"
+#include "ProcessTestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <random>
+
+namespace Application
+{
+
+class Torch : public Telvane::TelvaneDataTypeBase
+{
+public:
+    int serialNumber = 7;                    ///< an integer with a default
+    double length = 0.5;                     ///< a real number with a default
+    bool cooled = true;                      ///< a flag with a default
+    std::string Label = "new";               ///< a text with a default
+    Telvane::ValueType wear;                 ///< a record
+    Telvane::DateTime made;                  ///< a time stamp
+    bool buttons[3] = {};                    ///< flags
+    int counts[2] = {1, 2};                  ///< integers
+    Telvane::FlagType lamps[2];              ///< records
+    std::vector<Telvane::ValueType> history; ///< a vector of records
+
+    TELVANE_RECORD(Torch, serialNumber, length, cooled, Label, wear, made, buttons, counts, lamps, history)
+};
+
+TELVANE_DEFINE_RECORD(Torch)
+
+/// More defaults for a Torch, and nothing in JSON.
+class LongTorch : public Torch
+{
+public:
+    LongTorch() { length = 9.0; }
+    TELVANE_DERIVED_RECORD(LongTorch)
+};
+
+TELVANE_DEFINE_DERIVED_RECORD(LongTorch, Torch)
+
+} // namespace Application
+
+namespace Telvane
+{
+namespace
+{
+
+using Application::LongTorch;
+using Application::Torch;
+using Testing::compact;
+using Testing::Diagnostics;
+using Testing::diagnosticsOf;
+using Testing::parse;
+using Testing::Tree;
+
+using Member = std::pair<std::string, std::string>;
+using Members = std::vector<Member>;
+
+/// A complete object for a Torch, each value different from the default.
+Members filledMembers()
+{
+    return {{"serialNumber", "31"},
+            {"length", "2.5"},
+            {"cooled", "false"},
+            {"Label", "\"L\""},
+            {"wear", R"({"Value":3,"Status":true,"_id":"w"})"},
+            {"made", "\"/Date(1500)/\""},
+            {"buttons", "[true,false,true]"},
+            {"counts", "[8,9]"},
+            {"lamps", R"([{"Flag":true,"Status":false},{"Flag":false,"Status":true}])"},
+            {"history", R"([{"Value":1,"Status":false},{"Value":2,"Status":true}])"},
+            {"_id", "\"torch\""},
+            {"_sequence_tag", "6"}};
+}
+
+std::string textOf(const Members& members)
+{
+    std::string text = "{";
+    for (const auto& [key, value] : members) {
+        text += (text.size() > 1 ? ",\"" : "\"") + key + "\":" + value;
+    }
+    return text + "}";
+}
+
+std::string compactOf(TelvaneDataTypeBase& record)
+{
+    cJSON* packaged = nullptr;
+    EXPECT_EQ(record.Package(&packaged), 0);
+    const Tree owned(packaged);
+    return compact(packaged);
+}
+
+TEST(RecordTable, ListsKeysKindsAndLimitsInOrder)
+{
+    struct Expected
+    {
+        const char* key;
+        FieldKind kind;
+        unsigned limit;
+    };
+    const std::vector<Expected> expected = {
+        {"serialNumber", FieldKind::Integer, 0}, {"length", FieldKind::Number, 0},
+        {"cooled", FieldKind::Flag, 0},          {"Label", FieldKind::Text, 0},
+        {"wear", FieldKind::Record, 0},          {"made", FieldKind::Record, 0},
+        {"buttons", FieldKind::FlagArray, 3},    {"counts", FieldKind::IntegerArray, 2},
+        {"lamps", FieldKind::RecordArray, 2},    {"history", FieldKind::RecordVector, kRecordVectorLimit}};
+    const RecordTable& table = Torch::recordTable();
+    EXPECT_STREQ(table.className(), "Torch");
+    ASSERT_EQ(table.fields().size(), expected.size());
+    for (std::size_t i = 0; i < expected.size(); ++i) {
+        EXPECT_STREQ(table.fields()[i].key, expected[i].key);
+        EXPECT_EQ(table.fields()[i].kind, expected[i].kind) << expected[i].key;
+        EXPECT_EQ(table.fields()[i].limit, expected[i].limit) << expected[i].key;
+    }
+    EXPECT_STREQ(table.fields()[4].nested->table().className(), "ValueType");
+}
+
+TEST(WritingARecord, WritesDefaultsInTheListsOrder)
+{
+    Torch torch;
+    EXPECT_EQ(compactOf(torch),
+              R"({"serialNumber":7,"length":0.5,"cooled":true,"Label":"new",)"
+              R"("wear":{"Value":0,"Status":false},"made":"/Date(0)/","buttons":[false,false,false],)"
+              R"("counts":[1,2],"lamps":[{"Flag":false,"Status":false},{"Flag":false,"Status":false}],)"
+              R"("history":[]})");
+}
+
+TEST(WritingARecord, WritesBackWhatWasRead)
+{
+    Torch torch;
+    ASSERT_TRUE(torch.FromJson(textOf(filledMembers())));
+    EXPECT_EQ(compactOf(torch), textOf(filledMembers()));
+}
+
+TEST(WritingARecord, WritesEveryElementOfAVectorWhateverItsLength)
+{
+    Torch torch;
+    torch.history.resize(kRecordVectorLimit + 50);
+    cJSON* packaged = nullptr;
+    ASSERT_EQ(torch.Package(&packaged), 0);
+    const Tree owned(packaged);
+    EXPECT_EQ(cJSON_GetArraySize(cJSON_GetObjectItem(packaged, "history")), 150);
+}
+
+class Unwritable : public ValueType
+{
+public:
+    bool _packageData(cJSON*) override { return false; }
+    static const RecordTable& recordTable() { return ValueType::recordTable(); }
+};
+
+class HolderOfUnwritable : public TelvaneDataTypeBase
+{
+public:
+    int before = 1;
+    Unwritable inner;
+    int after = 2;
+
+    TELVANE_RECORD(HolderOfUnwritable, before, inner, after)
+};
+
+TELVANE_DEFINE_RECORD(HolderOfUnwritable)
+
+TEST(WritingARecord, StopsAtARecordThatFailsAndNamesIt)
+{
+    HolderOfUnwritable holder;
+    holder._id = "abc";
+    cJSON* packaged = nullptr;
+    const Diagnostics told = diagnosticsOf([&] { EXPECT_EQ(holder.Package(&packaged), -1); });
+    const Tree owned(packaged);
+    EXPECT_EQ(compact(packaged), R"({"before":1})");
+    EXPECT_EQ(told.error, "FAIL! _toJson Objectinner\n");
+    EXPECT_EQ(told.output, "");
+}
+
+class HolderOfArray : public TelvaneDataTypeBase
+{
+public:
+    int numbers[2] = {};
+    TELVANE_RECORD(HolderOfArray, numbers)
+};
+
+TELVANE_DEFINE_RECORD(HolderOfArray)
+
+class HolderOfVector : public TelvaneDataTypeBase
+{
+public:
+    std::vector<ValueType> values;
+    TELVANE_RECORD(HolderOfVector, values)
+};
+
+TELVANE_DEFINE_RECORD(HolderOfVector)
+
+template <class Record>
+std::string errorWithoutMemoryForTheField()
+{
+    Record record;
+    const Tree output = Testing::emptyObject();
+    return diagnosticsOf([&] {
+               const Testing::FailingAllocator allocator(0);
+               EXPECT_FALSE(record._packageData(output.get()));
+           })
+        .error;
+}
+
+TEST(WritingARecord, NamesAnArrayThatCannotBeMade)
+{
+    EXPECT_EQ(errorWithoutMemoryForTheField<HolderOfArray>(), "FAIL! _toJson Arraynumbers\n");
+}
+
+TEST(WritingARecord, NamesAVectorThatCannotBeMade)
+{
+    EXPECT_EQ(errorWithoutMemoryForTheField<HolderOfVector>(), "FAIL! _toJson Vector Array values\n");
+}
+
+TEST(ReadingARecord, NamesTheFirstMissingKeyAndKeepsWhatCameBefore)
+{
+    const std::vector<std::string> tags = {
+        "_int_fromJson",    "_double_fromJson", "_bool_fromJson",  "_str_fromJson",   "_object_fromJson",
+        "_object_fromJson", "_array_fromJson",  "_array_fromJson", "_array_fromJson", "_vector_fromJson"};
+    for (std::size_t missing = 0; missing < tags.size(); ++missing) {
+        Members members = filledMembers();
+        const std::string key = members[missing].first;
+        members.erase(members.begin() + static_cast<std::ptrdiff_t>(missing));
+        Torch torch;
+        const Diagnostics told = diagnosticsOf([&] { EXPECT_FALSE(torch.FromJson(textOf(members))); });
+        EXPECT_EQ(told.error, "FAIL! " + tags[missing] + " " + key + "\n");
+
+        const Tree read = parse(compactOf(torch));
+        const Tree defaults = parse(compactOf(*std::make_unique<Torch>()));
+        for (std::size_t field = 0; field < tags.size(); ++field) {
+            const char* const name = filledMembers()[field].first.c_str();
+            const std::string expected = field < missing ? filledMembers()[field].second
+                                                         : compact(cJSON_GetObjectItem(defaults.get(), name));
+            EXPECT_EQ(compact(cJSON_GetObjectItem(read.get(), name)), expected) << name << " without " << key;
+        }
+        EXPECT_EQ(torch._id, "");
+    }
+}
+
+/// What a Torch must read from an object, found with nothing but the JSON library's own lookup.
+bool readBySearching(Torch& torch, cJSON* input)
+{
+    cJSON* const items[] = {cJSON_GetObjectItem(input, "serialNumber"), cJSON_GetObjectItem(input, "length"),
+                            cJSON_GetObjectItem(input, "cooled"), cJSON_GetObjectItem(input, "Label")};
+    if (cJSON_IsNumber(items[0]) == 0) {
+        return false;
+    }
+    torch.serialNumber = items[0]->valueint;
+    if (cJSON_IsNumber(items[1]) == 0) {
+        return false;
+    }
+    torch.length = items[1]->valuedouble;
+    if (cJSON_IsBool(items[2]) == 0) {
+        return false;
+    }
+    torch.cooled = cJSON_IsTrue(items[2]) != 0;
+    if (cJSON_IsString(items[3]) == 0) {
+        return false;
+    }
+    torch.Label = items[3]->valuestring;
+    cJSON* const wear = cJSON_GetObjectItem(input, "wear");
+    if (wear == nullptr || torch.wear.Unpackage(wear) != 0) {
+        return false;
+    }
+    if (torch.made.Unpackage(cJSON_GetObjectItem(input, "made")) != 0) {
+        return false;
+    }
+    const auto takeArray = [input](const char* key, int capacity, auto take) {
+        const cJSON* const array = cJSON_GetObjectItem(input, key);
+        const int size = cJSON_IsArray(array) != 0 ? cJSON_GetArraySize(array) : 0;
+        for (int i = 0; i < size && size <= capacity; ++i) {
+            if (!take(i, cJSON_GetArrayItem(array, i))) {
+                return false;
+            }
+        }
+        return size >= 1 && size <= capacity;
+    };
+    if (!takeArray("buttons", 3, [&](int i, cJSON* item) {
+            torch.buttons[i] = cJSON_IsBool(item) != 0 ? cJSON_IsTrue(item) != 0 : torch.buttons[i];
+            return cJSON_IsBool(item) != 0;
+        })) {
+        return false;
+    }
+    if (!takeArray("counts", 2, [&](int i, cJSON* item) {
+            torch.counts[i] = cJSON_IsNumber(item) != 0 ? item->valueint : torch.counts[i];
+            return cJSON_IsNumber(item) != 0;
+        })) {
+        return false;
+    }
+    if (!takeArray("lamps", 2, [&](int i, cJSON* item) {
+            FlagType lamp;
+            if (cJSON_IsObject(item) == 0 || lamp.Unpackage(item) != 0) {
+                return false;
+            }
+            torch.lamps[i] = lamp;
+            return true;
+        })) {
+        return false;
+    }
+    const cJSON* const history = cJSON_GetObjectItem(input, "history");
+    if (cJSON_IsArray(history) == 0) {
+        return false;
+    }
+    torch.history.resize(static_cast<std::size_t>(cJSON_GetArraySize(history)));
+    for (std::size_t i = 0; i < torch.history.size(); ++i) {
+        cJSON* const item = cJSON_GetArrayItem(history, static_cast<int>(i));
+        if (cJSON_IsObject(item) == 0 || torch.history[i].Unpackage(item) != 0) {
+            return false;
+        }
+    }
+    if (const cJSON* const id = cJSON_GetObjectItem(input, "_id"); cJSON_IsString(id) != 0) {
+        torch._id = id->valuestring;
+    }
+    if (const cJSON* const tag = cJSON_GetObjectItem(input, "_sequence_tag"); cJSON_IsNumber(tag) != 0) {
+        torch._sequence_tag = tag->valueint;
+    }
+    return true;
+}
+
+std::string inOtherCase(std::string key)
+{
+    for (char& letter : key) {
+        const auto code = static_cast<unsigned char>(letter);
+        letter = static_cast<char>(std::isupper(code) != 0 ? std::tolower(code) : std::toupper(code));
+    }
+    return key;
+}
+
+/// Disturbs the order, the number and the spelling of keys, and now and then a value.
+Members disturbed(std::mt19937& random)
+{
+    const auto below = [&random](std::size_t limit) {
+        return random() % limit;
+    };
+    const auto place = [&](const Members& members) {
+        return members.begin() + static_cast<std::ptrdiff_t>(below(members.size() + 1));
+    };
+    Members members = filledMembers();
+    for (std::size_t step = below(6); step > 0; --step) {
+        Member& member = members[below(members.size())];
+        switch (below(7)) {
+        case 0:
+            std::shuffle(members.begin(), members.end(), random);
+            break;
+        case 1: {
+            const Member repeated = member;
+            members.insert(place(members), repeated);
+            break;
+        }
+        case 2: {
+            const Member contradiction(inOtherCase(member.first), "12");
+            members.insert(place(members), contradiction);
+            break;
+        }
+        case 3:
+            members.insert(place(members), Member("extra", "{\"deep\":[1]}"));
+            break;
+        case 4:
+            member.first = inOtherCase(member.first);
+            break;
+        case 5:
+            std::swap(member, members[below(members.size())]);
+            break;
+        default:
+            if (below(3) == 0) {
+                member.second = "null";
+            }
+            break;
+        }
+    }
+    return members;
+}
+
+TEST(ReadingARecord, ReadsTheSameInWhateverOrderTheKeysCome)
+{
+    std::mt19937 random(20240229);
+    int accepted = 0;
+    int refused = 0;
+    for (int round = 0; round < 4000; ++round) {
+        const std::string text = textOf(disturbed(random));
+        const Tree input = parse(text);
+        Torch expected;
+        Torch read;
+        bool expectedResult = false;
+        bool result = false;
+        diagnosticsOf([&] {
+            expectedResult = readBySearching(expected, input.get());
+            result = read._unpackageData(input.get());
+        });
+        ASSERT_EQ(result, expectedResult) << text;
+        ASSERT_EQ(compactOf(read), compactOf(expected)) << text;
+        ++(result ? accepted : refused);
+    }
+    EXPECT_GT(accepted, 500);
+    EXPECT_GT(refused, 500);
+}
+
+TEST(ReadingARecord, TakesTheFirstOfTwoKeysThatDifferInCase)
+{
+    Members members = filledMembers();
+    members.insert(members.begin(), Member("SERIALNUMBER", "99"));
+    Torch torch;
+    ASSERT_TRUE(torch.FromJson(textOf(members)));
+    EXPECT_EQ(torch.serialNumber, 99);
+    EXPECT_EQ(torch.length, 2.5);
+}
+
+TEST(ReadingARecord, TakesBaseKeysFromAnyPlace)
+{
+    Members members = filledMembers();
+    std::rotate(members.begin(), members.end() - 2, members.end());
+    Torch torch;
+    ASSERT_TRUE(torch.FromJson(textOf(members)));
+    EXPECT_EQ(torch._id, "torch");
+    EXPECT_EQ(torch._sequence_tag, 6);
+}
+
+TEST(ReadingARecord, NamesTheObjectOfAFailingArrayElement)
+{
+    Members members = filledMembers();
+    members[7].second = "[1,\"x\"]";
+    const Tree parent = parse("{\"torch\":" + textOf(members) + "}");
+    Torch torch;
+    const Diagnostics told = diagnosticsOf(
+        [&] { EXPECT_FALSE(torch._unpackageData(cJSON_GetObjectItem(parent.get(), "torch"))); });
+    EXPECT_EQ(told.output, "TelvaneDataTypeBase::_readFromJsonItem(cJSON *item, int &target) error!\n"
+                           "_readFromJsonItem error!  Type: 16 Value Db: 0 Array Size: 2 Index: 1\n"
+                           "torch\n");
+    EXPECT_EQ(told.error, "FAIL! _array_fromJson counts\n");
+    EXPECT_EQ(torch.counts[0], 1);
+}
+
+TEST(ReadingARecord, NamesEachLevelOfARecordThatFails)
+{
+    Members members = filledMembers();
+    members[4].second = R"({"Value":3})";
+    Torch torch;
+    const Diagnostics told = diagnosticsOf([&] { EXPECT_FALSE(torch.FromJson(textOf(members))); });
+    EXPECT_EQ(told.error, "FAIL! _bool_fromJson Status\nFAIL! _object_fromJson wear\n");
+    EXPECT_EQ(told.output, "");
+    EXPECT_EQ(torch.wear.Value, 3);
+}
+
+std::string vectorOf(std::size_t size)
+{
+    std::string text = "[";
+    for (std::size_t i = 0; i < size; ++i) {
+        text += (i > 0 ? "," : "") + (R"({"Value":)" + std::to_string(i)) + R"(,"Status":true})";
+    }
+    return text + "]";
+}
+
+TEST(ReadingAVector, TakesTheArraysLength)
+{
+    HolderOfVector holder;
+    for (const std::size_t size :
+         {std::size_t{3}, std::size_t{kRecordVectorLimit}, std::size_t{1}, std::size_t{0}}) {
+        ASSERT_TRUE(holder.FromJson("{\"values\":" + vectorOf(size) + "}"));
+        ASSERT_EQ(holder.values.size(), size);
+        for (std::size_t i = 0; i < size; ++i) {
+            EXPECT_EQ(holder.values[i].Value, static_cast<int>(i));
+        }
+    }
+}
+
+TEST(ReadingAVector, RefusesMoreThanTheLimitAndWhatIsNoArray)
+{
+    HolderOfVector holder;
+    holder.values.resize(2);
+    for (const std::string& value : {vectorOf(kRecordVectorLimit + 1), std::string("{}"), std::string("5")}) {
+        const Diagnostics told =
+            diagnosticsOf([&] { EXPECT_FALSE(holder.FromJson("{\"values\":" + value + "}")); });
+        EXPECT_EQ(told.error, "FAIL! _vector_fromJson values\n");
+        EXPECT_EQ(told.output, "");
+        EXPECT_EQ(holder.values.size(), 2U);
+    }
+}
+
+TEST(ReadingAVector, KeepsTheElementsBeforeTheFailingOne)
+{
+    HolderOfVector holder;
+    const Diagnostics told = diagnosticsOf([&] {
+        EXPECT_FALSE(
+            holder.FromJson(R"({"values":[{"Value":4,"Status":true},5,{"Value":6,"Status":true}]})"));
+    });
+    EXPECT_EQ(told.error, "FAIL! _readFromJsonItem item not an object \nFAIL! _vector_fromJson values\n");
+    ASSERT_EQ(holder.values.size(), 3U);
+    EXPECT_EQ(holder.values[0].Value, 4);
+    EXPECT_EQ(holder.values[2].Value, 0);
+}
+
+TEST(CopyingARecord, TakesEveryFieldWhole)
+{
+    Torch from;
+    ASSERT_TRUE(from.FromJson(textOf(filledMembers())));
+    Torch to;
+    to.history.resize(9);
+    EXPECT_EQ(to.copy(&from), 0);
+    EXPECT_EQ(compactOf(to), textOf(filledMembers()));
+    EXPECT_EQ(to.wear._id, "w");
+}
+
+TEST(ADerivedRecord, PrintsAsItsBaseAndBuildsItself)
+{
+    LongTorch derived;
+    Torch base;
+    base.length = 9.0;
+    EXPECT_EQ(derived.GetString(), base.GetString());
+    const std::unique_ptr<TelvaneDataTypeBase> built(derived.BuildNewDataType());
+    EXPECT_NE(dynamic_cast<LongTorch*>(built.get()), nullptr);
+}
+
+TEST(ADerivedRecord, IsCopiedIntoItsBaseButNotTheOtherWayRound)
+{
+    LongTorch derived;
+    derived._id = "derived";
+    Torch base;
+    EXPECT_EQ(base.copy(&derived), 0);
+    EXPECT_EQ(base.length, 9.0);
+    EXPECT_EQ(base._id, "derived");
+    EXPECT_EQ(derived.copy(&base), -EINVAL);
+}
+
+} // namespace
+} // namespace Telvane
