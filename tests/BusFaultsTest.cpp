@@ -8,7 +8,6 @@
 
 #include <atomic>
 #include <cerrno>
-#include <cstdint>
 #include <dlfcn.h>
 #include <pthread.h>
 
@@ -49,6 +48,7 @@ struct Faults
     Failures shutdown;
     Failures send;
     Failures receive;
+    Failures thread;
     std::atomic<int> sendsBeforeCut{-1}; ///< the send after so many is cut, once
     std::atomic<std::size_t> cutTo{0};
 
@@ -127,6 +127,14 @@ ssize_t recv(int descriptor, void* data, std::size_t length, int flags)
     return faults().receive.strikes() ? -1 : call(descriptor, data, length, flags);
 }
 
+int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*entry)(void*),
+                   void* argument) noexcept
+{
+    static auto* const call =
+        next<int(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*)>("pthread_create");
+    return faults().thread.strikes() ? errno : call(thread, attributes, entry, argument);
+}
+
 } // extern "C"
 
 namespace Telvane
@@ -144,31 +152,6 @@ public:
 };
 
 [[maybe_unused]] const auto* const kSystemCalls = ::testing::AddGlobalTestEnvironment(new SystemCalls);
-
-/// No thread can be made: each would get more stack than there is address space.
-class NoMoreThreads
-{
-public:
-    NoMoreThreads()
-    {
-        pthread_getattr_default_np(&m_before);
-        pthread_attr_t impossible;
-        pthread_attr_init(&impossible);
-        pthread_attr_setstacksize(&impossible, SIZE_MAX / 4 & ~std::size_t{0xFFFF});
-        EXPECT_EQ(pthread_setattr_default_np(&impossible), 0);
-        pthread_attr_destroy(&impossible);
-    }
-    NoMoreThreads(const NoMoreThreads&) = delete;
-    NoMoreThreads& operator=(const NoMoreThreads&) = delete;
-    ~NoMoreThreads()
-    {
-        pthread_setattr_default_np(&m_before);
-        pthread_attr_destroy(&m_before);
-    }
-
-private:
-    pthread_attr_t m_before;
-};
 
 std::string bindingError(int line, int code)
 {
@@ -222,7 +205,7 @@ TEST(EventServerStart, ReturnsSilentlyThatItCouldNotHaveAThread)
     EventServer server;
     const std::size_t descriptors = openDescriptors();
     const Diagnostics told = diagnosticsOf([&] {
-        const NoMoreThreads none;
+        onTheTestsThread.thread.arm(1, EAGAIN);
         EXPECT_EQ(server.Start(path), EAGAIN);
     });
     EXPECT_EQ(told.output + told.error, "");
@@ -249,7 +232,7 @@ TEST(EventServerListener, SendsAClientAwayThatItHasNoThreadFor)
     HookCalls connects;
     RunningServer running([&](EventServer& server) { server.install_OnConnect(recordHookCall, &connects); });
     const Diagnostics told = diagnosticsOf([&] {
-        const NoMoreThreads none;
+        onOtherThreads.thread.arm(1, EAGAIN);
         running.connect().expectEnd();
     });
     EXPECT_EQ(told.output + told.error, "");
@@ -353,10 +336,9 @@ TEST_F(ClientWithFaults, CannotConnectWithoutASocket)
 TEST_F(ClientWithFaults, IsConnectedEvenWithoutAReceiverThread)
 {
     EventClient another;
-    {
-        const NoMoreThreads none;
-        EXPECT_EQ(another.Connect(server.path()), 0);
-    }
+    onTheTestsThread.thread.arm(1, EAGAIN);
+    EXPECT_EQ(another.Connect(server.path()), 0);
+    EXPECT_TRUE(onTheTestsThread.thread.spent());
     const RawPeer other = server.accept();
     EXPECT_TRUE(another.IsConnected());
     EXPECT_EQ(another.Publish("C", record), 0);

@@ -155,15 +155,19 @@ TEST(DisconnectHook, HoldsNoLock)
     RunningServer running([&](EventServer& server) { server.install_OnDisconnect(holdHookCall, &held); });
     const GateOpener opener(held.release);
     RawPeer leaver = running.connect();
-    const RawPeer publisher = running.connect();
-    subscribe(leaver, "C");
+    RawPeer another = running.connect();
+    const RawPeer stayer = running.connect();
+    subscribe(another, "C"); // 0
+    subscribe(stayer, "C");  // 1
     leaver.close();
-    held.calls.take();
+    const std::thread::id first = held.calls.take().thread;
 
-    const RawPeer subscriber = running.connect();
-    subscribe(subscriber, "C");
-    publisher.send(publication("C"));
-    EXPECT_EQ(sequenceOf(subscriber.receive()), 2);
+    another.send(publication("C"));
+    EXPECT_EQ(sequenceOf(stayer.receive()), 2);
+    EXPECT_EQ(sequenceOf(another.receive()), 2);
+    another.close();
+    EXPECT_NE(held.calls.take().thread, first);
+    expectNothingElse(stayer);
 }
 
 TEST(DisconnectHook, IsCalledForEveryClientWhenTheServerStops)
