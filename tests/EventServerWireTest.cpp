@@ -2,6 +2,7 @@
 // that nothing a peer sends brings it down.
 
 #include "BusTestSupport.h"
+#include "JsonTestSupport.h"
 
 #include <cerrno>
 
@@ -260,6 +261,79 @@ TEST(RelayOnTheWire, CarriesPayloadsThatAreNoObjects)
         EXPECT_EQ(peer.receive(), "{\n\t\"header\":\t\"C\",\n\t\"sequence\":\t" + std::to_string(sequence++) +
                                       ",\n\t\"payload\":\t" + payload + "\n}");
     }
+}
+
+TEST(RelayOnTheWire, PrintsNumbersAndTextsAsTheJsonLibraryDoes)
+{
+    RunningServer running;
+    const RawPeer peer = running.connect();
+    subscribe(peer, "C");
+    int sequence = 1;
+    for (const char* const value : {"0",
+                                    "-0",
+                                    "0.1",
+                                    "-0.1",
+                                    "0.333333333333333314829616256247390992939472198486328125",
+                                    "5e-324",
+                                    "1e-7",
+                                    "1.7976931348623157e308",
+                                    "1e999",
+                                    "-1e999",
+                                    "2147483647",
+                                    "2147483648",
+                                    "-2147483649",
+                                    "1e15",
+                                    "1e16",
+                                    "123456789012345678",
+                                    "100000000000000000000",
+                                    "1.5e300",
+                                    "24.750000000000004",
+                                    "1E+2",
+                                    R"("\u0000\u0001\u001f\u007f\u0080\u20ac\ud83d\ude00")",
+                                    R"("\"\\\/\b\f\n\r\t")",
+                                    R"({"k\u0001\"":{"":{}}})",
+                                    "[[],[[]],[{}],{}]"}) {
+        const std::string payload = R"({"v":)" + std::string(value) + "}";
+        peer.send(publication("C", payload));
+        const Tree expected = emptyObject();
+        cJSON_AddStringToObject(expected.get(), "header", "C");
+        cJSON_AddNumberToObject(expected.get(), "sequence", sequence++);
+        cJSON_AddItemToObject(expected.get(), "payload", parse(payload).release());
+        EXPECT_EQ(peer.receive(), printed(expected)) << value;
+    }
+}
+
+TEST(RelayOnTheWire, TakesTheFirstOfRepeatedEnvelopeKeys)
+{
+    RunningServer running;
+    const RawPeer peer = running.connect();
+    subscribe(peer, "C");
+    subscribe(peer, "D");
+    peer.send(R"({"header":"C","header":"D","payload":{"n":1},"payload":{"n":2}})");
+    EXPECT_EQ(peer.receive(), printedRelay("C", 2, "\"n\":\t1"));
+    expectNothingElse(peer);
+}
+
+TEST(RelayOnTheWire, IsCutToTheLimitHoweverMuchPrintingAddsToIt)
+{
+    RunningServer running;
+    const RawPeer peer = running.connect();
+    subscribe(peer, "C");
+    std::string nest;
+    for (int depth = 0; depth < 900; ++depth) {
+        nest += R"({"a":)";
+    }
+    nest += "1" + std::string(900, '}');
+    for (int sequence = 1; sequence < 4; ++sequence) {
+        peer.send(publication("C", nest));
+        const std::string cut = peer.receive();
+        EXPECT_EQ(cut.size(), kMessageLimit);
+        const std::string begin = "{\n\t\"header\":\t\"C\",\n\t\"sequence\":\t" + std::to_string(sequence) +
+                                  ",\n\t\"payload\":\t{\n\t\t\"a\":\t{\n\t\t\t\"a\":\t{\n";
+        EXPECT_EQ(cut.substr(0, begin.size()), begin);
+    }
+    peer.send(publication("C", R"({"n":1})"));
+    EXPECT_EQ(peer.receive(), printedRelay("C", 4, "\"n\":\t1"));
 }
 
 TEST(RelayOnTheWire, IsCutToTheLimit)

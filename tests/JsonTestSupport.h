@@ -50,6 +50,13 @@ inline std::string compact(const Tree& tree)
     return compact(tree.get());
 }
 
+/// \return \p tree as the library prints it for readers
+inline std::string printed(const Tree& tree)
+{
+    const std::unique_ptr<char, decltype(&cJSON_free)> text(cJSON_Print(tree.get()), &cJSON_free);
+    return text != nullptr ? text.get() : "";
+}
+
 /// Lets cJSON's allocations fail after the next \p allowed ones.
 class FailingAllocator
 {
