@@ -26,7 +26,7 @@ namespace
 
 constexpr auto kStopDeadline = std::chrono::seconds(10);
 constexpr int kBacklog = 5;
-constexpr std::size_t kSmallestStack = 64 * 1024;
+constexpr std::size_t kSmallestStack = std::size_t{64} * 1024;
 const std::string kNoHeader;
 
 // The numbers behind the source path are part of the lines that logs are filtered by.

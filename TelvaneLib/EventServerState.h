@@ -138,7 +138,7 @@ struct EventServer::State
     ServerCounters counters;
     std::atomic<int> sendBuffer{0};
     std::atomic<int> grantedSendBuffer{0};
-    std::atomic<std::size_t> stackSize{512 * 1024};
+    std::atomic<std::size_t> stackSize{std::size_t{512} * 1024};
 };
 
 } // namespace Telvane
