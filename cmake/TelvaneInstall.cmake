@@ -17,6 +17,9 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/TelvaneConfigVersion.cmak
 install(FILES ${PROJECT_BINARY_DIR}/TelvaneConfig.cmake ${PROJECT_BINARY_DIR}/TelvaneConfigVersion.cmake
   DESTINATION ${package_dir} COMPONENT development)
 
+# Relative to the file, so that `cmake --install --prefix` and a moved prefix work.
+file(RELATIVE_PATH up /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
+string(REGEX REPLACE "/$" "" telvane_pc_prefix "\${pcfiledir}/${up}")
 configure_file(${PROJECT_SOURCE_DIR}/cmake/telvane.pc.in ${PROJECT_BINARY_DIR}/telvane.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/telvane.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
   COMPONENT development)

@@ -1,0 +1,42 @@
+// One client asks what the hardware is, another answers, over a bus that this program serves itself.
+#include <Telvane/Telvane.h>
+
+#include <cstdio>
+
+int main(int argc, char** argv)
+{
+    Telvane::EventServer server; // usually a process of its own: telvane serve PATH
+    Telvane::EventClient responder;
+    Telvane::EventClient asker;
+    if (argc != 2 || server.Start(argv[1]) != 0 || responder.Connect(argv[1]) != 0 ||
+        asker.Connect(argv[1]) != 0) {
+        std::fprintf(stderr, "usage: request_reply PATH (of a new socket)\n");
+        return 1;
+    }
+
+    // Requests for a channel arrive on "req_" and its name. A callback may publish.
+    const auto answer = [&](void*, Telvane::TelvaneDataTypeBase*, int, void*) {
+        Telvane::HALInfo info;
+        info.serialNumber = "0042";
+        info.machineType = "feeder module";
+        info.hardwareRevisionNumber = 3;
+        responder.Publish("HALInfo", info);
+    };
+    responder.Subscribe("req_HALInfo", answer, Telvane::RequestType(), nullptr);
+
+    // Waits up to two seconds. Subscribe() instead is for whoever cannot wait.
+    Telvane::EventClientSynchronizer synchronizer;
+    Telvane::HALInfo info;
+    const int result = synchronizer.Request(asker, "HALInfo", info, 2);
+    if (result == 0) {
+        std::printf("%s %s, revision %d\n", info.machineType.c_str(), info.serialNumber.c_str(),
+                    info.hardwareRevisionNumber);
+    } else {
+        std::fprintf(stderr, "no answer on HALInfo (%d)\n", result);
+    }
+
+    asker.Disconnect();
+    responder.Disconnect();
+    server.Stop();
+    return result == 0 ? 0 : 1;
+}
