@@ -12,7 +12,6 @@
 #include <cerrno>
 #include <map>
 #include <random>
-#include <regex>
 #include <sstream>
 
 namespace Telvane
@@ -118,6 +117,23 @@ private:
     EventClient m_client;
 };
 
+/// Whether \p line is one whole line about a subscriber that cannot keep up or is going.
+bool isRelayError(const std::string& line)
+{
+    const std::string begin = "RELAY ERROR to client ";
+    if (line.compare(0, begin.size(), begin) != 0) {
+        return false;
+    }
+    const std::size_t end = line.find_first_not_of("0123456789", begin.size());
+    for (const int error : {EAGAIN, EPIPE, ECONNRESET}) {
+        const std::string rest = ": [-" + std::to_string(error) + "]: " + std::strerror(error);
+        if (end != begin.size() && end != std::string::npos && line.substr(end) == rest) {
+            return true;
+        }
+    }
+    return false;
+}
+
 TEST(Bus, KeepsItsPromisesUnderRandomSchedulesOfSixteenThreads)
 {
     const std::size_t descriptors = openDescriptors();
@@ -154,10 +170,9 @@ TEST(Bus, KeepsItsPromisesUnderRandomSchedulesOfSixteenThreads)
         EXPECT_EQ(running.server.Stop(), 0);
     }
     EXPECT_EQ(departures, connects);
-    const std::regex relayError("RELAY ERROR to client [0-9]+: \\[-[0-9]+\\]: .+");
     std::istringstream lines(error.text());
     for (std::string line; std::getline(lines, line);) {
-        EXPECT_TRUE(std::regex_match(line, relayError)) << line;
+        EXPECT_TRUE(isRelayError(line)) << line;
     }
     // The stream's own two, which are still held.
     EXPECT_EQ(openDescriptors(), descriptors + 2);

@@ -4,7 +4,6 @@
 #include <Telvane/WeldRecords.h>
 
 #include "BusTestSupport.h"
-#include "JsonTestSupport.h"
 
 #include <atomic>
 #include <cerrno>
@@ -48,30 +47,6 @@ TEST_F(ClientSending, APublicationOfAnEmptyRecord)
     RequestType record;
     EXPECT_EQ(client.Publish("req_Amps", record), 0);
     EXPECT_EQ(peer.receive(), "{\n\t\"header\":\t\"req_Amps\",\n\t\"payload\":\t{\n\t}\n}");
-}
-
-TEST_F(ClientSending, PublicationsAsTheJsonLibraryPrintsThem)
-{
-    WeldTriggerStart start;
-    start.FeederSide = "\"left\" \\ / \b\f\n\r\t \x01\x1F\x7F \xE2\x82\xAC \xFF";
-    start.timestamp.time.tv_sec = 1'700'000'000;
-    start.data._id = "nested";
-    start.generate_id();
-    for (const double value :
-         {0.0, -0.0, 0.1, 1.0 / 3, 24.75, 1e15, 1e16, 1e-7, 5e-324, 1.7976931348623157e308,
-          123456789012345678.0, 2147483648.0, -2147483649.0, 99999.99999999999}) {
-        start.settings.CommandVoltage.Value = value;
-        start.tag = static_cast<int>(value > 1e9 ? -7 : value);
-        for (const char* const channel : {"WeldTriggerStart", "\"quoted\"\n\xC2\xB5"}) {
-            cJSON* payload = nullptr;
-            ASSERT_EQ(start.Package(&payload), 0);
-            const Tree expected = emptyObject();
-            cJSON_AddStringToObject(expected.get(), "header", channel);
-            cJSON_AddItemToObject(expected.get(), "payload", payload);
-            EXPECT_EQ(client.Publish(channel, start), 0);
-            EXPECT_EQ(peer.receive(), printed(expected)) << value;
-        }
-    }
 }
 
 TEST_F(ClientSending, PublicationsOnAnyNameWhatever)
@@ -123,18 +98,6 @@ TEST_F(ClientSending, NoUnsubscribeRequestsWhenItDisconnects)
     peer.expectEnd();
 }
 
-TEST_F(ClientSending, NothingOfARecordThatCannotBePackaged)
-{
-    class Unwritable : public RequestType
-    {
-    public:
-        bool _packageData(cJSON*) override { return false; }
-    };
-    Unwritable record;
-    EXPECT_EQ(client.Publish("C", record), -1);
-    expectNothingElseSent();
-}
-
 TEST_F(ClientSending, TheFirst16384BytesOfALargerMessage)
 {
     const std::size_t frame = printedPublication("C", "\"log\":\t\"\"").size();
@@ -175,6 +138,22 @@ TEST_F(ClientSending, WaitsForAServerThatIsBusy)
         EXPECT_NE(peer.receive().find("\"_sequence_tag\":\t" + std::to_string(i) + "\n"), std::string::npos);
     }
     EXPECT_EQ(sending.get(), 0);
+}
+
+TEST_F(ClientSending, StopsWaitingForABusyServerWhenDisconnected)
+{
+    std::future<int> sending = begin([&] {
+        LogData record;
+        record.log = std::string(1000, 'x');
+        int result = 0;
+        while (result == 0) {
+            result = client.Publish("C", record);
+        }
+        return result;
+    });
+    EXPECT_EQ(sending.wait_for(4 * kGlance), std::future_status::timeout);
+    EXPECT_EQ(client.Disconnect(), 0);
+    EXPECT_EQ(sending.get(), -ENOTCONN);
 }
 
 class ClientReceiving : public ClientOfRawServer
