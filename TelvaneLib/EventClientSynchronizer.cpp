@@ -23,9 +23,19 @@ struct EventClientSynchronizer::State
     std::condition_variable replyCondition;
     bool answered = false;
     TelvaneDataTypeBase* replyTarget = nullptr;
+
+    void take(TelvaneDataTypeBase* reply)
+    {
+        const std::lock_guard<std::mutex> guard(lock);
+        if (replyTarget != nullptr) {
+            replyTarget->copy(reply);
+            answered = true;
+            replyCondition.notify_all();
+        }
+    }
 };
 
-EventClientSynchronizer::EventClientSynchronizer() : m_state(std::make_unique<State>()) {}
+EventClientSynchronizer::EventClientSynchronizer() : m_state(std::make_shared<State>()) {}
 
 EventClientSynchronizer::~EventClientSynchronizer() = default;
 
@@ -35,13 +45,12 @@ int EventClientSynchronizer::Request(EventClient& client, const std::string& cha
     if (!client.IsConnected()) {
         return -ENOTCONN;
     }
-    {
-        // Until the request is out nothing on the channel is an answer, but a late one of before may arrive.
-        const std::lock_guard<std::mutex> guard(m_state->lock);
-        m_state->answered = false;
-        m_state->replyTarget = nullptr;
-    }
-    if (const int result = client.Subscribe(channel, &callback, reply, this); result < 0) {
+    // The subscription holds the state itself: should it outlive the synchronizer, because the server did not
+    // end it, it finds no target there and does nothing.
+    const auto takeReply = [state = m_state](void*, TelvaneDataTypeBase* record, int, void*) {
+        state->take(record);
+    };
+    if (const int result = client.Subscribe(channel, takeReply, reply, this); result < 0) {
         return result;
     }
     int result = 0;
@@ -62,7 +71,7 @@ int EventClientSynchronizer::Request(EventClient& client, const std::string& cha
     }
     const int unsubscribed = client.Unsubscribe(channel);
     {
-        // Should the subscription stand after all, nothing may be copied into a record that is gone.
+        // A late reply must not be copied into a record that is gone.
         const std::lock_guard<std::mutex> guard(m_state->lock);
         m_state->replyTarget = nullptr;
     }
@@ -72,14 +81,7 @@ int EventClientSynchronizer::Request(EventClient& client, const std::string& cha
 void EventClientSynchronizer::callback(void* /*client*/, TelvaneDataTypeBase* record, int /*sequence*/,
                                        void* user)
 {
-    State& state = *static_cast<EventClientSynchronizer*>(user)->m_state;
-    const std::lock_guard<std::mutex> guard(state.lock);
-    if (state.replyTarget == nullptr) {
-        return;
-    }
-    state.replyTarget->copy(record);
-    state.answered = true;
-    state.replyCondition.notify_all();
+    static_cast<EventClientSynchronizer*>(user)->m_state->take(record);
 }
 
 } // namespace Telvane

@@ -136,7 +136,7 @@ bool TelvaneDataTypeBase::rewriteField(const RecordField& field, cJSON& item, cJ
 bool TelvaneDataTypeBase::rewriteNested(const RecordField& field, cJSON& item, cJSON* output)
 {
     auto& nested = fieldOf<TelvaneDataTypeBase>(*this, field);
-    if (field.nested->table().tellsAll()) {
+    if (field.nested->table().tellsAllOf(*field.nested->recordClass)) {
         return nested.rewriteFields(field.nested->table(), &item);
     }
     // A class with a form of its own, such as a time stamp, gets a new node to write itself to.
@@ -169,7 +169,7 @@ void TelvaneDataTypeBase::rewriteArray(const RecordField& field, cJSON& array)
         return;
     }
     const RecordTable& table = field.nested->table();
-    if (!table.tellsAll()) {
+    if (!table.tellsAllOf(*field.nested->recordClass)) {
         dropFrom(&array, item);
         item = nullptr;
     }

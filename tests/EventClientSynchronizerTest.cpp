@@ -168,6 +168,27 @@ TEST_F(Synchronizer, PutsAnUnsubscriptionThatIsNotAnsweredBeforeItsReply)
     EXPECT_EQ(result.get(), -ETIMEDOUT);
 }
 
+TEST_F(Synchronizer, MayBeGoneBeforeASubscriptionWhoseEndWasRefused)
+{
+    {
+        EventClientSynchronizer shortLived;
+        UnitValuePair shortLivedReply;
+        std::future<int> result =
+            begin([&] { return shortLived.Request(client, "Amps", shortLivedReply, kLong); });
+        grantSubscription("Amps");
+        expectQuestion();
+        peer.send(relay("Amps", 1, kAmps));
+        EXPECT_EQ(peer.receive(), printedUnsubscribeRequest("Amps"));
+        peer.send(response(".unsubscribe", false, "Amps"));
+        EXPECT_EQ(result.get(), -1);
+    }
+    peer.send(relay("Amps", 2, kAmps));
+    Receptions receptions;
+    subscribe("Marker", recordingTo(receptions), UnitValuePair());
+    peer.send(relay("Marker", 3, kAmps));
+    EXPECT_EQ(receptions.take().sequence, 3);
+}
+
 TEST_F(Synchronizer, TakesTheChannelFromAnEarlierSubscription)
 {
     Receptions receptions;

@@ -136,6 +136,42 @@ TEST_F(Publishing, PrintsATimeStampAsAText)
     }
 }
 
+/// A value that writes more than the list of its base.
+class HintedValue : public ValueType
+{
+public:
+    std::string hint = "hint";
+
+    bool _packageData(cJSON* output) override
+    {
+        return _toJson("hint", hint, output) && ValueType::_packageData(output);
+    }
+};
+
+class HolderOfHintedValues : public TelvaneDataTypeBase
+{
+public:
+    int before = 1;
+    HintedValue single;
+    std::vector<HintedValue> several;
+    int after = 2;
+
+    TELVANE_RECORD(HolderOfHintedValues, before, single, several, after)
+};
+
+TELVANE_DEFINE_RECORD(HolderOfHintedValues)
+
+TEST_F(Publishing, PrintsNestedRecordsThatHaveAFormOfTheirOwn)
+{
+    HolderOfHintedValues holder;
+    for (int times = 0; times < 4; ++times) {
+        holder.single.Value = times;
+        holder.single.hint = "hint " + std::to_string(times);
+        holder.several.resize(static_cast<std::size_t>(times) % 3);
+        ASSERT_NO_FATAL_FAILURE(expectPublished(holder)) << times;
+    }
+}
+
 /// A record that publishes another while it is packaged.
 class Announcer : public DataStatus
 {

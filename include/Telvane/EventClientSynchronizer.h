@@ -35,7 +35,7 @@ public:
 
 private:
     struct TELVANE_LOCAL State;
-    std::unique_ptr<State> m_state;
+    std::shared_ptr<State> m_state; ///< shared with a subscription that could not be ended
 };
 
 } // namespace Telvane

@@ -24,6 +24,7 @@
 #include <cstdint>
 #include <string>
 #include <type_traits>
+#include <typeinfo>
 #include <vector>
 
 namespace Telvane
@@ -56,6 +57,7 @@ struct RecordField
     struct NestedOperations
     {
         const RecordTable& (*table)();                                   ///< the fields of the class
+        const std::type_info* recordClass;                               ///< the class
         std::size_t (*size)(const void* field);                          ///< elements now held
         void (*resize)(void* field, std::size_t size);                   ///< vectors only
         TelvaneDataTypeBase& (*element)(void* field, std::size_t index); ///< element \p index
@@ -90,15 +92,19 @@ public:
     const char* className() const { return m_className; }
     const std::vector<RecordField>& fields() const { return m_fields; }
 
-    /// States that the class is packaged by this list and nothing else.
-    const RecordTable* markAsTellingAll()
+    /// States that \p recordClass is packaged by this list and nothing else.
+    const RecordTable* tellAllOf(const std::type_info& recordClass)
     {
-        m_tellsAll = true;
+        m_recordClass = &recordClass;
         return this;
     }
 
-    /// \return false for a class with a JSON form of its own, such as DateTime
-    bool tellsAll() const { return m_tellsAll; }
+    /// \return false for a class with a JSON form of its own, such as DateTime, or one that only inherits
+    /// this list
+    bool tellsAllOf(const std::type_info& recordClass) const
+    {
+        return m_recordClass != nullptr && *m_recordClass == recordClass;
+    }
 
 private:
     void append(TelvaneDataTypeBase& base, const char*& names, FieldKind kind, const void* member,
@@ -126,7 +132,7 @@ private:
     {
         static_assert(std::is_same_v<Element, FlagType>, "fixed-size arrays hold bool, int or FlagType");
         static const RecordField::NestedOperations operations = {
-            &Element::recordTable, [](const void*) { return N; }, nullptr,
+            &Element::recordTable, &typeid(Element), [](const void*) { return N; }, nullptr,
             [](void* field, std::size_t i) -> TelvaneDataTypeBase& {
                 return (*static_cast<Element(*)[N]>(field))[i];
             }};
@@ -138,7 +144,7 @@ private:
     {
         using Vector = std::vector<Element>;
         static const RecordField::NestedOperations operations = {
-            &Element::recordTable,
+            &Element::recordTable, &typeid(Element),
             [](const void* field) { return static_cast<const Vector*>(field)->size(); },
             [](void* field, std::size_t size) { static_cast<Vector*>(field)->resize(size); },
             [](void* field, std::size_t i) -> TelvaneDataTypeBase& {
@@ -151,13 +157,13 @@ private:
                                                      !std::is_array_v<Nested>>>
     void add(TelvaneDataTypeBase& base, const char*& names, Nested& member)
     {
-        static const RecordField::NestedOperations operations = {&Nested::recordTable, nullptr, nullptr,
-                                                                 nullptr};
+        static const RecordField::NestedOperations operations = {&Nested::recordTable, &typeid(Nested),
+                                                                 nullptr, nullptr, nullptr};
         append(base, names, FieldKind::Record, static_cast<TelvaneDataTypeBase*>(&member), 0, &operations);
     }
 
     const char* m_className;
-    bool m_tellsAll = false;
+    const std::type_info* m_recordClass = nullptr;
     std::vector<RecordField> m_fields;
 };
 
@@ -213,7 +219,8 @@ public:                                                                         
 #define TELVANE_DEFINE_RECORD(Class)                                                                         \
     const ::Telvane::RecordTable& Class::recordTable()                                                       \
     {                                                                                                        \
-        static const ::Telvane::RecordTable* const table = Class().newRecordTable()->markAsTellingAll();     \
+        static const ::Telvane::RecordTable* const table =                                                   \
+            Class().newRecordTable()->tellAllOf(typeid(Class));                                              \
         return *table;                                                                                       \
     }                                                                                                        \
     bool Class::_packageData(cJSON* output)                                                                  \
