@@ -25,6 +25,7 @@ namespace
 {
 
 constexpr auto kStopDeadline = std::chrono::seconds(10);
+constexpr auto kPauseAfterFailedAccept = std::chrono::milliseconds(20);
 constexpr int kBacklog = 5;
 constexpr std::size_t kSmallestStack = std::size_t{64} * 1024;
 const std::string kNoHeader;
@@ -56,17 +57,15 @@ int clearStalePath(const std::string& path)
     if (!probe.valid()) {
         return -1;
     }
-    if (connectSocket(probe.get(), path) == 0 || errno == EADDRINUSE) {
+    int connected = -1;
+    do {
+        connected = connectSocket(probe.get(), path);
+    } while (connected != 0 && errno == EINTR); // which says nothing about who serves the path
+    if (connected == 0 || errno == EADDRINUSE) {
         return -EADDRINUSE;
     }
     unlink(path.c_str());
     return 0;
-}
-
-/// True when accept() failed for want of something that only time can bring back.
-bool isExhausted(int error)
-{
-    return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM;
 }
 
 } // namespace
@@ -124,6 +123,7 @@ int EventServer::Start(const std::string& path)
 int EventServer::State::listenOn(FileDescriptor socket, const std::string& socketPath)
 {
     listener = socket.get();
+    listenerEnded = false;
     const int result = startThread(listenerThread, &EventServer::connectionListener, &server, stackSize);
     if (result != 0) {
         listener = -1;
@@ -149,13 +149,14 @@ void* EventServer::connectionListener(void* server)
             state.admit(std::move(client));
         } else if (error == EINVAL || error == EBADF) {
             break;
-        } else if (isExhausted(error)) {
-            // The client stays in the backlog: trying again at once would only burn the processor.
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        } else {
+            // Mostly no descriptor is to be had, which only time can mend. The client stays in the backlog:
+            // trying again at once would only burn the processor.
+            std::this_thread::sleep_for(kPauseAfterFailedAccept);
         }
         state.joinFinishedThreads();
     }
-    state.finishStop(pthread_self());
+    state.endListener();
     return nullptr;
 }
 
@@ -266,10 +267,11 @@ bool EventServer::State::stopTargets(pthread_t thread) const
     return stopPending && pthread_equal(stopTarget, thread) != 0;
 }
 
-void EventServer::State::finishStop(pthread_t thread)
+void EventServer::State::endListener()
 {
     const std::lock_guard<std::mutex> guard(stopLock);
-    if (stopTargets(thread)) {
+    listenerEnded = true;
+    if (stopTargets(pthread_self())) {
         stopPending = false;
         stopCondition.notify_all();
     }
@@ -285,7 +287,7 @@ int EventServer::State::stopListener()
 {
     std::unique_lock<std::mutex> stopGuard(stopLock);
     stopTarget = listenerThread;
-    stopPending = true;
+    stopPending = !listenerEnded; // nobody waits for a farewell that was said long ago
     const int fd = listener;
     if (shutdown(fd, SHUT_RDWR) != 0) {
         stopPending = false;

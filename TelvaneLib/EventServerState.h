@@ -85,7 +85,7 @@ struct EventServer::State
     int listenOn(FileDescriptor socket, const std::string& socketPath);
     bool stopTargets(pthread_t thread) const;
     bool waitForStop(std::unique_lock<std::mutex>& stopGuard);
-    void finishStop(pthread_t thread);
+    void endListener();
     int stopListener();
     int stopReceivers();
     void joinFinishedThreads();
@@ -129,6 +129,7 @@ struct EventServer::State
     std::condition_variable stopCondition;
     std::atomic<bool> stopPending{false};
     std::atomic<pthread_t> stopTarget{};
+    bool listenerEnded = false; ///< guarded by stopLock
 
     Hook onSubscribe;
     Hook onUnsubscribe;
