@@ -9,6 +9,7 @@
 #include <charconv>
 #include <climits>
 #include <cstdio>
+#include <iterator>
 #include <stdexcept>
 #include <string_view>
 
@@ -20,6 +21,24 @@ namespace
 
 constexpr long kNanosecondsPerMillisecond = 1'000'000;
 constexpr const char* kDigits = "0123456789"; // whatever the locale
+
+/// A time as it stands in JSON.
+struct WireText
+{
+    static constexpr std::string_view kPrefix = "/Date(";
+    static constexpr char kSuffix[] = ")/";
+
+    explicit WireText(const timespec& time)
+    {
+        const long long milliseconds =
+            static_cast<long long>(time.tv_sec) * 1000 + time.tv_nsec / kNanosecondsPerMillisecond;
+        char* end = std::copy(kPrefix.begin(), kPrefix.end(), text);
+        end = std::to_chars(end, text + sizeof text - sizeof kSuffix, milliseconds).ptr;
+        std::copy(std::begin(kSuffix), std::end(kSuffix), end);
+    }
+
+    char text[64];
+};
 
 int daysInMonth(int year, int month)
 {
@@ -66,15 +85,7 @@ bool DateTime::ValidateTime(const std::string& text)
 
 std::string DateTime::ToString()
 {
-    constexpr std::string_view kPrefix = "/Date(";
-    constexpr std::string_view kSuffix = ")/";
-    const long long milliseconds =
-        static_cast<long long>(time.tv_sec) * 1000 + time.tv_nsec / kNanosecondsPerMillisecond;
-    char text[64];
-    char* end = std::copy(kPrefix.begin(), kPrefix.end(), text);
-    end = std::to_chars(end, text + sizeof text - kSuffix.size(), milliseconds).ptr;
-    end = std::copy(kSuffix.begin(), kSuffix.end(), end);
-    return {text, end};
+    return WireText(time).text;
 }
 
 std::string DateTime::ToISO8601String()
@@ -115,7 +126,7 @@ int DateTime::FromISO8601String(std::string& text, DateTime& result)
 {
     const std::size_t point = text.rfind('.');
     const std::string timeString = text.substr(0, point);
-    writeOutputLine("---- timestring: " + timeString);
+    writeOutputLine("---- timestring: ", timeString);
 
     tm parts = {};
     if (strptime(timeString.c_str(), "%Y-%m-%dT%H:%M:%S", &parts) == nullptr) {
@@ -149,7 +160,7 @@ bool DateTime::_packageData(cJSON* output)
     if (output == nullptr) {
         return true;
     }
-    cJSON* const text = cJSON_CreateString(ToString().c_str());
+    cJSON* const text = cJSON_CreateString(WireText(time).text);
     if (text != nullptr) {
         // The node at hand becomes the string: it takes over the text of the one just made.
         std::swap(output->valuestring, text->valuestring);

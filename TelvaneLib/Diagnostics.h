@@ -1,24 +1,16 @@
 #pragma once
 
-// The library's diagnostics are single lines on the process's standard streams. A line is put together
-// first and written in one piece, so that lines of several threads do not mix.
+// The library's diagnostics are single lines on the process's standard streams.
 
-#include <iostream>
-#include <string>
+#include <string_view>
 
 namespace Telvane
 {
 
-inline void writeErrorLine(std::string line)
-{
-    line += '\n';
-    std::cerr.write(line.data(), static_cast<std::streamsize>(line.size())).flush();
-}
-
-inline void writeOutputLine(std::string line)
-{
-    line += '\n';
-    std::cout.write(line.data(), static_cast<std::streamsize>(line.size())).flush();
-}
+/// Write a line made of up to two texts. Never throw.
+/// @{
+void writeErrorLine(std::string_view text, std::string_view rest = {});
+void writeOutputLine(std::string_view text, std::string_view rest = {});
+/// @}
 
 } // namespace Telvane

@@ -90,7 +90,7 @@ bool TelvaneDataTypeBase::rewriteFields(const RecordTable& table, cJSON* output)
             written = writeField(field, output);
         }
         if (!written) {
-            writeErrorLine(std::string(writeFailure(field.kind)) + field.key);
+            writeErrorLine(writeFailure(field.kind), field.key);
             return false;
         }
     }

@@ -21,6 +21,13 @@
 namespace Telvane
 {
 
+RecordTable::~RecordTable()
+{
+    for (const RecordField& field : m_fields) {
+        delete[] field.key;
+    }
+}
+
 void RecordTable::append(TelvaneDataTypeBase& base, const char*& names, FieldKind kind, const void* member,
                          std::size_t limit, const RecordField::NestedOperations* nested)
 {
@@ -99,7 +106,7 @@ bool TelvaneDataTypeBase::_packageFields(const RecordTable& table, const std::ty
     }
     for (const RecordField& field : table.fields()) {
         if (!writeField(field, output)) {
-            writeErrorLine(std::string(writeFailure(field.kind)) + field.key);
+            writeErrorLine(writeFailure(field.kind), field.key);
             return false;
         }
     }
@@ -172,6 +179,11 @@ bool TelvaneDataTypeBase::writeArray(const RecordField& field, cJSON* output)
             }
         }
     }
+    // One element lost for want of memory would shift the others to places that are not theirs.
+    if (field.kind != FieldKind::RecordVector &&
+        cJSON_GetArraySize(array.get()) != static_cast<int>(field.limit)) {
+        return false;
+    }
     addItem(output, field.key, std::move(array));
     return true;
 }
@@ -227,7 +239,7 @@ bool TelvaneDataTypeBase::_unpackageFields(const RecordTable& table, cJSON* inpu
     FieldReader reader(input);
     for (const RecordField& field : table.fields()) {
         if (!readField(field, reader.find(field.key), input)) {
-            writeErrorLine(std::string(readFailure(field.kind)) + field.key);
+            writeErrorLine(readFailure(field.kind), field.key);
             return false;
         }
     }

@@ -23,7 +23,7 @@ sockaddr_un addressOf(const std::string& path)
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
     if (path.size() >= sizeof address.sun_path) {
-        writeErrorLine("Telvane: socket path of more than 107 characters: " + path);
+        writeErrorLine("Telvane: socket path of more than 107 characters: ", path);
         std::abort();
     }
     std::memcpy(address.sun_path, path.c_str(), path.size() + 1);

@@ -11,6 +11,7 @@
 
 #include <cerrno>
 #include <memory>
+#include <new>
 #include <sstream>
 #include <type_traits>
 #include <uuid/uuid.h>
@@ -54,39 +55,57 @@ int TelvaneDataTypeBase::Package(cJSON** output)
     if (*output == nullptr) {
         return -ENOMEM;
     }
-    return _packageData(*output) ? 0 : -1;
+    try {
+        return _packageData(*output) ? 0 : -1;
+    } catch (const std::bad_alloc&) {
+        cJSON_Delete(*output);
+        *output = nullptr;
+        return -ENOMEM;
+    }
 }
 
 int TelvaneDataTypeBase::Unpackage(cJSON* input)
 {
-    return _unpackageData(input) ? 0 : -EINVAL;
+    try {
+        return _unpackageData(input) ? 0 : -EINVAL;
+    } catch (const std::bad_alloc&) {
+        return -ENOMEM;
+    }
 }
 
 int TelvaneDataTypeBase::Unpackage(cJSON* input, TelvaneDataTypeBase** output)
 {
-    std::unique_ptr<TelvaneDataTypeBase> record(BuildNewDataType());
+    std::unique_ptr<TelvaneDataTypeBase> record;
+    try {
+        record.reset(BuildNewDataType());
+    } catch (const std::bad_alloc&) {
+        // The same as none.
+    }
     *output = record.get();
-    if (record == nullptr) {
-        return -ENOMEM;
+    const int result = record != nullptr ? record->Unpackage(input) : -ENOMEM;
+    if (result == 0) {
+        record.release();
     }
-    if (!record->_unpackageData(input)) {
-        return -EINVAL;
-    }
-    record.release();
-    return 0;
+    return result;
 }
 
 bool TelvaneDataTypeBase::ToJson(std::string& text)
 {
-    const JsonTree object(cJSON_CreateObject());
-    if (!_packageData(object.get())) {
+    cJSON* packaged = nullptr;
+    const int result = Package(&packaged);
+    const JsonTree object(packaged);
+    if (result != 0) {
         return false;
     }
     const JsonText printed(cJSON_Print(object.get()));
     if (printed == nullptr) {
         return false;
     }
-    text = printed.get();
+    try {
+        text = printed.get();
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
     return true;
 }
 
@@ -102,7 +121,7 @@ bool TelvaneDataTypeBase::FromJson(const std::string& text)
     if (position >= text.c_str() && position <= text.c_str() + text.size()) {
         writeErrorLine(position);
     }
-    return _unpackageData(object.get());
+    return Unpackage(object.get()) == 0;
 }
 
 std::string TelvaneDataTypeBase::GetString()
@@ -121,7 +140,11 @@ void TelvaneDataTypeBase::generate_id()
     char text[UUID_STR_LEN];
     uuid_generate(uuid);
     uuid_unparse(uuid, text);
-    _id = text;
+    try {
+        _id = text;
+    } catch (const std::bad_alloc&) {
+        // Without memory the record stays without an identifier, as its user can see.
+    }
 }
 
 bool TelvaneDataTypeBase::_toJson(const std::string& field_name, int value, cJSON* output)
@@ -271,7 +294,7 @@ bool TelvaneDataTypeBase::_readFromJsonItem(cJSON* item, TelvaneDataTypeBase* ta
         writeErrorLine("FAIL! _readFromJsonItem item not an object ");
         return false;
     }
-    if (target->Unpackage(item) != 0) {
+    if (!target->_unpackageData(item)) {
         writeErrorLine("FAIL! _readFromJsonItem Unpackage Failed ");
         return false;
     }

@@ -82,12 +82,16 @@ public:
     /// \param names the members' names, separated by commas, in the order of \p members
     template <class Record, class... Members>
     RecordTable(const char* className, Record& prototype, const char* names, Members&... members)
-        : m_className(className)
+        : RecordTable(className)
     {
         m_fields.reserve(sizeof...(members));
         TelvaneDataTypeBase& base = prototype;
         (add(base, names, members), ...);
     }
+
+    RecordTable(const RecordTable&) = delete;
+    RecordTable& operator=(const RecordTable&) = delete;
+    ~RecordTable();
 
     const char* className() const { return m_className; }
     const std::vector<RecordField>& fields() const { return m_fields; }

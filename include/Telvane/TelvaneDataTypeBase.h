@@ -25,8 +25,9 @@ struct RecordField;
 /// leaves the record partly updated: fields before the failing one keep their new values.
 ///
 /// Results are true/false, or 0 and negated POSIX error numbers. Nothing here throws, except that reading
-/// a DateTime lets `std::out_of_range` pass. Field failures are reported as one line each on standard
-/// error or standard output.
+/// a DateTime lets `std::out_of_range` pass, and that the virtual operations, as values do that hold texts,
+/// may throw `std::bad_alloc`; the others tell want of memory by their result. Field failures are reported as
+/// one line each on standard error or standard output.
 ///
 /// A record object must not be used by two threads at the same time.
 class TELVANE_EXPORT TelvaneDataTypeBase
@@ -60,12 +61,12 @@ public:
 
     /// Packages the record into a new JSON object.
     /// \param[out] output the object, owned by the caller whatever the result; null on `-ENOMEM`
-    /// \return 0; `-ENOMEM` when no object could be created; -1 when some field could not be written
+    /// \return 0; `-ENOMEM` when memory ran out; -1 when some field could not be written
     ///         (\p output holds the partly filled object)
     int Package(cJSON** output);
 
     /// Fills this record from a JSON object, which is only borrowed.
-    /// \return 0, or `-EINVAL` when a required key is missing or of the wrong type
+    /// \return 0; `-EINVAL` when a required key is missing or of the wrong type; `-ENOMEM`
     int Unpackage(cJSON* input);
 
     /// Builds a new record of this object's class from a JSON object; this object itself is not changed.
@@ -84,7 +85,8 @@ public:
     /// \return what ToJson() prints; empty when the record could not be packaged
     std::string GetString();
 
-    /// Gives the record a new random UUID as `_id`, unless it has an `_id` already.
+    /// Gives the record a new random UUID as `_id`, unless it has an `_id` already. Without memory it stays
+    /// without.
     void generate_id();
 
 protected:
