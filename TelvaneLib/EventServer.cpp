@@ -13,7 +13,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cstdio>
 #include <cstring>
+#include <new>
 #include <sys/socket.h>
 #include <thread>
 #include <unistd.h>
@@ -34,16 +36,17 @@ const std::string kNoHeader;
 constexpr int kSocketErrorLine = 288;
 constexpr int kBindErrorLine = 298;
 
-void reportError(int code, int line, const std::string& message)
+/// Tells of the error that stands in errno.
+void reportBindingError(int code, int line)
 {
-    writeErrorLine("ERROR (" + std::to_string(code) + ") @ TelvaneLib/EventServer." + std::to_string(line) +
-                   "-> " + message);
-}
-
-std::string bindingError(int error)
-{
-    return "An error occurred while binding the local socket: [" + std::to_string(error) + "] " +
-           std::strerror(error);
+    const int error = errno;
+    char text[256];
+    std::snprintf(
+        text, sizeof text,
+        "ERROR (%d) @ TelvaneLib/EventServer.%d-> An error occurred while binding the local socket: "
+        "[%d] %s",
+        code, line, error, std::strerror(error));
+    writeErrorLine(text);
 }
 
 /// Makes way for a new socket file.
@@ -104,23 +107,33 @@ int EventServer::Start(const std::string& path)
     if (m_state->listener != -1) {
         return -1;
     }
+    std::string ownPath;
+    try {
+        ownPath = path;
+    } catch (const std::bad_alloc&) {
+        return -ENOMEM;
+    }
     if (const int result = clearStalePath(path); result != 0) {
         return result;
     }
     FileDescriptor listener = openSocket();
     if (!listener.valid()) {
-        reportError(-1, kSocketErrorLine, bindingError(errno));
+        reportBindingError(-1, kSocketErrorLine);
         return -1;
     }
     if (const int result = bindSocket(listener.get(), path); result != 0) {
-        reportError(result, kBindErrorLine, bindingError(errno));
+        reportBindingError(result, kBindErrorLine);
         return result;
     }
     listen(listener.get(), kBacklog);
-    return m_state->listenOn(std::move(listener), path);
+    const int result = m_state->listenOn(std::move(listener));
+    if (result == 0) {
+        m_state->path = std::move(ownPath);
+    }
+    return result;
 }
 
-int EventServer::State::listenOn(FileDescriptor socket, const std::string& socketPath)
+int EventServer::State::listenOn(FileDescriptor socket)
 {
     listener = socket.get();
     listenerEnded = false;
@@ -130,7 +143,6 @@ int EventServer::State::listenOn(FileDescriptor socket, const std::string& socke
         return result;
     }
     socket.release();
-    path = socketPath;
     return 0;
 }
 
@@ -163,15 +175,20 @@ void* EventServer::connectionListener(void* server)
 void EventServer::State::admit(FileDescriptor client)
 {
     applySendBuffer(client.get());
-    // The new thread begins by looking itself up under this lock, so it always finds its entry.
+    // The new thread begins by looking itself up under this lock, so it always finds its entry, which is made
+    // first: once the thread runs, nothing may fail for want of memory.
     const std::lock_guard<std::mutex> guard(connectionsLock);
-    pthread_t thread = {};
-    if (startThread(thread, &EventServer::rx_handler, &server, stackSize) != 0) {
+    auto entry = connections.end();
+    try {
+        entry = connections.try_emplace(client.get()).first;
+    } catch (const std::bad_alloc&) {
         return;
     }
-    const int fd = client.release();
-    connections[fd] = thread;
-    onConnect.call(server, fd, kNoHeader, -1, nullptr);
+    if (startThread(entry->second, &EventServer::rx_handler, &server, stackSize) != 0) {
+        connections.erase(entry);
+        return;
+    }
+    onConnect.call(server, client.release(), kNoHeader, -1, nullptr);
 }
 
 void EventServer::State::applySendBuffer(int client)
@@ -189,10 +206,13 @@ void EventServer::State::applySendBuffer(int client)
 
 void EventServer::State::joinFinishedThreads()
 {
-    const std::lock_guard<std::mutex> guard(connectionsLock);
-    while (!finishedThreads.empty()) {
-        pthread_join(finishedThreads.front(), nullptr);
-        finishedThreads.pop_front();
+    std::multimap<int, pthread_t> finished;
+    {
+        const std::lock_guard<std::mutex> guard(connectionsLock);
+        finished.swap(finishedThreads);
+    }
+    for (const auto& [client, thread] : finished) {
+        pthread_join(thread, nullptr);
     }
 }
 
@@ -236,8 +256,7 @@ void EventServer::State::tearDown(int client)
             const std::lock_guard<std::mutex> connectionsGuard(connectionsLock);
             forget(client);
             FileDescriptor(client).reset(-1);
-            connections.erase(client);
-            finishedThreads.push_back(pthread_self());
+            finishedThreads.insert(connections.extract(client));
         }
         if (stopTargets(pthread_self())) {
             stopPending = false;
@@ -309,29 +328,19 @@ int EventServer::State::stopReceivers()
     for (;;) {
         // While this lock is held no receiver thread gets as far as closing its socket.
         std::unique_lock<std::mutex> stopGuard(stopLock);
-        pthread_t thread = {};
         {
             const std::lock_guard<std::mutex> guard(connectionsLock);
             if (connections.empty()) {
                 return 0;
             }
-            thread = connections.begin()->second;
-            stopTarget = thread;
+            stopTarget = connections.begin()->second;
             stopPending = true;
             shutdown(connections.begin()->first, SHUT_RDWR);
         }
         if (!waitForStop(stopGuard)) {
             return -ETIMEDOUT;
         }
-        {
-            // Its own farewell put the thread among those to be joined; it is joined here instead.
-            const std::lock_guard<std::mutex> guard(connectionsLock);
-            finishedThreads.erase(
-                std::remove_if(finishedThreads.begin(), finishedThreads.end(),
-                               [thread](pthread_t finished) { return pthread_equal(finished, thread) != 0; }),
-                finishedThreads.end());
-        }
-        pthread_join(thread, nullptr);
+        joinFinishedThreads();
     }
 }
 

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -29,8 +30,10 @@ bool isSubscribable(std::string_view channel)
 
 void reportRelayError(int client, int result)
 {
-    writeErrorLine("RELAY ERROR to client " + std::to_string(client) + ": [" + std::to_string(result) +
-                   "]: " + std::strerror(std::abs(result)));
+    char text[256];
+    std::snprintf(text, sizeof text, "RELAY ERROR to client %d: [%d]: %s", client, result,
+                  std::strerror(std::abs(result)));
+    writeErrorLine(text);
 }
 
 int sendToClient(int fd, const char* data, int length)
@@ -69,13 +72,18 @@ void EventServer::State::handlePacket(int client, const char* text, int length)
     }
     count(counters.dispatched);
     dispatching = &*found;
+    int result = 0;
     try {
-        found->second.handler(&server, client, found->first, sequence.fetch_add(1), payload, nullptr);
+        result =
+            found->second.handler(&server, client, found->first, sequence.fetch_add(1), payload, nullptr);
     } catch (const std::bad_alloc&) {
+        result = -ENOMEM;
+    }
+    dispatching = nullptr;
+    if (result == -ENOMEM) {
         // The message is lost, as it would be to a full buffer; the server goes on.
         count(counters.outOfMemory);
     }
-    dispatching = nullptr;
 }
 
 int EventServer::meta_subscribeHandler(void* server, int fd, const std::string& header, int sequence,
@@ -86,10 +94,7 @@ int EventServer::meta_subscribeHandler(void* server, int fd, const std::string& 
     if (channel == nullptr) {
         return -EINVAL;
     }
-    const bool accepted = isSubscribable(channel);
-    if (accepted) {
-        state.subscribe(fd, channel);
-    }
+    const bool accepted = isSubscribable(channel) && state.subscribe(fd, channel);
     const int result = state.answer(fd, kSubscribeHeader, accepted, channel);
     if (result == 0) {
         state.onSubscribe.call(state.server, fd, header, sequence, payload);
@@ -113,20 +118,30 @@ int EventServer::meta_unsubscribeHandler(void* server, int fd, const std::string
     return result;
 }
 
-void EventServer::State::subscribe(int client, const std::string& channel)
+/// \return false when memory has run out
+bool EventServer::State::subscribe(int client, std::string_view channel)
 {
-    Channel& entry = channels[channel];
-    entry.handler = &EventServer::subscriptionHandler;
-    const std::lock_guard<std::mutex> guard(subscribersLock);
-    if (entry.subscribers.find(client) == entry.subscribers.end()) {
-        // In this order: should memory run out between the two, forget() still finds every set to leave.
-        subscriptions[client].push_back(&entry);
-        entry.subscribers.emplace(client, 0);
+    try {
+        auto found = channels.find(channel);
+        if (found == channels.end()) {
+            found = channels.emplace(channel, Channel()).first;
+            found->second.handler = &EventServer::subscriptionHandler;
+        }
+        Channel& entry = found->second;
+        const std::lock_guard<std::mutex> guard(subscribersLock);
+        if (entry.subscribers.find(client) == entry.subscribers.end()) {
+            // In this order: should memory run out between the two, forget() still finds every set to leave.
+            subscriptions[client].push_back(&entry);
+            entry.subscribers.emplace(client, 0);
+        }
+    } catch (const std::bad_alloc&) {
+        return false;
     }
+    return true;
 }
 
 /// \return whether the channel exists, subscribed to by this client or not
-bool EventServer::State::unsubscribe(int client, const std::string& channel)
+bool EventServer::State::unsubscribe(int client, std::string_view channel)
 {
     const auto found = channels.find(channel);
     if (found == channels.end()) {

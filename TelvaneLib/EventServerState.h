@@ -18,11 +18,11 @@
 
 #include <atomic>
 #include <condition_variable>
-#include <deque>
 #include <map>
 #include <mutex>
 #include <pthread.h>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -82,7 +82,7 @@ struct EventServer::State
     static State& of(void* server) { return *static_cast<EventServer*>(server)->m_state; }
 
     // Start and stop
-    int listenOn(FileDescriptor socket, const std::string& socketPath);
+    int listenOn(FileDescriptor socket);
     bool stopTargets(pthread_t thread) const;
     bool waitForStop(std::unique_lock<std::mutex>& stopGuard);
     void endListener();
@@ -100,8 +100,8 @@ struct EventServer::State
     // Messages
     void handlePacket(int client, const char* text, int length);
     int answer(int client, const char* header, bool success, const char* channel);
-    void subscribe(int client, const std::string& channel);
-    bool unsubscribe(int client, const std::string& channel);
+    bool subscribe(int client, std::string_view channel);
+    bool unsubscribe(int client, std::string_view channel);
     void forget(int client);
     void relay(Channel& channel, const char* text, int length);
 
@@ -112,7 +112,8 @@ struct EventServer::State
 
     std::mutex connectionsLock;
     std::map<int, pthread_t> connections;
-    std::deque<pthread_t> finishedThreads;
+    /// By the descriptor that they had: an ending thread moves its entry here, which takes no memory.
+    std::multimap<int, pthread_t> finishedThreads;
 
     std::mutex handlerLock;
     ChannelTable channels;

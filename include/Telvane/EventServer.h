@@ -46,7 +46,9 @@ struct EventServerStatistics
 /// when it has. Delivery is at most once: the server never waits for a slow subscriber, which then misses
 /// the message. The server runs one listening thread and one receiver thread per client.
 ///
-/// Results are 0 or negated POSIX error numbers unless told otherwise; nothing is thrown.
+/// Results are 0 or negated POSIX error numbers unless told otherwise; nothing is thrown, but by the
+/// constructor `std::bad_alloc`. A server that runs out of memory loses messages, which it counts, and
+/// clients that come, and goes on.
 ///
 /// Threading: Start() and Stop() belong to one thread at a time and must not be called from a hook. Hooks
 /// are to be installed before Start(). Everything under "Additions" may be called from any thread unless it
@@ -63,7 +65,8 @@ public:
     /// Binds \p path and begins to accept clients. A socket file that nobody serves any more is replaced.
     /// \param path at most 107 characters; a longer one ends the process
     /// \return 0; -1 when already started, or when a socket cannot be had or bound; `-EADDRINUSE` when a live
-    ///         server answers on \p path; a positive error number when no thread could be created
+    ///         server answers on \p path; a positive error number when no thread could be created;
+    ///         `-ENOMEM`
     int Start(const std::string& path);
 
     /// Disconnects every client, ends all threads and removes the socket file. Subscribable channels and the
