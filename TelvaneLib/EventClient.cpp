@@ -42,24 +42,34 @@ int EventClient::Connect(const std::string& path)
     if (m_state->connected()) {
         return -EADDRINUSE;
     }
-    FileDescriptor socket = openSocket();
-    if (!socket.valid() || connectSocket(socket.get(), path) != 0) {
+    return withinMemory([&] { return m_state->connect(*this, path); });
+}
+
+int EventClient::State::connect(EventClient& client, const std::string& newPath)
+{
+    // All that takes memory comes first: there is no way back once the thread runs.
+    std::string ownPath = newPath;
+    ClosureEntry subscribeEntry = makeEntry(
+        kSubscribeHeader, std::make_unique<InternalOperationClosure>(&EventClient::subscribeResponseHandler));
+    ClosureEntry unsubscribeEntry =
+        makeEntry(kUnsubscribeHeader,
+                  std::make_unique<InternalOperationClosure>(&EventClient::unsubscribeResponseHandler));
+    ConnectionPointer newConnection = std::make_shared<Connection>(openSocket());
+    const int socket = newConnection->socket.get();
+    if (socket < 0 || connectSocket(socket, newPath) != 0) {
         return -1;
     }
-    m_state->joinLeftReceiver();
-    m_state->setConnection(std::make_shared<Connection>(std::move(socket)));
+    joinLeftReceiver();
+    setConnection(std::move(newConnection));
     {
-        const std::lock_guard<std::mutex> guard(m_state->disconnectLock);
-        m_state->receiverRunning = true;
-        m_state->receiverJoinable =
-            startThread(m_state->receiverThread, &EventClient::rx_handler, this, 0) == 0;
-        m_state->receiverRunning = m_state->receiverJoinable;
+        const std::lock_guard<std::mutex> guard(disconnectLock);
+        receiverRunning = true;
+        receiverJoinable = startThread(receiverThread, &EventClient::rx_handler, &client, 0) == 0;
+        receiverRunning = receiverJoinable;
     }
-    m_state->path = path;
-    m_state->exchangeClosure(kSubscribeHeader,
-                             std::make_unique<InternalOperationClosure>(&subscribeResponseHandler));
-    m_state->exchangeClosure(kUnsubscribeHeader,
-                             std::make_unique<InternalOperationClosure>(&unsubscribeResponseHandler));
+    path = std::move(ownPath);
+    enterClosure(std::move(subscribeEntry));
+    enterClosure(std::move(unsubscribeEntry));
     return 0;
 }
 
@@ -170,19 +180,35 @@ void EventClient::State::dispatch(EventClient& client, const char* text)
     }
 }
 
-EventClient::State::Closure EventClient::State::exchangeClosure(const std::string& header, Closure closure)
+EventClient::State::ClosureEntry EventClient::State::makeEntry(const std::string& header, Closure closure)
+{
+    ClosureTable table;
+    table.emplace(header, std::move(closure));
+    return table.extract(table.begin());
+}
+
+EventClient::State::Closure EventClient::State::enterClosure(ClosureEntry entry)
 {
     const std::lock_guard<std::mutex> guard(closuresLock);
-    if (closure == nullptr) {
-        const auto found = closures.find(header);
-        if (found == closures.end()) {
-            return nullptr;
-        }
-        closure = std::move(found->second);
-        closures.erase(found);
-        return closure;
+    auto outcome = closures.insert(std::move(entry));
+    return outcome.inserted ? nullptr
+                            : std::exchange(outcome.position->second, std::move(outcome.node.mapped()));
+}
+
+/// Puts a closure back in the place of one that is still there.
+void EventClient::State::restoreClosure(const std::string& header, Closure closure)
+{
+    const std::lock_guard<std::mutex> guard(closuresLock);
+    if (const auto found = closures.find(header); found != closures.end()) {
+        found->second.swap(closure);
     }
-    return std::exchange(closures[header], std::move(closure));
+}
+
+void EventClient::State::removeClosure(const std::string& header)
+{
+    ClosureEntry removed; // destroyed, with what the application's callback holds, outside the lock
+    const std::lock_guard<std::mutex> guard(closuresLock);
+    removed = closures.extract(header);
 }
 
 EventClient::CallbackClosure::~CallbackClosure() = default;

@@ -106,7 +106,13 @@ int EventClient::State::runExchange(MetaExchange& exchange, const std::string& c
 {
     const std::lock_guard<std::mutex> turnGuard(exchange.turn);
     std::unique_lock<std::mutex> guard(exchange.lock);
-    exchange.pendingChannel = channel;
+    if (const int result = withinMemory([&] {
+            exchange.pendingChannel = channel;
+            return 0;
+        });
+        result != 0) {
+        return result;
+    }
     exchange.success = false;
     exchange.done = false;
     if (const int result = send(request); result != 0) {
@@ -146,13 +152,28 @@ int EventClient::Subscribe(const std::string& channel, Callback callback,
     if (!m_state->connected()) {
         return -ENOTCONN;
     }
-    auto closure = std::make_unique<SubscriptionCallbackClosure>(prototype.BuildNewDataType(), user,
-                                                                 std::move(callback));
-    const int result = subscribeToServer(channel);
-    if (result == 0) {
-        m_state->exchangeClosure(channel, std::move(closure));
+    return withinMemory([&] {
+        State::ClosureEntry entry = m_state->makeSubscription(channel, std::move(callback), prototype, user);
+        const int result = subscribeToServer(channel);
+        if (result == 0) {
+            m_state->enterClosure(std::move(entry));
+        }
+        return result;
+    });
+}
+
+EventClient::State::ClosureEntry EventClient::State::makeSubscription(const std::string& channel,
+                                                                      Callback callback,
+                                                                      const TelvaneDataTypeBase& prototype,
+                                                                      void* user)
+{
+    std::unique_ptr<TelvaneDataTypeBase> own(prototype.BuildNewDataType());
+    if (own == nullptr) {
+        throw std::bad_alloc();
     }
-    return result;
+    auto closure = std::make_unique<SubscriptionCallbackClosure>(own.get(), user, std::move(callback));
+    own.release(); // the closure's from here on
+    return makeEntry(channel, std::move(closure));
 }
 
 int EventClient::Unsubscribe(const std::string& channel)
@@ -168,7 +189,7 @@ int EventClient::Unsubscribe(const std::string& channel)
     }
     const int result = unsubscribeFromServer(channel);
     if (result == 0) {
-        m_state->exchangeClosure(channel, nullptr);
+        m_state->removeClosure(channel);
     }
     return result;
 }
@@ -178,36 +199,76 @@ int EventClient::Request(const std::string& channel, TelvaneDataTypeBase& record
     if (!m_state->connected()) {
         return -ENOTCONN;
     }
+    return withinMemory([&] { return m_state->request(*this, channel, record); });
+}
+
+namespace
+{
+
+/// Where the thread that asks and the receiver thread meet.
+struct Reply
+{
+    explicit Reply(TelvaneDataTypeBase& record) : target(record) {}
+
+    void take(TelvaneDataTypeBase* received)
+    {
+        const std::lock_guard<std::mutex> guard(lock);
+        try {
+            target.copy(received);
+        } catch (const std::bad_alloc&) {
+            return; // as if it had not arrived
+        }
+        answered = true;
+        condition.notify_all();
+    }
+
+    /// \return 0 or ETIMEDOUT
+    int await()
+    {
+        std::unique_lock<std::mutex> guard(lock);
+        while (!answered) {
+            const auto deadline = std::chrono::system_clock::now() + kResponseDeadline;
+            if (condition.wait_until(guard, deadline) == std::cv_status::timeout && !answered) {
+                return ETIMEDOUT;
+            }
+        }
+        return 0;
+    }
+
+    TelvaneDataTypeBase& target;
     std::mutex lock;
     std::condition_variable condition;
     bool answered = false;
-    auto takeReply = [&](void*, TelvaneDataTypeBase* reply, int, void*) {
-        const std::lock_guard<std::mutex> guard(lock);
-        record.copy(reply);
-        answered = true;
-        condition.notify_all();
-    };
+};
+
+} // namespace
+
+int EventClient::State::request(EventClient& client, const std::string& channel, TelvaneDataTypeBase& record)
+{
+    Reply reply(record);
+    ClosureEntry entry = makeSubscription(
+        channel, [&reply](void*, TelvaneDataTypeBase* received, int, void*) { reply.take(received); }, record,
+        nullptr);
+    const std::string requestChannel = kRequestPrefix + channel;
     std::unique_ptr<CallbackClosure> earlier;
-    int result = subscribeToServer(channel);
+    int result = client.subscribeToServer(channel);
+    if (result == -ENOMEM) {
+        return result; // the server has not been asked
+    }
     if (result != -ETIMEDOUT) {
-        earlier = m_state->exchangeClosure(channel, std::make_unique<SubscriptionCallbackClosure>(
-                                                        record.BuildNewDataType(), nullptr, takeReply));
+        earlier = enterClosure(std::move(entry));
         RequestType request;
-        result = Publish(kRequestPrefix + channel, request);
-        std::unique_lock<std::mutex> guard(lock);
-        while (result == 0 && !answered) {
-            const auto deadline = std::chrono::system_clock::now() + kResponseDeadline;
-            if (condition.wait_until(guard, deadline) == std::cv_status::timeout && !answered) {
-                result = ETIMEDOUT;
-            }
+        result = client.Publish(requestChannel, request);
+        if (result == 0) {
+            result = reply.await();
         }
     }
     if (earlier != nullptr) {
         // The channel was subscribed before and stays so.
-        m_state->exchangeClosure(channel, std::move(earlier));
+        restoreClosure(channel, std::move(earlier));
     } else {
-        unsubscribeFromServer(channel);
-        m_state->exchangeClosure(channel, nullptr);
+        client.unsubscribeFromServer(channel);
+        removeClosure(channel);
     }
     return result > 0 ? -result : result;
 }

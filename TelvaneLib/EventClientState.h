@@ -18,10 +18,12 @@
 #include "SeqpacketSocket.h"
 
 #include <atomic>
+#include <cerrno>
 #include <condition_variable>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <pthread.h>
 #include <string>
 
@@ -59,9 +61,23 @@ struct ClientCounters
     std::atomic<std::uint64_t> undecodable{0};
 };
 
+/// Runs an operation of the public face, which tells want of memory by its result.
+template <class Operation>
+int withinMemory(Operation operation)
+{
+    try {
+        return operation();
+    } catch (const std::bad_alloc&) {
+        return -ENOMEM;
+    }
+}
+
 struct EventClient::State
 {
     using Closure = std::unique_ptr<CallbackClosure>;
+    using ClosureTable = std::map<std::string, Closure, std::less<>>;
+    /// An entry of the table, made before it is needed: entering it takes no memory.
+    using ClosureEntry = ClosureTable::node_type;
 
     ~State() { delete idleWriter.load(); }
 
@@ -76,12 +92,20 @@ struct EventClient::State
     void endReceiver();
 
     void dispatch(EventClient& client, const char* text);
-    Closure exchangeClosure(const std::string& header, Closure closure);
+    static ClosureEntry makeEntry(const std::string& header, Closure closure);
+    /// \return the closure that the table held before, or null
+    Closure enterClosure(ClosureEntry entry);
+    void restoreClosure(const std::string& header, Closure closure);
+    void removeClosure(const std::string& header);
 
     std::unique_ptr<PublicationWriter> takeWriter();
     void returnWriter(std::unique_ptr<PublicationWriter> writer);
     int send(cJSON* message);
     static int sendText(Connection& used, const char* text, int length);
+    int connect(EventClient& client, const std::string& newPath);
+    ClosureEntry makeSubscription(const std::string& channel, Callback callback,
+                                  const TelvaneDataTypeBase& prototype, void* user);
+    int request(EventClient& client, const std::string& channel, TelvaneDataTypeBase& record);
     int runExchange(MetaExchange& exchange, const std::string& channel, cJSON* request);
 
     std::mutex connectionLock;
@@ -95,7 +119,7 @@ struct EventClient::State
     pthread_t receiverThread = {};
 
     std::mutex closuresLock;
-    std::map<std::string, Closure, std::less<>> closures;
+    ClosureTable closures;
 
     MetaExchange subscribing;
     MetaExchange unsubscribing;

@@ -13,6 +13,8 @@
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
+#include <new>
+#include <string>
 
 namespace Telvane
 {
@@ -27,11 +29,16 @@ struct EventClientSynchronizer::State
     void take(TelvaneDataTypeBase* reply)
     {
         const std::lock_guard<std::mutex> guard(lock);
-        if (replyTarget != nullptr) {
-            replyTarget->copy(reply);
-            answered = true;
-            replyCondition.notify_all();
+        if (replyTarget == nullptr) {
+            return;
         }
+        try {
+            replyTarget->copy(reply);
+        } catch (const std::bad_alloc&) {
+            return; // as if it had not arrived
+        }
+        answered = true;
+        replyCondition.notify_all();
     }
 };
 
@@ -44,6 +51,12 @@ int EventClientSynchronizer::Request(EventClient& client, const std::string& cha
 {
     if (!client.IsConnected()) {
         return -ENOTCONN;
+    }
+    std::string requestChannel;
+    try {
+        requestChannel = kRequestPrefix + channel;
+    } catch (const std::bad_alloc&) {
+        return -ENOMEM;
     }
     // The subscription holds the state itself: should it outlive the synchronizer, because the server did not
     // end it, it finds no target there and does nothing.
@@ -59,7 +72,7 @@ int EventClientSynchronizer::Request(EventClient& client, const std::string& cha
         std::unique_lock<std::mutex> guard(m_state->lock);
         m_state->answered = false;
         m_state->replyTarget = &reply;
-        if (client.Publish(kRequestPrefix + channel, request) == 0) {
+        if (client.Publish(requestChannel, request) == 0) {
             const auto deadline = deadlineAfter(std::chrono::system_clock::now(), timeout);
             const auto answered = [this] {
                 return m_state->answered;

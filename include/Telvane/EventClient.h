@@ -30,8 +30,10 @@ struct EventClientStatistics
 /// client's one receiver thread with the closure-table lock held: a callback may Publish(), but must not
 /// Subscribe(), Unsubscribe() or Request() on the same client, whose answers only that thread could read.
 ///
-/// Results are 0, negated POSIX error numbers, or a positive count where told. All operations may be called
-/// from several threads, except that Connect(), Disconnect() and destruction belong to one thread at a time.
+/// Results are 0, negated POSIX error numbers, or a positive count where told. Any operation that sends may
+/// also return `-ENOMEM`, having sent nothing; nothing is thrown, but by the constructor `std::bad_alloc`,
+/// and by a callback of the application's, whose exceptions pass. All operations may be called from several
+/// threads, except that Connect(), Disconnect() and destruction belong to one thread at a time.
 class TELVANE_EXPORT EventClient
 {
 public:
@@ -50,7 +52,7 @@ public:
 
     /// Connects to the server at \p path and starts the receiver thread.
     /// \param path at most 107 characters; a longer one ends the process
-    /// \return 0; `-EADDRINUSE` when already connected; -1 when nobody serves the path
+    /// \return 0; `-EADDRINUSE` when already connected; -1 when nobody serves the path; `-ENOMEM`
     int Connect(const std::string& path);
 
     /// Closes the connection, ends the receiver thread and forgets all subscriptions.
