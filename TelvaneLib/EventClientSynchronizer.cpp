@@ -15,6 +15,7 @@
 #include <mutex>
 #include <new>
 #include <string>
+#include <utility>
 
 namespace Telvane
 {
@@ -53,17 +54,18 @@ int EventClientSynchronizer::Request(EventClient& client, const std::string& cha
         return -ENOTCONN;
     }
     std::string requestChannel;
+    EventClient::Callback takeReply;
     try {
         requestChannel = kRequestPrefix + channel;
+        // The subscription holds the state itself: should it outlive the synchronizer, because the server did
+        // not end it, it finds no target there and does nothing.
+        takeReply = [state = m_state](void*, TelvaneDataTypeBase* record, int, void*) {
+            state->take(record);
+        };
     } catch (const std::bad_alloc&) {
         return -ENOMEM;
     }
-    // The subscription holds the state itself: should it outlive the synchronizer, because the server did not
-    // end it, it finds no target there and does nothing.
-    const auto takeReply = [state = m_state](void*, TelvaneDataTypeBase* record, int, void*) {
-        state->take(record);
-    };
-    if (const int result = client.Subscribe(channel, takeReply, reply, this); result < 0) {
+    if (const int result = client.Subscribe(channel, std::move(takeReply), reply, this); result < 0) {
         return result;
     }
     int result = 0;
