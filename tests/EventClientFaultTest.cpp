@@ -4,6 +4,9 @@
 #include "BusTestSupport.h"
 #include "FaultInjection.h"
 
+#include <Telvane/EventClientSynchronizer.h>
+#include <Telvane/PanelRecords.h>
+
 namespace Telvane
 {
 namespace
@@ -223,10 +226,37 @@ TEST_F(ClientWithFault, GivesTheCountOfAnUnsubscriptionThatWasCutAndStaysSubscri
     EXPECT_EQ(result.get(), 0);
 }
 
+TEST_F(ClientWithFault, AsksEvenWhenTheSubscriptionForARequestWasCut)
+{
+    const Fault fault(cutAfter(7));
+    TelvaneLedStatus record;
+    std::future<int> requested = begin([&] { return client.Request("C", record, 0); });
+    EXPECT_EQ(peer.receive(), printedSubscribeRequest("C").substr(0, 7));
+    EXPECT_EQ(peer.receive(), printedPublication("req_C"));
+    TelvaneLedStatus answer;
+    answer._id = "the answer";
+    peer.send(relay("C", 1, answer.GetString()));
+    grantUnsubscription("C");
+    EXPECT_EQ(requested.get(), 0);
+    EXPECT_EQ(record._id, "the answer");
+}
+
+TEST_F(ClientWithFault, EndsASynchronizersRequestWithoutAReplyWhenItWasCut)
+{
+    const Fault fault(cutAfter(7, 2));
+    EventClientSynchronizer synchronizer;
+    RequestType record;
+    std::future<int> requested = begin([&] { return synchronizer.Request(client, "C", record, 40); });
+    grantSubscription("C");
+    EXPECT_EQ(peer.receive(), printedPublication("req_C").substr(0, 7));
+    grantUnsubscription("C");
+    EXPECT_EQ(requested.get(), 0);
+}
+
 TEST_F(ClientWithFault, NegatesTheCountOfARequestThatWasCut)
 {
     // The subscription passes whole; the call is made by the thread that the test starts.
-    const Fault fault({Call::Send, Caller::Application, 0, 2, 1, 4});
+    const Fault fault(cutAfter(4, 2));
     RequestType record;
     std::future<int> requested = begin([&] { return client.Request("C", record, 0); });
     grantSubscription("C");

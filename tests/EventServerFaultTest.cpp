@@ -121,6 +121,17 @@ TEST(EventServerStart, DoesNotTakeAnInterruptedProbeForADeadServer)
     expectNothingElse(running.connect());
 }
 
+TEST(EventServerStart, TakesAnAddressInUseFromItsProbeForALiveServer)
+{
+    const TemporaryDirectory directory;
+    const std::string path = directory.path("bus");
+    RawServer(path).close();
+    EventServer server;
+    const Fault fault({Call::Connect, Caller::Application, EADDRINUSE});
+    EXPECT_EQ(server.Start(path), -EADDRINUSE);
+    EXPECT_TRUE(std::filesystem::is_socket(path));
+}
+
 TEST(EventServerStart, DoesNotExamineWhetherItListens)
 {
     const TemporaryDirectory directory;

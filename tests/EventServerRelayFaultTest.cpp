@@ -152,6 +152,19 @@ TEST_P(EventServerResponse, ThatCannotBeSentCallsNoHookButCounts)
     EXPECT_EQ(sequenceOf(publisher.receive()), 4);
 }
 
+TEST_P(EventServerRelayCut, CallsNoHookForAResponse)
+{
+    FaultScript script{Call::Send, Caller::Receiver};
+    script.sentBytes = static_cast<std::size_t>(GetParam());
+    {
+        const Fault fault(script);
+        publisher.send(subscribeRequest("D"));
+        EXPECT_EQ(publisher.receive().size(), script.sentBytes);
+    }
+    expectNothingElse(publisher);
+    EXPECT_TRUE(subscriptions.empty());
+}
+
 INSTANTIATE_TEST_SUITE_P(ByError, EventServerResponse, ::testing::Values(EAGAIN, EPIPE, ENOBUFS),
                          nameOfError);
 
