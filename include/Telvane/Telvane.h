@@ -8,6 +8,7 @@
 #include <Telvane/Consumables.h>
 #include <Telvane/DateTime.h>
 #include <Telvane/DeviceRecords.h>
+#include <Telvane/DynamicFileInterface.h>
 #include <Telvane/EventClient.h>
 #include <Telvane/EventClientSynchronizer.h>
 #include <Telvane/EventServer.h>
