@@ -1,0 +1,61 @@
+#include "CommandOptions.h"
+
+#include "Messages.h"
+
+#include <CLI/CLI.hpp>
+
+#include <strings.h>
+
+namespace TelvaneTool
+{
+
+using Telvane::RecordCatalogue;
+using Telvane::RecordClass;
+
+void addBusOptions(CLI::App& command, BusOptions& options)
+{
+    command.add_option("PATH", options.path, "Socket of the bus's server")->required();
+    command.add_option("--wait", options.wait, "Wait up to this many seconds for the server to appear")
+        ->check(CLI::Range(0.0, 1e6));
+}
+
+bool findClass(const std::string& name, const RecordClass*& recordClass)
+{
+    recordClass = RecordCatalogue::find(name);
+    if (recordClass != nullptr) {
+        return true;
+    }
+    std::string message = "there is no record class \"" + name + "\"";
+    for (const RecordClass& candidate : RecordCatalogue::classes()) {
+        if (strcasecmp(candidate.name, name.c_str()) == 0) {
+            message += "; did you mean " + std::string(candidate.name) + "?";
+            complain(message);
+            return false;
+        }
+    }
+    complain(message + "; telvane records lists them");
+    return false;
+}
+
+bool classOfChannel(const std::string& name, const std::string& channel, const RecordClass*& recordClass)
+{
+    if (!name.empty()) {
+        return findClass(name, recordClass);
+    }
+    recordClass = RecordCatalogue::find(channel);
+    return true;
+}
+
+bool checkChannel(const std::string& channel)
+{
+    const bool right = !channel.empty() &&
+                       channel.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ_") ==
+                           std::string::npos;
+    if (!right) {
+        complain("\"" + channel +
+                 "\" is no channel that can be subscribed to: use ASCII letters and underscores only");
+    }
+    return right;
+}
+
+} // namespace TelvaneTool

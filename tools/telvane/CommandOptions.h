@@ -1,0 +1,39 @@
+#pragma once
+
+// What several subcommands have in common.
+
+#include <Telvane/RecordCatalogue.h>
+
+#include <string>
+
+namespace CLI
+{
+class App;
+}
+
+namespace TelvaneTool
+{
+
+/// Where the bus is.
+struct BusOptions
+{
+    std::string path;
+    double wait = 0.0; ///< how long to wait for a server to appear, in seconds
+};
+
+void addBusOptions(CLI::App& command, BusOptions& options);
+
+/// Finds a class of the catalogue, or complains.
+/// \return false when there is none of that name
+bool findClass(const std::string& name, const Telvane::RecordClass*& recordClass);
+
+/// What a channel's payloads are taken for: the class that is named, else the one named like the channel.
+/// \param[out] recordClass null to take payloads as they come
+/// \return false after a complaint
+bool classOfChannel(const std::string& name, const std::string& channel,
+                    const Telvane::RecordClass*& recordClass);
+
+/// Complains about a channel that nobody can subscribe to.
+bool checkChannel(const std::string& channel);
+
+} // namespace TelvaneTool

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <string_view>
+#include <vector>
+
+namespace TelvaneTool
+{
+
+/// Splits a line at its delimiters. A field may stand in double quotes and then hold delimiters; quotes
+/// inside such a field stay doubled.
+/// \param[out] fields views into \p line, without the quotes and the blanks around
+/// \return false when a quote is not closed
+bool splitFields(std::string_view line, char delimiter, std::vector<std::string_view>& fields);
+
+/// Reads a whole field as a finite decimal number.
+bool readNumber(std::string_view field, double& number);
+
+} // namespace TelvaneTool

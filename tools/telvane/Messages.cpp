@@ -1,0 +1,47 @@
+#include "Messages.h"
+
+#include <cerrno>
+#include <unistd.h>
+
+namespace TelvaneTool
+{
+
+namespace
+{
+
+std::string& messagePrefix()
+{
+    static std::string prefix = "telvane";
+    return prefix;
+}
+
+} // namespace
+
+void setMessagePrefix(const std::string& prefix)
+{
+    messagePrefix() = prefix;
+}
+
+void complain(std::string_view message)
+{
+    std::string line = messagePrefix() + ": ";
+    line.append(message).append("\n");
+    writeFully(STDERR_FILENO, line); // there is nowhere to complain about a failure
+}
+
+int writeFully(int fd, std::string_view data)
+{
+    while (!data.empty()) {
+        const ssize_t written = write(fd, data.data(), data.size());
+        if (written < 0 && errno == EINTR) {
+            continue;
+        }
+        if (written < 0) {
+            return errno;
+        }
+        data.remove_prefix(static_cast<std::size_t>(written));
+    }
+    return 0;
+}
+
+} // namespace TelvaneTool

@@ -1,0 +1,136 @@
+#include "CommandOptions.h"
+#include "Commands.h"
+#include "ExitCodes.h"
+#include "Messages.h"
+#include "OutgoingRecord.h"
+#include "Session.h"
+#include "TextLines.h"
+
+#include <CLI/CLI.hpp>
+
+#include <cstring>
+#include <memory>
+#include <vector>
+
+namespace TelvaneTool
+{
+
+namespace
+{
+
+using Telvane::TelvaneDataTypeBase;
+
+struct Options
+{
+    BusOptions bus;
+    std::string channel;
+    std::string json;
+    std::string className;
+    std::vector<std::string> settings;
+};
+
+class Publisher
+{
+public:
+    Publisher(const Options& options, RecordRequest request)
+        : m_channel(options.channel), m_request(std::move(request))
+    {}
+
+    /// Builds and checks a record, or complains.
+    std::unique_ptr<TelvaneDataTypeBase> build(const std::string* json, const std::string& place) const
+    {
+        std::string error;
+        auto record = buildRecord(m_request, json, error);
+        if (record != nullptr) {
+            error = checkPublicationSize(publicationSize(m_channel, *record));
+        }
+        if (!error.empty()) {
+            complain(place + error);
+            record.reset();
+        }
+        return record;
+    }
+
+    /// Publishes one record for each line of standard input.
+    int publishLines(Session& session) const
+    {
+        TextLines lines;
+        lines.open("-");
+        std::string_view line;
+        while (!session.stopping() && lines.next(line)) {
+            if (line.find_first_not_of(" \t") == std::string_view::npos) {
+                continue;
+            }
+            const std::string json(line);
+            const auto record = build(&json, "line " + std::to_string(lines.number()) + ": ");
+            if (record == nullptr) {
+                return kWrongInput; // what comes behind a mistake is better not sent unseen
+            }
+            if (!session.publish(m_channel, *record)) {
+                return kBusFailure;
+            }
+        }
+        if (lines.error() != 0) {
+            complain(std::string("cannot read standard input: ") + std::strerror(lines.error()));
+            return kWrongInput;
+        }
+        return kSuccess;
+    }
+
+private:
+    std::string m_channel;
+    RecordRequest m_request;
+};
+
+int publish(const Options& options)
+{
+    RecordRequest request;
+    request.settings = options.settings;
+    if (!checkChannel(options.channel) ||
+        (!options.className.empty() && !findClass(options.className, request.recordClass))) {
+        return kWrongUsage;
+    }
+    const Publisher publisher(options, std::move(request));
+    const bool fromInput = options.json == "-";
+    std::unique_ptr<TelvaneDataTypeBase> record;
+    if (!fromInput) {
+        record = publisher.build(options.json.empty() ? nullptr : &options.json, "");
+        if (record == nullptr) {
+            return kWrongInput;
+        }
+    }
+    Session session(Session::Output::Unused, Session::Interruption::CutsShort);
+    int result = session.connect(options.bus.path, options.bus.wait);
+    if (result == kSuccess && fromInput) {
+        result = publisher.publishLines(session);
+    } else if (result == kSuccess) {
+        result = session.publish(options.channel, *record) ? kSuccess : kBusFailure;
+    }
+    return session.finish(result);
+}
+
+} // namespace
+
+void addPublishCommand(CLI::App& app, int& exitCode)
+{
+    auto options = std::make_shared<Options>();
+    CLI::App* const command = app.add_subcommand("publish", "Publish records on a channel");
+    addBusOptions(*command, options->bus);
+    command->add_option("CHANNEL", options->channel, "Channel to publish on")->required();
+    command->add_option("JSON", options->json,
+                        "The record, or - for one record a line from standard input; without it, the "
+                        "defaults of the class");
+    command->add_option("--as", options->className, "Check the record as this class before it is sent");
+    command
+        ->add_option("--set", options->settings,
+                     "key=value over the record or the class's defaults, as in settings.CommandWFS.Value=210 "
+                     "or mModes[0].Label=3 or timestamp=now")
+        ->needs("--as")
+        ->take_all();
+    command->callback([options, &exitCode] {
+        setMessagePrefix("telvane publish");
+        exitCode = publish(*options);
+    });
+}
+
+} // namespace TelvaneTool

@@ -1,0 +1,187 @@
+#include "CommandOptions.h"
+#include "Commands.h"
+#include "ExitCodes.h"
+#include "Json.h"
+#include "Messages.h"
+#include "RecordCheck.h"
+#include "RecordSchema.h"
+
+#include <Telvane/RecordCatalogue.h>
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <unistd.h>
+#include <vector>
+
+namespace TelvaneTool
+{
+
+namespace
+{
+
+using Telvane::FieldKind;
+using Telvane::RecordCatalogue;
+using Telvane::RecordClass;
+using Telvane::RecordField;
+using Telvane::TelvaneDataTypeBase;
+
+struct Options
+{
+    std::string className;
+    bool schema = false;
+};
+
+std::string kindOfField(const RecordField& field)
+{
+    const std::string limit = std::to_string(field.limit);
+    switch (field.kind) {
+    case FieldKind::Integer:
+        return "integer";
+    case FieldKind::Number:
+        return "number";
+    case FieldKind::Flag:
+        return "boolean";
+    case FieldKind::Text:
+        return "string";
+    case FieldKind::Record:
+        return field.nested->table().className();
+    case FieldKind::FlagArray:
+        return "array of " + limit + " booleans";
+    case FieldKind::IntegerArray:
+        return "array of " + limit + " integers";
+    case FieldKind::RecordArray:
+        return "array of " + limit + " " + field.nested->table().className();
+    case FieldKind::RecordVector:
+        return "up to " + limit + " " + field.nested->table().className();
+    }
+    return "unknown";
+}
+
+std::string kindList()
+{
+    return "integers have 32 bits; an array is written whole and may be read with fewer elements, from 1 up";
+}
+
+/// Columns as wide as their longest entry.
+class Columns
+{
+public:
+    void addRow(std::vector<std::string> row)
+    {
+        m_widths.resize(std::max(m_widths.size(), row.size()));
+        for (std::size_t i = 0; i < row.size(); ++i) {
+            m_widths[i] = std::max(m_widths[i], row[i].size());
+        }
+        m_rows.push_back(std::move(row));
+    }
+
+    std::string print(const char* indent) const
+    {
+        std::string text;
+        for (const auto& row : m_rows) {
+            std::string line = indent;
+            for (std::size_t i = 0; i < row.size(); ++i) {
+                line += row[i];
+                line.append(i + 1 < row.size() ? m_widths[i] - row[i].size() + 2 : 0, ' ');
+            }
+            line.erase(line.find_last_not_of(' ') + 1);
+            text += line + "\n";
+        }
+        return text;
+    }
+
+private:
+    std::vector<std::vector<std::string>> m_rows;
+    std::vector<std::size_t> m_widths;
+};
+
+std::string describeCatalogue()
+{
+    Columns columns;
+    for (const RecordClass& recordClass : RecordCatalogue::classes()) {
+        std::string fields;
+        for (const RecordField& field : recordClass.table().fields()) {
+            fields += (fields.empty() ? "" : ", ") + std::string(field.key);
+        }
+        constexpr std::size_t kWidth = 70;
+        if (fields.size() > kWidth) {
+            fields = fields.substr(0, fields.rfind(',', kWidth)) + ", ...";
+        }
+        columns.addRow({recordClass.name, isTimeStamp(recordClass.table()) ? "a time text" : fields});
+    }
+    return columns.print("");
+}
+
+std::string describeClass(const RecordClass& recordClass)
+{
+    const std::unique_ptr<TelvaneDataTypeBase> record(recordClass.build());
+    cJSON* packaged = nullptr;
+    record->Package(&packaged);
+    const JsonTree defaults(packaged);
+
+    std::string text = std::string(recordClass.name) + " (derives from " + recordClass.base + ")\n\n";
+    Columns columns;
+    columns.addRow({"key", "kind", "default"});
+    for (const RecordField& field : recordClass.table().fields()) {
+        const cJSON* const value = cJSON_GetObjectItemCaseSensitive(defaults.get(), field.key);
+        const bool nested = field.kind == FieldKind::Record && cJSON_IsObject(value) != 0;
+        std::string shown = nested ? "its own defaults" : printJson(value);
+        constexpr std::size_t kWidth = 60;
+        if (shown.size() > kWidth) {
+            shown = shown.substr(0, kWidth) + "...";
+        }
+        columns.addRow({field.key, kindOfField(field), shown});
+    }
+    if (!isTimeStamp(recordClass.table())) {
+        columns.addRow({"_id", "string", "left out; optional"});
+        columns.addRow({"_sequence_tag", "integer", "left out; optional"});
+    }
+    text += columns.print("  ");
+    text += "\n  (" + kindList() + ")\n\nA default record:\n" + printJson(defaults.get(), true) + "\n";
+    return text;
+}
+
+int show(const Options& options)
+{
+    const RecordClass* recordClass = nullptr;
+    if (!options.className.empty() && !findClass(options.className, recordClass)) {
+        return kWrongUsage;
+    }
+    std::string text;
+    if (options.schema) {
+        const JsonTree schema = recordClass != nullptr ? recordSchema(*recordClass) : catalogueSchema();
+        text = printJson(schema.get(), true) + "\n";
+    } else {
+        text = recordClass != nullptr ? describeClass(*recordClass) : describeCatalogue();
+    }
+    const int error = writeFully(STDOUT_FILENO, text);
+    if (error == EPIPE) {
+        return kOutputClosed;
+    }
+    if (error != 0) {
+        complain(std::string("cannot write to standard output: ") + std::strerror(error));
+        return kOutputFailure;
+    }
+    return kSuccess;
+}
+
+} // namespace
+
+void addRecordsCommand(CLI::App& app, int& exitCode)
+{
+    auto options = std::make_shared<Options>();
+    CLI::App* const command = app.add_subcommand("records", "Show the catalogue of record classes");
+    command->add_option("CLASS", options->className, "Show the fields and the defaults of this class");
+    command->add_flag("--schema", options->schema,
+                      "Print a JSON Schema (draft 2020-12) of the class, or of all");
+    command->callback([options, &exitCode] {
+        setMessagePrefix("telvane records");
+        exitCode = show(*options);
+    });
+}
+
+} // namespace TelvaneTool

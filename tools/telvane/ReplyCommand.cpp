@@ -1,0 +1,131 @@
+#include "CommandOptions.h"
+#include "Commands.h"
+#include "ExitCodes.h"
+#include "Messages.h"
+#include "OutgoingRecord.h"
+#include "Session.h"
+#include "TextLines.h"
+
+#include <Telvane/RequestType.h>
+
+#include <CLI/CLI.hpp>
+
+#include <atomic>
+#include <memory>
+#include <vector>
+
+namespace TelvaneTool
+{
+
+namespace
+{
+
+using Telvane::TelvaneDataTypeBase;
+
+struct Options
+{
+    BusOptions bus;
+    std::string channel;
+    std::string json;
+    std::string className;
+    std::vector<std::string> settings;
+    std::uint64_t count = 0;
+};
+
+std::string readInput()
+{
+    TextLines lines;
+    lines.open("-");
+    std::string text;
+    std::string_view line;
+    while (lines.next(line)) {
+        text.append(line).append("\n");
+    }
+    return text;
+}
+
+std::unique_ptr<TelvaneDataTypeBase> buildAnswer(const Options& options, RecordRequest request)
+{
+    const std::string json = options.json == "-" ? readInput() : options.json;
+    std::string error;
+    auto record = buildRecord(request, options.json.empty() ? nullptr : &json, error);
+    if (record != nullptr) {
+        error = checkPublicationSize(publicationSize(options.channel, *record));
+    }
+    if (!error.empty()) {
+        complain(error);
+        record.reset();
+    }
+    return record;
+}
+
+int answerRequests(Session& session, const std::atomic<std::uint64_t>& requests, const Options& options,
+                   TelvaneDataTypeBase& answer)
+{
+    std::uint64_t answered = 0;
+    while (options.count == 0 || answered < options.count) {
+        if (!session.waitFor([&] { return requests > answered; }, Session::kNoDeadline) ||
+            session.stopping() || !session.publish(options.channel, answer)) {
+            return kBusFailure; // only when the session is stopping, which decides on the exit code
+        }
+        ++answered;
+    }
+    return kSuccess;
+}
+
+int reply(const Options& options)
+{
+    RecordRequest recordRequest;
+    recordRequest.settings = options.settings;
+    if (!checkChannel(options.channel) ||
+        (!options.className.empty() && !findClass(options.className, recordRequest.recordClass))) {
+        return kWrongUsage;
+    }
+    const auto answer = buildAnswer(options, std::move(recordRequest));
+    if (answer == nullptr) {
+        return kWrongInput;
+    }
+    // A callback that published by itself would keep the receiver thread from reading while the server is
+    // busy; so it only counts.
+    std::atomic<std::uint64_t> requests{0};
+    Session session(Session::Output::Unused, options.count == 0 ? Session::Interruption::IsTheWayToEnd
+                                                                : Session::Interruption::CutsShort);
+    int result = session.connect(options.bus.path, options.bus.wait);
+    if (result == kSuccess) {
+        result = session.subscribe("req_" + options.channel, Telvane::RequestType(),
+                                   [&](void*, TelvaneDataTypeBase*, int, void*) {
+                                       ++requests;
+                                       session.wake();
+                                   });
+    }
+    if (result == kSuccess) {
+        result = answerRequests(session, requests, options, *answer);
+    }
+    return session.finish(result);
+}
+
+} // namespace
+
+void addReplyCommand(CLI::App& app, int& exitCode)
+{
+    auto options = std::make_shared<Options>();
+    CLI::App* const command =
+        app.add_subcommand("reply", "Answer every request for a channel with a record, until interrupted");
+    addBusOptions(*command, options->bus);
+    command->add_option("CHANNEL", options->channel, "Channel of the answer; requests come on req_CHANNEL")
+        ->required();
+    command->add_option("JSON", options->json,
+                        "The answer, or - to read it from standard input; without it, the defaults of the "
+                        "class");
+    command->add_option("--as", options->className, "Check the answer as this class");
+    command->add_option("--set", options->settings, "key=value over the record or the class's defaults")
+        ->needs("--as")
+        ->take_all();
+    command->add_option("--count", options->count, "End after this many answers")->check(CLI::PositiveNumber);
+    command->callback([options, &exitCode] {
+        setMessagePrefix("telvane reply");
+        exitCode = reply(*options);
+    });
+}
+
+} // namespace TelvaneTool

@@ -1,0 +1,173 @@
+#include "CommandOptions.h"
+#include "Commands.h"
+#include "ExitCodes.h"
+#include "Messages.h"
+#include "Signals.h"
+
+#include <Telvane/EventServer.h>
+
+#include <CLI/CLI.hpp>
+
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+
+namespace TelvaneTool
+{
+
+namespace
+{
+
+using Telvane::EventServer;
+
+struct Options
+{
+    std::string path;
+    std::string mode = "0600";
+    int sendBuffer = 1024 * 1024;
+    bool verbose = false;
+};
+
+std::string client(int fd)
+{
+    return "client " + std::to_string(fd);
+}
+
+int tellConnected(void* /*server*/, int fd, const std::string&, int, cJSON*, void*)
+{
+    ucred peer = {};
+    socklen_t size = sizeof peer;
+    std::string who;
+    if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0) {
+        who = " (process " + std::to_string(peer.pid) + ", user " + std::to_string(peer.uid) + ")";
+    }
+    complain(client(fd) + who + " has connected");
+    return 0;
+}
+
+int tellLeft(void* /*server*/, int fd, const std::string&, int, cJSON*, void*)
+{
+    complain(client(fd) + " has left");
+    return 0;
+}
+
+int tellSubscription(void* /*server*/, int fd, const std::string& header, int, cJSON* payload, void*)
+{
+    const char* const channel = cJSON_GetStringValue(cJSON_GetObjectItem(payload, "channel"));
+    // The header is the name of the meta channel, and the verb.
+    complain(client(fd) + " asked to " + header.substr(1) + (header == ".subscribe" ? " to " : " from ") +
+             (channel != nullptr ? channel : "nothing"));
+    return 0;
+}
+
+/// The server replaces any file that nobody serves, so what is no socket must be kept from it.
+bool checkPath(const std::string& path)
+{
+    if (path.empty() || path.size() >= sizeof(sockaddr_un::sun_path)) {
+        complain("\"" + path + "\" cannot be a socket: its path must have 1 to " +
+                 std::to_string(sizeof(sockaddr_un::sun_path) - 1) + " characters");
+        return false;
+    }
+    struct stat status = {};
+    if (lstat(path.c_str(), &status) == 0 && !S_ISSOCK(status.st_mode)) {
+        complain(path + " is there already and is not a socket; it is left alone");
+        return false;
+    }
+    return true;
+}
+
+int start(EventServer& server, const Options& options)
+{
+    // The socket is born with its permissions: setting them later would leave a gap for others to slip in.
+    const auto mode = static_cast<mode_t>(std::stoul(options.mode, nullptr, 8));
+    const mode_t before = umask(~mode & 0777);
+    errno = 0;
+    const int result = server.Start(options.path);
+    const int error = errno;
+    umask(before);
+    if (result == 0) {
+        return kSuccess;
+    }
+    const std::string attempt = "cannot serve " + options.path + ": ";
+    if (result == -EADDRINUSE) {
+        complain(attempt + "another server is serving it");
+    } else if (result > 0) {
+        complain(attempt + std::strerror(result));
+    } else {
+        complain(attempt + (error != 0 ? std::strerror(error) : "the socket could not be made"));
+    }
+    return kBusFailure;
+}
+
+int serve(const Options& options)
+{
+    if (!checkPath(options.path)) {
+        return kWrongUsage;
+    }
+    EventServer server;
+    server.SetSubscriberSendBuffer(options.sendBuffer);
+    if (options.verbose) {
+        server.install_OnConnect(&tellConnected, nullptr);
+        server.install_OnDisconnect(&tellLeft, nullptr);
+        server.install_OnSubscribe(&tellSubscription, nullptr);
+        server.install_OnUnsubscribe(&tellSubscription, nullptr);
+    }
+    const int signals = openSignals();
+    if (const int result = start(server, options); result != kSuccess) {
+        return result;
+    }
+    if (options.verbose) {
+        complain("serving " + options.path);
+    }
+    pollfd watched = {signals, POLLIN, 0};
+    while (poll(&watched, 1, -1) < 0 || readSignal(signals) == 0) {
+    }
+    const int result = server.Stop();
+    if (options.verbose) {
+        const Telvane::EventServerStatistics counts = server.Statistics();
+        complain("stopped; " + std::to_string(counts.received) + " messages received, " +
+                 std::to_string(counts.relayed) + " relayed, " + std::to_string(counts.relaysFailed) +
+                 " missed by slow subscribers");
+    }
+    if (result != 0) {
+        complain(std::string("could not stop cleanly: ") + std::strerror(-result));
+        return kBusFailure;
+    }
+    return kSuccess;
+}
+
+} // namespace
+
+void addServeCommand(CLI::App& app, int& exitCode)
+{
+    auto options = std::make_shared<Options>();
+    CLI::App* const command = app.add_subcommand("serve", "Run an event server until SIGINT or SIGTERM");
+    command->add_option("PATH", options->path, "Socket to serve")->required();
+    command->add_option("--mode", options->mode, "Permissions of the socket, octal")
+        ->check([](const std::string& text) {
+            const bool octal = text.size() >= 3 && text.size() <= 4 &&
+                               text.find_first_not_of("01234567") == std::string::npos &&
+                               (text.size() == 3 || text.front() == '0');
+            return octal ? std::string() : "permissions are three octal digits, as in 0660";
+        })
+        ->type_name("OCTAL")
+        ->capture_default_str();
+    command
+        ->add_option("--send-buffer", options->sendBuffer,
+                     "Bytes that each subscriber may lag behind before it misses records; 0 for the "
+                     "kernel's default")
+        ->check(CLI::NonNegativeNumber)
+        ->capture_default_str();
+    command->add_flag("--verbose", options->verbose,
+                      "Tell of connects, subscriptions and leavings on standard error");
+    command->callback([options, &exitCode] {
+        setMessagePrefix("telvane serve");
+        exitCode = serve(*options);
+    });
+}
+
+} // namespace TelvaneTool

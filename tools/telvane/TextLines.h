@@ -1,0 +1,48 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace TelvaneTool
+{
+
+/// The lines of a text file, read in large pieces, so that a recording of any length takes little memory.
+class TextLines
+{
+public:
+    TextLines() = default;
+    ~TextLines();
+    TextLines(const TextLines&) = delete;
+    TextLines& operator=(const TextLines&) = delete;
+
+    /// \param path a file, or "-" for standard input
+    /// \return 0 or an error number
+    int open(const std::string& path);
+
+    /// \param[out] line without its line end; valid until the next call
+    /// \return false at the end and when reading failed, see error()
+    bool next(std::string_view& line);
+
+    /// \return the number of the last line, counted from 1
+    std::uint64_t number() const { return m_number; }
+
+    /// \return the error number that ended the reading, or 0
+    int error() const { return m_error; }
+
+private:
+    bool refill();
+
+    int m_fd = -1;
+    bool m_ownsFd = false;
+    bool m_ended = false;
+    int m_error = 0;
+    std::uint64_t m_number = 0;
+    std::vector<char> m_buffer;
+    std::size_t m_begin = 0; ///< of what is not yet handed out
+    std::size_t m_end = 0;   ///< of what has been read
+};
+
+} // namespace TelvaneTool

@@ -1,0 +1,6 @@
+#include "Commands.h"
+namespace TelvaneTool
+{
+void addWeldCommand(CLI::App&, int&) {}
+void addMonitorCommand(CLI::App&, int&) {}
+} // namespace TelvaneTool
