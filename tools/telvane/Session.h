@@ -58,6 +58,8 @@ public:
 
     /// \return how many messages have arrived that were not whole
     std::uint64_t brokenMessages() const { return m_client.Statistics().notJson; }
+    /// \return how many records have arrived that a subscription's class could not read
+    std::uint64_t undecodableRecords() const { return m_client.Statistics().undecodable; }
 
     /// Writes to standard output. A failure stops the session.
     bool write(std::string_view data);

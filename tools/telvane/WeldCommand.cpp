@@ -1,6 +1,340 @@
+#include "CommandOptions.h"
 #include "Commands.h"
+#include "ConsumableCode.h"
+#include "CsvRecording.h"
+#include "ExitCodes.h"
+#include "Messages.h"
+#include "SimulatedWeld.h"
+#include "WeldPublisher.h"
+
+#include <Telvane/Consumables.h>
+
+#include <CLI/CLI.hpp>
+
+#include <cstring>
+#include <memory>
+#include <sys/prctl.h>
+
 namespace TelvaneTool
 {
-void addWeldCommand(CLI::App&, int&) {}
-void addMonitorCommand(CLI::App&, int&) {}
+
+namespace
+{
+
+constexpr std::uint64_t kMostBadRowsTold = 20;
+
+struct Options
+{
+    BusOptions bus;
+    CsvRecording::Options recording;
+    double periodMicroseconds = 0.0;
+    SimulatedWeld::Settings simulation;
+    double duration = 10.0;
+    WeldDetector::Settings detector;
+    double hold = 0.5;
+    WeldPublisher::Settings publisher;
+    WeldSetup setup;
+    std::string ledger;
+};
+
+/// The samples, and what there is to say about them when all is over.
+class Source
+{
+public:
+    explicit Source(const Options& options) : m_options(options) {}
+
+    /// Opens the recording or makes up a weld; complains when that fails.
+    int open()
+    {
+        if (m_options.recording.path.empty()) {
+            SimulatedWeld::Settings settings = m_options.simulation;
+            settings.duration = nanoseconds(m_options.duration);
+            if (m_options.periodMicroseconds > 0.0) {
+                settings.period = period();
+            }
+            m_samples = std::make_unique<SimulatedWeld>(settings);
+            return kSuccess;
+        }
+        const std::string fault = checkMapping();
+        if (!fault.empty()) {
+            complain(fault);
+            return kWrongUsage;
+        }
+        CsvRecording::Options recording = m_options.recording;
+        recording.period = period();
+        auto samples = std::make_unique<CsvRecording>(
+            std::move(recording), [this](const std::string& message) { tellBadRow(message); });
+        m_recording = samples.get();
+        m_samples = std::move(samples);
+        std::string error;
+        if (!m_recording->open(error)) {
+            complain(error);
+            return kWrongInput;
+        }
+        return kSuccess;
+    }
+
+    SampleSource& samples() { return *m_samples; }
+
+    /// \return the exit code that the recording deserves
+    int conclude(std::uint64_t welds)
+    {
+        int result = kSuccess;
+        if (m_recording != nullptr && m_recording->readError() != 0) {
+            complain("cannot read on in " + m_options.recording.path + ": " +
+                     std::strerror(m_recording->readError()));
+            result = kWrongInput;
+        }
+        if (m_badRows != 0) {
+            complain(std::to_string(m_badRows) + " bad rows were left out");
+            result = kWrongInput;
+        }
+        if (welds == 0 && result == kSuccess) {
+            complain("there is no weld: the current never rose above " +
+                     std::to_string(m_options.detector.threshold) + " A, see --threshold");
+            result = kWrongInput;
+        }
+        return result;
+    }
+
+private:
+    Nanoseconds period() const
+    {
+        return static_cast<Nanoseconds>(m_options.periodMicroseconds * static_cast<double>(kMicrosecond));
+    }
+
+    std::string checkMapping()
+    {
+        CsvRecording::Options recording = m_options.recording;
+        if (recording.text(Quantity::Amps).empty() || recording.text(Quantity::Volts).empty()) {
+            return "say which columns hold current and voltage: --amps COLUMN --volts COLUMN";
+        }
+        if (recording.time.empty() && m_options.periodMicroseconds <= 0.0) {
+            return "say how time passes from row to row: --time COLUMN or --period-us N";
+        }
+        return {};
+    }
+
+    void tellBadRow(const std::string& message)
+    {
+        if (++m_badRows <= kMostBadRowsTold) {
+            complain(message + "; the row is left out");
+        } else if (m_badRows == kMostBadRowsTold + 1) {
+            complain("further bad rows are counted only");
+        }
+    }
+
+    const Options& m_options;
+    std::unique_ptr<SampleSource> m_samples;
+    CsvRecording* m_recording = nullptr; ///< when the samples come from one
+    std::uint64_t m_badRows = 0;
+};
+
+void replay(Session& session, SampleSource& samples, WeldPublisher& publisher, const Options& options)
+{
+    WeldDetector::Settings settings = options.detector;
+    settings.hold = nanoseconds(options.hold);
+    WeldDetector detector(settings, publisher);
+    WeldSample sample;
+    Nanoseconds period = 0;
+    for (;;) {
+        const SampleSource::Next next = samples.next(sample);
+        if (next != SampleSource::Next::Sample) {
+            detector.finish(period);
+        }
+        if (next == SampleSource::Next::End) {
+            return;
+        }
+        if (session.stopping()) {
+            publisher.cutShort();
+            return;
+        }
+        if (next == SampleSource::Next::NewGroup) {
+            publisher.beginGroup(sample);
+        }
+        period = samples.traits().period;
+        detector.push(sample);
+    }
+}
+
+/// With a ledger somebody is to see everything, from the first record on.
+int awaitListener(Session& session, const PublicationLedger& ledger)
+{
+    constexpr Nanoseconds kPatience = 10 * kSecond;
+    const Nanoseconds deadline = monotonicNow() + kPatience;
+    while (!ledger.hasListener() && session.sleepUntil(monotonicNow() + 10 * kMillisecond)) {
+        if (monotonicNow() >= deadline) {
+            complain("nobody listens with this ledger; start: telvane monitor PATH --ledger FILE");
+            return kTimeRanOut;
+        }
+    }
+    return kSuccess;
+}
+
+int weld(const Options& options)
+{
+    Source source(options);
+    if (const int result = source.open(); result != kSuccess) {
+        return result;
+    }
+    PublicationLedger ledger;
+    if (!options.ledger.empty() && !ledger.open(options.ledger)) {
+        return kOutputFailure;
+    }
+    // Samples are 20 microseconds apart, and the kernel would by itself sleep 50 longer than asked.
+    prctl(PR_SET_TIMERSLACK, 1UL);
+
+    Session session(Session::Output::Unused, Session::Interruption::CutsShort);
+    int result = session.connect(options.bus.path, options.bus.wait);
+    if (result == kSuccess && ledger.isOpen()) {
+        result = awaitListener(session, ledger);
+    }
+    if (result != kSuccess) {
+        return session.finish(result);
+    }
+    WeldPublisher publisher(session, source.samples(), ledger, options.setup, options.publisher);
+    replay(session, source.samples(), publisher, options);
+    if (ledger.isOpen()) {
+        ledger.finish();
+    }
+    result = session.finish(source.conclude(publisher.welds()));
+    complain("published " + std::to_string(publisher.welds()) + " welds with " +
+             std::to_string(publisher.samples()) + " samples");
+    if (publisher.late() > 0) {
+        complain("fell behind the wanted pace by " + std::to_string(publisher.late() / kMillisecond) + " ms");
+    }
+    return result;
+}
+
+template <class Code, std::size_t N>
+void addCodeOption(CLI::App& command, const char* name, Code& code, const std::string (&names)[N],
+                   const char* what)
+{
+    command
+        .add_option_function<std::string>(
+            name,
+            [&code, &names, name](const std::string& text) {
+                const auto read = readConsumableCode(text, names, N);
+                if (!read) {
+                    throw CLI::ValidationError(name, "\"" + text + "\" is neither a name nor a code");
+                }
+                code = static_cast<Code>(*read);
+            },
+            std::string(what) + ", name or code (default: " + names[code] + ")")
+        ->group("Consumables")
+        ->type_name("CODE");
+}
+
+void addRecordingOptions(CLI::App& command, Options& options)
+{
+    CsvRecording::Options& recording = options.recording;
+    const char* const group = "Recording";
+    const auto add = [&](const char* name, auto& target, const char* what) {
+        return command.add_option(name, target, what)->group(group);
+    };
+    add("--csv", recording.path, "File with a header line, or - for standard input")->type_name("FILE");
+    add("--amps", recording.text(Quantity::Amps), "Column of the current, as in current_dA*0.1 (A)");
+    add("--volts", recording.text(Quantity::Volts), "Column of the voltage (V)");
+    add("--wfs", recording.text(Quantity::Wfs), "Column of the wire-feed speed, or a number (in/min)");
+    add("--gas", recording.text(Quantity::Gas), "Column of the gas flow, or a number (l/min)");
+    add("--motor", recording.text(Quantity::Motor), "Column of the wire-feed motor's load (A)");
+    add("--wire-used", recording.text(Quantity::WireUsed),
+        "Column of the wire fed so far (in); goes before --wfs in the metrics");
+    CLI::Option* const time =
+        add("--time", recording.time,
+            "Column of the time, as in t_ms*0.001 (s) or as clock time, or DATE+TIME for two columns");
+    add("--period-us", options.periodMicroseconds, "Time between rows when there is no such column")
+        ->check(CLI::Range(1.0, 1e9))
+        ->excludes(time);
+    add("--group", recording.group, "Column whose change begins a new weld");
+    add("--delimiter", recording.delimiter, "Character between fields")->capture_default_str();
+}
+
+void addReplayOptions(CLI::App& command, Options& options)
+{
+    const char* const simulation = "Simulation (without --csv; --period-us applies)";
+    command.add_option("--seed", options.simulation.seed, "Welds of one seed are all alike")
+        ->group(simulation)
+        ->capture_default_str();
+    command.add_option("--welds", options.simulation.welds, "Number of welds")
+        ->group(simulation)
+        ->check(CLI::PositiveNumber)
+        ->capture_default_str();
+    command.add_option("--duration", options.duration, "Arc time of each weld, in seconds")
+        ->group(simulation)
+        ->check(CLI::Range(1.5, 1e5))
+        ->capture_default_str();
+
+    const char* const replay = "Replay";
+    command.add_option("--threshold", options.detector.threshold, "The arc burns above this current (A)")
+        ->group(replay)
+        ->check(CLI::NonNegativeNumber)
+        ->capture_default_str();
+    command
+        .add_option("--hold", options.hold,
+                    "A weld is over when the current has stayed below for this time (s)")
+        ->group(replay)
+        ->check(CLI::NonNegativeNumber)
+        ->capture_default_str();
+    command
+        .add_option("--speed", options.publisher.speed,
+                    "Times the recorded pace; 0 for as fast as it goes, which slow subscribers miss")
+        ->group(replay)
+        ->check(CLI::Range(0.0, 1e9))
+        ->capture_default_str();
+    command
+        .add_flag("--stamp-now", options.publisher.stampNow,
+                  "Stamp records with the time of publication instead of the recorded one")
+        ->group(replay);
+    command
+        .add_option("--ledger", options.ledger,
+                    "File shared with telvane monitor, which tells losses and delays by it")
+        ->group(replay);
+}
+
+void addSetupOptions(CLI::App& command, WeldSetup& setup)
+{
+    using namespace Telvane;
+    const char* const group = "Set points";
+    const auto add = [&](const char* name, auto& target, const char* what) {
+        command.add_option(name, target, what)->group(group)->capture_default_str();
+    };
+    add("--set-volts", setup.setVolts, "Commanded voltage (V)");
+    add("--set-amps", setup.setAmps, "Commanded current (A)");
+    add("--set-wfs", setup.setWfs, "Commanded wire-feed speed (in/min)");
+    add("--arc-control", setup.setArcControl, "Commanded arc control");
+    add("--program", setup.program, "Number of the weld program");
+    add("--tag", setup.firstTag, "Identifier of the first weld; the next ones count on");
+    add("--feeder-side", setup.feederSide, "Side of a dual feeder");
+    add("--lifetime-hours", setup.lifetimeHours, "Arc time of the machine so far (h)");
+    addCodeOption(command, "--process", setup.process, ProcessIDStrings, "Weld process");
+    addCodeOption(command, "--wire-type", setup.wireType, WireTypeStrings, "Wire type");
+    addCodeOption(command, "--wire-size", setup.wireSize, WireSizeStrings, "Wire size");
+    addCodeOption(command, "--alloy", setup.alloy, AlloyIDStrings, "Wire alloy");
+    addCodeOption(command, "--gas-type", setup.gas, GasIDStrings, "Shielding gas");
+}
+
+} // namespace
+
+void addWeldCommand(CLI::App& app, int& exitCode)
+{
+    auto options = std::make_shared<Options>();
+    CLI::App* const command = app.add_subcommand(
+        "weld", "Play the power source: publish the welds of a recording, or a simulated one");
+    addBusOptions(*command, options->bus);
+    addRecordingOptions(*command, *options);
+    addReplayOptions(*command, *options);
+    addSetupOptions(*command, options->setup);
+    command->callback([options, command, &exitCode] {
+        setMessagePrefix("telvane weld");
+        if (options->recording.path.empty() && command->count("--set-volts") == 0) {
+            options->setup.setVolts = SimulatedWeld::kSetVolts;
+        }
+        if (options->recording.path.empty() && command->count("--set-wfs") == 0) {
+            options->setup.setWfs = SimulatedWeld::kSetWfs;
+        }
+        exitCode = weld(*options);
+    });
+}
+
 } // namespace TelvaneTool

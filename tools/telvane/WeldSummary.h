@@ -23,6 +23,7 @@ public:
     void end(const WeldSample& sample);
 
     std::uint64_t samples() const { return m_samples; }
+    const WeldSample& last() const { return m_last; }
     Nanoseconds arcTime() const { return m_arcTime; }
     double mean(Quantity quantity) const;      ///< over the arc time
     double energy() const { return m_energy; } ///< integral of voltage times current, J
