@@ -197,7 +197,8 @@ bool CsvRecording::readFields(Row& row)
         return false;
     }
     if (!row.newGroup && row.sample.time < m_previousTime) {
-        reject(m_clockColumn.value_or(*m_timeMapping.column), "the time lies before that of the row before");
+        const std::size_t column = m_clockColumn.value_or(*m_timeMapping.column);
+        reject(column, m_columns[column] + ": the time lies before that of the row before");
         return false;
     }
     m_previousTime = row.sample.time;

@@ -1,5 +1,7 @@
 #include "Json.h"
 
+#include <algorithm>
+
 namespace TelvaneTool
 {
 
@@ -8,10 +10,14 @@ JsonTree parseJson(const std::string& text, std::string& error)
     const char* end = nullptr;
     JsonTree tree(cJSON_ParseWithOpts(text.c_str(), &end, 1));
     if (tree == nullptr) {
+        // The parser names a place at or just behind the fault.
+        constexpr std::size_t kShown = 16;
         const auto at = end != nullptr ? static_cast<std::size_t>(end - text.c_str()) : 0;
-        error = at >= text.size()
-                    ? "the JSON text ends too early"
-                    : "no valid JSON at character " + std::to_string(at + 1) + ": " + text.substr(at, 20);
+        const std::size_t from = at > kShown ? at - kShown : 0;
+        error = text.empty()
+                    ? "there is no JSON text"
+                    : "no valid JSON near character " + std::to_string(std::min(at + 1, text.size())) + ": " +
+                          text.substr(from, 2 * kShown);
     }
     return tree;
 }

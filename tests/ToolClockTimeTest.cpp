@@ -1,0 +1,114 @@
+#include "ClockTime.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <ctime>
+
+namespace TelvaneTool
+{
+namespace
+{
+
+/// A zone with summer time, one hour ahead of the other one in winter.
+class ClockTimeTest : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
+        tzset();
+    }
+    void TearDown() override
+    {
+        unsetenv("TZ");
+        tzset();
+    }
+
+    Nanoseconds read(std::string_view date, std::string_view time)
+    {
+        Nanoseconds moment = -1;
+        EXPECT_TRUE(m_clock.read(date, time, moment)) << date << " " << time;
+        return moment;
+    }
+
+    ClockTime m_clock;
+};
+
+constexpr Nanoseconds kNoonUtc = 1660737600 * kSecond; // 2022-08-17T12:00:00Z
+
+TEST_F(ClockTimeTest, ReadsTheDateByItsSeparator)
+{
+    EXPECT_EQ(read("8/17/2022", "14:00:00"), kNoonUtc);
+    EXPECT_EQ(read("17.8.2022", "14:00:00"), kNoonUtc);
+    EXPECT_EQ(read("2022-08-17", "14:00:00"), kNoonUtc);
+}
+
+TEST_F(ClockTimeTest, ReadsFractionsOfAnyLength)
+{
+    EXPECT_EQ(read("8/17/2022", "14:00:01.295"), kNoonUtc + kSecond + 295 * kMillisecond);
+    EXPECT_EQ(read("8/17/2022", "14:00:01.5"), kNoonUtc + kSecond + 500 * kMillisecond);
+    EXPECT_EQ(read("8/17/2022", "14:00:01.0000000019"), kNoonUtc + kSecond + 1);
+}
+
+TEST_F(ClockTimeTest, ReadsTimesWithoutSeconds)
+{
+    EXPECT_EQ(read("8/17/2022", "14:01"), kNoonUtc + 60 * kSecond);
+}
+
+TEST_F(ClockTimeTest, HeedsAZoneThatIsGiven)
+{
+    EXPECT_EQ(read("2022-08-17", "12:00:00Z"), kNoonUtc);
+    EXPECT_EQ(read("2022-08-17", "13:30:00.5+01:30"), kNoonUtc + 500 * kMillisecond);
+    EXPECT_EQ(read("2022-08-17", "07:00:00-0500"), kNoonUtc);
+}
+
+TEST_F(ClockTimeTest, IsNotConfusedByAZoneInBetween)
+{
+    EXPECT_EQ(read("2022-08-17", "14:00:00"), kNoonUtc);
+    EXPECT_EQ(read("2022-08-17", "14:00:00Z"), kNoonUtc + 7200 * kSecond);
+    EXPECT_EQ(read("2022-08-17", "14:00:00"), kNoonUtc);
+}
+
+TEST_F(ClockTimeTest, FollowsSummerTime)
+{
+    EXPECT_EQ(read("2022-03-27", "03:00:00") - read("2022-03-27", "01:59:59"), kSecond);
+    EXPECT_EQ(read("2022-01-17", "13:00:00"), 1642420800 * kSecond);
+}
+
+TEST_F(ClockTimeTest, ReadsDateAndTimeOfOneField)
+{
+    Nanoseconds moment = 0;
+    EXPECT_TRUE(m_clock.read("2022-08-17T14:00:00.25", moment));
+    EXPECT_EQ(moment, kNoonUtc + 250 * kMillisecond);
+    EXPECT_TRUE(m_clock.read("2022-08-17 12:00:00Z", moment));
+    EXPECT_EQ(moment, kNoonUtc);
+}
+
+TEST_F(ClockTimeTest, RefusesWhatIsNoDate)
+{
+    Nanoseconds moment = 0;
+    for (const char* date : {"17/8/2022", "2/30/2022", "8-17-2022x", "2022-8", "8/17.2022", "", "0/1/2022"}) {
+        EXPECT_FALSE(m_clock.read(date, "14:00:00", moment)) << date;
+    }
+}
+
+TEST_F(ClockTimeTest, RefusesWhatIsNoTime)
+{
+    Nanoseconds moment = 0;
+    for (const char* time :
+         {"24:00:00", "12:60:00", "12", "12:00:00.", "12:00:00+1", "x", "", "12:00:00 pm"}) {
+        EXPECT_FALSE(m_clock.read("8/17/2022", time, moment)) << time;
+    }
+}
+
+TEST(ClockTimeOfDay, CountsFromMidnight)
+{
+    Nanoseconds time = 0;
+    EXPECT_TRUE(ClockTime::readTimeOfDay("1:02:03.5", time));
+    EXPECT_EQ(time, 3723 * kSecond + 500 * kMillisecond);
+    EXPECT_FALSE(ClockTime::readTimeOfDay("1.5", time));
+}
+
+} // namespace
+} // namespace TelvaneTool
