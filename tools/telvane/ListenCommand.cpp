@@ -35,6 +35,7 @@ struct Options
     std::uint64_t count = 0;
     double timeout = 0.0;
     bool pretty = false;
+    bool verbose = false;
 };
 
 /// \return the time now as "2024-01-02T03:04:05.678901Z"
@@ -153,6 +154,9 @@ int listen(const Options& options)
                                   session.wake();
                               });
     }
+    if (options.verbose && result == kSuccess) {
+        complain("listening");
+    }
     if (result == kSuccess) {
         result = arrivals.writeTo(session, deadline);
     }
@@ -181,6 +185,8 @@ void addListenCommand(CLI::App& app, int& exitCode)
                      "End after this many seconds; with --count, an error if not all have come")
         ->check(CLI::PositiveNumber);
     command->add_flag("--pretty", options->pretty, "Print over several lines, indented");
+    command->add_flag("--verbose", options->verbose,
+                      "Say on standard error when nothing that is published from then on will be missed");
     command->callback([options, &exitCode] {
         setMessagePrefix("telvane listen");
         exitCode = listen(*options);

@@ -27,6 +27,7 @@ struct Options
 {
     BusOptions bus;
     std::string ledger;
+    bool verbose = false;
 };
 
 std::size_t terminalWidth()
@@ -128,6 +129,9 @@ int monitorWelds(const Options& options)
         if (ledger.isOpen()) {
             ledger.listen();
         }
+        if (options.verbose) {
+            complain("listening");
+        }
         watch(session, monitor, ledger);
     }
     return session.finish(result);
@@ -142,6 +146,8 @@ void addMonitorCommand(CLI::App& app, int& exitCode)
     addBusOptions(*command, options->bus);
     command->add_option("--ledger", options->ledger,
                         "File shared with telvane weld; ends when that is done, and tells losses and delays");
+    command->add_flag("--verbose", options->verbose,
+                      "Say on standard error when nothing that is published from then on will be missed");
     command->callback([options, &exitCode] {
         setMessagePrefix("telvane monitor");
         exitCode = monitorWelds(*options);

@@ -30,6 +30,7 @@ struct Options
     std::string className;
     std::vector<std::string> settings;
     std::uint64_t count = 0;
+    bool verbose = false;
 };
 
 std::string readInput()
@@ -98,6 +99,9 @@ int reply(const Options& options)
                                        session.wake();
                                    });
     }
+    if (options.verbose && result == kSuccess) {
+        complain("listening");
+    }
     if (result == kSuccess) {
         result = answerRequests(session, requests, options, *answer);
     }
@@ -122,6 +126,8 @@ void addReplyCommand(CLI::App& app, int& exitCode)
         ->needs("--as")
         ->take_all();
     command->add_option("--count", options->count, "End after this many answers")->check(CLI::PositiveNumber);
+    command->add_flag("--verbose", options->verbose,
+                      "Say on standard error when no request from then on will be missed");
     command->callback([options, &exitCode] {
         setMessagePrefix("telvane reply");
         exitCode = reply(*options);

@@ -30,8 +30,8 @@ namespace
 {
 
 constexpr Nanoseconds kConnectLimit = 900 * kMillisecond;
-constexpr Nanoseconds kReleaseAfter = 300 * kMillisecond; ///< of a stop: a send that hangs is ended
-constexpr Nanoseconds kGiveUpAfter = 800 * kMillisecond;  ///< of a stop: the process is ended
+constexpr Nanoseconds kReleaseAfter = 200 * kMillisecond; ///< of a stop: a send that hangs is ended
+constexpr Nanoseconds kGiveUpAfter = 700 * kMillisecond;  ///< of a stop: the process is ended
 constexpr std::size_t kLongestPath = sizeof(sockaddr_un::sun_path) - 1;
 
 /// Why nobody answers on a path: the client only says that it is so.

@@ -2,6 +2,7 @@
 
 #include <csignal>
 #include <fcntl.h>
+#include <initializer_list>
 #include <pthread.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
@@ -12,13 +13,18 @@ namespace TelvaneTool
 namespace
 {
 
+/// Those that whoever started the process wants it to heed: a shell has processes in the background ignore
+/// SIGINT, and nohup has them ignore SIGHUP. A signal that is blocked would be queued all the same.
 sigset_t terminationSignals()
 {
     sigset_t signals;
     sigemptyset(&signals);
-    sigaddset(&signals, SIGINT);
-    sigaddset(&signals, SIGTERM);
-    sigaddset(&signals, SIGHUP);
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+        struct sigaction action = {};
+        if (sigaction(number, nullptr, &action) == 0 && action.sa_handler != SIG_IGN) {
+            sigaddset(&signals, number);
+        }
+    }
     return signals;
 }
 

@@ -3,7 +3,8 @@
 namespace TelvaneTool
 {
 
-/// Takes SIGINT, SIGTERM and SIGHUP out of their normal course, so that they can be read. To be called before
+/// Takes SIGINT, SIGTERM and SIGHUP, as far as they are not ignored, out of their normal course, so that they
+/// can be read. To be called before
 /// the first thread is started, which inherits it. Also ignores SIGPIPE and sees to it that descriptors 0 to
 /// 2 are taken: a socket that got the number of a closed standard output would receive our data.
 void prepareProcess();

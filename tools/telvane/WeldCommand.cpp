@@ -171,15 +171,36 @@ int awaitListener(Session& session, const PublicationLedger& ledger)
     return kSuccess;
 }
 
+/// Whatever ends the command ends the listener's wait, too.
+class LedgerEnd
+{
+public:
+    explicit LedgerEnd(PublicationLedger& ledger) : m_ledger(ledger) {}
+    ~LedgerEnd() { finish(); }
+    LedgerEnd(const LedgerEnd&) = delete;
+    LedgerEnd& operator=(const LedgerEnd&) = delete;
+
+    void finish()
+    {
+        if (m_ledger.isOpen()) {
+            m_ledger.finish();
+        }
+    }
+
+private:
+    PublicationLedger& m_ledger;
+};
+
 int weld(const Options& options)
 {
-    Source source(options);
-    if (const int result = source.open(); result != kSuccess) {
-        return result;
-    }
     PublicationLedger ledger;
     if (!options.ledger.empty() && !ledger.open(options.ledger)) {
         return kOutputFailure;
+    }
+    LedgerEnd ledgerEnd(ledger);
+    Source source(options);
+    if (const int result = source.open(); result != kSuccess) {
+        return result;
     }
     // Samples are 20 microseconds apart, and the kernel would by itself sleep 50 longer than asked.
     prctl(PR_SET_TIMERSLACK, 1UL);
@@ -194,9 +215,7 @@ int weld(const Options& options)
     }
     WeldPublisher publisher(session, source.samples(), ledger, options.setup, options.publisher);
     replay(session, source.samples(), publisher, options);
-    if (ledger.isOpen()) {
-        ledger.finish();
-    }
+    ledgerEnd.finish();
     result = session.finish(source.conclude(publisher.welds()));
     complain("published " + std::to_string(publisher.welds()) + " welds with " +
              std::to_string(publisher.samples()) + " samples");

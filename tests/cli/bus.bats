@@ -1,0 +1,185 @@
+#!/usr/bin/env bats
+# Publishing and listening.
+
+load common
+
+@test "listen prints arrival time, channel, sequence and payload of each record" {
+    start_server
+    start_listener LogData --count 1
+    "$TELVANE" publish "$bus" LogData '{"log":"hello"}' --as LogData
+    finish "$listener"
+    [ "$status" -eq 0 ]
+    [ "$(jq -r '[keys_unsorted[]] | join(" ")' listener.out)" = "time channel sequence payload" ]
+    [ "$(jq -c '[.channel, .sequence, .payload]' listener.out)" = '["LogData",1,{"log":"hello"}]' ]
+    grep -Eq '"time":"20[0-9]{2}-[01][0-9]-[0-3][0-9]T[0-2][0-9]:[0-5][0-9]:[0-6][0-9]\.[0-9]{6}Z"' listener.out
+}
+
+@test "listen prints payloads as they come when no class is named like the channel" {
+    start_server
+    start_listener Anything --count 1
+    "$TELVANE" publish "$bus" Anything '{"b":[1,null],"a":{"c":"d"}}'
+    finish "$listener"
+    [ "$(jq -c .payload listener.out)" = '{"b":[1,null],"a":{"c":"d"}}' ]
+}
+
+@test "listen decodes as the class it is told" {
+    start_server
+    start_listener Anything --as UnitValuePair --count 1
+    "$TELVANE" publish "$bus" Anything '{"VALUE":5.9,"unit":"A","more":1}'
+    finish "$listener"
+    [ "$(jq -c .payload listener.out)" = '{"Unit":"A","Value":5}' ]
+}
+
+@test "listen says what it could not decode and why, and goes on" {
+    start_server
+    start_listener LogData --count 1
+    "$TELVANE" publish "$bus" LogData '{"log":5}'
+    "$TELVANE" publish "$bus" LogData '{"log":"good"}'
+    finish "$listener"
+    [ "$status" -eq 0 ]
+    [ "$(jq -r .payload.log listener.out)" = good ]
+    [ "$(grep -v listening listener.err)" = "telvane listen: LogData 1: log: expected a string, got a number" ]
+}
+
+@test "listen follows several channels" {
+    start_server
+    start_listener One Two --count 2
+    "$TELVANE" publish "$bus" Two '{"n":1}'
+    "$TELVANE" publish "$bus" One '{"n":2}'
+    finish "$listener"
+    [ "$(jq -r .channel listener.out | tr '\n' ' ')" = "Two One " ]
+}
+
+@test "listen prints over several lines when asked to be pretty" {
+    start_server
+    start_listener LogData --pretty --count 1
+    "$TELVANE" publish "$bus" LogData '{"log":"x"}'
+    finish "$listener"
+    [ "$(wc -l <listener.out)" -gt 5 ]
+    [ "$(jq -r .payload.log listener.out)" = x ]
+}
+
+@test "listen without a count ends well at its timeout" {
+    start_server
+    run "$TELVANE" listen "$bus" LogData --timeout 0.05
+    [ "$status" -eq 0 ]
+    [ -z "$output" ]
+}
+
+@test "listen with a count says how many were missing at its timeout" {
+    start_server
+    run "$TELVANE" listen "$bus" LogData --count 3 --timeout 0.05
+    [ "$status" -eq 1 ]
+    [ "$output" = "telvane listen: only 0 of 3 records came in time" ]
+}
+
+@test "listen refuses names that no channel can have" {
+    run "$TELVANE" listen "$bus" Channel1
+    [ "$status" -eq 2 ]
+    [[ $output == *'"Channel1" is no channel that can be subscribed to'* ]]
+}
+
+@test "publish sends one record for each line of its input" {
+    start_server
+    start_listener LogData --count 3
+    printf '{"log":"1"}\n\n{"log":"2"}\n{"log":"3"}' | "$TELVANE" publish "$bus" LogData - --as LogData
+    finish "$listener"
+    [ "$(jq -r .payload.log listener.out | tr '\n' ' ')" = "1 2 3 " ]
+}
+
+@test "publish stops at the first line that is wrong and names it" {
+    start_server
+    start_listener LogData --count 1
+    run "$TELVANE" publish "$bus" LogData - --as LogData <<<$'{"log":"1"}\n{"log":2}\n{"log":"3"}'
+    [ "$status" -eq 4 ]
+    [ "$output" = "telvane publish: line 2: log: expected a string, got a number" ]
+    finish "$listener"
+    [ "$(jq -r .payload.log listener.out)" = 1 ]
+}
+
+@test "publish checks a record before it looks for the server" {
+    run "$TELVANE" publish "$bus" LogData '{"lag":"x"}' --as LogData
+    [ "$status" -eq 4 ]
+    [ "$output" = "telvane publish: log: the key is missing, expected a string" ]
+}
+
+@test "publish sets keys over the defaults of the class" {
+    start_server
+    start_listener WeldTriggerStart --count 1
+    "$TELVANE" publish "$bus" WeldTriggerStart --as WeldTriggerStart --set tag=7 \
+        --set settings.CommandWFS.Value=210.5 --set FeederSide=left
+    finish "$listener"
+    [ "$(jq -c '.payload | [.tag, .settings.CommandWFS.Value, .FeederSide, .program]' listener.out)" = \
+        '[7,210.5,"left",0]' ]
+}
+
+@test "publish refuses a record too large to arrive, with its size and the limit" {
+    start_server
+    start_listener LogData --count 1
+    # The envelope around the text takes 54 bytes.
+    fitting=$(head -c $((16363 - 54)) /dev/zero | tr '\0' x)
+    run "$TELVANE" publish "$bus" LogData "{\"log\":\"${fitting}x\"}"
+    [ "$status" -eq 4 ]
+    [[ $output == *"a message of 16364 bytes, and only messages of up to 16363 bytes are sure to arrive"* ]]
+    "$TELVANE" publish "$bus" LogData "{\"log\":\"$fitting\"}"
+    finish "$listener"
+    [ "$(jq -r '.payload.log | length' listener.out)" -eq $((16363 - 54)) ]
+}
+
+@test "publish knows no class that there is not" {
+    run "$TELVANE" publish "$bus" LogData '{}' --as logdata
+    [ "$status" -eq 2 ]
+    [ "$output" = 'telvane publish: there is no record class "logdata"; did you mean LogData?' ]
+}
+
+@test "request prints the answer of reply" {
+    start_server
+    start reply "$TELVANE" reply "$bus" UnitValuePair --as UnitValuePair --set Unit=A --set Value=5 --count 2 --verbose
+    reply=$started
+    await reply.err ": listening$"
+    run "$TELVANE" request "$bus" UnitValuePair
+    [ "$status" -eq 0 ]
+    [ "$output" = '{"Unit":"A","Value":5}' ]
+    run "$TELVANE" request "$bus" UnitValuePair --pretty
+    [ "$status" -eq 0 ]
+    [ "$(jq -c . <<<"$output")" = '{"Unit":"A","Value":5}' ]
+    finish "$reply"
+    [ "$status" -eq 0 ]
+}
+
+@test "request says what is wrong with an answer" {
+    start_server
+    start reply "$TELVANE" reply "$bus" Status '{"ttl":"soon"}' --count 1 --verbose
+    await reply.err ": listening$"
+    run "$TELVANE" request "$bus" Status --as DataStatus
+    [ "$status" -eq 4 ]
+    [ "$output" = 'telvane request: the answer on "Status" cannot be decoded: ttl: expected a whole number, got a string' ]
+}
+
+@test "request gives up when nobody answers" {
+    start_server
+    run "$TELVANE" request "$bus" LogData --timeout 0.05
+    [ "$status" -eq 1 ]
+    [ "$output" = 'telvane request: no answer on "LogData" in time; is anybody answering req_LogData?' ]
+}
+
+@test "reply reads its answer from standard input" {
+    start_server
+    printf '{"log":\n"from afar"}' >answer
+    start reply bash -c '"$0" reply "$1" LogData - --as LogData --count 1 --verbose <answer' "$TELVANE" "$bus"
+    await reply.err ": listening$"
+    run "$TELVANE" request "$bus" LogData
+    [ "$output" = '{"log":"from afar"}' ]
+}
+
+@test "an unknown command is named" {
+    run "$TELVANE" lissen
+    [ "$status" -eq 2 ]
+    [ "$output" = 'telvane: there is no command "lissen"; telvane --help lists them' ]
+}
+
+@test "the help tells the exit codes" {
+    run "$TELVANE" --help
+    [ "$status" -eq 0 ]
+    [[ $output == *"Exit codes:"* ]]
+}

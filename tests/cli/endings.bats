@@ -1,0 +1,218 @@
+#!/usr/bin/env bats
+# Nothing hangs: a server that is away, goes away or does not answer, a reader that has left, an interrupted user.
+
+load common
+
+lost="the server at"
+
+@test "every command says so when there is no server" {
+    for command in "listen $bus LogData" "publish $bus LogData {}" "request $bus LogData" \
+        "reply $bus LogData {}" "weld $bus" "monitor $bus"; do
+        # shellcheck disable=SC2086
+        run "$TELVANE" $command
+        [ "$status" -eq 3 ]
+        [ "$output" = "telvane ${command%% *}: cannot connect to $bus: there is no such socket; start a server with: telvane serve $bus" ]
+    done
+}
+
+@test "a socket that nobody serves is told from one that is not there" {
+    start_server
+    kill -KILL "$server"
+    finish "$server"
+    run "$TELVANE" listen "$bus" LogData
+    [ "$status" -eq 3 ]
+    [[ $output == *"nobody serves it any more"* ]]
+}
+
+@test "a path that is too long for a socket is refused" {
+    run "$TELVANE" listen "/$(head -c 107 /dev/zero | tr '\0' x)" LogData
+    [ "$status" -eq 2 ]
+    [[ $output == *"its path must have 1 to 107 characters"* ]]
+}
+
+@test "a command waits for its server when asked to" {
+    start listener "$TELVANE" listen "$bus" LogData --count 1 --wait 60 --verbose
+    listener=$started
+    start_server
+    await listener.err ": listening$"
+    "$TELVANE" publish "$bus" LogData '{"log":"x"}'
+    finish "$listener"
+    [ "$status" -eq 0 ]
+}
+
+@test "listen, request, reply and monitor end when the server dies" {
+    start_server
+    start listener "$TELVANE" listen "$bus" LogData
+    listener=$started
+    start request "$TELVANE" request "$bus" DataStatus --timeout 600
+    request=$started
+    start reply "$TELVANE" reply "$bus" FlagType --as FlagType
+    reply=$started
+    start monitor "$TELVANE" monitor "$bus"
+    monitor=$started
+    await server.err "subscribe to LogData"
+    await server.err "subscribe to DataStatus"
+    await server.err "subscribe to req_FlagType"
+    await server.err "subscribe to WeldTriggerEnd"
+    kill -KILL "$server"
+    for name in listener request reply monitor; do
+        finish "${!name}"
+        [ "$status" -eq 3 ]
+        grep -q "$lost $bus has gone away" "$name.err"
+    done
+}
+
+@test "publish ends when the server dies, though it has more to send" {
+    start_server
+    start_listener LogData
+    mkfifo lines
+    (
+        exec 3>&- >lines
+        while printf '{"log":"x"}\n' 2>/dev/null; do :; done
+    ) &
+    processes+=("$!")
+    (
+        exec 3>&- <lines 2>publish.err
+        exec "$TELVANE" publish "$bus" LogData -
+    ) &
+    publish=$!
+    processes+=("$publish")
+    await listener.out '"log":"x"'
+    kill -KILL "$server"
+    finish "$publish"
+    [ "$status" -eq 3 ]
+    grep -q "$lost $bus has gone away" publish.err
+}
+
+@test "publish ends when the server dies, though nothing comes to be sent" {
+    start_server
+    mkfifo lines
+    exec 4<>lines
+    (
+        exec 3>&- <lines 4<&- 2>publish.err
+        exec "$TELVANE" publish "$bus" LogData -
+    ) &
+    publish=$!
+    processes+=("$publish")
+    await server.err "has connected"
+    kill -KILL "$server"
+    finish "$publish"
+    exec 4<&-
+    [ "$status" -eq 3 ]
+    grep -q "$lost $bus has gone away" publish.err
+}
+
+@test "weld ends when the server dies" {
+    start_server
+    start_listener WeldTraceData
+    start weld "$TELVANE" weld "$bus" --duration 600
+    weld=$started
+    await listener.out '"amps"'
+    kill -KILL "$server"
+    finish "$weld"
+    [ "$status" -eq 3 ]
+    grep -q "$lost $bus has gone away" weld.err
+}
+
+@test "a server that does not answer is given up" {
+    start_server
+    kill -STOP "$server"
+    run "$TELVANE" listen "$bus" LogData
+    [ "$status" -eq 3 ]
+    [[ $output == *'cannot subscribe to "LogData" on '*'the server does not answer'* ]]
+    # The kernel keeps a few connections waiting; the next one would wait for ever.
+    for _ in 1 2 3 4 5 6 7 8; do
+        run "$TELVANE" request "$bus" LogData --timeout 0.01
+        [ "$status" -eq 3 ]
+    done
+    [[ $output == *"the server does not accept connections"* ]]
+}
+
+@test "a blocked weld can be interrupted" {
+    start_server
+    start_listener WeldTraceData
+    start weld "$TELVANE" weld "$bus" --duration 600 --speed 0
+    weld=$started
+    await listener.out '"amps"'
+    kill -STOP "$server"
+    kill -INT "$weld"
+    finish "$weld"
+    [ "$status" -eq 130 ]
+}
+
+@test "listen ends well when interrupted, since that is how it ends" {
+    start_server
+    start_listener LogData
+    kill -INT "$listener"
+    finish "$listener"
+    [ "$status" -eq 0 ]
+    start_listener DataStatus
+    kill -TERM "$listener"
+    finish "$listener"
+    [ "$status" -eq 0 ]
+}
+
+@test "listen tells by its code that it was interrupted before it had its count" {
+    start_server
+    start_listener LogData --count 5
+    kill -INT "$listener"
+    finish "$listener"
+    [ "$status" -eq 130 ]
+}
+
+@test "a signal that is ignored stays ignored" {
+    start_server
+    (
+        trap '' INT
+        exec 3>&-
+        exec "$TELVANE" listen "$bus" LogData --count 1 --verbose >listener.out 2>listener.err
+    ) &
+    listener=$!
+    processes+=("$listener")
+    await listener.err ": listening$"
+    kill -INT "$listener"
+    "$TELVANE" publish "$bus" LogData '{"log":"x"}'
+    finish "$listener"
+    [ "$status" -eq 0 ]
+}
+
+@test "listen ends without a word when its reader has left" {
+    start_server
+    mkfifo records
+    start cat cat records
+    cat=$started
+    (
+        exec 3>&- >records 2>listener.err
+        exec "$TELVANE" listen "$bus" LogData
+    ) &
+    listener=$!
+    processes+=("$listener")
+    await server.err "subscribe to LogData"
+    kill "$cat"
+    finish "$listener"
+    [ "$status" -eq 141 ]
+    [ ! -s listener.err ]
+}
+
+@test "records that cannot be written are an error" {
+    start_server
+    (
+        exec 3>&- >/dev/full 2>full.err
+        exec "$TELVANE" listen "$bus" LogData --verbose
+    ) &
+    full=$!
+    processes+=("$full")
+    await full.err ": listening$"
+    "$TELVANE" publish "$bus" LogData '{"log":"x"}'
+    finish "$full"
+    [ "$status" -eq 5 ]
+    grep -q "cannot write to standard output: No space left on device" full.err
+}
+
+@test "a closed standard output does not get a socket's number" {
+    start_server
+    run bash -c '"$0" listen "$1" LogData --timeout 0.05 2>&1 >&-' "$TELVANE" "$bus"
+    [ "$status" -eq 0 ]
+    run bash -c '"$0" records 2>&1 >&-' "$TELVANE"
+    [ "$status" -eq 5 ]
+}

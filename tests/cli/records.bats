@@ -1,0 +1,34 @@
+#!/usr/bin/env bats
+# The catalogue.
+
+load common
+
+@test "records lists every class with its fields" {
+    run "$TELVANE" records
+    [ "$status" -eq 0 ]
+    [ "${#lines[@]}" -eq 84 ]
+    [[ $output == *"UnitValuePair "*" Unit, Value"* ]]
+}
+
+@test "records shows a class: fields in order, kinds, defaults, limits, a default record" {
+    run "$TELVANE" records PSCommand
+    [ "$status" -eq 0 ]
+    [[ $output == "PSCommand (derives from PSCommandBase)"* ]]
+    [[ $output == *'mLabel            string                    "PSCommand"'*'mModes            up to 100 ValueLabelType  []'* ]]
+    [ "$(sed '1,/A default record:/d' <<<"$output" | jq -r .mCommandType)" -eq 3 ]
+}
+
+@test "records prints a schema of one class, and of all" {
+    run "$TELVANE" records WeldTriggerEnd --schema
+    [ "$status" -eq 0 ]
+    [ "$(jq -r '."$schema"' <<<"$output")" = "https://json-schema.org/draft/2020-12/schema" ]
+    [ "$(jq -r '.required | join(" ")' <<<"$output")" = "timestamp tag lifetimeArcHours metrics messageSerial" ]
+    run "$TELVANE" records --schema
+    [ "$(jq '."$defs" | length' <<<"$output")" -eq 84 ]
+}
+
+@test "records knows no class that there is not" {
+    run "$TELVANE" records Nothing
+    [ "$status" -eq 2 ]
+    [ "$output" = 'telvane records: there is no record class "Nothing"; telvane records lists them' ]
+}
