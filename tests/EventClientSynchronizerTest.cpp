@@ -6,6 +6,7 @@
 #include "BusTestSupport.h"
 
 #include <cerrno>
+#include <climits>
 
 namespace Telvane
 {
@@ -212,6 +213,18 @@ TEST_F(Synchronizer, WaitsLongerThanTheClientsOwnRequest)
     peer.send(relay("Amps", 1, kAmps));
     grantUnsubscription("Amps");
     EXPECT_EQ(result.get(), 0);
+}
+
+TEST_F(Synchronizer, WaitsWithTheLongestTimeout)
+{
+    std::future<int> result = beginRequest(UINT_MAX);
+    grantSubscription("Amps");
+    expectQuestion();
+    EXPECT_EQ(result.wait_for(kGlance), std::future_status::timeout);
+    peer.send(relay("Amps", 1, kAmps));
+    grantUnsubscription("Amps");
+    EXPECT_EQ(result.get(), 0);
+    EXPECT_EQ(reply.Value, 176);
 }
 
 TEST_F(Synchronizer, SharesAClientWithAnotherOnAnotherChannel)
