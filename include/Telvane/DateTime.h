@@ -14,6 +14,9 @@ namespace Telvane
 ///
 /// Unlike the other records it stands in JSON as a string, "/Date(" milliseconds ")/", and carries neither
 /// "_id" nor "_sequence_tag" there. The ISO 8601 forms are in local time; see ISO 8601-1 for the notation.
+///
+/// A `time_t` of 32 bits ends at 2038-01-19T03:14:07Z, while the text on the bus goes on: what each operation
+/// does with a later moment is told with it.
 class TELVANE_EXPORT DateTime : public TelvaneDataTypeBase
 {
 public:
@@ -24,7 +27,7 @@ public:
     /// \param moment copied; not kept
     explicit DateTime(timespec* moment);
 
-    /// \return the system's real-time clock (`CLOCK_REALTIME`)
+    /// \return the system's real-time clock (`CLOCK_REALTIME`); the epoch once `time_t` cannot hold it
     static DateTime Now();
 
     /// \return true when \p year is a leap year of the Gregorian calendar
@@ -41,7 +44,8 @@ public:
     std::string ToISO8601String();
 
     /// Reads the first run of decimal digits in \p text as milliseconds; all else, a minus sign included, is
-    /// ignored.
+    /// ignored. A `time_t` of 32 bits keeps the lowest 32 bits of the seconds, so the moments after its last
+    /// read as 1901 and later.
     /// \param[out] result set on success, with empty base members
     /// \return 0, or -1 when the number cannot be converted
     /// \throws std::out_of_range when there is no digit or the number exceeds 64 bits
@@ -51,7 +55,8 @@ public:
     /// ".": a count of milliseconds, whatever its number of digits, followed by one character for the zone
     /// ("Z"), which is dropped unread. Tells what it reads on standard output.
     /// \param[out] result set on success
-    /// \return 0; -1 when \p text cannot be read; another negative value for a time before the epoch
+    /// \return 0; -1 when \p text cannot be read or `time_t` cannot hold it; another negative value for a
+    ///         time before the epoch
     /// \throws std::invalid_argument when the fraction is not a number
     static int FromISO8601String(std::string& text, DateTime& result);
 

@@ -23,7 +23,8 @@ public:
     EventClientSynchronizer& operator=(const EventClientSynchronizer&) = delete;
 
     /// \param[out] reply   filled with the answer; its class decides what the answer is read into
-    /// \param      timeout whole seconds to wait for the answer; 0 gives up without waiting
+    /// \param      timeout whole seconds to wait for the answer; 0 gives up without waiting. With a
+    ///                `time_t` of 32 bits no wait outlasts 2038-01-19T03:14:07Z.
     /// \return 0; `-ENOTCONN`; -1 when the channel's name was refused; `-ETIMEDOUT` when the server did not
     ///         answer the subscription; `+ETIMEDOUT` (positive) when no reply came in time; a non-zero result
     ///         of the final unsubscription, before all others
