@@ -19,6 +19,8 @@ void addRequestCommand(CLI::App& app, int& exitCode);
 void addReplyCommand(CLI::App& app, int& exitCode);
 void addRecordsCommand(CLI::App& app, int& exitCode);
 void addWeldCommand(CLI::App& app, int& exitCode);
+void addConsumablesCommand(CLI::App& app, int& exitCode);
+void addWireCommand(CLI::App& app, int& exitCode);
 void addMonitorCommand(CLI::App& app, int& exitCode);
 /// @}
 

@@ -4,6 +4,7 @@
 
 #include "CommandOptions.h"
 #include "Commands.h"
+#include "ConsumableNames.h"
 #include "ExitCodes.h"
 #include "IncomingRecord.h"
 #include "Json.h"
@@ -36,6 +37,7 @@ struct Options
     double timeout = 0.0;
     bool pretty = false;
     bool verbose = false;
+    bool names = false;
 };
 
 /// \return the time now as "2024-01-02T03:04:05.678901Z"
@@ -58,15 +60,16 @@ public:
     explicit Arrivals(const Options& options) : m_options(options) {}
 
     /// Called on the receiver thread.
-    void take(const std::string& channel, const IncomingRecord& record, int sequence)
+    void take(const std::string& channel, const IncomingRecord& record, const RecordClass* recordClass,
+              int sequence)
     {
         if (!record.fault().empty()) {
             complain(channel + " " + std::to_string(sequence) + ": " + record.fault());
             return;
         }
         std::string line = R"({"time":")" + arrivalTime() + R"(","channel":")" + channel +
-                           R"(","sequence":)" + std::to_string(sequence) + R"(,"payload":)" + record.text() +
-                           "}";
+                           R"(","sequence":)" + std::to_string(sequence) + R"(,"payload":)" +
+                           payloadText(record, recordClass) + "}";
         if (m_options.pretty) {
             std::string error;
             line = printJson(parseJson(line, error).get(), true);
@@ -98,6 +101,17 @@ public:
     }
 
 private:
+    std::string payloadText(const IncomingRecord& record, const RecordClass* recordClass) const
+    {
+        if (!m_options.names || recordClass == nullptr) {
+            return record.text();
+        }
+        std::string error;
+        const JsonTree payload = parseJson(record.text(), error);
+        addConsumableNames(payload.get(), recordClass->table());
+        return printJson(payload.get());
+    }
+
     bool hasOutput()
     {
         const std::lock_guard<std::mutex> guard(m_lock);
@@ -147,12 +161,13 @@ int listen(const Options& options)
     int result = session.connect(options.bus.path, options.bus.wait);
     for (std::size_t i = 0; i < classes.size() && result == kSuccess; ++i) {
         const std::string channel = options.channels[i];
-        result =
-            session.subscribe(channel, IncomingRecord(classes[i]),
-                              [&, channel](void*, TelvaneDataTypeBase* record, int sequence, void*) {
-                                  arrivals.take(channel, static_cast<IncomingRecord&>(*record), sequence);
-                                  session.wake();
-                              });
+        const RecordClass* const recordClass = classes[i];
+        result = session.subscribe(
+            channel, IncomingRecord(classes[i]),
+            [&, channel, recordClass](void*, TelvaneDataTypeBase* record, int sequence, void*) {
+                arrivals.take(channel, static_cast<IncomingRecord&>(*record), recordClass, sequence);
+                session.wake();
+            });
     }
     if (options.verbose && result == kSuccess) {
         complain("listening");
@@ -185,6 +200,8 @@ void addListenCommand(CLI::App& app, int& exitCode)
                      "End after this many seconds; with --count, an error if not all have come")
         ->check(CLI::PositiveNumber);
     command->add_flag("--pretty", options->pretty, "Print over several lines, indented");
+    command->add_flag("--names", options->names,
+                      "Show the names of consumable codes beside the numbers: processName behind process");
     command->add_flag("--verbose", options->verbose,
                       "Say on standard error when nothing that is published from then on will be missed");
     command->callback([options, &exitCode] {

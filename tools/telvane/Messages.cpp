@@ -1,6 +1,10 @@
 #include "Messages.h"
 
+#include "ExitCodes.h"
+
 #include <cerrno>
+#include <cstring>
+#include <string>
 #include <unistd.h>
 
 namespace TelvaneTool
@@ -42,6 +46,19 @@ int writeFully(int fd, std::string_view data)
         data.remove_prefix(static_cast<std::size_t>(written));
     }
     return 0;
+}
+
+int writeResult(std::string_view text)
+{
+    const int error = writeFully(STDOUT_FILENO, text);
+    if (error == 0) {
+        return kSuccess;
+    }
+    if (error == EPIPE) {
+        return kOutputClosed;
+    }
+    complain(std::string("cannot write to standard output: ") + std::strerror(error));
+    return kOutputFailure;
 }
 
 } // namespace TelvaneTool

@@ -16,4 +16,8 @@ void complain(std::string_view message);
 /// \return 0 or an error number
 int writeFully(int fd, std::string_view data);
 
+/// Writes a command's whole result to standard output, or complains.
+/// \return an exit code
+int writeResult(std::string_view text);
+
 } // namespace TelvaneTool

@@ -11,10 +11,7 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <memory>
-#include <unistd.h>
 #include <vector>
 
 namespace TelvaneTool
@@ -158,15 +155,7 @@ int show(const Options& options)
     } else {
         text = recordClass != nullptr ? describeClass(*recordClass) : describeCatalogue();
     }
-    const int error = writeFully(STDOUT_FILENO, text);
-    if (error == EPIPE) {
-        return kOutputClosed;
-    }
-    if (error != 0) {
-        complain(std::string("cannot write to standard output: ") + std::strerror(error));
-        return kOutputFailure;
-    }
-    return kSuccess;
+    return writeResult(text);
 }
 
 } // namespace

@@ -39,6 +39,8 @@ int main(int argc, char** argv)
     addReplyCommand(app, exitCode);
     addRecordsCommand(app, exitCode);
     addWeldCommand(app, exitCode);
+    addConsumablesCommand(app, exitCode);
+    addWireCommand(app, exitCode);
     addMonitorCommand(app, exitCode);
 
     prepareProcess();

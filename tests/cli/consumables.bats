@@ -1,0 +1,69 @@
+#!/usr/bin/env bats
+# The consumables' names, the computations on wires, and names beside the codes of records.
+
+load common
+
+@test "consumables shows the five tables" {
+    run "$TELVANE" consumables
+    [ "$status" -eq 0 ]
+    for table in process wire-type wire-size gas alloy; do
+        [[ $output == *"$table: "* ]]
+    done
+    run "$TELVANE" consumables wire-size
+    [ "${#lines[@]}" -eq 30 ]
+    [ "${lines[5]}" = "  5  0.047 (3/64)" ]
+    [ "${lines[29]}" = "255  unknown" ]
+}
+
+@test "consumables names a code, in or out of the table" {
+    [ "$("$TELVANE" consumables wire-type 10)" = LoadbancCC ]
+    [ "$("$TELVANE" consumables alloy 0)" = UNKNOWN ]
+    [ "$("$TELVANE" consumables alloy 255)" = unknown ]
+    run "$TELVANE" consumables gas 21
+    [ "$status" -eq 2 ]
+    [[ $output == *'"21" is no code of the shielding gases'* ]]
+    run "$TELVANE" consumables flux
+    [ "$status" -eq 2 ]
+    [[ $output == *'there is no table "flux"'* ]]
+}
+
+@test "wire tells diameter, nearest size and weight, in both systems of units" {
+    run "$TELVANE" wire --size 4 --alloy STL_E70
+    [ "$status" -eq 0 ]
+    [ "${lines[0]}" = "diameter      0.045 in  (1.143 mm)" ]
+    [ "${lines[1]}" = "nearest size  4  0.045" ]
+    [ "${lines[2]}" = "alloy         1  STL_E70" ]
+    [ "${lines[3]}" = "weight        0.00540111 lb/ft  (8.038 g/m)" ]
+    run "$TELVANE" wire --diameter 0.2
+    [ "${lines[1]}" = "nearest size  255  unknown" ]
+}
+
+@test "wire wants one wire, and one that there is" {
+    run "$TELVANE" wire
+    [ "$status" -eq 2 ]
+    run "$TELVANE" wire --size 4 --diameter 0.045
+    [ "$status" -eq 2 ]
+    run "$TELVANE" wire --size 11
+    [ "$status" -eq 2 ]
+    [[ $output == *"code 11 stands for no wire size"* ]]
+    run "$TELVANE" wire --size 4 --alloy tin
+    [ "$status" -eq 2 ]
+}
+
+@test "listen --names puts names beside the codes, in nested records too" {
+    start_server
+    start_listener WeldTriggerStart --names --count 1
+    "$TELVANE" publish "$bus" WeldTriggerStart --as WeldTriggerStart --set wireType=3 --set gas=255
+    finish "$listener"
+    [ "$status" -eq 0 ]
+    [ "$(jq -r '.payload | [.wireType, .wireTypeName, .gasName, .data.gas] | join(",")' listener.out)" = "3,Aluminum,unknown," ]
+    [ "$(jq -r '.payload | keys_unsorted | index("wireTypeName") - index("wireType")' listener.out)" -eq 1 ]
+}
+
+@test "listen --names leaves alone what is no code" {
+    start_server
+    start_listener WeldTraceData --names --count 1
+    "$TELVANE" publish "$bus" WeldTraceData --as WeldTraceData
+    finish "$listener"
+    [ "$(jq -r '.payload.data | has("gasName")' listener.out)" = false ]
+}

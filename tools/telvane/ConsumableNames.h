@@ -1,0 +1,36 @@
+#pragma once
+
+#include <Telvane/RecordTable.h>
+
+#include <cjson/cJSON.h>
+
+#include <array>
+#include <cstddef>
+#include <string>
+
+namespace TelvaneTool
+{
+
+/// One of the library's tables of names.
+struct ConsumableTable
+{
+    const char* name;         ///< as on the command line: "wire-type"
+    const char* title;        ///< "wire types"
+    const std::string* texts; ///< the library's table, by code
+    std::size_t count;
+};
+
+/// The five tables, in the order in which they are shown.
+const std::array<ConsumableTable, 5>& consumableTables();
+
+/// \return the table of that name, or null
+const ConsumableTable* findConsumableTable(const std::string& name);
+
+/// \return the text of a code; "unknown" for 255 and for every code outside the table
+std::string consumableName(const ConsumableTable& table, int code);
+
+/// Puts names beside the consumable codes in a record's JSON: behind "process" comes "processName".
+/// \param table the fields of the record's class
+void addConsumableNames(cJSON* object, const Telvane::RecordTable& table);
+
+} // namespace TelvaneTool

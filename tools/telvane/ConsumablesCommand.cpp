@@ -1,0 +1,81 @@
+#include "Commands.h"
+#include "ConsumableCode.h"
+#include "ConsumableNames.h"
+#include "ExitCodes.h"
+#include "Messages.h"
+
+#include <CLI/CLI.hpp>
+
+#include <memory>
+#include <string>
+
+namespace TelvaneTool
+{
+
+namespace
+{
+
+struct Options
+{
+    std::string table;
+    std::string code;
+};
+
+std::string rows(const ConsumableTable& table)
+{
+    std::string text;
+    for (std::size_t code = 0; code < table.count; ++code) {
+        const std::string number = std::to_string(code);
+        text += std::string(3 - number.size(), ' ') + number + "  " + table.texts[code] + "\n";
+    }
+    return text + "255  unknown\n";
+}
+
+int show(const Options& options)
+{
+    std::string text;
+    if (options.table.empty()) {
+        for (const ConsumableTable& table : consumableTables()) {
+            text += (text.empty() ? "" : "\n") + std::string(table.name) + ": " + table.title + "\n" +
+                    rows(table);
+        }
+    } else {
+        const ConsumableTable* const table = findConsumableTable(options.table);
+        if (table == nullptr) {
+            complain("there is no table \"" + options.table +
+                     "\"; there are process, wire-type, wire-size, gas and alloy");
+            return kWrongUsage;
+        }
+        if (options.code.empty()) {
+            text = rows(*table);
+        } else {
+            const auto code = readConsumableCode(options.code, table->texts, table->count);
+            if (!code) {
+                complain("\"" + options.code + "\" is no code of the " + table->title +
+                         "; they have the codes 0 to " + std::to_string(table->count - 1) +
+                         ", and 255 for unknown");
+                return kWrongUsage;
+            }
+            text = consumableName(*table, *code) + "\n";
+        }
+    }
+    return writeResult(text);
+}
+
+} // namespace
+
+void addConsumablesCommand(CLI::App& app, int& exitCode)
+{
+    auto options = std::make_shared<Options>();
+    CLI::App* const command =
+        app.add_subcommand("consumables", "Show the codes of processes, wires, gases and alloys");
+    command->add_option("TABLE", options->table,
+                        "process, wire-type, wire-size, gas or alloy (default: all)");
+    command->add_option("CODE", options->code, "Show the name of this code only");
+    command->callback([options, &exitCode] {
+        setMessagePrefix("telvane consumables");
+        exitCode = show(*options);
+    });
+}
+
+} // namespace TelvaneTool

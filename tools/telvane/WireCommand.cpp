@@ -1,0 +1,102 @@
+#include "Commands.h"
+#include "ConsumableCode.h"
+#include "ConsumableNames.h"
+#include "ExitCodes.h"
+#include "Messages.h"
+
+#include <Telvane/Consumables.h>
+#include <Telvane/WireComputations.h>
+
+#include <CLI/CLI.hpp>
+
+#include <cstdio>
+#include <memory>
+#include <string>
+
+namespace TelvaneTool
+{
+
+namespace
+{
+
+constexpr double kMillimetresPerInch = 25.4;
+constexpr double kGramsPerPound = 453.59237;
+constexpr double kMetresPerFoot = 0.3048;
+
+struct Options
+{
+    std::string size;
+    double diameter = 0.0; ///< inches
+    std::string alloy;
+};
+
+std::string format(const char* form, double first, double second)
+{
+    char text[128];
+    std::snprintf(text, sizeof text, form, first, second);
+    return text;
+}
+
+bool readCode(const std::string& text, const char* tableName, int& code)
+{
+    const ConsumableTable& table = *findConsumableTable(tableName);
+    const auto read = readConsumableCode(text, table.texts, table.count);
+    if (!read) {
+        complain("\"" + text + "\" is no code of the " + table.title + "; telvane consumables " + tableName +
+                 " lists them");
+        return false;
+    }
+    code = *read;
+    return true;
+}
+
+int show(const Options& options)
+{
+    double inches = options.diameter;
+    if (!options.size.empty()) {
+        int size = 0;
+        if (!readCode(options.size, "wire-size", size)) {
+            return kWrongUsage;
+        }
+        inches = Telvane::GetWireDiameterInInches(static_cast<Telvane::_WireSize_e>(size));
+        if (!(inches > 0.0)) {
+            complain("code " + std::to_string(size) + " stands for no wire size");
+            return kWrongUsage;
+        }
+    }
+    int alloy = 0;
+    if (!options.alloy.empty() && !readCode(options.alloy, "alloy", alloy)) {
+        return kWrongUsage;
+    }
+    const auto diameter = static_cast<float>(inches);
+    const auto nearest = static_cast<int>(Telvane::GetWireDiameterFromInches(diameter));
+    const double pounds =
+        static_cast<double>(Telvane::GetWireWeight(static_cast<Telvane::_AlloyID_e>(alloy), diameter));
+    const ConsumableTable& sizes = *findConsumableTable("wire-size");
+    const ConsumableTable& alloys = *findConsumableTable("alloy");
+    return writeResult(
+        format("diameter      %.6g in  (%.4g mm)\n", inches, inches * kMillimetresPerInch) +
+        "nearest size  " + std::to_string(nearest) + "  " + consumableName(sizes, nearest) + "\n" +
+        "alloy         " + std::to_string(alloy) + "  " + consumableName(alloys, alloy) + "\n" +
+        format("weight        %.6g lb/ft  (%.4g g/m)\n", pounds, pounds * kGramsPerPound / kMetresPerFoot));
+}
+
+} // namespace
+
+void addWireCommand(CLI::App& app, int& exitCode)
+{
+    auto options = std::make_shared<Options>();
+    CLI::App* const command =
+        app.add_subcommand("wire", "Compute a wire's diameter, nearest size and weight");
+    auto* const which = command->add_option_group("wire", "Which wire");
+    which->add_option("--size", options->size, "Code or name of the wire size");
+    which->add_option("--diameter", options->diameter, "Diameter in inches")->check(CLI::PositiveNumber);
+    which->require_option(1);
+    command->add_option("--alloy", options->alloy, "Code or name of the alloy (default: 0, unknown)");
+    command->callback([options, &exitCode] {
+        setMessagePrefix("telvane wire");
+        exitCode = show(*options);
+    });
+}
+
+} // namespace TelvaneTool
