@@ -1,5 +1,4 @@
-// The server to the byte, spoken to by a bare socket: what it answers, what it relays, what it drops, and
-// that nothing a peer sends brings it down.
+// The server to the byte, spoken to by a bare socket: what it answers and what it relays.
 
 #include "BusTestSupport.h"
 #include "JsonTestSupport.h"
@@ -71,6 +70,16 @@ TEST(UnsubscribeResponse, IsCompactAndEchoesTheName)
     EXPECT_EQ(peer.receive(), R"({"header":".unsubscribe","success":false,"channel":""})");
 }
 
+TEST(UnsubscribeResponse, RefusesTheMetaChannels)
+{
+    RunningServer running;
+    const RawPeer peer = running.connect();
+    for (const char* const name : {".subscribe", ".unsubscribe"}) {
+        peer.send(unsubscribeRequest(name));
+        EXPECT_EQ(peer.receive(), response(".unsubscribe", false, name));
+    }
+}
+
 TEST(MetaRequest, IsReadWhateverTheOrderOfItsKeysAndWhatElseItHolds)
 {
     RunningServer running;
@@ -102,96 +111,6 @@ TEST(MetaRequest, WithoutAUsableChannelGetsNoReplyAndTheClientStays)
         }
     }
     expectNothingElse(peer);
-}
-
-/// The handlers themselves, with a socket pair instead of a client, so that their results can be seen.
-class Handlers : public ::testing::Test
-{
-protected:
-    Handlers()
-    {
-        int ends[2] = {};
-        if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) {
-            throwSystemError("socketpair");
-        }
-        ours = Descriptor(ends[0]);
-        theirs = RawPeer(Descriptor(ends[1]));
-    }
-
-    int call(EventHandler handler, const std::string& header, const std::string& payload)
-    {
-        const std::unique_ptr<cJSON, decltype(&cJSON_Delete)> tree(cJSON_Parse(payload.c_str()),
-                                                                   &cJSON_Delete);
-        return handler(&server, ours.get(), header, 7, tree.get(), nullptr);
-    }
-
-    EventServer server;
-    Descriptor ours;
-    RawPeer theirs{Descriptor()};
-};
-
-TEST_F(Handlers, RefuseRequestsWithoutAUsableChannel)
-{
-    for (const char* const payload : {"{}", R"({"channel":5})", "5", "null", R"({"channel":[]})"}) {
-        EXPECT_EQ(call(EventServer::meta_subscribeHandler, ".subscribe", payload), -EINVAL) << payload;
-        EXPECT_EQ(call(EventServer::meta_unsubscribeHandler, ".unsubscribe", payload), -EINVAL) << payload;
-    }
-    EXPECT_TRUE(theirs.isSilent());
-}
-
-TEST_F(Handlers, ReturnTheResultOfSendingTheResponse)
-{
-    EXPECT_EQ(call(EventServer::meta_subscribeHandler, ".subscribe", R"({"channel":"C"})"), 0);
-    EXPECT_EQ(theirs.receive(), response(".subscribe", true, "C"));
-    EXPECT_EQ(call(EventServer::meta_unsubscribeHandler, ".unsubscribe", R"({"channel":"C"})"), 0);
-    EXPECT_EQ(theirs.receive(), response(".unsubscribe", true, "C"));
-    theirs.close();
-    EXPECT_EQ(call(EventServer::meta_subscribeHandler, ".subscribe", R"({"channel":"C"})"), -EPIPE);
-    EXPECT_EQ(call(EventServer::meta_unsubscribeHandler, ".unsubscribe", R"({"channel":"C"})"), -EPIPE);
-}
-
-TEST_F(Handlers, ReturnZeroFromTheRelayWhateverBecomesOfIt)
-{
-    EXPECT_EQ(call(EventServer::subscriptionHandler, "Nobodys", "{}"), 0);
-    call(EventServer::meta_subscribeHandler, ".subscribe", R"({"channel":"C"})");
-    theirs.receive();
-    EXPECT_EQ(call(EventServer::subscriptionHandler, "C", R"({"n":1})"), 0);
-    EXPECT_EQ(theirs.receive(), printedRelay("C", 7, "\"n\":\t1"));
-    theirs.close();
-    diagnosticsOf([&] { EXPECT_EQ(call(EventServer::subscriptionHandler, "C", "{}"), 0); });
-}
-
-TEST_F(Handlers, SendAtMostTheLimitAndCallThatComplete)
-{
-    std::string text(kMessageLimit + 100, 'x');
-    EXPECT_EQ(server.writeDataToSocket(ours.get(), text.data(), static_cast<int>(text.size())), 0);
-    EXPECT_EQ(theirs.receive(), text.substr(0, kMessageLimit));
-    EXPECT_EQ(server.writeDataToSocket(ours.get(), text.data(), 5), 0);
-    EXPECT_EQ(theirs.receive(), "xxxxx");
-}
-
-TEST_F(Handlers, SendNothingForANegativeLength)
-{
-    std::string text = "text";
-    EXPECT_EQ(server.writeDataToSocket(ours.get(), text.data(), -3), 0);
-    EXPECT_EQ(server.writeDataToSocket(ours.get(), text.data(), 4), 0);
-    char received[8] = {};
-    ssize_t length = 0;
-    while (length == 0) { // an empty packet may come first
-        length = ::recv(theirs.descriptor(), received, sizeof received, 0);
-    }
-    EXPECT_EQ(std::string(received, static_cast<std::size_t>(length)), "text");
-}
-
-TEST_F(Handlers, NeverWaitForRoomInTheSocket)
-{
-    std::string text(1000, 'x');
-    int result = 0;
-    for (int i = 0; i < 100'000 && result == 0; ++i) {
-        result = server.writeDataToSocket(ours.get(), text.data(), static_cast<int>(text.size()));
-    }
-    EXPECT_EQ(result, -EAGAIN);
-    EXPECT_EQ(server.writeDataToSocket(-1, text.data(), 5), -EBADF);
 }
 
 TEST(RelayOnTheWire, IsPrintedFormattedWithTheSequenceBeforeThePayload)
@@ -357,186 +276,6 @@ TEST(RelayOnTheWire, IsCutToTheLimit)
         EXPECT_EQ(peer.receive(), whole.substr(0, kMessageLimit));
     }
     EXPECT_EQ(error.text(), "");
-}
-
-TEST(Rubbish, IsDroppedWithoutAWordAndTheClientStays)
-{
-    RunningServer running;
-    const RawPeer peer = running.connect();
-    subscribe(peer, "C");
-    const Diagnostics told = diagnosticsOf([&] {
-        for (const std::string& packet : {std::string("rubbish"),
-                                          std::string("{"),
-                                          std::string("}"),
-                                          std::string("\0", 1),
-                                          std::string(" "),
-                                          std::string("\xFF\xFE\x00\x01", 4),
-                                          std::string("5"),
-                                          std::string("\"header\""),
-                                          std::string("null"),
-                                          std::string("[]"),
-                                          std::string("{}"),
-                                          std::string(R"(["header","C"])"),
-                                          std::string(R"({"header":"C")"),
-                                          std::string(R"({"header":"C","payload":)"),
-                                          std::string(R"({"header":"C","payload":{})"),
-                                          std::string(R"({"header":"C","payload":{"n":}})"),
-                                          std::string(R"({'header':'C','payload':{}})"),
-                                          std::string(R"({"header":"C","payload":NaN})"),
-                                          std::string(kMessageLimit - 1, '['),
-                                          std::string(kMessageLimit, '{'),
-                                          std::string(kMessageLimit, '"'),
-                                          std::string(100'000, 'x')}) {
-            peer.send(packet);
-        }
-        expectNothingElse(peer);
-    });
-    EXPECT_EQ(told.output + told.error, "");
-}
-
-TEST(Rubbish, OfOneClientDoesNotTouchOthers)
-{
-    RunningServer running;
-    const RawPeer vandal = running.connect();
-    const RawPeer subscriber = running.connect();
-    subscribe(subscriber, "C");
-    for (int i = 1; i < 20; ++i) {
-        vandal.send(std::string(static_cast<std::size_t>(i) * 1000, '{'));
-        vandal.send(publication("C"));
-        EXPECT_EQ(subscriber.receive(), printedRelay("C", i, ""));
-    }
-}
-
-TEST(HalfValidMessage, WithoutPayloadIsDropped)
-{
-    RunningServer running;
-    const RawPeer peer = running.connect();
-    subscribe(peer, "C");
-    peer.send(R"({"header":"C"})");
-    peer.send(R"({"header":".subscribe","channel":"D"})");
-    expectNothingElse(peer);
-}
-
-TEST(HalfValidMessage, WithoutHeaderHasTheEmptyHeader)
-{
-    RunningServer running;
-    const RawPeer peer = running.connect();
-    peer.send(R"({"payload":{"n":1}})");
-    expectNothingElse(peer);
-}
-
-TEST(HalfValidMessage, WhoseHeaderIsNoStringReachesNoChannel)
-{
-    RunningServer running;
-    const RawPeer peer = running.connect();
-    subscribe(peer, "C");
-    for (const char* const header : {"5", "true", "null", "[\"C\"]", "{\"C\":1}"}) {
-        peer.send("{\"header\":" + std::string(header) + R"(,"payload":{"channel":"C"}})");
-    }
-    expectNothingElse(peer);
-}
-
-TEST(HalfValidMessage, IsReadUpToTheEndOfItsFirstValue)
-{
-    RunningServer running;
-    const RawPeer peer = running.connect();
-    subscribe(peer, "C");
-    for (const std::string& rest : {std::string("rubbish"), std::string("\0\xFF", 2), std::string("\n\n"),
-                                    publication("C", R"({"n":2})")}) {
-        peer.send(publication("C", R"({"n":1})") + rest);
-        EXPECT_NE(peer.receive().find("\"n\":\t1"), std::string::npos);
-    }
-    expectNothingElse(peer);
-}
-
-TEST(HalfValidMessage, IsNotCompletedByWhatAnEarlierOneLeftInTheBuffer)
-{
-    RunningServer running;
-    const RawPeer peer = running.connect();
-    subscribe(peer, "C"); // 0
-    const std::string whole = publication("C", R"({"n":1})");
-    peer.send(whole); // 1
-    peer.send(whole.substr(0, whole.size() - 1));
-    peer.send(whole); // 2
-    EXPECT_EQ(sequenceOf(peer.receive()), 1);
-    EXPECT_EQ(sequenceOf(peer.receive()), 2);
-}
-
-/// A publication of exactly \p size bytes whose last byte is needed, and whose relay is short.
-std::string paddedPublication(std::size_t size)
-{
-    const std::string head = R"({"header":"C",)";
-    const std::string tail = R"("payload":{}})";
-    return head + std::string(size - head.size() - tail.size(), ' ') + tail;
-}
-
-TEST(LargeMessage, OfOneByteLessThanTheLimitArrivesWhole)
-{
-    RunningServer running;
-    const RawPeer peer = running.connect();
-    subscribe(peer, "C");
-    for (const std::size_t size : {kMessageLimit - 2, kMessageLimit - 1}) {
-        peer.send(paddedPublication(size));
-        EXPECT_NE(peer.receive().find("payload"), std::string::npos) << size;
-    }
-}
-
-TEST(LargeMessage, OfTheLimitOrMoreIsDropped)
-{
-    RunningServer running;
-    const RawPeer peer = running.connect();
-    subscribe(peer, "C");
-    for (const std::size_t size : {kMessageLimit, kMessageLimit + 1, kMessageLimit + 2, 4 * kMessageLimit}) {
-        peer.send(paddedPublication(size));
-    }
-    expectNothingElse(peer);
-}
-
-TEST(LargeMessage, WhoseValueEndsInTimeIsRead)
-{
-    RunningServer running;
-    const RawPeer peer = running.connect();
-    subscribe(peer, "C"); // 0
-    int sequence = 0;
-    for (const std::size_t size : {kMessageLimit - 1, kMessageLimit, kMessageLimit + 1, 2 * kMessageLimit}) {
-        std::string packet = publication("C");
-        packet.resize(size, ' ');
-        peer.send(packet);
-        EXPECT_EQ(sequenceOf(peer.receive()), ++sequence) << size;
-    }
-}
-
-TEST(Connection, EndsWithAPacketWithoutBytes)
-{
-    RunningServer running;
-    const RawPeer stays = running.connect();
-    const RawPeer leaves = running.connect();
-    subscribe(leaves, "C");
-    leaves.send("");
-    leaves.expectEnd();
-    expectNothingElse(stays);
-    expectNothingElse(running.connect());
-}
-
-TEST(Connection, EndsWhenThePeerShutsItsSendingSide)
-{
-    RunningServer running;
-    const RawPeer peer = running.connect();
-    subscribe(peer, "C");
-    peer.shutdown(SHUT_WR);
-    peer.expectEnd();
-}
-
-TEST(Connection, ThatEndsAtOnceLeavesTheServerServing)
-{
-    RunningServer running;
-    for (int i = 0; i < 50; ++i) {
-        running.connect().close();
-        RawPeer hasty = running.connect();
-        hasty.send(subscribeRequest("C"));
-        hasty.close();
-    }
-    expectNothingElse(running.connect());
 }
 
 } // namespace
