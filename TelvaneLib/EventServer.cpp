@@ -29,7 +29,6 @@ namespace
 constexpr auto kStopDeadline = std::chrono::seconds(10);
 constexpr auto kPauseAfterFailedAccept = std::chrono::milliseconds(20);
 constexpr int kBacklog = 5;
-constexpr std::size_t kSmallestStack = std::size_t{64} * 1024;
 const std::string kNoHeader;
 
 // The numbers behind the source path are part of the lines that logs are filtered by.
@@ -72,25 +71,6 @@ int clearStalePath(const std::string& path)
 }
 
 } // namespace
-
-int Hook::install(EventHandler newFn, void* newUser)
-{
-    if (newFn == nullptr) {
-        return -EINVAL;
-    }
-    fn = newFn;
-    user = newUser;
-    return 0;
-}
-
-int Hook::uninstall()
-{
-    if (fn == nullptr) {
-        return -EALREADY;
-    }
-    fn = nullptr;
-    return 0;
-}
 
 EventServer::State::State(EventServer& owner) : server(owner)
 {
@@ -174,6 +154,9 @@ void* EventServer::connectionListener(void* server)
 
 void EventServer::State::admit(FileDescriptor client)
 {
+    if (refusesConnection(client.get())) {
+        return;
+    }
     applySendBuffer(client.get());
     // The new thread begins by looking itself up under this lock, so it always finds its entry, which is made
     // first: once the thread runs, nothing may fail for want of memory.
@@ -342,86 +325,6 @@ int EventServer::State::stopReceivers()
         }
         joinFinishedThreads();
     }
-}
-
-int EventServer::install_OnSubscribe(EventHandler fn, void* user)
-{
-    return m_state->onSubscribe.install(fn, user);
-}
-
-int EventServer::install_OnUnsubscribe(EventHandler fn, void* user)
-{
-    return m_state->onUnsubscribe.install(fn, user);
-}
-
-int EventServer::install_OnConnect(EventHandler fn, void* user)
-{
-    return m_state->onConnect.install(fn, user);
-}
-
-int EventServer::install_OnDisconnect(EventHandler fn, void* user)
-{
-    return m_state->onDisconnect.install(fn, user);
-}
-
-int EventServer::uninstall_OnSubscribe()
-{
-    return m_state->onSubscribe.uninstall();
-}
-
-int EventServer::uninstall_OnUnsubscribe()
-{
-    return m_state->onUnsubscribe.uninstall();
-}
-
-int EventServer::uninstall_OnConnect()
-{
-    return m_state->onConnect.uninstall();
-}
-
-int EventServer::uninstall_OnDisconnect()
-{
-    return m_state->onDisconnect.uninstall();
-}
-
-EventServerStatistics EventServer::Statistics() const
-{
-    const ServerCounters& counters = m_state->counters;
-    EventServerStatistics statistics;
-    statistics.received = counters.received;
-    statistics.dispatched = counters.dispatched;
-    statistics.tooLarge = counters.tooLarge;
-    statistics.notJson = counters.notJson;
-    statistics.withoutPayload = counters.withoutPayload;
-    statistics.withoutHandler = counters.withoutHandler;
-    statistics.outOfMemory = counters.outOfMemory;
-    statistics.relayed = counters.relayed;
-    statistics.relaysFailed = counters.relaysFailed;
-    statistics.relaysTooLarge = counters.relaysTooLarge;
-    return statistics;
-}
-
-int EventServer::SetSubscriberSendBuffer(int bytes)
-{
-    if (bytes < 0) {
-        return -EINVAL;
-    }
-    m_state->sendBuffer = bytes;
-    return 0;
-}
-
-int EventServer::GrantedSubscriberSendBuffer() const
-{
-    return m_state->grantedSendBuffer;
-}
-
-int EventServer::SetThreadStackSize(std::size_t bytes)
-{
-    if (bytes < kSmallestStack) {
-        return -EINVAL;
-    }
-    m_state->stackSize = bytes;
-    return 0;
 }
 
 } // namespace Telvane

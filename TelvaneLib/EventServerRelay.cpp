@@ -118,26 +118,47 @@ int EventServer::meta_unsubscribeHandler(void* server, int fd, const std::string
     return result;
 }
 
-/// \return false when memory has run out
+/// \return false when it is refused, or memory has run out
 bool EventServer::State::subscribe(int client, std::string_view channel)
 {
     try {
-        auto found = channels.find(channel);
-        if (found == channels.end()) {
-            found = channels.emplace(channel, Channel()).first;
-            found->second.handler = &EventServer::subscriptionHandler;
+        const auto found = channels.find(channel);
+        if (found != channels.end() && isSubscribed(client, found->second)) {
+            return true;
         }
-        Channel& entry = found->second;
+        if (refusesSubscription(client, channel, found == channels.end())) {
+            return false;
+        }
+        Channel::Entry& entry = found != channels.end() ? *found : addChannel(channel);
         const std::lock_guard<std::mutex> guard(subscribersLock);
-        if (entry.subscribers.find(client) == entry.subscribers.end()) {
-            // In this order: should memory run out between the two, forget() still finds every set to leave.
-            subscriptions[client].push_back(&entry);
-            entry.subscribers.emplace(client, 0);
+        std::vector<Subscription>& own = subscriptions[client];
+        if (own.size() == own.capacity()) {
+            own.reserve(std::max<std::size_t>(4, 2 * own.size())); // nothing may fail between the next two
         }
+        Delivery& delivery = entry.second.subscribers[client];
+        delivery.position = own.size();
+        own.push_back({&entry, &delivery});
+        entry.second.subscriberCount = entry.second.subscribers.size();
     } catch (const std::bad_alloc&) {
         return false;
     }
     return true;
+}
+
+bool EventServer::State::isSubscribed(int client, const Channel& channel)
+{
+    const std::lock_guard<std::mutex> guard(subscribersLock);
+    return channel.subscribers.find(client) != channel.subscribers.end();
+}
+
+Channel::Entry& EventServer::State::addChannel(std::string_view name)
+{
+    Channel::Entry& entry = *channels.try_emplace(std::string(name)).first;
+    entry.second.handler = &EventServer::subscriptionHandler;
+    entry.second.older = newestChannel;
+    newestChannel = &entry;
+    ++channelCount;
+    return entry;
 }
 
 /// \return whether the channel exists, subscribed to by this client or not
@@ -147,11 +168,18 @@ bool EventServer::State::unsubscribe(int client, std::string_view channel)
     if (found == channels.end()) {
         return false;
     }
-    Channel* const entry = &found->second;
+    Channel& entry = found->second;
     const std::lock_guard<std::mutex> guard(subscribersLock);
-    if (entry->subscribers.erase(client) != 0) {
-        std::vector<Channel*>& own = subscriptions[client];
-        own.erase(std::find(own.begin(), own.end(), entry));
+    const auto subscriber = entry.subscribers.find(client);
+    if (subscriber != entry.subscribers.end()) {
+        // The last subscription of the list takes the place of this one.
+        std::vector<Subscription>& own = subscriptions.find(client)->second;
+        const std::size_t position = subscriber->second.position;
+        own[position] = own.back();
+        own[position].delivery->position = position;
+        own.pop_back();
+        entry.subscribers.erase(subscriber);
+        entry.subscriberCount = entry.subscribers.size();
     }
     return true;
 }
@@ -163,8 +191,10 @@ void EventServer::State::forget(int client)
     if (found == subscriptions.end()) {
         return;
     }
-    for (Channel* const channel : found->second) {
-        channel->subscribers.erase(client);
+    for (const Subscription& subscription : found->second) {
+        Channel& channel = subscription.channel->second;
+        channel.subscribers.erase(client);
+        channel.subscriberCount = channel.subscribers.size();
     }
     subscriptions.erase(found);
 }
@@ -199,7 +229,11 @@ int EventServer::subscriptionHandler(void* server, int /*fd*/, const std::string
     if (text == nullptr) {
         return -ENOMEM;
     }
-    state.relay(entry->second, text, state.printer.length());
+    Channel& own = entry->second;
+    countAlone(own.publications);
+    countAlone(own.bytes, static_cast<std::uint64_t>(state.printer.length()));
+    own.lastSequence.store(sequence, std::memory_order_relaxed);
+    state.relay(own, text, state.printer.length());
     return 0;
 }
 
@@ -210,10 +244,13 @@ void EventServer::State::relay(Channel& channel, const char* text, int length)
     }
     const std::lock_guard<std::mutex> guard(subscribersLock);
     std::uint64_t failed = 0;
-    for (auto& [subscriber, missed] : channel.subscribers) {
+    for (auto& [subscriber, delivery] : channel.subscribers) {
         const int result = sendToClient(subscriber, text, length);
-        if (result != 0) {
-            ++missed;
+        if (result == 0) {
+            ++delivery.relayed;
+        } else {
+            ++delivery.missed;
+            delivery.lastError = result;
             ++failed;
             reportRelayError(subscriber, result);
         }
@@ -221,6 +258,7 @@ void EventServer::State::relay(Channel& channel, const char* text, int length)
     count(counters.relayed, channel.subscribers.size() - failed);
     if (failed != 0) {
         count(counters.relaysFailed, failed);
+        countAlone(channel.missed, failed);
     }
 }
 

@@ -5,7 +5,8 @@
 //   stopLock         a stop request and its answer
 //   connectionsLock  connections and finishedThreads
 //   handlerLock      around each dispatch: channels (as a table), relayEnvelope, printer; taken alone
-//   subscribersLock  leaf: who is subscribed to what; no hook runs under it
+//   subscribersLock  leaf: who is subscribed to what, and how that fares; no hook runs under it
+//   limitsLock       leaf: limits
 //
 // A descriptor leaves the subscribers before it is closed, under subscribersLock, which a relay holds too:
 // so no relay can reach whoever is given the number next.
@@ -29,15 +30,42 @@
 namespace Telvane
 {
 
+/// How the relays of one channel to one subscriber fare.
+struct Delivery
+{
+    std::size_t position = 0; ///< in the subscriber's list of subscriptions
+    std::uint64_t relayed = 0;
+    std::uint64_t missed = 0;
+    int lastError = 0;
+};
+
 /// A header that messages are dispatched on: a meta channel, or one that somebody has subscribed to. Never
-/// removed.
+/// removed, so that whoever tells of channels can walk them without a lock.
 struct Channel
 {
+    using Entry = std::pair<const std::string, Channel>;
+
     EventHandler handler = nullptr;
-    std::unordered_map<int, std::uint64_t> subscribers; ///< descriptor to relays missed
+    std::unordered_map<int, Delivery> subscribers; ///< by descriptor
+
+    const Entry* older = nullptr; ///< the next in the list that begins at newestChannel
+
+    // Written under handlerLock, or subscribersLock; read without.
+    std::atomic<std::size_t> subscriberCount{0};
+    std::atomic<std::uint64_t> publications{0};
+    std::atomic<std::uint64_t> bytes{0};
+    std::atomic<std::uint64_t> missed{0};
+    std::atomic<int> lastSequence{-1};
 };
 
 using ChannelTable = std::map<std::string, Channel, std::less<>>;
+
+/// One of the channels that a client is subscribed to.
+struct Subscription
+{
+    Channel::Entry* channel;
+    Delivery* delivery;
+};
 
 struct Hook
 {
@@ -67,11 +95,19 @@ struct ServerCounters
     std::atomic<std::uint64_t> relayed{0};
     std::atomic<std::uint64_t> relaysFailed{0};
     std::atomic<std::uint64_t> relaysTooLarge{0};
+    std::atomic<std::uint64_t> connectionsRefused{0};
+    std::atomic<std::uint64_t> subscriptionsRefused{0};
 };
 
 inline void count(std::atomic<std::uint64_t>& counter, std::uint64_t events = 1)
 {
     counter.fetch_add(events, std::memory_order_relaxed);
+}
+
+/// The same where a lock keeps other writers out.
+inline void countAlone(std::atomic<std::uint64_t>& counter, std::uint64_t events = 1)
+{
+    counter.store(counter.load(std::memory_order_relaxed) + events, std::memory_order_relaxed);
 }
 
 struct EventServer::State
@@ -101,9 +137,19 @@ struct EventServer::State
     void handlePacket(int client, const char* text, int length);
     int answer(int client, const char* header, bool success, const char* channel);
     bool subscribe(int client, std::string_view channel);
+    bool isSubscribed(int client, const Channel& channel);
+    Channel::Entry& addChannel(std::string_view name);
     bool unsubscribe(int client, std::string_view channel);
     void forget(int client);
     void relay(Channel& channel, const char* text, int length);
+
+    // Status
+    std::vector<EventServerClientStatus> clients();
+
+    // Guards
+    bool refusesConnection(int client);
+    bool refusesSubscription(int client, std::string_view channel, bool newChannel);
+    void refuse(EventServerRefusal::Reason reason, int client, std::string_view channel);
 
     EventServer& server;
     std::atomic<int> listener{-1};
@@ -117,12 +163,17 @@ struct EventServer::State
 
     std::mutex handlerLock;
     ChannelTable channels;
-    ChannelTable::value_type* dispatching = nullptr; ///< the entry whose handler runs
+    Channel::Entry* dispatching = nullptr; ///< the entry whose handler runs
+    std::atomic<const Channel::Entry*> newestChannel{nullptr};
+    std::size_t channelCount = 0; ///< without the meta channels
     RelayEnvelope relayEnvelope;
     MessagePrinter printer;
 
     std::mutex subscribersLock;
-    std::unordered_map<int, std::vector<Channel*>> subscriptions; ///< what each descriptor is subscribed to
+    std::unordered_map<int, std::vector<Subscription>> subscriptions; ///< by descriptor
+
+    std::mutex limitsLock;
+    EventServerLimits limits;
 
     std::atomic<std::uint16_t> sequence{0};
 
@@ -136,6 +187,7 @@ struct EventServer::State
     Hook onUnsubscribe;
     Hook onConnect;
     Hook onDisconnect;
+    std::function<void(EventServer&, const EventServerRefusal&)> onRefusal;
 
     ServerCounters counters;
     std::atomic<int> sendBuffer{0};

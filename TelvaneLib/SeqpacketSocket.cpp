@@ -6,8 +6,11 @@
 #include "Diagnostics.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <linux/sockios.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -71,6 +74,38 @@ int receivePacket(int fd, char* buffer)
         buffer[std::min(received, kMessageLimit - 1)] = '\0';
     }
     return received;
+}
+
+bool identifyPeer(int fd, Peer& peer)
+{
+    ucred credentials = {};
+    socklen_t length = sizeof credentials;
+    if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &credentials, &length) != 0) {
+        return false;
+    }
+    peer = {credentials.pid, credentials.uid, credentials.gid};
+    return true;
+}
+
+std::vector<gid_t> groupsOfPeer(int fd)
+{
+    std::vector<gid_t> groups(32);
+    for (;;) {
+        auto length = static_cast<socklen_t>(groups.size() * sizeof(gid_t));
+        const int result = getsockopt(fd, SOL_SOCKET, SO_PEERGROUPS, groups.data(), &length);
+        const std::size_t count = length / sizeof(gid_t);
+        if (result == 0 || errno != ERANGE || count <= groups.size()) {
+            groups.resize(result == 0 ? count : 0);
+            return groups;
+        }
+        groups.resize(count);
+    }
+}
+
+std::size_t bytesUnread(int fd)
+{
+    int bytes = 0;
+    return ioctl(fd, SIOCOUTQ, &bytes) == 0 && bytes > 0 ? static_cast<std::size_t>(bytes) : 0;
 }
 
 int sendPacket(int fd, const char* data, int length, int flags)

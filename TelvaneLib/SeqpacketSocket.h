@@ -4,6 +4,8 @@
 
 #include <cstddef>
 #include <string>
+#include <sys/types.h>
+#include <vector>
 
 namespace Telvane
 {
@@ -58,6 +60,23 @@ int acceptClient(int listener);
 /// \param buffer of kMessageLimit bytes
 /// \return the packet's length; 0 at the end of the stream; -1 with errno set
 int receivePacket(int fd, char* buffer);
+
+/// Who is at the other end of a connection.
+struct Peer
+{
+    pid_t process = 0;
+    uid_t user = 0;
+    gid_t group = 0;
+};
+
+/// \return false, with errno set, when the system does not tell
+bool identifyPeer(int fd, Peer& peer);
+
+/// \return the supplementary groups of the other end; none when the system does not tell
+std::vector<gid_t> groupsOfPeer(int fd);
+
+/// \return what has been sent and not been received yet, with the kernel's overhead
+std::size_t bytesUnread(int fd);
 
 /// Sends one packet in one call, clamped to kMessageLimit bytes.
 /// \param flags added to those that every packet has

@@ -9,6 +9,7 @@
 #include <Telvane/EventClientSynchronizer.h>
 
 #include <atomic>
+#include <unistd.h>
 
 namespace Telvane
 {
@@ -273,6 +274,69 @@ TEST_P(ServerMemory, IsNotNeededToTellOfARelayThatFailed)
                   blocked == 1)
             << error.text();
         EXPECT_TRUE(got == 1 || fault.struck());
+    });
+}
+
+TEST_P(ServerMemory, RunsOutWhileTheServerTellsOfItself)
+{
+    RunningServer running;
+    const RawPeer peer = running.connect();
+    subscribe(peer, kChannel);
+    subscribe(peer, "another_" + kChannel);
+    failEach(Caller::Application, [&](AllocationFault& fault) {
+        const auto clients = fault.during([&] { return running.server.Clients(); });
+        EXPECT_EQ(clients.size(), fault.struck() ? 0U : 1U);
+        ASSERT_EQ(running.server.Clients().size(), 1U);
+        EXPECT_EQ(running.server.Clients()[0].subscriptions.size(), 2U);
+    });
+    failEach(Caller::Application, [&](AllocationFault& fault) {
+        const auto channels = fault.during([&] { return running.server.Channels(); });
+        EXPECT_EQ(channels.size(), fault.struck() ? 0U : 2U);
+        EXPECT_EQ(running.server.Channels().size(), 2U);
+    });
+}
+
+TEST_P(ServerMemory, IsNotNeededToRefuseAClient)
+{
+    Progress accepting(Call::Accept, Caller::Listener);
+    std::optional<RunningServer> running;
+    EXPECT_TRUE(accepting.afterNextCallOf([&] { running.emplace(); }));
+    EventServerLimits limits;
+    limits.groups = {::getegid() + 1};
+    running->server.SetLimits(limits);
+    std::uint64_t refused = 0;
+    failEach(Caller::Listener, [&](AllocationFault& fault) {
+        const StreamCapture error(STDERR_FILENO);
+        fault.begin();
+        std::optional<RawPeer> peer;
+        EXPECT_TRUE(accepting.afterNextCallOf([&] { peer.emplace(running->connect()); }));
+        fault.end();
+        peer->expectEnd();
+        EXPECT_EQ(running->server.Statistics().connectionsRefused, ++refused);
+        EXPECT_EQ(error.text().rfind("REFUSED ", 0), 0U);
+        EXPECT_NE(error.text().find("neither its user nor one of its groups is allowed\n"),
+                  std::string::npos);
+    });
+}
+
+TEST_P(ServerMemory, IsNotNeededToRefuseASubscription)
+{
+    failEach(Caller::Receiver, [&](AllocationFault& fault) {
+        Progress receiving(Call::Receive, Caller::Receiver);
+        RunningServer running;
+        EventServerLimits limits;
+        limits.channels = 1;
+        running.server.SetLimits(limits);
+        const RawPeer peer = connect(running, receiving);
+        subscribeAndSettle(peer, receiving, kChannel);
+        const StreamCapture error(STDERR_FILENO);
+        sendDuring(fault, receiving, peer, subscribeRequest("another_" + kChannel));
+        for (const std::string& told : answers(peer, receiving)) {
+            EXPECT_EQ(told, response(".subscribe", false, "another_" + kChannel));
+        }
+        EXPECT_EQ(running.server.Channels().size(), 1U);
+        EXPECT_EQ(error.text().empty(), running.server.Statistics().subscriptionsRefused == 0);
+        EXPECT_TRUE(fault.struck() || !error.text().empty());
     });
 }
 

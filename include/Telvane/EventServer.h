@@ -2,14 +2,17 @@
 /// The hub of the event bus.
 #pragma once
 
+#include <Telvane/EventServerStatus.h>
 #include <Telvane/Export.h>
 
 #include <cjson/cJSON.h>
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace Telvane
 {
@@ -38,6 +41,8 @@ struct EventServerStatistics
     std::uint64_t relayed = 0;        ///< relays sent whole, one for each subscriber
     std::uint64_t relaysFailed = 0;   ///< relays that a subscriber missed, mostly because it reads too slowly
     std::uint64_t relaysTooLarge = 0; ///< publications whose relay exceeds what a subscriber can receive
+    std::uint64_t connectionsRefused = 0;   ///< by EventServerLimits
+    std::uint64_t subscriptionsRefused = 0; ///< by EventServerLimits
 };
 
 /// Accepts clients on a Unix-domain SOCK_SEQPACKET socket and relays what they publish.
@@ -122,6 +127,26 @@ public:
     /// 512 KiB leaves about 256 KiB to a hook while the deepest message that is accepted is handled.
     /// \return 0, or `-EINVAL` for less than 64 KiB
     int SetThreadStackSize(std::size_t bytes);
+
+    /// Relays wait for no longer than the list of one client is copied; clients that come or go wait for all
+    /// of it. Not to be called from a connect hook.
+    /// \return every connected client and how its subscriptions fare; nothing when memory has run out
+    std::vector<EventServerClientStatus> Clients() const;
+
+    /// Takes no lock: nobody waits.
+    /// \return every channel ever subscribed to, by name; nothing when memory has run out
+    std::vector<EventServerChannelStatus> Channels() const;
+
+    /// Refuses from now on what goes beyond \p limits; what is there already stays.
+    void SetLimits(EventServerLimits limits);
+
+    /// Calls \p fn for each refusal that SetLimits() brings about, in place of a line on standard error. It
+    /// is to be installed before Start(). A refused connection is told on the listener thread with no lock
+    /// held, a refused subscription on the client's receiver thread with the handler lock held.
+    /// \return 0, or `-EINVAL` for an empty function
+    int install_OnRefusal(std::function<void(EventServer& server, const EventServerRefusal& refusal)> fn);
+    /// \return 0, or `-EALREADY` when none is installed
+    int uninstall_OnRefusal();
     /// @}
 
     /// \name Thread entries and handlers

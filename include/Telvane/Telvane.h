@@ -12,6 +12,7 @@
 #include <Telvane/EventClient.h>
 #include <Telvane/EventClientSynchronizer.h>
 #include <Telvane/EventServer.h>
+#include <Telvane/EventServerStatus.h>
 #include <Telvane/MemorySlotRecords.h>
 #include <Telvane/ModuleRecords.h>
 #include <Telvane/PSCommand.h>
