@@ -2,10 +2,14 @@
 // formats each number by way of sprintf and sscanf, and it prints into memory that it allocates, grows and
 // copies each time. So numbers are handed to it as raw nodes that hold the very digits it would print, and it
 // prints into a buffer that stays. Where memory runs out, its own ways remain.
+//
+// A formatted text grows with depth times size: a publication of 16 KiB can be one of megabytes, of which no
+// more than the message limit travels. So printing ends where the buffer does.
 
 #include "MessagePrinter.h"
 
 #include "NumberText.h"
+#include "SeqpacketSocket.h"
 
 #include <climits>
 #include <cstring>
@@ -94,13 +98,19 @@ const char* MessagePrinter::printIntoBuffer(cJSON* message, bool formatted)
 {
     m_large.reset();
     for (;;) {
-        if (m_buffer != nullptr &&
-            cJSON_PrintPreallocated(message, m_buffer.get(), m_size, formatted ? 1 : 0) != 0) {
-            return m_buffer.get();
+        if (m_buffer != nullptr) {
+            if (m_size > kMessageLimit) {
+                m_buffer[kMessageLimit - 1] = '\0'; // shows whether the text has come that far
+            }
+            if (cJSON_PrintPreallocated(message, m_buffer.get(), m_size, formatted ? 1 : 0) != 0) {
+                return m_buffer.get();
+            }
         }
         const int larger = m_buffer == nullptr ? kFirstBuffer : m_size * 4;
         if (larger > kLargestBuffer) {
-            return nullptr;
+            // Texts are written from front to back: what stands before the limit is what would travel.
+            m_buffer[kMessageLimit] = '\0';
+            return m_buffer[kMessageLimit - 1] != '\0' ? m_buffer.get() : nullptr;
         }
         char* const buffer = new (std::nothrow) char[static_cast<std::size_t>(larger)];
         if (buffer == nullptr) {

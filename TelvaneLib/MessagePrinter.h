@@ -29,11 +29,11 @@ public:
     /// Does not go into references, whose children belong to somebody else.
     void readyNumbers(cJSON* tree);
 
-    /// Readies the numbers of \p message and prints it.
-    /// \return the text, valid until the next print(); null when memory runs out
+    /// Readies the numbers of \p message and prints it. A text of more than kMessageLimit bytes may end
+    /// there. \return the text, valid until the next print(); null when memory runs out
     const char* print(cJSON* message, Form form);
 
-    /// \return the length of the text printed last
+    /// \return the length of the text printed last; at least kMessageLimit when that was cut
     int length() const { return m_length; }
 
 private:
