@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <malloc.h>
 #include <new>
 
 namespace Telvane::Testing
@@ -22,6 +23,16 @@ std::atomic<int> left{0};         ///< allocations until the failing one
 std::atomic<bool> lasting{false};
 std::atomic<bool> failed{false};
 std::atomic<std::ptrdiff_t> live{0};
+std::atomic<std::ptrdiff_t> liveBytes{0};
+std::atomic<std::ptrdiff_t> mostBytes{0};
+
+void countBytes(std::ptrdiff_t change)
+{
+    const std::ptrdiff_t now = liveBytes.fetch_add(change) + change;
+    std::ptrdiff_t most = mostBytes;
+    while (now > most && !mostBytes.compare_exchange_weak(most, now)) {
+    }
+}
 
 bool strikesNow()
 {
@@ -42,6 +53,7 @@ bool strikesNow()
     void* const block = strikesNow() ? nullptr : std::malloc(size != 0 ? size : 1);
     if (block != nullptr) {
         ++live;
+        countBytes(static_cast<std::ptrdiff_t>(::malloc_usable_size(block)));
     }
     return block;
 }
@@ -50,6 +62,7 @@ bool strikesNow()
 {
     if (block != nullptr) {
         --live;
+        countBytes(-static_cast<std::ptrdiff_t>(::malloc_usable_size(block)));
         std::free(block);
     }
 }
@@ -85,6 +98,21 @@ void AllocationFault::end()
 std::ptrdiff_t liveBlocks()
 {
     return live;
+}
+
+MemoryGauge::MemoryGauge() : m_before(liveBytes)
+{
+    mostBytes = m_before;
+}
+
+std::ptrdiff_t MemoryGauge::growth() const
+{
+    return liveBytes - m_before;
+}
+
+std::ptrdiff_t MemoryGauge::peak() const
+{
+    return mostBytes - m_before;
 }
 
 } // namespace Telvane::Testing

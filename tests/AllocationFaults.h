@@ -55,6 +55,18 @@ private:
 /// \return how many blocks are allocated at present
 std::ptrdiff_t liveBlocks();
 
+/// How much more memory is allocated than when it was made, now and at most.
+class MemoryGauge
+{
+public:
+    MemoryGauge();
+    std::ptrdiff_t growth() const;
+    std::ptrdiff_t peak() const;
+
+private:
+    std::ptrdiff_t m_before;
+};
+
 /// Runs \p operation(fault) with the first allocation failing, then with the second, and so on, until it
 /// makes no more. The operation says from when to when. \return how many allocations it made
 template <class Operation>
