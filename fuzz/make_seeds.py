@@ -1,0 +1,215 @@
+#!/usr/bin/env python3
+"""Writes what the fuzzers start from: seeds/<target>/* and the dictionary records.dict.
+
+Both are made from the table of record classes beside the golden files, so a class or a key that is added
+there reaches the fuzzers, too.
+
+    make_seeds.py            write the files
+    make_seeds.py --check    write nothing; fail when a file is missing, stale or no longer made
+"""
+
+import json
+import pathlib
+import string
+import struct
+import sys
+
+HERE = pathlib.Path(__file__).resolve().parent
+GOLDEN = HERE.parent / "tests" / "golden"
+sys.path.insert(0, str(GOLDEN))
+sys.dont_write_bytecode = True
+
+import make_golden  # noqa: E402
+
+MOST_BYTES = 16384  # of a message
+SEPARATOR = b"\x1e"
+
+# Of each kind of field at least one, and small ones rather than large ones.
+RELAYED = ("AutomationStatus", "DataStatus", "DeviceSettings", "FlagType", "LogData", "PSCommand",
+           "PSFeedback", "RequestType", "TimeSyncType", "UnitValueDoublePair", "WeldMetrics", "WeldTraceData")
+
+# What stands in texts on the bus beside keys, and what breaks or changes numbers, texts and nesting.
+TOKENS = ('"header"', '"payload"', '"channel"', '"success"', '"sequence"', '".subscribe"', '".unsubscribe"',
+          '"req_', '"weld"', '"_id"', '"_sequence_tag"', '{"header":"', '"payload":{"channel":"',
+          "true", "false", "null", "{}", "[]", "[{}]", '""', ",", ":", "[[[[[[[[", "]]]]]]]]",
+          "0", "-1", "-0", "1e999", "-1e999", "2147483647", "-2147483649", "0.1", "1e-320", "4.9e-324",
+          '"/Date(1700000000123)/"', '"/Date()/"', '"/Date(9223372036854775808)/"',
+          '"\\u0000"', '"\\ud83d\\udd25"', '"\\ud800"', "\\", "\x01", "\x1e")
+
+
+def compact(value):
+    return json.dumps(value, separators=(",", ":"), ensure_ascii=False).encode("utf-8")
+
+
+def message(header, payload, **more):
+    return compact({"header": header, **more, "payload": payload})
+
+
+def subscribe(channel, meta=".subscribe"):
+    return message(meta, {"channel": channel})
+
+
+def padded(begin, end, size):
+    """A message of exactly this many bytes."""
+    return begin + b"x" * (size - len(begin) - len(end)) + end
+
+
+class Catalogue:
+    def __init__(self):
+        entries = json.loads((GOLDEN / "catalogue.json").read_text(encoding="utf-8"))
+        self.classes = {entry["class"]: entry for entry in entries}
+        self.names = sorted(self.classes)
+
+    def filled(self, name):
+        position = list(self.classes).index(name)
+        return make_golden.Filler(self.classes, position).record(name, name)
+
+    def fields(self, name):
+        return self.classes[name].get("fields", [])
+
+    def keys(self):
+        return sorted({field["key"] for name in self.names for field in self.fields(name)})
+
+
+def record_seeds(catalogue):
+    """Two records of each class behind the byte that picks the class, and one with as much as it may hold."""
+    seeds = {}
+    for index, name in enumerate(catalogue.names):
+        default = make_golden.default_record(catalogue.classes, name)
+        seeds[name] = bytes([index]) + compact(catalogue.filled(name)) + SEPARATOR + compact(default)
+        vectors = [field for field in catalogue.fields(name) if field["kind"] == "RecordVector"]
+        if vectors and catalogue.classes[name]["base"] == "TelvaneDataTypeBase":
+            record = catalogue.filled(name)
+            for field in vectors:
+                element = make_golden.default_record(catalogue.classes, field["class"])
+                record[field["key"]] = [element] * field["limit"]
+            seeds[name + "-full"] = bytes([index]) + compact(record)
+    return seeds
+
+
+def server_seeds(catalogue):
+    weld = message("weld", catalogue.filled("UnitValueDoublePair"))
+    nested = b'{"header":"weld","payload":' + b"[" * 990 + b"]" * 990 + b"}"
+    deep = b'{"header":"weld","payload":' + b'{"":' * 500 + b"1" + b"}" * 501
+    text = b'{"header":"weld","payload":{"text":"'
+    relay = make_golden.print_value({"header": "weld", "sequence": 1, "payload": {"text": ""}})
+    conversations = {
+        "publish": [weld],
+        "subscribe": [subscribe("arc"), message("arc", {"a": 1}), subscribe("arc", ".unsubscribe"),
+                      message("arc", {"a": 2})],
+        "subscribe-every-letter": [subscribe(string.ascii_letters + "_"), message(string.ascii_letters + "_", {})],
+        "subscribe-twice": [subscribe("arc"), subscribe("arc"), message("arc", {})],
+        "subscribe-no-name": [subscribe(""), compact({"payload": [1, 2.5, -1e-7, "", None, True]})],
+        "subscribe-refused": [subscribe("arc.1"), subscribe("arc-1", ".unsubscribe"), message("arc.1", {})],
+        "subscribe-mistyped": [message(".subscribe", {"channel": 1}), message(".subscribe", {}),
+                               message(".unsubscribe", "weld"), message(".subscribe", None)],
+        "unsubscribe-unknown": [subscribe("arc", ".unsubscribe"), subscribe("weld", ".unsubscribe")],
+        "request": [subscribe("req_weld"), message("req_weld", {}), weld],
+        "keys-in-capitals": [b'{"PAYLOAD":{"CHANNEL":"arc"},"HEADER":".subscribe"}'],
+        "keys-twice": [b'{"header":"weld","payload":1,"payload":2,"header":"arc"}'],
+        "not-json": [b"weld", b"{", b"\xff\xfe", weld + b"}", b"\x00", b'{"header":"weld"}', b"[]"],
+        "numbers": [message("weld", [0, -1, 2**31, 0.1, 1e15, 1e-5, 123456789.125, -2.5e-300])],
+        "texts": [b'{"header":"weld","payload":"\\u0001\\u00b5\\ud83d\\udd25\\"\\\\\\/\\b\\f\\n\\r\\t\x01"}'],
+        "leave": [subscribe("arc"), weld, b"", weld],
+        "nested": [nested],
+        "nested-deep": [deep],
+        "longest": [padded(text, b'"}}', MOST_BYTES - 1)],
+        "too-long": [padded(text, b'"}}', MOST_BYTES), padded(weld, b"", MOST_BYTES + 100)],
+        "longest-relay": [message("weld", {"text": "x" * (MOST_BYTES - more - len(relay))}) for more in (1, 0)],
+    }
+    return {name: SEPARATOR.join(packets) for name, packets in conversations.items()}
+
+
+def client_seeds(catalogue):
+    def relay(name, sequence):
+        return message(name, catalogue.filled(name), sequence=sequence)
+
+    seeds = {name: [relay(name, 100 + index)] for index, name in enumerate(RELAYED)}
+    flag = catalogue.filled("FlagType")
+    seeds.update({
+        "several": [relay("FlagType", 65535), relay("FlagType", 0), relay("LogData", 1)],
+        "sequence": [message("FlagType", flag), message("FlagType", flag, sequence="1"),
+                     message("FlagType", flag, sequence=3.9), message("FlagType", flag, sequence=-1e12)],
+        "answers": [b'{"header":".subscribe","success":true,"channel":"FlagType"}',
+                    b'{"header":".unsubscribe","success":false,"channel":""}',
+                    b'{"header":".subscribe"}', b'{"header":".unsubscribe","channel":1,"success":1}'],
+        "undecodable": [message("FlagType", {}), message("FlagType", 1), b'{"header":"FlagType"}',
+                        message("TimeSyncType", {"serverTimestamp": "/Date()/"}), message("DateTime", "none")],
+        "unknown": [message("weld", flag), b"{}", b'{"header":1,"payload":{}}', b"FlagType", b"\x00"],
+        "too-long": [padded(relay("FlagType", 1), b"", MOST_BYTES), padded(b'{"header":"', b'"}', MOST_BYTES)],
+    })
+    return {name: SEPARATOR.join(packets) for name, packets in seeds.items()}
+
+
+def time_seeds():
+    return {name: text.encode("utf-8") for name, text in {
+        "date": "/Date(1700000000123)/",
+        "date-negative": "/Date(-5000)/",
+        "date-longest": "/Date(9223372036854775807)/",
+        "date-too-long": "/Date(9223372036854775808)/",
+        "date-empty": "/Date()/",
+        "iso": "2024-01-02T03:04:05.678Z",
+        "iso-no-fraction": "2024-02-29T23:59:60",
+        "iso-no-zone": "2024-12-31T00:00:00.5",
+        "iso-fraction-not-a-number": "2024-01-02T03:04:05.+Z",
+        "iso-fraction-too-large": "2024-01-02T03:04:05.99999999999Z",
+        "iso-before-epoch": "1969-12-31T23:59:59.000Z",
+        "iso-no-such-day": "2023-02-29T00:00:00Z",
+    }.items()}
+
+
+def number_seeds():
+    values = (0.0, -0.0, 0.1, 1 / 3, 1e15, 1e16, 999999999999999.9, 1e-5, 9.9999e-5, 123456.789, 2.0**53,
+              5e-324, 2.2250738585072014e-308, 1.7976931348623157e308, float("inf"), float("nan"))
+    texts = ("0.1", "23.4", "-2.5e-300", "999999999999999.95", "1e22", "4.35")
+    seeds = {"doubles": b"".join(struct.pack("<d", value) for value in values)}
+    seeds.update({f"text-{index}": text.encode("ascii") for index, text in enumerate(texts)})
+    return seeds
+
+
+def dictionary(catalogue):
+    def entry(token):
+        return '"' + "".join(
+            chr(byte) if 32 <= byte < 127 and chr(byte) not in '"\\' else "\\x%02x" % byte
+            for byte in token.encode("utf-8")) + '"'
+
+    words = list(TOKENS)
+    words += [f'"{key}":' for key in catalogue.keys()]
+    words += [f'"{name}"' for name in catalogue.names]
+    lines = ["# Made by make_seeds.py: what stands between the values of messages and records."]
+    return ("\n".join(lines + [entry(word) for word in words]) + "\n").encode("utf-8")
+
+
+def all_files():
+    """The content of every file, by its path."""
+    catalogue = Catalogue()
+    seeds = {"Record": record_seeds(catalogue), "ServerPacket": server_seeds(catalogue),
+             "ClientDispatch": client_seeds(catalogue), "DateTime": time_seeds(), "NumberText": number_seeds()}
+    files = {HERE / "records.dict": dictionary(catalogue)}
+    for target, contents in seeds.items():
+        for name, content in contents.items():
+            files[HERE / "seeds" / target / name] = content
+    return files
+
+
+def main():
+    if sys.argv[1:] not in ([], ["--check"]):
+        sys.exit(__doc__)
+    files = all_files()
+    leftover = [path for path in (HERE / "seeds").glob("*/*") if path not in files]
+    if sys.argv[1:] == ["--check"]:
+        stale = leftover + [path for path, content in files.items()
+                            if not path.is_file() or path.read_bytes() != content]
+        if stale:
+            names = ", ".join(sorted(str(path.relative_to(HERE)) for path in stale))
+            sys.exit("these differ from the table of classes, run make_seeds.py: " + names)
+        return
+    for path, content in files.items():
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.write_bytes(content)
+    for path in leftover:
+        path.unlink()
+
+
+if __name__ == "__main__":
+    main()
