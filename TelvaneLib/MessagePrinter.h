@@ -30,7 +30,8 @@ public:
     void readyNumbers(cJSON* tree);
 
     /// Readies the numbers of \p message and prints it. A text of more than kMessageLimit bytes may end
-    /// there. \return the text, valid until the next print(); null when memory runs out
+    /// there.
+    /// \return the text, valid until the next print(); null when memory runs out
     const char* print(cJSON* message, Form form);
 
     /// \return the length of the text printed last; at least kMessageLimit when that was cut

@@ -87,8 +87,7 @@ public:
     /// - connect: on the listener thread, with the connections lock held, when a client's thread runs
     /// - disconnect: on the client's receiver thread, no lock held, when its descriptor has been closed
     /// - subscribe, unsubscribe: on the client's receiver thread, with the handler lock held, when the
-    /// response
-    ///   to the request was sent, whether it was accepted or refused
+    ///   response to the request was sent, whether it was accepted or refused
     ///
     /// Installing returns 0, or `-EINVAL` for a null function; uninstalling 0, or `-EALREADY` when there was
     /// none.
@@ -116,8 +115,9 @@ public:
     EventServerStatistics Statistics() const;
 
     /// Sets the send buffer of clients that connect from now on: how far each may fall behind before it
-    /// misses relays. The kernel's default holds some 100 samples of a weld. \param bytes 0 for the kernel's
-    /// default \return 0, or `-EINVAL` for a negative size
+    /// misses relays. The kernel's default holds some 100 samples of a weld.
+    /// \param bytes 0 for the kernel's default
+    /// \return 0, or `-EINVAL` for a negative size
     int SetSubscriberSendBuffer(int bytes);
 
     /// \return the usable size that the kernel granted to the client that connected last, 0 before any has

@@ -32,6 +32,20 @@ load common
     [ "$(stat -c %a "$bus")" = 660 ]
 }
 
+@test "serve says once when the kernel grants subscribers less than asked for" {
+    wanted=$(($(cat /proc/sys/net/core/wmem_max) * 4))
+    # The kernel lets those go beyond its limit who may administer the network.
+    without_privilege=()
+    if [ "$(id -u)" -eq 0 ]; then
+        without_privilege=(setpriv --bounding-set=-net_admin --inh-caps=-net_admin)
+    fi
+    start server "${without_privilege[@]}" "$TELVANE" serve "$bus" --verbose --subscriber-buffer "$wanted"
+    await server.err "serving"
+    start_listener LogData
+    start_listener LogData
+    [ "$(grep -c "instead of $wanted; net.core.wmem_max limits it" server.err)" -eq 1 ]
+}
+
 @test "serve refuses permissions that are none" {
     run "$TELVANE" serve "$bus" --mode rw
     [ "$status" -eq 2 ]

@@ -28,17 +28,38 @@ struct Options
 {
     std::string path;
     std::string mode = "0600";
-    int sendBuffer = 1024 * 1024;
+    int subscriberBuffer = 1024 * 1024;
     bool verbose = false;
 };
+
+/// Told once: every client is granted the same.
+void tellSmallerBuffer(const EventServer& server, int wanted)
+{
+    static bool told = false;
+    const int granted = server.GrantedSubscriberSendBuffer();
+    if (!told && granted < wanted) {
+        told = true;
+        complain("the kernel grants subscribers a buffer of " + std::to_string(granted) +
+                 " bytes instead of " + std::to_string(wanted) + "; net.core.wmem_max limits it");
+    }
+}
+
+/// \param user the options
+int checkBuffer(void* server, int /*fd*/, const std::string&, int, cJSON*, void* user)
+{
+    tellSmallerBuffer(*static_cast<EventServer*>(server),
+                      static_cast<const Options*>(user)->subscriberBuffer);
+    return 0;
+}
 
 std::string client(int fd)
 {
     return "client " + std::to_string(fd);
 }
 
-int tellConnected(void* /*server*/, int fd, const std::string&, int, cJSON*, void*)
+int tellConnected(void* server, int fd, const std::string& header, int sequence, cJSON* payload, void* user)
 {
+    checkBuffer(server, fd, header, sequence, payload, user);
     ucred peer = {};
     socklen_t size = sizeof peer;
     std::string who;
@@ -109,9 +130,10 @@ int serve(const Options& options)
         return kWrongUsage;
     }
     EventServer server;
-    server.SetSubscriberSendBuffer(options.sendBuffer);
+    server.SetSubscriberSendBuffer(options.subscriberBuffer);
+    void* const user = const_cast<Options*>(&options); // only read
+    server.install_OnConnect(options.verbose ? &tellConnected : &checkBuffer, user);
     if (options.verbose) {
-        server.install_OnConnect(&tellConnected, nullptr);
         server.install_OnDisconnect(&tellLeft, nullptr);
         server.install_OnSubscribe(&tellSubscription, nullptr);
         server.install_OnUnsubscribe(&tellSubscription, nullptr);
@@ -157,7 +179,7 @@ void addServeCommand(CLI::App& app, int& exitCode)
         ->type_name("OCTAL")
         ->capture_default_str();
     command
-        ->add_option("--send-buffer", options->sendBuffer,
+        ->add_option("--subscriber-buffer", options->subscriberBuffer,
                      "Bytes that each subscriber may lag behind before it misses records; 0 for the "
                      "kernel's default")
         ->check(CLI::NonNegativeNumber)
