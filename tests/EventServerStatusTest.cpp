@@ -49,9 +49,9 @@ protected:
 
     EventServerClientStatus statusOf(int client) const
     {
-        for (EventServerClientStatus& status : running.server.Clients()) {
+        for (const EventServerClientStatus& status : running.server.Clients()) {
             if (status.descriptor == client) {
-                return std::move(status);
+                return status;
             }
         }
         throw std::runtime_error("the server knows no such client");

@@ -103,6 +103,7 @@ bool ClockTime::readDate(std::string_view text, Date& date)
     if (!takeNumber(text, first, 4) || text.empty()) {
         return false;
     }
+    // cppcheck-suppress containerOutOfBounds ; not empty here, only after what is taken below
     const char separator = text.front();
     if ((separator != '-' && separator != '/' && separator != '.') || !take(text, separator) ||
         !takeNumber(text, second, 2) || !take(text, separator) || !takeNumber(text, third, 4) ||

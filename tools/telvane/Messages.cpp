@@ -36,6 +36,7 @@ void complain(std::string_view message)
 int writeFully(int fd, std::string_view data)
 {
     while (!data.empty()) {
+        // cppcheck-suppress invalidLifetime ; the line outlives the call that it is given to
         const ssize_t written = write(fd, data.data(), data.size());
         if (written < 0 && errno == EINTR) {
             continue;
