@@ -91,7 +91,7 @@ char* formatShort(double magnitude, char* text)
     const auto* const mark =
         static_cast<const char*>(std::memchr(shortest, 'e', static_cast<std::size_t>(end - shortest)));
 
-    char digits[kNumberTextSize];
+    char digits[kNumberTextSize] = {};
     digits[0] = shortest[0];
     const int count = mark - shortest > 1 ? static_cast<int>(mark - shortest) - 1 : 1;
     if (count > kDigits) {
@@ -111,7 +111,8 @@ char* formatDecimal(double magnitude, double scale, int places, char* text)
     if (!(scaled < kWholeNumberLimit)) {
         return nullptr;
     }
-    auto multiple = static_cast<std::int64_t>(scaled + 0.5);
+    // Where this rounds the wrong way, the next comparison fails.
+    auto multiple = static_cast<std::int64_t>(scaled + 0.5); // NOLINT(bugprone-incorrect-roundings)
     if (static_cast<double>(multiple) / scale != magnitude) {
         return nullptr;
     }
@@ -119,7 +120,7 @@ char* formatDecimal(double magnitude, double scale, int places, char* text)
         multiple /= 10;
         --places;
     }
-    char digits[kDigits + 1];
+    char digits[kDigits + 1] = {};
     const auto count = static_cast<int>(std::to_chars(digits, digits + sizeof digits, multiple).ptr - digits);
     return layOut(digits, count, count - places - 1, text);
 }

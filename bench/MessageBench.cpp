@@ -56,11 +56,13 @@ PSMemorySlot makeMedium()
 
 MemorySlotFleetManagementDownloadSettings makeWidest()
 {
-    MemorySlotFleetManagementDownloadSettings record;
-    int* const first = &record.Id;
-    for (int i = 0; i < 58; ++i) {
-        first[i] = i * 17;
+    const JsonTree values(cJSON_CreateObject());
+    int value = 0;
+    for (const RecordField& field : MemorySlotFleetManagementDownloadSettings::recordTable().fields()) {
+        cJSON_AddNumberToObject(values.get(), field.key, value += 17);
     }
+    MemorySlotFleetManagementDownloadSettings record;
+    record.Unpackage(values.get());
     return record;
 }
 
@@ -239,13 +241,13 @@ void UnpackageWidestBySearchPerKey(benchmark::State& state)
     using Record = MemorySlotFleetManagementDownloadSettings;
     const std::string text = makeWidest().GetString();
     const JsonTree object(cJSON_Parse(text.c_str()));
-    Record record;
+    std::array<int, 58> values = {};
     for (auto _ : state) {
-        int* field = &record.Id;
-        for (const RecordField& entry : Record::recordTable().fields()) {
-            *field++ = cJSON_GetObjectItem(object.get(), entry.key)->valueint;
+        auto value = values.begin();
+        for (const RecordField& field : Record::recordTable().fields()) {
+            *value++ = cJSON_GetObjectItem(object.get(), field.key)->valueint;
         }
-        benchmark::DoNotOptimize(record.Id);
+        benchmark::DoNotOptimize(values);
     }
 }
 BENCHMARK(UnpackageWidestBySearchPerKey);
