@@ -10,7 +10,7 @@ telvane_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 # The compiler, the build tools and what the library, the tool and the tests are compiled against.
 # docs/dependencies.md gives the reason for each.
 telvane_build_packages=(g++ cmake ninja-build pkg-config libcjson-dev uuid-dev libcli11-dev
-    libgtest-dev libgmock-dev)
+    libgtest-dev libgmock-dev python3)
 
 telvane_say() {
     printf '%s: %s\n' "${0##*/}" "$*" >&2
