@@ -19,7 +19,7 @@ namespace
 {
 
 constexpr std::size_t kRowsAhead = 64;
-constexpr Nanoseconds kDay = 24 * 3600 * kSecond;
+constexpr Nanoseconds kDay = Nanoseconds(24) * 3600 * kSecond;
 constexpr double kLatestSeconds = 9.0e9; ///< what nanoseconds in 64 bits hold, with room to calculate
 
 constexpr std::array<const char*, kQuantities> kQuantityOptions = {"--amps", "--volts", "--wfs",
@@ -66,7 +66,7 @@ bool CsvRecording::mapColumns(std::string& error)
         }
         const auto mapping = readColumnMapping(m_options.texts[i], m_columns, error);
         if (!mapping) {
-            error = std::string(kQuantityOptions[i]) + ": " + error;
+            error.insert(0, std::string(kQuantityOptions[i]) + ": ");
             return false;
         }
         m_mappings[i] = *mapping;
