@@ -66,6 +66,14 @@ load common
     [ -z "$output" ]
 }
 
+@test "a time-out of centuries is refused" {
+    for command in listen request; do
+        run "$TELVANE" "$command" "$bus" LogData --timeout 1e10
+        [ "$status" -eq 2 ]
+        [[ $output == "telvane $command: --timeout: "*"1e10 not in range"* ]]
+    done
+}
+
 @test "listen with a count says how many were missing at its timeout" {
     start_server
     run "$TELVANE" listen "$bus" LogData --count 3 --timeout 0.05

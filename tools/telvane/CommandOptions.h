@@ -14,6 +14,9 @@ class App;
 namespace TelvaneTool
 {
 
+/// The longest time-out that an option takes: 30 years, which any clock can count in nanoseconds.
+constexpr double kMostSeconds = 1e9;
+
 /// Where the bus is.
 struct BusOptions
 {

@@ -198,7 +198,8 @@ void addListenCommand(CLI::App& app, int& exitCode)
     command
         ->add_option("--timeout", options->timeout,
                      "End after this many seconds; with --count, an error if not all have come")
-        ->check(CLI::PositiveNumber);
+        ->check(CLI::PositiveNumber)
+        ->check(CLI::Range(0.0, kMostSeconds));
     command->add_flag("--pretty", options->pretty, "Print over several lines, indented");
     command->add_flag("--names", options->names,
                       "Show the names of consumable codes beside the numbers: processName behind process");

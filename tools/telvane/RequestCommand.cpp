@@ -127,6 +127,7 @@ void addRequestCommand(CLI::App& app, int& exitCode)
                         "channel; without one, the answer is printed as it comes)");
     command->add_option("--timeout", options->timeout, "Seconds to wait for the answer")
         ->check(CLI::PositiveNumber)
+        ->check(CLI::Range(0.0, kMostSeconds))
         ->capture_default_str();
     command->add_flag("--pretty", options->pretty, "Print over several lines, indented");
     command->callback([options, &exitCode] {

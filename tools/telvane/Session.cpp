@@ -198,11 +198,15 @@ void Session::nudgeWatchman() const
 
 void Session::waitOnce(std::unique_lock<std::mutex>& guard, Nanoseconds deadline)
 {
+    // A deadline decades away is more than a time_t of 32 bits can name: the wait would return at once, for
+    // ever.
+    constexpr Nanoseconds kLongestWait = 3600 * kSecond;
     if (deadline < 0) {
         m_condition.wait(guard);
     } else {
         using Clock = std::chrono::steady_clock;
-        m_condition.wait_until(guard, Clock::time_point(std::chrono::nanoseconds(deadline)));
+        const Nanoseconds until = std::min(deadline, monotonicNow() + kLongestWait);
+        m_condition.wait_until(guard, Clock::time_point(std::chrono::nanoseconds(until)));
     }
 }
 
@@ -213,7 +217,8 @@ bool Session::sleepUntil(Nanoseconds deadline)
         waitFor([] { return false; }, deadline - kUnheard / 2);
     }
     if (!stopping()) {
-        const timespec until = {deadline / kSecond, deadline % kSecond};
+        const timespec until = {static_cast<time_t>(deadline / kSecond),
+                                static_cast<long>(deadline % kSecond)};
         while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr) == EINTR) {
         }
     }
