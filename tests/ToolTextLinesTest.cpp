@@ -83,5 +83,22 @@ TEST(TextLines, TellWhyReadingFailed)
     EXPECT_EQ(lines.error(), EISDIR);
 }
 
+TEST(TextLines, EndWhereTheirWaiterWantsThemToAndHandNoPartOfALineOut)
+{
+    const TestDirectory directory;
+    const std::string longLine(300'000, 'x'); // takes two reads
+    TextLines lines;
+    int reads = 0;
+    ASSERT_EQ(
+        lines.open(directory.write("text", "one\n" + longLine + "\n"), [&reads](int) { return reads++ < 1; }),
+        0);
+    std::string_view line;
+    EXPECT_TRUE(lines.next(line));
+    EXPECT_EQ(line, "one");
+    EXPECT_FALSE(lines.next(line));
+    EXPECT_TRUE(lines.stopped());
+    EXPECT_EQ(lines.error(), 0);
+}
+
 } // namespace
 } // namespace TelvaneTool

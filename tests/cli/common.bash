@@ -1,4 +1,4 @@
-# shellcheck shell=bash
+# shellcheck shell=bash disable=SC2034 # the tests use what is set here
 # What the tests of the tool share: a directory and a bus of their own, processes that are all gone at the end.
 
 setup() {

@@ -102,6 +102,26 @@ lost="the server at"
     grep -q "$lost $bus has gone away" publish.err
 }
 
+@test "weld and reply can be interrupted while they wait for their input" {
+    mkfifo lines
+    exec 4<>lines
+    for command in "weld $bus --csv - --amps a --volts v --period-us 5" "reply $bus LogData -"; do
+        # shellcheck disable=SC2086
+        start waiting bash -c 'exec "$0" "$@" <lines 4<&-' "$TELVANE" $command
+        waiting=$started
+        # From then on the signal is taken by the tool itself.
+        await "/proc/$waiting/status" '^SigBlk:.*4003$'
+        kill -TERM "$waiting"
+        finish "$waiting"
+        case $command in
+        weld*) [ "$status" -eq 143 ] ;;
+        reply*) [ "$status" -eq 0 ] ;;
+        esac
+        [ ! -s waiting.err ]
+    done
+    exec 4<&-
+}
+
 @test "weld ends when the server dies" {
     start_server
     start_listener WeldTraceData

@@ -164,7 +164,7 @@ CSV
     printf 'amps,volts\n1,20\n' >weld.csv
     run "$TELVANE" weld "$bus" --csv weld.csv --amps amps --volts volts --period-us 1000
     [ "$status" -eq 4 ]
-    [[ $output == *"there is no weld: the current never rose above 10"* ]]
+    [[ $output == *"there is no weld: the current never rose above --threshold"* ]]
 }
 
 @test "weld says which option a recording needs" {

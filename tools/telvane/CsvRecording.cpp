@@ -33,13 +33,16 @@ CsvRecording::CsvRecording(Options options, std::function<void(const std::string
 
 bool CsvRecording::open(std::string& error)
 {
-    const int failure = m_lines.open(m_options.path);
+    const int failure = m_lines.open(m_options.path, m_options.waiter);
     if (failure != 0) {
         error = "cannot open " + m_options.path + ": " + std::generic_category().message(failure);
         return false;
     }
     std::string_view header;
     if (!m_lines.next(header)) {
+        if (m_lines.stopped()) {
+            return false;
+        }
         error =
             m_lines.error() != 0
                 ? "cannot read " + m_options.path + ": " + std::generic_category().message(m_lines.error())

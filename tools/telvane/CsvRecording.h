@@ -23,18 +23,20 @@ public:
         std::string path;                           ///< "-" for standard input
         char delimiter = ',';                       ///< between fields
         std::array<std::string, kQuantities> texts; ///< mapping of each quantity, see readColumnMapping()
-        std::string time;       ///< "column", "column*scale" or "date column+time column"; or empty
-        Nanoseconds period = 0; ///< between rows when there is no time column
-        std::string group;      ///< the column whose change begins a new weld, or empty
+        std::string time;         ///< "column", "column*scale" or "date column+time column"; or empty
+        Nanoseconds period = 0;   ///< between rows when there is no time column
+        std::string group;        ///< the column whose change begins a new weld, or empty
+        TextLines::Waiter waiter; ///< see TextLines::open()
 
         std::string& text(Quantity quantity) { return texts[static_cast<std::size_t>(quantity)]; }
+        const std::string& text(Quantity quantity) const { return texts[static_cast<std::size_t>(quantity)]; }
     };
 
     /// \param onBadRow called with "file:line:column: what is wrong" for each row that is left out
     CsvRecording(Options options, std::function<void(const std::string& message)> onBadRow);
 
     /// Opens the file and finds the columns that the options name.
-    /// \return false with \p error set
+    /// \return false with \p error set; without an error when the waiter ended the reading
     bool open(std::string& error);
 
     Next next(WeldSample& sample) override;

@@ -55,7 +55,7 @@ public:
     int publishLines(Session& session) const
     {
         TextLines lines;
-        lines.open("-");
+        lines.open("-", [&session](int fd) { return session.awaitInput(fd); });
         std::string_view line;
         while (!session.stopping() && lines.next(line)) {
             if (line.find_first_not_of(" \t") == std::string_view::npos) {

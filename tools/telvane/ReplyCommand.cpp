@@ -33,10 +33,10 @@ struct Options
     bool verbose = false;
 };
 
-std::string readInput()
+std::string readInput(const Session& session)
 {
     TextLines lines;
-    lines.open("-");
+    lines.open("-", [&session](int fd) { return session.awaitInput(fd); });
     std::string text;
     std::string_view line;
     while (lines.next(line)) {
@@ -45,16 +45,19 @@ std::string readInput()
     return text;
 }
 
-std::unique_ptr<TelvaneDataTypeBase> buildAnswer(const Options& options, RecordRequest request)
+std::unique_ptr<TelvaneDataTypeBase> buildAnswer(const Session& session, const Options& options,
+                                                 RecordRequest request)
 {
-    const std::string json = options.json == "-" ? readInput() : options.json;
+    const std::string json = options.json == "-" ? readInput(session) : options.json;
     std::string error;
     auto record = buildRecord(request, options.json.empty() ? nullptr : &json, error);
     if (record != nullptr) {
         error = checkPublicationSize(publicationSize(options.channel, *record));
     }
     if (!error.empty()) {
-        complain(error);
+        if (!session.stopping()) {
+            complain(error);
+        }
         record.reset();
     }
     return record;
@@ -82,15 +85,15 @@ int reply(const Options& options)
         (!options.className.empty() && !findClass(options.className, recordRequest.recordClass))) {
         return kWrongUsage;
     }
-    const auto answer = buildAnswer(options, std::move(recordRequest));
-    if (answer == nullptr) {
-        return kWrongInput;
-    }
     // A callback that published by itself would keep the receiver thread from reading while the server is
     // busy; so it only counts.
     std::atomic<std::uint64_t> requests{0};
     Session session(Session::Output::Unused, options.count == 0 ? Session::Interruption::IsTheWayToEnd
                                                                 : Session::Interruption::CutsShort);
+    const auto answer = buildAnswer(session, options, std::move(recordRequest));
+    if (answer == nullptr) {
+        return session.finish(kWrongInput);
+    }
     int result = session.connect(options.bus.path, options.bus.wait);
     if (result == kSuccess) {
         result = session.subscribe("req_" + options.channel, Telvane::RequestType(),

@@ -1,10 +1,10 @@
 // Where a command could hang, and what ends it:
-//   connecting to a server that is stopped        the watchman ends the process
-//   Publish() to a server that died               the loss is told by the client; Disconnect() releases it
-//   Publish() to a server that is stopped         waits, as it should; a signal makes the watchman disconnect
-//   Subscribe() when the server dies              returns by itself after a second, or the watchman is
-//   quicker writing to a pipe that nobody empties         waits, as it should; after a signal the watchman
-//   ends it
+// - connecting to a server that is stopped: the watchman ends the process;
+// - Publish() to a server that died: the client tells of the loss, and Disconnect() releases it;
+// - Publish() to a server that is stopped: waits, as it should; after a signal the watchman disconnects;
+// - Subscribe() when the server dies: returns by itself after a second, unless the watchman is quicker;
+// - reading an input that says nothing: awaitInput() looks for the end of the session, too;
+// - writing to a pipe that nobody empties: waits, as it should; after a signal the watchman ends the process.
 
 #include "Session.h"
 
@@ -63,7 +63,8 @@ Session::Session(Output output, Interruption interruption)
     : m_output(output),
       m_interruption(interruption),
       m_signals(openSignals()),
-      m_nudge(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
+      m_nudge(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
+      m_stopEvent(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
 {
     m_client.install_OnConnectionLost([this](Telvane::EventClient&) {
         stop(Stop::ConnectionLost);
@@ -80,6 +81,7 @@ Session::~Session()
     m_watchman.join();
     close(m_signals);
     close(m_nudge);
+    close(m_stopEvent);
 }
 
 int Session::connect(const std::string& path, double wait)
@@ -177,6 +179,7 @@ void Session::stop(Stop reason)
     m_stopTime.compare_exchange_strong(unset, monotonicNow());
     Stop expected = Stop::None;
     if (m_stop.compare_exchange_strong(expected, reason)) {
+        eventfd_write(m_stopEvent, 1);
         nudgeWatchman();
         wake();
     }
@@ -208,6 +211,14 @@ void Session::waitOnce(std::unique_lock<std::mutex>& guard, Nanoseconds deadline
         const Nanoseconds until = std::min(deadline, monotonicNow() + kLongestWait);
         m_condition.wait_until(guard, Clock::time_point(std::chrono::nanoseconds(until)));
     }
+}
+
+bool Session::awaitInput(int fd) const
+{
+    pollfd watched[] = {{fd, POLLIN, 0}, {m_stopEvent, POLLIN, 0}};
+    while (poll(watched, 2, -1) < 0 && errno == EINTR) {
+    }
+    return !stopping();
 }
 
 bool Session::sleepUntil(Nanoseconds deadline)

@@ -67,6 +67,10 @@ public:
     /// \return true when the main thread should come to its end: finish() tells why
     bool stopping() const { return m_stop.load(std::memory_order_relaxed) != Stop::None; }
 
+    /// Waits until a descriptor can be read.
+    /// \return false when the session is stopping
+    bool awaitInput(int fd) const;
+
     /// Waits on the monotonic clock.
     /// \return false when the session is stopping
     bool sleepUntil(Nanoseconds deadline);
@@ -127,6 +131,7 @@ private:
 
     int m_signals = -1;
     int m_nudge = -1;
+    int m_stopEvent = -1; ///< readable from the stop on
     std::thread m_watchman;
     Telvane::EventClient m_client; ///< the last member: its receiver thread uses the others until it is gone
 };

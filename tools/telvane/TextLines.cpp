@@ -7,6 +7,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <unistd.h>
+#include <utility>
 
 namespace TelvaneTool
 {
@@ -26,8 +27,9 @@ TextLines::~TextLines()
     }
 }
 
-int TextLines::open(const std::string& path)
+int TextLines::open(const std::string& path, Waiter waiter)
 {
+    m_waiter = std::move(waiter);
     if (path == "-") {
         m_fd = STDIN_FILENO;
     } else {
@@ -50,6 +52,11 @@ bool TextLines::refill()
     }
     if (m_end == m_buffer.size()) {
         m_buffer.resize(m_buffer.size() * 2); // a line longer than the buffer
+    }
+    if (m_waiter && !m_waiter(m_fd)) {
+        m_stopped = true;
+        m_ended = true;
+        return false;
     }
     ssize_t size = 0;
     do {
@@ -79,7 +86,7 @@ bool TextLines::next(std::string_view& line)
         refill();
         searched = m_begin + pending;
     }
-    if (m_error != 0 || (newline == nullptr && m_begin == m_end)) {
+    if (m_error != 0 || m_stopped || (newline == nullptr && m_begin == m_end)) {
         return false;
     }
     const char* const first = m_buffer.data() + m_begin;

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -18,9 +19,14 @@ public:
     TextLines(const TextLines&) = delete;
     TextLines& operator=(const TextLines&) = delete;
 
+    /// Waits until a descriptor can be read.
+    /// \return false when there is to be an end to the reading
+    using Waiter = std::function<bool(int fd)>;
+
     /// \param path a file, or "-" for standard input
+    /// \param waiter called before each read, if not empty
     /// \return 0 or an error number
-    int open(const std::string& path);
+    int open(const std::string& path, Waiter waiter = {});
 
     /// \param[out] line without its line end; valid until the next call
     /// \return false at the end and when reading failed, see error()
@@ -32,12 +38,17 @@ public:
     /// \return the error number that ended the reading, or 0
     int error() const { return m_error; }
 
+    /// \return true when the waiter ended the reading; a line that was begun is not handed out
+    bool stopped() const { return m_stopped; }
+
 private:
     bool refill();
 
+    Waiter m_waiter;
     int m_fd = -1;
     bool m_ownsFd = false;
     bool m_ended = false;
+    bool m_stopped = false; ///< by the waiter
     int m_error = 0;
     std::uint64_t m_number = 0;
     std::vector<char> m_buffer;

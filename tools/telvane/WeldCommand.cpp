@@ -1,17 +1,15 @@
 #include "CommandOptions.h"
 #include "Commands.h"
 #include "ConsumableCode.h"
-#include "CsvRecording.h"
 #include "ExitCodes.h"
 #include "Messages.h"
-#include "SimulatedWeld.h"
 #include "WeldPublisher.h"
+#include "WeldSource.h"
 
 #include <Telvane/Consumables.h>
 
 #include <CLI/CLI.hpp>
 
-#include <cstring>
 #include <memory>
 #include <sys/prctl.h>
 
@@ -21,113 +19,15 @@ namespace TelvaneTool
 namespace
 {
 
-constexpr std::uint64_t kMostBadRowsTold = 20;
-
 struct Options
 {
     BusOptions bus;
-    CsvRecording::Options recording;
-    double periodMicroseconds = 0.0;
-    SimulatedWeld::Settings simulation;
-    double duration = 10.0;
+    WeldSource::Options source;
     WeldDetector::Settings detector;
     double hold = 0.5;
     WeldPublisher::Settings publisher;
     WeldSetup setup;
     std::string ledger;
-};
-
-/// The samples, and what there is to say about them when all is over.
-class Source
-{
-public:
-    explicit Source(const Options& options) : m_options(options) {}
-
-    /// Opens the recording or makes up a weld; complains when that fails.
-    int open()
-    {
-        if (m_options.recording.path.empty()) {
-            SimulatedWeld::Settings settings = m_options.simulation;
-            settings.duration = nanoseconds(m_options.duration);
-            if (m_options.periodMicroseconds > 0.0) {
-                settings.period = period();
-            }
-            m_samples = std::make_unique<SimulatedWeld>(settings);
-            return kSuccess;
-        }
-        const std::string fault = checkMapping();
-        if (!fault.empty()) {
-            complain(fault);
-            return kWrongUsage;
-        }
-        CsvRecording::Options recording = m_options.recording;
-        recording.period = period();
-        auto samples = std::make_unique<CsvRecording>(
-            std::move(recording), [this](const std::string& message) { tellBadRow(message); });
-        m_recording = samples.get();
-        m_samples = std::move(samples);
-        std::string error;
-        if (!m_recording->open(error)) {
-            complain(error);
-            return kWrongInput;
-        }
-        return kSuccess;
-    }
-
-    SampleSource& samples() { return *m_samples; }
-
-    /// \return the exit code that the recording deserves
-    int conclude(std::uint64_t welds)
-    {
-        int result = kSuccess;
-        if (m_recording != nullptr && m_recording->readError() != 0) {
-            complain("cannot read on in " + m_options.recording.path + ": " +
-                     std::strerror(m_recording->readError()));
-            result = kWrongInput;
-        }
-        if (m_badRows != 0) {
-            complain(std::to_string(m_badRows) + " bad rows were left out");
-            result = kWrongInput;
-        }
-        if (welds == 0 && result == kSuccess) {
-            complain("there is no weld: the current never rose above " +
-                     std::to_string(m_options.detector.threshold) + " A, see --threshold");
-            result = kWrongInput;
-        }
-        return result;
-    }
-
-private:
-    Nanoseconds period() const
-    {
-        return static_cast<Nanoseconds>(m_options.periodMicroseconds * static_cast<double>(kMicrosecond));
-    }
-
-    std::string checkMapping()
-    {
-        CsvRecording::Options recording = m_options.recording;
-        if (recording.text(Quantity::Amps).empty() || recording.text(Quantity::Volts).empty()) {
-            return "say which columns hold current and voltage: --amps COLUMN --volts COLUMN";
-        }
-        if (recording.time.empty() && m_options.periodMicroseconds <= 0.0) {
-            return "say how time passes from row to row: --time COLUMN or --period-us N";
-        }
-        return {};
-    }
-
-    void tellBadRow(const std::string& message)
-    {
-        if (++m_badRows <= kMostBadRowsTold) {
-            complain(message + "; the row is left out");
-        } else if (m_badRows == kMostBadRowsTold + 1) {
-            complain("further bad rows are counted only");
-        }
-    }
-
-    const Options& m_options;
-    std::unique_ptr<SampleSource> m_samples;
-    CsvRecording* m_recording = nullptr; ///< when the samples come from one
-    std::uint64_t m_badRows = 0;
 };
 
 void replay(Session& session, SampleSource& samples, WeldPublisher& publisher, const Options& options)
@@ -198,14 +98,14 @@ int weld(const Options& options)
         return kOutputFailure;
     }
     LedgerEnd ledgerEnd(ledger);
-    Source source(options);
-    if (const int result = source.open(); result != kSuccess) {
-        return result;
-    }
     // Samples are 20 microseconds apart, and the kernel would by itself sleep 50 longer than asked.
     prctl(PR_SET_TIMERSLACK, 1UL);
 
     Session session(Session::Output::Unused, Session::Interruption::CutsShort);
+    WeldSource source(options.source, [&session](int fd) { return session.awaitInput(fd); });
+    if (const int opened = source.open(); opened != kSuccess) {
+        return session.finish(opened);
+    }
     int result = session.connect(options.bus.path, options.bus.wait);
     if (result == kSuccess && ledger.isOpen()) {
         result = awaitListener(session, ledger);
@@ -216,7 +116,12 @@ int weld(const Options& options)
     WeldPublisher publisher(session, source.samples(), ledger, options.setup, options.publisher);
     replay(session, source.samples(), publisher, options);
     ledgerEnd.finish();
-    result = session.finish(source.conclude(publisher.welds()));
+    result = source.conclude();
+    if (result == kSuccess && publisher.welds() == 0 && !session.stopping()) {
+        complain("there is no weld: the current never rose above --threshold");
+        result = kWrongInput;
+    }
+    result = session.finish(result);
     complain("published " + std::to_string(publisher.welds()) + " welds with " +
              std::to_string(publisher.samples()) + " samples");
     if (publisher.late() > 0) {
@@ -246,7 +151,7 @@ void addCodeOption(CLI::App& command, const char* name, Code& code, const std::s
 
 void addRecordingOptions(CLI::App& command, Options& options)
 {
-    CsvRecording::Options& recording = options.recording;
+    CsvRecording::Options& recording = options.source.recording;
     const char* const group = "Recording";
     const auto add = [&](const char* name, auto& target, const char* what) {
         return command.add_option(name, target, what)->group(group);
@@ -262,7 +167,7 @@ void addRecordingOptions(CLI::App& command, Options& options)
     CLI::Option* const time =
         add("--time", recording.time,
             "Column of the time, as in t_ms*0.001 (s) or as clock time, or DATE+TIME for two columns");
-    add("--period-us", options.periodMicroseconds, "Time between rows when there is no such column")
+    add("--period-us", options.source.periodMicroseconds, "Time between rows when there is no such column")
         ->check(CLI::Range(1.0, 1e9))
         ->excludes(time);
     add("--group", recording.group, "Column whose change begins a new weld");
@@ -272,14 +177,14 @@ void addRecordingOptions(CLI::App& command, Options& options)
 void addReplayOptions(CLI::App& command, Options& options)
 {
     const char* const simulation = "Simulation (without --csv; --period-us applies)";
-    command.add_option("--seed", options.simulation.seed, "Welds of one seed are all alike")
+    command.add_option("--seed", options.source.simulation.seed, "Welds of one seed are all alike")
         ->group(simulation)
         ->capture_default_str();
-    command.add_option("--welds", options.simulation.welds, "Number of welds")
+    command.add_option("--welds", options.source.simulation.welds, "Number of welds")
         ->group(simulation)
         ->check(CLI::PositiveNumber)
         ->capture_default_str();
-    command.add_option("--duration", options.duration, "Arc time of each weld, in seconds")
+    command.add_option("--duration", options.source.duration, "Arc time of each weld, in seconds")
         ->group(simulation)
         ->check(CLI::Range(1.5, 1e5))
         ->capture_default_str();
@@ -346,10 +251,10 @@ void addWeldCommand(CLI::App& app, int& exitCode)
     addSetupOptions(*command, options->setup);
     command->callback([options, command, &exitCode] {
         setMessagePrefix("telvane weld");
-        if (options->recording.path.empty() && command->count("--set-volts") == 0) {
+        if (options->source.recording.path.empty() && command->count("--set-volts") == 0) {
             options->setup.setVolts = SimulatedWeld::kSetVolts;
         }
-        if (options->recording.path.empty() && command->count("--set-wfs") == 0) {
+        if (options->source.recording.path.empty() && command->count("--set-wfs") == 0) {
             options->setup.setWfs = SimulatedWeld::kSetWfs;
         }
         exitCode = weld(*options);
