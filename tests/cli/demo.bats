@@ -43,3 +43,15 @@ demo=$BATS_TEST_DIRNAME/../../scripts/demo
     run pgrep -g "$demo_process"
     [ -z "$output" ]
 }
+
+@test "demo ends quickly when it is told to, though its weld would go on" {
+    mkdir temporary
+    TMPDIR=$directory/temporary start demo "$demo" --duration 600
+    demo_process=$started
+    await demo.out "weld 1 started"
+    kill -TERM "$demo_process"
+    finish "$demo_process"
+    [ "$status" -eq 143 ]
+    grep -q "^weld 1 ended" demo.out
+    [ -z "$(ls temporary)" ]
+}
