@@ -93,6 +93,14 @@ TEST_F(ClockTimeTest, RefusesWhatIsNoDate)
     }
 }
 
+TEST_F(ClockTimeTest, RefusesYearsWhoseNanosecondsLeaveNoRoomToCalculate)
+{
+    Nanoseconds moment = 0;
+    EXPECT_TRUE(m_clock.read("2095-12-31", "23:59:60", moment));
+    EXPECT_FALSE(m_clock.read("2096-01-01", "00:00:00", moment));
+    EXPECT_FALSE(m_clock.read("4044-08-17", "00:00:00Z", moment));
+}
+
 TEST_F(ClockTimeTest, RefusesWhatIsNoTime)
 {
     Nanoseconds moment = 0;

@@ -195,6 +195,16 @@ TEST_F(CsvRecordingTest, NamesTimesThatLackAScale)
     EXPECT_THAT(m_badRows[0], HasSubstr("a scale is missing, as in t*0.001"));
 }
 
+TEST_F(CsvRecordingTest, NamesTimesWhoseNanosecondsLeaveNoRoomToCalculate)
+{
+    m_options.time = "t";
+    EXPECT_THAT(
+        rowsOf("t,amps,volts\n-8e9,1,1\n8e9,2,2\n-1e9,3,3\n4e9,4,4\n"),
+        ElementsAre(Row{-1'000'000'000 * kSecond, 3, 3, true}, Row{4'000'000'000 * kSecond, 4, 4, false}));
+    EXPECT_EQ(m_badRows.size(), 2U);
+    EXPECT_EQ(m_periods.back(), 5'000'000'000 * kSecond);
+}
+
 TEST_F(CsvRecordingTest, DoesNotLookAtColumnsThatNobodyAskedFor)
 {
     rowsOf("note,amps,volts\nwhatever,1,1\n");

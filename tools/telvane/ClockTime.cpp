@@ -14,6 +14,7 @@ namespace
 
 constexpr Nanoseconds kMinute = 60 * kSecond;
 constexpr Nanoseconds kHour = 60 * kMinute;
+constexpr int kLatestYear = 2095; // what nanoseconds in 64 bits hold, with room to calculate
 
 /// Takes a whole number without a sign off the front of the text.
 bool takeNumber(std::string_view& text, int& number, std::size_t mostDigits)
@@ -117,7 +118,8 @@ bool ClockTime::readDate(std::string_view text, Date& date)
     } else {
         date = {third, second, first};
     }
-    return date.year >= 1970 && date.month >= 1 && date.month <= 12 && date.day >= 1 && date.day <= 31;
+    return date.year >= 1970 && date.year <= kLatestYear && date.month >= 1 && date.month <= 12 &&
+           date.day >= 1 && date.day <= 31;
 }
 
 bool ClockTime::readTimeOfDay(std::string_view time, Nanoseconds& sinceMidnight)

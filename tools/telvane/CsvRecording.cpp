@@ -20,7 +20,9 @@ namespace
 
 constexpr std::size_t kRowsAhead = 64;
 constexpr Nanoseconds kDay = Nanoseconds(24) * 3600 * kSecond;
-constexpr double kLatestSeconds = 9.0e9; ///< what nanoseconds in 64 bits hold, with room to calculate
+/// What nanoseconds in 64 bits hold, with room to add the longest of all intervals.
+constexpr double kEarliestSeconds = -1.0e9;
+constexpr double kLatestSeconds = 4.0e9;
 
 constexpr std::array<const char*, kQuantities> kQuantityOptions = {"--amps", "--volts", "--wfs",
                                                                    "--gas",  "--motor", "--wire-used"};
@@ -216,7 +218,7 @@ bool CsvRecording::readTime(Nanoseconds& time)
         double seconds = 0.0;
         if (readNumber(m_fields[column], seconds)) {
             seconds = m_timeMapping.apply(seconds);
-            if (std::abs(seconds) > kLatestSeconds) {
+            if (!(seconds >= kEarliestSeconds && seconds <= kLatestSeconds)) {
                 reject(column, fieldIsNot(column, "a time in seconds; a scale is missing, as in " +
                                                       m_columns[column] + "*0.001"));
                 return false;
