@@ -51,6 +51,24 @@ TEST(RecordCheck, NamesAMissingKey)
               "data.volts: the key is missing, expected a number");
 }
 
+TEST(RecordCheck, RefusesToSendNumbersThatWouldArriveAsNull)
+{
+    const std::string json = R"({"Unit":"V","Value":1e999})";
+    EXPECT_EQ(check("UnitValueDoublePair", json), "Value: expected a number, got one that is too large");
+    EXPECT_EQ(receive("UnitValueDoublePair", json), "");
+}
+
+TEST(RecordCheck, RefusesToSendTagsThatWouldArriveChanged)
+{
+    EXPECT_EQ(check("RequestType", R"({"_sequence_tag":7})"), "");
+    EXPECT_EQ(check("RequestType", R"({"_sequence_tag":3.9})"),
+              "_sequence_tag: expected a whole number, got one with a fraction");
+    EXPECT_EQ(check("RequestType", R"({"_sequence_tag":1e12})"),
+              "_sequence_tag: expected a whole number of 32 bits, got one that is too large");
+    EXPECT_EQ(check("RequestType", R"({"_sequence_tag":"7"})"),
+              "_sequence_tag: expected a whole number, got a string");
+}
+
 TEST(RecordCheck, NamesTheKeyOfAWrongTypeAndWhatWasExpected)
 {
     EXPECT_EQ(check("LogData", R"({"log":5})"), "log: expected a string, got a number");

@@ -97,6 +97,10 @@ private:
         case FieldKind::Integer:
             return checkInteger(item, path);
         case FieldKind::Number:
+            if (m_strict && cJSON_IsNumber(item) != 0 && !std::isfinite(item->valuedouble)) {
+                // It would be sent as null, which no receiver takes for a number.
+                return wrong(path, "expected a number, got one that is too large");
+            }
             right = cJSON_IsNumber(item) != 0;
             break;
         case FieldKind::Flag:
@@ -180,7 +184,7 @@ private:
         }
     }
 
-    static std::string checkOtherKeys(const cJSON& object, const RecordTable& table, const std::string& path)
+    std::string checkOtherKeys(const cJSON& object, const RecordTable& table, const std::string& path) const
     {
         for (const cJSON* item = object.child; item != nullptr; item = item->next) {
             const std::string itemPath = join(path, item->string);
@@ -189,8 +193,9 @@ private:
                     return expected(itemPath, "a string", item);
                 }
             } else if (strcasecmp(item->string, "_sequence_tag") == 0) {
-                if (cJSON_IsNumber(item) == 0) {
-                    return expected(itemPath, "a whole number", item);
+                std::string fault = checkInteger(item, itemPath);
+                if (!fault.empty()) {
+                    return fault;
                 }
             } else if (!isKeyOf(table, item->string)) {
                 return wrong(itemPath, std::string("there is no such key in ") + table.className());
