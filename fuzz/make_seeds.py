@@ -167,6 +167,38 @@ def number_seeds():
     return seeds
 
 
+def tool_record_seeds(catalogue):
+    """The same as the library reads, one text each."""
+    return {name: bytes([catalogue.names.index(name)]) + compact(catalogue.filled(name)) for name in RELAYED}
+
+
+def tool_recording_seeds():
+    """Small files in the manners of several loggers, behind the options that read them."""
+    def recording(file, amps="amps", volts="volts", time="", group="", delimiter=","):
+        return SEPARATOR.join(text.encode("utf-8") for text in (amps, volts, time, group, delimiter, file))
+
+    rows = "".join(f"{100 * i},{210.5 if 2 <= i < 9 else 0},{24.5 - i}\n" for i in range(16))
+    groups = "".join(f"{i // 4},{i % 4 * 0.5},{200 * (i % 2)},21\n" for i in range(12))
+    return {
+        "rows": recording("amps,volts\n0,60\n200,21.5\n210,22\n0,60\n"),
+        "times": recording("t_ms,amps,volts\n" + rows, time="t_ms*0.001"),
+        "scales": recording("a,v\n2000,215\n2100,220\n", amps="a*0.1", volts="v/10-0.5"),
+        "fixed-number": recording("amps\n200\n0\n", volts="24.5"),
+        "groups": recording("weld,t,amps,volts\n" + groups, time="t", group="weld"),
+        "moments": recording("at;amps;volts\r\n2022-08-17T23:59:59.5Z;200;21\r\n"
+                             "2022-08-18 00:00:00.5+00:00;200;21\r\n", time="at", delimiter=";"),
+        "dates-and-times": recording("date,time,amps,volts\n8/17/2022,7:50:26.295,200,21\n"
+                                     "8/17/2022,7:50:26.395,0,60\n17.8.2022,8:00,1,1\n", time="date+time"),
+        "times-of-day": recording("t,amps,volts\n23:59:59,200,21\n0:00:01,200,21\n", time="t"),
+        "quotes": recording('"amps","volts, ""arc"""\n"200","21"\n"0,60\n', volts='volts, ""arc""'),
+        "bad-rows": recording("t,amps,volts\n0,200,21\n1,200\n2,x,21\n1,200,21\n\n3,1e3,+21,\n4,nan,inf\n",
+                              time="t"),
+        "byte-order-mark": recording("\ufeffamps,volts\n200,21"),
+        "header-only": recording("amps,volts"),
+        "empty": recording(""),
+    }
+
+
 def dictionary(catalogue):
     def entry(token):
         return '"' + "".join(
@@ -184,7 +216,8 @@ def all_files():
     """The content of every file, by its path."""
     catalogue = Catalogue()
     seeds = {"Record": record_seeds(catalogue), "ServerPacket": server_seeds(catalogue),
-             "ClientDispatch": client_seeds(catalogue), "DateTime": time_seeds(), "NumberText": number_seeds()}
+             "ClientDispatch": client_seeds(catalogue), "DateTime": time_seeds(), "NumberText": number_seeds(),
+             "ToolRecord": tool_record_seeds(catalogue), "ToolRecording": tool_recording_seeds()}
     files = {HERE / "records.dict": dictionary(catalogue)}
     for target, contents in seeds.items():
         for name, content in contents.items():
