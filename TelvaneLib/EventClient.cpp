@@ -81,6 +81,9 @@ int EventClient::Disconnect()
     }
     {
         std::unique_lock<std::mutex> guard(m_state->disconnectLock);
+        if (m_state->currentConnection() != connection) {
+            return -ENOTCONN; // whoever was told of the loss was quicker
+        }
         connection->open = false;
         if (shutdown(connection->socket.get(), SHUT_RDWR) != 0) {
             connection->open = true;
@@ -92,13 +95,8 @@ int EventClient::Disconnect()
                                                      [this] { return !m_state->receiverRunning; })) {
             return -ETIMEDOUT;
         }
-        // Told of the loss on the receiver thread itself, the application may be here on it: that thread is
-        // joined by whoever comes next.
-        if (m_state->receiverJoinable && pthread_equal(m_state->receiverThread, pthread_self()) == 0) {
-            pthread_join(m_state->receiverThread, nullptr);
-            m_state->receiverJoinable = false;
-        }
     }
+    m_state->joinLeftReceiver();
     const std::lock_guard<std::mutex> guard(m_state->closuresLock);
     m_state->closures.clear();
     return 0;
@@ -124,10 +122,18 @@ void EventClient::State::setConnection(ConnectionPointer newConnection)
 
 void EventClient::State::joinLeftReceiver()
 {
-    if (receiverJoinable) {
-        pthread_join(receiverThread, nullptr);
+    pthread_t left = {};
+    {
+        // Told of the loss on the receiver thread itself, the application may be here on it: that thread is
+        // joined by whoever comes next. It may also be about to ask for this lock, so nobody joins under it.
+        const std::lock_guard<std::mutex> guard(disconnectLock);
+        if (!receiverJoinable || pthread_equal(receiverThread, pthread_self()) != 0) {
+            return;
+        }
         receiverJoinable = false;
+        left = receiverThread;
     }
+    pthread_join(left, nullptr);
 }
 
 void EventClient::State::endReceiver()

@@ -87,7 +87,7 @@ struct EventClient::State
     void setConnection(ConnectionPointer newConnection);
     bool connected() { return currentConnection() != nullptr; }
 
-    /// Waits for a thread that Disconnect() had to leave behind.
+    /// Waits for the end of a receiver thread that is not the caller's own.
     void joinLeftReceiver();
     void endReceiver();
 

@@ -265,6 +265,67 @@ TEST_F(ClientWithFault, NegatesTheCountOfARequestThatWasCut)
     EXPECT_EQ(requested.get(), -4);
 }
 
+/// Disconnects twice at once: the application, and whoever is told that the connection was lost.
+class ClientDisconnectedTwice : public ClientWithFault
+{
+protected:
+    /// \param first who gets as far as shutting the socket down, and is held up there
+    /// \return the results of the first and of the other
+    std::pair<int, int> disconnectTwice(Caller first)
+    {
+        EXPECT_EQ(client.Disconnect(), 0);
+        Gate mayCall;
+        Gate mayShutDown;
+        const GateOpener callOpener(mayCall);
+        const GateOpener shutDownOpener(mayShutDown);
+        Mailbox<bool> told;
+        Mailbox<int> outcome;
+        client.install_OnConnectionLost([&](EventClient& lost) {
+            told.put(true);
+            mayCall.pass();
+            outcome.put(lost.Disconnect());
+        });
+        connect();
+        FaultScript script{Call::Shutdown, first};
+        script.gate = &mayShutDown;
+        const Fault held(script);
+        peer.close();
+        told.take();
+        const auto byApplication = [&] {
+            return client.Disconnect();
+        };
+        std::future<int> own;
+        if (first == Caller::Application) {
+            own = begin(byApplication);
+            EXPECT_TRUE(held.awaitFailures(1));
+            mayCall.open();
+        } else {
+            mayCall.open();
+            EXPECT_TRUE(held.awaitFailures(1));
+            own = begin(byApplication);
+        }
+        std::this_thread::sleep_for(kGlance); // for the other to come as far as it gets
+        mayShutDown.open();
+        const int ownResult = own.get();
+        const int otherResult = outcome.take();
+        client.uninstall_OnConnectionLost();
+        connect();
+        expectWorks();
+        return first == Caller::Application ? std::pair(ownResult, otherResult)
+                                            : std::pair(otherResult, ownResult);
+    }
+};
+
+TEST_F(ClientDisconnectedTwice, FirstByTheApplicationDoesNotWaitForEver)
+{
+    EXPECT_EQ(disconnectTwice(Caller::Application), std::pair(0, -ENOTCONN));
+}
+
+TEST_F(ClientDisconnectedTwice, FirstByWhoeverIsToldOfTheLossDoesNotWaitForEver)
+{
+    EXPECT_EQ(disconnectTwice(Caller::ClientReceiver), std::pair(0, -ENOTCONN));
+}
+
 TEST_F(ClientWithFault, ThatCannotShutItsSocketDownStaysConnected)
 {
     {

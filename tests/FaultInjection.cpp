@@ -3,8 +3,6 @@
 
 #include "FaultInjection.h"
 
-#include "ProcessTestSupport.h"
-
 #include <Telvane/EventClient.h>
 #include <Telvane/EventServer.h>
 
@@ -46,8 +44,11 @@ auto failOr(Call call, Action action) -> decltype(action())
 {
     FaultScript how;
     if (strikes(call, how)) {
-        errno = how.error;
-        return -1;
+        if (how.gate == nullptr) {
+            errno = how.error;
+            return -1;
+        }
+        how.gate->pass();
     }
     return action();
 }

@@ -4,6 +4,8 @@
 // question redirected by the linker, the library's as well as the test's own; the library itself knows
 // nothing of it.
 
+#include "BusTestSupport.h"
+
 #include <gtest/gtest.h>
 
 #include <condition_variable>
@@ -55,6 +57,8 @@ struct FaultScript
     int failing = 1; ///< how many then fail
     /// Of Call::Send: instead of failing, this many bytes of the packet go out.
     std::size_t sentBytes = 0;
+    /// Instead of failing, the call waits until this is open. Not for Call::Send and Call::CreateThread.
+    Gate* gate = nullptr;
 };
 
 /// A script in force, from construction to destruction. Of several that fit a call the oldest decides.

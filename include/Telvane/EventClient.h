@@ -106,8 +106,8 @@ public:
     /// @{
     /// Calls \p fn when the connection has ended without Disconnect(): the server stopped or died. To be
     /// installed before Connect(). It runs on the receiver thread, as the last thing there, without any lock
-    /// held; it may call Disconnect(), which ends a Publish() that hangs, but not Connect(), and must not
-    /// destroy the client.
+    /// held; it may call Disconnect(), which ends a Publish() that hangs, whether or not another thread calls
+    /// it, too, but not Connect(), and must not destroy the client.
     /// \return 0, or `-EINVAL` for an empty function
     int install_OnConnectionLost(std::function<void(EventClient& client)> fn);
     /// \return 0, or `-EALREADY` when none is installed
