@@ -45,6 +45,7 @@ load common
     start_server
     start_listener One Two --count 2
     "$TELVANE" publish "$bus" Two '{"n":1}'
+    await listener.out Two # the server serves two publishers in any order
     "$TELVANE" publish "$bus" One '{"n":2}'
     finish "$listener"
     [ "$(jq -r .channel listener.out | tr '\n' ' ')" = "Two One " ]

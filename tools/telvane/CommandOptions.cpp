@@ -1,8 +1,7 @@
 #include "CommandOptions.h"
 
+#include "CommandLine.h"
 #include "Messages.h"
-
-#include <CLI/CLI.hpp>
 
 #include <strings.h>
 
@@ -12,11 +11,11 @@ namespace TelvaneTool
 using Telvane::RecordCatalogue;
 using Telvane::RecordClass;
 
-void addBusOptions(CLI::App& command, BusOptions& options)
+void addBusOptions(Command& command, BusOptions& options)
 {
-    command.add_option("PATH", options.path, "Socket of the bus's server")->required();
-    command.add_option("--wait", options.wait, "Wait up to this many seconds for the server to appear")
-        ->check(CLI::Range(0.0, 1e6));
+    command.option("PATH", options.path, "Socket of the bus's server").required();
+    command.option("--wait", options.wait, "Wait up to this many seconds for the server to appear")
+        .within(0.0, 1e6);
 }
 
 bool findClass(const std::string& name, const RecordClass*& recordClass)

@@ -6,13 +6,10 @@
 
 #include <string>
 
-namespace CLI
-{
-class App;
-}
-
 namespace TelvaneTool
 {
+
+class Command;
 
 /// The longest time-out that an option takes: 30 years, which any clock can count in nanoseconds.
 constexpr double kMostSeconds = 1e9;
@@ -24,7 +21,7 @@ struct BusOptions
     double wait = 0.0; ///< how long to wait for a server to appear, in seconds
 };
 
-void addBusOptions(CLI::App& command, BusOptions& options);
+void addBusOptions(Command& command, BusOptions& options);
 
 /// Finds a class of the catalogue, or complains.
 /// \return false when there is none of that name

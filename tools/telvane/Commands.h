@@ -2,26 +2,20 @@
 
 // Each subcommand adds itself to the command line; its work is done when the line has been read.
 
-namespace CLI
-{
-class App;
-}
-
 namespace TelvaneTool
 {
 
-/// \param exitCode set when the subcommand has done its work
-/// @{
-void addServeCommand(CLI::App& app, int& exitCode);
-void addListenCommand(CLI::App& app, int& exitCode);
-void addPublishCommand(CLI::App& app, int& exitCode);
-void addRequestCommand(CLI::App& app, int& exitCode);
-void addReplyCommand(CLI::App& app, int& exitCode);
-void addRecordsCommand(CLI::App& app, int& exitCode);
-void addWeldCommand(CLI::App& app, int& exitCode);
-void addConsumablesCommand(CLI::App& app, int& exitCode);
-void addWireCommand(CLI::App& app, int& exitCode);
-void addMonitorCommand(CLI::App& app, int& exitCode);
-/// @}
+class CommandLine;
+
+void addServeCommand(CommandLine& line);
+void addListenCommand(CommandLine& line);
+void addPublishCommand(CommandLine& line);
+void addRequestCommand(CommandLine& line);
+void addReplyCommand(CommandLine& line);
+void addRecordsCommand(CommandLine& line);
+void addWeldCommand(CommandLine& line);
+void addConsumablesCommand(CommandLine& line);
+void addWireCommand(CommandLine& line);
+void addMonitorCommand(CommandLine& line);
 
 } // namespace TelvaneTool

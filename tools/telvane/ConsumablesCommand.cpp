@@ -1,10 +1,9 @@
+#include "CommandLine.h"
 #include "Commands.h"
 #include "ConsumableCode.h"
 #include "ConsumableNames.h"
 #include "ExitCodes.h"
 #include "Messages.h"
-
-#include <CLI/CLI.hpp>
 
 #include <memory>
 #include <string>
@@ -64,18 +63,13 @@ int show(const Options& options)
 
 } // namespace
 
-void addConsumablesCommand(CLI::App& app, int& exitCode)
+void addConsumablesCommand(CommandLine& line)
 {
     auto options = std::make_shared<Options>();
-    CLI::App* const command =
-        app.add_subcommand("consumables", "Show the codes of processes, wires, gases and alloys");
-    command->add_option("TABLE", options->table,
-                        "process, wire-type, wire-size, gas or alloy (default: all)");
-    command->add_option("CODE", options->code, "Show the name of this code only");
-    command->callback([options, &exitCode] {
-        setMessagePrefix("telvane consumables");
-        exitCode = show(*options);
-    });
+    Command command(line, "consumables", "Show the codes of processes, wires, gases and alloys");
+    command.option("TABLE", options->table, "process, wire-type, wire-size, gas or alloy (default: all)");
+    command.option("CODE", options->code, "Show the name of this code only");
+    command.run([options] { return show(*options); });
 }
 
 } // namespace TelvaneTool

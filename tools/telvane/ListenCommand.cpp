@@ -2,6 +2,7 @@
 // slow for a moment therefore costs memory here and no records at the server, which drops what a subscriber
 // does not fetch.
 
+#include "CommandLine.h"
 #include "CommandOptions.h"
 #include "Commands.h"
 #include "ConsumableNames.h"
@@ -10,8 +11,6 @@
 #include "Json.h"
 #include "Messages.h"
 #include "Session.h"
-
-#include <CLI/CLI.hpp>
 
 #include <cstdint>
 #include <ctime>
@@ -184,31 +183,27 @@ int listen(const Options& options)
 
 } // namespace
 
-void addListenCommand(CLI::App& app, int& exitCode)
+void addListenCommand(CommandLine& line)
 {
     auto options = std::make_shared<Options>();
-    CLI::App* const command =
-        app.add_subcommand("listen", "Print each record of some channels as a line of JSON");
-    addBusOptions(*command, options->bus);
-    command->add_option("CHANNEL", options->channels, "Channels to listen on")->required();
-    command->add_option("--as", options->className,
-                        "Decode and check payloads as this class (default: the class named like the "
-                        "channel; without one, payloads are printed as they come)");
-    command->add_option("--count", options->count, "End after this many records")->check(CLI::PositiveNumber);
+    Command command(line, "listen", "Print each record of some channels as a line of JSON");
+    addBusOptions(command, options->bus);
+    command.option("CHANNEL", options->channels, "Channels to listen on").required();
+    command.option("--as", options->className,
+                   "Decode and check payloads as this class (default: the class named like the "
+                   "channel; without one, payloads are printed as they come)");
+    command.option("--count", options->count, "End after this many records").positive();
     command
-        ->add_option("--timeout", options->timeout,
-                     "End after this many seconds; with --count, an error if not all have come")
-        ->check(CLI::PositiveNumber)
-        ->check(CLI::Range(0.0, kMostSeconds));
-    command->add_flag("--pretty", options->pretty, "Print over several lines, indented");
-    command->add_flag("--names", options->names,
-                      "Show the names of consumable codes beside the numbers: processName behind process");
-    command->add_flag("--verbose", options->verbose,
-                      "Say on standard error when nothing that is published from then on will be missed");
-    command->callback([options, &exitCode] {
-        setMessagePrefix("telvane listen");
-        exitCode = listen(*options);
-    });
+        .option("--timeout", options->timeout,
+                "End after this many seconds; with --count, an error if not all have come")
+        .positive()
+        .within(0.0, kMostSeconds);
+    command.flag("--pretty", options->pretty, "Print over several lines, indented");
+    command.flag("--names", options->names,
+                 "Show the names of consumable codes beside the numbers: processName behind process");
+    command.flag("--verbose", options->verbose,
+                 "Say on standard error when nothing that is published from then on will be missed");
+    command.run([options] { return listen(*options); });
 }
 
 } // namespace TelvaneTool

@@ -1,11 +1,10 @@
+#include "CommandLine.h"
 #include "CommandOptions.h"
 #include "Commands.h"
 #include "ExitCodes.h"
 #include "Messages.h"
 #include "Session.h"
 #include "WeldMonitor.h"
-
-#include <CLI/CLI.hpp>
 
 #include <memory>
 #include <sys/ioctl.h>
@@ -139,19 +138,16 @@ int monitorWelds(const Options& options)
 
 } // namespace
 
-void addMonitorCommand(CLI::App& app, int& exitCode)
+void addMonitorCommand(CommandLine& line)
 {
     auto options = std::make_shared<Options>();
-    CLI::App* const command = app.add_subcommand("monitor", "Show welds as they happen");
-    addBusOptions(*command, options->bus);
-    command->add_option("--ledger", options->ledger,
-                        "File shared with telvane weld; ends when that is done, and tells losses and delays");
-    command->add_flag("--verbose", options->verbose,
-                      "Say on standard error when nothing that is published from then on will be missed");
-    command->callback([options, &exitCode] {
-        setMessagePrefix("telvane monitor");
-        exitCode = monitorWelds(*options);
-    });
+    Command command(line, "monitor", "Show welds as they happen");
+    addBusOptions(command, options->bus);
+    command.option("--ledger", options->ledger,
+                   "File shared with telvane weld; ends when that is done, and tells losses and delays");
+    command.flag("--verbose", options->verbose,
+                 "Say on standard error when nothing that is published from then on will be missed");
+    command.run([options] { return monitorWelds(*options); });
 }
 
 } // namespace TelvaneTool

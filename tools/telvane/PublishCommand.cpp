@@ -1,3 +1,4 @@
+#include "CommandLine.h"
 #include "CommandOptions.h"
 #include "Commands.h"
 #include "ExitCodes.h"
@@ -5,8 +6,6 @@
 #include "OutgoingRecord.h"
 #include "Session.h"
 #include "TextLines.h"
-
-#include <CLI/CLI.hpp>
 
 #include <cstring>
 #include <memory>
@@ -111,26 +110,23 @@ int publish(const Options& options)
 
 } // namespace
 
-void addPublishCommand(CLI::App& app, int& exitCode)
+void addPublishCommand(CommandLine& line)
 {
     auto options = std::make_shared<Options>();
-    CLI::App* const command = app.add_subcommand("publish", "Publish records on a channel");
-    addBusOptions(*command, options->bus);
-    command->add_option("CHANNEL", options->channel, "Channel to publish on")->required();
-    command->add_option("JSON", options->json,
-                        "The record, or - for one record a line from standard input; without it, the "
-                        "defaults of the class");
-    command->add_option("--as", options->className, "Check the record as this class before it is sent");
+    Command command(line, "publish", "Publish records on a channel");
+    addBusOptions(command, options->bus);
+    command.option("CHANNEL", options->channel, "Channel to publish on").required();
+    command.option("JSON", options->json,
+                   "The record, or - for one record a line from standard input; without it, the "
+                   "defaults of the class");
+    command.option("--as", options->className, "Check the record as this class before it is sent");
     command
-        ->add_option("--set", options->settings,
-                     "key=value over the record or the class's defaults, as in settings.CommandWFS.Value=210 "
-                     "or mModes[0].Label=3 or timestamp=now")
-        ->needs("--as")
-        ->take_all();
-    command->callback([options, &exitCode] {
-        setMessagePrefix("telvane publish");
-        exitCode = publish(*options);
-    });
+        .option("--set", options->settings,
+                "key=value over the record or the class's defaults, as in settings.CommandWFS.Value=210 "
+                "or mModes[0].Label=3 or timestamp=now")
+        .needs("--as")
+        .repeatable();
+    command.run([options] { return publish(*options); });
 }
 
 } // namespace TelvaneTool

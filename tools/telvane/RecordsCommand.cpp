@@ -1,3 +1,4 @@
+#include "CommandLine.h"
 #include "CommandOptions.h"
 #include "Commands.h"
 #include "ExitCodes.h"
@@ -7,8 +8,6 @@
 #include "RecordSchema.h"
 
 #include <Telvane/RecordCatalogue.h>
-
-#include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <memory>
@@ -160,17 +159,13 @@ int show(const Options& options)
 
 } // namespace
 
-void addRecordsCommand(CLI::App& app, int& exitCode)
+void addRecordsCommand(CommandLine& line)
 {
     auto options = std::make_shared<Options>();
-    CLI::App* const command = app.add_subcommand("records", "Show the catalogue of record classes");
-    command->add_option("CLASS", options->className, "Show the fields and the defaults of this class");
-    command->add_flag("--schema", options->schema,
-                      "Print a JSON Schema (draft 2020-12) of the class, or of all");
-    command->callback([options, &exitCode] {
-        setMessagePrefix("telvane records");
-        exitCode = show(*options);
-    });
+    Command command(line, "records", "Show the catalogue of record classes");
+    command.option("CLASS", options->className, "Show the fields and the defaults of this class");
+    command.flag("--schema", options->schema, "Print a JSON Schema (draft 2020-12) of the class, or of all");
+    command.run([options] { return show(*options); });
 }
 
 } // namespace TelvaneTool

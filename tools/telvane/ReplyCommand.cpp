@@ -1,3 +1,4 @@
+#include "CommandLine.h"
 #include "CommandOptions.h"
 #include "Commands.h"
 #include "ExitCodes.h"
@@ -7,8 +8,6 @@
 #include "TextLines.h"
 
 #include <Telvane/RequestType.h>
-
-#include <CLI/CLI.hpp>
 
 #include <atomic>
 #include <memory>
@@ -113,28 +112,24 @@ int reply(const Options& options)
 
 } // namespace
 
-void addReplyCommand(CLI::App& app, int& exitCode)
+void addReplyCommand(CommandLine& line)
 {
     auto options = std::make_shared<Options>();
-    CLI::App* const command =
-        app.add_subcommand("reply", "Answer every request for a channel with a record, until interrupted");
-    addBusOptions(*command, options->bus);
-    command->add_option("CHANNEL", options->channel, "Channel of the answer; requests come on req_CHANNEL")
-        ->required();
-    command->add_option("JSON", options->json,
-                        "The answer, or - to read it from standard input; without it, the defaults of the "
-                        "class");
-    command->add_option("--as", options->className, "Check the answer as this class");
-    command->add_option("--set", options->settings, "key=value over the record or the class's defaults")
-        ->needs("--as")
-        ->take_all();
-    command->add_option("--count", options->count, "End after this many answers")->check(CLI::PositiveNumber);
-    command->add_flag("--verbose", options->verbose,
-                      "Say on standard error when no request from then on will be missed");
-    command->callback([options, &exitCode] {
-        setMessagePrefix("telvane reply");
-        exitCode = reply(*options);
-    });
+    Command command(line, "reply", "Answer every request for a channel with a record, until interrupted");
+    addBusOptions(command, options->bus);
+    command.option("CHANNEL", options->channel, "Channel of the answer; requests come on req_CHANNEL")
+        .required();
+    command.option("JSON", options->json,
+                   "The answer, or - to read it from standard input; without it, the defaults of the "
+                   "class");
+    command.option("--as", options->className, "Check the answer as this class");
+    command.option("--set", options->settings, "key=value over the record or the class's defaults")
+        .needs("--as")
+        .repeatable();
+    command.option("--count", options->count, "End after this many answers").positive();
+    command.flag("--verbose", options->verbose,
+                 "Say on standard error when no request from then on will be missed");
+    command.run([options] { return reply(*options); });
 }
 
 } // namespace TelvaneTool

@@ -1,6 +1,7 @@
 // The library's own synchronizer takes whole seconds and waits them out even when the server dies. The steps
 // of a request are few: subscribe, publish an empty request, wait for the first record on the channel.
 
+#include "CommandLine.h"
 #include "CommandOptions.h"
 #include "Commands.h"
 #include "ExitCodes.h"
@@ -10,8 +11,6 @@
 #include "Session.h"
 
 #include <Telvane/RequestType.h>
-
-#include <CLI/CLI.hpp>
 
 #include <memory>
 #include <mutex>
@@ -114,26 +113,22 @@ int request(const Options& options)
 
 } // namespace
 
-void addRequestCommand(CLI::App& app, int& exitCode)
+void addRequestCommand(CommandLine& line)
 {
     auto options = std::make_shared<Options>();
-    CLI::App* const command = app.add_subcommand("request", "Ask for a record and print the answer");
-    addBusOptions(*command, options->bus);
-    command
-        ->add_option("CHANNEL", options->channel, "Channel of the answer; the question goes to req_CHANNEL")
-        ->required();
-    command->add_option("--as", options->className,
-                        "Decode and check the answer as this class (default: the class named like the "
-                        "channel; without one, the answer is printed as it comes)");
-    command->add_option("--timeout", options->timeout, "Seconds to wait for the answer")
-        ->check(CLI::PositiveNumber)
-        ->check(CLI::Range(0.0, kMostSeconds))
-        ->capture_default_str();
-    command->add_flag("--pretty", options->pretty, "Print over several lines, indented");
-    command->callback([options, &exitCode] {
-        setMessagePrefix("telvane request");
-        exitCode = request(*options);
-    });
+    Command command(line, "request", "Ask for a record and print the answer");
+    addBusOptions(command, options->bus);
+    command.option("CHANNEL", options->channel, "Channel of the answer; the question goes to req_CHANNEL")
+        .required();
+    command.option("--as", options->className,
+                   "Decode and check the answer as this class (default: the class named like the "
+                   "channel; without one, the answer is printed as it comes)");
+    command.option("--timeout", options->timeout, "Seconds to wait for the answer")
+        .positive()
+        .within(0.0, kMostSeconds)
+        .showDefault();
+    command.flag("--pretty", options->pretty, "Print over several lines, indented");
+    command.run([options] { return request(*options); });
 }
 
 } // namespace TelvaneTool

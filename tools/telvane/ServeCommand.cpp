@@ -1,3 +1,4 @@
+#include "CommandLine.h"
 #include "CommandOptions.h"
 #include "Commands.h"
 #include "ExitCodes.h"
@@ -5,8 +6,6 @@
 #include "Signals.h"
 
 #include <Telvane/EventServer.h>
-
-#include <CLI/CLI.hpp>
 
 #include <cerrno>
 #include <cstring>
@@ -164,32 +163,29 @@ int serve(const Options& options)
 
 } // namespace
 
-void addServeCommand(CLI::App& app, int& exitCode)
+void addServeCommand(CommandLine& line)
 {
     auto options = std::make_shared<Options>();
-    CLI::App* const command = app.add_subcommand("serve", "Run an event server until SIGINT or SIGTERM");
-    command->add_option("PATH", options->path, "Socket to serve")->required();
-    command->add_option("--mode", options->mode, "Permissions of the socket, octal")
-        ->check([](const std::string& text) {
+    Command command(line, "serve", "Run an event server until SIGINT or SIGTERM");
+    command.option("PATH", options->path, "Socket to serve").required();
+    command.option("--mode", options->mode, "Permissions of the socket, octal")
+        .check([](const std::string& text) {
             const bool octal = text.size() >= 3 && text.size() <= 4 &&
                                text.find_first_not_of("01234567") == std::string::npos &&
                                (text.size() == 3 || text.front() == '0');
             return octal ? std::string() : "permissions are three octal digits, as in 0660";
         })
-        ->type_name("OCTAL")
-        ->capture_default_str();
+        .typeName("OCTAL")
+        .showDefault();
     command
-        ->add_option("--subscriber-buffer", options->subscriberBuffer,
-                     "Bytes that each subscriber may lag behind before it misses records; 0 for the "
-                     "kernel's default")
-        ->check(CLI::NonNegativeNumber)
-        ->capture_default_str();
-    command->add_flag("--verbose", options->verbose,
-                      "Tell of connects, subscriptions and leavings on standard error");
-    command->callback([options, &exitCode] {
-        setMessagePrefix("telvane serve");
-        exitCode = serve(*options);
-    });
+        .option("--subscriber-buffer", options->subscriberBuffer,
+                "Bytes that each subscriber may lag behind before it misses records; 0 for the "
+                "kernel's default")
+        .notNegative()
+        .showDefault();
+    command.flag("--verbose", options->verbose,
+                 "Tell of connects, subscriptions and leavings on standard error");
+    command.run([options] { return serve(*options); });
 }
 
 } // namespace TelvaneTool

@@ -1,3 +1,4 @@
+#include "CommandLine.h"
 #include "CommandOptions.h"
 #include "Commands.h"
 #include "ConsumableCode.h"
@@ -7,8 +8,6 @@
 #include "WeldSource.h"
 
 #include <Telvane/Consumables.h>
-
-#include <CLI/CLI.hpp>
 
 #include <memory>
 #include <sys/prctl.h>
@@ -131,32 +130,30 @@ int weld(const Options& options)
 }
 
 template <class Code, std::size_t N>
-void addCodeOption(CLI::App& command, const char* name, Code& code, const std::string (&names)[N],
+void addCodeOption(Command& command, const char* name, Code& code, const std::string (&names)[N],
                    const char* what)
 {
-    command
-        .add_option_function<std::string>(
-            name,
-            [&code, &names, name](const std::string& text) {
-                const auto read = readConsumableCode(text, names, N);
-                if (!read) {
-                    throw CLI::ValidationError(name, "\"" + text + "\" is neither a name nor a code");
-                }
-                code = static_cast<Code>(*read);
-            },
-            std::string(what) + ", name or code (default: " + names[code] + ")")
-        ->group("Consumables")
-        ->type_name("CODE");
+    const auto read = [&code, &names](const std::string& text) -> std::string {
+        const auto known = readConsumableCode(text, names, N);
+        if (!known) {
+            return "\"" + text + "\" is neither a name nor a code";
+        }
+        code = static_cast<Code>(*known);
+        return {};
+    };
+    command.optionReadBy(read, name, std::string(what) + ", name or code (default: " + names[code] + ")")
+        .group("Consumables")
+        .typeName("CODE");
 }
 
-void addRecordingOptions(CLI::App& command, Options& options)
+void addRecordingOptions(Command& command, Options& options)
 {
     CsvRecording::Options& recording = options.source.recording;
     const char* const group = "Recording";
     const auto add = [&](const char* name, auto& target, const char* what) {
-        return command.add_option(name, target, what)->group(group);
+        return command.option(name, target, what).group(group);
     };
-    add("--csv", recording.path, "File with a header line, or - for standard input")->type_name("FILE");
+    add("--csv", recording.path, "File with a header line, or - for standard input").typeName("FILE");
     add("--amps", recording.text(Quantity::Amps), "Column of the current, as in current_dA*0.1 (A)");
     add("--volts", recording.text(Quantity::Volts), "Column of the voltage (V)");
     add("--wfs", recording.text(Quantity::Wfs), "Column of the wire-feed speed, or a number (in/min)");
@@ -164,64 +161,62 @@ void addRecordingOptions(CLI::App& command, Options& options)
     add("--motor", recording.text(Quantity::Motor), "Column of the wire-feed motor's load (A)");
     add("--wire-used", recording.text(Quantity::WireUsed),
         "Column of the wire fed so far (in); goes before --wfs in the metrics");
-    CLI::Option* const time =
-        add("--time", recording.time,
-            "Column of the time, as in t_ms*0.001 (s) or as clock time, or DATE+TIME for two columns");
+    add("--time", recording.time,
+        "Column of the time, as in t_ms*0.001 (s) or as clock time, or DATE+TIME for two columns");
     add("--period-us", options.source.periodMicroseconds, "Time between rows when there is no such column")
-        ->check(CLI::Range(1.0, 1e9))
-        ->excludes(time);
+        .within(1.0, 1e9)
+        .excludes("--time");
     add("--group", recording.group, "Column whose change begins a new weld");
-    add("--delimiter", recording.delimiter, "Character between fields")->capture_default_str();
+    add("--delimiter", recording.delimiter, "Character between fields").showDefault();
 }
 
-void addReplayOptions(CLI::App& command, Options& options)
+void addReplayOptions(Command& command, Options& options)
 {
     const char* const simulation = "Simulation (without --csv; --period-us applies)";
-    command.add_option("--seed", options.source.simulation.seed, "Welds of one seed are all alike")
-        ->group(simulation)
-        ->capture_default_str();
-    command.add_option("--welds", options.source.simulation.welds, "Number of welds")
-        ->group(simulation)
-        ->check(CLI::PositiveNumber)
-        ->capture_default_str();
-    command.add_option("--duration", options.source.duration, "Arc time of each weld, in seconds")
-        ->group(simulation)
-        ->check(CLI::Range(1.5, 1e5))
-        ->capture_default_str();
+    command.option("--seed", options.source.simulation.seed, "Welds of one seed are all alike")
+        .group(simulation)
+        .showDefault();
+    command.option("--welds", options.source.simulation.welds, "Number of welds")
+        .group(simulation)
+        .positive()
+        .showDefault();
+    command.option("--duration", options.source.duration, "Arc time of each weld, in seconds")
+        .group(simulation)
+        .within(1.5, 1e5)
+        .showDefault();
 
     const char* const replay = "Replay";
-    command.add_option("--threshold", options.detector.threshold, "The arc burns above this current (A)")
-        ->group(replay)
-        ->check(CLI::NonNegativeNumber)
-        ->capture_default_str();
+    command.option("--threshold", options.detector.threshold, "The arc burns above this current (A)")
+        .group(replay)
+        .notNegative()
+        .showDefault();
     command
-        .add_option("--hold", options.hold,
-                    "A weld is over when the current has stayed below for this time (s)")
-        ->group(replay)
-        ->check(CLI::NonNegativeNumber)
-        ->capture_default_str();
+        .option("--hold", options.hold, "A weld is over when the current has stayed below for this time (s)")
+        .group(replay)
+        .notNegative()
+        .showDefault();
     command
-        .add_option("--speed", options.publisher.speed,
-                    "Times the recorded pace; 0 for as fast as it goes, which slow subscribers miss")
-        ->group(replay)
-        ->check(CLI::Range(0.0, 1e9))
-        ->capture_default_str();
+        .option("--speed", options.publisher.speed,
+                "Times the recorded pace; 0 for as fast as it goes, which slow subscribers miss")
+        .group(replay)
+        .within(0.0, 1e9)
+        .showDefault();
     command
-        .add_flag("--stamp-now", options.publisher.stampNow,
-                  "Stamp records with the time of publication instead of the recorded one")
-        ->group(replay);
+        .flag("--stamp-now", options.publisher.stampNow,
+              "Stamp records with the time of publication instead of the recorded one")
+        .group(replay);
     command
-        .add_option("--ledger", options.ledger,
-                    "File shared with telvane monitor, which tells losses and delays by it")
-        ->group(replay);
+        .option("--ledger", options.ledger,
+                "File shared with telvane monitor, which tells losses and delays by it")
+        .group(replay);
 }
 
-void addSetupOptions(CLI::App& command, WeldSetup& setup)
+void addSetupOptions(Command& command, WeldSetup& setup)
 {
     using namespace Telvane;
     const char* const group = "Set points";
     const auto add = [&](const char* name, auto& target, const char* what) {
-        command.add_option(name, target, what)->group(group)->capture_default_str();
+        command.option(name, target, what).group(group).showDefault();
     };
     add("--set-volts", setup.setVolts, "Commanded voltage (V)");
     add("--set-amps", setup.setAmps, "Commanded current (A)");
@@ -240,24 +235,23 @@ void addSetupOptions(CLI::App& command, WeldSetup& setup)
 
 } // namespace
 
-void addWeldCommand(CLI::App& app, int& exitCode)
+void addWeldCommand(CommandLine& line)
 {
     auto options = std::make_shared<Options>();
-    CLI::App* const command = app.add_subcommand(
-        "weld", "Play the power source: publish the welds of a recording, or a simulated one");
-    addBusOptions(*command, options->bus);
-    addRecordingOptions(*command, *options);
-    addReplayOptions(*command, *options);
-    addSetupOptions(*command, options->setup);
-    command->callback([options, command, &exitCode] {
-        setMessagePrefix("telvane weld");
-        if (options->source.recording.path.empty() && command->count("--set-volts") == 0) {
+    Command command(line, "weld",
+                    "Play the power source: publish the welds of a recording, or a simulated one");
+    addBusOptions(command, options->bus);
+    addRecordingOptions(command, *options);
+    addReplayOptions(command, *options);
+    addSetupOptions(command, options->setup);
+    command.run([options, command] {
+        if (options->source.recording.path.empty() && !command.given("--set-volts")) {
             options->setup.setVolts = SimulatedWeld::kSetVolts;
         }
-        if (options->source.recording.path.empty() && command->count("--set-wfs") == 0) {
+        if (options->source.recording.path.empty() && !command.given("--set-wfs")) {
             options->setup.setWfs = SimulatedWeld::kSetWfs;
         }
-        exitCode = weld(*options);
+        return weld(*options);
     });
 }
 

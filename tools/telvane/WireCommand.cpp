@@ -1,3 +1,4 @@
+#include "CommandLine.h"
 #include "Commands.h"
 #include "ConsumableCode.h"
 #include "ConsumableNames.h"
@@ -6,8 +7,6 @@
 
 #include <Telvane/Consumables.h>
 #include <Telvane/WireComputations.h>
-
-#include <CLI/CLI.hpp>
 
 #include <cstdio>
 #include <memory>
@@ -83,20 +82,15 @@ int show(const Options& options)
 
 } // namespace
 
-void addWireCommand(CLI::App& app, int& exitCode)
+void addWireCommand(CommandLine& line)
 {
     auto options = std::make_shared<Options>();
-    CLI::App* const command =
-        app.add_subcommand("wire", "Compute a wire's diameter, nearest size and weight");
-    auto* const which = command->add_option_group("wire", "Which wire");
-    which->add_option("--size", options->size, "Code or name of the wire size");
-    which->add_option("--diameter", options->diameter, "Diameter in inches")->check(CLI::PositiveNumber);
-    which->require_option(1);
-    command->add_option("--alloy", options->alloy, "Code or name of the alloy (default: 0, unknown)");
-    command->callback([options, &exitCode] {
-        setMessagePrefix("telvane wire");
-        exitCode = show(*options);
-    });
+    Command command(line, "wire", "Compute a wire's diameter, nearest size and weight");
+    command.option("--size", options->size, "Code or name of the wire size");
+    command.option("--diameter", options->diameter, "Diameter in inches").positive();
+    command.exactlyOneOf("--size", "--diameter");
+    command.option("--alloy", options->alloy, "Code or name of the alloy (default: 0, unknown)");
+    command.run([options] { return show(*options); });
 }
 
 } // namespace TelvaneTool
