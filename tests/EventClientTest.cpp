@@ -126,16 +126,20 @@ TEST(EventClientDisconnect, LeavesNoDescriptorAndNoThreadBehind)
 {
     const TemporaryDirectory directory;
     const RawServer server(directory.path("bus"));
-    const std::size_t descriptors = openDescriptors();
-    const std::size_t threads = runningThreads();
-    for (int round = 0; round < 20; ++round) {
+    const auto comeAndGo = [&server](bool disconnects) {
         EventClient client;
         ASSERT_EQ(client.Connect(server.path()), 0);
         const RawPeer peer = server.accept();
-        if (round % 2 == 0) {
+        if (disconnects) {
             ASSERT_EQ(client.Disconnect(), 0);
             peer.expectEnd();
         } // else the destructor does it
+    };
+    comeAndGo(true); // sanitizers keep a thread of their own from the first thread on
+    const std::size_t descriptors = openDescriptors();
+    const std::size_t threads = runningThreads();
+    for (int round = 0; round < 20; ++round) {
+        comeAndGo(round % 2 == 0);
     }
     EXPECT_EQ(openDescriptors(), descriptors);
     EXPECT_TRUE(eventually([&] { return runningThreads() <= threads; }));

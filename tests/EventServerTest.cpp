@@ -211,9 +211,7 @@ TEST(EventServerStop, RemovesTheSocketFileAndEndsEveryConnection)
 TEST(EventServerStop, LeavesNoDescriptorAndNoThreadBehind)
 {
     const TemporaryDirectory directory;
-    const std::size_t descriptors = openDescriptors();
-    const std::size_t threads = runningThreads();
-    {
+    const auto serveForAWhile = [&directory] {
         EventServer server;
         ASSERT_EQ(server.Start(directory.path("bus")), 0);
         const RawPeer stays = RawPeer::connectedTo(directory.path("bus"));
@@ -222,7 +220,11 @@ TEST(EventServerStop, LeavesNoDescriptorAndNoThreadBehind)
         subscribe(leaves, "C");
         leaves.close();
         EXPECT_EQ(server.Stop(), 0);
-    }
+    };
+    serveForAWhile(); // sanitizers keep a thread of their own from the first thread on
+    const std::size_t descriptors = openDescriptors();
+    const std::size_t threads = runningThreads();
+    serveForAWhile();
     EXPECT_EQ(openDescriptors(), descriptors);
     EXPECT_TRUE(eventually([&] { return runningThreads() <= threads; }));
 }

@@ -33,8 +33,7 @@ load common
 @test "listen says what it could not decode and why, and goes on" {
     start_server
     start_listener LogData --count 1
-    "$TELVANE" publish "$bus" LogData '{"log":5}'
-    "$TELVANE" publish "$bus" LogData '{"log":"good"}'
+    printf '{"log":5}\n{"log":"good"}\n' | "$TELVANE" publish "$bus" LogData -
     finish "$listener"
     [ "$status" -eq 0 ]
     [ "$(jq -r .payload.log listener.out)" = good ]

@@ -134,7 +134,7 @@ private:
             return true;
         }
         cJSON* const item = cJSON_GetObjectItem(record, field->key);
-        if (field->kind == FieldKind::Record && cJSON_IsObject(item) != 0) {
+        if (nested != nullptr && cJSON_IsObject(item) != 0) {
             return applyToRecord(item, *nested, rest, error);
         }
         if (cJSON_IsArray(item) != 0) {
@@ -150,14 +150,15 @@ private:
         char* end = nullptr;
         const unsigned long index = std::strtoul(step.c_str(), &end, 10);
         const auto size = static_cast<unsigned long>(cJSON_GetArraySize(array));
+        const RecordTable* const nested = field.nested != nullptr ? &field.nested->table() : nullptr;
         // A growing sequence may be grown by one element at its end.
-        const bool grows = field.kind == FieldKind::RecordVector && index == size && index < field.limit;
+        const bool grows = nested != nullptr && field.kind == FieldKind::RecordVector && index == size &&
+                           index < field.limit;
         if (step.empty() || *end != '\0' || (index >= size && !grows)) {
             error = m_path + ": there is no element " + step + " in " + field.key + ", which has " +
                     std::to_string(size);
             return false;
         }
-        const RecordTable* const nested = field.nested != nullptr ? &field.nested->table() : nullptr;
         if (grows) {
             cJSON* element = nullptr;
             RecordCatalogue::build(nested->className())->Package(&element);

@@ -45,7 +45,7 @@ std::string readInput(const Session& session)
 }
 
 std::unique_ptr<TelvaneDataTypeBase> buildAnswer(const Session& session, const Options& options,
-                                                 RecordRequest request)
+                                                 const RecordRequest& request)
 {
     const std::string json = options.json == "-" ? readInput(session) : options.json;
     std::string error;
@@ -89,7 +89,7 @@ int reply(const Options& options)
     std::atomic<std::uint64_t> requests{0};
     Session session(Session::Output::Unused, options.count == 0 ? Session::Interruption::IsTheWayToEnd
                                                                 : Session::Interruption::CutsShort);
-    const auto answer = buildAnswer(session, options, std::move(recordRequest));
+    const auto answer = buildAnswer(session, options, recordRequest);
     if (answer == nullptr) {
         return session.finish(kWrongInput);
     }

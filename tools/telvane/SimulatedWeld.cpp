@@ -86,9 +86,9 @@ void SimulatedWeld::advance(double seconds)
 {
     m_phaseTime += seconds;
     // The circuit is too quick for a whole sample period at once.
-    const double steps = std::ceil(seconds / kStep);
-    for (double step = 0.0; step < steps; ++step) {
-        moveCircuit(seconds / steps);
+    const auto steps = static_cast<long>(std::ceil(seconds / kStep));
+    for (long step = 0; step < steps; ++step) {
+        moveCircuit(seconds / static_cast<double>(steps));
     }
     moveFeeds(seconds);
 }

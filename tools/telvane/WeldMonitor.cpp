@@ -3,6 +3,7 @@
 #include "Session.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -177,13 +178,13 @@ std::string WeldMonitor::chart(std::size_t columns) const
 {
     static const char* const kBlocks[] = {" ", "▁", "▂", "▃", "▄", "▅", "▆", "▇", "█"};
     static const char* const kCharacters[] = {" ", ".", ":", "-", "=", "+", "*", "%", "#"};
-    constexpr int kTop = 8;
+    constexpr long kTop = 8;
     const auto& levels = terminalIsUtf8() ? kBlocks : kCharacters;
     std::string text;
     const std::size_t first = m_columns.size() > columns ? m_columns.size() - columns : 0;
     for (std::size_t i = first; i < m_columns.size(); ++i) {
-        const double level = m_columns[i].amps / m_columns[i].samples / m_ampsScale * kTop;
-        text += levels[std::clamp(static_cast<int>(level + 0.5), 0, kTop)];
+        const double level = m_columns[i].amps / m_columns[i].samples / m_ampsScale * double{kTop};
+        text += levels[std::clamp(std::lround(level), 0L, kTop)];
     }
     return text;
 }
