@@ -19,6 +19,7 @@
 #include <sys/socket.h>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 
 namespace Telvane
 {
@@ -106,15 +107,35 @@ int EventServer::Start(const std::string& path)
         return result;
     }
     listen(listener.get(), kBacklog);
-    const int result = m_state->listenOn(std::move(listener));
+    const int result = m_state->listenOn(listener, FileDescriptor());
     if (result == 0) {
         m_state->path = std::move(ownPath);
     }
     return result;
 }
 
-int EventServer::State::listenOn(FileDescriptor socket)
+int EventServer::StartOn(int listeningDescriptor)
 {
+    if (m_state->listener != -1) {
+        return -EALREADY;
+    }
+    if (!isListeningSocket(listeningDescriptor)) {
+        return -EINVAL;
+    }
+    FileDescriptor wake = openWake();
+    if (!wake.valid()) {
+        return -errno;
+    }
+    adoptListeningSocket(listeningDescriptor);
+    FileDescriptor listener(listeningDescriptor);
+    const int result = m_state->listenOn(listener, std::move(wake));
+    listener.release(); // by now it is the server's, or still the caller's
+    return result;
+}
+
+int EventServer::State::listenOn(FileDescriptor& socket, FileDescriptor wakeOfInherited)
+{
+    wake = std::move(wakeOfInherited);
     listener = socket.get();
     listenerEnded = false;
     const int result = startThread(listenerThread, &EventServer::connectionListener, &server, stackSize);
@@ -135,6 +156,9 @@ void* EventServer::connectionListener(void* server)
 {
     State& state = State::of(server);
     while (!state.stopTargets(pthread_self())) {
+        if (state.wake.valid() && !awaitClient(state.listener, state.wake.get())) {
+            continue;
+        }
         FileDescriptor client(acceptClient(state.listener));
         const int error = errno;
         if (client.valid()) {
@@ -291,18 +315,23 @@ int EventServer::State::stopListener()
     stopTarget = listenerThread;
     stopPending = !listenerEnded; // nobody waits for a farewell that was said long ago
     const int fd = listener;
-    if (shutdown(fd, SHUT_RDWR) != 0) {
+    if (wake.valid()) {
+        wakeUp(wake.get());
+    } else if (shutdown(fd, SHUT_RDWR) != 0) {
         stopPending = false;
         return -EALREADY;
     }
     // Closed on return, when the listening thread can no longer use the number.
     const FileDescriptor socket(fd);
     listener = -1;
-    unlink(path.c_str());
+    if (!wake.valid()) {
+        unlink(path.c_str());
+    }
     if (!waitForStop(stopGuard)) {
         return -ETIMEDOUT;
     }
     pthread_join(listenerThread, nullptr);
+    wake.reset(-1);
     return 0;
 }
 

@@ -118,7 +118,7 @@ struct EventServer::State
     static State& of(void* server) { return *static_cast<EventServer*>(server)->m_state; }
 
     // Start and stop
-    int listenOn(FileDescriptor socket);
+    int listenOn(FileDescriptor& socket, FileDescriptor wakeOfInherited);
     bool stopTargets(pthread_t thread) const;
     bool waitForStop(std::unique_lock<std::mutex>& stopGuard);
     void endListener();
@@ -155,6 +155,8 @@ struct EventServer::State
     std::atomic<int> listener{-1};
     std::string path;
     pthread_t listenerThread = {};
+    /// Wakes the listening thread of a socket that is not ours to shut down; invalid with one that is.
+    FileDescriptor wake;
 
     std::mutex connectionsLock;
     std::map<int, pthread_t> connections;

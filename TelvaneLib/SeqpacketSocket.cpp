@@ -9,7 +9,10 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <linux/sockios.h>
+#include <poll.h>
+#include <sys/eventfd.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -58,6 +61,38 @@ int connectSocket(int fd, const std::string& path)
 {
     const sockaddr_un address = addressOf(path);
     return connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+}
+
+bool isListeningSocket(int fd)
+{
+    const auto option = [fd](int name) {
+        int value = -1;
+        socklen_t length = sizeof value;
+        return getsockopt(fd, SOL_SOCKET, name, &value, &length) == 0 ? value : -1;
+    };
+    return option(SO_DOMAIN) == AF_UNIX && option(SO_TYPE) == SOCK_SEQPACKET && option(SO_ACCEPTCONN) == 1;
+}
+
+void adoptListeningSocket(int fd)
+{
+    fcntl(fd, F_SETFD, FD_CLOEXEC);
+    fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
+}
+
+FileDescriptor openWake()
+{
+    return FileDescriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+}
+
+void wakeUp(int wake)
+{
+    eventfd_write(wake, 1);
+}
+
+bool awaitClient(int listener, int wake)
+{
+    pollfd watched[] = {{wake, POLLIN, 0}, {listener, POLLIN, 0}};
+    return poll(watched, 2, -1) <= 0 || watched[0].revents == 0;
 }
 
 int acceptClient(int listener)

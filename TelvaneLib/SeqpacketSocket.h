@@ -53,8 +53,22 @@ int bindSocket(int fd, const std::string& path);
 int connectSocket(int fd, const std::string& path);
 /// @}
 
+/// \return whether it is a socket of the bus's kind that listens
+bool isListeningSocket(int fd);
+
+/// Makes an inherited socket like those of openSocket(), and accepting on it never wait: another process may
+/// take the client that poll() has told of.
+void adoptListeningSocket(int fd);
+
 /// \return the next client, or -1 with errno set
 int acceptClient(int listener);
+
+/// \return a descriptor that awaitClient() can be woken by; invalid, with errno set, when there is none to be had
+FileDescriptor openWake();
+void wakeUp(int wake);
+
+/// Waits for something to accept, or for a waking. \return false when woken
+bool awaitClient(int listener, int wake);
 
 /// Receives one packet and terminates it as a text, cutting off what a text of this size cannot hold.
 /// \param buffer of kMessageLimit bytes

@@ -80,7 +80,7 @@ public:
     ///         `-ETIMEDOUT` when a thread did not end within 10 seconds
     int Stop();
 
-    /// \return true between a successful Start() and Stop()
+    /// \return true between a successful Start(), or StartOn(), and Stop()
     bool IsStarted();
 
     /// \name Hooks
@@ -147,6 +147,18 @@ public:
     int install_OnRefusal(std::function<void(EventServer& server, const EventServerRefusal& refusal)> fn);
     /// \return 0, or `-EALREADY` when none is installed
     int uninstall_OnRefusal();
+
+    /// Begins to accept clients on a socket that is there already, as a service manager hands it over. The
+    /// socket belongs to whoever made it: neither this nor Stop() touches its file, and Stop() does not shut
+    /// it down either, so that clients which come between two servers wait in it for the next one. For the
+    /// rest this is Start(), and Stop() ends it.
+    /// \param listeningDescriptor an AF_UNIX SOCK_SEQPACKET socket that listens. On success the server owns
+    ///        it: it makes it non-blocking and closed on exec, and Stop() closes it. On failure it stays the
+    ///        caller's.
+    /// \return 0; `-EALREADY` when already started; `-EINVAL` for anything but such a socket; another negated
+    ///         error number (`-EMFILE`) when the server cannot have a descriptor to be woken by; a positive
+    ///         error number when no thread could be created
+    int StartOn(int listeningDescriptor);
     /// @}
 
     /// \name Thread entries and handlers
