@@ -3,11 +3,13 @@
 #include "Commands.h"
 #include "ExitCodes.h"
 #include "Messages.h"
+#include "ServiceManager.h"
 #include "Signals.h"
 
 #include <Telvane/EventServer.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <poll.h>
@@ -123,14 +125,50 @@ int start(EventServer& server, const Options& options)
     return kBusFailure;
 }
 
-int serve(const Options& options)
+int startOnInherited(EventServer& server, const std::string& path)
 {
-    if (!checkPath(options.path)) {
+    const int result = server.StartOn(kFirstInheritedSocket);
+    if (result == -EINVAL) {
+        complain(
+            "what was handed over to serve is no listening SOCK_SEQPACKET socket; a socket unit makes one by "
+            "ListenSequentialPacket=");
         return kWrongUsage;
+    }
+    if (result != 0) {
+        complain("cannot serve " + path + ": " + std::strerror(std::abs(result)));
+        return kBusFailure;
+    }
+    return kSuccess;
+}
+
+/// \return whether there is one socket to serve, \p inherited or the one that PATH names
+bool checkSocket(const Options& options, int inherited)
+{
+    if (inherited > 1) {
+        complain(std::to_string(inherited) + " sockets were handed over, and a bus has one");
+    } else if (inherited == 1 && !options.path.empty()) {
+        complain("a socket was handed over, which is served in place of any PATH; leave PATH out");
+    } else if (inherited == 0 && options.path.empty()) {
+        complain("PATH is required where no service manager hands a socket over (telvane serve --help tells "
+                 "more)");
+    } else {
+        return inherited == 1 || checkPath(options.path);
+    }
+    return false;
+}
+
+int serve(Options& options)
+{
+    const int inherited = takeInheritedSockets();
+    if (!checkSocket(options, inherited)) {
+        return kWrongUsage;
+    }
+    if (inherited != 0) {
+        options.path = pathOfSocket(kFirstInheritedSocket);
     }
     EventServer server;
     server.SetSubscriberSendBuffer(options.subscriberBuffer);
-    void* const user = const_cast<Options*>(&options); // only read
+    void* const user = &options;
     server.install_OnConnect(options.verbose ? &tellConnected : &checkBuffer, user);
     if (options.verbose) {
         server.install_OnDisconnect(&tellLeft, nullptr);
@@ -138,15 +176,18 @@ int serve(const Options& options)
         server.install_OnUnsubscribe(&tellSubscription, nullptr);
     }
     const int signals = openSignals();
-    if (const int result = start(server, options); result != kSuccess) {
-        return result;
+    const int started = inherited != 0 ? startOnInherited(server, options.path) : start(server, options);
+    if (started != kSuccess) {
+        return started;
     }
+    tellServiceManager("READY=1\nSTATUS=Serving " + options.path);
     if (options.verbose) {
         complain("serving " + options.path);
     }
     pollfd watched = {signals, POLLIN, 0};
     while (poll(&watched, 1, -1) < 0 || readSignal(signals) == 0) {
     }
+    tellServiceManager("STOPPING=1");
     const int result = server.Stop();
     if (options.verbose) {
         const Telvane::EventServerStatistics counts = server.Statistics();
@@ -167,8 +208,8 @@ void addServeCommand(CommandLine& line)
 {
     auto options = std::make_shared<Options>();
     Command command(line, "serve", "Run an event server until SIGINT or SIGTERM");
-    command.option("PATH", options->path, "Socket to serve").required();
-    command.option("--mode", options->mode, "Permissions of the socket, octal")
+    command.option("PATH", options->path, "Socket to serve; left out when a service manager hands one over");
+    command.option("--mode", options->mode, "Permissions of the socket at PATH, octal")
         .check([](const std::string& text) {
             const bool octal = text.size() >= 3 && text.size() <= 4 &&
                                text.find_first_not_of("01234567") == std::string::npos &&
