@@ -102,6 +102,7 @@ print(client.recv(16384).decode())
 }
 
 @test "serve refuses to choose between a socket that is handed over and PATH" {
+    # shellcheck disable=SC2016 # the inner shell expands its own variables
     run env LISTEN_FDS=1 sh -c 'LISTEN_PID=$$ exec "$0" serve "$1"' "$TELVANE" "$bus"
     [ "$status" -eq 2 ]
     [ "$output" = "telvane serve: a socket was handed over, which is served in place of any PATH; leave PATH out" ]
@@ -109,6 +110,7 @@ print(client.recv(16384).decode())
 }
 
 @test "serve refuses several sockets" {
+    # shellcheck disable=SC2016
     run env LISTEN_FDS=2 sh -c 'LISTEN_PID=$$ exec "$0" serve' "$TELVANE"
     [ "$status" -eq 2 ]
     [ "$output" = "telvane serve: 2 sockets were handed over, and a bus has one" ]
