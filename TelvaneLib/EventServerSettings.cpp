@@ -12,7 +12,8 @@ namespace Telvane
 namespace
 {
 
-constexpr std::size_t kSmallestStack = std::size_t{64} * 1024;
+// The deepest message that the JSON library accepts takes up to 160 KiB.
+constexpr std::size_t kSmallestStack = std::size_t{256} * 1024;
 
 } // namespace
 

@@ -105,9 +105,9 @@ public:
     /// Beyond the bus itself: everything here is off, or only observes, until it is used.
     /// @{
     /// Calls \p fn when the connection has ended without Disconnect(): the server stopped or died. To be
-    /// installed before Connect(). It runs on the receiver thread, as the last thing there, without any lock
-    /// held; it may call Disconnect(), which ends a Publish() that hangs, whether or not another thread calls
-    /// it, too, but not Connect(), and must not destroy the client.
+    /// installed before Connect(). It runs on the receiver thread, as the last thing there (thus not while a
+    /// callback's own Publish() hangs), no lock held; it may call Disconnect(), which ends a Publish() that
+    /// hangs, whether or not another thread calls it, too, but not Connect(), nor destroy the client.
     /// \return 0, or `-EINVAL` for an empty function
     int install_OnConnectionLost(std::function<void(EventClient& client)> fn);
     /// \return 0, or `-EALREADY` when none is installed

@@ -125,7 +125,7 @@ public:
 
     /// Sets the stack size of the threads that are created from now on. Hooks run on them. The default of
     /// 512 KiB leaves about 256 KiB to a hook while the deepest message that is accepted is handled.
-    /// \return 0, or `-EINVAL` for less than 64 KiB
+    /// \return 0, or `-EINVAL` for less than 256 KiB, which leave it next to nothing
     int SetThreadStackSize(std::size_t bytes);
 
     /// Relays wait for no longer than the list of one client is copied; clients that come or go wait for all

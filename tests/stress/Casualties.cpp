@@ -61,10 +61,13 @@ void killProcesses(const Plan& plan)
     const std::size_t server = crew.start("server");
     const std::vector<std::size_t> all = {server, crew.start("publisher", {"1000"}), crew.start("subscriber"),
                                           crew.start("requester"), crew.start("responder")};
+    const std::size_t requester = all[3];
     const auto everybodyCarriesOn = [&] {
         for (const std::size_t index : all) {
             crew.awaitBeat(index);
         }
+        const std::uint64_t answers = crew.slot(requester).answered;
+        crew.await("requests are answered", [&] { return crew.slot(requester).answered > answers; });
     };
     everybodyCarriesOn();
 
@@ -104,8 +107,6 @@ void killProcesses(const Plan& plan)
         everybodyCarriesOn();
         recoveries.push_back(millisecondsSince(begin));
     }
-    const std::uint64_t answers = crew.slot(3).answered;
-    crew.await("requests are answered again", [&] { return crew.slot(3).answered > answers; });
     crew.finish();
 
     report("kill: %d processes killed (seed %u):", plan.kills, plan.seed);

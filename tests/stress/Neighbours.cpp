@@ -1,5 +1,5 @@
 // What two clients that behave notice of a third one that does not. Times are reported, not judged: they
-// belong to the machine. Whether everything arrives is judged.
+// belong to the machine. Whether everything arrives is judged, and what the server takes of memory.
 
 #include "Crew.h"
 #include "Roles.h"
@@ -79,6 +79,13 @@ std::string deepPublication()
 }
 
 using Attack = void (*)(const RoleContext& context);
+
+#ifdef TELVANE_SOAK_SANITIZED
+constexpr std::size_t kAllowedKiB = 2048 * 1024; // a sanitizer keeps what has been freed
+#else
+constexpr std::size_t kAllowedKiB = 16 * 1024;
+#endif
+constexpr double kAllowedKiBOfAName = 0.5; // which a server never forgets
 
 void sendRubbish(const RoleContext& context)
 {
@@ -237,12 +244,17 @@ void endureNeighbours(const Plan& plan)
         crew.awaitBeat(attacker);
         const std::uint64_t before = crew.slot(attacker).beats;
         const std::vector<double> beside = pair.exchange(plan.look);
+        const std::size_t resident = footprintOf(crew.process(server)).residentKiB;
         const double rate = static_cast<double>(crew.slot(attacker).beats - before) /
                             std::chrono::duration<double>(plan.look).count();
         report("neighbours: %-29s %8.0f us median, %8.0f us of 99 %%, %8.0f us longest, %7zu KiB resident; "
                "factor %.1f of the median, %.0f attacks/s\n",
-               name.c_str(), at(beside, 0.5), at(beside, 0.99), beside.back(),
-               footprintOf(crew.process(server)).residentKiB, at(beside, 0.5) / at(alone, 0.5), rate);
+               name.c_str(), at(beside, 0.5), at(beside, 0.99), beside.back(), resident,
+               at(beside, 0.5) / at(alone, 0.5), rate);
+        if (static_cast<double>(resident) >
+            static_cast<double>(kAllowedKiB) + kAllowedKiBOfAName * static_cast<double>(plan.names)) {
+            throw Failure("the server grows beyond its bound");
+        }
         crew.dismiss(attacker);
         crew.inspect();
     }

@@ -44,6 +44,16 @@ Plan shortened(Plan plan)
     plan.published = 2000;
     plan.look = std::chrono::milliseconds(300);
     plan.names = 2000;
+#ifdef TELVANE_SOAK_SANITIZED
+    plan.kills = 8;
+    plan.clients = 100;
+    plan.sharers = 25;
+    plan.joiners = 5;
+    plan.load = std::chrono::seconds(3);
+    plan.published = 1000;
+    plan.look = std::chrono::milliseconds(150);
+    plan.names = 500;
+#endif
     return plan;
 }
 
