@@ -1,5 +1,6 @@
 #include "CommandOptions.h"
 
+#include "AmountText.h"
 #include "CommandLine.h"
 #include "Messages.h"
 
@@ -16,6 +17,25 @@ void addBusOptions(Command& command, BusOptions& options)
     command.option("PATH", options.path, "Socket of the bus's server").required();
     command.option("--wait", options.wait, "Wait up to this many seconds for the server to appear")
         .within(0.0, 1e6);
+}
+
+Option addDuration(Command& command, const char* name, Nanoseconds& duration, const std::string& what)
+{
+    const auto read = [&duration](const std::string& text) {
+        return readDuration(text, duration)
+                   ? std::string()
+                   : "\"" + text + "\" is no duration, such as 1.5, 30s, 5m or 250ms";
+    };
+    return command.optionReadBy(read, name, what).typeName("DURATION");
+}
+
+Option addSize(Command& command, const char* name, std::uint64_t& bytes, const std::string& what)
+{
+    const auto read = [&bytes](const std::string& text) {
+        return readSize(text, bytes) ? std::string()
+                                     : "\"" + text + "\" is no size, such as 4096, 64K or 100M";
+    };
+    return command.optionReadBy(read, name, what).typeName("SIZE");
 }
 
 bool findClass(const std::string& name, const RecordClass*& recordClass)

@@ -2,14 +2,18 @@
 
 // What several subcommands have in common.
 
+#include "WeldSample.h"
+
 #include <Telvane/RecordCatalogue.h>
 
+#include <cstdint>
 #include <string>
 
 namespace TelvaneTool
 {
 
 class Command;
+class Option;
 
 /// The longest time-out that an option takes: 30 years, which any clock can count in nanoseconds.
 constexpr double kMostSeconds = 1e9;
@@ -22,6 +26,11 @@ struct BusOptions
 };
 
 void addBusOptions(Command& command, BusOptions& options);
+
+/// Adds an option that takes "1.5", "30s", "5m" or "250ms".
+Option addDuration(Command& command, const char* name, Nanoseconds& duration, const std::string& what);
+/// Adds an option that takes "4096", "64K" or "100M".
+Option addSize(Command& command, const char* name, std::uint64_t& bytes, const std::string& what);
 
 /// Finds a class of the catalogue, or complains.
 /// \return false when there is none of that name

@@ -17,5 +17,8 @@ void addWeldCommand(CommandLine& line);
 void addConsumablesCommand(CommandLine& line);
 void addWireCommand(CommandLine& line);
 void addMonitorCommand(CommandLine& line);
+void addRecordCommand(CommandLine& line);
+void addReplayCommand(CommandLine& line);
+void addInfoCommand(CommandLine& line);
 
 } // namespace TelvaneTool

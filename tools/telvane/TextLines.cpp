@@ -92,6 +92,7 @@ bool TextLines::next(std::string_view& line)
     const char* const first = m_buffer.data() + m_begin;
     const char* const last = newline != nullptr ? newline : m_buffer.data() + m_end;
     line = std::string_view(first, static_cast<std::size_t>(last - first));
+    m_whole = newline != nullptr;
     m_begin += line.size() + (newline != nullptr ? 1 : 0);
     ++m_number;
     if (m_number == 1 && line.substr(0, kByteOrderMark.size()) == kByteOrderMark) {

@@ -35,6 +35,9 @@ public:
     /// \return the number of the last line, counted from 1
     std::uint64_t number() const { return m_number; }
 
+    /// \return false when the last line handed out lacked its line end
+    bool whole() const { return m_whole; }
+
     /// \return the error number that ended the reading, or 0
     int error() const { return m_error; }
 
@@ -49,6 +52,7 @@ private:
     bool m_ownsFd = false;
     bool m_ended = false;
     bool m_stopped = false; ///< by the waiter
+    bool m_whole = true;
     int m_error = 0;
     std::uint64_t m_number = 0;
     std::vector<char> m_buffer;

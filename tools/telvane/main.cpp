@@ -23,6 +23,9 @@ int main(int argc, char** argv)
     addConsumablesCommand(line);
     addWireCommand(line);
     addMonitorCommand(line);
+    addRecordCommand(line);
+    addInfoCommand(line);
+    addReplayCommand(line);
 
     prepareProcess();
     return line.run(argc, argv);

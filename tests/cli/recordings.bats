@@ -1,0 +1,323 @@
+#!/usr/bin/env bats
+# Recording, describing and replaying what travels on a bus.
+
+load common
+
+# start_recorder <file> <option or channel...>: returns when it misses nothing any more.
+start_recorder() {
+    local file=$1
+    shift
+    start recorder "$TELVANE" record "$bus" -o "$file" --verbose "$@"
+    recorder=$started
+    await recorder.err ": recording$"
+}
+
+# publish_logs <text...>: one record on LogData for each.
+publish_logs() {
+    printf '{"log":"%s"}\n' "$@" | "$TELVANE" publish "$bus" LogData -
+}
+
+payloads() {
+    tail -n +2 "$1" | jq -c .payload
+}
+
+@test "a recording replayed and recorded again has the same payloads" {
+    start_server
+    welding=(WeldTriggerStart WeldTraceData WeldTriggerEnd)
+    for weld in 1 2 3; do
+        printf '%s\n' "time,amps,volts" "0.0,0,0" "0.1,150.5,17.25" "0.2,151.125,17.5" "0.3,149.0625,17.1" "0.4,0,0" |
+            awk -v weld="$weld" 'NR > 1 || weld == 1 { print (NR == 1 ? "group" : weld) "," $0 }'
+    done >weld.csv
+    start_recorder first.jsonl "${welding[@]}" --count 15
+    "$TELVANE" weld "$bus" --csv weld.csv --amps amps --volts volts --time time --group group --speed 0
+    finish "$recorder"
+    [ "$status" -eq 0 ]
+    start_recorder second.jsonl "${welding[@]}" --count 15
+    "$TELVANE" replay "$bus" first.jsonl --speed 0
+    finish "$recorder"
+    [ "$status" -eq 0 ]
+    sed '1d; s/.*"payload"://' first.jsonl >first
+    sed '1d; s/.*"payload"://' second.jsonl >second
+    [ "$(wc -l <first)" -eq 15 ]
+    cmp first second
+}
+
+@test "a recording keeps payloads of any shape" {
+    start_server
+    start_recorder a.jsonl Anything --count 1
+    "$TELVANE" publish "$bus" Anything '{"b":[1,null,1.5e-7],"a":{"c":"}\"é"},"a":true}'
+    finish "$recorder"
+    [ "$(sed '1d; s/.*"payload"://' a.jsonl)" = '{"b":[1,null,1.5e-07],"a":{"c":"}\"é"},"a":true}}' ]
+}
+
+@test "info tells what a recording holds" {
+    start_server
+    start_recorder a.jsonl LogData Other --count 3
+    publish_logs 1 2
+    "$TELVANE" publish "$bus" Other '{}'
+    finish "$recorder"
+    run "$TELVANE" info a.jsonl
+    [ "$status" -eq 0 ]
+    [[ $output == *"records   3 on 2 channels"*"sequence  without gaps"*"LogData"*"Other"* ]]
+    "$TELVANE" info a.jsonl --json >info.json
+    [ "$(jq -c '[.records, .tornBytes, .damagedLines, .sequenceGaps, [.channels[] | [.channel, .records]]]' info.json)" = \
+        '[3,0,0,0,[["LogData",2],["Other",1]]]' ]
+}
+
+@test "a recording with a torn end is used up to there" {
+    start_server
+    start_recorder a.jsonl LogData --count 2
+    publish_logs 1 2
+    finish "$recorder"
+    truncate -s -5 a.jsonl
+    run "$TELVANE" info a.jsonl
+    [ "$status" -eq 0 ]
+    [[ $output == *"a.jsonl: its last line was not written whole"*"records   1 on 1 channels"*"torn end"* ]]
+    start_listener LogData --count 1
+    run "$TELVANE" replay "$bus" a.jsonl
+    [ "$status" -eq 0 ]
+    [[ $output == *"its last line was not written whole"* ]]
+    finish "$listener"
+    [ "$(jq -r .payload.log listener.out)" = 1 ]
+}
+
+@test "damaged lines are counted, passed over and an error" {
+    start_server
+    start_recorder a.jsonl LogData --count 2
+    publish_logs 1 2
+    finish "$recorder"
+    sed -i '2s/.*/rubbish/' a.jsonl
+    run "$TELVANE" info a.jsonl
+    [ "$status" -eq 4 ]
+    [[ $output == *"a.jsonl: damaged lines: 1, the first is line 2"*"records   1 on"* ]]
+}
+
+@test "a file that is no recording is told before anything is sent" {
+    echo '{"log":"x"}' >a.jsonl
+    for command in "info" "replay $bus"; do
+        # shellcheck disable=SC2086
+        run "$TELVANE" $command a.jsonl
+        [ "$status" -eq 4 ]
+        [ "$output" = "telvane ${command%% *}: a.jsonl: it is no recording: its first line does not say so" ]
+        # shellcheck disable=SC2086
+        run "$TELVANE" $command missing.jsonl
+        [ "$status" -eq 4 ]
+        [[ $output == *"cannot read missing.jsonl: No such file or directory" ]]
+    done
+}
+
+@test "whoever ends the recorder hard finds whole lines" {
+    start_server
+    start_recorder a.jsonl LogData
+    publish_logs 1 2
+    await a.jsonl '"log":"2"'
+    kill -KILL "$recorder"
+    finish "$recorder"
+    [ "$("$TELVANE" info a.jsonl --json | jq -c '[.records, .tornBytes]')" = '[2,0]' ]
+}
+
+@test "a file that is there already is left alone" {
+    start_server
+    echo precious >a.jsonl
+    run "$TELVANE" record "$bus" -o a.jsonl LogData
+    [ "$status" -eq 5 ]
+    [ "$output" = "telvane record: a.jsonl is there already; it is left alone (--force replaces it)" ]
+    [ "$(cat a.jsonl)" = precious ]
+    start_recorder a.jsonl LogData --force --count 1
+    publish_logs 1
+    finish "$recorder"
+    [ "$(payloads a.jsonl)" = '{"log":"1"}' ]
+}
+
+@test "a recording is split by size into numbered files" {
+    start_server
+    start_recorder a.jsonl LogData --split-size 1 --count 3
+    publish_logs 1 2 3
+    finish "$recorder"
+    for i in 1 2 3; do
+        [ "$(payloads "a-000$i.jsonl")" = "{\"log\":\"$i\"}" ]
+        [ "$(head -1 "a-000$i.jsonl" | jq .part)" -eq "$i" ]
+    done
+    [ ! -e a-0004.jsonl ]
+    grep -q "3 records, .* in 3 files" recorder.err
+}
+
+@test "what was before a trigger and what came after it is written" {
+    start_server
+    start_recorder fault.jsonl LogData --keep 10m --trigger Fault --after 10m
+    publish_logs 1 2
+    "$TELVANE" publish "$bus" Fault '{"code":7}'
+    publish_logs 3
+    await fault-0001.jsonl '"log":"3"'
+    kill -TERM "$recorder"
+    finish "$recorder"
+    [ "$status" -eq 0 ]
+    [ "$(tail -n +2 fault-0001.jsonl | jq -r '.channel + (.payload.log // "")' | xargs)" = "LogData1 LogData2 Fault LogData3" ]
+    grep -q "triggered by Fault" recorder.err
+}
+
+@test "what is kept is written on SIGUSR1, and nothing without it" {
+    start_server
+    start_recorder kept.jsonl LogData --keep 10m --after 0
+    publish_logs 1 2
+    [ -z "$(ls kept*)" ]
+    kill -USR1 "$recorder"
+    await recorder.err "has written kept-0001.jsonl"
+    [ "$(payloads kept-0001.jsonl | xargs)" = "{log:1} {log:2}" ]
+    publish_logs 3
+    kill -USR1 "$recorder"
+    await recorder.err "has written kept-0002.jsonl"
+    # Each file stands on its own: the second begins with what was before, too.
+    [ "$(payloads kept-0002.jsonl | xargs)" = "{log:1} {log:2} {log:3}" ]
+}
+
+@test "a recording goes to standard output, and ends without a word when its reader has left" {
+    start_server
+    mkfifo records
+    start head head -n 2 records
+    head=$started
+    (
+        exec 3>&- >records 2>recorder.err
+        exec "$TELVANE" record "$bus" -o - LogData --verbose
+    ) &
+    recorder=$!
+    processes+=("$recorder")
+    await recorder.err ": recording$"
+    publish_logs 1
+    finish "$head"
+    [ "$(payloads head.out)" = '{"log":"1"}' ]
+    finish "$recorder"
+    [ "$status" -eq 141 ]
+}
+
+@test "a disk that is full ends the recording with an error" {
+    start_server
+    run "$TELVANE" record "$bus" -o /dev/full --force LogData
+    [ "$status" -eq 5 ]
+    [ "$output" = "telvane record: cannot write /dev/full: No space left on device" ]
+    echo '{"telvaneRecording":1,"started":"2024-01-02T03:04:05Z"}' >a.jsonl
+    run bash -c '"$0" info a.jsonl >/dev/full' "$TELVANE"
+    [ "$status" -eq 5 ]
+    [ "$output" = "telvane info: cannot write to standard output: No space left on device" ]
+}
+
+@test "a recorder whose server dies has written what came before" {
+    start_server
+    start_recorder a.jsonl LogData
+    publish_logs 1
+    await a.jsonl '"log":"1"'
+    kill -KILL "$server"
+    finish "$recorder"
+    [ "$status" -eq 3 ]
+    grep -q "the server at $bus has gone away" recorder.err
+    [ "$(payloads a.jsonl)" = '{"log":"1"}' ]
+}
+
+@test "record and replay say so when there is no server" {
+    echo '{"telvaneRecording":1,"started":"2024-01-02T03:04:05Z"}' >a.jsonl
+    run "$TELVANE" record "$bus" -o b.jsonl LogData
+    [ "$status" -eq 3 ]
+    [[ $output == "telvane record: cannot connect to $bus: there is no such socket"* ]]
+    [ ! -e b.jsonl ]
+    run "$TELVANE" replay "$bus" a.jsonl
+    [ "$status" -eq 3 ]
+    [[ $output == "telvane replay: cannot connect to $bus: there is no such socket"* ]]
+}
+
+# recording_of <second...>: a recording with one record at each second, which holds it.
+recording_of() {
+    local second
+    echo '{"telvaneRecording":1,"started":"2024-01-02T03:04:05Z"}'
+    for second in "$@"; do
+        echo "{\"ns\":${second}000000000,\"channel\":\"LogData\",\"sequence\":1,\"payload\":{\"log\":\"$second\"}}"
+    done
+}
+
+@test "replay takes a part of a recording, from and until seconds of its first record" {
+    start_server
+    recording_of 100 101 102 103 >a.jsonl
+    start_listener LogData --count 2
+    "$TELVANE" replay "$bus" a.jsonl --speed 0 --from 1 --until 3s
+    finish "$listener"
+    [ "$(jq -r .payload.log listener.out | xargs)" = "101 102" ]
+}
+
+@test "replay renames channels, and leaves out those that are not wanted" {
+    start_server
+    recording_of 1 2 >a.jsonl
+    sed -i '3s/LogData/Other/' a.jsonl
+    start_listener Renamed Other --count 1
+    "$TELVANE" replay "$bus" a.jsonl --speed 0 --only 'Log*' --rename LogData=Renamed
+    finish "$listener"
+    [ "$(jq -c '[.channel, .payload.log]' listener.out)" = '["Renamed","1"]' ]
+}
+
+@test "replay in a loop goes on until it is interrupted, and that is no error" {
+    start_server
+    recording_of 1 2 >a.jsonl
+    start_listener LogData --count 5
+    start replay "$TELVANE" replay "$bus" a.jsonl --speed 1000 --loop
+    replay=$started
+    finish "$listener"
+    [ "$(jq -r .payload.log listener.out | xargs)" = "1 2 1 2 1" ]
+    kill -INT "$replay"
+    finish "$replay"
+    [ "$status" -eq 0 ]
+}
+
+@test "replay keeps the recorded pace, and can be interrupted" {
+    start_server
+    recording_of 1 100000 >a.jsonl
+    start_listener LogData --count 1
+    start replay "$TELVANE" replay "$bus" a.jsonl
+    replay=$started
+    finish "$listener"
+    kill -INT "$replay"
+    finish "$replay"
+    [ "$status" -eq 130 ]
+}
+
+@test "replay ends when the server dies" {
+    start_server
+    recording_of 1 100000 >a.jsonl
+    start_listener LogData --count 1
+    start replay "$TELVANE" replay "$bus" a.jsonl
+    replay=$started
+    finish "$listener"
+    kill -KILL "$server"
+    finish "$replay"
+    [ "$status" -eq 3 ]
+    grep -q "the server at $bus has gone away" replay.err
+}
+
+@test "replay reads standard input, but not in a loop" {
+    start_server
+    start_listener LogData --count 2
+    recording_of 1 2 | "$TELVANE" replay "$bus" - --speed 0
+    finish "$listener"
+    [ "$status" -eq 0 ]
+    run "$TELVANE" replay "$bus" - --loop
+    [ "$status" -eq 2 ]
+}
+
+@test "replay says what it cannot publish" {
+    start_server
+    recording_of 1 2 >a.jsonl
+    sed -i '2s/{"log":"1"}/[1]/' a.jsonl
+    start_listener LogData --count 1
+    run "$TELVANE" replay "$bus" a.jsonl --speed 0
+    [ "$status" -eq 4 ]
+    [[ $output == "telvane replay: records that could not be published: 1;"* ]]
+    finish "$listener"
+    [ "$(jq -r .payload.log listener.out)" = 2 ]
+}
+
+@test "options that make no sense are refused" {
+    for arguments in "record $bus LogData" "record $bus -o x 1" "record $bus -o x LogData --keep never" \
+        "record $bus -o x LogData --after 5" "record $bus -o - LogData --keep 5" "record $bus -o x LogData --split-size -1" \
+        "replay $bus" "replay $bus x --rename a" "replay $bus x --rename a=1" "replay $bus x --speed -1" "info"; do
+        # shellcheck disable=SC2086
+        run "$TELVANE" $arguments
+        [ "$status" -eq 2 ]
+    done
+}
