@@ -105,7 +105,7 @@ std::string describeCatalogue()
         }
         constexpr std::size_t kWidth = 70;
         if (fields.size() > kWidth) {
-            fields = fields.substr(0, fields.rfind(',', kWidth)) + ", ...";
+            fields.replace(fields.rfind(',', kWidth), std::string::npos, ", ...");
         }
         columns.addRow({recordClass.name, isTimeStamp(recordClass.table()) ? "a time text" : fields});
     }
@@ -128,7 +128,7 @@ std::string describeClass(const RecordClass& recordClass)
         std::string shown = nested ? "its own defaults" : printJson(value);
         constexpr std::size_t kWidth = 60;
         if (shown.size() > kWidth) {
-            shown = shown.substr(0, kWidth) + "...";
+            shown.replace(kWidth, std::string::npos, "...");
         }
         columns.addRow({field.key, kindOfField(field), shown});
     }
