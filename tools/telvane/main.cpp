@@ -27,6 +27,7 @@ int main(int argc, char** argv)
     addRecordCommand(line);
     addInfoCommand(line);
     addReplayCommand(line);
+    addCompleteCommand(line);
 
     prepareProcess();
     return line.run(argc, argv);
