@@ -16,8 +16,7 @@ void addBusOptions(Command& command, BusOptions& options)
 {
     command.option("PATH", options.path, "Socket of the bus's server").required();
     command.option("--wait", options.wait, "Wait up to this many seconds for the server to appear")
-        .within(0.0, 1e6)
-        .typeName("SECONDS");
+        .within(0.0, 1e6);
 }
 
 Option addDuration(Command& command, const char* name, Nanoseconds& duration, const std::string& what)

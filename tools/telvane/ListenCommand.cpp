@@ -10,6 +10,7 @@
 #include "IncomingRecord.h"
 #include "Json.h"
 #include "Messages.h"
+#include "MissedRecords.h"
 #include "Session.h"
 
 #include <cstdint>
@@ -62,7 +63,9 @@ public:
     void take(const std::string& channel, const IncomingRecord& record, const RecordClass* recordClass,
               int sequence)
     {
+        m_missed.take(sequence);
         if (!record.fault().empty()) {
+            m_missed.takeUnreadable();
             complain(channel + " " + std::to_string(sequence) + ": " + record.fault());
             return;
         }
@@ -80,6 +83,8 @@ public:
             m_output += line;
         }
     }
+
+    const MissedRecords& missed() const { return m_missed; }
 
     /// Writes what has arrived until there is an end to it.
     int writeTo(Session& session, Nanoseconds deadline)
@@ -137,6 +142,7 @@ private:
     }
 
     const Options& m_options;
+    MissedRecords m_missed;
     std::mutex m_lock;
     std::string m_output;
     std::uint64_t m_taken = 0;
@@ -174,7 +180,10 @@ int listen(const Options& options)
     if (result == kSuccess) {
         result = arrivals.writeTo(session, deadline);
     }
-    const std::uint64_t broken = session.brokenMessages();
+    for (const std::string& line : arrivals.missed().describe(options.verbose)) {
+        complain(line);
+    }
+    const std::uint64_t broken = session.brokenMessages() + session.undecodableRecords();
     if (broken != 0) {
         complain(std::to_string(broken) + " messages were not whole and could not be read");
     }
@@ -189,29 +198,20 @@ void addListenCommand(CommandLine& line)
     Command command(line, "listen", "Print each record of some channels as a line of JSON");
     addBusOptions(command, options->bus);
     command.option("CHANNEL", options->channels, "Channels to listen on").required();
-    command
-        .option("--as", options->className,
-                "Decode and check payloads as this class (default: the class named like the "
-                "channel; without one, payloads are printed as they come)")
-        .typeName("CLASS");
+    command.option("--as", options->className,
+                   "Decode and check payloads as this class (default: the class named like the "
+                   "channel; without one, payloads are printed as they come)");
     command.option("--count", options->count, "End after this many records").positive();
     command
         .option("--timeout", options->timeout,
                 "End after this many seconds; with --count, an error if not all have come")
         .positive()
-        .within(0.0, kMostSeconds)
-        .typeName("SECONDS");
+        .within(0.0, kMostSeconds);
     command.flag("--pretty", options->pretty, "Print over several lines, indented");
     command.flag("--names", options->names,
                  "Show the names of consumable codes beside the numbers: processName behind process");
     command.flag("--verbose", options->verbose,
                  "Say on standard error when nothing that is published from then on will be missed");
-    command.examples("# everything on two channels, until Ctrl-C\n"
-                     "telvane listen /tmp/bus WeldTraceDataPoint WeldMetrics\n"
-                     "# the next weld, with names beside the codes\n"
-                     "telvane listen /tmp/bus WeldMetrics --count 1 --names --pretty\n"
-                     "# the current alone, for another program\n"
-                     "telvane listen /tmp/bus WeldTraceDataPoint | jq .payload.amps\n");
     command.run([options] { return listen(*options); });
 }
 

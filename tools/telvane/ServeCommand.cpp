@@ -3,6 +3,8 @@
 #include "Commands.h"
 #include "ExitCodes.h"
 #include "Messages.h"
+#include "MetricsPipe.h"
+#include "PeerGuard.h"
 #include "ServiceManager.h"
 #include "Signals.h"
 
@@ -30,6 +32,8 @@ struct Options
     std::string path;
     std::string mode = "0600";
     int subscriberBuffer = 1024 * 1024;
+    PeerGuardOptions guard;
+    std::string metricsPipe;
     bool verbose = false;
 };
 
@@ -168,6 +172,7 @@ int serve(Options& options)
     }
     EventServer server;
     server.SetSubscriberSendBuffer(options.subscriberBuffer);
+    guardServer(server, options.guard);
     void* const user = &options;
     server.install_OnConnect(options.verbose ? &tellConnected : &checkBuffer, user);
     if (options.verbose) {
@@ -179,6 +184,11 @@ int serve(Options& options)
     const int started = inherited != 0 ? startOnInherited(server, options.path) : start(server, options);
     if (started != kSuccess) {
         return started;
+    }
+    MetricsPipe metrics(options.metricsPipe, server);
+    if (const int result = options.metricsPipe.empty() ? kSuccess : metrics.open(); result != kSuccess) {
+        server.Stop();
+        return result;
     }
     tellServiceManager("READY=1\nSTATUS=Serving " + options.path);
     if (options.verbose) {
@@ -224,12 +234,15 @@ void addServeCommand(CommandLine& line)
                 "kernel's default")
         .notNegative()
         .showDefault();
+    addPeerGuardOptions(command, options->guard);
+    command
+        .option(
+            "--metrics-pipe", options->metricsPipe,
+            "Named pipe to make, from which anybody may read how the server fares: OpenMetrics text up to "
+            "\"# EOF\", and again for a reader that is slow to close")
+        .typeName("PATH");
     command.flag("--verbose", options->verbose,
                  "Tell of connects, subscriptions and leavings on standard error");
-    command.examples("# on a path of your own, for the members of your group, too\n"
-                     "telvane serve /tmp/bus --mode 0660 --verbose\n"
-                     "# for good, with systemd: the socket is handed over\n"
-                     "systemctl enable --now telvane.socket\n");
     command.run([options] { return serve(*options); });
 }
 

@@ -1,0 +1,250 @@
+#!/usr/bin/env bats
+# Whom a server refuses, and what it tells of how it fares.
+
+load common
+
+me=$(id -u)
+mine=$(id -g)
+others=4294967290 # nobody has this number
+
+@test "serve refuses one client more than it is told and says so" {
+    start_server --max-clients 1
+    start_listener LogData
+    run "$TELVANE" publish "$bus" LogData '{"log":"x"}'
+    await server.err "refused client [0-9]* (process [0-9]*, user $me, group $mine): there are as many clients as are allowed"
+    kill "$listener"
+    finish "$listener"
+    await server.err "has left"
+    start_listener LogData --count 1
+    [ "$(grep -c refused server.err)" -eq 1 ]
+}
+
+@test "serve refuses subscriptions beyond the number for a client" {
+    start_server --max-subscriptions 2
+    run "$TELVANE" listen "$bus" One Two Three
+    [ "$status" -eq 3 ]
+    await server.err "refused client .* for channel Three: it has as many subscriptions as are allowed"
+    start_listener Three Four
+}
+
+@test "serve refuses new channels beyond their number" {
+    start_server --max-channels 2
+    start_listener One Two
+    run "$TELVANE" listen "$bus" Three
+    [ "$status" -eq 3 ]
+    await server.err "refused client .* for channel Three: there are as many channels as are allowed"
+    start_listener Two
+}
+
+@test "serve lets the users in that it is told, by name and by number" {
+    start_server --allow-user "$others" --allow-user "$(id -un)"
+    start_listener LogData
+    kill "$server"
+    finish "$server"
+    start_server --allow-user "$me"
+    start_listener LogData
+}
+
+@test "serve lets the members of groups in that it is told, by name and by number" {
+    start_server --allow-group "$(id -gn)"
+    start_listener LogData
+    kill "$server"
+    finish "$server"
+    start_server --allow-user "$others" --allow-group "$mine"
+    start_listener LogData
+    [ "$(grep -c refused server.err)" -eq 0 ]
+}
+
+@test "serve keeps all others out, the listener learns it, and the server says whom" {
+    start_server --allow-user "$others" --allow-group "$others"
+    run "$TELVANE" listen "$bus" LogData
+    [ "$status" -eq 3 ]
+    await server.err "refused client [0-9]* (process [0-9]*, user $me, group $mine): neither its user nor one of its groups is allowed"
+}
+
+@test "serve wants users and groups that there are, and numbers" {
+    for option in "--allow-user 'no such'" "--allow-group 'no such'" "--max-clients 0" "--max-channels many"; do
+        run eval "$TELVANE serve $bus $option"
+        [ "$status" -eq 2 ]
+        [ ! -e "$bus" ]
+    done
+}
+
+# await_lines <number> <file> [pattern]: waits until so many lines of the file match.
+await_lines() {
+    local tries=0
+    until [ "$(grep -c -- "${3:-}" "$2")" -ge "$1" ]; do
+        tries=$((tries + 1))
+        [ "$tries" -le 1500 ]
+        sleep 0.02
+    done
+}
+
+# await_leavers <number>: waits until so many clients have left and all that they sent has been handled.
+await_leavers() {
+    await_lines "$1" server.err "has left"
+}
+
+# scrape: reads one page into metrics. A reader that is slow to close the pipe is given another one.
+scrape() {
+    sed '/^# EOF$/q' pipe >metrics
+}
+
+# value <sample>: the value of the sample whose name and labels begin so, from the page in metrics.
+value() {
+    sed -n "s/^$1 //p" metrics
+}
+
+@test "cat on the metrics pipe gives a page" {
+    start_server --metrics-pipe "$directory/pipe"
+    cat pipe >metrics
+    [ "$(head -n 1 metrics)" = "# TYPE telvane_packets_received counter" ]
+    [ "$(tail -n 1 metrics)" = "# EOF" ]
+}
+
+@test "the metrics pipe gives a page of OpenMetrics text each time" {
+    start_server --metrics-pipe "$directory/pipe"
+    start_listener LogData --count 2
+    scrape
+    [ "$(tail -n 1 metrics)" = "# EOF" ]
+    [ "$(value telvane_packets_received_total)" -eq 1 ]
+    [ "$(value telvane_clients)" -eq 1 ]
+    [ "$(value 'telvane_channel_subscribers{channel="LogData"}')" -eq 1 ]
+    "$TELVANE" publish "$bus" LogData '{"log":"x"}'
+    "$TELVANE" publish "$bus" LogData '{"log":"y"}'
+    "$TELVANE" publish "$bus" Nobody '{}'
+    finish "$listener"
+    await_leavers 4
+    scrape
+    [ "$(value telvane_packets_received_total)" -eq 4 ]
+    [ "$(value telvane_relays_sent_total)" -eq 2 ]
+    [ "$(value 'telvane_channel_publications_total{channel="LogData"}')" -eq 2 ]
+    [ "$(value 'telvane_packets_dropped_total{reason="no_subscriber_ever"}')" -eq 1 ]
+    [ "$(grep -c '^# TYPE' metrics)" -eq "$(grep -c '^# HELP' metrics)" ]
+}
+
+@test "the metrics tell who missed what on which channel and why" {
+    start_server --metrics-pipe "$directory/pipe" --subscriber-buffer 4096
+    start_listener LogData
+    kill -STOP "$listener"
+    for ((i = 0; i < 400; i++)); do
+        echo '{"log":"x"}'
+    done | "$TELVANE" publish "$bus" LogData -
+    await_leavers 1
+    scrape
+    kill -CONT "$listener"
+    labels="{client=\"[0-9]*\",process=\"$listener\",user=\"$me\",channel=\"LogData\""
+    missed=$(value "telvane_subscription_relays_missed_total$labels}")
+    [ "$missed" -gt 0 ]
+    [ "$(value "telvane_subscription_relays_sent_total$labels}")" -eq $((400 - missed)) ]
+    [ "$(value telvane_relays_missed_total)" -eq "$missed" ]
+    [ "$(value "telvane_subscription_last_error_info$labels,error=\"EAGAIN\",text=\".*\"}")" -eq 1 ]
+    [ "$(value "telvane_client_unread_bytes{client=\"[0-9]*\",process=\"$listener\",user=\"$me\"}")" -gt 0 ]
+}
+
+@test "the metrics count refusals" {
+    start_server --metrics-pipe "$directory/pipe" --max-channels 1
+    start_listener One
+    run "$TELVANE" listen "$bus" Two
+    scrape
+    [ "$(value telvane_subscriptions_refused_total)" -eq 1 ]
+    [ "$(value telvane_channels)" -eq 1 ]
+}
+
+@test "the metrics pipe goes with its server and comes back after one that was killed" {
+    start_server --metrics-pipe "$directory/pipe"
+    kill -KILL "$server"
+    finish "$server"
+    [ -p pipe ]
+    start_server --metrics-pipe "$directory/pipe"
+    scrape
+    [ "$(tail -n 1 metrics)" = "# EOF" ]
+    kill "$server"
+    finish "$server"
+    [ "$status" -eq 0 ]
+    [ ! -e pipe ]
+    [ ! -s server.out ]
+}
+
+@test "a reader of the metrics that leaves early or reads nothing holds up nobody" {
+    start_server --metrics-pipe "$directory/pipe"
+    head -c 1 pipe >metrics
+    exec 7<pipe
+    start_listener LogData --count 1
+    "$TELVANE" publish "$bus" LogData '{"log":"x"}'
+    finish "$listener"
+    [ "$status" -eq 0 ]
+    kill "$server"
+    finish "$server"
+    [ "$status" -eq 0 ]
+    exec 7<&-
+}
+
+@test "serve leaves what is no pipe alone" {
+    echo precious >pipe
+    run "$TELVANE" serve "$bus" --metrics-pipe "$directory/pipe"
+    [ "$status" -eq 2 ]
+    [[ $output == *"$directory/pipe is there already and is not a pipe; it is left alone" ]]
+    [ "$(cat pipe)" = precious ]
+    [ ! -e "$bus" ]
+}
+
+@test "serve says why it cannot make the metrics pipe" {
+    run "$TELVANE" serve "$bus" --metrics-pipe "$directory/missing/pipe"
+    [ "$status" -eq 5 ]
+    [[ $output == *"cannot make the pipe $directory/missing/pipe: No such file or directory" ]]
+}
+
+@test "listen says at its end that it has missed nothing when that is certain" {
+    start_server
+    start_listener LogData --count 3
+    for n in 1 2 3; do
+        echo "{\"log\":\"$n\"}"
+    done | "$TELVANE" publish "$bus" LogData -
+    finish "$listener"
+    await listener.err "nothing was missed: the numbers 1 to 3 came without a gap"
+}
+
+@test "listen says at its end how many records it may have missed" {
+    start_server
+    start other "$TELVANE" listen "$bus" Other --verbose
+    await other.err ": listening$"
+    start_listener LogData --count 2
+    "$TELVANE" publish "$bus" LogData '{"log":"1"}'
+    await_leavers 1
+    "$TELVANE" publish "$bus" Other '{}'
+    await_leavers 2
+    "$TELVANE" publish "$bus" LogData '{"log":"2"}'
+    finish "$listener"
+    await listener.err "at most 1 records were missed: of the numbers 2 to 4 as many did not come"
+}
+
+@test "listen says at its end how many records it could not read" {
+    start_server
+    start_listener LogData --count 1
+    "$TELVANE" publish "$bus" LogData '{"log":5}'
+    await_leavers 1
+    "$TELVANE" publish "$bus" LogData '{"log":"good"}'
+    finish "$listener"
+    await listener.err "records that could not be read: 1"
+}
+
+@test "a listener that stood still knows what it missed" {
+    start_server --subscriber-buffer 4096 --metrics-pipe "$directory/pipe"
+    start_listener LogData
+    kill -STOP "$listener"
+    for ((i = 0; i < 400; i++)); do
+        echo '{"log":"x"}'
+    done | "$TELVANE" publish "$bus" LogData -
+    await_leavers 1
+    scrape
+    missed=$(value telvane_relays_missed_total)
+    [ "$missed" -gt 0 ]
+    kill -CONT "$listener"
+    await_lines $((400 - missed)) listener.out
+    "$TELVANE" publish "$bus" LogData '{"log":"last"}'
+    await listener.out last
+    kill -INT "$listener"
+    finish "$listener"
+    grep -q "at most $missed records were missed" listener.err
+}
