@@ -7,9 +7,81 @@
 
 #include <algorithm>
 #include <exception>
+#include <set>
 
 namespace TelvaneTool
 {
+
+namespace
+{
+
+std::string joined(const std::set<CLI::Option*>& options)
+{
+    std::string text;
+    for (const CLI::Option* const option : options) {
+        text += (text.empty() ? "" : ", ") + option->get_name();
+    }
+    return text;
+}
+
+OptionText describeOption(const CLI::Option& option)
+{
+    OptionText text;
+    text.argument = option.get_positional();
+    if (text.argument) {
+        text.names.push_back(option.get_name(true));
+    }
+    for (const std::string& name : option.get_snames()) {
+        text.names.push_back("-" + name);
+    }
+    for (const std::string& name : option.get_lnames()) {
+        text.names.push_back("--" + name);
+    }
+    if (option.get_items_expected_max() != 0) {
+        const std::string type = option.get_type_name();
+        text.value = type.substr(0, type.find(':')); // behind which the checks speak of themselves
+        if (text.value == "FLOAT" || text.value == "INT" || text.value == "UINT") {
+            text.value = "NUMBER";
+        }
+    }
+    text.required = option.get_required();
+    text.repeated = option.get_items_expected_max() > 1;
+    text.what = option.get_description();
+    text.group = option.get_group();
+    text.defaultText = option.get_default_str();
+    if (!option.get_needs().empty()) {
+        text.remarks.push_back("with " + joined(option.get_needs()));
+    }
+    if (!option.get_excludes().empty()) {
+        text.remarks.push_back("not with " + joined(option.get_excludes()));
+    }
+    return text;
+}
+
+bool isOptionGroup(const CLI::App* app)
+{
+    return app->get_name().empty();
+}
+
+CommandText describeCommand(const CLI::App& app)
+{
+    CommandText text;
+    text.name = app.get_name();
+    text.what = app.get_description();
+    text.examples = app.get_footer();
+    for (const CLI::Option* const option : app.get_options()) {
+        text.options.push_back(describeOption(*option));
+    }
+    for (const CLI::App* const choice : app.get_subcommands(&isOptionGroup)) {
+        for (OptionText& option : describeCommand(*choice).options) {
+            option.remarks.push_back("exactly one of " + choice->get_description());
+            text.options.push_back(option);
+        }
+    }
+    return text;
+}
+
+} // namespace
 
 Option& Option::required()
 {
@@ -107,7 +179,9 @@ void Command::exactlyOneOf(const char* one, const char* other)
 {
     CLI::Option* const first = m_app->get_option(one);
     CLI::Option* const second = m_app->get_option(other);
-    auto* const choice = m_app->add_option_group(std::string(one) + " or " + other);
+    const std::string names = std::string(one) + " and " + other;
+    auto* const choice = m_app->add_option_group(names, names);
+    choice->set_help_flag();
     choice->add_options(first, second);
     choice->require_option(1);
 }
@@ -119,7 +193,12 @@ bool Command::given(const char* name) const
 
 void Command::examples(const std::string& lines)
 {
-    m_app->footer("Examples:\n" + lines);
+    m_app->footer(lines);
+}
+
+void Command::hide()
+{
+    m_app->group("");
 }
 
 void Command::run(const std::function<int()>& work)
@@ -131,11 +210,14 @@ void Command::run(const std::function<int()>& work)
 }
 
 CommandLine::CommandLine(const char* what, const char* version, const char* footer)
-    : m_app(std::make_unique<CLI::App>(what, "telvane")), m_exitCode(kSuccess)
+    : m_app(std::make_unique<CLI::App>(what, "telvane")), m_footer(footer), m_exitCode(kSuccess)
 {
-    m_app->set_version_flag("--version", version);
+    m_app->set_version_flag("--version", version, "Print the version and exit");
+    m_app->set_help_flag("-h,--help", "Print this help and exit");
     m_app->require_subcommand(1);
-    m_app->footer(footer);
+    m_app->formatter_fn([this](const CLI::App* app, const std::string&, CLI::AppFormatMode) {
+        return app == m_app.get() ? helpOfTool(describe(), m_footer) : helpOfCommand(describeCommand(*app));
+    });
 }
 
 CommandLine::~CommandLine() = default;
@@ -145,6 +227,19 @@ bool CommandLine::hasCommand(const std::string& name) const
     const auto commands = m_app->get_subcommands([](const CLI::App*) { return true; });
     return std::any_of(commands.begin(), commands.end(),
                        [&name](const CLI::App* command) { return command->get_name() == name; });
+}
+
+std::vector<CommandText> CommandLine::describe() const
+{
+    std::vector<CommandText> commands = {describeCommand(*m_app)};
+    commands.front().name.clear();
+    const auto shown = [](const CLI::App* command) {
+        return !command->get_group().empty();
+    };
+    for (const CLI::App* const command : m_app->get_subcommands(shown)) {
+        commands.push_back(describeCommand(*command));
+    }
+    return commands;
 }
 
 int CommandLine::run(int argc, const char* const* argv)

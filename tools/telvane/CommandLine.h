@@ -3,9 +3,12 @@
 // The command line of the tool: a layer over CLI11 without templates of CLI11's own, because what includes
 // those takes longer to compile than everything else of a subcommand.
 
+#include "HelpText.h"
+
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace CLI
 {
@@ -71,8 +74,11 @@ public:
     /// \return whether the option was on the command line
     bool given(const char* name) const;
 
-    /// Lines of examples, which end the help.
+    /// Lines of examples, which the help ends with: a command each, or what is said of the command below.
     void examples(const std::string& lines);
+
+    /// Leaves the subcommand out of the help: people have no use for it.
+    void hide();
 
     /// Says what the subcommand does; \p work returns the exit code. To be called last.
     void run(const std::function<int()>& work);
@@ -86,6 +92,7 @@ private:
 class CommandLine
 {
 public:
+    /// \param footer ends the help of all of it
     CommandLine(const char* what, const char* version, const char* footer);
     CommandLine(const CommandLine&) = delete;
     CommandLine& operator=(const CommandLine&) = delete;
@@ -95,11 +102,16 @@ public:
     /// \return the exit code
     int run(int argc, const char* const* argv);
 
+    /// \return all of it as data, for the help and for completion: its own options come first, as a command
+    ///         without a name
+    std::vector<CommandText> describe() const;
+
 private:
     friend class Command;
     bool hasCommand(const std::string& name) const;
 
     std::unique_ptr<CLI::App> m_app;
+    std::string m_footer;
     int m_exitCode;
 };
 

@@ -16,7 +16,8 @@ void addBusOptions(Command& command, BusOptions& options)
 {
     command.option("PATH", options.path, "Socket of the bus's server").required();
     command.option("--wait", options.wait, "Wait up to this many seconds for the server to appear")
-        .within(0.0, 1e6);
+        .within(0.0, 1e6)
+        .typeName("SECONDS");
 }
 
 Option addDuration(Command& command, const char* name, Nanoseconds& duration, const std::string& what)

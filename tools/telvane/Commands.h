@@ -20,5 +20,6 @@ void addMonitorCommand(CommandLine& line);
 void addRecordCommand(CommandLine& line);
 void addReplayCommand(CommandLine& line);
 void addInfoCommand(CommandLine& line);
+void addCompleteCommand(CommandLine& line);
 
 } // namespace TelvaneTool

@@ -3,6 +3,7 @@
 #include "ConsumableCode.h"
 #include "ConsumableNames.h"
 #include "ExitCodes.h"
+#include "Json.h"
 #include "Messages.h"
 
 #include <memory>
@@ -18,6 +19,7 @@ struct Options
 {
     std::string table;
     std::string code;
+    bool json = false;
 };
 
 std::string rows(const ConsumableTable& table)
@@ -30,10 +32,33 @@ std::string rows(const ConsumableTable& table)
     return text + "255  unknown\n";
 }
 
+JsonTree entry(const ConsumableTable& table, int code)
+{
+    JsonTree object(cJSON_CreateObject());
+    cJSON_AddNumberToObject(object.get(), "code", code);
+    cJSON_AddStringToObject(object.get(), "name", consumableName(table, code).c_str());
+    return object;
+}
+
+JsonTree entries(const ConsumableTable& table)
+{
+    JsonTree array(cJSON_CreateArray());
+    for (std::size_t code = 0; code < table.count; ++code) {
+        cJSON_AddItemToArray(array.get(), entry(table, static_cast<int>(code)).release());
+    }
+    return array;
+}
+
 int show(const Options& options)
 {
     std::string text;
-    if (options.table.empty()) {
+    if (options.table.empty() && options.json) {
+        const JsonTree tables(cJSON_CreateObject());
+        for (const ConsumableTable& table : consumableTables()) {
+            cJSON_AddItemToObject(tables.get(), table.name, entries(table).release());
+        }
+        text = printJson(tables.get()) + "\n";
+    } else if (options.table.empty()) {
         for (const ConsumableTable& table : consumableTables()) {
             text += (text.empty() ? "" : "\n") + std::string(table.name) + ": " + table.title + "\n" +
                     rows(table);
@@ -46,7 +71,7 @@ int show(const Options& options)
             return kWrongUsage;
         }
         if (options.code.empty()) {
-            text = rows(*table);
+            text = options.json ? printJson(entries(*table).get()) + "\n" : rows(*table);
         } else {
             const auto code = readConsumableCode(options.code, table->texts, table->count);
             if (!code) {
@@ -55,7 +80,8 @@ int show(const Options& options)
                          ", and 255 for unknown");
                 return kWrongUsage;
             }
-            text = consumableName(*table, *code) + "\n";
+            text =
+                (options.json ? printJson(entry(*table, *code).get()) : consumableName(*table, *code)) + "\n";
         }
     }
     return writeResult(text);
@@ -69,6 +95,13 @@ void addConsumablesCommand(CommandLine& line)
     Command command(line, "consumables", "Show the codes of processes, wires, gases and alloys");
     command.option("TABLE", options->table, "process, wire-type, wire-size, gas or alloy (default: all)");
     command.option("CODE", options->code, "Show the name of this code only");
+    command.flag("--json", options->json, "Print JSON: objects of code and name");
+    command.examples("# every table, or one, or one name\n"
+                     "telvane consumables\n"
+                     "telvane consumables gas\n"
+                     "telvane consumables alloy 3\n"
+                     "# the same for a program\n"
+                     "telvane consumables gas --json\n");
     command.run([options] { return show(*options); });
 }
 

@@ -18,8 +18,14 @@ enum ExitCode : int
 };
 
 constexpr const char* kExitCodeHelp =
-    "Exit codes: 0 done, 1 time ran out, 2 wrong usage, 3 no server or connection lost,\n"
-    "  4 wrong record or recording, 5 output cannot be written, 128+n ended by signal n before it was done,\n"
-    "  141 the reader of the output has left";
+    "Exit codes:\n"
+    "  0      Done\n"
+    "  1      What was waited for did not come in time\n"
+    "  2      Arguments that make no sense; nothing was done\n"
+    "  3      No server, a refusal, or a connection that was lost\n"
+    "  4      A record or a recording that is not right, wholly or in part\n"
+    "  5      Standard output or a file could not be written\n"
+    "  128+N  Ended by signal N before it was done\n"
+    "  141    Whoever read standard output has left";
 
 } // namespace TelvaneTool

@@ -198,20 +198,29 @@ void addListenCommand(CommandLine& line)
     Command command(line, "listen", "Print each record of some channels as a line of JSON");
     addBusOptions(command, options->bus);
     command.option("CHANNEL", options->channels, "Channels to listen on").required();
-    command.option("--as", options->className,
-                   "Decode and check payloads as this class (default: the class named like the "
-                   "channel; without one, payloads are printed as they come)");
+    command
+        .option("--as", options->className,
+                "Decode and check payloads as this class (default: the class named like the "
+                "channel; without one, payloads are printed as they come)")
+        .typeName("CLASS");
     command.option("--count", options->count, "End after this many records").positive();
     command
         .option("--timeout", options->timeout,
                 "End after this many seconds; with --count, an error if not all have come")
         .positive()
-        .within(0.0, kMostSeconds);
+        .within(0.0, kMostSeconds)
+        .typeName("SECONDS");
     command.flag("--pretty", options->pretty, "Print over several lines, indented");
     command.flag("--names", options->names,
                  "Show the names of consumable codes beside the numbers: processName behind process");
     command.flag("--verbose", options->verbose,
                  "Say on standard error when nothing that is published from then on will be missed");
+    command.examples("# everything on two channels, until Ctrl-C\n"
+                     "telvane listen /tmp/bus WeldTraceDataPoint WeldMetrics\n"
+                     "# the next weld, with names beside the codes\n"
+                     "telvane listen /tmp/bus WeldMetrics --count 1 --names --pretty\n"
+                     "# the current alone, for another program\n"
+                     "telvane listen /tmp/bus WeldTraceDataPoint | jq .payload.amps\n");
     command.run([options] { return listen(*options); });
 }
 

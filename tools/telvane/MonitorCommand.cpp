@@ -143,10 +143,14 @@ void addMonitorCommand(CommandLine& line)
     auto options = std::make_shared<Options>();
     Command command(line, "monitor", "Show welds as they happen");
     addBusOptions(command, options->bus);
-    command.option("--ledger", options->ledger,
-                   "File shared with telvane weld; ends when that is done, and tells losses and delays");
+    command
+        .option("--ledger", options->ledger,
+                "File shared with telvane weld; ends when that is done, and tells losses and delays")
+        .typeName("FILE");
     command.flag("--verbose", options->verbose,
                  "Say on standard error when nothing that is published from then on will be missed");
+    command.examples("# each weld as it happens, and what it came to\n"
+                     "telvane monitor /tmp/bus\n");
     command.run([options] { return monitorWelds(*options); });
 }
 

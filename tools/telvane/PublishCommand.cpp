@@ -119,13 +119,20 @@ void addPublishCommand(CommandLine& line)
     command.option("JSON", options->json,
                    "The record, or - for one record a line from standard input; without it, the "
                    "defaults of the class");
-    command.option("--as", options->className, "Check the record as this class before it is sent");
+    command.option("--as", options->className, "Check the record as this class before it is sent")
+        .typeName("CLASS");
     command
         .option("--set", options->settings,
                 "key=value over the record or the class's defaults, as in settings.CommandWFS.Value=210 "
                 "or mModes[0].Label=3 or timestamp=now")
         .needs("--as")
         .repeatable();
+    command.examples("# a record as it stands\n"
+                     "telvane publish /tmp/bus LogData '{\"log\":\"hello\"}'\n"
+                     "# the defaults of a class, but for one field\n"
+                     "telvane publish /tmp/bus HALInfo --as HALInfo --set serialNumber=0042\n"
+                     "# one record a line\n"
+                     "telvane publish /tmp/bus LogData - < records.jsonl\n");
     command.run([options] { return publish(*options); });
 }
 

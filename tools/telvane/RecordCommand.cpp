@@ -168,7 +168,9 @@ void addRecordCommand(CommandLine& line)
     Command command(line, "record", "Write the records of some channels into a file, as they come");
     addBusOptions(command, options->bus);
     command.option("CHANNEL", options->channels, "Channels to record").required();
-    command.option("-o,--output", recorder.output.path, "File to write; - for standard output").required();
+    command.option("-o,--output", recorder.output.path, "File to write; - for standard output")
+        .required()
+        .typeName("FILE");
     command.flag("--force", recorder.output.replace, "Replace a file that is there already");
     addSize(command, "--split-size", recorder.output.splitSize,
             "Begin a new file at this size: with -o weld.jsonl weld-0001.jsonl, weld-0002.jsonl and so on");
@@ -181,6 +183,7 @@ void addRecordCommand(CommandLine& line)
     command
         .option("--trigger", recorder.trigger,
                 "Channel, recorded too, whose records have what is kept written")
+        .typeName("CHANNEL")
         .needs("--keep");
     addDuration(command, "--after", recorder.after, "How long to go on writing then (default: 5s)")
         .needs("--keep");

@@ -19,7 +19,7 @@ namespace TelvaneTool
 namespace
 {
 
-constexpr std::size_t kMostPending = 256 * 1024;
+constexpr std::size_t kMostPending = 262144;
 constexpr Nanoseconds kSyncPeriod = kSecond;
 constexpr int kMostFiles = 1'000'000;
 

@@ -29,6 +29,7 @@ struct Options
 {
     std::string className;
     bool schema = false;
+    bool json = false;
 };
 
 std::string kindOfField(const RecordField& field)
@@ -105,7 +106,7 @@ std::string describeCatalogue()
         }
         constexpr std::size_t kWidth = 70;
         if (fields.size() > kWidth) {
-            fields = fields.substr(0, fields.rfind(',', kWidth)) + ", ...";
+            fields.replace(fields.rfind(',', kWidth), std::string::npos, ", ...");
         }
         columns.addRow({recordClass.name, isTimeStamp(recordClass.table()) ? "a time text" : fields});
     }
@@ -128,7 +129,7 @@ std::string describeClass(const RecordClass& recordClass)
         std::string shown = nested ? "its own defaults" : printJson(value);
         constexpr std::size_t kWidth = 60;
         if (shown.size() > kWidth) {
-            shown = shown.substr(0, kWidth) + "...";
+            shown.replace(kWidth, std::string::npos, "...");
         }
         columns.addRow({field.key, kindOfField(field), shown});
     }
@@ -141,6 +142,66 @@ std::string describeClass(const RecordClass& recordClass)
     return text;
 }
 
+/// \return "integer", "array of records", ...: what a program has to tell apart
+const char* nameOfKind(FieldKind kind)
+{
+    switch (kind) {
+    case FieldKind::Integer:
+        return "integer";
+    case FieldKind::Number:
+        return "number";
+    case FieldKind::Flag:
+        return "boolean";
+    case FieldKind::Text:
+        return "string";
+    case FieldKind::Record:
+        return "record";
+    case FieldKind::FlagArray:
+        return "array of booleans";
+    case FieldKind::IntegerArray:
+        return "array of integers";
+    case FieldKind::RecordArray:
+        return "array of records";
+    case FieldKind::RecordVector:
+        return "list of records";
+    }
+    return "unknown";
+}
+
+JsonTree asJson(const RecordClass& recordClass)
+{
+    JsonTree object(cJSON_CreateObject());
+    cJSON_AddStringToObject(object.get(), "class", recordClass.name);
+    cJSON_AddStringToObject(object.get(), "base", recordClass.base);
+    cJSON* const fields = cJSON_AddArrayToObject(object.get(), "fields");
+    for (const RecordField& field : recordClass.table().fields()) {
+        cJSON* const entry = cJSON_CreateObject();
+        cJSON_AddItemToArray(fields, entry);
+        cJSON_AddStringToObject(entry, "key", field.key);
+        cJSON_AddStringToObject(entry, "kind", nameOfKind(field.kind));
+        if (field.nested != nullptr) {
+            cJSON_AddStringToObject(entry, "class", field.nested->table().className());
+        }
+        if (field.limit != 0) {
+            cJSON_AddNumberToObject(entry, "limit", static_cast<double>(field.limit));
+        }
+    }
+    std::unique_ptr<TelvaneDataTypeBase> record(recordClass.build());
+    cJSON* packaged = nullptr;
+    record->Package(&packaged);
+    cJSON_AddItemToObject(object.get(), "default", packaged);
+    return object;
+}
+
+JsonTree catalogueAsJson()
+{
+    JsonTree array(cJSON_CreateArray());
+    for (const RecordClass& recordClass : RecordCatalogue::classes()) {
+        cJSON_AddItemToArray(array.get(), asJson(recordClass).release());
+    }
+    return array;
+}
+
 int show(const Options& options)
 {
     const RecordClass* recordClass = nullptr;
@@ -151,6 +212,9 @@ int show(const Options& options)
     if (options.schema) {
         const JsonTree schema = recordClass != nullptr ? recordSchema(*recordClass) : catalogueSchema();
         text = printJson(schema.get(), true) + "\n";
+    } else if (options.json) {
+        const JsonTree tree = recordClass != nullptr ? asJson(*recordClass) : catalogueAsJson();
+        text = printJson(tree.get()) + "\n";
     } else {
         text = recordClass != nullptr ? describeClass(*recordClass) : describeCatalogue();
     }
@@ -165,6 +229,13 @@ void addRecordsCommand(CommandLine& line)
     Command command(line, "records", "Show the catalogue of record classes");
     command.option("CLASS", options->className, "Show the fields and the defaults of this class");
     command.flag("--schema", options->schema, "Print a JSON Schema (draft 2020-12) of the class, or of all");
+    command.flag("--json", options->json, "Print the fields and the defaults as JSON").excludes("--schema");
+    command.examples("# which classes are there, and what is in one\n"
+                     "telvane records\n"
+                     "telvane records WeldMetrics\n"
+                     "# the same for a program\n"
+                     "telvane records WeldMetrics --json | jq '.fields[].key'\n"
+                     "telvane records WeldMetrics --schema\n");
     command.run([options] { return show(*options); });
 }
 

@@ -86,6 +86,7 @@ void addReplayCommand(CommandLine& line)
     command
         .option("--only", replaySettings.only,
                 "Publish only channels like this, as recorded; * and ? stand for any characters")
+        .typeName("PATTERN")
         .repeatable();
     command.option("--rename", options->renames, "OLD=NEW: publish on another channel than the recorded one")
         .repeatable()

@@ -122,13 +122,15 @@ void addReplyCommand(CommandLine& line)
     command.option("JSON", options->json,
                    "The answer, or - to read it from standard input; without it, the defaults of the "
                    "class");
-    command.option("--as", options->className, "Check the answer as this class");
+    command.option("--as", options->className, "Check the answer as this class").typeName("CLASS");
     command.option("--set", options->settings, "key=value over the record or the class's defaults")
         .needs("--as")
         .repeatable();
     command.option("--count", options->count, "End after this many answers").positive();
     command.flag("--verbose", options->verbose,
                  "Say on standard error when no request from then on will be missed");
+    command.examples("# answer as a module would\n"
+                     "telvane reply /tmp/bus HALInfo --as HALInfo --set serialNumber=0042\n");
     command.run([options] { return reply(*options); });
 }
 

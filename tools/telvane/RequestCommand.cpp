@@ -120,14 +120,19 @@ void addRequestCommand(CommandLine& line)
     addBusOptions(command, options->bus);
     command.option("CHANNEL", options->channel, "Channel of the answer; the question goes to req_CHANNEL")
         .required();
-    command.option("--as", options->className,
-                   "Decode and check the answer as this class (default: the class named like the "
-                   "channel; without one, the answer is printed as it comes)");
+    command
+        .option("--as", options->className,
+                "Decode and check the answer as this class (default: the class named like the "
+                "channel; without one, the answer is printed as it comes)")
+        .typeName("CLASS");
     command.option("--timeout", options->timeout, "Seconds to wait for the answer")
         .positive()
         .within(0.0, kMostSeconds)
+        .typeName("SECONDS")
         .showDefault();
     command.flag("--pretty", options->pretty, "Print over several lines, indented");
+    command.examples("# ask whoever answers on req_HALInfo\n"
+                     "telvane request /tmp/bus HALInfo --timeout 2 --pretty\n");
     command.run([options] { return request(*options); });
 }
 

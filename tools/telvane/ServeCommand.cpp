@@ -243,6 +243,10 @@ void addServeCommand(CommandLine& line)
         .typeName("PATH");
     command.flag("--verbose", options->verbose,
                  "Tell of connects, subscriptions and leavings on standard error");
+    command.examples("# on a path of your own, for the members of your group, too\n"
+                     "telvane serve /tmp/bus --mode 0660 --verbose\n"
+                     "# for good, with systemd: the socket is handed over\n"
+                     "systemctl enable --now telvane.socket\n");
     command.run([options] { return serve(*options); });
 }
 

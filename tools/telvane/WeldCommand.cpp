@@ -208,6 +208,7 @@ void addReplayOptions(Command& command, Options& options)
     command
         .option("--ledger", options.ledger,
                 "File shared with telvane monitor, which tells losses and delays by it")
+        .typeName("FILE")
         .group(replay);
 }
 
@@ -244,6 +245,12 @@ void addWeldCommand(CommandLine& line)
     addRecordingOptions(command, *options);
     addReplayOptions(command, *options);
     addSetupOptions(command, options->setup);
+    command.examples(
+        "# three welds that are made up\n"
+        "telvane weld /tmp/bus --welds 3 --duration 5\n"
+        "# a recording of your own, ten times as fast\n"
+        "telvane weld /tmp/bus --csv robot.csv --amps current_A --volts voltage_V --period-us 500 \\\n"
+        "    --speed 10\n");
     command.run([options, command] {
         if (options->source.recording.path.empty() && !command.given("--set-volts")) {
             options->setup.setVolts = SimulatedWeld::kSetVolts;

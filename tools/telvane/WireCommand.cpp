@@ -3,6 +3,7 @@
 #include "ConsumableCode.h"
 #include "ConsumableNames.h"
 #include "ExitCodes.h"
+#include "Json.h"
 #include "Messages.h"
 
 #include <Telvane/Consumables.h>
@@ -27,6 +28,7 @@ struct Options
     std::string size;
     double diameter = 0.0; ///< inches
     std::string alloy;
+    bool json = false;
 };
 
 std::string format(const char* form, double first, double second)
@@ -73,6 +75,16 @@ int show(const Options& options)
         static_cast<double>(Telvane::GetWireWeight(static_cast<Telvane::_AlloyID_e>(alloy), diameter));
     const ConsumableTable& sizes = *findConsumableTable("wire-size");
     const ConsumableTable& alloys = *findConsumableTable("alloy");
+    if (options.json) {
+        const JsonTree object(cJSON_CreateObject());
+        cJSON_AddNumberToObject(object.get(), "diameterInches", inches);
+        cJSON_AddNumberToObject(object.get(), "nearestSize", nearest);
+        cJSON_AddStringToObject(object.get(), "nearestSizeName", consumableName(sizes, nearest).c_str());
+        cJSON_AddNumberToObject(object.get(), "alloy", alloy);
+        cJSON_AddStringToObject(object.get(), "alloyName", consumableName(alloys, alloy).c_str());
+        cJSON_AddNumberToObject(object.get(), "poundsPerFoot", pounds);
+        return writeResult(printJson(object.get()) + "\n");
+    }
     return writeResult(
         format("diameter      %.6g in  (%.4g mm)\n", inches, inches * kMillimetresPerInch) +
         "nearest size  " + std::to_string(nearest) + "  " + consumableName(sizes, nearest) + "\n" +
@@ -90,6 +102,10 @@ void addWireCommand(CommandLine& line)
     command.option("--diameter", options->diameter, "Diameter in inches").positive();
     command.exactlyOneOf("--size", "--diameter");
     command.option("--alloy", options->alloy, "Code or name of the alloy (default: 0, unknown)");
+    command.flag("--json", options->json, "Print JSON");
+    command.examples("# by its size, or by what a calliper says\n"
+                     "telvane wire --size 0.045 --alloy STL_E70\n"
+                     "telvane wire --diameter 0.0472 --json\n");
     command.run([options] { return show(*options); });
 }
 

@@ -9,7 +9,8 @@ int main(int argc, char** argv)
 {
     using namespace TelvaneTool;
 
-    const std::string footer = std::string("telvane COMMAND --help tells about a command.\n") + kExitCodeHelp;
+    const std::string footer =
+        std::string(kExitCodeHelp) + "\n\ntelvane COMMAND --help tells about a command.";
     CommandLine line(
         "Works with an event bus of libTelvane: serves it, listens, publishes, asks, replays welds.",
         TELVANE_VERSION, footer.c_str());
@@ -26,6 +27,7 @@ int main(int argc, char** argv)
     addRecordCommand(line);
     addInfoCommand(line);
     addReplayCommand(line);
+    addCompleteCommand(line);
 
     prepareProcess();
     return line.run(argc, argv);

@@ -1,0 +1,72 @@
+#!/usr/bin/env bats
+# What the tool says of itself: help, manual pages, completion.
+
+load common
+
+commands() {
+    "$TELVANE" --help | sed -n '/^Commands:/,/^$/s/^  \([a-z]*\) .*/\1/p'
+}
+
+@test "the help of every command has examples and fits a terminal" {
+    [ "$(commands | wc -l)" -ge 10 ]
+    for command in "" $(commands); do
+        # shellcheck disable=SC2086 # for the tool itself there is to be no word at all
+        "$TELVANE" $command --help >help
+        [ "$(LC_ALL=C.UTF-8 awk '!/^Examples:/ && length > 80 { print } /^Examples:/ { exit }' help)" = "" ]
+        [ -z "$command" ] || grep -q "^Examples:" help
+    done
+}
+
+@test "what the examples of the tables show is what they do" {
+    for command in records consumables wire; do
+        "$TELVANE" $command --help | sed -n "s/^  telvane /telvane /p" >examples
+        [ -s examples ]
+        while read -r example; do
+            bash -c "set -eo pipefail; telvane() { \"\$TELVANE\" \"\$@\"; }; $example" >output
+            [ -s output ]
+        done <examples
+    done
+}
+
+@test "what the tables show is there as JSON, too" {
+    [ "$("$TELVANE" consumables --json | jq -c 'keys')" = '["alloy","gas","process","wire-size","wire-type"]' ]
+    [ "$("$TELVANE" consumables gas 2 --json)" = '{"code":2,"name":"AR75_CO225"}' ]
+    [ "$("$TELVANE" consumables gas --json | jq -r '.[2].name')" = AR75_CO225 ]
+    [ "$("$TELVANE" wire --size 0.045 --json | jq -c '[.diameterInches, .nearestSizeName]')" = '[0.045,"0.045"]' ]
+    [ "$("$TELVANE" records --json | jq length)" -eq "$("$TELVANE" records | wc -l)" ]
+    [ "$("$TELVANE" records WeldTraceData --json | jq -c '.fields[2], .default.sequence')" = \
+        $'{"key":"data","kind":"record","class":"WeldTraceDataPoint"}\n0' ]
+}
+
+@test "bash completes what the tool offers" {
+    offered() { # <word...>, of which the last is unfinished
+        bash --norc -c '
+            source "$0"
+            compopt() { [ "$*" = "-o filenames" ]; }
+            COMP_WORDS=(telvane "$@") COMP_CWORD=$#
+            _telvane "$TELVANE" "${!#}"
+            printf "%s\n" "${COMPREPLY[@]}"' "$BATS_TEST_DIRNAME/../../tools/completion/telvane.bash" "$@"
+    }
+    [ "$(offered lis)" = listen ]
+    [ "$(offered listen "$bus" HALI)" = HALInfo ]
+    [ "$(offered listen "$bus" --pre)" = --pretty ]
+    [ "$(offered consumables process "MIG Sh")" = 'MIG\ Short\ Arc' ]
+    touch some-socket
+    [ "$(offered listen some)" = some-socket ]
+    [ "$(offered lissen "")" = "" ]
+}
+
+@test "zsh completes what the tool offers" {
+    offered() {
+        zsh -f -c '
+            _files() { print files }
+            _describe() { print -l "${(@P)4}" }
+            script=$0 words=("$TELVANE" "$@") CURRENT=$(($# + 1))
+            ask() { source $script }
+            ask' "$BATS_TEST_DIRNAME/../../tools/completion/_telvane" "$@"
+    }
+    [ "$(offered lis)" = "listen:Print each record of some channels as a line of JSON" ]
+    [ "$(offered listen "$bus" HALI)" = "HALInfo:record class" ]
+    [ "$(offered consumables process "MIG Sh")" = "MIG Short Arc:code 4" ]
+    [ "$(offered listen some)" = files ]
+}
