@@ -13,11 +13,7 @@ teardown() {
     for process in "${processes[@]}"; do
         # Only one that stands still: a leak sanitizer at work stops its process in a way that SIGCONT undoes.
         if grep -q '^State:.T' "/proc/$process/status" 2>/dev/null; then
-            # Only who stands still is woken up: to others SIGCONT can undo the SIGSTOP by which the leak sanitizer
-        # catches the process at its end, and they would wait for each other for ever.
-        if grep -q '^State:.T ' "/proc/$process/status" 2>/dev/null; then
             kill -CONT "$process" 2>/dev/null || true
-        fi
         fi
         kill "$process" 2>/dev/null || true
     done
