@@ -10,7 +10,7 @@ load common
     finish "$listener"
     [ "$status" -eq 0 ]
     [ "$(jq -r '[keys_unsorted[]] | join(" ")' listener.out)" = "time channel sequence payload" ]
-    [ "$(jq -c '[.channel, .sequence, .payload]' listener.out)" = '["LogData",1,{"log":"hello"}]' ]
+    [ "$(jq -c '[.channel, .sequence, .payload]' listener.out)" = '["LogData",3,{"log":"hello"}]' ]
     grep -Eq '"time":"20[0-9]{2}-[01][0-9]-[0-3][0-9]T[0-2][0-9]:[0-5][0-9]:[0-6][0-9]\.[0-9]{6}Z"' listener.out
 }
 
@@ -37,7 +37,7 @@ load common
     finish "$listener"
     [ "$status" -eq 0 ]
     [ "$(jq -r .payload.log listener.out)" = good ]
-    [ "$(grep -v listening listener.err | head -n 1)" = "telvane listen: LogData 1: log: expected a string, got a number" ]
+    [ "$(grep -v listening listener.err | head -n 1)" = "telvane listen: LogData 3: log: expected a string, got a number" ]
 }
 
 @test "listen follows several channels" {

@@ -94,7 +94,7 @@ lost="the server at"
     ) &
     publish=$!
     processes+=("$publish")
-    await server.err "has connected"
+    await server.err "(process $publish, .*has connected"
     kill -KILL "$server"
     finish "$publish"
     exec 4<&-

@@ -97,7 +97,7 @@ load common
     grep -q "client [0-9]* (process $listener, user $(id -u)) has connected" server.err
     kill "$server"
     finish "$server"
-    grep -q "stopped; 2 messages received, 1 relayed, 0 missed" server.err
+    grep -q "stopped; 4 messages received, 1 relayed, 0 missed" server.err
 }
 
 @test "serve is quiet by itself" {

@@ -29,7 +29,7 @@ while True:
     kill "$server"
     finish "$server"
     [ "$status" -eq 0 ]
-    grep -q "stopped; 2 messages received, 1 relayed" activation.err
+    grep -q "stopped; 4 messages received, 1 relayed" activation.err
     [ -S "$bus" ] # it belongs to who made it
 }
 

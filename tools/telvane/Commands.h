@@ -20,6 +20,7 @@ void addMonitorCommand(CommandLine& line);
 void addRecordCommand(CommandLine& line);
 void addReplayCommand(CommandLine& line);
 void addInfoCommand(CommandLine& line);
+void addTopCommand(CommandLine& line);
 void addCompleteCommand(CommandLine& line);
 
 } // namespace TelvaneTool

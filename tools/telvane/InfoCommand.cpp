@@ -46,8 +46,10 @@ void addInfoCommand(CommandLine& line)
     Command command(line, "info", "Tell what a recording holds: span, channels, counts, rates, gaps");
     command.option("FILE", options->file, "Recording, or - for standard input").required();
     command.flag("--json", options->json, "Print JSON");
-    command.examples("  telvane info weld.jsonl\n"
-                     "  telvane info weld.jsonl --json | jq '.channels[].rate'");
+    command.examples("# what is in it\n"
+                     "telvane info weld.jsonl\n"
+                     "# the rates of its channels\n"
+                     "telvane info weld.jsonl --json | jq '.channels[] | {channel, rate}'\n");
     command.run([options] { return describe(*options); });
 }
 

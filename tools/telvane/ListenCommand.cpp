@@ -2,19 +2,19 @@
 // slow for a moment therefore costs memory here and no records at the server, which drops what a subscriber
 // does not fetch.
 
+#include "AmountText.h"
+#include "ChannelFollower.h"
 #include "CommandLine.h"
 #include "CommandOptions.h"
 #include "Commands.h"
-#include "ConsumableNames.h"
 #include "ExitCodes.h"
 #include "IncomingRecord.h"
-#include "Json.h"
 #include "Messages.h"
 #include "MissedRecords.h"
+#include "RecordLines.h"
 #include "Session.h"
 
 #include <cstdint>
-#include <ctime>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -35,29 +35,17 @@ struct Options
     std::string className;
     std::uint64_t count = 0;
     double timeout = 0.0;
-    bool pretty = false;
+    bool all = false;
+    RecordLines::Settings lines;
+    std::vector<std::string> conditions;
     bool verbose = false;
-    bool names = false;
 };
-
-/// \return the time now as "2024-01-02T03:04:05.678901Z"
-std::string arrivalTime()
-{
-    timespec now = {};
-    clock_gettime(CLOCK_REALTIME, &now);
-    tm parts = {};
-    gmtime_r(&now.tv_sec, &parts);
-    char text[64];
-    const std::size_t length = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
-    std::snprintf(text + length, sizeof text - length, ".%06ldZ", now.tv_nsec / 1000);
-    return text;
-}
 
 /// What has arrived and is not yet written.
 class Arrivals
 {
 public:
-    explicit Arrivals(const Options& options) : m_options(options) {}
+    explicit Arrivals(const Options& options) : m_options(options), m_lines(options.lines) {}
 
     /// Called on the receiver thread.
     void take(const std::string& channel, const IncomingRecord& record, const RecordClass* recordClass,
@@ -69,14 +57,11 @@ public:
             complain(channel + " " + std::to_string(sequence) + ": " + record.fault());
             return;
         }
-        std::string line = R"({"time":")" + arrivalTime() + R"(","channel":")" + channel +
-                           R"(","sequence":)" + std::to_string(sequence) + R"(,"payload":)" +
-                           payloadText(record, recordClass) + "}";
-        if (m_options.pretty) {
-            std::string error;
-            line = printJson(parseJson(line, error).get(), true);
+        const std::string line =
+            m_lines.print({channel, sequence, record, recordClass, realTimeNow(), monotonicNow()});
+        if (line.empty()) {
+            return;
         }
-        line += '\n';
         const std::lock_guard<std::mutex> guard(m_lock);
         if (m_options.count == 0 || m_taken < m_options.count) {
             ++m_taken;
@@ -87,10 +72,13 @@ public:
     const MissedRecords& missed() const { return m_missed; }
 
     /// Writes what has arrived until there is an end to it.
-    int writeTo(Session& session, Nanoseconds deadline)
+    int writeTo(Session& session, ChannelFollower& channels, Nanoseconds deadline)
     {
         for (;;) {
-            session.waitFor([this] { return hasOutput(); }, deadline);
+            session.waitFor([this] { return hasOutput(); }, channels.nextWake(deadline));
+            if (const int result = channels.follow(); result != kSuccess) {
+                return result;
+            }
             const bool expired = deadline >= 0 && monotonicNow() >= deadline;
             if (const std::string output = takeOutput(); !output.empty() && !session.write(output)) {
                 return kOutputFailure;
@@ -105,17 +93,6 @@ public:
     }
 
 private:
-    std::string payloadText(const IncomingRecord& record, const RecordClass* recordClass) const
-    {
-        if (!m_options.names || recordClass == nullptr) {
-            return record.text();
-        }
-        std::string error;
-        const JsonTree payload = parseJson(record.text(), error);
-        addConsumableNames(payload.get(), recordClass->table());
-        return printJson(payload.get());
-    }
-
     bool hasOutput()
     {
         const std::lock_guard<std::mutex> guard(m_lock);
@@ -143,20 +120,36 @@ private:
 
     const Options& m_options;
     MissedRecords m_missed;
+    RecordLines m_lines; ///< used by the receiver thread only
     std::mutex m_lock;
     std::string m_output;
     std::uint64_t m_taken = 0;
     std::uint64_t m_written = 0; ///< used by the main thread only
 };
 
-int listen(const Options& options)
+/// Reads what the options say as text, or complains.
+bool readOptions(Options& options)
 {
-    std::vector<const RecordClass*> classes(options.channels.size());
-    for (std::size_t i = 0; i < classes.size(); ++i) {
-        if (!checkChannel(options.channels[i]) ||
-            !classOfChannel(options.className, options.channels[i], classes[i])) {
-            return kWrongUsage;
+    for (const std::string& condition : options.conditions) {
+        const std::string error = options.lines.filters.emplace_back().read(condition);
+        if (!error.empty()) {
+            complain("--where: " + error);
+            return false;
         }
+    }
+    if (options.channels.empty() && !options.all) {
+        complain("CHANNEL is required; --all listens on every channel");
+        return false;
+    }
+    const Telvane::RecordClass* ignored = nullptr;
+    return checkChannelsOrPatterns(options.channels) &&
+           (options.className.empty() || findClass(options.className, ignored));
+}
+
+int listen(Options& options)
+{
+    if (!readOptions(options)) {
+        return kWrongUsage;
     }
     const Nanoseconds deadline =
         options.timeout > 0.0 ? monotonicNow() + nanoseconds(options.timeout) : Session::kNoDeadline;
@@ -164,24 +157,31 @@ int listen(const Options& options)
     Session session(Session::Output::Data, options.count == 0 ? Session::Interruption::IsTheWayToEnd
                                                               : Session::Interruption::CutsShort);
     int result = session.connect(options.bus.path, options.bus.wait);
-    for (std::size_t i = 0; i < classes.size() && result == kSuccess; ++i) {
-        const std::string channel = options.channels[i];
-        const RecordClass* const recordClass = classes[i];
-        result = session.subscribe(
-            channel, IncomingRecord(classes[i]),
+    const auto subscribe = [&](const std::string& channel) {
+        const RecordClass* recordClass = nullptr;
+        classOfChannel(options.className, channel, recordClass);
+        return session.subscribe(
+            channel, IncomingRecord(recordClass),
             [&, channel, recordClass](void*, TelvaneDataTypeBase* record, int sequence, void*) {
                 arrivals.take(channel, static_cast<IncomingRecord&>(*record), recordClass, sequence);
                 session.wake();
             });
+    };
+    ChannelFollower channels(session, options.channels, options.all, subscribe);
+    if (result == kSuccess) {
+        result = channels.start();
     }
     if (options.verbose && result == kSuccess) {
         complain("listening");
     }
     if (result == kSuccess) {
-        result = arrivals.writeTo(session, deadline);
+        result = arrivals.writeTo(session, channels, deadline);
     }
-    for (const std::string& line : arrivals.missed().describe(options.verbose)) {
-        complain(line);
+    if (!channels.asks()) {
+        // Asking has taken numbers, too.
+        for (const std::string& line : arrivals.missed().describe(options.verbose)) {
+            complain(line);
+        }
     }
     const std::uint64_t broken = session.brokenMessages() + session.undecodableRecords();
     if (broken != 0) {
@@ -197,7 +197,9 @@ void addListenCommand(CommandLine& line)
     auto options = std::make_shared<Options>();
     Command command(line, "listen", "Print each record of some channels as a line of JSON");
     addBusOptions(command, options->bus);
-    command.option("CHANNEL", options->channels, "Channels to listen on").required();
+    command.option("CHANNEL", options->channels,
+                   "Channels to listen on; 'PS*' listens on all that are like this, also on those to come");
+    command.flag("--all", options->all, "Listen on every channel that the server knows, and on new ones");
     command
         .option("--as", options->className,
                 "Decode and check payloads as this class (default: the class named like the "
@@ -210,17 +212,32 @@ void addListenCommand(CommandLine& line)
         .positive()
         .within(0.0, kMostSeconds)
         .typeName("SECONDS");
-    command.flag("--pretty", options->pretty, "Print over several lines, indented");
-    command.flag("--names", options->names,
+    RecordLines::Settings& lines = options->lines;
+    command
+        .option("--where", options->conditions,
+                "Print only records whose field is so: amps>100, settings.CommandWFS.Unit=in/min, log~arc; "
+                "with =, !=, <, <=, >, >=, or ~ for a text that contains this; several have all to hold")
+        .repeatable()
+        .typeName("CONDITION");
+    command
+        .option("-F,--format", lines.format,
+                std::string("Print each record in a form of one's own: ") + kFormatHelp)
+        .typeName("FORMAT")
+        .check(&checkFormat);
+    command.flag("--delta", lines.delta, "Print the seconds since the record before, too");
+    command.flag("--pretty", lines.pretty, "Print over several lines, indented").excludes("--format");
+    command.flag("--names", lines.names,
                  "Show the names of consumable codes beside the numbers: processName behind process");
     command.flag("--verbose", options->verbose,
                  "Say on standard error when nothing that is published from then on will be missed");
-    command.examples("# everything on two channels, until Ctrl-C\n"
-                     "telvane listen /tmp/bus WeldTraceDataPoint WeldMetrics\n"
+    command.examples("# everything that there is, until Ctrl-C\n"
+                     "telvane listen /tmp/bus --all\n"
                      "# the next weld, with names beside the codes\n"
                      "telvane listen /tmp/bus WeldMetrics --count 1 --names --pretty\n"
+                     "# only where the current is high, and how long after each other\n"
+                     "telvane listen /tmp/bus WeldTraceData --where 'data.amps>250' --delta\n"
                      "# the current alone, for another program\n"
-                     "telvane listen /tmp/bus WeldTraceDataPoint | jq .payload.amps\n");
+                     "telvane listen /tmp/bus WeldTraceData -F '%u %{data.amps}'\n");
     command.run([options] { return listen(*options); });
 }
 

@@ -96,7 +96,7 @@ void addPeerGuardOptions(Command& command, PeerGuardOptions& options)
         .group("Refusing");
 }
 
-void guardServer(EventServer& server, const PeerGuardOptions& options)
+EventServerLimits limitsOf(const PeerGuardOptions& options)
 {
     EventServerLimits limits;
     limits.connections = options.clients;
@@ -104,7 +104,12 @@ void guardServer(EventServer& server, const PeerGuardOptions& options)
     limits.channels = options.channels;
     limits.users = resolved(options.users, &findUser);
     limits.groups = resolved(options.groups, &findGroup);
-    server.SetLimits(std::move(limits));
+    return limits;
+}
+
+void guardServer(EventServer& server, const PeerGuardOptions& options)
+{
+    server.SetLimits(limitsOf(options));
     server.install_OnRefusal([](EventServer&, const EventServerRefusal& refusal) {
         complain("refused " + Telvane::describe(refusal));
     });

@@ -8,7 +8,8 @@
 namespace Telvane
 {
 class EventServer;
-}
+struct EventServerLimits;
+} // namespace Telvane
 
 namespace TelvaneTool
 {
@@ -26,6 +27,8 @@ struct PeerGuardOptions
 };
 
 void addPeerGuardOptions(Command& command, PeerGuardOptions& options);
+
+Telvane::EventServerLimits limitsOf(const PeerGuardOptions& options);
 
 /// Has the server refuse what goes beyond the options, and each refusal told on standard error.
 void guardServer(Telvane::EventServer& server, const PeerGuardOptions& options);

@@ -1,4 +1,5 @@
 #include "AmountText.h"
+#include "ChannelFollower.h"
 #include "CommandLine.h"
 #include "CommandOptions.h"
 #include "Commands.h"
@@ -29,6 +30,7 @@ struct Options
 {
     BusOptions bus;
     std::vector<std::string> channels;
+    bool all = false;
     Recorder::Settings recorder;
     Nanoseconds duration = 0;
     bool verbose = false;
@@ -64,16 +66,16 @@ private:
 bool checkOptions(const Options& options)
 {
     const Recorder::Settings& recorder = options.recorder;
-    for (const std::string& channel : options.channels) {
-        if (!checkChannel(channel)) {
-            return false;
-        }
+    if (options.channels.empty() && !options.all) {
+        complain("CHANNEL is required; --all records every channel");
+        return false;
     }
     if (recorder.keep > 0 && recorder.output.path == "-") {
         complain("what is kept until something happens needs a file of its own, not standard output");
         return false;
     }
-    return recorder.trigger.empty() || checkChannel(recorder.trigger);
+    return checkChannelsOrPatterns(options.channels) &&
+           (recorder.trigger.empty() || checkChannel(recorder.trigger));
 }
 
 void tellResult(const Recorder& recorder)
@@ -88,7 +90,8 @@ void tellResult(const Recorder& recorder)
 }
 
 /// \return an exit code
-int write(Session& session, Recorder& recorder, const WriteSignal& signal, Nanoseconds duration)
+int write(Session& session, Recorder& recorder, ChannelFollower& channels, const WriteSignal& signal,
+          Nanoseconds duration)
 {
     const Nanoseconds deadline = duration > 0 ? monotonicNow() + duration : Session::kNoDeadline;
     for (;;) {
@@ -97,6 +100,9 @@ int write(Session& session, Recorder& recorder, const WriteSignal& signal, Nanos
                                               deadline >= 0 ? std::min(deadline, next) : next);
         if (!recorder.write(signal.take())) {
             return kOutputFailure;
+        }
+        if (const int result = channels.follow(); result != kSuccess) {
+            return result;
         }
         if (complete || session.stopping() || (deadline >= 0 && monotonicNow() >= deadline)) {
             return kSuccess;
@@ -125,28 +131,29 @@ int record(Options& options)
     if (!recorder.open()) {
         return session.finish(kOutputFailure);
     }
-    std::vector<std::string> channels = options.channels;
+    const auto subscribe = [&](const std::string& channel) {
+        return session.subscribe(channel, IncomingRecord(nullptr),
+                                 [&, channel](void*, TelvaneDataTypeBase* incoming, int sequence, void*) {
+                                     recorder.take(channel, sequence,
+                                                   static_cast<IncomingRecord&>(*incoming).text());
+                                     if (recorder.complete()) {
+                                         session.wake();
+                                     }
+                                 });
+    };
+    std::vector<std::string> wanted = options.channels;
     if (!settings.trigger.empty()) {
-        channels.push_back(settings.trigger);
+        wanted.push_back(settings.trigger);
     }
-    for (std::size_t i = 0; i < channels.size() && result == kSuccess; ++i) {
-        const std::string channel = channels[i];
-        result = session.subscribe(channel, IncomingRecord(nullptr),
-                                   [&, channel](void*, TelvaneDataTypeBase* incoming, int sequence, void*) {
-                                       recorder.take(channel, sequence,
-                                                     static_cast<IncomingRecord&>(*incoming).text());
-                                       if (recorder.complete()) {
-                                           session.wake();
-                                       }
-                                   });
-    }
+    ChannelFollower channels(session, wanted, options.all, subscribe);
+    result = channels.start();
     if (result == kSuccess) {
         if (options.verbose) {
             complain("recording");
         }
-        result = write(session, recorder, signal, options.duration);
+        result = write(session, recorder, channels, signal, options.duration);
     }
-    result = session.finish(result); // nothing arrives any more
+    result = session.finish(result); // from here on nothing arrives
     if (!recorder.finish() && result == kSuccess) {
         result = kOutputFailure;
     }
@@ -167,7 +174,9 @@ void addRecordCommand(CommandLine& line)
     recorder.after = 5 * kSecond;
     Command command(line, "record", "Write the records of some channels into a file, as they come");
     addBusOptions(command, options->bus);
-    command.option("CHANNEL", options->channels, "Channels to record").required();
+    command.option("CHANNEL", options->channels,
+                   "Channels to record; 'PS*' records all that are like this, also those to come");
+    command.flag("--all", options->all, "Record every channel that the server knows, and new ones");
     command.option("-o,--output", recorder.output.path, "File to write; - for standard output")
         .required()
         .typeName("FILE");
@@ -192,8 +201,12 @@ void addRecordCommand(CommandLine& line)
     command.flag("--verbose", options->verbose,
                  "Say on standard error when nothing that is published from then on will be missed, and how "
                  "much was recorded");
-    command.examples("  telvane record /run/bus -o weld.jsonl WeldTriggerStart WeldTraceData WeldTriggerEnd\n"
-                     "  telvane record /run/bus -o fault.jsonl --keep 30s --trigger ErrorData PSFeedback");
+    command.examples("# what a power source tells of its welds\n"
+                     "telvane record /tmp/bus -o weld.jsonl WeldTriggerStart WeldTraceData WeldTriggerEnd\n"
+                     "# everything, in files of a hundred megabytes\n"
+                     "telvane record /tmp/bus -o bus.jsonl --all --split-size 100M\n"
+                     "# what was half a minute before an error and five seconds after it\n"
+                     "telvane record /tmp/bus -o fault.jsonl --all --keep 30s --trigger ErrorData\n");
     command.run([options] { return record(*options); });
 }
 

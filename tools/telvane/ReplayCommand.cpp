@@ -92,8 +92,10 @@ void addReplayCommand(CommandLine& line)
         .repeatable()
         .typeName("OLD=NEW");
     command.flag("--verbose", options->verbose, "Say on standard error how much was published");
-    command.examples("  telvane replay /run/bus weld.jsonl --speed 0.1\n"
-                     "  telvane replay /run/bus weld.jsonl --from 12s --until 1m --rename PSFeedback=Old");
+    command.examples("# ten times as slow\n"
+                     "telvane replay /tmp/bus weld.jsonl --speed 0.1\n"
+                     "# a part of it, under another name\n"
+                     "telvane replay /tmp/bus weld.jsonl --from 12s --until 1m --rename PSFeedback=Before\n");
     command.run([options] { return replay(*options); });
 }
 

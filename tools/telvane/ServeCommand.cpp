@@ -7,6 +7,7 @@
 #include "PeerGuard.h"
 #include "ServiceManager.h"
 #include "Signals.h"
+#include "StatusService.h"
 
 #include <Telvane/EventServer.h>
 
@@ -34,6 +35,7 @@ struct Options
     int subscriberBuffer = 1024 * 1024;
     PeerGuardOptions guard;
     std::string metricsPipe;
+    bool noStatus = false;
     bool verbose = false;
 };
 
@@ -180,6 +182,10 @@ int serve(Options& options)
         server.install_OnSubscribe(&tellSubscription, nullptr);
         server.install_OnUnsubscribe(&tellSubscription, nullptr);
     }
+    StatusService status(server);
+    if (!options.noStatus) {
+        status.prepare(limitsOf(options.guard));
+    }
     const int signals = openSignals();
     const int started = inherited != 0 ? startOnInherited(server, options.path) : start(server, options);
     if (started != kSuccess) {
@@ -190,6 +196,9 @@ int serve(Options& options)
         server.Stop();
         return result;
     }
+    if (!options.noStatus) {
+        status.start(options.path);
+    }
     tellServiceManager("READY=1\nSTATUS=Serving " + options.path);
     if (options.verbose) {
         complain("serving " + options.path);
@@ -198,6 +207,7 @@ int serve(Options& options)
     while (poll(&watched, 1, -1) < 0 || readSignal(signals) == 0) {
     }
     tellServiceManager("STOPPING=1");
+    status.stop();
     const int result = server.Stop();
     if (options.verbose) {
         const Telvane::EventServerStatistics counts = server.Statistics();
@@ -241,6 +251,8 @@ void addServeCommand(CommandLine& line)
             "Named pipe to make, from which anybody may read how the server fares: OpenMetrics text up to "
             "\"# EOF\", and again for a reader that is slow to close")
         .typeName("PATH");
+    command.flag("--no-status", options->noStatus,
+                 "Do not tell clients, such as telvane top, what channels and clients there are");
     command.flag("--verbose", options->verbose,
                  "Tell of connects, subscriptions and leavings on standard error");
     command.examples("# on a path of your own, for the members of your group, too\n"

@@ -11,6 +11,7 @@
 #include "ExitCodes.h"
 #include "Messages.h"
 #include "Signals.h"
+#include "Terminal.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -263,6 +264,7 @@ void Session::watch()
         const Nanoseconds now = monotonicNow();
         const Nanoseconds connecting = m_connectTime;
         if (connecting != 0 && now - connecting >= kConnectLimit && !m_finished) {
+            restoreTerminal();
             complain("cannot connect to " + m_path + ": the server does not accept connections");
             _exit(kBusFailure);
         }
@@ -270,6 +272,7 @@ void Session::watch()
             tryDisconnect();
         }
         if (stopping() && now - m_stopTime >= kGiveUpAfter && !m_finished) {
+            restoreTerminal();
             complainAboutStop();
             _exit(stopCode());
         }
@@ -294,6 +297,7 @@ void Session::takeSignal()
         return;
     }
     if (m_signal.exchange(signal) != 0) {
+        restoreTerminal();
         _exit(kSignalBase + signal); // asked twice, the user does not want to wait
     }
     stop(Stop::Interrupted);
@@ -316,9 +320,7 @@ void Session::tryDisconnect()
 
 int Session::finish(int result)
 {
-    if (!stopping()) {
-        disconnect();
-    }
+    disconnect(); // what the callbacks use may go away before the session does
     if (!stopping()) {
         return result;
     }

@@ -27,6 +27,7 @@ int main(int argc, char** argv)
     addRecordCommand(line);
     addInfoCommand(line);
     addReplayCommand(line);
+    addTopCommand(line);
     addCompleteCommand(line);
 
     prepareProcess();

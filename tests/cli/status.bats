@@ -1,0 +1,124 @@
+#!/usr/bin/env bats
+# What a server tells of itself, and listening to what one does not know yet.
+
+load common
+
+@test "a server tells of its channels and clients to whoever asks" {
+    start_server
+    start_listener LogData
+    "$TELVANE" publish "$bus" LogData '{"log":"x"}'
+    await listener.out '"log":"x"'
+    "$TELVANE" request "$bus" TelvaneChannels >channels
+    [ "$(jq -c '.channels[] | select(.channel == "LogData") | [.subscribers, .publications, .missed]' channels)" = '[1,1,0]' ]
+    [ "$(jq '.channels[] | select(.channel == "LogData") | .bytes > 10 and .lastSequence > 0' channels)" = true ]
+    "$TELVANE" request "$bus" TelvaneClients >clients
+    [ "$(jq -c ".clients[] | select(.pid == $listener) | [.uid, .subscriptions]" clients)" = \
+        "[$(id -u),[{\"channel\":\"LogData\",\"relayed\":1,\"missed\":0}]]" ]
+}
+
+@test "a server does not tell when it is told not to" {
+    start_server --no-status
+    run "$TELVANE" request "$bus" TelvaneChannels --timeout 0.1
+    [ "$status" -eq 1 ]
+    await server.err "has connected"
+    [ "$(grep -c "has connected" server.err)" -eq 1 ]
+}
+
+@test "listen --all follows every channel, and those that appear" {
+    start_server
+    start other "$TELVANE" listen "$bus" One
+    await server.err "subscribe to One"
+    start_listener --all --count 2
+    "$TELVANE" publish "$bus" One '{"n":1}'
+    await listener.out '"n":1'
+    start later "$TELVANE" listen "$bus" Two
+    await server.err "client .* asked to subscribe to Two"
+    # The listener follows by itself: then there are two who have asked.
+    until [ "$(grep -c "subscribe to Two" server.err)" -eq 2 ]; do sleep 0.02; done
+    "$TELVANE" publish "$bus" Two '{"n":2}'
+    # Its own questions and their answers are left out, or the count would be reached by them.
+    finish "$listener"
+    [ "$(jq -r .channel listener.out | xargs)" = "One Two" ]
+}
+
+@test "listen follows the channels that are like a pattern" {
+    start_server
+    start other "$TELVANE" listen "$bus" PSOne PSTwo LogData --verbose
+    await other.err ": listening$"
+    start_listener 'PS*' --count 2
+    for channel in LogData PSTwo PSOne; do
+        "$TELVANE" publish "$bus" "$channel" '{}'
+    done
+    finish "$listener"
+    [ "$(jq -r .channel listener.out | xargs)" = "PSTwo PSOne" ]
+    for pattern in 'PS*1' 'P-?' ''; do
+        run "$TELVANE" listen "$bus" "$pattern"
+        [ "$status" -eq 2 ]
+    done
+}
+
+@test "listen --all says so when the server does not tell what channels there are" {
+    start_server --no-status
+    run "$TELVANE" listen "$bus" --all
+    [ "$status" -eq 3 ]
+    [[ $output == "telvane listen: the server does not tell what channels there are"* ]]
+}
+
+@test "listen --all can be interrupted, and ends when the server dies" {
+    start_server
+    start_listener --all
+    kill -INT "$listener"
+    finish "$listener"
+    [ "$status" -eq 0 ]
+    start_listener --all
+    kill -KILL "$server"
+    finish "$listener"
+    [ "$status" -eq 3 ]
+    grep -q "the server at $bus has gone away" listener.err
+}
+
+@test "listen needs a channel or all of them" {
+    run "$TELVANE" listen "$bus"
+    [ "$status" -eq 2 ]
+    [ "$output" = "telvane listen: CHANNEL is required; --all listens on every channel" ]
+}
+
+@test "listen prints only what the conditions say, in the form that is asked for" {
+    start_server
+    start_listener Weld --count 2 --where 'n>1' --where 'log~x' -F '%c %{n}:%{log}'
+    printf '{"n":%s,"log":"%s"}\n' 1 x 2 x 3 y 4 yx | "$TELVANE" publish "$bus" Weld -
+    finish "$listener"
+    [ "$status" -eq 0 ]
+    [ "$(cat listener.out)" = $'Weld 2:x\nWeld 4:yx' ]
+}
+
+@test "listen tells the time between records" {
+    start_server
+    start_listener LogData --count 2 --delta
+    printf '{"log":"%s"}\n' 1 2 | "$TELVANE" publish "$bus" LogData -
+    finish "$listener"
+    [ "$(jq -r '.delta | type' listener.out | xargs)" = "number number" ]
+    [ "$(head -1 listener.out | jq '.delta == 0')" = true ]
+}
+
+@test "conditions and formats that make no sense are refused" {
+    for option in "--where amps" "--where amps>much" "-F %q" "-F 50%" "-F x --pretty"; do
+        # shellcheck disable=SC2086
+        run "$TELVANE" listen "$bus" LogData $option
+        [ "$status" -eq 2 ]
+    done
+}
+
+@test "record --all records what every channel brings" {
+    start_server
+    start other "$TELVANE" listen "$bus" One
+    await server.err "subscribe to One"
+    start recorder "$TELVANE" record "$bus" -o all.jsonl --all --verbose --count 1
+    recorder=$started
+    await recorder.err ": recording$"
+    "$TELVANE" publish "$bus" One '{"n":1}'
+    finish "$recorder"
+    [ "$(tail -n +2 all.jsonl | jq -c '[.channel, .payload]')" = '["One",{"n":1}]' ]
+    run "$TELVANE" record "$bus" -o none.jsonl
+    [ "$status" -eq 2 ]
+}

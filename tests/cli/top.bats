@@ -1,0 +1,107 @@
+#!/usr/bin/env bats
+# The table of what is going on on a bus.
+
+load common
+
+@test "top shows channels and clients once" {
+    start_server
+    start_listener LogData
+    "$TELVANE" publish "$bus" LogData '{"log":"x"}'
+    run "$TELVANE" top "$bus" --once --interval 0.1
+    [ "$status" -eq 0 ]
+    [[ $output == "$bus  "*" 1 channels, 2 clients  "* ]]
+    [[ $output == *"CHANNEL  CLASS  SUBS  RATE/S"*"LogData  same      1 "* ]]
+    [[ $output == *"CLIENT "*" $listener  $(id -un) "*"LogData"* ]]
+    [[ $output != *$'\e'* ]]
+}
+
+@test "top prints JSON for programs, one line for each look" {
+    start_server
+    start_listener LogData
+    start publisher bash -c 'while printf "{\"log\":\"x\"}\n"; do sleep 0.02; done | "$0" publish "$1" LogData -' "$TELVANE" "$bus"
+    await listener.out '"log":"x"'
+    run "$TELVANE" top "$bus" --json --count 2 --interval 0.3
+    [ "$status" -eq 0 ]
+    [ "$(wc -l <<<"$output")" -eq 2 ]
+    [ "$(tail -1 <<<"$output" | jq -c '.channels[0] | [.channel, .class, .subscribers, .value, .rate > 0, .bytesPerSecond > .rate]')" = \
+        '["LogData","LogData",1,{"log":"x"},true,true]' ]
+    [ "$(tail -1 <<<"$output" | jq -c "[.clients[] | select(.pid == $listener) | .subscriptions, .missed]")" = '[["LogData"],0]' ]
+}
+
+@test "top draws on a terminal, and leaves it as it was when interrupted" {
+    start_server
+    start terminal script -qec "stty cols 100 rows 30; echo \$\$ >pid; exec '$TELVANE' top '$bus' --interval 0.1" page
+    terminal=$started
+    await page "0 channels, 1 clients"
+    kill -INT "$(cat pid)"
+    finish "$terminal"
+    [ "$status" -eq 0 ]
+    grep -q $'\e\\[?1049h' page
+    grep -q $'\e\\[?25h\e\\[?1049l' page
+    grep -q $'\e\\[7m' page
+}
+
+@test "top is without colour for those who do not want it" {
+    start_server
+    NO_COLOR=1 start terminal script -qec "echo \$\$ >pid; exec '$TELVANE' top '$bus' --interval 0.1" page
+    terminal=$started
+    await page "0 channels, 1 clients"
+    kill -INT "$(cat pid)"
+    finish "$terminal"
+    [ "$(grep -c $'\e\\[[0-9]*m' page)" -eq 0 ]
+}
+
+@test "top leaves the terminal as it was when the server dies or hangs" {
+    start_server
+    start terminal script -qec "echo \$\$ >pid; exec '$TELVANE' top '$bus' --interval 0.1" page
+    terminal=$started
+    await page "0 channels, 1 clients"
+    kill -STOP "$server"
+    kill -INT "$(cat pid)"
+    finish "$terminal"
+    kill -CONT "$server"
+    grep -q $'\e\\[?25h\e\\[?1049l' page
+    start terminal script -qec "echo \$\$ >pid; exec '$TELVANE' top '$bus' --interval 0.1" page2
+    terminal=$started
+    await page2 "0 channels, 1 clients"
+    kill -KILL "$server"
+    finish "$terminal"
+    [ "$status" -eq 3 ]
+    grep -q "has gone away" page2
+    grep -q $'\e\\[?25h\e\\[?1049l' page2
+}
+
+@test "top says so when there is no server, or one that does not tell" {
+    run "$TELVANE" top "$bus" --once
+    [ "$status" -eq 3 ]
+    [[ $output == "telvane top: cannot connect to $bus: there is no such socket"* ]]
+    start_server --no-status
+    run "$TELVANE" top "$bus" --once
+    [ "$status" -eq 3 ]
+    [[ $output == "telvane top: the server does not tell what channels there are"* ]]
+}
+
+@test "top ends without a word when its reader has left" {
+    start_server
+    mkfifo tables
+    start head head -n 1 tables
+    head=$started
+    (
+        exec 3>&- >tables 2>top.err
+        exec "$TELVANE" top "$bus" --interval 0.05
+    ) &
+    top=$!
+    processes+=("$top")
+    finish "$head"
+    finish "$top"
+    [ "$status" -eq 141 ]
+    [ ! -s top.err ]
+}
+
+@test "top refuses options that make no sense" {
+    for option in "--sort size" "--interval soon" "--count 0" "--once --count 2"; do
+        # shellcheck disable=SC2086
+        run "$TELVANE" top "$bus" $option
+        [ "$status" -eq 2 ]
+    done
+}
