@@ -248,17 +248,21 @@ void addServeCommand(CommandLine& line)
     command
         .option(
             "--metrics-pipe", options->metricsPipe,
-            "Named pipe to make, from which anybody may read how the server fares: OpenMetrics text up to "
-            "\"# EOF\", and again for a reader that is slow to close")
+            "Named pipe to make, from which anybody may read how the server fares: OpenMetrics text, to be "
+            "read up to \"# EOF\"")
         .typeName("PATH");
     command.flag("--no-status", options->noStatus,
                  "Do not tell clients, such as telvane top, what channels and clients there are");
     command.flag("--verbose", options->verbose,
                  "Tell of connects, subscriptions and leavings on standard error");
-    command.examples("# on a path of your own, for the members of your group, too\n"
-                     "telvane serve /tmp/bus --mode 0660 --verbose\n"
-                     "# for good, with systemd: the socket is handed over\n"
-                     "systemctl enable --now telvane.socket\n");
+    command.examples(
+        "# on a path of your own, for the members of your group, too\n"
+        "telvane serve /tmp/bus --mode 0660 --verbose\n"
+        "# for one group only, watched by a scraper of metrics\n"
+        "telvane serve /tmp/bus --mode 0666 --allow-group welding --metrics-pipe /tmp/bus.metrics\n"
+        "sed '/^# EOF$/q' /tmp/bus.metrics\n"
+        "# for good, with systemd: the socket is handed over\n"
+        "systemctl enable --now telvane.socket\n");
     command.run([options] { return serve(*options); });
 }
 
