@@ -113,8 +113,8 @@ TEST(ReadingAnArray, TellsTheTypeOfTheFailingElement)
         {"\"x\"", "16 Value Db: 0"}, {"[]", "32 Value Db: 0"},  {"{}", "64 Value Db: 0"}};
     for (const auto& [element, told] : elements) {
         std::array<int, 3> integers = {};
-        const Diagnostics lines =
-            diagnosticsOf([&] { EXPECT_FALSE(readArray(integers, "[7, 8, " + element + "]")); });
+        const Diagnostics lines = diagnosticsOf(
+            [&, &last = element] { EXPECT_FALSE(readArray(integers, "[7, 8, " + last + "]")); });
         EXPECT_EQ(lines.output, "TelvaneDataTypeBase::_readFromJsonItem(cJSON *item, int &target) error!\n"
                                 "_readFromJsonItem error!  Type: " +
                                     told + " Array Size: 3 Index: 2\n");

@@ -158,8 +158,8 @@ void expectRefusalOfOtherTypes(FieldReading<Value> read, const std::set<std::str
         FieldOperations fields;
         Value target = before;
         const Tree input = parse("{\"k\":" + value + "}");
-        const Diagnostics told =
-            diagnosticsOf([&] { EXPECT_FALSE((fields.*read)("k", &target, input.get())) << type; });
+        const Diagnostics told = diagnosticsOf(
+            [&, &kind = type] { EXPECT_FALSE((fields.*read)("k", &target, input.get())) << kind; });
         EXPECT_EQ(target, before) << type;
         EXPECT_EQ(told.output + told.error, "") << type;
     }
@@ -304,8 +304,8 @@ void expectElementRefusal(const std::set<std::string>& readable, const std::stri
         FieldOperations fields;
         Target target{};
         const Tree item = parse(value);
-        const Diagnostics told =
-            diagnosticsOf([&] { EXPECT_FALSE(fields._readFromJsonItem(item.get(), target)) << type; });
+        const Diagnostics told = diagnosticsOf(
+            [&, &kind = type] { EXPECT_FALSE(fields._readFromJsonItem(item.get(), target)) << kind; });
         EXPECT_EQ(told.output, line) << type;
         EXPECT_EQ(told.error, "") << type;
     }

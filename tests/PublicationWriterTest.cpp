@@ -254,7 +254,7 @@ TEST(PublicationWriter, PrintsTextsLongerThanItsBuffers)
 {
     PublicationWriter writer;
     LogData log;
-    for (const std::size_t size : {10, 5000, 20'000, 100'000, 10, 300'000}) {
+    for (const std::size_t size : {10U, 5000U, 20'000U, 100'000U, 10U, 300'000U}) {
         log.log = std::string(size, '"');
         EXPECT_EQ(written(writer, "LogData", log), plainPublication("LogData", log));
     }

@@ -283,7 +283,9 @@ TEST_P(WeldRecord, BuildsDefaultsNotACopy)
     const auto record = fresh();
     ASSERT_TRUE(record->FromJson(objectOf(fields(), spelled, valueOf)));
     const std::unique_ptr<TelvaneDataTypeBase> built(record->BuildNewDataType());
-    EXPECT_EQ(typeid(*built), typeid(*record));
+    const TelvaneDataTypeBase& original = *record;
+    const TelvaneDataTypeBase& anew = *built;
+    EXPECT_EQ(typeid(anew), typeid(original));
     EXPECT_EQ(printed(*built), objectOf(fields(), spelled, defaultOf));
 }
 
