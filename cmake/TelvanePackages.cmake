@@ -1,0 +1,69 @@
+# The three Debian packages: the library, what building against it takes, and the tool with its units. scripts/package
+# configures a build with Debian's paths for it.
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME telvane)
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "") # each package has its own
+set(CPACK_PACKAGE_VENDOR "The Telvane developers")
+set(CPACK_DEBIAN_PACKAGE_MAINTAINER "The Telvane developers <maintainers@telvane.invalid>")
+set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
+  OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/debian/compress.cmake)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_COMPONENTS_ALL runtime development tools)
+
+# Who calls whom is found out from the binaries, except for what the packages are to each other.
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
+set(package_version "${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE}")
+
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libtelvane${PROJECT_VERSION_MAJOR})
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
+set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "message bus and records for arc-welding equipment
+Processes of one machine publish typed records on named channels and receive
+what they have subscribed to, over a Unix-domain socket.")
+
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/debian/triggers)
+
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libtelvane-dev)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
+  "${CPACK_DEBIAN_RUNTIME_PACKAGE_NAME} (= ${package_version}), libcjson-dev")
+set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "message bus and records for arc-welding equipment (development)
+Headers, the CMake package, the pkg-config file and examples for programs that
+use libTelvane.")
+
+set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME telvane-tools)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS
+  "${CPACK_DEBIAN_RUNTIME_PACKAGE_NAME} (= ${package_version}), adduser")
+set(CPACK_COMPONENT_TOOLS_DESCRIPTION "command-line tool and server of the Telvane message bus
+The tool telvane serves a bus, listens, publishes, asks, records and replays.
+With it come units for systemd, which serve a bus for good once they are
+enabled, manual pages, and completion for bash and zsh.")
+foreach(script postinst prerm postrm)
+  list(APPEND CPACK_DEBIAN_TOOLS_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/debian/${script})
+endforeach()
+
+# Each package says what it is and under which terms.
+foreach(component IN LISTS CPACK_COMPONENTS_ALL)
+  string(TOUPPER ${component} upper)
+  set(package ${CPACK_DEBIAN_${upper}_PACKAGE_NAME})
+  set(documents ${CMAKE_INSTALL_DATADIR}/doc/${package})
+  install(FILES ${PROJECT_SOURCE_DIR}/packaging/debian/copyright DESTINATION ${documents} COMPONENT ${component})
+  install(FILES ${PROJECT_SOURCE_DIR}/packaging/debian/changelog RENAME changelog.Debian
+    DESTINATION ${documents} COMPONENT ${component})
+  if(EXISTS ${PROJECT_SOURCE_DIR}/packaging/debian/${package}.lintian-overrides)
+    install(FILES ${PROJECT_SOURCE_DIR}/packaging/debian/${package}.lintian-overrides RENAME ${package}
+      DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides COMPONENT ${component})
+  endif()
+endforeach()
+file(GLOB examples CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/examples/*)
+install(FILES ${examples} DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libtelvane-dev/examples COMPONENT development)
+
+include(CPack)
