@@ -232,8 +232,8 @@ void addListenCommand(CommandLine& line)
                  "Say on standard error when nothing that is published from then on will be missed");
     command.examples("# everything that there is, until Ctrl-C\n"
                      "telvane listen /tmp/bus --all\n"
-                     "# the next weld, with names beside the codes\n"
-                     "telvane listen /tmp/bus WeldMetrics --count 1 --names --pretty\n"
+                     "# the next start of a weld, with names beside the codes\n"
+                     "telvane listen /tmp/bus WeldTriggerStart --count 1 --names --pretty\n"
                      "# only where the current is high, and how long after each other\n"
                      "telvane listen /tmp/bus WeldTraceData --where 'data.amps>250' --delta\n"
                      "# the current alone, for another program\n"
