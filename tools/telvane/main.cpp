@@ -28,6 +28,7 @@ int main(int argc, char** argv)
     addInfoCommand(line);
     addReplayCommand(line);
     addTopCommand(line);
+    addPlotCommand(line);
     addCompleteCommand(line);
 
     prepareProcess();

@@ -1,0 +1,81 @@
+#!/usr/bin/env bats
+# Pictures of recorded welds.
+
+load common
+
+# record_weld <option of telvane weld...>: what the simulated source welds, as weld.jsonl.
+record_weld() {
+    start_server
+    start recorder "$TELVANE" record "$bus" -o weld.jsonl --verbose WeldTriggerStart WeldTraceData WeldTriggerEnd
+    recorder=$started
+    await recorder.err ": recording$"
+    "$TELVANE" weld "$bus" --speed 0 "$@"
+    await weld.jsonl '"channel":"WeldTriggerEnd"'
+    kill "$recorder"
+    finish "$recorder"
+}
+
+@test "plot draws a weld as SVG and as PNG" {
+    record_weld --duration 1.5 --period-us 5000
+    run "$TELVANE" plot weld.jsonl -o weld.svg
+    [ "$status" -eq 0 ]
+    [ -z "$output" ]
+    python3 -c 'import xml.dom.minidom; xml.dom.minidom.parse("weld.svg")'
+    for text in "current in A" "voltage in V" "wire feed in in/min" "gas in l/min" energy seconds; do
+        grep -q "$text" weld.svg
+    done
+    run "$TELVANE" plot weld.jsonl -o weld.png --weld 1
+    [ "$status" -eq 0 ]
+    [ "$(head -c 4 weld.png | tail -c 3)" = PNG ]
+    [ "$(ls)" = "$(printf '%s\n' bus recorder.err recorder.out server.err server.out weld.jsonl weld.png weld.svg)" ]
+}
+
+@test "plot says which package it lacks when there is no gnuplot" {
+    record_weld --duration 1.5 --period-us 5000
+    PATH=$directory run "$TELVANE" plot weld.jsonl -o weld.svg
+    [ "$status" -eq 5 ]
+    [ "$output" = "telvane plot: gnuplot, which draws the picture, is not installed; Debian has it as gnuplot-nox" ]
+    [ ! -e weld.svg ]
+}
+
+@test "plot leaves nothing behind when the picture cannot be written" {
+    record_weld --duration 1.5 --period-us 5000
+    run "$TELVANE" plot weld.jsonl -o missing/weld.svg
+    [ "$status" -eq 5 ]
+    [[ $output == *"telvane plot: gnuplot could not draw the picture" ]]
+    mkdir weld.svg
+    run "$TELVANE" plot weld.jsonl -o weld.svg
+    [ "$status" -eq 5 ]
+    [[ $output == "telvane plot: cannot write weld.svg: "* ]]
+    [ "$(ls -- *.svg*)" = "" ]
+}
+
+@test "plot says when there is nothing to draw" {
+    echo '{"telvaneRecording":1,"started":"2024-01-02T03:04:05Z"}' >none.jsonl
+    run "$TELVANE" plot none.jsonl -o weld.svg
+    [ "$status" -eq 4 ]
+    [ "$output" = "telvane plot: there is no weld in the recording: no record on WeldTriggerStart" ]
+    run "$TELVANE" plot missing.jsonl -o weld.svg
+    [ "$status" -eq 4 ]
+    record_weld --duration 1.5 --period-us 5000
+    run "$TELVANE" plot weld.jsonl -o weld.svg --weld 9
+    [ "$status" -eq 4 ]
+    [ "$output" = "telvane plot: there is no weld 9 in the recording" ]
+}
+
+@test "plot draws what is left of a torn recording" {
+    record_weld --duration 1.5 --period-us 5000
+    truncate -s -700 weld.jsonl
+    run "$TELVANE" plot weld.jsonl -o weld.svg
+    [ "$status" -eq 0 ]
+    [[ $output == *"its last line was not written whole"* ]]
+    grep -q "the recording ends" weld.svg
+}
+
+@test "plot refuses pictures that it cannot make" {
+    for arguments in "plot x -o x.jpeg" "plot x" "plot -o x.svg"; do
+        # shellcheck disable=SC2086
+        run "$TELVANE" $arguments
+        [ "$status" -eq 2 ]
+    done
+}
