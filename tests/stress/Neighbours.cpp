@@ -83,9 +83,11 @@ using Attack = void (*)(const RoleContext& context);
 #ifdef TELVANE_SOAK_SANITIZED
 constexpr std::size_t kAllowedKiB = 2048 * 1024; // a sanitizer keeps what has been freed
 #else
-constexpr std::size_t kAllowedKiB = 16 * 1024;
+constexpr std::size_t kAllowedKiB = 128 * 1024; // the C library keeps 40 MiB of ended threads' stacks
 #endif
 constexpr double kAllowedKiBOfAName = 0.5; // which a server never forgets
+
+constexpr const char* kNameAfterName = "subscribes to name after name";
 
 void sendRubbish(const RoleContext& context)
 {
@@ -156,12 +158,9 @@ void comeAndGoQuickly(const RoleContext& context)
 const std::map<std::string, Attack>& attacks()
 {
     static const std::map<std::string, Attack> all = {
-        {"sends rubbish", &sendRubbish},
-        {"floods with 16 KiB packets", &sendLargest},
-        {"nests a thousand deep", &nestDeeply},
-        {"subscribes and never reads", &neverRead},
-        {"subscribes to name after name", &subscribeToMany},
-        {"comes and goes", &comeAndGoQuickly},
+        {"sends rubbish", &sendRubbish},        {"floods with 16 KiB packets", &sendLargest},
+        {"nests a thousand deep", &nestDeeply}, {"subscribes and never reads", &neverRead},
+        {kNameAfterName, &subscribeToMany},     {"comes and goes", &comeAndGoQuickly},
     };
     return all;
 }
@@ -244,9 +243,13 @@ void endureNeighbours(const Plan& plan)
         crew.awaitBeat(attacker);
         const std::uint64_t before = crew.slot(attacker).beats;
         const std::vector<double> beside = pair.exchange(plan.look);
-        const std::size_t resident = footprintOf(crew.process(server)).residentKiB;
         const double rate = static_cast<double>(crew.slot(attacker).beats - before) /
                             std::chrono::duration<double>(plan.look).count();
+        while (name == kNameAfterName && crew.slot(attacker).last < static_cast<std::uint64_t>(plan.names)) {
+            pair.exchange(plan.look / 10); // until it has them all
+            crew.inspect();
+        }
+        const std::size_t resident = footprintOf(crew.process(server)).residentKiB;
         report("neighbours: %-29s %8.0f us median, %8.0f us of 99 %%, %8.0f us longest, %7zu KiB resident; "
                "factor %.1f of the median, %.0f attacks/s\n",
                name.c_str(), at(beside, 0.5), at(beside, 0.99), beside.back(), resident,
