@@ -49,6 +49,19 @@ TEST_F(Synchronizer, SubscribesAsksTakesTheReplyAndUnsubscribes)
     EXPECT_EQ(client.Unsubscribe("Amps"), -EINVAL);
 }
 
+TEST_F(Synchronizer, TakesAReplyThatItsCallbackIsCalledWith)
+{
+    std::future<int> result = beginRequest();
+    grantSubscription("Amps");
+    expectQuestion();
+    UnitValuePair answer;
+    answer.Value = 176;
+    EventClientSynchronizer::callback(&client, &answer, 4, &synchronizer);
+    grantUnsubscription("Amps");
+    EXPECT_EQ(result.get(), 0);
+    EXPECT_EQ(reply.Value, 176);
+}
+
 TEST_F(Synchronizer, TakesOneRequestAfterTheOther)
 {
     for (int value = 1; value <= 5; ++value) {

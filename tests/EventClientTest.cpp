@@ -178,6 +178,16 @@ TEST(EventClientOfADeadServer, StaysConnectedUntilItDisconnects)
     EXPECT_FALSE(client.IsConnected());
 }
 
+TEST(EventClientConnectionLossHook, IsInstalledAndUninstalledLikeTheServersHooks)
+{
+    EventClient client;
+    EXPECT_EQ(client.install_OnConnectionLost({}), -EINVAL);
+    EXPECT_EQ(client.uninstall_OnConnectionLost(), -EALREADY);
+    EXPECT_EQ(client.install_OnConnectionLost([](EventClient&) {}), 0);
+    EXPECT_EQ(client.uninstall_OnConnectionLost(), 0);
+    EXPECT_EQ(client.uninstall_OnConnectionLost(), -EALREADY);
+}
+
 TEST(EventClientOfADeadServer, ConnectsToTheNextOne)
 {
     RunningServer running;

@@ -1,4 +1,4 @@
-// The size of the stacks that messages are handled on.
+// What a server can be told of its threads' stacks and its clients' buffers.
 
 #include "BusTestSupport.h"
 
@@ -41,6 +41,25 @@ TEST(EventServerThreadStackSize, BearsTheDeepestMessageAtItsSmallest)
     EXPECT_EQ(running.server.Statistics().dispatched, 3U);
 }
 #endif
+
+TEST(EventServerSubscriberSendBuffer, IsRefusedWhenItIsNegative)
+{
+    EventServer server;
+    EXPECT_EQ(server.SetSubscriberSendBuffer(-1), -EINVAL);
+    EXPECT_EQ(server.SetSubscriberSendBuffer(0), 0);
+}
+
+TEST(EventServerSubscriberSendBuffer, IsWhatTheKernelGrantsToWhoeverConnectsNext)
+{
+    RunningServer running;
+    EXPECT_EQ(running.server.GrantedSubscriberSendBuffer(), 0);
+    const RawPeer first = running.connect();
+    ASSERT_TRUE(eventually([&] { return running.server.GrantedSubscriberSendBuffer() != 0; }));
+    const int usual = running.server.GrantedSubscriberSendBuffer();
+    ASSERT_EQ(running.server.SetSubscriberSendBuffer(usual / 4), 0);
+    const RawPeer second = running.connect();
+    EXPECT_TRUE(eventually([&] { return running.server.GrantedSubscriberSendBuffer() == usual / 4; }));
+}
 
 } // namespace
 } // namespace Telvane

@@ -127,7 +127,7 @@ void stopASubscriber(const Plan& plan)
 {
     Crew crew;
     const ErrorsAside aside;
-    Telvane::EventServer server;
+    static Telvane::EventServer server; // which a failure leaves running until it has been told
     if (server.Start(crew.socketPath()) != 0) {
         throw Failure("the server does not start");
     }
