@@ -22,6 +22,19 @@ TEST(LatencyHistogram, GivesQuantilesOfSmallTimesExactly)
     EXPECT_EQ(histogram.greatest(), 10);
 }
 
+TEST(LatencyHistogram, TakesTheTimesOfAnother)
+{
+    LatencyHistogram histogram;
+    LatencyHistogram other;
+    histogram.add(1);
+    other.add(2);
+    other.add(30);
+    histogram.add(other);
+    EXPECT_EQ(histogram.count(), 3U);
+    EXPECT_EQ(histogram.quantile(0.5), 2);
+    EXPECT_EQ(histogram.greatest(), 30);
+}
+
 TEST(LatencyHistogram, IsNeverMoreThanA32ndTooLong)
 {
     for (Nanoseconds time = 1; time < std::numeric_limits<Nanoseconds>::max() / 3; time = time * 3 + 1) {

@@ -21,6 +21,7 @@ void addRecordCommand(CommandLine& line);
 void addReplayCommand(CommandLine& line);
 void addInfoCommand(CommandLine& line);
 void addTopCommand(CommandLine& line);
+void addBenchCommand(CommandLine& line);
 void addPlotCommand(CommandLine& line);
 void addCompleteCommand(CommandLine& line);
 

@@ -38,6 +38,14 @@ void LatencyHistogram::add(Nanoseconds time)
     m_greatest = std::max(m_greatest, positive);
 }
 
+void LatencyHistogram::add(const LatencyHistogram& other)
+{
+    std::transform(m_counts.begin(), m_counts.end(), other.m_counts.begin(), m_counts.begin(),
+                   [](std::uint64_t own, std::uint64_t theirs) { return own + theirs; });
+    m_count += other.m_count;
+    m_greatest = std::max(m_greatest, other.m_greatest);
+}
+
 Nanoseconds LatencyHistogram::quantile(double share) const
 {
     const auto wanted = static_cast<std::uint64_t>(std::ceil(share * static_cast<double>(m_count)));

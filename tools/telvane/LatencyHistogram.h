@@ -14,6 +14,7 @@ class LatencyHistogram
 {
 public:
     void add(Nanoseconds time);
+    void add(const LatencyHistogram& other);
     std::uint64_t count() const { return m_count; }
 
     /// \param share 0.5 for the median

@@ -29,6 +29,7 @@ int main(int argc, char** argv)
     addReplayCommand(line);
     addTopCommand(line);
     addPlotCommand(line);
+    addBenchCommand(line);
     addCompleteCommand(line);
 
     prepareProcess();
