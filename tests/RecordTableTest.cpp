@@ -236,10 +236,11 @@ TEST(ReadingARecord, NamesTheFirstMissingKeyAndKeepsWhatCameBefore)
         const Tree read = parse(compactOf(torch));
         const Tree defaults = parse(compactOf(*std::make_unique<Torch>()));
         for (std::size_t field = 0; field < tags.size(); ++field) {
-            const char* const name = filledMembers()[field].first.c_str();
-            const std::string expected = field < missing ? filledMembers()[field].second
-                                                         : compact(cJSON_GetObjectItem(defaults.get(), name));
-            EXPECT_EQ(compact(cJSON_GetObjectItem(read.get(), name)), expected) << name << " without " << key;
+            const auto [name, value] = filledMembers()[field];
+            const std::string expected =
+                field < missing ? value : compact(cJSON_GetObjectItem(defaults.get(), name.c_str()));
+            EXPECT_EQ(compact(cJSON_GetObjectItem(read.get(), name.c_str())), expected)
+                << name << " without " << key;
         }
         EXPECT_EQ(torch._id, "");
     }
