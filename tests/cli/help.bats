@@ -70,3 +70,13 @@ commands() {
     [ "$(offered consumables process "MIG Sh")" = "MIG Short Arc:code 4" ]
     [ "$(offered listen some)" = files ]
 }
+
+@test "the channels of the server that is named are completed" {
+    start_server
+    start_listener ShopFloor
+    [ "$("$TELVANE" complete -- listen "$bus" Sh)" = $'ShopFloor\tchannel' ]
+    [ "$("$TELVANE" complete -- listen "$bus" Telvane | grep -c TelvaneChannels)" -eq 0 ]
+    kill "$server"
+    finish "$server"
+    [ "$("$TELVANE" complete -- listen "$bus" Sh 2>/dev/null)" = "" ]
+}

@@ -1,7 +1,9 @@
 #include "CommandLine.h"
 #include "Commands.h"
 #include "Completion.h"
+#include "ExitCodes.h"
 #include "Messages.h"
+#include "StatusInquiry.h"
 
 #include <memory>
 
@@ -21,6 +23,25 @@ int print(const Completion& completion)
     return writeResult(text);
 }
 
+/// Complaints go to standard error, which shells throw away: nobody is to be disturbed while typing.
+std::vector<std::string> channelsOfServer(const std::string& path)
+{
+    std::vector<std::string> names;
+    Session session(Session::Output::Unused, Session::Interruption::CutsShort);
+    if (session.connect(path, 0.0) == kSuccess) {
+        StatusInquiry inquiry(session);
+        if (inquiry.start(false) == kSuccess) {
+            for (const ChannelStatus& channel : inquiry.channels()) {
+                if (!isStatusChannel(channel.name)) {
+                    names.push_back(channel.name);
+                }
+            }
+        }
+        session.finish(kSuccess);
+    }
+    return names;
+}
+
 } // namespace
 
 void addCompleteCommand(CommandLine& line)
@@ -29,10 +50,7 @@ void addCompleteCommand(CommandLine& line)
     Command command(line, "complete", "Tell a shell what may come next on a line");
     command.hide();
     command.option("WORD", *words, "What has been typed so far, behind --");
-    command.run([words, &line] {
-        return print(
-            complete(line.describe(), *words, [](const std::string&) { return std::vector<std::string>(); }));
-    });
+    command.run([words, &line] { return print(complete(line.describe(), *words, &channelsOfServer)); });
 }
 
 } // namespace TelvaneTool
