@@ -12,7 +12,9 @@ struct BoolFlag
     unsigned char state = 0; ///< 0 or 1
 
     BoolFlag() = default;
-    BoolFlag(bool on) : state(on ? 1 : 0) {} // implicit: a flag stands wherever a bool is meant
+    /// Implicit, as is the way back: a flag stands wherever a bool is meant.
+    BoolFlag(bool on) : state(on ? 1 : 0) {}
+    /// \return whether it is set
     operator bool() const { return state != 0; }
 };
 

@@ -174,6 +174,8 @@ enum _AlloyID_e : int
 /// "NA". The spelling of wire type 10, "LoadbancCC", is part of the contract. Filled when the library is
 /// loaded, and constant from then on.
 /// @{
+
+/// The names of one table, by code.
 extern TELVANE_EXPORT const std::string ProcessIDStrings[kProcessIDCount];
 extern TELVANE_EXPORT const std::string WireTypeStrings[kWireTypeCount];
 extern TELVANE_EXPORT const std::string WireSizeStrings[kWireSizeCount];
@@ -184,6 +186,8 @@ extern TELVANE_EXPORT const std::string AlloyIDStrings[kAlloyIDCount];
 /// \name Names of codes
 /// \return the name of the code; "unknown" for 255 and every other number outside the table
 /// @{
+
+/// Looks the code up in its table.
 TELVANE_EXPORT std::string GetProcessIDString(_ProcessID_e code);
 TELVANE_EXPORT std::string GetWireTypeString(_WireType_e code);
 TELVANE_EXPORT std::string GetWireSizeString(_WireSize_e code);

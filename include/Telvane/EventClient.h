@@ -95,8 +95,11 @@ public:
     /// The exchanges behind Subscribe() and Unsubscribe().
     /// \return 0; -1 refused; `-ETIMEDOUT`; a short count
     /// @{
+
+    /// Sends the request and waits for its answer.
     int subscribeToServer(const std::string& channel);
     int unsubscribeFromServer(const std::string& channel);
+    /// What the receiver thread calls for the answers.
     static void subscribeResponseHandler(EventClient* client, cJSON* message);
     static void unsubscribeResponseHandler(EventClient* client, cJSON* message);
     /// @}
@@ -104,6 +107,7 @@ public:
     /// \name Additions
     /// Beyond the bus itself: everything here is off, or only observes, until it is used.
     /// @{
+
     /// Calls \p fn when the connection has ended without Disconnect(): the server stopped or died. To be
     /// installed before Connect(). It runs on the receiver thread, as the last thing there (thus not while a
     /// callback's own Publish() hangs), no lock held; it may call Disconnect(), which ends a Publish() that
@@ -133,7 +137,9 @@ public:
     class InternalOperationClosure : public CallbackClosure
     {
     public:
+        /// What is called with the answer.
         using Operation = void (*)(EventClient* client, cJSON* message);
+        /// Keeps the function.
         explicit InternalOperationClosure(Operation operation);
         int ExecuteCallback(EventClient* client, cJSON* message) override;
 

@@ -92,6 +92,8 @@ public:
     /// Installing returns 0, or `-EINVAL` for a null function; uninstalling 0, or `-EALREADY` when there was
     /// none.
     /// @{
+
+    /// One of the hooks, as told above.
     int install_OnSubscribe(EventHandler fn, void* user);
     int install_OnUnsubscribe(EventHandler fn, void* user);
     int install_OnConnect(EventHandler fn, void* user);
@@ -111,6 +113,7 @@ public:
     /// \name Additions
     /// Beyond the bus itself: everything here is off, or only observes, until it is used.
     /// @{
+
     /// \return the counters; they are read one by one while the server goes on
     EventServerStatistics Statistics() const;
 
@@ -164,6 +167,8 @@ public:
     /// \name Thread entries and handlers
     /// Not for callers.
     /// @{
+
+    /// What a thread begins with, or a message is dispatched to.
     static void* connectionListener(void* server);
     static void* rx_handler(void* server);
     static int meta_subscribeHandler(void* server, int fd, const std::string& header, int sequence,

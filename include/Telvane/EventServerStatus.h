@@ -16,7 +16,7 @@ namespace Telvane
 /// How one subscription has fared so far.
 struct EventServerSubscriptionStatus
 {
-    std::string channel;
+    std::string channel;       ///< name
     std::uint64_t relayed = 0; ///< relays sent whole
     std::uint64_t missed = 0;  ///< relays that the subscriber missed, mostly because it reads too slowly
     int lastError = 0; ///< why it missed the last one: a negated error number (`-EAGAIN`: too slow), or
@@ -37,7 +37,7 @@ struct EventServerClientStatus
 /// One channel that has ever been subscribed to.
 struct EventServerChannelStatus
 {
-    std::string name;
+    std::string name;               ///< as subscribers have it
     std::size_t subscribers = 0;    ///< at present
     std::uint64_t publications = 0; ///< relayed, be it to nobody
     std::uint64_t bytes = 0;        ///< of those relays, each counted once
@@ -63,6 +63,7 @@ struct EventServerLimits
 /// One refusal, and whom it met.
 struct EventServerRefusal
 {
+    /// What the refused has run into.
     enum class Reason
     {
         NotAllowed,           ///< neither user nor group is among those allowed
@@ -71,12 +72,12 @@ struct EventServerRefusal
         TooManyChannels,      ///< EventServerLimits::channels
     };
 
-    Reason reason = Reason::NotAllowed;
-    int client = -1;     ///< descriptor; of a refused connection about to be closed
-    pid_t process = 0;   ///< who connected
-    uid_t user = 0;      ///< with which rights
-    gid_t group = 0;     ///< with which rights
-    std::string channel; ///< of a refused subscription
+    Reason reason = Reason::NotAllowed; ///< why
+    int client = -1;                    ///< descriptor; of a refused connection about to be closed
+    pid_t process = 0;                  ///< who connected
+    uid_t user = 0;                     ///< with which rights
+    gid_t group = 0;                    ///< with which rights
+    std::string channel;                ///< of a refused subscription
 };
 
 /// \return the refusal as part of a sentence: whom it met, what it was about, and why

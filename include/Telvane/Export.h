@@ -4,6 +4,7 @@
 /// agree with the library's however they themselves are built.
 #pragma once
 
+/// For what applications use.
 #define TELVANE_EXPORT __attribute__((visibility("default")))
 
 /// For what stands inside an exported class but is not for callers.

@@ -62,6 +62,7 @@ public:
     /// modes and 35 values, so that an ordinary command is built without another allocation.
     PSCommand();
 
+    /// Sets the kind of the command.
     void SetCommandType(PSCommandType_e type);
     /// \return the stored kind, or 7 when it is 7 or more
     PSCommandType_e GetCommandType() const;
@@ -102,6 +103,7 @@ public:
     ///         every entry but the first does until it is set)
     int Get(ProgramCommand_e command) const;
 
+    /// Sets the kind of the command.
     void SetCommandType(PSCommandType_e type);
     /// \return the stored kind, or 7 when it is 7 or more
     PSCommandType_e GetCommandType() const;

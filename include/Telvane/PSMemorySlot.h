@@ -32,6 +32,7 @@ public:
 
     /// \return the low 8 bits of the slot's number, which only reading can make larger than 255
     unsigned char GetMemory() const;
+    /// Sets the slot's number.
     void SetMemory(unsigned char memory);
 
     /// \return the programs, to be read and changed in place; valid as long as this record

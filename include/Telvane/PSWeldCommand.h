@@ -52,6 +52,7 @@ public:
     /// Clears all flags and their statuses; label, kind and response flag stay.
     void ResetBuffers();
 
+    /// Sets the kind of the command.
     void SetCommandType(PSCommandType_e type);
     /// \return the stored kind, or 7 when it is 7 or more
     PSCommandType_e GetCommandType() const;

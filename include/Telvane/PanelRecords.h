@@ -146,6 +146,8 @@ enum UIMenuStatusString_e : int
 /// Line 4 is called "EtherneMAC"; the spelling is part of the contract.
 /// \return the line's name, for example "WifiSSID"; "?unknown?" for 255 and every number without a name
 /// @{
+
+/// Looks the name up.
 TELVANE_EXPORT std::string GetUIMenuStatusStringType(int code);
 TELVANE_EXPORT std::string GetUIMenuStatusStringType(UIMenuStatusString_e code);
 /// @}

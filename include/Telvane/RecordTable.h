@@ -93,7 +93,9 @@ public:
     RecordTable& operator=(const RecordTable&) = delete;
     ~RecordTable();
 
+    /// \return the name of the class
     const char* className() const { return m_className; }
+    /// \return the fields in packaging order
     const std::vector<RecordField>& fields() const { return m_fields; }
 
     /// States that \p recordClass is packaged by this list and nothing else.
@@ -245,6 +247,7 @@ public:                                                                         
     }                                                                                                        \
     TELVANE_DEFINE_RECORD_COPY(Class, Base)
 
+/// What the two above have in common.
 #define TELVANE_DEFINE_RECORD_COPY(Class, Base)                                                              \
     int Class::copy(::Telvane::TelvaneDataTypeBase* other)                                                   \
     {                                                                                                        \

@@ -37,10 +37,16 @@ public:
     int _sequence_tag = -1; ///< sequence number of this instance; a negative value means that none is set
 
     TelvaneDataTypeBase() = default;
+    /// \name Copying and moving
+    /// The identifier and the sequence number go along.
+    /// @{
+
+    /// As for the members.
     TelvaneDataTypeBase(const TelvaneDataTypeBase&) = default;
     TelvaneDataTypeBase(TelvaneDataTypeBase&&) = default;
     TelvaneDataTypeBase& operator=(const TelvaneDataTypeBase&) = default;
     TelvaneDataTypeBase& operator=(TelvaneDataTypeBase&&) = default;
+    /// @}
 
     /// Adds the record's keys to \p output, in order, then "_id" and "_sequence_tag" where they are set.
     /// \return true when every field was written; false after one failure line, what was added stays
@@ -119,6 +125,8 @@ protected:
     /// \name Reading one array element
     /// A value of another type is reported by a line on standard output (for a record: standard error).
     /// @{
+
+    /// \return false when the element is of another type, which leaves a number or a flag as it was
     bool _readFromJsonItem(cJSON* item, double& target);
     bool _readFromJsonItem(cJSON* item, int& target);
     bool _readFromJsonItem(cJSON* item, bool& target);
@@ -129,6 +137,8 @@ protected:
     /// \name Appending one array element
     /// A record that cannot be packaged is left out.
     /// @{
+
+    /// Adds one element at the end.
     void _addItemToJsonArray(cJSON* array, double value);
     void _addItemToJsonArray(cJSON* array, int value);
     void _addItemToJsonArray(cJSON* array, bool value);
@@ -146,8 +156,11 @@ protected:
     /// \name Records made of a list of fields
     /// What TELVANE_DEFINE_RECORD builds a record's operations from; see RecordTable.h.
     /// @{
+
+    /// Writes what the list has.
     /// \param tableClass the class whose list \p table is
     bool _packageFields(const RecordTable& table, const std::type_info& tableClass, cJSON* output);
+    /// Reads what the list has.
     bool _unpackageFields(const RecordTable& table, cJSON* input);
     /// @}
 
