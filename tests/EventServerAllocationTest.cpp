@@ -53,6 +53,21 @@ protected:
         return all;
     }
 
+    /// \return how many subscriptions the channels count; the clients' own lists hold as many
+    static std::size_t subscriptions(const EventServer& server)
+    {
+        std::size_t counted = 0;
+        for (const EventServerChannelStatus& channel : server.Channels()) {
+            counted += channel.subscribers;
+        }
+        std::size_t listed = 0;
+        for (const EventServerClientStatus& client : server.Clients()) {
+            listed += client.subscriptions.size();
+        }
+        EXPECT_EQ(counted, listed);
+        return counted;
+    }
+
     template <class Operation>
     void failEach(Caller caller, Operation operation)
     {
@@ -159,10 +174,12 @@ TEST_P(ServerMemory, RunsOutInASubscription)
         } else if (!told.empty()) {
             EXPECT_EQ(told.size(), 1U);
             EXPECT_TRUE(told[0] == granted || told[0] == response(".subscribe", false, kChannel)) << told[0];
+            EXPECT_EQ(subscriptions(running.server), told[0] == granted ? 1U : 0U);
         }
         if (told.empty() || told[0] != granted) {
             subscribeAndSettle(peer, receiving, kChannel);
         }
+        EXPECT_EQ(subscriptions(running.server), 1U);
         publisher.send(publication(kChannel));
         EXPECT_NE(peer.receive().find(kChannel), std::string::npos);
         EXPECT_TRUE(answers(peer, receiving).empty());
