@@ -12,6 +12,7 @@ load common
     [ "$(jq -c '.channels[] | select(.channel == "LogData") | [.subscribers, .publications, .missed]' channels)" = '[1,1,0]' ]
     [ "$(jq '.channels[] | select(.channel == "LogData") | .bytes > 10 and .lastSequence > 0' channels)" = true ]
     "$TELVANE" request "$bus" TelvaneClients >clients
+    [ "$(jq -r ".clients[] | select(.pid == $listener) | .program" clients)" = "telvane listen" ]
     [ "$(jq -c ".clients[] | select(.pid == $listener) | [.uid, .subscriptions]" clients)" = \
         "[$(id -u),[{\"channel\":\"LogData\",\"relayed\":1,\"missed\":0}]]" ]
 }

@@ -19,8 +19,17 @@ namespace
 
 std::string programOf(pid_t process)
 {
+    const std::string directory = "/proc/" + std::to_string(process);
     std::string name;
-    std::getline(std::ifstream("/proc/" + std::to_string(process) + "/comm"), name);
+    std::getline(std::ifstream(directory + "/comm"), name);
+    if (name == "telvane") {
+        // The tool is many programs.
+        std::string word;
+        std::ifstream words(directory + "/cmdline");
+        std::getline(words, word, '\0');
+        std::getline(words, word, '\0');
+        name += " " + word;
+    }
     // A process names itself as it likes; what is no printable ASCII would not survive terminals and JSON.
     for (char& character : name) {
         character = character >= ' ' && character <= '~' ? character : '?';
