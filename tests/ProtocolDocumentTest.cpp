@@ -8,7 +8,6 @@
 #include <fstream>
 #include <future>
 #include <map>
-#include <regex>
 #include <sstream>
 
 namespace Telvane
@@ -25,17 +24,27 @@ struct WrittenPacket
     std::string text;
 };
 
-/// \return the packets of the page, in their order
+/// \return the packets of the page, in their order: each a block of code below a line like
+///         `<!-- listener sends -->`
 std::vector<WrittenPacket> writtenPackets()
 {
-    const std::ifstream file(std::string(TELVANE_SOURCE_DIR) + "/docs/protocol.md");
-    std::ostringstream content;
-    content << file.rdbuf();
-    const std::string page = content.str();
-    const std::regex block("<!-- ([a-z]+) (sends|receives) -->\n```json\n([^`]*)\n```\n");
+    std::ifstream page(std::string(TELVANE_SOURCE_DIR) + "/docs/protocol.md");
     std::vector<WrittenPacket> packets;
-    for (std::sregex_iterator found(page.begin(), page.end(), block), end; found != end; ++found) {
-        packets.push_back({(*found)[1], (*found)[2] == "sends", (*found)[3]});
+    for (std::string line; std::getline(page, line);) {
+        std::istringstream words(line);
+        std::string begin;
+        WrittenPacket packet;
+        std::string verb;
+        if (!(words >> begin >> packet.who >> verb) || begin != "<!--" ||
+            (verb != "sends" && verb != "receives")) {
+            continue;
+        }
+        packet.sent = verb == "sends";
+        std::getline(page, line); // begins the block
+        while (std::getline(page, line) && line != "```") {
+            packet.text += (packet.text.empty() ? "" : "\n") + line;
+        }
+        packets.push_back(packet);
     }
     return packets;
 }
