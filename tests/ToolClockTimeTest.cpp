@@ -96,7 +96,9 @@ TEST_F(ClockTimeTest, RefusesWhatIsNoDate)
 TEST_F(ClockTimeTest, RefusesYearsWhoseNanosecondsLeaveNoRoomToCalculate)
 {
     Nanoseconds moment = 0;
-    EXPECT_TRUE(m_clock.read("2095-12-31", "23:59:60", moment));
+    EXPECT_TRUE(m_clock.read("2095-12-31", "23:59:60Z", moment));
+    // The clock of the place is the C library's, which ends in 2038 where time_t has 32 bits.
+    EXPECT_EQ(m_clock.read("2095-12-31", "23:59:60", moment), sizeof(time_t) > 4);
     EXPECT_FALSE(m_clock.read("2096-01-01", "00:00:00", moment));
     EXPECT_FALSE(m_clock.read("4044-08-17", "00:00:00Z", moment));
 }
