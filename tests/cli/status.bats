@@ -29,7 +29,7 @@ load common
     start_server
     start other "$TELVANE" listen "$bus" One
     await server.err "subscribe to One"
-    start_listener --all --count 2
+    start_listener --all --wait 60 --count 2
     "$TELVANE" publish "$bus" One '{"n":1}'
     await listener.out '"n":1'
     start later "$TELVANE" listen "$bus" Two
@@ -46,7 +46,7 @@ load common
     start_server
     start other "$TELVANE" listen "$bus" PSOne PSTwo LogData --verbose
     await other.err ": listening$"
-    start_listener 'PS*' --count 2
+    start_listener 'PS*' --wait 60 --count 2
     for channel in LogData PSTwo PSOne; do
         "$TELVANE" publish "$bus" "$channel" '{}'
     done
@@ -67,11 +67,11 @@ load common
 
 @test "listen --all can be interrupted, and ends when the server dies" {
     start_server
-    start_listener --all
+    start_listener --all --wait 60
     kill -INT "$listener"
     finish "$listener"
     [ "$status" -eq 0 ]
-    start_listener --all
+    start_listener --all --wait 60
     kill -KILL "$server"
     finish "$listener"
     [ "$status" -eq 3 ]
@@ -114,7 +114,7 @@ load common
     start_server
     start other "$TELVANE" listen "$bus" One
     await server.err "subscribe to One"
-    start recorder "$TELVANE" record "$bus" -o all.jsonl --all --verbose --count 1
+    start recorder "$TELVANE" record "$bus" -o all.jsonl --all --wait 60 --verbose --count 1
     recorder=$started
     await recorder.err ": recording$"
     "$TELVANE" publish "$bus" One '{"n":1}'

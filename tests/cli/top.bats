@@ -7,7 +7,7 @@ load common
     start_server
     start_listener LogData
     "$TELVANE" publish "$bus" LogData '{"log":"x"}'
-    run "$TELVANE" top "$bus" --once --interval 0.1
+    run "$TELVANE" top "$bus" --once --interval 0.1 --wait 60
     [ "$status" -eq 0 ]
     [[ $output == "$bus  "*" 1 channels, 2 clients  "* ]]
     [[ $output == *"CHANNEL  CLASS  SUBS  RATE/S"*"LogData  same      1 "* ]]
@@ -20,7 +20,7 @@ load common
     start_listener LogData
     start publisher bash -c 'while printf "{\"log\":\"x\"}\n"; do sleep 0.02; done | "$0" publish "$1" LogData -' "$TELVANE" "$bus"
     await listener.out '"log":"x"'
-    run "$TELVANE" top "$bus" --json --count 2 --interval 0.3
+    run "$TELVANE" top "$bus" --json --count 2 --interval 1 --wait 60
     [ "$status" -eq 0 ]
     [ "$(wc -l <<<"$output")" -eq 2 ]
     [ "$(tail -1 <<<"$output" | jq -c '.channels[0] | [.channel, .class, .subscribers, .value, .rate > 0, .bytesPerSecond > .rate]')" = \
@@ -30,7 +30,7 @@ load common
 
 @test "top draws on a terminal, and leaves it as it was when interrupted" {
     start_server
-    start terminal script -qec "stty cols 100 rows 30; echo \$\$ >pid; exec '$TELVANE' top '$bus' --interval 0.1" page
+    start terminal script -qec "stty cols 100 rows 30; echo \$\$ >pid; exec '$TELVANE' top '$bus' --interval 0.1 --wait 60" page
     terminal=$started
     await page "0 channels, 1 clients"
     kill -INT "$(cat pid)"
@@ -43,7 +43,7 @@ load common
 
 @test "top is without colour for those who do not want it" {
     start_server
-    NO_COLOR=1 start terminal script -qec "echo \$\$ >pid; exec '$TELVANE' top '$bus' --interval 0.1" page
+    NO_COLOR=1 start terminal script -qec "echo \$\$ >pid; exec '$TELVANE' top '$bus' --interval 0.1 --wait 60" page
     terminal=$started
     await page "0 channels, 1 clients"
     kill -INT "$(cat pid)"
@@ -53,7 +53,7 @@ load common
 
 @test "top leaves the terminal as it was when the server dies or hangs" {
     start_server
-    start terminal script -qec "echo \$\$ >pid; exec '$TELVANE' top '$bus' --interval 0.1" page
+    start terminal script -qec "echo \$\$ >pid; exec '$TELVANE' top '$bus' --interval 0.1 --wait 60" page
     terminal=$started
     await page "0 channels, 1 clients"
     kill -STOP "$server"
@@ -61,7 +61,7 @@ load common
     finish "$terminal"
     kill -CONT "$server"
     grep -q $'\e\\[?25h\e\\[?1049l' page
-    start terminal script -qec "echo \$\$ >pid; exec '$TELVANE' top '$bus' --interval 0.1" page2
+    start terminal script -qec "echo \$\$ >pid; exec '$TELVANE' top '$bus' --interval 0.1 --wait 60" page2
     terminal=$started
     await page2 "0 channels, 1 clients"
     kill -KILL "$server"
@@ -88,7 +88,7 @@ load common
     head=$started
     (
         exec 3>&- >tables 2>top.err
-        exec "$TELVANE" top "$bus" --interval 0.05
+        exec "$TELVANE" top "$bus" --interval 0.05 --wait 60
     ) &
     top=$!
     processes+=("$top")

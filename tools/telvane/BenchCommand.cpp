@@ -33,7 +33,7 @@ namespace
 {
 
 constexpr Nanoseconds kLook = 20 * kMillisecond;
-constexpr Nanoseconds kLastRecords = kSecond; ///< without any news: what is not here by then is lost
+constexpr Nanoseconds kLastRecords = 3 * kSecond; ///< without any news: what is not here by then is lost
 
 struct Options
 {

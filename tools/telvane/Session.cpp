@@ -88,6 +88,7 @@ Session::~Session()
 int Session::connect(const std::string& path, double wait)
 {
     m_path = path;
+    m_wait = wait;
     if (path.empty() || path.size() > kLongestPath) {
         complain("\"" + path + "\" cannot be a socket: its path must have 1 to " +
                  std::to_string(kLongestPath) + " characters");

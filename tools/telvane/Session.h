@@ -48,6 +48,9 @@ public:
     /// \return an exit code
     int connect(const std::string& path, double wait);
 
+    /// \return how long the user is ready to wait for a server, in seconds
+    double wait() const { return m_wait; }
+
     /// Subscribes, or complains.
     /// \return an exit code
     int subscribe(const std::string& channel, const Telvane::TelvaneDataTypeBase& prototype,
@@ -115,6 +118,7 @@ private:
     const Output m_output;
     const Interruption m_interruption;
     std::string m_path;
+    double m_wait = 0.0;
     std::mutex m_disconnecting; ///< Disconnect() belongs to one thread at a time
 
     std::atomic<Stop> m_stop{Stop::None};

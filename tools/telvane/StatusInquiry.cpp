@@ -5,6 +5,7 @@
 #include "Messages.h"
 #include "OutgoingRecord.h"
 
+#include <algorithm>
 #include <type_traits>
 
 namespace TelvaneTool
@@ -46,8 +47,8 @@ int StatusInquiry::start(bool clients)
         return result;
     }
     ask();
-    if (m_session.waitFor([this] { return complete(); }, monotonicNow() + kPatience) ||
-        m_session.stopping()) {
+    const Nanoseconds patience = std::max(kPatience, nanoseconds(m_session.wait()));
+    if (m_session.waitFor([this] { return complete(); }, monotonicNow() + patience) || m_session.stopping()) {
         return kSuccess;
     }
     complain("the server does not tell what channels there are: it was not started by telvane serve, or with "

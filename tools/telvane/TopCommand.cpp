@@ -24,7 +24,8 @@ namespace
 {
 
 constexpr Nanoseconds kResizeLook = kSecond / 5;
-constexpr Nanoseconds kAnswerPatience = kSecond; ///< the table is drawn again without an answer, too
+constexpr Nanoseconds kPagePatience = kSecond; ///< a page is drawn again without an answer, too
+constexpr Nanoseconds kPatience = 60 * kSecond;
 
 struct Options
 {
@@ -94,7 +95,7 @@ private:
         const std::uint64_t before = m_inquiry.answers();
         m_inquiry.ask();
         m_session.waitFor([&] { return m_inquiry.answers() >= before + 2; },
-                          monotonicNow() + kAnswerPatience);
+                          monotonicNow() + (m_isPage ? kPagePatience : kPatience));
         return !m_session.stopping();
     }
 
