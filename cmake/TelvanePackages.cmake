@@ -42,8 +42,10 @@ set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME telvane-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS
   "${CPACK_DEBIAN_RUNTIME_PACKAGE_NAME} (= ${package_version}), adduser")
+set(CPACK_DEBIAN_TOOLS_PACKAGE_RECOMMENDS "gnuplot-nox | gnuplot") # for telvane plot
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION "command-line tool and server of the Telvane message bus
-The tool telvane serves a bus, listens, publishes, asks, records and replays.
+The tool telvane serves a bus, listens, publishes, asks, records, replays and
+draws.
 With it come units for systemd, which serve a bus for good once they are
 enabled, manual pages, and completion for bash and zsh.")
 foreach(script postinst prerm postrm)
