@@ -199,7 +199,9 @@ void addListenCommand(CommandLine& line)
     addBusOptions(command, options->bus);
     command.option("CHANNEL", options->channels,
                    "Channels to listen on; 'PS*' listens on all that are like this, also on those to come");
-    command.flag("--all", options->all, "Listen on every channel that the server knows, and on new ones");
+    command.flag("--all", options->all,
+                 "Listen on every channel that the server knows, which is what somebody has subscribed to, "
+                 "and on new ones");
     command
         .option("--as", options->className,
                 "Decode and check payloads as this class (default: the class named like the "

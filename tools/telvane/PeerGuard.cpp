@@ -39,6 +39,7 @@ template <class Id>
 std::vector<Id> resolved(const std::vector<std::string>& texts, std::optional<Id> (*find)(const std::string&))
 {
     std::vector<Id> ids;
+    ids.reserve(texts.size());
     for (const std::string& text : texts) {
         ids.push_back(find(text).value()); // it was found when the command line was read
     }

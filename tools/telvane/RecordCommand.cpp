@@ -176,7 +176,9 @@ void addRecordCommand(CommandLine& line)
     addBusOptions(command, options->bus);
     command.option("CHANNEL", options->channels,
                    "Channels to record; 'PS*' records all that are like this, also those to come");
-    command.flag("--all", options->all, "Record every channel that the server knows, and new ones");
+    command.flag(
+        "--all", options->all,
+        "Record every channel that the server knows, which is what somebody has subscribed to, and new ones");
     command.option("-o,--output", recorder.output.path, "File to write; - for standard output")
         .required()
         .typeName("FILE");
