@@ -61,7 +61,7 @@ print(client.recv(16384).decode())
     await manager.err "serving"
     kill "$(sed -n 's/^first \([0-9]*\)$/\1/p' manager.out)"
     await manager.out "^first ended with 0"
-    await manager.err "asked to subscribe"
+    await manager.err "asked to subscribe to C$"
     kill "$(sed -n 's/^second \([0-9]*\)$/\1/p' manager.out)"
     finish "$manager"
     [ "$status" -eq 0 ]
