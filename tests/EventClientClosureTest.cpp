@@ -3,8 +3,8 @@
 #include <Telvane/WeldRecords.h>
 
 #include "BusTestSupport.h"
+#include "CountedRecord.h"
 
-#include <atomic>
 #include <cerrno>
 
 namespace Telvane
@@ -23,21 +23,6 @@ std::string printedAmps()
     record.Value = 176;
     return record.GetString();
 }
-
-/// Knows how many of its kind live.
-class Counted : public TelvaneDataTypeBase
-{
-public:
-    static std::atomic<int> living;
-
-    Counted() { ++living; }
-    Counted(const Counted& other) : TelvaneDataTypeBase(other) { ++living; }
-    Counted& operator=(const Counted&) = default;
-    ~Counted() override { --living; }
-    TelvaneDataTypeBase* BuildNewDataType() const override { return new Counted; }
-};
-
-std::atomic<int> Counted::living{0};
 
 /// A subscription's closure, called as the receiver thread calls it.
 class SubscriptionClosure : public ::testing::Test

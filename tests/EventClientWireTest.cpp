@@ -4,8 +4,8 @@
 #include <Telvane/WeldRecords.h>
 
 #include "BusTestSupport.h"
+#include "CountedRecord.h"
 
-#include <atomic>
 #include <cerrno>
 
 namespace Telvane
@@ -391,21 +391,6 @@ TEST_F(ClientReceiving, WithTheClosureTableLockedAgainstAnUnsubscribingThread)
     release.open();
     EXPECT_EQ(result.get(), -EINVAL);
 }
-
-/// Knows how many of its kind live.
-class Counted : public TelvaneDataTypeBase
-{
-public:
-    static std::atomic<int> living;
-
-    Counted() { ++living; }
-    Counted(const Counted& other) : TelvaneDataTypeBase(other) { ++living; }
-    Counted& operator=(const Counted&) = default;
-    ~Counted() override { --living; }
-    TelvaneDataTypeBase* BuildNewDataType() const override { return new Counted; }
-};
-
-std::atomic<int> Counted::living{0};
 
 TEST_F(ClientReceiving, IntoARecordThatLivesOnlyForTheCall)
 {

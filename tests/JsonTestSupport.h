@@ -8,6 +8,8 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace Telvane::Testing
 {
@@ -86,5 +88,19 @@ private:
         return std::malloc(size);
     }
 };
+
+/// A key, and its value as JSON.
+using Member = std::pair<std::string, std::string>;
+using Members = std::vector<Member>;
+
+/// \return the object with these members, as JSON on one line
+inline std::string textOf(const Members& members)
+{
+    std::string text = "{";
+    for (const auto& [key, value] : members) {
+        text += (text.size() > 1 ? ",\"" : "\"") + key + "\":" + value;
+    }
+    return text + "}";
+}
 
 } // namespace Telvane::Testing

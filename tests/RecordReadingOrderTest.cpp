@@ -6,6 +6,7 @@
 
 #include "JsonTestSupport.h"
 #include "ProcessTestSupport.h"
+#include "RecordTestSupport.h"
 
 #include <gtest/gtest.h>
 
@@ -45,11 +46,11 @@ namespace
 using Application::Kettle;
 using Testing::compact;
 using Testing::diagnosticsOf;
+using Testing::Member;
+using Testing::Members;
 using Testing::parse;
+using Testing::textOf;
 using Testing::Tree;
-
-using Member = std::pair<std::string, std::string>;
-using Members = std::vector<Member>;
 
 Members filledMembers()
 {
@@ -61,23 +62,6 @@ Members filledMembers()
             {"history", R"([{"Value":1,"Status":false},{"Value":2,"Status":true}])"},
             {"_id", "\"kettle\""},
             {"_sequence_tag", "6"}};
-}
-
-std::string textOf(const Members& members)
-{
-    std::string text = "{";
-    for (const auto& [key, value] : members) {
-        text += (text.size() > 1 ? ",\"" : "\"") + key + "\":" + value;
-    }
-    return text + "}";
-}
-
-std::string compactOf(TelvaneDataTypeBase& record)
-{
-    cJSON* packaged = nullptr;
-    EXPECT_EQ(record.Package(&packaged), 0);
-    const Tree owned(packaged);
-    return compact(packaged);
 }
 
 /// What a Kettle must read from an object, found with nothing but the JSON library's own lookup.
@@ -217,7 +201,7 @@ TEST(ReadingARecord, FindsTheSameInWhateverOrderTheKeysCome)
             result = read._unpackageData(input.get());
         });
         ASSERT_EQ(result, expectedResult) << text;
-        ASSERT_EQ(compactOf(read), compactOf(expected)) << text;
+        ASSERT_EQ(compactJson(read), compactJson(expected)) << text;
         ++(result ? accepted : refused);
     }
     EXPECT_GT(accepted, 500);

@@ -8,6 +8,7 @@
 
 #include "JsonTestSupport.h"
 #include "ProcessTestSupport.h"
+#include "RecordTestSupport.h"
 
 #include <gtest/gtest.h>
 
@@ -57,11 +58,11 @@ using Application::Torch;
 using Testing::compact;
 using Testing::Diagnostics;
 using Testing::diagnosticsOf;
+using Testing::Member;
+using Testing::Members;
 using Testing::parse;
+using Testing::textOf;
 using Testing::Tree;
-
-using Member = std::pair<std::string, std::string>;
-using Members = std::vector<Member>;
 
 /// A complete object for a Torch, each value different from the default.
 Members filledMembers()
@@ -78,23 +79,6 @@ Members filledMembers()
             {"history", R"([{"Value":1,"Status":false},{"Value":2,"Status":true}])"},
             {"_id", "\"torch\""},
             {"_sequence_tag", "6"}};
-}
-
-std::string textOf(const Members& members)
-{
-    std::string text = "{";
-    for (const auto& [key, value] : members) {
-        text += (text.size() > 1 ? ",\"" : "\"") + key + "\":" + value;
-    }
-    return text + "}";
-}
-
-std::string compactOf(TelvaneDataTypeBase& record)
-{
-    cJSON* packaged = nullptr;
-    EXPECT_EQ(record.Package(&packaged), 0);
-    const Tree owned(packaged);
-    return compact(packaged);
 }
 
 TEST(RecordTable, ListsKeysKindsAndLimitsInOrder)
@@ -125,7 +109,7 @@ TEST(RecordTable, ListsKeysKindsAndLimitsInOrder)
 TEST(WritingARecord, WritesDefaultsInTheListsOrder)
 {
     Torch torch;
-    EXPECT_EQ(compactOf(torch),
+    EXPECT_EQ(compactJson(torch),
               R"({"serialNumber":7,"length":0.5,"cooled":true,"Label":"new",)"
               R"("wear":{"Value":0,"Status":false},"made":"/Date(0)/","buttons":[false,false,false],)"
               R"("counts":[1,2],"lamps":[{"Flag":false,"Status":false},{"Flag":false,"Status":false}],)"
@@ -136,7 +120,7 @@ TEST(WritingARecord, WritesBackWhatWasRead)
 {
     Torch torch;
     ASSERT_TRUE(torch.FromJson(textOf(filledMembers())));
-    EXPECT_EQ(compactOf(torch), textOf(filledMembers()));
+    EXPECT_EQ(compactJson(torch), textOf(filledMembers()));
 }
 
 TEST(WritingARecord, WritesEveryElementOfAVectorWhateverItsLength)
@@ -233,8 +217,8 @@ TEST(ReadingARecord, NamesTheFirstMissingKeyAndKeepsWhatCameBefore)
         const Diagnostics told = diagnosticsOf([&] { EXPECT_FALSE(torch.FromJson(textOf(members))); });
         EXPECT_EQ(told.error, "FAIL! " + tags[missing] + " " + key + "\n");
 
-        const Tree read = parse(compactOf(torch));
-        const Tree defaults = parse(compactOf(*std::make_unique<Torch>()));
+        const Tree read = parse(compactJson(torch));
+        const Tree defaults = parse(compactJson(*std::make_unique<Torch>()));
         for (std::size_t field = 0; field < tags.size(); ++field) {
             const auto [name, value] = filledMembers()[field];
             const std::string expected =
@@ -347,7 +331,7 @@ TEST(CopyingARecord, TakesEveryFieldWhole)
     Torch to;
     to.history.resize(9);
     EXPECT_EQ(to.copy(&from), 0);
-    EXPECT_EQ(compactOf(to), textOf(filledMembers()));
+    EXPECT_EQ(compactJson(to), textOf(filledMembers()));
     EXPECT_EQ(to.wear._id, "w");
 }
 
