@@ -18,6 +18,14 @@ load common
     [ "$(sed '1,/A default record:/d' <<<"$output" | jq -r .mCommandType)" -eq 3 ]
 }
 
+@test "records tells how many records a list begins with, and what stands in JSON as a string" {
+    run "$TELVANE" records PSMemorySlot
+    [[ $output == *'mPrograms      up to 100 ProgramType  8 times {"PROC":0,"WT":0,"WS":0,"GT":0}'* ]]
+    run "$TELVANE" records DateTime
+    [ "${lines[1]}" = "  A string in JSON: the milliseconds since the Unix epoch." ]
+    [ "${lines[3]}" = '"/Date(0)/"' ]
+}
+
 @test "records prints a schema of one class, and of all" {
     run "$TELVANE" records WeldTriggerEnd --schema
     [ "$status" -eq 0 ]

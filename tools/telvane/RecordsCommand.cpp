@@ -23,6 +23,7 @@ using Telvane::FieldKind;
 using Telvane::RecordCatalogue;
 using Telvane::RecordClass;
 using Telvane::RecordField;
+using Telvane::RecordTable;
 using Telvane::TelvaneDataTypeBase;
 
 struct Options
@@ -58,9 +59,36 @@ std::string kindOfField(const RecordField& field)
     return "unknown";
 }
 
-std::string kindList()
+/// What may be said of the kinds that a class has.
+std::string notesOnKinds(const RecordTable& table)
 {
-    return "integers have 32 bits; an array is written whole and may be read with fewer elements, from 1 up";
+    const auto has = [&table](auto condition) {
+        const auto& fields = table.fields();
+        return std::any_of(fields.begin(), fields.end(), condition);
+    };
+    std::string text = "integers have 32 bits";
+    if (has([](const RecordField& field) {
+            return field.limit != 0 && field.kind != FieldKind::RecordVector;
+        })) {
+        text += "; an array is written whole and may be read with fewer elements, from 1 up";
+    }
+    return text;
+}
+
+/// The default as it prints; of a record or of a list of like elements only what is not said elsewhere.
+std::string describeDefault(const RecordField& field, const cJSON* value)
+{
+    if (field.kind == FieldKind::Record && cJSON_IsObject(value) != 0) {
+        return "its own defaults";
+    }
+    const int size = cJSON_IsArray(value) != 0 ? cJSON_GetArraySize(value) : 0;
+    const cJSON* const first = size > 1 ? value->child : nullptr;
+    const cJSON* element = first;
+    while (element != nullptr && cJSON_Compare(element, first, 1) != 0) {
+        element = element->next;
+    }
+    const bool alike = first != nullptr && element == nullptr;
+    return alike ? std::to_string(size) + " times " + printJson(first) : printJson(value);
 }
 
 /// Columns as wide as their longest entry.
@@ -125,20 +153,16 @@ std::string describeClass(const RecordClass& recordClass)
     columns.addRow({"key", "kind", "default"});
     for (const RecordField& field : recordClass.table().fields()) {
         const cJSON* const value = cJSON_GetObjectItemCaseSensitive(defaults.get(), field.key);
-        const bool nested = field.kind == FieldKind::Record && cJSON_IsObject(value) != 0;
-        std::string shown = nested ? "its own defaults" : printJson(value);
-        constexpr std::size_t kWidth = 60;
-        if (shown.size() > kWidth) {
-            shown.replace(kWidth, std::string::npos, "...");
-        }
-        columns.addRow({field.key, kindOfField(field), shown});
+        columns.addRow({field.key, kindOfField(field), describeDefault(field, value)});
     }
-    if (!isTimeStamp(recordClass.table())) {
+    if (isTimeStamp(recordClass.table())) {
+        text += "  A string in JSON: the milliseconds since the Unix epoch.\n";
+    } else {
         columns.addRow({"_id", "string", "left out; optional"});
         columns.addRow({"_sequence_tag", "integer", "left out; optional"});
+        text += columns.print("  ") + "\n  (" + notesOnKinds(recordClass.table()) + ")\n";
     }
-    text += columns.print("  ");
-    text += "\n  (" + kindList() + ")\n\nA default record:\n" + printJson(defaults.get(), true) + "\n";
+    text += "\nA default record:\n" + printJson(defaults.get(), true) + "\n";
     return text;
 }
 
