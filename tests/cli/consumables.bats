@@ -34,6 +34,8 @@ load common
     [ "${lines[1]}" = "nearest size  4  0.045" ]
     [ "${lines[2]}" = "alloy         1  STL_E70" ]
     [ "${lines[3]}" = "weight        0.00540111 lb/ft  (8.038 g/m)" ]
+    run "$TELVANE" wire --size 4 --alloy STL_E70 --json
+    [ "$(jq '.diameterMillimetres == 1.143 and (.gramsPerMetre * 1000 | floor) == 8037' <<<"$output")" = true ]
     run "$TELVANE" wire --diameter 0.2
     [ "${lines[1]}" = "nearest size  255  unknown" ]
 }

@@ -73,23 +73,26 @@ int show(const Options& options)
     const auto nearest = static_cast<int>(Telvane::GetWireDiameterFromInches(diameter));
     const double pounds =
         static_cast<double>(Telvane::GetWireWeight(static_cast<Telvane::_AlloyID_e>(alloy), diameter));
+    const double millimetres = inches * kMillimetresPerInch;
+    const double gramsPerMetre = pounds * kGramsPerPound / kMetresPerFoot;
     const ConsumableTable& sizes = *findConsumableTable("wire-size");
     const ConsumableTable& alloys = *findConsumableTable("alloy");
     if (options.json) {
         const JsonTree object(cJSON_CreateObject());
         cJSON_AddNumberToObject(object.get(), "diameterInches", inches);
+        cJSON_AddNumberToObject(object.get(), "diameterMillimetres", millimetres);
         cJSON_AddNumberToObject(object.get(), "nearestSize", nearest);
         cJSON_AddStringToObject(object.get(), "nearestSizeName", consumableName(sizes, nearest).c_str());
         cJSON_AddNumberToObject(object.get(), "alloy", alloy);
         cJSON_AddStringToObject(object.get(), "alloyName", consumableName(alloys, alloy).c_str());
         cJSON_AddNumberToObject(object.get(), "poundsPerFoot", pounds);
+        cJSON_AddNumberToObject(object.get(), "gramsPerMetre", gramsPerMetre);
         return writeResult(printJson(object.get()) + "\n");
     }
-    return writeResult(
-        format("diameter      %.6g in  (%.4g mm)\n", inches, inches * kMillimetresPerInch) +
-        "nearest size  " + std::to_string(nearest) + "  " + consumableName(sizes, nearest) + "\n" +
-        "alloy         " + std::to_string(alloy) + "  " + consumableName(alloys, alloy) + "\n" +
-        format("weight        %.6g lb/ft  (%.4g g/m)\n", pounds, pounds * kGramsPerPound / kMetresPerFoot));
+    return writeResult(format("diameter      %.6g in  (%.4g mm)\n", inches, millimetres) + "nearest size  " +
+                       std::to_string(nearest) + "  " + consumableName(sizes, nearest) + "\n" +
+                       "alloy         " + std::to_string(alloy) + "  " + consumableName(alloys, alloy) +
+                       "\n" + format("weight        %.6g lb/ft  (%.4g g/m)\n", pounds, gramsPerMetre));
 }
 
 } // namespace
