@@ -21,7 +21,7 @@ TEST_F(DynamicFileClose, RemovesThePipe)
     DynamicFileInterface file(m_path, saying("hello"));
     EXPECT_EQ(openSilently(file), 0);
     EXPECT_EQ(file.Close(), 0);
-    EXPECT_EQ(::open(m_path.c_str(), O_RDONLY), -1);
+    EXPECT_EQ(::open(m_path.c_str(), O_RDONLY | O_NONBLOCK), -1);
     EXPECT_EQ(errno, ENOENT);
 }
 
