@@ -201,15 +201,6 @@ EventClient::State::Closure EventClient::State::enterClosure(ClosureEntry entry)
                             : std::exchange(outcome.position->second, std::move(outcome.node.mapped()));
 }
 
-/// Puts a closure back in the place of one that is still there.
-void EventClient::State::restoreClosure(const std::string& header, Closure closure)
-{
-    const std::lock_guard<std::mutex> guard(closuresLock);
-    if (const auto found = closures.find(header); found != closures.end()) {
-        found->second.swap(closure);
-    }
-}
-
 void EventClient::State::removeClosure(const std::string& header)
 {
     ClosureEntry removed; // destroyed, with what the application's callback holds, outside the lock

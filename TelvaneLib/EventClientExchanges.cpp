@@ -146,6 +146,25 @@ void EventClient::unsubscribeResponseHandler(EventClient* client, cJSON* message
     client->m_state->unsubscribing.takeResponse(message);
 }
 
+namespace
+{
+
+/// \return a closure of a class that is made like EventClient::SubscriptionCallbackClosure
+template <class Closure>
+std::unique_ptr<Closure> makeSubscription(EventClient::Callback callback,
+                                          const TelvaneDataTypeBase& prototype, void* user)
+{
+    std::unique_ptr<TelvaneDataTypeBase> own(prototype.BuildNewDataType());
+    if (own == nullptr) {
+        throw std::bad_alloc();
+    }
+    auto closure = std::make_unique<Closure>(own.get(), user, std::move(callback));
+    own.release(); // the closure's from here on
+    return closure;
+}
+
+} // namespace
+
 int EventClient::Subscribe(const std::string& channel, Callback callback,
                            const TelvaneDataTypeBase& prototype, void* user)
 {
@@ -153,27 +172,14 @@ int EventClient::Subscribe(const std::string& channel, Callback callback,
         return -ENOTCONN;
     }
     return withinMemory([&] {
-        State::ClosureEntry entry = m_state->makeSubscription(channel, std::move(callback), prototype, user);
+        State::ClosureEntry entry = State::makeEntry(
+            channel, makeSubscription<SubscriptionCallbackClosure>(std::move(callback), prototype, user));
         const int result = subscribeToServer(channel);
         if (result == 0) {
             m_state->enterClosure(std::move(entry));
         }
         return result;
     });
-}
-
-EventClient::State::ClosureEntry EventClient::State::makeSubscription(const std::string& channel,
-                                                                      Callback callback,
-                                                                      const TelvaneDataTypeBase& prototype,
-                                                                      void* user)
-{
-    std::unique_ptr<TelvaneDataTypeBase> own(prototype.BuildNewDataType());
-    if (own == nullptr) {
-        throw std::bad_alloc();
-    }
-    auto closure = std::make_unique<SubscriptionCallbackClosure>(own.get(), user, std::move(callback));
-    own.release(); // the closure's from here on
-    return makeEntry(channel, std::move(closure));
 }
 
 int EventClient::Unsubscribe(const std::string& channel)
@@ -243,32 +249,90 @@ struct Reply
 
 } // namespace
 
+/// A request's closure while it waits. What the table held before stands behind it: nothing, a subscription,
+/// or the closure of another thread's request, which gets each answer, too.
+class EventClient::State::RequestClosure : public SubscriptionCallbackClosure
+{
+public:
+    using SubscriptionCallbackClosure::SubscriptionCallbackClosure;
+
+    int ExecuteCallback(EventClient* client, cJSON* message) override
+    {
+        const int result = SubscriptionCallbackClosure::ExecuteCallback(client, message);
+        auto* const other = dynamic_cast<RequestClosure*>(earlier.get());
+        if (other != nullptr && payloadOf(message) != nullptr) {
+            other->ExecuteCallback(client, message);
+        }
+        return result;
+    }
+
+    Closure earlier;
+};
+
+void EventClient::State::enterRequest(ClosureEntry entry, RequestClosure& request)
+{
+    const std::lock_guard<std::mutex> guard(closuresLock);
+    auto outcome = closures.insert(std::move(entry));
+    if (!outcome.inserted) {
+        request.earlier = std::exchange(outcome.position->second, std::move(outcome.node.mapped()));
+    }
+}
+
+bool EventClient::State::endRequest(const std::string& channel, RequestClosure& request, bool evenTheLast)
+{
+    // Destroyed outside the lock.
+    Closure ended;
+    ClosureEntry removed;
+    const std::lock_guard<std::mutex> guard(closuresLock);
+    const auto found = closures.find(channel);
+    if (found == closures.end()) {
+        return true; // somebody has unsubscribed
+    }
+    Closure* place = &found->second;
+    while (place->get() != &request) {
+        auto* const later = dynamic_cast<RequestClosure*>(place->get());
+        if (later == nullptr) {
+            return true; // somebody has subscribed
+        }
+        place = &later->earlier;
+    }
+    if (place != &found->second || request.earlier != nullptr) {
+        ended = std::exchange(*place, std::move(request.earlier));
+        return true;
+    }
+    if (evenTheLast) {
+        removed = closures.extract(found);
+    }
+    return evenTheLast;
+}
+
 int EventClient::State::request(EventClient& client, const std::string& channel, TelvaneDataTypeBase& record)
 {
     Reply reply(record);
-    ClosureEntry entry = makeSubscription(
-        channel, [&reply](void*, TelvaneDataTypeBase* received, int, void*) { reply.take(received); }, record,
+    auto closure = makeSubscription<RequestClosure>(
+        [&reply](void*, TelvaneDataTypeBase* received, int, void*) { reply.take(received); }, record,
         nullptr);
+    RequestClosure& own = *closure;
+    ClosureEntry entry = makeEntry(channel, std::move(closure));
     const std::string requestChannel = kRequestPrefix + channel;
-    std::unique_ptr<CallbackClosure> earlier;
     int result = client.subscribeToServer(channel);
     if (result == -ENOMEM) {
         return result; // the server has not been asked
     }
-    if (result != -ETIMEDOUT) {
-        earlier = enterClosure(std::move(entry));
-        RequestType request;
-        result = client.Publish(requestChannel, request);
-        if (result == 0) {
-            result = reply.await();
-        }
-    }
-    if (earlier != nullptr) {
-        // The channel was subscribed before and stays so.
-        restoreClosure(channel, std::move(earlier));
-    } else {
+    if (result == -ETIMEDOUT) {
         client.unsubscribeFromServer(channel);
         removeClosure(channel);
+        return result;
+    }
+    enterRequest(std::move(entry), own);
+    RequestType request;
+    result = client.Publish(requestChannel, request);
+    if (result == 0) {
+        result = reply.await();
+    }
+    if (!endRequest(channel, own, false)) {
+        client.unsubscribeFromServer(channel);
+        endRequest(channel, own, true);
     }
     return result > 0 ? -result : result;
 }

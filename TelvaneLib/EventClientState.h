@@ -78,6 +78,7 @@ struct EventClient::State
     using ClosureTable = std::map<std::string, Closure, std::less<>>;
     /// An entry of the table, made before it is needed: entering it takes no memory.
     using ClosureEntry = ClosureTable::node_type;
+    class RequestClosure;
 
     ~State() { delete idleWriter.load(); }
 
@@ -95,7 +96,6 @@ struct EventClient::State
     static ClosureEntry makeEntry(const std::string& header, Closure closure);
     /// \return the closure that the table held before, or null
     Closure enterClosure(ClosureEntry entry);
-    void restoreClosure(const std::string& header, Closure closure);
     void removeClosure(const std::string& header);
 
     std::unique_ptr<PublicationWriter> takeWriter();
@@ -103,8 +103,10 @@ struct EventClient::State
     int send(cJSON* message);
     static int sendText(Connection& used, const char* text, int length);
     int connect(EventClient& client, const std::string& newPath);
-    ClosureEntry makeSubscription(const std::string& channel, Callback callback,
-                                  const TelvaneDataTypeBase& prototype, void* user);
+    void enterRequest(ClosureEntry entry, RequestClosure& request);
+    /// Takes a request's closure out again, unless the channel is then nobody's and not \p evenTheLast may go.
+    /// \return whether it is out
+    bool endRequest(const std::string& channel, RequestClosure& request, bool evenTheLast);
     int request(EventClient& client, const std::string& channel, TelvaneDataTypeBase& record);
     int runExchange(MetaExchange& exchange, const std::string& channel, cJSON* request);
 

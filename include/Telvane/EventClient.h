@@ -65,7 +65,8 @@ public:
 
     /// Sends \p record to every subscriber of \p channel. Blocks while the server is busy, and for good when
     /// the server has gone away, until Disconnect() is called.
-    /// \return 0; `-ENOTCONN`; what Package() returned if negative; the count sent when the message was cut
+    /// \return 0, also for a message of more than 16383 bytes, which nobody can read; `-ENOTCONN`; what
+    ///         Package() returned if negative; the count sent when the system took only a part
     int Publish(const std::string& channel, TelvaneDataTypeBase& record);
 
     /// Subscribes to \p channel, in place of any earlier subscription to it. Waits up to 1 second.
@@ -80,7 +81,9 @@ public:
     /// \return 0; `-ENOTCONN`; `-EINVAL` when not subscribed; -1 when the server refused; `-ETIMEDOUT`
     int Unsubscribe(const std::string& channel);
 
-    /// Asks on "req_" + \p channel and waits one second for the next record on \p channel.
+    /// Asks on "req_" + \p channel and waits one second for the next record on \p channel, which goes to all
+    /// threads that wait for one, and not to a subscription that stands behind them. A Subscribe() meanwhile
+    /// takes the channel over, and the answer with it.
     /// \param[out] record  filled with the answer; its class decides what the answer is read into
     /// \param      timeout not consulted; EventClientSynchronizer::Request() has one that is
     /// \return 0; `-ENOTCONN`; `-ETIMEDOUT` when there was no answer
