@@ -11,6 +11,7 @@
 #include <Telvane/TelvaneDataTypeBase.h>
 
 #include <cerrno>
+#include <new>
 #include <utility>
 
 namespace Telvane
@@ -33,8 +34,19 @@ int PublicationWriter::package(TelvaneDataTypeBase& record)
     if (m_class == nullptr || *m_class != typeid(record)) {
         return packageAnew(record);
     }
-    const Repackaging used(record, m_payload);
-    return record._packageData(m_payload) ? 0 : -1;
+    bool packaged = false;
+    bool reused = false;
+    try {
+        const Repackaging used(record, m_payload);
+        packaged = record._packageData(m_payload);
+        reused = used.listTellsAll();
+    } catch (const std::bad_alloc&) {
+        return -ENOMEM;
+    }
+    if (!reused) {
+        return packageAnew(record);
+    }
+    return packaged ? 0 : -1;
 }
 
 int PublicationWriter::packageAnew(TelvaneDataTypeBase& record)

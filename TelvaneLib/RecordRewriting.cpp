@@ -53,10 +53,22 @@ void dropFrom(cJSON* parent, cJSON* item)
     }
 }
 
+const cJSON* lastMember(const cJSON* object)
+{
+    const cJSON* member = object != nullptr ? object->child : nullptr;
+    if (member != nullptr && member->prev != nullptr) {
+        member = member->prev; // where newer versions of the library keep the last one
+    }
+    while (member != nullptr && member->next != nullptr) {
+        member = member->next;
+    }
+    return member;
+}
+
 } // namespace
 
 Repackaging::Repackaging(const TelvaneDataTypeBase& record, cJSON* tree)
-    : m_record(record), m_tree(tree), m_outer(current)
+    : m_record(record), m_tree(tree), m_last(lastMember(tree)), m_outer(current)
 {
     current = this;
 }
@@ -71,8 +83,9 @@ bool Repackaging::begins(const TelvaneDataTypeBase& record, const cJSON* output,
     if (current == nullptr || &current->m_record != &record) {
         return false;
     }
-    current->m_listTellsAll = exactClass;
-    return exactClass && current->m_tree == output && output != nullptr;
+    // With members that the record has written by itself, in front, the list does not tell all.
+    current->m_listTellsAll = exactClass && lastMember(output) == current->m_last;
+    return current->m_listTellsAll && current->m_tree == output && output != nullptr;
 }
 
 bool TelvaneDataTypeBase::rewriteFields(const RecordTable& table, cJSON* output)

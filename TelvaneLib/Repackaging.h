@@ -25,12 +25,14 @@ public:
     /// \return whether \p output is an earlier tree that is to be used again
     static bool begins(const TelvaneDataTypeBase& record, const cJSON* output, bool exactClass);
 
-    /// \return whether the record was packaged by the list of its very own class
+    /// \return whether the record was packaged by the list of its very own class, into a tree that held nothing
+    /// else. If not, a tree that was to be used again is spoilt.
     bool listTellsAll() const { return m_listTellsAll; }
 
 private:
     const TelvaneDataTypeBase& m_record;
     cJSON* const m_tree;
+    const cJSON* const m_last; ///< of m_tree's members, before
     Repackaging* const m_outer;
     bool m_listTellsAll = false;
 };

@@ -11,6 +11,7 @@
 #include <fstream>
 #include <iterator>
 #include <memory>
+#include <new>
 #include <random>
 #include <string>
 #include <vector>
@@ -248,6 +249,111 @@ TEST(PublicationWriter, TellsOfARecordThatCannotBePackagedAndGoesOn)
     record.fail = true;
     EXPECT_EQ(writer.write("Channel", record, text), -1);
     EXPECT_EQ(written(writer, "Channel", log), plainPublication("Channel", log));
+}
+
+/// A record that writes its own list and, at times, more.
+class Hybrid : public TelvaneDataTypeBase
+{
+public:
+    enum class Form
+    {
+        List,
+        MemberAndList,
+        ListAndMember,
+        Member,
+    };
+
+    Form form = Form::List;
+    int number = 0;
+
+    TELVANE_RECORD(Hybrid, number)
+};
+
+const RecordTable& Hybrid::recordTable()
+{
+    static const RecordTable* const table = Hybrid().newRecordTable();
+    return *table;
+}
+
+bool Hybrid::_packageData(cJSON* output)
+{
+    if (form == Form::MemberAndList || form == Form::Member) {
+        _toJson("more", 10 + number, output);
+    }
+    if (form != Form::Member && !_packageFields(recordTable(), typeid(Hybrid), output)) {
+        return false;
+    }
+    if (form == Form::ListAndMember) {
+        _toJson("more", 20 + number, output);
+    }
+    return true;
+}
+
+bool Hybrid::_unpackageData(cJSON* input)
+{
+    return _unpackageFields(recordTable(), input);
+}
+
+TELVANE_DEFINE_RECORD_COPY(Hybrid, TelvaneDataTypeBase)
+
+TEST(PublicationWriter, PrintsAllThatARecordWritesBesidesItsList)
+{
+    constexpr Hybrid::Form kForms[] = {Hybrid::Form::List, Hybrid::Form::MemberAndList,
+                                       Hybrid::Form::ListAndMember, Hybrid::Form::Member};
+    for (const Hybrid::Form first : kForms) {
+        for (const Hybrid::Form second : kForms) {
+            PublicationWriter writer;
+            Hybrid record;
+            for (const Hybrid::Form form : {first, first, second, first, second, second}) {
+                record.form = form;
+                ++record.number;
+                EXPECT_EQ(written(writer, "Channel", record), plainPublication("Channel", record));
+            }
+        }
+    }
+}
+
+/// A value that may run out of memory while it is packaged.
+class GreedyValue : public ValueType
+{
+public:
+    bool greedy = false;
+
+    bool _packageData(cJSON* output) override
+    {
+        if (greedy) {
+            throw std::bad_alloc();
+        }
+        return ValueType::_packageData(output);
+    }
+};
+
+class HolderOfAGreedyValue : public TelvaneDataTypeBase
+{
+public:
+    int before = 1;
+    GreedyValue value;
+    int behind = 2;
+
+    TELVANE_RECORD(HolderOfAGreedyValue, before, value, behind)
+};
+
+TELVANE_DEFINE_RECORD(HolderOfAGreedyValue)
+
+TEST(PublicationWriter, TellsOfARecordThatRunsOutOfMemoryAndGoesOn)
+{
+    PublicationWriter writer;
+    HolderOfAGreedyValue holder;
+    const char* text = nullptr;
+    for (const bool greedy : {true, false, true, false, false, true, true, false}) {
+        holder.value.greedy = greedy;
+        ++holder.behind;
+        if (greedy) {
+            EXPECT_EQ(writer.write("Channel", holder, text), -ENOMEM);
+        } else {
+            EXPECT_EQ(written(writer, "Channel", holder), plainPublication("Channel", holder));
+        }
+    }
 }
 
 TEST(PublicationWriter, PrintsTextsLongerThanItsBuffers)
