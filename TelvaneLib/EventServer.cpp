@@ -30,7 +30,6 @@ namespace
 constexpr auto kStopDeadline = std::chrono::seconds(10);
 constexpr auto kPauseAfterFailedAccept = std::chrono::milliseconds(20);
 constexpr int kBacklog = 5;
-const std::string kNoHeader;
 
 // The numbers behind the source path are part of the lines that logs are filtered by.
 constexpr int kSocketErrorLine = 288;
@@ -141,6 +140,7 @@ int EventServer::State::listenOn(FileDescriptor& socket, FileDescriptor wakeOfIn
     const int result = startThread(listenerThread, &EventServer::connectionListener, &server, stackSize);
     if (result != 0) {
         listener = -1;
+        wake.reset(-1);
         return result;
     }
     socket.release();
@@ -195,7 +195,7 @@ void EventServer::State::admit(FileDescriptor client)
         connections.erase(entry);
         return;
     }
-    onConnect.call(server, client.release(), kNoHeader, -1, nullptr);
+    onConnect.call(server, client.release(), {}, -1, nullptr);
 }
 
 void EventServer::State::applySendBuffer(int client)
@@ -270,7 +270,7 @@ void EventServer::State::tearDown(int client)
             stopCondition.notify_all();
         }
     }
-    onDisconnect.call(server, client, kNoHeader, -1, nullptr);
+    onDisconnect.call(server, client, {}, -1, nullptr);
 }
 
 int EventServer::Stop()

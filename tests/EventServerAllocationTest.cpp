@@ -161,6 +161,7 @@ TEST_P(ServerMemory, IsNotNeededWhenAClientGoesOrTheServerStops)
 
 TEST_P(ServerMemory, RunsOutInASubscription)
 {
+    int refused = 0;
     failEach(Caller::Receiver, [&](AllocationFault& fault) {
         Progress receiving(Call::Receive, Caller::Receiver);
         RunningServer running;
@@ -174,6 +175,7 @@ TEST_P(ServerMemory, RunsOutInASubscription)
         } else if (!told.empty()) {
             EXPECT_EQ(told.size(), 1U);
             EXPECT_TRUE(told[0] == granted || told[0] == response(".subscribe", false, kChannel)) << told[0];
+            refused += told[0] != granted ? 1 : 0;
             EXPECT_EQ(subscriptions(running.server), told[0] == granted ? 1U : 0U);
         }
         if (told.empty() || told[0] != granted) {
@@ -184,6 +186,8 @@ TEST_P(ServerMemory, RunsOutInASubscription)
         EXPECT_NE(peer.receive().find(kChannel), std::string::npos);
         EXPECT_TRUE(answers(peer, receiving).empty());
     });
+    // Whoever can be answered hears that there is no room for it.
+    EXPECT_EQ(refused != 0, GetParam() == Shortage::Once);
 }
 
 TEST_P(ServerMemory, RunsOutInAnUnsubscription)

@@ -3,6 +3,7 @@
 #include "BusTestSupport.h"
 
 #include <fcntl.h>
+#include <new>
 #include <set>
 
 namespace Telvane
@@ -315,6 +316,25 @@ TEST_P(MetaHook, IsNotCalledWhenTheResponseCouldNotBeSent)
     departures.take();
     EXPECT_EQ(running.server.Stop(), 0);
     EXPECT_TRUE(calls.empty());
+}
+
+int runOutOfMemory(void* /*server*/, int /*client*/, const std::string& /*header*/, int /*sequence*/,
+                   cJSON* /*payload*/, void* /*user*/)
+{
+    throw std::bad_alloc();
+}
+
+TEST_P(MetaHook, MayRunOutOfMemoryWhichIsCounted)
+{
+    RunningServer running(installing(runOutOfMemory, nullptr));
+    const RawPeer peer = running.connect();
+    for (const bool allowed : {true, false}) {
+        const std::string channel = allowed ? "C" : "digit1";
+        peer.send(request(channel));
+        EXPECT_EQ(peer.receive(), response(header(), subscribes() && allowed, channel));
+    }
+    EXPECT_EQ(running.server.Stop(), 0);
+    EXPECT_EQ(running.server.Statistics().outOfMemory, 2U);
 }
 
 INSTANTIATE_TEST_SUITE_P(Each, MetaHook, ::testing::Values(".subscribe", ".unsubscribe"),

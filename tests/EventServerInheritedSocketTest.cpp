@@ -149,12 +149,14 @@ TEST_F(EventServerOnAnInheritedSocket, TakesTurnsWithASocketOfItsOwn)
 TEST_F(EventServerOnAnInheritedSocket, IsNotStartedWithoutAThread)
 {
     const Descriptor descriptor(inherited());
+    const std::size_t descriptors = openDescriptors();
     {
         const Fault fault({Call::CreateThread, Caller::Application, EAGAIN});
         EXPECT_EQ(server.StartOn(descriptor.get()), EAGAIN);
     }
     EXPECT_FALSE(server.IsStarted());
     EXPECT_TRUE(isOpen(descriptor.get()));
+    EXPECT_EQ(openDescriptors(), descriptors);
     EXPECT_EQ(server.Stop(), -ENOTCONN);
     ASSERT_EQ(server.StartOn(inherited()), 0);
     expectNothingElse(RawPeer::connectedTo(path));

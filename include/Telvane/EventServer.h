@@ -89,6 +89,9 @@ public:
     /// - subscribe, unsubscribe: on the client's receiver thread, with the handler lock held, when the
     ///   response to the request was sent, whether it was accepted or refused
     ///
+    /// A hook must not throw, only that want of memory (`std::bad_alloc`) in a subscribe or unsubscribe hook is
+    /// borne and counted.
+    ///
     /// Installing returns 0, or `-EINVAL` for a null function; uninstalling 0, or `-EALREADY` when there was
     /// none.
     /// @{
