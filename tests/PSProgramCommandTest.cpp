@@ -98,8 +98,10 @@ TEST(PSProgramCommand, HasNoEntriesAfterAReset)
 {
     PSProgramCommand command;
     command.Set(ProgramCommand_e(0), 1);
+    command.mModes.resize(2);
     command.ResetBuffers();
     EXPECT_TRUE(command.mValues.empty());
+    EXPECT_EQ(command.mModes.size(), 2U);
     for (int number = 0; number <= 4; ++number) {
         EXPECT_EQ(command.Get(ProgramCommand_e(number)), kNoValue) << number;
         EXPECT_EQ(whatSetThrows(command, number), "vector::_M_range_check: __n (which is " +
