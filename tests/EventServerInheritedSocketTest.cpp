@@ -4,7 +4,6 @@
 #include "FaultInjection.h"
 
 #include <fcntl.h>
-#include <sys/resource.h>
 
 namespace Telvane
 {
@@ -166,14 +165,10 @@ TEST_F(EventServerOnAnInheritedSocket, IsNotStartedWithoutAThread)
 TEST_F(EventServerOnAnInheritedSocket, IsNotStartedWithoutADescriptorToBeWokenBy)
 {
     const Descriptor descriptor(inherited());
-    rlimit before = {};
-    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
-    rlimit none = before;
-    none.rlim_cur = 0;
-    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
-    const int result = server.StartOn(descriptor.get());
-    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
-    EXPECT_EQ(result, -EMFILE);
+    {
+        const Fault fault({Call::CreateEventDescriptor, Caller::Application, EMFILE});
+        EXPECT_EQ(server.StartOn(descriptor.get()), -EMFILE);
+    }
     EXPECT_FALSE(server.IsStarted());
     EXPECT_TRUE(isOpen(descriptor.get()));
 }

@@ -144,6 +144,7 @@ ssize_t __real_send(int fd, const void* data, std::size_t length, int flags);
 ssize_t __real_recv(int fd, void* data, std::size_t length, int flags);
 int __real_shutdown(int fd, int how);
 int __real_close(int fd);
+int __real_eventfd(unsigned int count, int flags);
 int __real_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, ThreadEntry entry,
                           void* argument);
 
@@ -193,6 +194,11 @@ ssize_t __wrap_recv(int fd, void* data, std::size_t length, int flags)
 int __wrap_shutdown(int fd, int how)
 {
     return failOr(Call::Shutdown, [=] { return __real_shutdown(fd, how); });
+}
+
+int __wrap_eventfd(unsigned int count, int flags)
+{
+    return failOr(Call::CreateEventDescriptor, [=] { return __real_eventfd(count, flags); });
 }
 
 int __wrap_close(int fd)

@@ -29,6 +29,7 @@ enum class Call
     Receive,
     Shutdown,
     Close,
+    CreateEventDescriptor,
     CreateThread,
 };
 

@@ -12,6 +12,11 @@ telvane_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 telvane_build_packages=(g++ cmake ninja-build pkg-config libcjson-dev uuid-dev libcli11-dev
     libgtest-dev libgmock-dev python3)
 
+# Clang with what the sanitizers and the fuzzer link; the symboliser of llvm turns the addresses of a finding into
+# names and lines.
+# shellcheck disable=SC2034 # the scripts that source this use it
+telvane_clang_packages=(clang libclang-rt-dev llvm)
+
 telvane_say() {
     printf '%s: %s\n' "${0##*/}" "$*" >&2
 }
@@ -104,4 +109,63 @@ telvane_setup_build() {
     # The build configures again by itself when a CMake file or the list of sources has changed.
     telvane_logged "$directory/build.log" "building the preset $preset" \
         cmake --build --preset "$preset" --parallel "$(nproc)" "${targets[@]}"
+}
+
+# telvane_each <command> <item...>: runs the command for every item, as many at a time as there are processors, and
+# fails when one of them has failed, after all of them have run.
+telvane_each() {
+    local command=$1 item failed=0 running=0
+    shift
+    trap 'kill $(jobs -p) 2>/dev/null || true' EXIT
+    for item in "$@"; do
+        if [ "$running" -ge "$(nproc)" ]; then
+            wait -n || failed=$((failed + 1))
+            running=$((running - 1))
+        fi
+        "$command" "$item" &
+        running=$((running + 1))
+    done
+    while [ "$running" -gt 0 ]; do
+        wait -n || failed=$((failed + 1))
+        running=$((running - 1))
+    done
+    trap - EXIT
+    [ "$failed" -eq 0 ] || telvane_fail "$failed of $# have failed; they are told of above"
+}
+
+# telvane_library_tests [part of a name]: the programs that test the library and not the tool, one a line.
+telvane_library_tests() {
+    local file name
+    for file in "$telvane_root"/tests/*Test.cpp; do
+        name=${file##*/}
+        case $name in
+        Tool*) ;;
+        *"${1:-}"*) printf '%s\n' "${name%.cpp}" ;;
+        esac
+    done
+}
+
+# telvane_run_test <directory of logs> <command...>: runs a test program, the last word of the command, with its
+# output in a log that is shown when it fails. On a machine that stands still for a second the exchanges of a bus
+# end without an answer, so a test that fails has a second try; what else goes wrong has none.
+telvane_run_test() {
+    local logs=$1 begin=$SECONDS status=0
+    shift
+    local name=${*: -1}
+    name=${name##*/}
+    local log=$logs/$name.log
+    mkdir -p "$logs"
+    "$@" >"$log" 2>&1 </dev/null || status=$?
+    if [ "$status" -eq 1 ]; then
+        telvane_say "$name: failed, which is told of in $log.first; a second try ..."
+        mv "$log" "$log.first"
+        status=0
+        "$@" >"$log" 2>&1 </dev/null || status=$?
+    fi
+    if [ "$status" -ne 0 ]; then
+        cat "$log" >&2
+        telvane_say "$name: FAILED with exit code $status ($((SECONDS - begin)) s); the output above is kept in $log"
+        return 1
+    fi
+    telvane_say "$name: passed ($((SECONDS - begin)) s)"
 }
