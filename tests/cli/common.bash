@@ -6,6 +6,9 @@ setup() {
     bus=$directory/bus
     cd "$directory" || return
     processes=()
+    # Those who run the tests may have a terminal of any kind, and any taste.
+    export TERM=xterm
+    unset NO_COLOR
 }
 
 teardown() {
