@@ -1,5 +1,5 @@
-// Every socket call of the bus stands here. All sockets are closed on exec: a child that inherited one would
-// keep a connection alive that its owner believes closed.
+// Every socket of the bus is opened, sent to and received from here. All are closed on exec: a child that
+// inherited one would keep a connection alive that its owner believes closed.
 
 #include "SeqpacketSocket.h"
 
