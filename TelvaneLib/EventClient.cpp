@@ -143,6 +143,12 @@ void EventClient::State::endReceiver()
     disconnectCondition.notify_all();
 }
 
+bool EventClient::State::isReceiver()
+{
+    const std::lock_guard<std::mutex> guard(disconnectLock);
+    return receiverRunning && pthread_equal(receiverThread, pthread_self()) != 0;
+}
+
 void* EventClient::rx_handler(void* client)
 {
     EventClient& self = *static_cast<EventClient*>(client);

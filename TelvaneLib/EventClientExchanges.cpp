@@ -187,6 +187,9 @@ int EventClient::Unsubscribe(const std::string& channel)
     if (!m_state->connected()) {
         return -ENOTCONN;
     }
+    if (m_state->isReceiver()) {
+        return -EDEADLK;
+    }
     {
         const std::lock_guard<std::mutex> guard(m_state->closuresLock);
         if (m_state->closures.find(channel) == m_state->closures.end()) {
@@ -204,6 +207,9 @@ int EventClient::Request(const std::string& channel, TelvaneDataTypeBase& record
 {
     if (!m_state->connected()) {
         return -ENOTCONN;
+    }
+    if (m_state->isReceiver()) {
+        return -EDEADLK;
     }
     return withinMemory([&] { return m_state->request(*this, channel, record); });
 }

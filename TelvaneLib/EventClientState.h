@@ -4,7 +4,7 @@
 //
 //   exchange.turn     one meta exchange at a time; taken before exchange.lock
 //   exchange.lock     the answer that is waited for; taken by the receiver thread under closuresLock
-//   closuresLock      the closure table, also while a callback runs
+//   closuresLock      the closure table, also while a callback runs; taken before exchange.lock, disconnectLock
 //   disconnectLock    the receiver thread's end
 //   connectionLock    leaf: which connection is the current one
 //
@@ -91,6 +91,8 @@ struct EventClient::State
     /// Waits for the end of a receiver thread that is not the caller's own.
     void joinLeftReceiver();
     void endReceiver();
+    /// \return whether the caller is a callback, under closuresLock
+    bool isReceiver();
 
     void dispatch(EventClient& client, const char* text);
     static ClosureEntry makeEntry(const std::string& header, Closure closure);

@@ -96,5 +96,46 @@ TEST(InternalClosure, HandsOverTheWholeMessage)
     EXPECT_EQ(seen.second, message.get());
 }
 
+/// A client whose callback asks for what only its own thread could read the answer to.
+class CallbackThatAsks : public ClientOfRawServer
+{
+protected:
+    /// \return what \p question returns in a callback
+    template <class Question>
+    int resultInCallback(Question question)
+    {
+        Mailbox<int> results;
+        subscribe(
+            "C", [&](void*, TelvaneDataTypeBase*, int, void*) { results.put(question()); }, RequestType());
+        peer.send(relay("C", 1, "{}"));
+        const int result = results.take();
+        expectNothingElseSent();
+        EXPECT_EQ(client.Disconnect(), 0);
+        return result;
+    }
+};
+
+TEST_F(CallbackThatAsks, IsRefusedToUnsubscribe)
+{
+    EXPECT_EQ(resultInCallback([&] { return client.Unsubscribe("C"); }), -EDEADLK);
+}
+
+TEST_F(CallbackThatAsks, IsRefusedToRequest)
+{
+    RequestType answer;
+    EXPECT_EQ(resultInCallback([&] { return client.Request("C", answer, 1); }), -EDEADLK);
+}
+
+TEST_F(CallbackThatAsks, MayAskAnotherClient)
+{
+    RunningServer running;
+    EventClient other;
+    ASSERT_EQ(other.Connect(running.path), 0);
+    ASSERT_EQ(other.Subscribe(
+                  "D", [](void*, TelvaneDataTypeBase*, int, void*) {}, RequestType(), nullptr),
+              0);
+    EXPECT_EQ(resultInCallback([&] { return other.Unsubscribe("D"); }), 0);
+}
+
 } // namespace
 } // namespace Telvane

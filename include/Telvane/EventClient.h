@@ -28,7 +28,8 @@ struct EventClientStatistics
 ///
 /// A channel that is subscribed to is named by ASCII letters and underscores only. Callbacks run on the
 /// client's one receiver thread with the closure-table lock held: a callback may Publish(), but must not
-/// Subscribe(), Unsubscribe() or Request() on the same client, whose answers only that thread could read.
+/// Subscribe(), Unsubscribe() or Request() on the same client, whose answers only that thread could read. The
+/// first would time out, the others are refused with `-EDEADLK`.
 ///
 /// Results are 0, negated POSIX error numbers, or a positive count where told. Any operation that sends may
 /// also return `-ENOMEM`, having sent nothing; nothing is thrown, but by the constructor `std::bad_alloc`,
