@@ -68,8 +68,9 @@ int EventClient::State::connect(EventClient& client, const std::string& newPath)
         receiverRunning = receiverJoinable;
     }
     path = std::move(ownPath);
-    enterClosure(std::move(subscribeEntry));
-    enterClosure(std::move(unsubscribeEntry));
+    const std::lock_guard<std::mutex> guard(closuresLock);
+    enter(std::move(subscribeEntry));
+    enter(std::move(unsubscribeEntry));
     return 0;
 }
 
@@ -199,9 +200,8 @@ EventClient::State::ClosureEntry EventClient::State::makeEntry(const std::string
     return table.extract(table.begin());
 }
 
-EventClient::State::Closure EventClient::State::enterClosure(ClosureEntry entry)
+EventClient::State::Closure EventClient::State::enter(ClosureEntry entry)
 {
-    const std::lock_guard<std::mutex> guard(closuresLock);
     auto outcome = closures.insert(std::move(entry));
     return outcome.inserted ? nullptr
                             : std::exchange(outcome.position->second, std::move(outcome.node.mapped()));

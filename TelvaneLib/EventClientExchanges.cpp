@@ -168,18 +168,31 @@ std::unique_ptr<Closure> makeSubscription(EventClient::Callback callback,
 int EventClient::Subscribe(const std::string& channel, Callback callback,
                            const TelvaneDataTypeBase& prototype, void* user)
 {
-    if (!m_state->connected()) {
+    // Not kept open by the wait for the answer: the server is to see its end at once.
+    const std::weak_ptr<Connection> connection = m_state->currentConnection();
+    if (connection.expired()) {
         return -ENOTCONN;
     }
     return withinMemory([&] {
         State::ClosureEntry entry = State::makeEntry(
             channel, makeSubscription<SubscriptionCallbackClosure>(std::move(callback), prototype, user));
         const int result = subscribeToServer(channel);
-        if (result == 0) {
-            m_state->enterClosure(std::move(entry));
-        }
-        return result;
+        return result == 0 ? m_state->enterSubscription(std::move(entry), connection) : result;
     });
+}
+
+/// \return `-ENOTCONN` when the connection that was subscribed on is no more: Disconnect() has forgotten all
+/// that was, and nothing may come after it
+int EventClient::State::enterSubscription(ClosureEntry entry, const std::weak_ptr<Connection>& subscribedOn)
+{
+    Closure earlier; // destroyed, with what the application's callback holds, outside the lock
+    const std::lock_guard<std::mutex> guard(closuresLock);
+    const ConnectionPointer current = currentConnection();
+    if (current == nullptr || current != subscribedOn.lock()) {
+        return -ENOTCONN;
+    }
+    earlier = enter(std::move(entry));
+    return 0;
 }
 
 int EventClient::Unsubscribe(const std::string& channel)
@@ -278,10 +291,7 @@ public:
 void EventClient::State::enterRequest(ClosureEntry entry, RequestClosure& request)
 {
     const std::lock_guard<std::mutex> guard(closuresLock);
-    auto outcome = closures.insert(std::move(entry));
-    if (!outcome.inserted) {
-        request.earlier = std::exchange(outcome.position->second, std::move(outcome.node.mapped()));
-    }
+    request.earlier = enter(std::move(entry));
 }
 
 bool EventClient::State::endRequest(const std::string& channel, RequestClosure& request, bool evenTheLast)

@@ -4,7 +4,7 @@
 //
 //   exchange.turn     one meta exchange at a time; taken before exchange.lock
 //   exchange.lock     the answer that is waited for; taken by the receiver thread under closuresLock
-//   closuresLock      the closure table, also while a callback runs; taken before exchange.lock, disconnectLock
+//   closuresLock      the closure table, also while a callback runs; taken before the others
 //   disconnectLock    the receiver thread's end
 //   connectionLock    leaf: which connection is the current one
 //
@@ -96,8 +96,9 @@ struct EventClient::State
 
     void dispatch(EventClient& client, const char* text);
     static ClosureEntry makeEntry(const std::string& header, Closure closure);
+    /// To be called under closuresLock.
     /// \return the closure that the table held before, or null
-    Closure enterClosure(ClosureEntry entry);
+    Closure enter(ClosureEntry entry);
     void removeClosure(const std::string& header);
 
     std::unique_ptr<PublicationWriter> takeWriter();
@@ -105,6 +106,7 @@ struct EventClient::State
     int send(cJSON* message);
     static int sendText(Connection& used, const char* text, int length);
     int connect(EventClient& client, const std::string& newPath);
+    int enterSubscription(ClosureEntry entry, const std::weak_ptr<Connection>& subscribedOn);
     void enterRequest(ClosureEntry entry, RequestClosure& request);
     /// Takes a request's closure out again, unless the channel is then nobody's and not \p evenTheLast may go.
     /// \return whether it is out

@@ -326,6 +326,38 @@ TEST_F(ClientDisconnectedTwice, FirstByWhoeverIsToldOfTheLossDoesNotWaitForEver)
     EXPECT_EQ(disconnectTwice(Caller::ClientReceiver), std::pair(0, -ENOTCONN));
 }
 
+TEST_F(ClientWithFault, ForgetsASubscriptionThatIsGrantedWhileItDisconnects)
+{
+    for (const bool connectsAgain : {false, true}) {
+        Gate gate;
+        FaultScript script{Call::Wait, Caller::Application};
+        script.gate = &gate;
+        auto token = std::make_shared<int>(0);
+        std::future<int> result;
+        {
+            const Fault held(script);
+            const GateOpener opener(gate);
+            result = begin([this, token] {
+                return client.Subscribe(
+                    "C", [token](void*, TelvaneDataTypeBase*, int, void*) {}, RequestType(), nullptr);
+            });
+            grantSubscription("C");
+            EXPECT_TRUE(held.awaitFailures(1));
+            EXPECT_EQ(client.Disconnect(), 0);
+            if (connectsAgain) {
+                connect();
+            }
+        }
+        EXPECT_EQ(result.get(), -ENOTCONN);
+        result = {};
+        EXPECT_EQ(token.use_count(), 1);
+        if (!connectsAgain) {
+            connect();
+        }
+        EXPECT_EQ(client.Unsubscribe("C"), -EINVAL);
+    }
+}
+
 TEST_F(ClientWithFault, ThatCannotShutItsSocketDownStaysConnected)
 {
     {

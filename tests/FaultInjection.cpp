@@ -147,6 +147,8 @@ int __real_close(int fd);
 int __real_eventfd(unsigned int count, int flags);
 int __real_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, ThreadEntry entry,
                           void* argument);
+int __real_pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
+                                  const timespec* deadline);
 
 int __wrap_socket(int domain, int type, int protocol)
 {
@@ -206,6 +208,16 @@ int __wrap_close(int fd)
     // As on Linux: the descriptor is gone even when closing it has failed.
     const int result = __real_close(fd);
     return failOr(Call::Close, [result] { return result; });
+}
+
+int __wrap_pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex, const timespec* deadline)
+{
+    const int result = __real_pthread_cond_timedwait(condition, mutex, deadline);
+    FaultScript how;
+    if (strikes(Call::Wait, how)) {
+        how.gate->pass();
+    }
+    return result;
 }
 
 int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, ThreadEntry entry,

@@ -31,6 +31,7 @@ enum class Call
     Close,
     CreateEventDescriptor,
     CreateThread,
+    Wait, ///< on a condition and the wall clock
 };
 
 /// On which kind of thread a call is made.
@@ -58,7 +59,8 @@ struct FaultScript
     int failing = 1; ///< how many then fail
     /// Of Call::Send: instead of failing, this many bytes of the packet go out.
     std::size_t sentBytes = 0;
-    /// Instead of failing, the call waits until this is open. Not for Call::Send and Call::CreateThread.
+    /// Instead of failing, the call waits until this is open; Call::Wait, which only knows this, when its own
+    /// waiting is over. Not for Call::Send and Call::CreateThread.
     Gate* gate = nullptr;
 };
 
