@@ -7,6 +7,7 @@
 #include <Telvane/EventServer.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <pthread.h>
@@ -20,6 +21,8 @@ namespace
 {
 
 thread_local Caller caller = Caller::Application;
+
+std::atomic<int> sendFlags[static_cast<int>(Caller::Anyone)];
 
 std::mutex faultsLock;
 std::vector<Fault*> faults;
@@ -88,6 +91,11 @@ Caller currentCaller()
     return caller;
 }
 
+int flagsOfLastSend(Caller of)
+{
+    return sendFlags[static_cast<int>(of)];
+}
+
 Fault::Fault(const FaultScript& script) : m_script(script)
 {
     const std::lock_guard<std::mutex> guard(faultsLock);
@@ -147,6 +155,7 @@ int __real_close(int fd);
 int __real_eventfd(unsigned int count, int flags);
 int __real_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, ThreadEntry entry,
                           void* argument);
+int __real_pthread_join(pthread_t thread, void** result);
 int __real_pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
                                   const timespec* deadline);
 
@@ -177,6 +186,7 @@ int __wrap_connect(int fd, const sockaddr* address, socklen_t length)
 
 ssize_t __wrap_send(int fd, const void* data, std::size_t length, int flags)
 {
+    sendFlags[static_cast<int>(currentCaller())] = flags;
     FaultScript how;
     if (!strikes(Call::Send, how)) {
         return __real_send(fd, data, length, flags);
@@ -208,6 +218,13 @@ int __wrap_close(int fd)
     // As on Linux: the descriptor is gone even when closing it has failed.
     const int result = __real_close(fd);
     return failOr(Call::Close, [result] { return result; });
+}
+
+int __wrap_pthread_join(pthread_t thread, void** result)
+{
+    FaultScript how;
+    strikes(Call::JoinThread, how);
+    return __real_pthread_join(thread, result);
 }
 
 int __wrap_pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex, const timespec* deadline)

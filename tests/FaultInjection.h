@@ -31,7 +31,8 @@ enum class Call
     Close,
     CreateEventDescriptor,
     CreateThread,
-    Wait, ///< on a condition and the wall clock
+    JoinThread, ///< only counted
+    Wait,       ///< on a condition and the wall clock
 };
 
 /// On which kind of thread a call is made.
@@ -46,6 +47,9 @@ enum class Caller
 
 /// \return what the calling thread is
 Caller currentCaller();
+
+/// \return the flags of the last send on that kind of thread
+int flagsOfLastSend(Caller caller);
 
 constexpr int kForEver = std::numeric_limits<int>::max();
 
