@@ -70,6 +70,21 @@ TEST_F(ClockTimeTest, IsNotConfusedByAZoneInBetween)
     EXPECT_EQ(read("2022-08-17", "14:00:00"), kNoonUtc);
 }
 
+TEST_F(ClockTimeTest, CountsDaysAsTheCalendarDoes)
+{
+    constexpr time_t kDay = 86400;
+    for (time_t day = 0; day * kDay < 2145916800; ++day) { // up to 2038, where 32 bits end
+        const time_t seconds = day * kDay;
+        tm parts = {};
+        ::gmtime_r(&seconds, &parts);
+        char date[16] = {};
+        std::strftime(date, sizeof date, "%Y-%m-%d", &parts);
+        ASSERT_EQ(read(date, "00:00:00Z"), seconds * kSecond);
+    }
+    EXPECT_EQ(read("2064-02-29", "00:00:00Z"), 2971468800 * kSecond);
+    EXPECT_EQ(read("2095-12-31", "00:00:00Z"), 3976128000 * kSecond);
+}
+
 TEST_F(ClockTimeTest, FollowsSummerTime)
 {
     EXPECT_EQ(read("2022-03-27", "03:00:00") - read("2022-03-27", "01:59:59"), kSecond);
@@ -88,7 +103,8 @@ TEST_F(ClockTimeTest, ReadsDateAndTimeOfOneField)
 TEST_F(ClockTimeTest, RefusesWhatIsNoDate)
 {
     Nanoseconds moment = 0;
-    for (const char* date : {"17/8/2022", "2/30/2022", "8-17-2022x", "2022-8", "8/17.2022", "", "0/1/2022"}) {
+    for (const char* date : {"17/8/2022", "2/30/2022", "8-17-2022x", "2022-8", "8/17.2022", "", "0/1/2022",
+                             "2023-02-29", "4/31/2022"}) {
         EXPECT_FALSE(m_clock.read(date, "14:00:00", moment)) << date;
     }
 }

@@ -14,7 +14,33 @@ namespace
 
 constexpr Nanoseconds kMinute = 60 * kSecond;
 constexpr Nanoseconds kHour = 60 * kMinute;
+constexpr Nanoseconds kDay = 24 * kHour;
 constexpr int kLatestYear = 2095; // what nanoseconds in 64 bits hold, with room to calculate
+
+bool isLeapYear(int year)
+{
+    return (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
+}
+
+int daysIn(int month, int year)
+{
+    constexpr int kDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+    return month == 2 && isLeapYear(year) ? 29 : kDays[month - 1];
+}
+
+/// \return the days from the first of January 1970 to a later date. The C library's timegm() ends in 2038 where
+/// time_t has 32 bits.
+int daysTo(int year, int month, int day)
+{
+    int days = day - 1;
+    for (int i = 1970; i < year; ++i) {
+        days += isLeapYear(i) ? 366 : 365;
+    }
+    for (int i = 1; i < month; ++i) {
+        days += daysIn(i, year);
+    }
+    return days;
+}
 
 /// Takes a whole number without a sign off the front of the text.
 bool takeNumber(std::string_view& text, int& number, std::size_t mostDigits)
@@ -119,7 +145,7 @@ bool ClockTime::readDate(std::string_view text, Date& date)
         date = {third, second, first};
     }
     return date.year >= 1970 && date.year <= kLatestYear && date.month >= 1 && date.month <= 12 &&
-           date.day >= 1 && date.day <= 31;
+           date.day >= 1 && date.day <= daysIn(date.month, date.year);
 }
 
 bool ClockTime::readTimeOfDay(std::string_view time, Nanoseconds& sinceMidnight)
@@ -146,20 +172,24 @@ bool ClockTime::read(std::string_view dateText, std::string_view time, Nanosecon
     if (zoned && !readZone(time, zone)) {
         return false;
     }
-    if (zoned || !(date == m_date) || hour != m_hour) {
+    if (zoned) {
+        moment = daysTo(date.year, date.month, date.day) * kDay + hour * kHour + rest - zone;
+        return true;
+    }
+    if (!(date == m_date) || hour != m_hour) {
         tm parts = {};
         parts.tm_year = date.year - 1900;
         parts.tm_mon = date.month - 1;
         parts.tm_mday = date.day;
         parts.tm_hour = hour;
         parts.tm_isdst = -1;
-        const time_t seconds = zoned ? timegm(&parts) : mktime(&parts);
-        if (parts.tm_mday != date.day || seconds == static_cast<time_t>(-1)) {
-            return false; // the month is shorter
+        const time_t seconds = mktime(&parts);
+        if (seconds == static_cast<time_t>(-1)) {
+            return false;
         }
-        m_hourBegin = static_cast<Nanoseconds>(seconds) * kSecond - zone;
+        m_hourBegin = static_cast<Nanoseconds>(seconds) * kSecond;
         m_date = date;
-        m_hour = zoned ? -1 : hour;
+        m_hour = hour;
     }
     moment = m_hourBegin + rest;
     return true;

@@ -5,7 +5,6 @@
 
 #include <cerrno>
 #include <csignal>
-
 #include <cstring>
 #include <fcntl.h>
 #include <spawn.h>
@@ -19,6 +18,10 @@ namespace TelvaneTool
 
 namespace
 {
+
+/// The exit code of a child that could not start its program, where posix_spawn() cannot tell at once: without a
+/// memory shared with the child, as under an emulator.
+constexpr int kNotStarted = 127;
 
 /// Starts gnuplot with a descriptor as its standard input.
 /// \return an error number
@@ -43,6 +46,14 @@ int start(int input, pid_t& process)
     return error;
 }
 
+int complainOfStart(int error)
+{
+    complain(error == ENOENT
+                 ? "gnuplot, which draws the picture, is not installed; Debian has it as gnuplot-nox"
+                 : std::string("cannot run gnuplot: ") + std::strerror(error));
+    return kOutputFailure;
+}
+
 } // namespace
 
 int runGnuplot(const std::string& script)
@@ -56,10 +67,7 @@ int runGnuplot(const std::string& script)
     }
     if (error != 0) {
         close(ends[1]);
-        complain(error == ENOENT
-                     ? "gnuplot, which draws the picture, is not installed; Debian has it as gnuplot-nox"
-                     : std::string("cannot run gnuplot: ") + std::strerror(error));
-        return kOutputFailure;
+        return complainOfStart(error);
     }
     writeFully(ends[1], script); // when gnuplot stops reading, its status tells why
     close(ends[1]);
@@ -68,6 +76,9 @@ int runGnuplot(const std::string& script)
     }
     if (WIFSIGNALED(status)) {
         return kSignalBase + WTERMSIG(status);
+    }
+    if (WEXITSTATUS(status) == kNotStarted) {
+        return complainOfStart(ENOENT);
     }
     if (WEXITSTATUS(status) != 0) {
         complain("gnuplot could not draw the picture");
