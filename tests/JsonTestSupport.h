@@ -98,7 +98,7 @@ inline std::string textOf(const Members& members)
 {
     std::string text = "{";
     for (const auto& [key, value] : members) {
-        text += (text.size() > 1 ? ",\"" : "\"") + key + "\":" + value;
+        text.append(text.size() > 1 ? ",\"" : "\"").append(key).append("\":").append(value);
     }
     return text + "}";
 }
