@@ -132,6 +132,7 @@ TEST_F(Subscribing, FromSeveralThreadsGivesEachItsOwnAnswer)
     constexpr int kThreads = 8;
     constexpr int kRounds = 10;
     std::vector<std::future<int>> threads;
+    threads.reserve(kThreads);
     for (int i = 0; i < kThreads; ++i) {
         threads.push_back(begin([this, i] {
             int wrong = 0;
