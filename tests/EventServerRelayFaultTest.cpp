@@ -3,6 +3,8 @@
 #include "BusTestSupport.h"
 #include "FaultInjection.h"
 
+#include <fcntl.h>
+
 namespace Telvane
 {
 namespace
@@ -167,6 +169,36 @@ TEST_P(EventServerRelayCut, CallsNoHookForAResponse)
 
 INSTANTIATE_TEST_SUITE_P(ByError, EventServerResponse, ::testing::Values(EAGAIN, EPIPE, ENOBUFS),
                          nameOfError);
+
+TEST(EventServerRelay, DoesNotReachWhoeverIsGivenTheDescriptorWhileASubscriberLeaves)
+{
+    HookCalls connections;
+    const RunningServer running(
+        [&](EventServer& server) { server.install_OnConnect(&recordHookCall, &connections); });
+    const RawPeer publisher = running.connect();
+    subscribe(publisher, "C");
+    connections.take();
+    RawPeer leaving = running.connect();
+    subscribe(leaving, "C");
+    const int descriptor = connections.take().client;
+    int ends[2] = {};
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends), 0);
+    const Descriptor near(ends[0]);
+    const RawPeer far{Descriptor(ends[1])};
+
+    Gate gate;
+    FaultScript script{Call::Close, Caller::Receiver};
+    script.gate = &gate;
+    const Fault held(script);
+    const GateOpener opener(gate);
+    leaving.close();
+    ASSERT_TRUE(held.awaitFailures(1));
+    const Descriptor taken(::fcntl(near.get(), F_DUPFD_CLOEXEC, descriptor));
+    ASSERT_EQ(taken.get(), descriptor);
+    publisher.send(publication("C"));
+    publisher.receive();
+    EXPECT_TRUE(far.isSilent());
+}
 
 TEST(EventServerWrite, GivesWhatTheSendGave)
 {
