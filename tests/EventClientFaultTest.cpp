@@ -326,6 +326,22 @@ TEST_F(ClientDisconnectedTwice, FirstByWhoeverIsToldOfTheLossDoesNotWaitForEver)
     EXPECT_EQ(disconnectTwice(Caller::ClientReceiver), std::pair(0, -ENOTCONN));
 }
 
+TEST_F(ClientWithFault, JoinsTheThreadThatHasDisconnectedItselfWhenItConnectsAgain)
+{
+    EXPECT_EQ(client.Disconnect(), 0);
+    Mailbox<int> told;
+    client.install_OnConnectionLost([&](EventClient& lost) { told.put(lost.Disconnect()); });
+    connect();
+    const Fault joins({Call::JoinThread, Caller::Application, 0, 0, 0});
+    peer.close();
+    EXPECT_EQ(told.take(), 0);
+    EXPECT_EQ(joins.calls(), 0);
+    connect();
+    EXPECT_EQ(joins.calls(), 1);
+    expectWorks();
+    EXPECT_EQ(client.Disconnect(), 0);
+}
+
 TEST_F(ClientWithFault, ForgetsASubscriptionThatIsGrantedWhileItDisconnects)
 {
     for (const bool connectsAgain : {false, true}) {

@@ -77,7 +77,8 @@ public:
     /// Disconnects every client, ends all threads and removes the socket file. Subscribable channels and the
     /// sequence counter are kept for the next Start().
     /// \return 0; `-ENOTCONN` when not started; `-EALREADY` when the socket could not be shut down;
-    ///         `-ETIMEDOUT` when a thread did not end within 10 seconds
+    ///         `-ETIMEDOUT` when a thread did not end within 10 seconds (a hook that does not return): it goes
+    ///         on, and the server is neither to be started again nor destroyed
     int Stop();
 
     /// \return true between a successful Start(), or StartOn(), and Stop()
