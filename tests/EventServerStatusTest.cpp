@@ -26,10 +26,9 @@ std::string describe(const EventServerChannelStatus& status)
 template <class Status>
 std::vector<std::string> describeAll(const std::vector<Status>& all)
 {
-    std::vector<std::string> texts;
-    for (const Status& status : all) {
-        texts.push_back(describe(status));
-    }
+    std::vector<std::string> texts(all.size());
+    std::transform(all.begin(), all.end(), texts.begin(),
+                   [](const Status& status) { return describe(status); });
     std::sort(texts.begin(), texts.end());
     return texts;
 }
