@@ -319,8 +319,10 @@ TEST(EventServers, OfOneProcessDoNotKnowEachOther)
 TEST(EventServer, ServesTwoHundredClients)
 {
     RunningServer running;
+    constexpr int kPeers = 200;
     std::vector<RawPeer> peers;
-    for (int i = 0; i < 200; ++i) {
+    peers.reserve(kPeers);
+    for (int i = 0; i < kPeers; ++i) {
         peers.push_back(running.connect());
     }
     for (const RawPeer& peer : peers) {
