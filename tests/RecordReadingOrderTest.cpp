@@ -44,7 +44,6 @@ namespace
 {
 
 using Application::Kettle;
-using Testing::compact;
 using Testing::diagnosticsOf;
 using Testing::Member;
 using Testing::Members;
