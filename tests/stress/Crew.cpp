@@ -104,6 +104,7 @@ pid_t Crew::launch(const Member& member, std::size_t index) const
     std::vector<std::string> words = {"soak", "role", member.role, m_directory, std::to_string(index)};
     words.insert(words.end(), member.arguments.begin(), member.arguments.end());
     std::vector<char*> pointers;
+    pointers.reserve(words.size() + 1);
     for (std::string& word : words) {
         pointers.push_back(word.data());
     }

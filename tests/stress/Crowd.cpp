@@ -25,9 +25,9 @@ namespace
 constexpr std::size_t kClientsOfAProcess = 100;
 
 #ifdef TELVANE_SOAK_SANITIZED
-constexpr std::size_t kAllowedGrowthKiB = 512 * 1024; // a sanitizer keeps what has been freed
+constexpr std::size_t kAllowedGrowthKiB = std::size_t{512} * 1024; // a sanitizer keeps what has been freed
 #else
-constexpr std::size_t kAllowedGrowthKiB = 4 * 1024;
+constexpr std::size_t kAllowedGrowthKiB = std::size_t{4} * 1024;
 #endif
 
 void ignore(void* /*client*/, TelvaneDataTypeBase* /*record*/, int /*sequence*/, void* /*user*/) {}
