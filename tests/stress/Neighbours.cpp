@@ -83,7 +83,8 @@ using Attack = void (*)(const RoleContext& context);
 #ifdef TELVANE_SOAK_SANITIZED
 constexpr std::size_t kAllowedKiB = std::size_t{2048} * 1024; // a sanitizer keeps what has been freed
 #else
-constexpr std::size_t kAllowedKiB = std::size_t{128} * 1024; // the C library keeps 40 MiB of ended threads' stacks
+constexpr std::size_t kAllowedKiB =
+    std::size_t{128} * 1024; // the C library keeps 40 MiB of ended threads' stacks
 #endif
 constexpr double kAllowedKiBOfAName = 0.5; // which a server never forgets
 
