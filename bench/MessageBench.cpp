@@ -4,10 +4,10 @@
 //
 // The figures are for comparing with each other in one run; absolute times move with the machine.
 
-#include "Envelope.h"
-#include "JsonTree.h"
-#include "MessagePrinter.h"
-#include "PublicationWriter.h"
+#include "bus/PublicationWriter.h"
+#include "support/JsonTree.h"
+#include "transport/Envelope.h"
+#include "transport/MessagePrinter.h"
 
 #include <Telvane/Telvane.h>
 
@@ -283,7 +283,7 @@ void ServerRelay(benchmark::State& state)
         const JsonTree message(cJSON_Parse(text.c_str()));
         benchmark::DoNotOptimize(headerOf(message.get()));
         cJSON* const payload = payloadOf(message.get());
-        printer.readyNumbers(payload);
+        printer.preformatNumbers(payload);
         cJSON* const relay = envelope.wrap(channel, 4711, payload);
         benchmark::DoNotOptimize(printer.print(relay, MessagePrinter::Form::Formatted));
     }

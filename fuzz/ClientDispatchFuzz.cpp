@@ -9,7 +9,7 @@
 #include <Telvane/RecordCatalogue.h>
 
 #include "FuzzSocket.h"
-#include "JsonTree.h"
+#include "support/JsonTree.h"
 
 #include <algorithm>
 #include <climits>
@@ -90,7 +90,7 @@ private:
     {
         require(now.received - before.received == expected.received, "packets are counted");
         require(now.notJson - before.notJson == expected.notJson, "what is not JSON is counted");
-        require(now.withoutClosure - before.withoutClosure == expected.withoutClosure,
+        require(now.notSubscribed - before.notSubscribed == expected.notSubscribed,
                 "messages of unknown channels are counted");
         require(now.undecodable - before.undecodable == expected.undecodable,
                 "payloads that cannot be read are counted");
@@ -154,7 +154,7 @@ private:
         const RecordClass* const recordClass = RecordCatalogue::find(header);
         cJSON* const payload = cJSON_GetObjectItem(message.get(), "payload");
         if (recordClass == nullptr) {
-            ++expected.counters.withoutClosure;
+            ++expected.counters.notSubscribed;
         } else if (const auto record = read(*recordClass, payload); record == nullptr) {
             ++expected.counters.undecodable;
         } else {

@@ -4,7 +4,7 @@
 // the fuzzer, whose changes of bytes reach what is not JSON.
 
 #include "FuzzSupport.h"
-#include "JsonTree.h"
+#include "support/JsonTree.h"
 
 #include <algorithm>
 #include <array>

@@ -4,7 +4,7 @@
 // and a place for the socket file that leaves nothing behind when the process ends in the middle.
 
 #include "FuzzSupport.h"
-#include "SeqpacketSocket.h"
+#include "transport/SeqpacketSocket.h"
 
 #include <array>
 #include <cerrno>

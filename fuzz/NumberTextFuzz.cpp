@@ -2,7 +2,7 @@
 // bits of doubles, which reaches every one of them, and as a decimal text, which reaches the round ones.
 
 #include "FuzzSupport.h"
-#include "NumberText.h"
+#include "support/NumberText.h"
 
 #include <cjson/cJSON.h>
 

@@ -10,8 +10,8 @@
 #include <Telvane/RecordCatalogue.h>
 
 #include "FuzzSupport.h"
-#include "JsonTree.h"
-#include "PublicationWriter.h"
+#include "bus/PublicationWriter.h"
+#include "support/JsonTree.h"
 
 #include <algorithm>
 #include <memory>

@@ -9,7 +9,7 @@
 #include <Telvane/EventServer.h>
 
 #include "FuzzSocket.h"
-#include "JsonTree.h"
+#include "support/JsonTree.h"
 
 #include <algorithm>
 #include <array>
@@ -24,8 +24,8 @@ namespace Telvane
 namespace
 {
 
-constexpr std::size_t kMostBytes = 16384; // that travel in a message
-constexpr std::size_t kMostPackets = 256; // of one conversation
+constexpr std::size_t kMaxBytes = 16384;  // that travel in a message
+constexpr std::size_t kMaxPackets = 256;  // of one conversation
 constexpr std::size_t kPacketsAtOnce = 4; // before the answers are read: no buffer may overflow
 constexpr const char* kBystanderChannel = "weld";
 const std::string kLastRequest = R"({"header":".subscribe","payload":{"channel":"the last, refused"}})";
@@ -49,9 +49,9 @@ public:
     void receive(Client client, std::string_view packet)
     {
         ++counters.received;
-        const JsonTree message(cJSON_Parse(std::string(packet.substr(0, kMostBytes - 1)).c_str()));
+        const JsonTree message(cJSON_Parse(std::string(packet.substr(0, kMaxBytes - 1)).c_str()));
         if (message == nullptr) {
-            ++(packet.size() < kMostBytes ? counters.notJson : counters.tooLarge);
+            ++(packet.size() < kMaxBytes ? counters.notJson : counters.tooLarge);
             return;
         }
         cJSON* const payload = cJSON_GetObjectItem(message.get(), "payload");
@@ -68,7 +68,7 @@ public:
             ++counters.dispatched;
             relay(header, m_sequence++, payload);
         } else {
-            ++counters.withoutHandler;
+            ++counters.unknownChannel;
         }
     }
 
@@ -130,7 +130,7 @@ private:
         cJSON_AddNumberToObject(message.get(), "sequence", sequence);
         cJSON_AddItemToObject(message.get(), "payload", cJSON_Duplicate(payload, 1));
         const std::string text = JsonText(cJSON_Print(message.get())).get();
-        if (text.size() >= kMostBytes) {
+        if (text.size() >= kMaxBytes) {
             ++counters.relaysTooLarge;
         }
         for (const Client subscriber : m_channels[channel]) {
@@ -139,7 +139,7 @@ private:
         }
     }
 
-    void owe(Client client, const std::string& text) { owed[client].push_back(text.substr(0, kMostBytes)); }
+    void owe(Client client, const std::string& text) { owed[client].push_back(text.substr(0, kMaxBytes)); }
 
     std::map<std::string, std::set<Client>> m_channels;
     std::uint16_t m_sequence = 0;
@@ -192,7 +192,7 @@ private:
     /// \return false when the sender has ended its connection
     bool sendAll(const std::vector<std::string_view>& packets)
     {
-        const std::size_t count = std::min(packets.size(), kMostPackets);
+        const std::size_t count = std::min(packets.size(), kMaxPackets);
         for (std::size_t i = 0; i < count; ++i) {
             if (packets[i].empty()) {
                 // A receiver cannot tell a packet without a byte from the end of the stream.
@@ -246,7 +246,7 @@ private:
         require(actual.tooLarge == expected.tooLarge, "packets that are too large are counted");
         require(actual.notJson == expected.notJson, "packets that are not JSON are counted");
         require(actual.withoutPayload == expected.withoutPayload, "packets without payload are counted");
-        require(actual.withoutHandler == expected.withoutHandler, "packets without handler are counted");
+        require(actual.unknownChannel == expected.unknownChannel, "packets without handler are counted");
         require(actual.outOfMemory == 0, "memory suffices");
         require(actual.relayed == expected.relayed, "relays are counted");
         require(actual.relaysFailed == 0, "whoever reads misses nothing");

@@ -7,10 +7,10 @@
 
 #include "FuzzSupport.h"
 
-#include "IncomingRecord.h"
-#include "Json.h"
-#include "OutgoingRecord.h"
-#include "RecordCheck.h"
+#include "common/bus/DecodedRecord.h"
+#include "common/bus/RecordBuilder.h"
+#include "common/bus/RecordCheck.h"
+#include "common/support/Json.h"
 
 #include <memory>
 #include <stdexcept>
@@ -57,7 +57,7 @@ void checkReceiving(const RecordClass& recordClass, cJSON* value)
     }
     require(fault.empty() == (expected != nullptr), "the tool takes what the library reads, and only that");
 
-    IncomingRecord incoming(&recordClass);
+    DecodedRecord incoming(&recordClass);
     require(incoming.Unpackage(value) == 0, "everything that arrives is shown");
     requireSame(incoming.fault(), fault, "what is wrong with a payload is told with it");
     requireSame(incoming.text(), expected != nullptr ? printed(*expected) : printJson(value),

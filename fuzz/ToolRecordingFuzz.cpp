@@ -6,10 +6,10 @@
 
 #include "FuzzSupport.h"
 
-#include "CsvFields.h"
-#include "CsvRecording.h"
-#include "WeldDetector.h"
-#include "WeldSummary.h"
+#include "common/support/CsvFields.h"
+#include "weld/CsvRecording.h"
+#include "weld/WeldDetector.h"
+#include "weld/WeldSummary.h"
 
 #include <algorithm>
 #include <cmath>

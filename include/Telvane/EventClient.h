@@ -18,10 +18,10 @@ namespace Telvane
 /// What a client has counted since its construction.
 struct EventClientStatistics
 {
-    std::uint64_t received = 0;       ///< packets received from the server
-    std::uint64_t notJson = 0;        ///< dropped: not JSON (a message too large arrives so, too)
-    std::uint64_t withoutClosure = 0; ///< dropped: a channel without a subscription
-    std::uint64_t undecodable = 0;    ///< dropped: no payload, or one that the record could not read
+    std::uint64_t received = 0;      ///< packets received from the server
+    std::uint64_t notJson = 0;       ///< dropped: not JSON (a message too large arrives so, too)
+    std::uint64_t notSubscribed = 0; ///< dropped: a channel without a subscription
+    std::uint64_t undecodable = 0;   ///< dropped: no payload, or one that the record could not read
 };
 
 /// Connects to an EventServer, publishes records on channels and receives them through callbacks.

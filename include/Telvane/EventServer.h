@@ -36,7 +36,7 @@ struct EventServerStatistics
     std::uint64_t tooLarge = 0;       ///< dropped: 16384 bytes or more
     std::uint64_t notJson = 0;        ///< dropped: not JSON
     std::uint64_t withoutPayload = 0; ///< dropped: no "payload"
-    std::uint64_t withoutHandler = 0; ///< dropped: a channel that nobody has ever subscribed to
+    std::uint64_t unknownChannel = 0; ///< dropped: a channel that nobody has ever subscribed to
     std::uint64_t outOfMemory = 0;    ///< dropped: no memory to handle them
     std::uint64_t relayed = 0;        ///< relays sent whole, one for each subscriber
     std::uint64_t relaysFailed = 0;   ///< relays that a subscriber missed, mostly because it reads too slowly

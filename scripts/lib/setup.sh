@@ -135,14 +135,8 @@ telvane_each() {
 
 # telvane_library_tests [part of a name]: the programs that test the library and not the tool, one a line.
 telvane_library_tests() {
-    local file name
-    for file in "$telvane_root"/tests/*Test.cpp; do
-        name=${file##*/}
-        case $name in
-        Tool*) ;;
-        *"${1:-}"*) printf '%s\n' "${name%.cpp}" ;;
-        esac
-    done
+    find "$telvane_root/tests" -path "$telvane_root/tests/tool" -prune -o -name "*${1:-}*Test.cpp" -printf '%f\n' |
+        sed 's/\.cpp$//' | sort
 }
 
 # telvane_run_test <directory of logs> <command...>: runs a test program, the last word of the command, with its

@@ -4,7 +4,7 @@
 //
 // Without a name all scenarios run. --short is the form for every change: a minute instead of many.
 
-#include "Crew.h"
+#include "ProcessPool.h"
 #include "Scenarios.h"
 
 #include <algorithm>

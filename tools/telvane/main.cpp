@@ -1,7 +1,7 @@
-#include "CommandLine.h"
-#include "Commands.h"
-#include "ExitCodes.h"
-#include "Signals.h"
+#include "commands/Commands.h"
+#include "common/cli/CommandLine.h"
+#include "common/cli/ExitCodes.h"
+#include "common/cli/Signals.h"
 
 #include <string>
 

@@ -1,0 +1,283 @@
+// The client's connection and its one receiver thread.
+//
+// Everything that the server sends is read by the receiver thread and dispatched by its header to a closure:
+// the client's own for the two meta headers, the application's for channels. The thread must survive whatever
+// arrives: what cannot be read is dropped and counted. Only what an application's own callback throws passes.
+
+#include "bus/EventClientState.h"
+
+#include "support/Thread.h"
+
+#include <cerrno>
+#include <chrono>
+#include <string_view>
+#include <sys/socket.h>
+#include <utility>
+
+namespace Telvane
+{
+
+namespace
+{
+
+constexpr auto kDisconnectDeadline = std::chrono::seconds(10);
+
+void count(std::atomic<std::uint64_t>& counter)
+{
+    counter.fetch_add(1, std::memory_order_relaxed);
+}
+
+} // namespace
+
+EventClient::EventClient() : m_state(std::make_unique<State>()) {}
+
+EventClient::~EventClient()
+{
+    Disconnect();
+    m_state->joinLeftReceiver();
+}
+
+int EventClient::Connect(const std::string& path)
+{
+    if (m_state->connected()) {
+        return -EADDRINUSE;
+    }
+    return catchBadAlloc([&] { return m_state->connect(*this, path); });
+}
+
+int EventClient::State::connect(EventClient& client, const std::string& newPath)
+{
+    // All that takes memory comes first: there is no way back once the thread runs.
+    std::string ownPath = newPath;
+    ClosureEntry subscribeEntry = makeEntry(
+        kSubscribeHeader, std::make_unique<InternalOperationClosure>(&EventClient::subscribeResponseHandler));
+    ClosureEntry unsubscribeEntry =
+        makeEntry(kUnsubscribeHeader,
+                  std::make_unique<InternalOperationClosure>(&EventClient::unsubscribeResponseHandler));
+    ConnectionPointer newConnection = std::make_shared<Connection>(openSocket());
+    const int socket = newConnection->socket.get();
+    if (socket < 0 || connectSocket(socket, newPath) != 0) {
+        return -1;
+    }
+    joinLeftReceiver();
+    setConnection(std::move(newConnection));
+    {
+        const std::lock_guard<std::mutex> guard(disconnectLock);
+        receiverRunning = true;
+        receiverJoinable = startThread(receiverThread, &EventClient::rx_handler, &client, 0) == 0;
+        receiverRunning = receiverJoinable;
+    }
+    path = std::move(ownPath);
+    const std::lock_guard<std::mutex> guard(closuresLock);
+    enter(std::move(subscribeEntry));
+    enter(std::move(unsubscribeEntry));
+    return 0;
+}
+
+int EventClient::Disconnect()
+{
+    const ConnectionPointer connection = m_state->currentConnection();
+    if (connection == nullptr) {
+        return -ENOTCONN;
+    }
+    {
+        std::unique_lock<std::mutex> guard(m_state->disconnectLock);
+        if (m_state->currentConnection() != connection) {
+            return -ENOTCONN; // whoever was told of the loss was quicker
+        }
+        connection->open = false;
+        if (shutdown(connection->socket.get(), SHUT_RDWR) != 0) {
+            connection->open = true;
+            return -EALREADY;
+        }
+        m_state->setConnection(nullptr);
+        const auto deadline = std::chrono::system_clock::now() + kDisconnectDeadline;
+        if (!m_state->disconnectCondition.wait_until(guard, deadline,
+                                                     [this] { return !m_state->receiverRunning; })) {
+            return -ETIMEDOUT;
+        }
+    }
+    m_state->joinLeftReceiver();
+    const std::lock_guard<std::mutex> guard(m_state->closuresLock);
+    m_state->closures.clear();
+    return 0;
+}
+
+bool EventClient::IsConnected()
+{
+    return m_state->connected();
+}
+
+ConnectionPointer EventClient::State::currentConnection()
+{
+    const std::lock_guard<std::mutex> guard(connectionLock);
+    return connection;
+}
+
+void EventClient::State::setConnection(ConnectionPointer newConnection)
+{
+    // The old one is let go, and perhaps closed, outside the lock.
+    const std::lock_guard<std::mutex> guard(connectionLock);
+    connection.swap(newConnection);
+}
+
+void EventClient::State::joinLeftReceiver()
+{
+    pthread_t left = {};
+    {
+        // Told of the loss on the receiver thread itself, the application may be here on it: that thread is
+        // joined by whoever comes next. It may also be about to ask for this lock, so nobody joins under it.
+        const std::lock_guard<std::mutex> guard(disconnectLock);
+        if (!receiverJoinable || pthread_equal(receiverThread, pthread_self()) != 0) {
+            return;
+        }
+        receiverJoinable = false;
+        left = receiverThread;
+    }
+    pthread_join(left, nullptr);
+}
+
+void EventClient::State::endReceiver()
+{
+    const std::lock_guard<std::mutex> guard(disconnectLock);
+    receiverRunning = false;
+    disconnectCondition.notify_all();
+}
+
+bool EventClient::State::isReceiver()
+{
+    const std::lock_guard<std::mutex> guard(disconnectLock);
+    return receiverRunning && pthread_equal(receiverThread, pthread_self()) != 0;
+}
+
+void* EventClient::rx_handler(void* client)
+{
+    EventClient& self = *static_cast<EventClient*>(client);
+    State& state = *self.m_state;
+    const ConnectionPointer connection = state.currentConnection();
+    if (connection != nullptr) {
+        char buffer[kMessageLimit];
+        while (connection->open) {
+            const int length = receivePacket(connection->socket.get(), buffer);
+            if (length < 0 && errno == EINTR) {
+                continue;
+            }
+            if (length < 1) {
+                break;
+            }
+            state.dispatch(self, buffer);
+        }
+    }
+    const bool lost = connection != nullptr && connection->open;
+    state.endReceiver();
+    if (lost && state.onConnectionLost) {
+        state.onConnectionLost(self);
+    }
+    return nullptr;
+}
+
+void EventClient::State::dispatch(EventClient& client, const char* text)
+{
+    count(counters.received);
+    const JsonTree message(cJSON_Parse(text));
+    if (message == nullptr) {
+        count(counters.notJson);
+        return;
+    }
+    const std::lock_guard<std::mutex> guard(closuresLock);
+    const auto found = closures.find(std::string_view(headerOf(message.get())));
+    if (found == closures.end()) {
+        count(counters.notSubscribed);
+    } else if (found->second->ExecuteCallback(&client, message.get()) != 0) {
+        count(counters.undecodable);
+    }
+}
+
+EventClient::State::ClosureEntry EventClient::State::makeEntry(const std::string& header, Closure closure)
+{
+    ClosureTable table;
+    table.emplace(header, std::move(closure));
+    return table.extract(table.begin());
+}
+
+EventClient::State::Closure EventClient::State::enter(ClosureEntry entry)
+{
+    auto outcome = closures.insert(std::move(entry));
+    return outcome.inserted ? nullptr
+                            : std::exchange(outcome.position->second, std::move(outcome.node.mapped()));
+}
+
+void EventClient::State::removeClosure(const std::string& header)
+{
+    ClosureEntry removed; // destroyed, with what the application's callback holds, outside the lock
+    const std::lock_guard<std::mutex> guard(closuresLock);
+    removed = closures.extract(header);
+}
+
+EventClient::CallbackClosure::~CallbackClosure() = default;
+
+EventClient::InternalOperationClosure::InternalOperationClosure(Operation operation) : m_operation(operation)
+{}
+
+int EventClient::InternalOperationClosure::ExecuteCallback(EventClient* client, cJSON* message)
+{
+    m_operation(client, message);
+    return 0;
+}
+
+EventClient::SubscriptionCallbackClosure::SubscriptionCallbackClosure(TelvaneDataTypeBase* prototype,
+                                                                      void* user, Callback callback)
+    : m_prototype(prototype), m_user(user), m_callback(std::move(callback))
+{}
+
+int EventClient::SubscriptionCallbackClosure::ExecuteCallback(EventClient* client, cJSON* message)
+{
+    cJSON* const payload = payloadOf(message);
+    if (payload == nullptr) {
+        count(State::of(*client).counters.undecodable);
+        return 0;
+    }
+    TelvaneDataTypeBase* unpackaged = nullptr;
+    try {
+        const int result = m_prototype->Unpackage(payload, &unpackaged);
+        if (result != 0) {
+            return result;
+        }
+    } catch (const std::exception&) {
+        // A time text without digits, say: no peer may end this thread by what it sends.
+        return -EINVAL;
+    }
+    const std::unique_ptr<TelvaneDataTypeBase> record(unpackaged);
+    m_callback(client, record.get(), sequenceOf(message), m_user);
+    return 0;
+}
+
+int EventClient::install_OnConnectionLost(std::function<void(EventClient& client)> fn)
+{
+    if (!fn) {
+        return -EINVAL;
+    }
+    m_state->onConnectionLost = std::move(fn);
+    return 0;
+}
+
+int EventClient::uninstall_OnConnectionLost()
+{
+    if (!m_state->onConnectionLost) {
+        return -EALREADY;
+    }
+    m_state->onConnectionLost = nullptr;
+    return 0;
+}
+
+EventClientStatistics EventClient::Statistics() const
+{
+    EventClientStatistics statistics;
+    statistics.received = m_state->counters.received;
+    statistics.notJson = m_state->counters.notJson;
+    statistics.notSubscribed = m_state->counters.notSubscribed;
+    statistics.undecodable = m_state->counters.undecodable;
+    return statistics;
+}
+
+} // namespace Telvane

@@ -1,0 +1,356 @@
+// What an application asks of the client: publishing, subscribing, requesting.
+//
+// A send is retried for as long as nothing goes out, because a publication that was accepted must not be lost
+// to a busy server; only the application's own Disconnect() ends that. Waits are bounded. The answer to a
+// meta request carries no identifier but the channel, so one is outstanding at a time, and threads take
+// turns.
+
+#include "bus/EventClientState.h"
+
+#include <Telvane/RequestType.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <new>
+#include <utility>
+
+namespace Telvane
+{
+
+namespace
+{
+
+constexpr auto kResponseDeadline = std::chrono::seconds(1);
+
+} // namespace
+
+int EventClient::Publish(const std::string& channel, TelvaneDataTypeBase& record)
+{
+    const ConnectionPointer connection = m_state->currentConnection();
+    if (connection == nullptr) {
+        return -ENOTCONN;
+    }
+    std::unique_ptr<PublicationWriter> writer = m_state->takeWriter();
+    if (writer == nullptr) {
+        return -ENOMEM;
+    }
+    const char* text = nullptr;
+    int result = writer->write(channel, record, text);
+    if (result == 0) {
+        result = State::sendText(*connection, text, writer->length());
+    }
+    m_state->returnWriter(std::move(writer));
+    return result;
+}
+
+std::unique_ptr<PublicationWriter> EventClient::State::takeWriter()
+{
+    PublicationWriter* const idle = idleWriter.exchange(nullptr);
+    return std::unique_ptr<PublicationWriter>(idle != nullptr ? idle
+                                                              : new (std::nothrow) PublicationWriter());
+}
+
+void EventClient::State::returnWriter(std::unique_ptr<PublicationWriter> writer)
+{
+    // One is kept. What another thread returned in the meantime goes.
+    writer.reset(idleWriter.exchange(writer.release()));
+}
+
+int EventClient::State::send(cJSON* message)
+{
+    const ConnectionPointer used = currentConnection();
+    if (used == nullptr) {
+        return -ENOTCONN;
+    }
+    std::unique_ptr<PublicationWriter> writer = takeWriter();
+    if (message == nullptr || writer == nullptr) {
+        return -ENOMEM;
+    }
+    const char* const text = writer->print(message, MessagePrinter::Form::Formatted);
+    const int result = text != nullptr ? sendText(*used, text, writer->length()) : -ENOMEM;
+    returnWriter(std::move(writer));
+    return result;
+}
+
+int EventClient::State::sendText(Connection& used, const char* text, int length)
+{
+    const int clamped = std::clamp(length, 0, kMessageLimit);
+    int sent = 0;
+    do {
+        if (!used.open) {
+            return -ENOTCONN;
+        }
+        sent = sendPacket(used.socket.get(), text, clamped, 0);
+    } while (sent <= 0);
+    return sent == clamped ? 0 : sent;
+}
+
+int EventClient::writeDataToSocket(char* data, int length)
+{
+    const ConnectionPointer connection = m_state->currentConnection();
+    return connection != nullptr ? State::sendText(*connection, data, length) : -ENOTCONN;
+}
+
+int EventClient::subscribeToServer(const std::string& channel)
+{
+    return m_state->runExchange(m_state->subscribing, channel, makeSubscribeRequest(channel).get());
+}
+
+int EventClient::unsubscribeFromServer(const std::string& channel)
+{
+    return m_state->runExchange(m_state->unsubscribing, channel, makeUnsubscribeRequest(channel).get());
+}
+
+int EventClient::State::runExchange(MetaExchange& exchange, const std::string& channel, cJSON* request)
+{
+    const std::lock_guard<std::mutex> turnGuard(exchange.turn);
+    std::unique_lock<std::mutex> guard(exchange.lock);
+    if (const int result = catchBadAlloc([&] {
+            exchange.pendingChannel = channel;
+            return 0;
+        });
+        result != 0) {
+        return result;
+    }
+    exchange.success = false;
+    exchange.done = false;
+    if (const int result = send(request); result != 0) {
+        return result;
+    }
+    while (!exchange.done) {
+        const auto deadline = std::chrono::system_clock::now() + kResponseDeadline;
+        if (exchange.condition.wait_until(guard, deadline) == std::cv_status::timeout && !exchange.done) {
+            return -ETIMEDOUT;
+        }
+    }
+    return exchange.success ? 0 : -1;
+}
+
+void MetaExchange::takeResponse(const cJSON* message)
+{
+    const char* const channel = channelOf(message);
+    const std::lock_guard<std::mutex> guard(lock);
+    success = isSuccess(message) && channel != nullptr && pendingChannel == channel;
+    done = true;
+    condition.notify_all();
+}
+
+void EventClient::subscribeResponseHandler(EventClient* client, cJSON* message)
+{
+    client->m_state->subscribing.takeResponse(message);
+}
+
+void EventClient::unsubscribeResponseHandler(EventClient* client, cJSON* message)
+{
+    client->m_state->unsubscribing.takeResponse(message);
+}
+
+namespace
+{
+
+/// \return a closure of a class that is made like EventClient::SubscriptionCallbackClosure
+template <class Closure>
+std::unique_ptr<Closure> makeSubscription(EventClient::Callback callback,
+                                          const TelvaneDataTypeBase& prototype, void* user)
+{
+    std::unique_ptr<TelvaneDataTypeBase> own(prototype.BuildNewDataType());
+    if (own == nullptr) {
+        throw std::bad_alloc();
+    }
+    auto closure = std::make_unique<Closure>(own.get(), user, std::move(callback));
+    own.release(); // the closure's from here on
+    return closure;
+}
+
+} // namespace
+
+int EventClient::Subscribe(const std::string& channel, Callback callback,
+                           const TelvaneDataTypeBase& prototype, void* user)
+{
+    // Not kept open by the wait for the answer: the server is to see its end at once.
+    const std::weak_ptr<Connection> connection = m_state->currentConnection();
+    if (connection.expired()) {
+        return -ENOTCONN;
+    }
+    return catchBadAlloc([&] {
+        State::ClosureEntry entry = State::makeEntry(
+            channel, makeSubscription<SubscriptionCallbackClosure>(std::move(callback), prototype, user));
+        const int result = subscribeToServer(channel);
+        return result == 0 ? m_state->enterSubscription(std::move(entry), connection) : result;
+    });
+}
+
+/// \return `-ENOTCONN` when the connection that was subscribed on is no more: Disconnect() has forgotten all
+/// that was, and nothing may come after it
+int EventClient::State::enterSubscription(ClosureEntry entry, const std::weak_ptr<Connection>& subscribedOn)
+{
+    Closure earlier; // destroyed, with what the application's callback holds, outside the lock
+    const std::lock_guard<std::mutex> guard(closuresLock);
+    const ConnectionPointer current = currentConnection();
+    if (current == nullptr || current != subscribedOn.lock()) {
+        return -ENOTCONN;
+    }
+    earlier = enter(std::move(entry));
+    return 0;
+}
+
+int EventClient::Unsubscribe(const std::string& channel)
+{
+    if (!m_state->connected()) {
+        return -ENOTCONN;
+    }
+    if (m_state->isReceiver()) {
+        return -EDEADLK;
+    }
+    {
+        const std::lock_guard<std::mutex> guard(m_state->closuresLock);
+        if (m_state->closures.find(channel) == m_state->closures.end()) {
+            return -EINVAL;
+        }
+    }
+    const int result = unsubscribeFromServer(channel);
+    if (result == 0) {
+        m_state->removeClosure(channel);
+    }
+    return result;
+}
+
+int EventClient::Request(const std::string& channel, TelvaneDataTypeBase& record, int /*timeout*/)
+{
+    if (!m_state->connected()) {
+        return -ENOTCONN;
+    }
+    if (m_state->isReceiver()) {
+        return -EDEADLK;
+    }
+    return catchBadAlloc([&] { return m_state->request(*this, channel, record); });
+}
+
+namespace
+{
+
+/// Where the thread that asks and the receiver thread meet.
+struct Reply
+{
+    explicit Reply(TelvaneDataTypeBase& record) : target(record) {}
+
+    void take(TelvaneDataTypeBase* received)
+    {
+        const std::lock_guard<std::mutex> guard(lock);
+        try {
+            target.copy(received);
+        } catch (const std::bad_alloc&) {
+            return; // as if it had not arrived
+        }
+        answered = true;
+        condition.notify_all();
+    }
+
+    /// \return 0 or ETIMEDOUT
+    int await()
+    {
+        std::unique_lock<std::mutex> guard(lock);
+        while (!answered) {
+            const auto deadline = std::chrono::system_clock::now() + kResponseDeadline;
+            if (condition.wait_until(guard, deadline) == std::cv_status::timeout && !answered) {
+                return ETIMEDOUT;
+            }
+        }
+        return 0;
+    }
+
+    TelvaneDataTypeBase& target;
+    std::mutex lock;
+    std::condition_variable condition;
+    bool answered = false;
+};
+
+} // namespace
+
+/// A request's closure while it waits. What the table held before stands behind it: nothing, a subscription,
+/// or the closure of another thread's request, which gets each answer, too.
+class EventClient::State::RequestClosure : public SubscriptionCallbackClosure
+{
+public:
+    using SubscriptionCallbackClosure::SubscriptionCallbackClosure;
+
+    int ExecuteCallback(EventClient* client, cJSON* message) override
+    {
+        const int result = SubscriptionCallbackClosure::ExecuteCallback(client, message);
+        auto* const other = dynamic_cast<RequestClosure*>(earlier.get());
+        if (other != nullptr && payloadOf(message) != nullptr) {
+            other->ExecuteCallback(client, message);
+        }
+        return result;
+    }
+
+    Closure earlier;
+};
+
+void EventClient::State::enterRequest(ClosureEntry entry, RequestClosure& request)
+{
+    const std::lock_guard<std::mutex> guard(closuresLock);
+    request.earlier = enter(std::move(entry));
+}
+
+bool EventClient::State::endRequest(const std::string& channel, RequestClosure& request, bool evenTheLast)
+{
+    // Destroyed outside the lock.
+    Closure ended;
+    ClosureEntry removed;
+    const std::lock_guard<std::mutex> guard(closuresLock);
+    const auto found = closures.find(channel);
+    if (found == closures.end()) {
+        return true; // somebody has unsubscribed
+    }
+    Closure* place = &found->second;
+    while (place->get() != &request) {
+        auto* const later = dynamic_cast<RequestClosure*>(place->get());
+        if (later == nullptr) {
+            return true; // somebody has subscribed
+        }
+        place = &later->earlier;
+    }
+    if (place != &found->second || request.earlier != nullptr) {
+        ended = std::exchange(*place, std::move(request.earlier));
+        return true;
+    }
+    if (evenTheLast) {
+        removed = closures.extract(found);
+    }
+    return evenTheLast;
+}
+
+int EventClient::State::request(EventClient& client, const std::string& channel, TelvaneDataTypeBase& record)
+{
+    Reply reply(record);
+    auto closure = makeSubscription<RequestClosure>(
+        [&reply](void*, TelvaneDataTypeBase* received, int, void*) { reply.take(received); }, record,
+        nullptr);
+    RequestClosure& own = *closure;
+    ClosureEntry entry = makeEntry(channel, std::move(closure));
+    const std::string requestChannel = kRequestPrefix + channel;
+    int result = client.subscribeToServer(channel);
+    if (result == -ENOMEM) {
+        return result; // the server has not been asked
+    }
+    if (result == -ETIMEDOUT) {
+        client.unsubscribeFromServer(channel);
+        removeClosure(channel);
+        return result;
+    }
+    enterRequest(std::move(entry), own);
+    RequestType request;
+    result = client.Publish(requestChannel, request);
+    if (result == 0) {
+        result = reply.await();
+    }
+    if (!endRequest(channel, own, false)) {
+        client.unsubscribeFromServer(channel);
+        endRequest(channel, own, true);
+    }
+    return result > 0 ? -result : result;
+}
+
+} // namespace Telvane

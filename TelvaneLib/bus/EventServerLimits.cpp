@@ -1,0 +1,148 @@
+// What the server refuses when it has been given limits. The bus itself knows none: whoever reaches the
+// socket may connect and subscribe as often as it likes, and the server never forgets the name of a channel.
+
+#include "bus/EventServerState.h"
+
+#include "support/Diagnostics.h"
+
+#include <algorithm>
+#include <new>
+
+namespace Telvane
+{
+
+namespace
+{
+
+const char* reasonText(EventServerRefusal::Reason reason)
+{
+    switch (reason) {
+    case EventServerRefusal::Reason::NotAllowed:
+        return "neither its user nor one of its groups is allowed";
+    case EventServerRefusal::Reason::TooManyConnections:
+        return "there are as many clients as are allowed";
+    case EventServerRefusal::Reason::TooManySubscriptions:
+        return "it has as many subscriptions as are allowed";
+    case EventServerRefusal::Reason::TooManyChannels:
+        return "there are as many channels as are allowed";
+    }
+    return "";
+}
+
+template <class Id>
+bool contains(const std::vector<Id>& list, Id id)
+{
+    return std::find(list.begin(), list.end(), id) != list.end();
+}
+
+bool isAllowed(const EventServerLimits& limits, int client)
+{
+    if (limits.users.empty() && limits.groups.empty()) {
+        return true;
+    }
+    Peer peer;
+    if (!identifyPeer(client, peer)) {
+        return false;
+    }
+    if (contains(limits.users, peer.user) || contains(limits.groups, peer.group)) {
+        return true;
+    }
+    if (limits.groups.empty()) {
+        return false;
+    }
+    const std::vector<gid_t> groups = groupsOfPeer(client);
+    return std::any_of(groups.begin(), groups.end(),
+                       [&limits](gid_t group) { return contains(limits.groups, group); });
+}
+
+} // namespace
+
+std::string describe(const EventServerRefusal& refusal)
+{
+    std::string text = "client " + std::to_string(refusal.client) + " (process " +
+                       std::to_string(refusal.process) + ", user " + std::to_string(refusal.user) +
+                       ", group " + std::to_string(refusal.group) + ")";
+    if (refusal.reason == EventServerRefusal::Reason::TooManySubscriptions ||
+        refusal.reason == EventServerRefusal::Reason::TooManyChannels) {
+        text += " for channel " + refusal.channel;
+    }
+    return text + ": " + reasonText(refusal.reason);
+}
+
+bool EventServer::State::refusesConnection(int client)
+{
+    bool allowed = false;
+    std::size_t most = 0;
+    try {
+        const std::lock_guard<std::mutex> guard(limitsLock);
+        allowed = isAllowed(limits, client);
+        most = limits.connections;
+    } catch (const std::bad_alloc&) {
+        // Whoever cannot be told from others is not allowed.
+    }
+    if (!allowed) {
+        refuse(EventServerRefusal::Reason::NotAllowed, client, {});
+        return true;
+    }
+    std::size_t connected = 0;
+    {
+        const std::lock_guard<std::mutex> guard(connectionsLock);
+        connected = connections.size();
+    }
+    if (most != 0 && connected >= most) {
+        refuse(EventServerRefusal::Reason::TooManyConnections, client, {});
+        return true;
+    }
+    return false;
+}
+
+bool EventServer::State::refusesSubscription(int client, std::string_view channel, bool newChannel)
+{
+    std::size_t mostSubscriptions = 0;
+    std::size_t mostChannels = 0;
+    {
+        const std::lock_guard<std::mutex> guard(limitsLock);
+        mostSubscriptions = limits.subscriptionsPerClient;
+        mostChannels = limits.channels;
+    }
+    if (mostSubscriptions != 0) {
+        std::size_t subscribed = 0;
+        {
+            const std::lock_guard<std::mutex> guard(subscribersLock);
+            const auto found = subscriptions.find(client);
+            subscribed = found != subscriptions.end() ? found->second.size() : 0;
+        }
+        if (subscribed >= mostSubscriptions) {
+            refuse(EventServerRefusal::Reason::TooManySubscriptions, client, channel);
+            return true;
+        }
+    }
+    if (mostChannels != 0 && newChannel && channelCount >= mostChannels) {
+        refuse(EventServerRefusal::Reason::TooManyChannels, client, channel);
+        return true;
+    }
+    return false;
+}
+
+/// Counts and tells a refusal.
+void EventServer::State::refuse(EventServerRefusal::Reason reason, int client, std::string_view channel)
+{
+    const bool ofConnection = reason == EventServerRefusal::Reason::NotAllowed ||
+                              reason == EventServerRefusal::Reason::TooManyConnections;
+    count(ofConnection ? counters.connectionsRefused : counters.subscriptionsRefused);
+    try {
+        Peer peer;
+        identifyPeer(client, peer);
+        const EventServerRefusal refusal{reason,    client,     peer.process,
+                                         peer.user, peer.group, std::string(channel)};
+        if (onRefusal) {
+            onRefusal(server, refusal);
+        } else {
+            writeErrorLine("REFUSED ", describe(refusal));
+        }
+    } catch (const std::bad_alloc&) {
+        writeErrorLine("REFUSED a client: ", reasonText(reason));
+    }
+}
+
+} // namespace Telvane

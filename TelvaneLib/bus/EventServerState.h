@@ -1,0 +1,200 @@
+#pragma once
+
+// What an EventServer holds. Locks, in the order in which they are taken:
+//
+//   stopLock         a stop request and its answer
+//   connectionsLock  connections and finishedThreads
+//   handlerLock      around each dispatch: channels (as a table), relayEnvelope, printer; taken alone
+//   subscribersLock  leaf: who is subscribed to what, and how that fares; no hook runs under it
+//   limitsLock       leaf: limits
+//
+// A descriptor leaves the subscribers before it is closed, under subscribersLock, which a relay holds too:
+// so no relay can reach whoever is given the number next.
+
+#include <Telvane/EventServer.h>
+
+#include "transport/Envelope.h"
+#include "transport/MessagePrinter.h"
+#include "transport/SeqpacketSocket.h"
+
+#include <atomic>
+#include <condition_variable>
+#include <map>
+#include <mutex>
+#include <pthread.h>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+namespace Telvane
+{
+
+/// How the relays of one channel to one subscriber fare.
+struct Delivery
+{
+    std::size_t position = 0; ///< in the subscriber's list of subscriptions
+    std::uint64_t relayed = 0;
+    std::uint64_t missed = 0;
+    int lastError = 0;
+};
+
+/// A header that messages are dispatched on: a meta channel, or one that somebody has subscribed to. Never
+/// removed, so that whoever tells of channels can walk them without a lock.
+struct Channel
+{
+    using Entry = std::pair<const std::string, Channel>;
+
+    EventHandler handler = nullptr;
+    std::unordered_map<int, Delivery> subscribers; ///< by descriptor
+
+    const Entry* older = nullptr; ///< the next in the list that begins at newestChannel
+
+    // Written under handlerLock, or subscribersLock; read without.
+    std::atomic<std::size_t> subscriberCount{0};
+    std::atomic<std::uint64_t> publications{0};
+    std::atomic<std::uint64_t> bytes{0};
+    std::atomic<std::uint64_t> missed{0};
+    std::atomic<int> lastSequence{-1};
+};
+
+using ChannelTable = std::map<std::string, Channel, std::less<>>;
+
+/// One of the channels that a client is subscribed to.
+struct Subscription
+{
+    Channel::Entry* channel;
+    Delivery* delivery;
+};
+
+struct Hook
+{
+    EventHandler fn = nullptr;
+    void* user = nullptr;
+
+    int install(EventHandler newFn, void* newUser);
+    int uninstall();
+    void call(EventServer& server, int client, const std::string& header, int sequence, cJSON* payload) const
+    {
+        if (fn != nullptr) {
+            fn(&server, client, header, sequence, payload, user);
+        }
+    }
+};
+
+/// The counters behind EventServerStatistics.
+struct ServerCounters
+{
+    std::atomic<std::uint64_t> received{0};
+    std::atomic<std::uint64_t> dispatched{0};
+    std::atomic<std::uint64_t> tooLarge{0};
+    std::atomic<std::uint64_t> notJson{0};
+    std::atomic<std::uint64_t> withoutPayload{0};
+    std::atomic<std::uint64_t> unknownChannel{0};
+    std::atomic<std::uint64_t> outOfMemory{0};
+    std::atomic<std::uint64_t> relayed{0};
+    std::atomic<std::uint64_t> relaysFailed{0};
+    std::atomic<std::uint64_t> relaysTooLarge{0};
+    std::atomic<std::uint64_t> connectionsRefused{0};
+    std::atomic<std::uint64_t> subscriptionsRefused{0};
+};
+
+inline void count(std::atomic<std::uint64_t>& counter, std::uint64_t events = 1)
+{
+    counter.fetch_add(events, std::memory_order_relaxed);
+}
+
+/// The same where a lock keeps other writers out.
+inline void incrementUnshared(std::atomic<std::uint64_t>& counter, std::uint64_t events = 1)
+{
+    counter.store(counter.load(std::memory_order_relaxed) + events, std::memory_order_relaxed);
+}
+
+struct EventServer::State
+{
+    explicit State(EventServer& owner);
+
+    /// \return the server's own state, for the static entries
+    static State& of(void* server) { return *static_cast<EventServer*>(server)->m_state; }
+
+    // Start and stop
+    int listenOn(FileDescriptor& socket, FileDescriptor wakeOfInherited);
+    bool stopTargets(pthread_t thread) const;
+    bool waitForStop(std::unique_lock<std::mutex>& stopGuard);
+    void endListener();
+    int stopListener();
+    int stopReceivers();
+    void joinFinishedThreads();
+
+    // Clients
+    void admit(FileDescriptor client);
+    void applySendBuffer(int client);
+    int descriptorOf(pthread_t thread);
+    void serve(int client);
+    void tearDown(int client);
+
+    // Messages
+    void handlePacket(int client, const char* text, int length);
+    int answer(int client, const char* header, bool success, const char* channel);
+    bool subscribe(int client, std::string_view channel);
+    bool isSubscribed(int client, const Channel& channel);
+    Channel::Entry& addChannel(std::string_view name);
+    bool unsubscribe(int client, std::string_view channel);
+    void forget(int client);
+    void relay(Channel& channel, const char* text, int length);
+
+    // Status
+    std::vector<EventServerClientStatus> clients();
+
+    // Guards
+    bool refusesConnection(int client);
+    bool refusesSubscription(int client, std::string_view channel, bool newChannel);
+    void refuse(EventServerRefusal::Reason reason, int client, std::string_view channel);
+
+    EventServer& server;
+    std::atomic<int> listener{-1};
+    std::string path;
+    pthread_t listenerThread = {};
+    /// Wakes the listening thread of a socket that is not ours to shut down; invalid with one that is.
+    FileDescriptor wake;
+
+    std::mutex connectionsLock;
+    std::map<int, pthread_t> connections;
+    /// By the descriptor that they had: an ending thread moves its entry here, which takes no memory.
+    std::multimap<int, pthread_t> finishedThreads;
+
+    std::mutex handlerLock;
+    ChannelTable channels;
+    Channel::Entry* dispatching = nullptr; ///< the entry whose handler runs
+    std::atomic<const Channel::Entry*> newestChannel{nullptr};
+    std::size_t channelCount = 0; ///< without the meta channels
+    RelayEnvelope relayEnvelope;
+    MessagePrinter printer;
+
+    std::mutex subscribersLock;
+    std::unordered_map<int, std::vector<Subscription>> subscriptions; ///< by descriptor
+
+    std::mutex limitsLock;
+    EventServerLimits limits;
+
+    std::atomic<std::uint16_t> sequence{0};
+
+    std::mutex stopLock;
+    std::condition_variable stopCondition;
+    std::atomic<bool> stopPending{false};
+    std::atomic<pthread_t> stopTarget{};
+    bool listenerEnded = false; ///< guarded by stopLock
+
+    Hook onSubscribe;
+    Hook onUnsubscribe;
+    Hook onConnect;
+    Hook onDisconnect;
+    std::function<void(EventServer&, const EventServerRefusal&)> onRefusal;
+
+    ServerCounters counters;
+    std::atomic<int> sendBuffer{0};
+    std::atomic<int> grantedSendBuffer{0};
+    std::atomic<std::size_t> stackSize{std::size_t{512} * 1024};
+};
+
+} // namespace Telvane

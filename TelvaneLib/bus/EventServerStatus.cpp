@@ -1,0 +1,116 @@
+// What the server tells of itself while it goes on. Whoever asks waits, not whoever publishes: counters are
+// read as they stand, channels are walked without a lock, and the lock that relays need is held for one
+// client's list at a time and for no allocation of a text.
+
+#include "bus/EventServerState.h"
+
+#include <algorithm>
+#include <new>
+
+namespace Telvane
+{
+
+EventServerStatistics EventServer::Statistics() const
+{
+    const ServerCounters& counters = m_state->counters;
+    EventServerStatistics statistics;
+    statistics.received = counters.received;
+    statistics.dispatched = counters.dispatched;
+    statistics.tooLarge = counters.tooLarge;
+    statistics.notJson = counters.notJson;
+    statistics.withoutPayload = counters.withoutPayload;
+    statistics.unknownChannel = counters.unknownChannel;
+    statistics.outOfMemory = counters.outOfMemory;
+    statistics.relayed = counters.relayed;
+    statistics.relaysFailed = counters.relaysFailed;
+    statistics.relaysTooLarge = counters.relaysTooLarge;
+    statistics.connectionsRefused = counters.connectionsRefused;
+    statistics.subscriptionsRefused = counters.subscriptionsRefused;
+    return statistics;
+}
+
+namespace
+{
+
+/// A subscription as it stands under the lock; its channel's name stays where it is.
+struct Snapshot
+{
+    const Channel::Entry* channel;
+    Delivery delivery;
+};
+
+EventServerSubscriptionStatus statusOf(const Snapshot& snapshot)
+{
+    return {snapshot.channel->first, snapshot.delivery.relayed, snapshot.delivery.missed,
+            snapshot.delivery.lastError};
+}
+
+} // namespace
+
+std::vector<EventServerClientStatus> EventServer::Clients() const
+{
+    try {
+        return m_state->clients();
+    } catch (const std::bad_alloc&) {
+        return {};
+    }
+}
+
+std::vector<EventServerClientStatus> EventServer::State::clients()
+{
+    std::vector<EventServerClientStatus> all;
+    std::vector<Snapshot> snapshots;
+    // While this lock is held no descriptor is closed.
+    const std::lock_guard<std::mutex> connectionsGuard(connectionsLock);
+    all.reserve(connections.size());
+    for (const auto& connection : connections) {
+        const int client = connection.first;
+        Peer peer;
+        identifyPeer(client, peer);
+        snapshots.clear();
+        {
+            const std::lock_guard<std::mutex> guard(subscribersLock);
+            if (const auto found = subscriptions.find(client); found != subscriptions.end()) {
+                snapshots.reserve(found->second.size());
+                for (const Subscription& subscription : found->second) {
+                    snapshots.push_back({subscription.channel, *subscription.delivery});
+                }
+            }
+        }
+        EventServerClientStatus& status = all.emplace_back();
+        status.descriptor = client;
+        status.process = peer.process;
+        status.user = peer.user;
+        status.group = peer.group;
+        status.bytesBehind = bytesUnread(client);
+        status.subscriptions.reserve(snapshots.size());
+        std::transform(snapshots.begin(), snapshots.end(), std::back_inserter(status.subscriptions),
+                       &statusOf);
+    }
+    return all;
+}
+
+std::vector<EventServerChannelStatus> EventServer::Channels() const
+{
+    std::vector<EventServerChannelStatus> all;
+    try {
+        const Channel::Entry* entry = m_state->newestChannel;
+        for (; entry != nullptr; entry = entry->second.older) {
+            const Channel& channel = entry->second;
+            EventServerChannelStatus& status = all.emplace_back();
+            status.name = entry->first;
+            status.subscribers = channel.subscriberCount;
+            status.publications = channel.publications;
+            status.bytes = channel.bytes;
+            status.missed = channel.missed;
+            status.lastSequence = channel.lastSequence;
+        }
+    } catch (const std::bad_alloc&) {
+        return {};
+    }
+    std::sort(all.begin(), all.end(),
+              [](const auto& left, const auto& right) { return left.name < right.name; });
+    return all;
+}
+
+} // namespace Telvane

@@ -1,0 +1,133 @@
+// Keys and borrowed texts are referenced, not copied: a message's tree lives shorter than they do.
+
+#include "transport/Envelope.h"
+
+#include <utility>
+
+namespace Telvane
+{
+
+namespace
+{
+
+bool add(const JsonTree& object, const char* key, cJSON* item)
+{
+    JsonTree owned(item);
+    if (item == nullptr || cJSON_AddItemToObjectCS(object.get(), key, item) == 0) {
+        return false;
+    }
+    owned.release();
+    return true;
+}
+
+bool addText(const JsonTree& object, const char* key, const char* text)
+{
+    return add(object, key, cJSON_CreateStringReference(text));
+}
+
+JsonTree complete(JsonTree tree, bool everythingAdded)
+{
+    return everythingAdded ? std::move(tree) : nullptr;
+}
+
+JsonTree makeChannelPayload(const std::string& channel)
+{
+    JsonTree payload(cJSON_CreateObject());
+    const bool added = addText(payload, "channel", channel.c_str());
+    return complete(std::move(payload), added);
+}
+
+} // namespace
+
+JsonTree makePublication(const char* channel, JsonTree payload)
+{
+    JsonTree message(cJSON_CreateObject());
+    const bool added = addText(message, "header", channel) && add(message, "payload", payload.release());
+    return complete(std::move(message), added);
+}
+
+bool RelayEnvelope::build()
+{
+    JsonTree message(cJSON_CreateObject());
+    const bool added = addText(message, "header", "") && add(message, "sequence", cJSON_CreateNumber(0)) &&
+                       add(message, "payload", cJSON_CreateObjectReference(nullptr));
+    if (!added) {
+        return false;
+    }
+    m_message = std::move(message);
+    m_header = m_message->child;
+    m_sequence = m_header->next;
+    m_payload = m_sequence->next;
+    return true;
+}
+
+cJSON* RelayEnvelope::wrap(const std::string& channel, int sequence, cJSON* payload)
+{
+    if (m_message == nullptr && !build()) {
+        return nullptr;
+    }
+    m_header->valuestring = const_cast<char*>(channel.c_str()); // a reference: neither changed nor freed
+    // The number may have been readied for the printer the time before.
+    m_sequence->type = cJSON_Number | cJSON_StringIsConst;
+    m_sequence->valuestring = nullptr;
+    cJSON_SetNumberHelper(m_sequence, sequence);
+    // Whatever the payload is, this node is it by reference.
+    m_payload->type = (payload->type & 0xFF) | cJSON_IsReference | cJSON_StringIsConst;
+    m_payload->child = payload->child;
+    m_payload->valuestring = payload->valuestring;
+    m_payload->valueint = payload->valueint;
+    m_payload->valuedouble = payload->valuedouble;
+    return m_message.get();
+}
+
+JsonTree makeSubscribeRequest(const std::string& channel)
+{
+    return makePublication(kSubscribeHeader, makeChannelPayload(channel));
+}
+
+JsonTree makeUnsubscribeRequest(const std::string& channel)
+{
+    // The keys stand the other way round from every other message with a payload.
+    JsonTree message(cJSON_CreateObject());
+    const bool added = add(message, "payload", makeChannelPayload(channel).release()) &&
+                       addText(message, "header", kUnsubscribeHeader);
+    return complete(std::move(message), added);
+}
+
+JsonTree makeResponse(const char* header, bool success, const char* channel)
+{
+    JsonTree message(cJSON_CreateObject());
+    const bool added = addText(message, "header", header) &&
+                       add(message, "success", cJSON_CreateBool(success ? 1 : 0)) &&
+                       addText(message, "channel", channel);
+    return complete(std::move(message), added);
+}
+
+const char* headerOf(const cJSON* message)
+{
+    const char* const header = cJSON_GetStringValue(cJSON_GetObjectItem(message, "header"));
+    return header != nullptr ? header : "";
+}
+
+cJSON* payloadOf(const cJSON* message)
+{
+    return cJSON_GetObjectItem(message, "payload");
+}
+
+int sequenceOf(const cJSON* message)
+{
+    const cJSON* const sequence = cJSON_GetObjectItem(message, "sequence");
+    return cJSON_IsNumber(sequence) != 0 ? sequence->valueint : 0;
+}
+
+const char* channelOf(const cJSON* object)
+{
+    return cJSON_GetStringValue(cJSON_GetObjectItem(object, "channel"));
+}
+
+bool isSuccess(const cJSON* response)
+{
+    return cJSON_IsTrue(cJSON_GetObjectItem(response, "success")) != 0;
+}
+
+} // namespace Telvane

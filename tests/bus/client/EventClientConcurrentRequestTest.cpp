@@ -1,0 +1,128 @@
+// Requests on one channel by several threads of one client, and what the application does with that channel in
+// the meantime: nobody may be handed what belongs to a request that is over.
+
+#include <Telvane/WeldRecords.h>
+
+#include "helpers/BusTestSupport.h"
+
+#include <cerrno>
+
+namespace Telvane
+{
+namespace
+{
+
+using namespace Testing;
+
+constexpr const char* kAmps = R"({"Unit":"A","Value":176})";
+
+class ConcurrentRequests : public ClientOfRawServer
+{
+protected:
+    /// Begins a request, and returns when it waits for its answer.
+    std::future<int> ask(UnitValuePair& answer)
+    {
+        std::future<int> result = begin([this, &answer] { return client.Request("Amps", answer, 1); });
+        grantSubscription("Amps");
+        EXPECT_EQ(peer.receive(), printedPublication("req_Amps"));
+        return result;
+    }
+    void subscribeToAmps() { subscribe("Amps", recordingTo(receptions), UnitValuePair()); }
+
+    void expectSubscribed()
+    {
+        expectNothingElseSent();
+        peer.send(relay("Amps", 100, kAmps));
+        EXPECT_EQ(receptions.take().sequence, 100);
+        EXPECT_TRUE(receptions.empty());
+    }
+    void expectNotSubscribed()
+    {
+        EXPECT_EQ(client.Unsubscribe("Amps"), -EINVAL);
+        expectNothingElseSent();
+    }
+
+    UnitValuePair first;
+    UnitValuePair second;
+    Receptions receptions;
+};
+
+TEST_F(ConcurrentRequests, AllTakeTheAnswerAndTheLastOneUnsubscribes)
+{
+    std::future<int> firstResult = ask(first);
+    std::future<int> secondResult = ask(second);
+    peer.send(relay("Amps", 1, kAmps));
+    grantUnsubscription("Amps");
+    EXPECT_EQ(firstResult.get(), 0);
+    EXPECT_EQ(secondResult.get(), 0);
+    EXPECT_EQ(first.Value, 176);
+    EXPECT_EQ(second.Value, 176);
+    expectNotSubscribed();
+}
+
+TEST_F(ConcurrentRequests, AllTimeOutAndTheLastOneUnsubscribes)
+{
+    std::future<int> firstResult = ask(first);
+    std::future<int> secondResult = ask(second);
+    grantUnsubscription("Amps");
+    EXPECT_EQ(firstResult.get(), -ETIMEDOUT);
+    EXPECT_EQ(secondResult.get(), -ETIMEDOUT);
+    expectNotSubscribed();
+}
+
+TEST_F(ConcurrentRequests, RestoreTheSubscriptionThatTheyStandBefore)
+{
+    subscribeToAmps();
+    std::future<int> firstResult = ask(first);
+    std::future<int> secondResult = ask(second);
+    peer.send(relay("Amps", 1, kAmps));
+    EXPECT_EQ(firstResult.get(), 0);
+    EXPECT_EQ(secondResult.get(), 0);
+    EXPECT_TRUE(receptions.empty());
+    expectSubscribed();
+}
+
+TEST_F(ConcurrentRequests, CountAnAnswerWithoutPayloadOnce)
+{
+    std::future<int> firstResult = ask(first);
+    std::future<int> secondResult = ask(second);
+    peer.send(R"({"header":"Amps","sequence":1})");
+    peer.send(relay("Amps", 2, kAmps));
+    grantUnsubscription("Amps");
+    EXPECT_EQ(firstResult.get(), 0);
+    EXPECT_EQ(secondResult.get(), 0);
+    EXPECT_EQ(client.Statistics().undecodable, 1U);
+}
+
+TEST_F(ConcurrentRequests, LeaveASubscriptionInForceThatIsMadeWhileTheyWait)
+{
+    std::future<int> result = ask(first);
+    subscribeToAmps();
+    EXPECT_EQ(result.get(), -ETIMEDOUT);
+    expectSubscribed();
+}
+
+TEST_F(ConcurrentRequests, LeaveASubscriptionInForceThatIsMadeWhileTheyUnsubscribe)
+{
+    std::future<int> result = ask(first);
+    peer.send(relay("Amps", 1, kAmps));
+    EXPECT_EQ(peer.receive(), printedUnsubscribeRequest("Amps"));
+    subscribeToAmps();
+    peer.send(response(".unsubscribe", true, "Amps"));
+    EXPECT_EQ(result.get(), 0);
+    expectSubscribed();
+}
+
+TEST_F(ConcurrentRequests, LeaveAChannelAloneThatIsUnsubscribedWhileTheyWait)
+{
+    subscribeToAmps();
+    std::future<int> result = ask(first);
+    std::future<int> unsubscribed = begin([this] { return client.Unsubscribe("Amps"); });
+    grantUnsubscription("Amps");
+    EXPECT_EQ(unsubscribed.get(), 0);
+    EXPECT_EQ(result.get(), -ETIMEDOUT);
+    expectNotSubscribed();
+}
+
+} // namespace
+} // namespace Telvane

@@ -1,0 +1,74 @@
+// What becomes of a request, and of a server's probe, when the system does less than asked.
+
+#include <Telvane/EventClientSynchronizer.h>
+#include <Telvane/WeldRecords.h>
+
+#include "helpers/BusTestSupport.h"
+#include "helpers/FaultInjection.h"
+
+namespace Telvane
+{
+namespace
+{
+
+using namespace Testing;
+
+/// Cuts one message to a few bytes. The messages that pass are those of the test's own socket, too.
+FaultScript cutAfterPassing(int messages)
+{
+    return {Call::Send, Caller::Application, 0, messages, 1, 7};
+}
+
+class RequestWithFault : public ClientOfRawServer
+{
+protected:
+    LogData record;
+};
+
+TEST_F(RequestWithFault, AsksEvenWhenItsSubscribeRequestWasCut)
+{
+    const Fault fault(cutAfterPassing(0));
+    std::future<int> result = begin([&] { return client.Request("C", record, 1); });
+    EXPECT_EQ(peer.receive(), printedSubscribeRequest("C").substr(0, 7));
+    EXPECT_EQ(peer.receive(), printedPublication("req_C"));
+    peer.send(relay("C", 1, R"({"log":"answer"})"));
+    grantUnsubscription("C");
+    EXPECT_EQ(result.get(), 0);
+    EXPECT_EQ(record.log, "answer");
+}
+
+TEST_F(RequestWithFault, OfASynchronizerEndsWithoutAReplyWhenItsQuestionWasCut)
+{
+    EventClientSynchronizer synchronizer;
+    const Fault fault(cutAfterPassing(2));
+    std::future<int> result = begin([&] { return synchronizer.Request(client, "C", record, 40); });
+    grantSubscription("C");
+    EXPECT_EQ(peer.receive(), printedPublication("req_C").substr(0, 7));
+    grantUnsubscription("C");
+    EXPECT_EQ(result.get(), 0);
+    EXPECT_EQ(record.log, "");
+}
+
+TEST_F(RequestWithFault, OfASynchronizerAsksEvenWhenItsSubscribeRequestWasCut)
+{
+    EventClientSynchronizer synchronizer;
+    const Fault fault(cutAfterPassing(0));
+    std::future<int> result = begin([&] { return synchronizer.Request(client, "C", record, 0); });
+    EXPECT_EQ(peer.receive(), printedSubscribeRequest("C").substr(0, 7));
+    EXPECT_EQ(peer.receive(), printedPublication("req_C"));
+    EXPECT_EQ(result.get(), -EINVAL) << "there is no subscription that could be ended";
+}
+
+TEST(EventServerProbe, ThatFindsTheAddressInUseFindsALiveServer)
+{
+    const TemporaryDirectory directory;
+    const std::string path = directory.path("bus");
+    RawServer(path).close();
+    EventServer server;
+    const Fault fault({Call::Connect, Caller::Application, EADDRINUSE});
+    EXPECT_EQ(server.Start(path), -EADDRINUSE);
+    EXPECT_TRUE(std::filesystem::is_socket(path));
+}
+
+} // namespace
+} // namespace Telvane

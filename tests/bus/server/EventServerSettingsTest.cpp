@@ -1,0 +1,65 @@
+// What a server can be told of its threads' stacks and its clients' buffers.
+
+#include "helpers/BusTestSupport.h"
+
+#include <cerrno>
+
+namespace Telvane
+{
+namespace
+{
+
+using namespace Testing;
+
+constexpr std::size_t kSmallestStack = std::size_t{256} * 1024;
+
+TEST(EventServerThreadStackSize, IsRefusedWhenTheDeepestMessageWouldNotFit)
+{
+    EventServer server;
+    EXPECT_EQ(server.SetThreadStackSize(0), -EINVAL);
+    EXPECT_EQ(server.SetThreadStackSize(kSmallestStack - 1), -EINVAL);
+    EXPECT_EQ(server.SetThreadStackSize(kSmallestStack), 0);
+}
+
+// Sanitizers put records of their own on every stack, larger than the stack's usual size.
+#if !defined(__SANITIZE_THREAD__) && !defined(__SANITIZE_ADDRESS__)
+TEST(EventServerThreadStackSize, BearsTheDeepestMessageAtItsSmallest)
+{
+    RunningServer running([](EventServer& server) { server.SetThreadStackSize(kSmallestStack); });
+    const RawPeer peer = running.connect();
+    subscribe(peer, "C");
+    // With the message around it, nested as deep as the JSON library reads.
+    constexpr std::size_t kDepth = 998;
+    for (const auto& [open, close] : {std::pair<const char*, char>{"[", ']'}, {R"({"a":)", '}'}}) {
+        std::string nest;
+        for (std::size_t depth = 0; depth < kDepth; ++depth) {
+            nest += open;
+        }
+        peer.send(publication("C", nest + "1" + std::string(kDepth, close)));
+        EXPECT_NE(peer.receive().find("\"C\""), std::string::npos);
+    }
+    EXPECT_EQ(running.server.Statistics().dispatched, 3U);
+}
+#endif
+
+TEST(EventServerSubscriberSendBuffer, IsRefusedWhenItIsNegative)
+{
+    EventServer server;
+    EXPECT_EQ(server.SetSubscriberSendBuffer(-1), -EINVAL);
+    EXPECT_EQ(server.SetSubscriberSendBuffer(0), 0);
+}
+
+TEST(EventServerSubscriberSendBuffer, IsWhatTheKernelGrantsToWhoeverConnectsNext)
+{
+    RunningServer running;
+    EXPECT_EQ(running.server.GrantedSubscriberSendBuffer(), 0);
+    const RawPeer first = running.connect();
+    ASSERT_TRUE(eventually([&] { return running.server.GrantedSubscriberSendBuffer() != 0; }));
+    const int usual = running.server.GrantedSubscriberSendBuffer();
+    ASSERT_EQ(running.server.SetSubscriberSendBuffer(usual / 4), 0);
+    const RawPeer second = running.connect();
+    EXPECT_TRUE(eventually([&] { return running.server.GrantedSubscriberSendBuffer() == usual / 4; }));
+}
+
+} // namespace
+} // namespace Telvane

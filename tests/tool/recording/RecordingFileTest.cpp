@@ -1,0 +1,205 @@
+// Writing recordings into files and reading them again.
+
+#include "common/cli/ExitCodes.h"
+#include "helpers/ToolTestFiles.h"
+#include "recording/RecordingReader.h"
+#include "recording/RecordingWriter.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <vector>
+
+namespace TelvaneTool
+{
+namespace
+{
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+const RecordingHeader kHeader = {1'704'164'645 * kSecond, "/run/bus", {"LogData"}, 1};
+
+std::string lineOf(Nanoseconds time, const std::string& log)
+{
+    std::string line;
+    appendMessage(line, {time, "LogData", 1, R"({"log":")" + log + R"("})"});
+    return line;
+}
+
+std::string contents(const std::string& path)
+{
+    std::ostringstream text;
+    text << std::ifstream(path, std::ios::binary).rdbuf();
+    return text.str();
+}
+
+std::vector<Nanoseconds> timesOf(RecordingReader& reader)
+{
+    std::vector<Nanoseconds> times;
+    RecordedMessage message;
+    while (reader.next(message)) {
+        times.push_back(message.time);
+    }
+    return times;
+}
+
+std::vector<Nanoseconds> timesOf(const std::string& path)
+{
+    RecordingReader reader;
+    EXPECT_TRUE(reader.open(path));
+    return timesOf(reader);
+}
+
+RecordingWriter::Settings settingsFor(const std::string& path)
+{
+    RecordingWriter::Settings settings;
+    settings.path = path;
+    return settings;
+}
+
+TEST(RecordingWriter, WritesWhatAReaderReads)
+{
+    const TestDirectory directory;
+    RecordingWriter writer(settingsFor(directory.path("a.jsonl")));
+    ASSERT_TRUE(writer.open(kHeader));
+    EXPECT_TRUE(writer.add(lineOf(1, "x"), 1));
+    EXPECT_TRUE(writer.add(lineOf(2, "y"), 2));
+    EXPECT_TRUE(writer.close());
+    EXPECT_EQ(contents(directory.path("a.jsonl")), printHeader(kHeader) + lineOf(1, "x") + lineOf(2, "y"));
+    EXPECT_THAT(timesOf(directory.path("a.jsonl")), ElementsAre(1, 2));
+}
+
+TEST(RecordingWriter, HasWrittenTheHeaderWhenItIsOpenAndLinesWhenItIsFlushed)
+{
+    const TestDirectory directory;
+    RecordingWriter writer(settingsFor(directory.path("a.jsonl")));
+    ASSERT_TRUE(writer.open(kHeader));
+    EXPECT_EQ(contents(directory.path("a.jsonl")), printHeader(kHeader));
+    EXPECT_TRUE(writer.add(lineOf(1, "x"), 1));
+    EXPECT_TRUE(writer.flush());
+    EXPECT_EQ(contents(directory.path("a.jsonl")), printHeader(kHeader) + lineOf(1, "x"));
+}
+
+TEST(RecordingWriter, LeavesAFileAloneUnlessItMayReplaceIt)
+{
+    const TestDirectory directory;
+    RecordingWriter::Settings settings = settingsFor(directory.write("a.jsonl", "precious"));
+    EXPECT_FALSE(RecordingWriter(settings).open(kHeader));
+    EXPECT_EQ(contents(settings.path), "precious");
+    settings.replace = true;
+    EXPECT_TRUE(RecordingWriter(settings).open(kHeader));
+    EXPECT_EQ(contents(settings.path), printHeader(kHeader));
+}
+
+TEST(RecordingWriter, BeginsANewFileWhenTheSizeIsReached)
+{
+    const TestDirectory directory;
+    RecordingWriter::Settings settings = settingsFor(directory.path("a.b/weld.jsonl"));
+    std::filesystem::create_directory(directory.path("a.b"));
+    settings.numbered = true;
+    settings.splitSize = printHeader(kHeader).size() + 2 * lineOf(1, "x").size();
+    RecordingWriter writer(settings);
+    ASSERT_TRUE(writer.open(kHeader));
+    for (Nanoseconds time = 1; time <= 5; ++time) {
+        EXPECT_TRUE(writer.add(lineOf(time, "x"), time));
+    }
+    EXPECT_TRUE(writer.close());
+    EXPECT_EQ(writer.files(), 3);
+    EXPECT_THAT(timesOf(directory.path("a.b/weld-0001.jsonl")), ElementsAre(1, 2));
+    EXPECT_THAT(timesOf(directory.path("a.b/weld-0002.jsonl")), ElementsAre(3, 4));
+    RecordingReader last;
+    ASSERT_TRUE(last.open(directory.path("a.b/weld-0003.jsonl")));
+    EXPECT_EQ(last.header().part, 3);
+    EXPECT_EQ(last.header().started, kHeader.started);
+    EXPECT_THAT(timesOf(last), ElementsAre(5));
+}
+
+TEST(RecordingWriter, BeginsANewFileWhenTheTimeIsReached)
+{
+    const TestDirectory directory;
+    RecordingWriter::Settings settings = settingsFor(directory.path("weld"));
+    settings.numbered = true;
+    settings.splitAfter = kSecond;
+    RecordingWriter writer(settings);
+    ASSERT_TRUE(writer.open(kHeader));
+    for (const Nanoseconds time : {5 * kSecond, 6 * kSecond - 1, 6 * kSecond}) {
+        EXPECT_TRUE(writer.add(lineOf(time, "x"), time));
+    }
+    EXPECT_TRUE(writer.close());
+    EXPECT_THAT(timesOf(directory.path("weld-0001")), ElementsAre(5 * kSecond, 6 * kSecond - 1));
+    EXPECT_THAT(timesOf(directory.path("weld-0002")), ElementsAre(6 * kSecond));
+}
+
+TEST(RecordingWriter, GoesOnBehindTheNumbersThatAreThere)
+{
+    const TestDirectory directory;
+    directory.write("weld-0001.jsonl", "precious");
+    RecordingWriter::Settings settings = settingsFor(directory.path("weld.jsonl"));
+    settings.numbered = true;
+    RecordingWriter writer(settings);
+    ASSERT_TRUE(writer.open(kHeader));
+    EXPECT_EQ(writer.currentPath(), directory.path("weld-0002.jsonl"));
+    EXPECT_EQ(contents(directory.path("weld-0001.jsonl")), "precious");
+}
+
+TEST(RecordingWriter, TellsThatAFileCannotBeWritten)
+{
+    EXPECT_FALSE(RecordingWriter(settingsFor("/nowhere/a.jsonl")).open(kHeader));
+    RecordingWriter::Settings settings = settingsFor("/dev/full");
+    settings.replace = true;
+    EXPECT_FALSE(RecordingWriter(settings).open(kHeader));
+}
+
+TEST(RecordingReader, UsesAllBeforeATornEnd)
+{
+    const TestDirectory directory;
+    const std::string whole = printHeader(kHeader) + lineOf(1, "x");
+    const std::string torn = lineOf(2, "y").substr(0, 20);
+    RecordingReader reader;
+    ASSERT_TRUE(reader.open(directory.write("a.jsonl", whole + torn)));
+    EXPECT_THAT(timesOf(reader), ElementsAre(1));
+    EXPECT_EQ(reader.tornBytes(), torn.size());
+    EXPECT_EQ(reader.damagedLines(), 0U);
+    EXPECT_EQ(reader.finish(), kSuccess);
+}
+
+TEST(RecordingReader, TakesALastLineThatLacksNothingButItsEnd)
+{
+    const TestDirectory directory;
+    std::string text = printHeader(kHeader) + lineOf(1, "x");
+    text.pop_back();
+    RecordingReader reader;
+    ASSERT_TRUE(reader.open(directory.write("a.jsonl", text)));
+    EXPECT_THAT(timesOf(reader), ElementsAre(1));
+    EXPECT_EQ(reader.tornBytes(), 0U);
+}
+
+TEST(RecordingReader, PassesOverDamagedLines)
+{
+    const TestDirectory directory;
+    RecordingReader reader;
+    ASSERT_TRUE(reader.open(directory.write("a.jsonl", printHeader(kHeader) + "rubbish\n\n" + lineOf(1, "x") +
+                                                           std::string(5, '\0') + "\n" + lineOf(2, "y"))));
+    EXPECT_THAT(timesOf(reader), ElementsAre(1, 2));
+    EXPECT_EQ(reader.damagedLines(), 2U);
+    EXPECT_EQ(reader.finish(), kWrongInput);
+}
+
+TEST(RecordingReader, RefusesWhatIsNoRecording)
+{
+    const TestDirectory directory;
+    EXPECT_FALSE(RecordingReader().open(directory.path("missing")));
+    EXPECT_FALSE(RecordingReader().open(directory.write("empty", "")));
+    EXPECT_FALSE(RecordingReader().open(directory.write("csv", "a,b\n1,2\n")));
+}
+
+TEST(RecordingReader, ReadsARecordingWithoutRecords)
+{
+    const TestDirectory directory;
+    EXPECT_THAT(timesOf(directory.write("a.jsonl", printHeader(kHeader))), IsEmpty());
+}
+
+} // namespace
+} // namespace TelvaneTool

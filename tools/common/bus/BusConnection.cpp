@@ -1,0 +1,360 @@
+// Where a command could hang, and what ends it:
+// - connecting to a server that is stopped: the watchman ends the process;
+// - Publish() to a server that died: the client tells of the loss, and Disconnect() releases it;
+// - Publish() to a server that is stopped: waits, as it should; after a signal the watchman disconnects;
+// - Subscribe() when the server dies: returns by itself after a second, unless the watchman is quicker;
+// - reading an input that says nothing: awaitInput() looks for the end of the session, too;
+// - writing to a pipe that nobody empties: waits, as it should; after a signal the watchman ends the process.
+
+#include "common/bus/BusConnection.h"
+
+#include "common/cli/ExitCodes.h"
+#include "common/cli/Messages.h"
+#include "common/cli/Signals.h"
+#include "common/cli/Terminal.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace TelvaneTool
+{
+
+namespace
+{
+
+constexpr Nanoseconds kConnectLimit = 900 * kMillisecond;
+constexpr Nanoseconds kReleaseAfter = 200 * kMillisecond; ///< of a stop: a send that hangs is ended
+constexpr Nanoseconds kGiveUpAfter = 700 * kMillisecond;  ///< of a stop: the process is ended
+constexpr std::size_t kLongestPath = sizeof(sockaddr_un::sun_path) - 1;
+
+/// Why nobody answers on a path: the client only says that it is so.
+int probe(const std::string& path)
+{
+    const int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    if (fd < 0) {
+        return errno;
+    }
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
+    const int result = connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    const int error = result != 0 ? errno : 0;
+    close(fd);
+    return error;
+}
+
+} // namespace
+
+BusConnection::BusConnection(Output output, Interruption interruption)
+    : m_output(output),
+      m_interruption(interruption),
+      m_signals(openSignals()),
+      m_nudge(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
+      m_stopEvent(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
+{
+    m_client.install_OnConnectionLost([this](Telvane::EventClient&) {
+        stop(Stop::ConnectionLost);
+        tryDisconnect();
+    });
+    m_watchdog = std::thread([this] { watch(); });
+}
+
+BusConnection::~BusConnection()
+{
+    disconnect();
+    m_finished = true;
+    wakeWatchdog();
+    m_watchdog.join();
+    close(m_signals);
+    close(m_nudge);
+    close(m_stopEvent);
+}
+
+int BusConnection::connect(const std::string& path, double wait)
+{
+    m_path = path;
+    m_wait = wait;
+    if (path.empty() || path.size() > kLongestPath) {
+        printError("\"" + path + "\" cannot be a socket: its path must have 1 to " +
+                   std::to_string(kLongestPath) + " characters");
+        return kWrongUsage;
+    }
+    const Nanoseconds deadline = monotonicNow() + nanoseconds(wait);
+    for (;;) {
+        m_connectTime = monotonicNow();
+        wakeWatchdog();
+        const int result = m_client.Connect(path);
+        m_connectTime = 0;
+        if (result == 0) {
+            return kSuccess;
+        }
+        const Nanoseconds now = monotonicNow();
+        if (now >= deadline) {
+            complainAboutConnect();
+            return kBusFailure;
+        }
+        if (!sleepUntil(std::min(deadline, now + 20 * kMillisecond))) {
+            return kBusFailure;
+        }
+    }
+}
+
+void BusConnection::complainAboutConnect() const
+{
+    const std::string attempt = "cannot connect to " + m_path + ": ";
+    const int error = probe(m_path);
+    switch (error) {
+    case ENOENT:
+        printError(attempt + "there is no such socket; start a server with: telvane serve " + m_path);
+        break;
+    case ECONNREFUSED:
+        printError(attempt + "nobody serves it any more; start a server with: telvane serve " + m_path);
+        break;
+    case EACCES:
+        printError(attempt + "permission denied; the server's --mode decides who may connect");
+        break;
+    case ENOTSOCK:
+    case EPROTOTYPE:
+        printError(attempt + "it is not the socket of an event server");
+        break;
+    default:
+        printError(attempt + (error != 0 ? std::strerror(error) : "the server refused"));
+    }
+}
+
+int BusConnection::subscribe(const std::string& channel, const Telvane::TelvaneDataTypeBase& prototype,
+                             Telvane::EventClient::Callback callback)
+{
+    const int result = m_client.Subscribe(channel, std::move(callback), prototype, nullptr);
+    if (result == 0 || stopping()) {
+        return kSuccess;
+    }
+    const std::string attempt = "cannot subscribe to \"" + channel + "\" on " + m_path + ": ";
+    if (result == -1) {
+        printError(attempt + "the server refused; names of channels have letters and underscores only");
+    } else if (result == -ETIMEDOUT) {
+        printError(attempt + "the server does not answer");
+    } else {
+        printError(attempt + "result " + std::to_string(result));
+    }
+    return kBusFailure;
+}
+
+bool BusConnection::publish(const std::string& channel, Telvane::TelvaneDataTypeBase& record)
+{
+    const int result = m_client.Publish(channel, record);
+    if (result != 0 && !stopping() && result != -ENOTCONN) {
+        printError("cannot publish on \"" + channel + "\": result " + std::to_string(result));
+    }
+    return result == 0;
+}
+
+bool BusConnection::write(std::string_view data)
+{
+    const int error = writeFully(STDOUT_FILENO, data);
+    if (error != 0) {
+        m_outputError = error;
+        stop(error == EPIPE ? Stop::OutputClosed : Stop::OutputFailed);
+    }
+    return error == 0;
+}
+
+void BusConnection::stop(Stop reason)
+{
+    // In this order: the watchman counts from the time as soon as it sees the reason.
+    Nanoseconds unset = 0;
+    m_stopTime.compare_exchange_strong(unset, monotonicNow());
+    Stop expected = Stop::None;
+    if (m_stop.compare_exchange_strong(expected, reason)) {
+        eventfd_write(m_stopEvent, 1);
+        wakeWatchdog();
+        wake();
+    }
+}
+
+void BusConnection::wake()
+{
+    {
+        const std::lock_guard<std::mutex> guard(m_lock);
+        ++m_wakes;
+    }
+    m_condition.notify_all();
+}
+
+void BusConnection::wakeWatchdog() const
+{
+    eventfd_write(m_nudge, 1);
+}
+
+void BusConnection::waitOnce(std::unique_lock<std::mutex>& guard, Nanoseconds deadline)
+{
+    // A deadline decades away is more than a time_t of 32 bits can name: the wait would return at once, for
+    // ever.
+    constexpr Nanoseconds kLongestWait = 3600 * kSecond;
+    if (deadline < 0) {
+        m_condition.wait(guard);
+    } else {
+        using Clock = std::chrono::steady_clock;
+        const Nanoseconds until = std::min(deadline, monotonicNow() + kLongestWait);
+        m_condition.wait_until(guard, Clock::time_point(std::chrono::nanoseconds(until)));
+    }
+}
+
+bool BusConnection::awaitInput(int fd) const
+{
+    pollfd watched[] = {{fd, POLLIN, 0}, {m_stopEvent, POLLIN, 0}};
+    while (poll(watched, 2, -1) < 0 && errno == EINTR) {
+    }
+    return !stopping();
+}
+
+bool BusConnection::sleepUntil(Nanoseconds deadline)
+{
+    constexpr Nanoseconds kUnheard = 50 * kMillisecond; ///< longest time without looking for an end
+    const Nanoseconds left = deadline - monotonicNow();
+    if (left > kUnheard) {
+        waitFor([] { return false; }, deadline - kUnheard / 2);
+    }
+    if (left > 0 && !stopping()) {
+        const timespec until = {static_cast<time_t>(deadline / kSecond),
+                                static_cast<long>(deadline % kSecond)};
+        while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr) == EINTR) {
+        }
+    }
+    return !stopping();
+}
+
+void BusConnection::watch()
+{
+    pollfd watched[] = {{m_signals, POLLIN, 0}, {m_nudge, POLLIN, 0}, {STDOUT_FILENO, 0, 0}};
+    const nfds_t count = m_output == Output::Data ? 3 : 2;
+    while (!m_finished) {
+        const Nanoseconds timeout = watchTimeout();
+        // A closed reader shows as an error on every look, so it is only looked for until it has.
+        const int ready = poll(watched, stopping() ? 2 : count,
+                               timeout < 0 ? -1 : static_cast<int>(timeout / kMillisecond) + 1);
+        if (ready < 0) {
+            continue;
+        }
+        if ((watched[0].revents & POLLIN) != 0) {
+            takeSignal();
+        }
+        if ((watched[1].revents & POLLIN) != 0) {
+            eventfd_t ignored = 0;
+            eventfd_read(m_nudge, &ignored);
+        }
+        if (count == 3 && (watched[2].revents & (POLLERR | POLLHUP)) != 0) {
+            stop(Stop::OutputClosed);
+        }
+        watched[2].revents = 0;
+
+        const Nanoseconds now = monotonicNow();
+        const Nanoseconds connecting = m_connectTime;
+        if (connecting != 0 && now - connecting >= kConnectLimit && !m_finished) {
+            restoreTerminal();
+            printError("cannot connect to " + m_path + ": the server does not accept connections");
+            _exit(kBusFailure);
+        }
+        if (stopping() && now - m_stopTime >= kReleaseAfter) {
+            tryDisconnect();
+        }
+        if (stopping() && now - m_stopTime >= kGiveUpAfter && !m_finished) {
+            restoreTerminal();
+            complainAboutStop();
+            _exit(stopCode());
+        }
+    }
+}
+
+Nanoseconds BusConnection::watchTimeout() const
+{
+    const Nanoseconds now = monotonicNow();
+    const Nanoseconds connecting = m_connectTime;
+    if (stopping()) {
+        const Nanoseconds stopped = now - m_stopTime;
+        return std::max<Nanoseconds>(0, (stopped < kReleaseAfter ? kReleaseAfter : kGiveUpAfter) - stopped);
+    }
+    return connecting != 0 ? std::max<Nanoseconds>(0, connecting + kConnectLimit - now) : -1;
+}
+
+void BusConnection::takeSignal()
+{
+    const int signal = readSignal(m_signals);
+    if (signal == 0) {
+        return;
+    }
+    if (m_signal.exchange(signal) != 0) {
+        restoreTerminal();
+        _exit(kSignalBase + signal); // asked twice, the user does not want to wait
+    }
+    stop(Stop::Interrupted);
+}
+
+void BusConnection::disconnect()
+{
+    const std::lock_guard<std::mutex> guard(m_disconnecting);
+    m_client.Disconnect();
+}
+
+void BusConnection::tryDisconnect()
+{
+    // Whoever has the lock is disconnecting, and may wait for this very thread.
+    const std::unique_lock<std::mutex> guard(m_disconnecting, std::try_to_lock);
+    if (guard.owns_lock()) {
+        m_client.Disconnect();
+    }
+}
+
+int BusConnection::finish(int result)
+{
+    disconnect(); // what the callbacks use may go away before the session does
+    if (!stopping()) {
+        return result;
+    }
+    complainAboutStop();
+    return stopCode();
+}
+
+void BusConnection::complainAboutStop()
+{
+    if (m_complained.exchange(true)) {
+        return;
+    }
+    switch (m_stop) {
+    case Stop::ConnectionLost:
+        printError("the server at " + m_path + " has gone away");
+        break;
+    case Stop::OutputFailed:
+        printError(std::string("cannot write to standard output: ") + std::strerror(m_outputError));
+        break;
+    default:
+        break;
+    }
+}
+
+int BusConnection::stopCode() const
+{
+    switch (m_stop) {
+    case Stop::ConnectionLost:
+        return kBusFailure;
+    case Stop::OutputClosed:
+        return kOutputClosed;
+    case Stop::OutputFailed:
+        return kOutputFailure;
+    case Stop::Interrupted:
+        return m_interruption == Interruption::ExpectedExit ? static_cast<int>(kSuccess)
+                                                            : kSignalBase + m_signal;
+    case Stop::None:
+        break;
+    }
+    return kSuccess;
+}
+
+} // namespace TelvaneTool

@@ -1,0 +1,56 @@
+// The client drops a payload that its record cannot read, with a line of the library on a standard stream
+// that belongs to the tool's data. So this record can read everything, and decodes by itself.
+
+#include "common/bus/DecodedRecord.h"
+
+#include "common/bus/RecordCheck.h"
+#include "common/support/Json.h"
+
+#include <cerrno>
+#include <memory>
+
+namespace TelvaneTool
+{
+
+using Telvane::TelvaneDataTypeBase;
+
+bool DecodedRecord::_packageData(cJSON* /*output*/)
+{
+    return false; // only ever received
+}
+
+bool DecodedRecord::_unpackageData(cJSON* input)
+{
+    if (m_recordClass != nullptr) {
+        m_fault = checkRecord(input, m_recordClass->table(), Strictness::Receiving);
+        if (m_fault.empty()) {
+            const std::unique_ptr<TelvaneDataTypeBase> record(m_recordClass->build());
+            cJSON* packaged = nullptr;
+            if (record->Unpackage(input) == 0 && record->Package(&packaged) == 0) {
+                m_text = printJson(JsonTree(packaged).get());
+                return true;
+            }
+            cJSON_Delete(packaged);
+            m_fault = "the library refuses it";
+        }
+    }
+    m_text = printJson(input);
+    return true;
+}
+
+int DecodedRecord::copy(TelvaneDataTypeBase* other)
+{
+    const auto* const source = dynamic_cast<DecodedRecord*>(other);
+    if (source == nullptr) {
+        return -EINVAL;
+    }
+    *this = *source;
+    return 0;
+}
+
+TelvaneDataTypeBase* DecodedRecord::BuildNewDataType() const
+{
+    return new DecodedRecord(m_recordClass);
+}
+
+} // namespace TelvaneTool

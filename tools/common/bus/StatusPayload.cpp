@@ -1,0 +1,245 @@
+// A message of the bus holds 16 KiB, so an answer comes in parts. They follow each other without another
+// answer between them: one thread of the server's process gives all answers.
+
+#include "common/bus/StatusPayload.h"
+
+#include "common/bus/RecordBuilder.h"
+#include "common/support/Json.h"
+
+#include <algorithm>
+#include <limits>
+
+namespace TelvaneTool
+{
+
+namespace
+{
+
+/// What is sent is printed over several lines, which makes it up to twice as long.
+constexpr std::size_t kMaxPerPart = kLargestPublication / 2 - 512;
+constexpr std::size_t kMaxSubscriptionsPerItem = 40;
+
+void addNumber(cJSON* object, const char* key, double value)
+{
+    cJSON_AddNumberToObject(object, key, value);
+}
+
+void addNumber(cJSON* object, const char* key, std::uint64_t value)
+{
+    addNumber(object, key, static_cast<double>(value));
+}
+
+double number(const cJSON* object, const char* key)
+{
+    const cJSON* const item = cJSON_GetObjectItemCaseSensitive(object, key);
+    return cJSON_IsNumber(item) ? item->valuedouble : 0.0;
+}
+
+/// Numbers come from afar: what does not fit becomes what is nearest.
+template <class Number>
+Number wholeNumber(const cJSON* object, const char* key)
+{
+    constexpr double kMax =
+        sizeof(Number) > 4 ? 9e15 : static_cast<double>(std::numeric_limits<Number>::max());
+    constexpr double kMin = Number(-1) < Number(0) ? -kMax : 0.0;
+    const double value = number(object, key);
+    return static_cast<Number>(value > kMin ? std::min(value, kMax) : kMin);
+}
+
+std::string text(const cJSON* object, const char* key)
+{
+    const char* const value = cJSON_GetStringValue(cJSON_GetObjectItemCaseSensitive(object, key));
+    return value != nullptr ? value : "";
+}
+
+JsonTree toJson(const ChannelStatus& channel)
+{
+    JsonTree item(cJSON_CreateObject());
+    cJSON_AddStringToObject(item.get(), "channel", channel.name.c_str());
+    addNumber(item.get(), "subscribers", static_cast<double>(channel.subscribers));
+    addNumber(item.get(), "publications", channel.publications);
+    addNumber(item.get(), "bytes", channel.bytes);
+    addNumber(item.get(), "missed", channel.missed);
+    addNumber(item.get(), "lastSequence", static_cast<double>(channel.lastSequence));
+    return item;
+}
+
+JsonTree toJson(const ClientStatus& client)
+{
+    JsonTree item(cJSON_CreateObject());
+    addNumber(item.get(), "client", static_cast<double>(client.descriptor));
+    addNumber(item.get(), "pid", static_cast<double>(client.process));
+    cJSON_AddStringToObject(item.get(), "program", client.program.c_str());
+    addNumber(item.get(), "uid", static_cast<double>(client.user));
+    addNumber(item.get(), "gid", static_cast<double>(client.group));
+    cJSON_AddStringToObject(item.get(), "user", client.userName.c_str());
+    addNumber(item.get(), "bytesBehind", static_cast<double>(client.bytesBehind));
+    cJSON* const subscriptions = cJSON_AddArrayToObject(item.get(), "subscriptions");
+    for (const Telvane::EventServerSubscriptionStatus& subscription : client.subscriptions) {
+        cJSON* const object = cJSON_CreateObject();
+        cJSON_AddStringToObject(object, "channel", subscription.channel.c_str());
+        addNumber(object, "relayed", subscription.relayed);
+        addNumber(object, "missed", subscription.missed);
+        cJSON_AddItemToArray(subscriptions, object);
+    }
+    return item;
+}
+
+void read(const cJSON* item, ChannelStatus& channel)
+{
+    channel.name = text(item, "channel");
+    channel.subscribers = wholeNumber<std::size_t>(item, "subscribers");
+    channel.publications = wholeNumber<std::uint64_t>(item, "publications");
+    channel.bytes = wholeNumber<std::uint64_t>(item, "bytes");
+    channel.missed = wholeNumber<std::uint64_t>(item, "missed");
+    channel.lastSequence = wholeNumber<int>(item, "lastSequence");
+}
+
+void read(const cJSON* item, ClientStatus& client)
+{
+    client.descriptor = wholeNumber<int>(item, "client");
+    client.process = wholeNumber<pid_t>(item, "pid");
+    client.program = text(item, "program");
+    client.user = wholeNumber<uid_t>(item, "uid");
+    client.group = wholeNumber<gid_t>(item, "gid");
+    client.userName = text(item, "user");
+    client.bytesBehind = wholeNumber<std::size_t>(item, "bytesBehind");
+    const cJSON* object = nullptr;
+    cJSON_ArrayForEach(object, cJSON_GetObjectItemCaseSensitive(item, "subscriptions"))
+    {
+        Telvane::EventServerSubscriptionStatus& subscription = client.subscriptions.emplace_back();
+        subscription.channel = text(object, "channel");
+        subscription.relayed = wholeNumber<std::uint64_t>(object, "relayed");
+        subscription.missed = wholeNumber<std::uint64_t>(object, "missed");
+    }
+}
+
+void add(std::vector<ChannelStatus>& items, ChannelStatus&& item)
+{
+    items.push_back(std::move(item));
+}
+
+/// A client with many subscriptions comes in several items.
+void add(std::vector<ClientStatus>& items, ClientStatus&& item)
+{
+    if (!items.empty() && items.back().descriptor == item.descriptor) {
+        std::move(item.subscriptions.begin(), item.subscriptions.end(),
+                  std::back_inserter(items.back().subscriptions));
+    } else {
+        items.push_back(std::move(item));
+    }
+}
+
+template <class Item>
+constexpr const char* kItemsKey = "channels";
+template <>
+constexpr const char* kItemsKey<ClientStatus> = "clients";
+
+/// Puts items into as few payloads as possible.
+class PartPrinter
+{
+public:
+    explicit PartPrinter(const char* key) : m_key(key) {}
+
+    void add(const cJSON* item)
+    {
+        std::string text = printJson(item);
+        if (text.size() > kMaxPerPart) {
+            return;
+        }
+        if (m_parts.empty() || m_parts.back().size() + text.size() + 1 > kMaxPerPart) {
+            m_parts.push_back(std::move(text));
+        } else {
+            m_parts.back() += "," + text;
+        }
+    }
+
+    std::vector<std::string> finish()
+    {
+        if (m_parts.empty()) {
+            m_parts.emplace_back();
+        }
+        const std::string count = std::to_string(m_parts.size());
+        for (std::size_t i = 0; i < m_parts.size(); ++i) {
+            m_parts[i] = R"({"part":)" + std::to_string(i + 1) + R"(,"parts":)" + count + ",\"" + m_key +
+                         "\":[" + m_parts[i] + "]}";
+        }
+        return std::move(m_parts);
+    }
+
+private:
+    const char* m_key;
+    std::vector<std::string> m_parts;
+};
+
+} // namespace
+
+bool isStatusChannel(std::string_view channel)
+{
+    constexpr std::string_view kRequest = "req_";
+    if (channel.substr(0, kRequest.size()) == kRequest) {
+        channel.remove_prefix(kRequest.size());
+    }
+    return channel == kChannelsStatus || channel == kClientsStatus;
+}
+
+std::vector<std::string> printStatus(const std::vector<ChannelStatus>& channels)
+{
+    PartPrinter printer(kItemsKey<ChannelStatus>);
+    for (const ChannelStatus& channel : channels) {
+        printer.add(toJson(channel).get());
+    }
+    return printer.finish();
+}
+
+std::vector<std::string> printStatus(const std::vector<ClientStatus>& clients)
+{
+    PartPrinter printer(kItemsKey<ClientStatus>);
+    for (const ClientStatus& client : clients) {
+        ClientStatus piece = client;
+        std::size_t told = 0;
+        do {
+            const std::size_t count = std::min(kMaxSubscriptionsPerItem, client.subscriptions.size() - told);
+            const auto first = client.subscriptions.begin() + static_cast<std::ptrdiff_t>(told);
+            piece.subscriptions.assign(first, first + static_cast<std::ptrdiff_t>(count));
+            printer.add(toJson(piece).get());
+            told += count;
+        } while (told < client.subscriptions.size());
+    }
+    return printer.finish();
+}
+
+template <class Item>
+bool StatusAnswer<Item>::take(const std::string& payload)
+{
+    std::string error;
+    const JsonTree tree = parseJson(payload, error);
+    const int part = wholeNumber<int>(tree.get(), "part");
+    if (part == 1) {
+        m_growing.clear();
+        m_nextPart = 1;
+    }
+    if (part != m_nextPart) {
+        return false; // a part was missed; the next answer may be whole
+    }
+    ++m_nextPart;
+    const cJSON* object = nullptr;
+    cJSON_ArrayForEach(object, cJSON_GetObjectItemCaseSensitive(tree.get(), kItemsKey<Item>))
+    {
+        Item item;
+        read(object, item);
+        add(m_growing, std::move(item));
+    }
+    if (part != wholeNumber<int>(tree.get(), "parts")) {
+        return false;
+    }
+    m_complete.swap(m_growing);
+    m_growing.clear();
+    m_nextPart = 1;
+    return true;
+}
+
+template class StatusAnswer<ChannelStatus>;
+template class StatusAnswer<ClientStatus>;
+
+} // namespace TelvaneTool

@@ -1,0 +1,65 @@
+#include "common/cli/Messages.h"
+
+#include "common/cli/ExitCodes.h"
+
+#include <cerrno>
+#include <cstring>
+#include <string>
+#include <unistd.h>
+
+namespace TelvaneTool
+{
+
+namespace
+{
+
+std::string& messagePrefix()
+{
+    static std::string prefix = "telvane";
+    return prefix;
+}
+
+} // namespace
+
+void setMessagePrefix(const std::string& prefix)
+{
+    messagePrefix() = prefix;
+}
+
+void printError(std::string_view message)
+{
+    std::string line = messagePrefix() + ": ";
+    line.append(message).append("\n");
+    writeFully(STDERR_FILENO, line); // there is nowhere to printError about a failure
+}
+
+int writeFully(int fd, std::string_view data)
+{
+    while (!data.empty()) {
+        // cppcheck-suppress invalidLifetime ; the line outlives the call that it is given to
+        const ssize_t written = write(fd, data.data(), data.size());
+        if (written < 0 && errno == EINTR) {
+            continue;
+        }
+        if (written < 0) {
+            return errno;
+        }
+        data.remove_prefix(static_cast<std::size_t>(written));
+    }
+    return 0;
+}
+
+int writeResult(std::string_view text)
+{
+    const int error = writeFully(STDOUT_FILENO, text);
+    if (error == 0) {
+        return kSuccess;
+    }
+    if (error == EPIPE) {
+        return kOutputClosed;
+    }
+    printError(std::string("cannot write to standard output: ") + std::strerror(error));
+    return kOutputFailure;
+}
+
+} // namespace TelvaneTool

@@ -1,0 +1,65 @@
+#include "common/cli/Terminal.h"
+
+#include "common/cli/Messages.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+#include <unistd.h>
+
+namespace TelvaneTool
+{
+
+namespace
+{
+
+std::atomic<bool> pageShown{false};
+
+} // namespace
+
+bool isTerminal(int fd)
+{
+    const char* const kind = std::getenv("TERM");
+    return isatty(fd) != 0 && kind != nullptr && std::strcmp(kind, "dumb") != 0;
+}
+
+bool wantsColour(int fd)
+{
+    const char* const unwanted = std::getenv("NO_COLOR");
+    return isTerminal(fd) && (unwanted == nullptr || *unwanted == '\0');
+}
+
+TerminalPage::TerminalPage()
+{
+    pageShown = true;
+    writeFully(STDOUT_FILENO, "\x1b[?1049h\x1b[?25l"); // another page, without a cursor
+}
+
+TerminalPage::~TerminalPage()
+{
+    restoreTerminal();
+}
+
+std::string TerminalPage::draw(const std::string& lines, std::size_t height)
+{
+    std::string text = "\x1b[H";
+    std::size_t row = 0;
+    std::size_t at = 0;
+    while (at < lines.size() && row < height) {
+        const std::size_t end = std::min(lines.find('\n', at), lines.size());
+        text += (row != 0 ? "\r\n" : "") + lines.substr(at, end - at) + "\x1b[K";
+        at = end + 1;
+        ++row;
+    }
+    return text + "\x1b[J";
+}
+
+void restoreTerminal()
+{
+    if (pageShown.exchange(false)) {
+        writeFully(STDOUT_FILENO, "\x1b[?25h\x1b[?1049l");
+    }
+}
+
+} // namespace TelvaneTool

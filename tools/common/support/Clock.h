@@ -1,0 +1,32 @@
+#pragma once
+
+// Time as all programs count it: 64-bit nanoseconds, on whichever clock the reader of the name expects.
+
+#include <cstdint>
+
+namespace TelvaneTool
+{
+
+using Nanoseconds = std::int64_t;
+
+constexpr Nanoseconds kMicrosecond = 1'000;
+constexpr Nanoseconds kMillisecond = 1'000'000;
+constexpr Nanoseconds kSecond = 1'000'000'000;
+
+constexpr double inSeconds(Nanoseconds time)
+{
+    return static_cast<double>(time) / static_cast<double>(kSecond);
+}
+
+constexpr Nanoseconds nanoseconds(double seconds)
+{
+    return static_cast<Nanoseconds>(seconds * static_cast<double>(kSecond));
+}
+
+/// \return the monotonic clock, which setting the time does not change
+Nanoseconds monotonicNow();
+
+/// \return the time since the Unix epoch
+Nanoseconds realTimeNow();
+
+} // namespace TelvaneTool

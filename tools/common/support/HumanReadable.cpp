@@ -1,0 +1,130 @@
+#include "common/support/HumanReadable.h"
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+
+namespace TelvaneTool
+{
+
+namespace
+{
+
+struct Unit
+{
+    const char* name;
+    double factor;
+};
+
+constexpr double kLongest = 1e18; ///< nanoseconds, some 30 years
+constexpr double kLargest = 9e18; ///< bytes
+
+/// Reads a number that is not negative and the unit behind it.
+template <std::size_t Count>
+bool readAmount(const std::string& text, const std::array<Unit, Count>& units, double most, double& amount)
+{
+    // strtod would also take signs, blanks, hexadecimal digits and words.
+    const std::size_t end = text.find_first_not_of("0123456789.");
+    const std::string digits = text.substr(0, end);
+    const std::string name = end == std::string::npos ? "" : text.substr(end);
+    char* rest = nullptr;
+    amount = std::strtod(digits.c_str(), &rest);
+    if (digits.empty() || *rest != '\0' || digits == ".") {
+        return false;
+    }
+    for (const Unit& unit : units) {
+        if (name == unit.name) {
+            amount *= unit.factor;
+            return amount <= most;
+        }
+    }
+    return false;
+}
+
+template <class... Values>
+std::string print(const char* format, Values... values)
+{
+    char text[64];
+    std::snprintf(text, sizeof text, format, values...);
+    return text;
+}
+
+} // namespace
+
+bool readDuration(const std::string& text, Nanoseconds& duration)
+{
+    static constexpr std::array<Unit, 7> kUnits = {
+        {{"", 1e9}, {"s", 1e9}, {"ms", 1e6}, {"us", 1e3}, {"m", 60e9}, {"min", 60e9}, {"h", 3600e9}}};
+    double amount = 0.0;
+    if (!readAmount(text, kUnits, kLongest, amount)) {
+        return false;
+    }
+    duration = static_cast<Nanoseconds>(amount);
+    return true;
+}
+
+bool readSize(const std::string& text, std::uint64_t& bytes)
+{
+    static constexpr std::array<Unit, 7> kUnits = {{{"", 1.0},
+                                                    {"K", 1024.0},
+                                                    {"k", 1024.0},
+                                                    {"M", 1024.0 * 1024},
+                                                    {"m", 1024.0 * 1024},
+                                                    {"G", 1024.0 * 1024 * 1024},
+                                                    {"g", 1024.0 * 1024 * 1024}}};
+    double amount = 0.0;
+    if (!readAmount(text, kUnits, kLargest, amount)) {
+        return false;
+    }
+    bytes = static_cast<std::uint64_t>(amount);
+    return true;
+}
+
+std::string printBytes(double bytes)
+{
+    if (bytes < 1e3) {
+        return print("%.0f B", bytes);
+    }
+    if (bytes < 1e6) {
+        return print("%.1f KB", bytes / 1e3);
+    }
+    return bytes < 1e9 ? print("%.1f MB", bytes / 1e6) : print("%.2f GB", bytes / 1e9);
+}
+
+std::string printCount(double count)
+{
+    if (count < 1e4) {
+        return print(count < 100.0 && count != static_cast<double>(static_cast<int>(count)) ? "%.1f" : "%.0f",
+                     count);
+    }
+    return count < 1e6 ? print("%.1fk", count / 1e3) : print("%.2fM", count / 1e6);
+}
+
+std::string printSpan(Nanoseconds span)
+{
+    constexpr Nanoseconds kMinute = 60 * kSecond;
+    constexpr Nanoseconds kHour = 60 * kMinute;
+    if (span < kMinute) {
+        return print("%.3f s", inSeconds(span));
+    }
+    if (span < kHour) {
+        return print("%d min %.1f s", static_cast<int>(span / kMinute), inSeconds(span % kMinute));
+    }
+    return print("%lld h %02d min", static_cast<long long>(span / kHour),
+                 static_cast<int>(span % kHour / kMinute));
+}
+
+std::string printMoment(Nanoseconds sinceEpoch)
+{
+    const auto seconds = static_cast<time_t>(sinceEpoch / kSecond);
+    tm parts = {};
+    gmtime_r(&seconds, &parts);
+    char text[64];
+    const std::size_t length = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
+    std::snprintf(text + length, sizeof text - length, ".%06dZ",
+                  static_cast<int>(sinceEpoch % kSecond / kMicrosecond));
+    return text;
+}
+
+} // namespace TelvaneTool

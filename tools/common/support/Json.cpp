@@ -1,0 +1,55 @@
+#include "common/support/Json.h"
+
+#include <algorithm>
+
+namespace TelvaneTool
+{
+
+JsonTree parseJson(const std::string& text, std::string& error)
+{
+    const char* end = nullptr;
+    JsonTree tree(cJSON_ParseWithOpts(text.c_str(), &end, 1));
+    if (tree == nullptr) {
+        // The parser names a place at or just behind the fault.
+        constexpr std::size_t kShown = 16;
+        const auto at = end != nullptr ? static_cast<std::size_t>(end - text.c_str()) : 0;
+        const std::size_t from = at > kShown ? at - kShown : 0;
+        error = text.empty()
+                    ? "there is no JSON text"
+                    : "no valid JSON near character " + std::to_string(std::min(at + 1, text.size())) + ": " +
+                          text.substr(from, 2 * kShown);
+    }
+    return tree;
+}
+
+std::string printJson(const cJSON* tree, bool pretty)
+{
+    const JsonText text(pretty ? cJSON_Print(tree) : cJSON_PrintUnformatted(tree));
+    return text != nullptr ? text.get() : "";
+}
+
+const char* kindOf(const cJSON* value)
+{
+    if (value == nullptr) {
+        return "nothing";
+    }
+    switch (value->type & 0xFF) {
+    case cJSON_False:
+    case cJSON_True:
+        return "true or false";
+    case cJSON_NULL:
+        return "null";
+    case cJSON_Number:
+        return "a number";
+    case cJSON_String:
+        return "a string";
+    case cJSON_Array:
+        return "an array";
+    case cJSON_Object:
+        return "an object";
+    default:
+        return "something that is not JSON";
+    }
+}
+
+} // namespace TelvaneTool

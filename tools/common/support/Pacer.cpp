@@ -1,0 +1,44 @@
+#include "common/support/Pacer.h"
+
+#include <algorithm>
+
+namespace TelvaneTool
+{
+
+namespace
+{
+
+constexpr int kMaxCaughtUp = 64; ///< samples
+constexpr Nanoseconds kMinTolerance = 2 * kMillisecond;
+constexpr Nanoseconds kMaxTolerance = kSecond;
+
+} // namespace
+
+void Pacer::begin(Nanoseconds start, Nanoseconds period)
+{
+    m_start = start;
+    m_base = std::max(monotonicNow(), m_due);
+    m_due = m_base;
+    const double tolerance = m_speed > 0.0 ? kMaxCaughtUp * static_cast<double>(period) / m_speed : 0.0;
+    m_tolerance =
+        std::clamp(static_cast<Nanoseconds>(std::min(tolerance, 1e18)), kMinTolerance, kMaxTolerance);
+}
+
+bool Pacer::waitUntil(Nanoseconds moment)
+{
+    if (m_speed <= 0.0) {
+        return m_sleepUntil(0);
+    }
+    m_due = m_base + static_cast<Nanoseconds>(static_cast<double>(moment - m_start) / m_speed);
+    const Nanoseconds now = monotonicNow();
+    const Nanoseconds behind = now - m_due;
+    if (behind > m_tolerance) {
+        const Nanoseconds lost = behind - m_tolerance;
+        m_base += lost;
+        m_due += lost;
+        m_late += lost;
+    }
+    return m_sleepUntil(m_due);
+}
+
+} // namespace TelvaneTool

@@ -1,0 +1,18 @@
+#pragma once
+
+#include "common/cli/Completion.h"
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace TelvaneTool
+{
+
+/// \return the channels that the server at \p path knows; none if it does not answer at once
+using ChannelSource = std::function<std::vector<std::string>(const std::string& path)>;
+
+/// \return the values of CHANNEL, CLASS, TABLE and CODE
+ValueSources completionValues(ChannelSource channels);
+
+} // namespace TelvaneTool

@@ -1,0 +1,108 @@
+#include "catalogue/ConsumableCode.h"
+#include "catalogue/ConsumableNames.h"
+#include "commands/Commands.h"
+#include "common/cli/CommandLine.h"
+#include "common/cli/ExitCodes.h"
+#include "common/cli/Messages.h"
+#include "common/support/Json.h"
+
+#include <memory>
+#include <string>
+
+namespace TelvaneTool
+{
+
+namespace
+{
+
+struct Options
+{
+    std::string table;
+    std::string code;
+    bool json = false;
+};
+
+std::string rows(const ConsumableTable& table)
+{
+    std::string text;
+    for (std::size_t code = 0; code < table.count; ++code) {
+        const std::string number = std::to_string(code);
+        text += std::string(3 - number.size(), ' ') + number + "  " + table.texts[code] + "\n";
+    }
+    return text + "255  unknown\n";
+}
+
+JsonTree entry(const ConsumableTable& table, int code)
+{
+    JsonTree object(cJSON_CreateObject());
+    cJSON_AddNumberToObject(object.get(), "code", code);
+    cJSON_AddStringToObject(object.get(), "name", consumableName(table, code).c_str());
+    return object;
+}
+
+JsonTree entries(const ConsumableTable& table)
+{
+    JsonTree array(cJSON_CreateArray());
+    for (std::size_t code = 0; code < table.count; ++code) {
+        cJSON_AddItemToArray(array.get(), entry(table, static_cast<int>(code)).release());
+    }
+    return array;
+}
+
+int show(const Options& options)
+{
+    std::string text;
+    if (options.table.empty() && options.json) {
+        const JsonTree tables(cJSON_CreateObject());
+        for (const ConsumableTable& table : consumableTables()) {
+            cJSON_AddItemToObject(tables.get(), table.name, entries(table).release());
+        }
+        text = printJson(tables.get()) + "\n";
+    } else if (options.table.empty()) {
+        for (const ConsumableTable& table : consumableTables()) {
+            text += (text.empty() ? "" : "\n") + std::string(table.name) + ": " + table.title + "\n" +
+                    rows(table);
+        }
+    } else {
+        const ConsumableTable* const table = findConsumableTable(options.table);
+        if (table == nullptr) {
+            printError("there is no table \"" + options.table +
+                       "\"; there are process, wire-type, wire-size, gas and alloy");
+            return kWrongUsage;
+        }
+        if (options.code.empty()) {
+            text = options.json ? printJson(entries(*table).get()) + "\n" : rows(*table);
+        } else {
+            const auto code = readConsumableCode(options.code, table->texts, table->count);
+            if (!code) {
+                printError("\"" + options.code + "\" is no code of the " + table->title +
+                           "; they have the codes 0 to " + std::to_string(table->count - 1) +
+                           ", and 255 for unknown");
+                return kWrongUsage;
+            }
+            text =
+                (options.json ? printJson(entry(*table, *code).get()) : consumableName(*table, *code)) + "\n";
+        }
+    }
+    return writeResult(text);
+}
+
+} // namespace
+
+void addConsumablesCommand(CommandLine& line)
+{
+    auto options = std::make_shared<Options>();
+    Command command(line, "consumables", "Show the codes of processes, wires, gases and alloys");
+    command.option("TABLE", options->table, "process, wire-type, wire-size, gas or alloy (default: all)");
+    command.option("CODE", options->code, "Show the name of this code only");
+    command.flag("--json", options->json, "Print JSON: objects of code and name");
+    command.examples("# every table, or one, or one name\n"
+                     "telvane consumables\n"
+                     "telvane consumables gas\n"
+                     "telvane consumables alloy 3\n"
+                     "# the same for a program\n"
+                     "telvane consumables gas --json\n");
+    command.run([options] { return show(*options); });
+}
+
+} // namespace TelvaneTool

@@ -1,0 +1,266 @@
+#include "catalogue/RecordSchema.h"
+#include "commands/Commands.h"
+#include "common/bus/RecordCheck.h"
+#include "common/cli/CommandLine.h"
+#include "common/cli/CommandOptions.h"
+#include "common/cli/ExitCodes.h"
+#include "common/cli/Messages.h"
+#include "common/support/Json.h"
+
+#include <Telvane/RecordCatalogue.h>
+
+#include <algorithm>
+#include <memory>
+#include <vector>
+
+namespace TelvaneTool
+{
+
+namespace
+{
+
+using Telvane::FieldKind;
+using Telvane::RecordCatalogue;
+using Telvane::RecordClass;
+using Telvane::RecordField;
+using Telvane::RecordTable;
+using Telvane::TelvaneDataTypeBase;
+
+struct Options
+{
+    std::string className;
+    bool schema = false;
+    bool json = false;
+};
+
+std::string kindOfField(const RecordField& field)
+{
+    const std::string limit = std::to_string(field.limit);
+    switch (field.kind) {
+    case FieldKind::Integer:
+        return "integer";
+    case FieldKind::Number:
+        return "number";
+    case FieldKind::Flag:
+        return "boolean";
+    case FieldKind::Text:
+        return "string";
+    case FieldKind::Record:
+        return field.nested->table().className();
+    case FieldKind::FlagArray:
+        return "array of " + limit + " booleans";
+    case FieldKind::IntegerArray:
+        return "array of " + limit + " integers";
+    case FieldKind::RecordArray:
+        return "array of " + limit + " " + field.nested->table().className();
+    case FieldKind::RecordVector:
+        return "up to " + limit + " " + field.nested->table().className();
+    }
+    return "unknown";
+}
+
+/// What may be said of the kinds that a class has.
+std::string notesOnKinds(const RecordTable& table)
+{
+    const auto has = [&table](auto condition) {
+        const auto& fields = table.fields();
+        return std::any_of(fields.begin(), fields.end(), condition);
+    };
+    std::string text = "integers have 32 bits";
+    if (has([](const RecordField& field) {
+            return field.limit != 0 && field.kind != FieldKind::RecordVector;
+        })) {
+        text += "; an array is written whole and may be read with fewer elements, from 1 up";
+    }
+    return text;
+}
+
+/// The default as it prints; of a record or of a list of like elements only what is not said elsewhere.
+std::string describeDefault(const RecordField& field, const cJSON* value)
+{
+    if (field.kind == FieldKind::Record && cJSON_IsObject(value) != 0) {
+        return "its own defaults";
+    }
+    const int size = cJSON_IsArray(value) != 0 ? cJSON_GetArraySize(value) : 0;
+    const cJSON* const first = size > 1 ? value->child : nullptr;
+    const cJSON* element = first;
+    while (element != nullptr && cJSON_Compare(element, first, 1) != 0) {
+        element = element->next;
+    }
+    const bool alike = first != nullptr && element == nullptr;
+    return alike ? std::to_string(size) + " times " + printJson(first) : printJson(value);
+}
+
+/// Columns as wide as their longest entry.
+class Columns
+{
+public:
+    void addRow(std::vector<std::string> row)
+    {
+        m_widths.resize(std::max(m_widths.size(), row.size()));
+        for (std::size_t i = 0; i < row.size(); ++i) {
+            m_widths[i] = std::max(m_widths[i], row[i].size());
+        }
+        m_rows.push_back(std::move(row));
+    }
+
+    std::string print(const char* indent) const
+    {
+        std::string text;
+        for (const auto& row : m_rows) {
+            std::string line = indent;
+            for (std::size_t i = 0; i < row.size(); ++i) {
+                line += row[i];
+                line.append(i + 1 < row.size() ? m_widths[i] - row[i].size() + 2 : 0, ' ');
+            }
+            line.erase(line.find_last_not_of(' ') + 1);
+            text += line + "\n";
+        }
+        return text;
+    }
+
+private:
+    std::vector<std::vector<std::string>> m_rows;
+    std::vector<std::size_t> m_widths;
+};
+
+std::string describeCatalogue()
+{
+    Columns columns;
+    for (const RecordClass& recordClass : RecordCatalogue::classes()) {
+        std::string fields;
+        for (const RecordField& field : recordClass.table().fields()) {
+            fields += (fields.empty() ? "" : ", ") + std::string(field.key);
+        }
+        constexpr std::size_t kWidth = 70;
+        if (fields.size() > kWidth) {
+            fields.replace(fields.rfind(',', kWidth), std::string::npos, ", ...");
+        }
+        columns.addRow({recordClass.name, isTimeStamp(recordClass.table()) ? "a time text" : fields});
+    }
+    return columns.print("");
+}
+
+std::string describeClass(const RecordClass& recordClass)
+{
+    const std::unique_ptr<TelvaneDataTypeBase> record(recordClass.build());
+    cJSON* packaged = nullptr;
+    record->Package(&packaged);
+    const JsonTree defaults(packaged);
+
+    std::string text = std::string(recordClass.name) + " (derives from " + recordClass.base + ")\n\n";
+    Columns columns;
+    columns.addRow({"key", "kind", "default"});
+    for (const RecordField& field : recordClass.table().fields()) {
+        const cJSON* const value = cJSON_GetObjectItemCaseSensitive(defaults.get(), field.key);
+        columns.addRow({field.key, kindOfField(field), describeDefault(field, value)});
+    }
+    if (isTimeStamp(recordClass.table())) {
+        text += "  A string in JSON: the milliseconds since the Unix epoch.\n";
+    } else {
+        columns.addRow({"_id", "string", "left out; optional"});
+        columns.addRow({"_sequence_tag", "integer", "left out; optional"});
+        text += columns.print("  ") + "\n  (" + notesOnKinds(recordClass.table()) + ")\n";
+    }
+    text += "\nA default record:\n" + printJson(defaults.get(), true) + "\n";
+    return text;
+}
+
+/// \return "integer", "array of records", ...: what a program has to tell apart
+const char* nameOfKind(FieldKind kind)
+{
+    switch (kind) {
+    case FieldKind::Integer:
+        return "integer";
+    case FieldKind::Number:
+        return "number";
+    case FieldKind::Flag:
+        return "boolean";
+    case FieldKind::Text:
+        return "string";
+    case FieldKind::Record:
+        return "record";
+    case FieldKind::FlagArray:
+        return "array of booleans";
+    case FieldKind::IntegerArray:
+        return "array of integers";
+    case FieldKind::RecordArray:
+        return "array of records";
+    case FieldKind::RecordVector:
+        return "list of records";
+    }
+    return "unknown";
+}
+
+JsonTree asJson(const RecordClass& recordClass)
+{
+    JsonTree object(cJSON_CreateObject());
+    cJSON_AddStringToObject(object.get(), "class", recordClass.name);
+    cJSON_AddStringToObject(object.get(), "base", recordClass.base);
+    cJSON* const fields = cJSON_AddArrayToObject(object.get(), "fields");
+    for (const RecordField& field : recordClass.table().fields()) {
+        cJSON* const entry = cJSON_CreateObject();
+        cJSON_AddItemToArray(fields, entry);
+        cJSON_AddStringToObject(entry, "key", field.key);
+        cJSON_AddStringToObject(entry, "kind", nameOfKind(field.kind));
+        if (field.nested != nullptr) {
+            cJSON_AddStringToObject(entry, "class", field.nested->table().className());
+        }
+        if (field.limit != 0) {
+            cJSON_AddNumberToObject(entry, "limit", static_cast<double>(field.limit));
+        }
+    }
+    std::unique_ptr<TelvaneDataTypeBase> record(recordClass.build());
+    cJSON* packaged = nullptr;
+    record->Package(&packaged);
+    cJSON_AddItemToObject(object.get(), "default", packaged);
+    return object;
+}
+
+JsonTree catalogueAsJson()
+{
+    JsonTree array(cJSON_CreateArray());
+    for (const RecordClass& recordClass : RecordCatalogue::classes()) {
+        cJSON_AddItemToArray(array.get(), asJson(recordClass).release());
+    }
+    return array;
+}
+
+int show(const Options& options)
+{
+    const RecordClass* recordClass = nullptr;
+    if (!options.className.empty() && !findClass(options.className, recordClass)) {
+        return kWrongUsage;
+    }
+    std::string text;
+    if (options.schema) {
+        const JsonTree schema = recordClass != nullptr ? recordSchema(*recordClass) : catalogueSchema();
+        text = printJson(schema.get(), true) + "\n";
+    } else if (options.json) {
+        const JsonTree tree = recordClass != nullptr ? asJson(*recordClass) : catalogueAsJson();
+        text = printJson(tree.get()) + "\n";
+    } else {
+        text = recordClass != nullptr ? describeClass(*recordClass) : describeCatalogue();
+    }
+    return writeResult(text);
+}
+
+} // namespace
+
+void addRecordsCommand(CommandLine& line)
+{
+    auto options = std::make_shared<Options>();
+    Command command(line, "records", "Show the catalogue of record classes");
+    command.option("CLASS", options->className, "Show the fields and the defaults of this class");
+    command.flag("--schema", options->schema, "Print a JSON Schema (draft 2020-12) of the class, or of all");
+    command.flag("--json", options->json, "Print the fields and the defaults as JSON").excludes("--schema");
+    command.examples("# which classes are there, and what is in one\n"
+                     "telvane records\n"
+                     "telvane records WeldMetrics\n"
+                     "# the same for a program\n"
+                     "telvane records WeldMetrics --json | jq '.fields[].key'\n"
+                     "telvane records WeldMetrics --schema\n");
+    command.run([options] { return show(*options); });
+}
+
+} // namespace TelvaneTool

@@ -1,0 +1,115 @@
+#include "catalogue/ConsumableCode.h"
+#include "catalogue/ConsumableNames.h"
+#include "commands/Commands.h"
+#include "common/cli/CommandLine.h"
+#include "common/cli/ExitCodes.h"
+#include "common/cli/Messages.h"
+#include "common/support/Json.h"
+
+#include <Telvane/Consumables.h>
+#include <Telvane/WireComputations.h>
+
+#include <cstdio>
+#include <memory>
+#include <string>
+
+namespace TelvaneTool
+{
+
+namespace
+{
+
+constexpr double kMillimetresPerInch = 25.4;
+constexpr double kGramsPerPound = 453.59237;
+constexpr double kMetresPerFoot = 0.3048;
+
+struct Options
+{
+    std::string size;
+    double diameter = 0.0; ///< inches
+    std::string alloy;
+    bool json = false;
+};
+
+std::string format(const char* form, double first, double second)
+{
+    char text[128];
+    std::snprintf(text, sizeof text, form, first, second);
+    return text;
+}
+
+bool readCode(const std::string& text, const char* tableName, int& code)
+{
+    const ConsumableTable& table = *findConsumableTable(tableName);
+    const auto read = readConsumableCode(text, table.texts, table.count);
+    if (!read) {
+        printError("\"" + text + "\" is no code of the " + table.title + "; telvane consumables " +
+                   tableName + " lists them");
+        return false;
+    }
+    code = *read;
+    return true;
+}
+
+int show(const Options& options)
+{
+    double inches = options.diameter;
+    if (!options.size.empty()) {
+        int size = 0;
+        if (!readCode(options.size, "wire-size", size)) {
+            return kWrongUsage;
+        }
+        inches = Telvane::GetWireDiameterInInches(static_cast<Telvane::_WireSize_e>(size));
+        if (!(inches > 0.0)) {
+            printError("code " + std::to_string(size) + " stands for no wire size");
+            return kWrongUsage;
+        }
+    }
+    int alloy = 0;
+    if (!options.alloy.empty() && !readCode(options.alloy, "alloy", alloy)) {
+        return kWrongUsage;
+    }
+    const auto diameter = static_cast<float>(inches);
+    const auto nearest = static_cast<int>(Telvane::GetWireDiameterFromInches(diameter));
+    const double pounds =
+        static_cast<double>(Telvane::GetWireWeight(static_cast<Telvane::_AlloyID_e>(alloy), diameter));
+    const double millimetres = inches * kMillimetresPerInch;
+    const double gramsPerMetre = pounds * kGramsPerPound / kMetresPerFoot;
+    const ConsumableTable& sizes = *findConsumableTable("wire-size");
+    const ConsumableTable& alloys = *findConsumableTable("alloy");
+    if (options.json) {
+        const JsonTree object(cJSON_CreateObject());
+        cJSON_AddNumberToObject(object.get(), "diameterInches", inches);
+        cJSON_AddNumberToObject(object.get(), "diameterMillimetres", millimetres);
+        cJSON_AddNumberToObject(object.get(), "nearestSize", nearest);
+        cJSON_AddStringToObject(object.get(), "nearestSizeName", consumableName(sizes, nearest).c_str());
+        cJSON_AddNumberToObject(object.get(), "alloy", alloy);
+        cJSON_AddStringToObject(object.get(), "alloyName", consumableName(alloys, alloy).c_str());
+        cJSON_AddNumberToObject(object.get(), "poundsPerFoot", pounds);
+        cJSON_AddNumberToObject(object.get(), "gramsPerMetre", gramsPerMetre);
+        return writeResult(printJson(object.get()) + "\n");
+    }
+    return writeResult(format("diameter      %.6g in  (%.4g mm)\n", inches, millimetres) + "nearest size  " +
+                       std::to_string(nearest) + "  " + consumableName(sizes, nearest) + "\n" +
+                       "alloy         " + std::to_string(alloy) + "  " + consumableName(alloys, alloy) +
+                       "\n" + format("weight        %.6g lb/ft  (%.4g g/m)\n", pounds, gramsPerMetre));
+}
+
+} // namespace
+
+void addWireCommand(CommandLine& line)
+{
+    auto options = std::make_shared<Options>();
+    Command command(line, "wire", "Compute a wire's diameter, nearest size and weight");
+    command.option("--size", options->size, "Code or name of the wire size");
+    command.option("--diameter", options->diameter, "Diameter in inches").positive();
+    command.exactlyOneOf("--size", "--diameter");
+    command.option("--alloy", options->alloy, "Code or name of the alloy (default: 0, unknown)");
+    command.flag("--json", options->json, "Print JSON");
+    command.examples("# by its size, or by what a calliper says\n"
+                     "telvane wire --size 0.045 --alloy STL_E70\n"
+                     "telvane wire --diameter 0.0472 --json\n");
+    command.run([options] { return show(*options); });
+}
+
+} // namespace TelvaneTool

@@ -1,0 +1,339 @@
+// Several welds stand below each other, with a panel for each quantity in a row; one weld alone has its panels
+// below each other, so that what happened at the same time stands in the same place. What a weld came to stands
+// on the right. All welds share their scales, so that they can be compared at a glance; a curve with more samples
+// than the picture has columns is drawn as its mean within the band of its extremes.
+
+#include "plot/WeldPlot.h"
+
+#include "catalogue/ConsumableNames.h"
+#include "common/support/HumanReadable.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdio>
+
+namespace TelvaneTool
+{
+
+using Telvane::WeldTraceDataPoint;
+using Telvane::WeldTraceDataPointDefinition;
+using Member = double WeldTraceDataPoint::*;
+
+namespace
+{
+
+constexpr std::size_t kColumns = 480;
+constexpr double kWidth = 1400.0; ///< all sizes in pixels
+constexpr double kHead = 40.0;    ///< for the name of the recording
+constexpr double kFoot = 46.0;    ///< for the axis of time
+constexpr double kTitle = 44.0;   ///< above each weld
+constexpr double kLeft = 60.0;
+constexpr double kTextLeft = 1180.0;
+constexpr double kPanelGap = 56.0; ///< beside each other: the numbers of the next axis
+constexpr double kHeightOfMany = 120.0;
+constexpr double kHeightOfOne = 150.0; ///< of each panel
+constexpr double kGapOfOne = 22.0;
+constexpr double kLineHeight = 16.0;
+
+/// A quantity, and where it is drawn.
+struct Curve
+{
+    const char* name;
+    Member value;
+    std::string WeldTraceDataPointDefinition::*unit;
+    const char* colour; ///< of a set that those tell apart who do not see all colours
+};
+
+const std::array<Curve, 4> kCurves = {
+    {{"current", &WeldTraceDataPoint::amps, &WeldTraceDataPointDefinition::amps, "#D55E00"},
+     {"voltage", &WeldTraceDataPoint::volts, &WeldTraceDataPointDefinition::volts, "#0072B2"},
+     {"wire feed", &WeldTraceDataPoint::wfs, &WeldTraceDataPointDefinition::wfs, "#009E73"},
+     {"gas", &WeldTraceDataPoint::gas, &WeldTraceDataPointDefinition::gas, "#AA4499"}}};
+
+struct Panel
+{
+    double left;
+    double right;
+    double top;
+    double bottom;
+};
+
+template <class... Values>
+std::string formatted(const char* format, Values... values)
+{
+    char text[256];
+    std::snprintf(text, sizeof text, format, values...);
+    return text;
+}
+
+/// Gnuplot's quotes in which nothing but the quote itself means anything.
+std::string quoted(const std::string& text)
+{
+    std::string result = "'";
+    for (const char character : text) {
+        result += static_cast<unsigned char>(character) < ' ' ? ' ' : character;
+        result += character == '\'' ? "'" : "";
+    }
+    return result + "'";
+}
+
+std::string textAt(const std::string& text, double left, double top, double height, const char* style = "")
+{
+    return "set label " + quoted(text) +
+           formatted(" at screen %.5f,%.5f noenhanced %s\n", left / kWidth, 1.0 - top / height, style);
+}
+
+/// A round number that is not below a value.
+double roundedUp(double value)
+{
+    if (!(value > 0.0)) {
+        return 1.0;
+    }
+    const double magnitude = std::pow(10.0, std::floor(std::log10(value)));
+    for (const double step : {1.0, 1.2, 1.5, 2.0, 2.5, 3.0, 4.0, 5.0, 6.0, 8.0}) {
+        if (step * magnitude >= value) {
+            return step * magnitude;
+        }
+    }
+    return 10.0 * magnitude;
+}
+
+/// What a quantity that was measured is in; empty where it was not.
+const std::string& unitOf(const std::vector<RecordedWeld>& welds, const Curve& curve)
+{
+    static const std::string kNone;
+    for (const RecordedWeld& weld : welds) {
+        if (!(weld.start.data.*curve.unit).empty()) {
+            return weld.start.data.*curve.unit;
+        }
+    }
+    return kNone;
+}
+
+template <class Pair>
+void addMetric(std::vector<std::string>& lines, const char* name, const Pair& pair)
+{
+    if (!pair.Unit.empty()) {
+        lines.push_back(formatted("%-13s %9.6g ", name, static_cast<double>(pair.Value)) + pair.Unit);
+    }
+}
+
+std::vector<std::string> metricsOf(const RecordedWeld& weld)
+{
+    if (!weld.ended) {
+        return {"the recording ends", "before the weld does"};
+    }
+    const Telvane::WeldMetrics& metrics = weld.metrics;
+    std::vector<std::string> lines;
+    addMetric(lines, "arc time", metrics.ArcDuration);
+    addMetric(lines, "mean current", metrics.AverageAmperage);
+    addMetric(lines, "mean voltage", metrics.AverageVoltage);
+    addMetric(lines, "mean feed", metrics.AverageWFS);
+    addMetric(lines, "mean gas", metrics.AverageGas);
+    addMetric(lines, "deposited", metrics.TotalDeposition);
+    addMetric(lines, "energy", metrics.TotalEnergy);
+    return lines;
+}
+
+std::string titleOf(const RecordedWeld& weld)
+{
+    const timespec& start = weld.start.timestamp.time;
+    std::string title = "Weld " + std::to_string(weld.start.tag) + "  " +
+                        printMoment(static_cast<Nanoseconds>(start.tv_sec) * kSecond + start.tv_nsec)
+                            .replace(10, 1, " ")
+                            .substr(0, 19) +
+                        " UTC";
+    for (const auto& [table, code] : {std::pair<const char*, int>{"process", weld.start.process},
+                                      {"wire-type", weld.start.wireType},
+                                      {"gas", weld.start.gas}}) {
+        if (const ConsumableTable* const names = findConsumableTable(table)) {
+            title += ", " + consumableName(*names, code);
+        }
+    }
+    return title + ", " + std::to_string(weld.samples.size()) + " samples";
+}
+
+class Plot
+{
+public:
+    Plot(const std::vector<RecordedWeld>& welds, const std::string& path) : m_welds(welds), m_path(path)
+    {
+        for (std::size_t i = 0; i < kCurves.size(); ++i) {
+            if (!unitOf(welds, kCurves[i]).empty()) {
+                m_drawn.push_back(i);
+            }
+            for (const RecordedWeld& weld : welds) {
+                for (const RecordedWeld::Sample& sample : weld.samples) {
+                    m_most[i] = std::max(m_most[i], sample.point.*kCurves[i].value);
+                    m_duration = std::max(m_duration, inSeconds(sample.time));
+                }
+            }
+        }
+        const double panels = static_cast<double>(std::max<std::size_t>(m_drawn.size(), 1));
+        const double weldHeight = isOne() ? panels * (kHeightOfOne + kGapOfOne) : kHeightOfMany;
+        m_weldHeight = weldHeight + kTitle;
+        m_height = kHead + static_cast<double>(welds.size()) * m_weldHeight + kFoot;
+    }
+
+    std::string draw(const std::string& title)
+    {
+        m_text =
+            "set terminal " + plotTerminal(m_path) +
+            formatted(" size %.0f,%.0f background rgb 'white' font 'DejaVu Sans,10'\n", kWidth, m_height) +
+            "set output " + quoted(m_path) + "\n";
+        for (std::size_t weld = 0; weld < m_welds.size(); ++weld) {
+            for (const std::size_t curve : m_drawn) {
+                addData(weld, curve);
+            }
+        }
+        m_text += "set multiplot\nunset key\nset border 3 lc rgb '#808080'\n"
+                  "set tics nomirror out scale 0.5 textcolor rgb '#404040'\n"
+                  "set grid xtics ytics back lc rgb '#D8D8D8' lw 1 dt 1\n" +
+                  formatted("set xrange [0:%.9g]\n", m_duration > 0.0 ? m_duration : 1.0);
+        m_text += textAt(title, 16.0, 20.0, m_height, "font ',13'");
+        for (std::size_t weld = 0; weld < m_welds.size(); ++weld) {
+            addWeld(weld);
+        }
+        return m_text + "unset multiplot\nunset output\n";
+    }
+
+private:
+    bool isOne() const { return m_welds.size() == 1; }
+
+    bool hasData(std::size_t weld, std::size_t curve) const
+    {
+        return !(m_welds[weld].start.data.*kCurves[curve].unit).empty() && !m_welds[weld].samples.empty();
+    }
+
+    static std::string blockName(std::size_t weld, std::size_t curve)
+    {
+        return "$weld" + std::to_string(weld) + "_" + std::to_string(curve);
+    }
+
+    void addData(std::size_t weld, std::size_t curve)
+    {
+        if (!hasData(weld, curve)) {
+            return;
+        }
+        m_text += blockName(weld, curve) + " << END\n";
+        for (const PlotPoint& point : downsample(m_welds[weld].samples, kCurves[curve].value, kColumns)) {
+            m_text += formatted("%.9g %.6g %.6g %.6g\n", point.time, point.least, point.mean, point.most);
+        }
+        m_text += "END\n";
+    }
+
+    /// \param place of the panel among those that are drawn
+    Panel panelAt(std::size_t weld, std::size_t place) const
+    {
+        const double top = kHead + kTitle + static_cast<double>(weld) * m_weldHeight;
+        const double step = static_cast<double>(place);
+        if (isOne()) {
+            const double own = top + step * (kHeightOfOne + kGapOfOne);
+            return {kLeft, kTextLeft - kPanelGap, own, own + kHeightOfOne};
+        }
+        const double width = (kTextLeft - kLeft) / static_cast<double>(m_drawn.size());
+        const double left = kLeft + step * width;
+        return {left, left + width - kPanelGap, top, top + kHeightOfMany};
+    }
+
+    void addWeld(std::size_t weld)
+    {
+        const double top = panelAt(weld, 0).top;
+        m_text += textAt(titleOf(m_welds[weld]), kLeft, top - (isOne() || weld == 0 ? 30.0 : 14.0), m_height,
+                         "font ',11'");
+        double line = top + 8.0;
+        for (const std::string& metric : metricsOf(m_welds[weld])) {
+            m_text += textAt(metric, kTextLeft, line, m_height, "font 'DejaVu Sans Mono,9'");
+            line += kLineHeight;
+        }
+        for (std::size_t place = 0; place < m_drawn.size(); ++place) {
+            addPanel(weld, place);
+        }
+    }
+
+    void addPanel(std::size_t weld, std::size_t place)
+    {
+        const std::size_t curve = m_drawn[place];
+        const char* const colour = kCurves[curve].colour;
+        const Panel panel = panelAt(weld, place);
+        if (isOne() || weld == 0) {
+            const std::string name =
+                std::string(kCurves[curve].name) + " in " + unitOf(m_welds, kCurves[curve]);
+            m_text += textAt(name, panel.left, panel.top - 10.0, m_height,
+                             formatted("textcolor rgb '%s'", colour).c_str());
+        }
+        const bool lowest = isOne() ? place + 1 == m_drawn.size() : weld + 1 == m_welds.size();
+        m_text += lowest ? "set xlabel 'seconds'\nset format x '%g'\n" : "unset xlabel\nset format x ''\n";
+        m_text += formatted("set lmargin at screen %.5f\nset rmargin at screen %.5f\n"
+                            "set tmargin at screen %.5f\nset bmargin at screen %.5f\n",
+                            panel.left / kWidth, panel.right / kWidth, 1.0 - panel.top / m_height,
+                            1.0 - panel.bottom / m_height);
+        m_text += formatted("set yrange [0:%.9g]\nplot ", roundedUp(m_most[curve]));
+        const std::string block = blockName(weld, curve);
+        if (!hasData(weld, curve)) {
+            m_text += "1/0";
+        } else {
+            if (m_welds[weld].samples.size() > kColumns) {
+                m_text += block + " using 1:2:4 with filledcurves fillcolor rgb '" + colour +
+                          "' fillstyle transparent solid 0.25 noborder, ";
+            }
+            m_text += block + " using 1:3 with lines lw 1.3 lc rgb '" + colour + "'";
+        }
+        m_text += "\nunset label\n";
+    }
+
+    const std::vector<RecordedWeld>& m_welds;
+    const std::string& m_path;
+    std::vector<std::size_t> m_drawn; ///< curves that anything was measured of
+    std::array<double, kCurves.size()> m_most = {};
+    double m_duration = 0.0;
+    double m_weldHeight = 0.0;
+    double m_height = 0.0;
+    std::string m_text;
+};
+
+bool endsWith(const std::string& text, const std::string& end)
+{
+    return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
+} // namespace
+
+std::vector<PlotPoint> downsample(const std::vector<RecordedWeld::Sample>& samples, Member quantity,
+                                  std::size_t columns)
+{
+    std::vector<PlotPoint> points;
+    const std::size_t count = std::min(columns, samples.size());
+    for (std::size_t column = 0; column < count; ++column) {
+        const std::size_t begin = column * samples.size() / count;
+        const std::size_t end = (column + 1) * samples.size() / count;
+        PlotPoint& point = points.emplace_back();
+        point.least = samples[begin].point.*quantity;
+        point.most = point.least;
+        for (std::size_t i = begin; i < end; ++i) {
+            const double value = samples[i].point.*quantity;
+            point.time += inSeconds(samples[i].time) / static_cast<double>(end - begin);
+            point.mean += value / static_cast<double>(end - begin);
+            point.least = std::min(point.least, value);
+            point.most = std::max(point.most, value);
+        }
+    }
+    return points;
+}
+
+std::string plotTerminal(const std::string& path)
+{
+    if (endsWith(path, ".svg")) {
+        return "svg";
+    }
+    return endsWith(path, ".png") ? "pngcairo" : "";
+}
+
+std::string printPlot(const std::vector<RecordedWeld>& welds, const std::string& path,
+                      const std::string& title)
+{
+    return Plot(welds, path).draw(title);
+}
+
+} // namespace TelvaneTool

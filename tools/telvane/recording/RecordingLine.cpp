@@ -1,0 +1,179 @@
+// A recording at full pace is 50,000 lines a second, so the line as the tool writes it is taken apart by hand:
+// the keys in their fixed order, the payload last. Only its JSON is looked at again where it is used. Lines
+// that another program has rewritten go through the JSON library.
+
+#include "recording/RecordingLine.h"
+
+#include "common/support/HumanReadable.h"
+#include "common/support/Json.h"
+#include "common/support/TimestampParser.h"
+
+#include <charconv>
+#include <cmath>
+
+namespace TelvaneTool
+{
+
+namespace
+{
+
+constexpr int kVersion = 1;
+constexpr const char* kMark = "telvaneRecording";
+
+constexpr std::string_view kTime = R"({"ns":)";
+constexpr std::string_view kChannel = R"(,"channel":")";
+constexpr std::string_view kSequence = R"(","sequence":)";
+constexpr std::string_view kPayload = R"(,"payload":)";
+
+bool take(std::string_view& line, std::string_view text)
+{
+    if (line.substr(0, text.size()) != text) {
+        return false;
+    }
+    line.remove_prefix(text.size());
+    return true;
+}
+
+template <class Number>
+bool take(std::string_view& line, Number& number)
+{
+    const auto result = std::from_chars(line.data(), line.data() + line.size(), number);
+    if (result.ec != std::errc()) {
+        return false;
+    }
+    line.remove_prefix(static_cast<std::size_t>(result.ptr - line.data()));
+    return true;
+}
+
+template <class Number>
+void append(std::string& text, Number number)
+{
+    char digits[24];
+    const auto result = std::to_chars(digits, digits + sizeof digits, number);
+    text.append(digits, result.ptr);
+}
+
+/// The braces and quotes of a whole JSON object are even; one that was torn in the middle is not.
+bool isWholeObject(std::string_view text)
+{
+    int depth = 0;
+    bool inString = false;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char character = text[i];
+        if (static_cast<unsigned char>(character) < ' ') {
+            return false;
+        }
+        if (inString) {
+            if (character == '\\') {
+                ++i;
+            } else if (character == '"') {
+                inString = false;
+            }
+        } else if (character == '"') {
+            inString = true;
+        } else if (character == '{' || character == '[') {
+            ++depth;
+        } else if ((character == '}' || character == ']') && --depth < 0) {
+            return false;
+        }
+    }
+    return depth == 0 && !inString && !text.empty();
+}
+
+} // namespace
+
+std::string printHeader(const RecordingHeader& header)
+{
+    const JsonTree tree(cJSON_CreateObject());
+    cJSON_AddNumberToObject(tree.get(), kMark, kVersion);
+    cJSON_AddStringToObject(tree.get(), "started", printMoment(header.started).c_str());
+    cJSON_AddStringToObject(tree.get(), "server", header.server.c_str());
+    cJSON* const channels = cJSON_AddArrayToObject(tree.get(), "channels");
+    for (const std::string& channel : header.channels) {
+        cJSON_AddItemToArray(channels, cJSON_CreateString(channel.c_str()));
+    }
+    cJSON_AddNumberToObject(tree.get(), "part", header.part);
+    return printJson(tree.get()) + "\n";
+}
+
+bool readHeader(const std::string& line, RecordingHeader& header, std::string& error)
+{
+    const JsonTree tree = parseJson(line, error);
+    const cJSON* const mark = cJSON_GetObjectItemCaseSensitive(tree.get(), kMark);
+    if (!cJSON_IsNumber(mark)) {
+        error = "it is no recording: its first line does not say so";
+        return false;
+    }
+    if (mark->valueint != kVersion) {
+        error = "it is a recording of form " + std::to_string(mark->valueint) + ", and only form " +
+                std::to_string(kVersion) + " is known";
+        return false;
+    }
+    const char* const started = cJSON_GetStringValue(cJSON_GetObjectItemCaseSensitive(tree.get(), "started"));
+    TimestampParser clock;
+    if (started == nullptr || !clock.read(started, header.started)) {
+        error = "its first line does not tell when it was started";
+        return false;
+    }
+    const char* const server = cJSON_GetStringValue(cJSON_GetObjectItemCaseSensitive(tree.get(), "server"));
+    header.server = server != nullptr ? server : "";
+    const cJSON* channel = nullptr;
+    header.channels.clear();
+    cJSON_ArrayForEach(channel, cJSON_GetObjectItemCaseSensitive(tree.get(), "channels"))
+    {
+        if (cJSON_IsString(channel)) {
+            header.channels.emplace_back(channel->valuestring);
+        }
+    }
+    const cJSON* const part = cJSON_GetObjectItemCaseSensitive(tree.get(), "part");
+    header.part = cJSON_IsNumber(part) ? part->valueint : 1;
+    return true;
+}
+
+void appendMessage(std::string& text, const RecordedMessage& message)
+{
+    text.append(kTime);
+    append(text, message.time);
+    text.append(kChannel).append(message.channel).append(kSequence);
+    append(text, message.sequence);
+    text.append(kPayload).append(message.payload).append("}\n");
+}
+
+bool RecordingLineReader::read(std::string_view line, RecordedMessage& message)
+{
+    std::string_view rest = line;
+    if (take(rest, kTime) && take(rest, message.time) && take(rest, kChannel)) {
+        const std::size_t end = rest.find_first_of("\"\\");
+        message.channel = rest.substr(0, end);
+        rest.remove_prefix(message.channel.size());
+        if (take(rest, kSequence) && take(rest, message.sequence) && take(rest, kPayload) && !rest.empty() &&
+            rest.back() == '}') {
+            message.payload = rest.substr(0, rest.size() - 1);
+            if (isWholeObject(message.payload)) {
+                return true;
+            }
+        }
+    }
+    return readOtherForm(line, message);
+}
+
+bool RecordingLineReader::readOtherForm(std::string_view line, RecordedMessage& message)
+{
+    std::string error;
+    const JsonTree tree = parseJson(std::string(line), error);
+    const cJSON* const time = cJSON_GetObjectItemCaseSensitive(tree.get(), "ns");
+    const cJSON* const channel = cJSON_GetObjectItemCaseSensitive(tree.get(), "channel");
+    const cJSON* const sequence = cJSON_GetObjectItemCaseSensitive(tree.get(), "sequence");
+    const cJSON* const payload = cJSON_GetObjectItemCaseSensitive(tree.get(), "payload");
+    constexpr double kLatest = 9e18;
+    if (!cJSON_IsNumber(time) || !(std::fabs(time->valuedouble) < kLatest) || !cJSON_IsString(channel) ||
+        !cJSON_IsNumber(sequence) || payload == nullptr) {
+        return false;
+    }
+    m_channel = channel->valuestring;
+    m_payload = printJson(payload);
+    message = {static_cast<Nanoseconds>(time->valuedouble), m_channel, sequence->valueint, m_payload};
+    return true;
+}
+
+} // namespace TelvaneTool

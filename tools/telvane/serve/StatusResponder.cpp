@@ -1,0 +1,115 @@
+#include "serve/StatusResponder.h"
+
+#include "common/bus/DecodedRecord.h"
+#include "common/bus/RecordBuilder.h"
+#include "common/bus/StatusPayload.h"
+#include "common/cli/Messages.h"
+#include "common/support/Json.h"
+
+#include <algorithm>
+#include <fstream>
+#include <pwd.h>
+#include <unistd.h>
+
+namespace TelvaneTool
+{
+
+namespace
+{
+
+std::string programOf(pid_t process)
+{
+    const std::string directory = "/proc/" + std::to_string(process);
+    std::string name;
+    std::getline(std::ifstream(directory + "/comm"), name);
+    if (name == "telvane") {
+        // The tool is many programs.
+        std::string word;
+        std::ifstream words(directory + "/cmdline");
+        std::getline(words, word, '\0');
+        std::getline(words, word, '\0');
+        name += " " + word;
+    }
+    // A process names itself as it likes; what is no printable ASCII would not survive terminals and JSON.
+    for (char& character : name) {
+        character = character >= ' ' && character <= '~' ? character : '?';
+    }
+    return name;
+}
+
+std::string nameOf(uid_t user)
+{
+    passwd entry = {};
+    passwd* found = nullptr;
+    char texts[4096];
+    return getpwuid_r(user, &entry, texts, sizeof texts, &found) == 0 && found != nullptr ? entry.pw_name
+                                                                                          : "";
+}
+
+} // namespace
+
+void StatusResponder::prepare(const Telvane::EventServerLimits& limits)
+{
+    constexpr std::size_t kOwnSubscriptions = 2;
+    constexpr std::size_t kOwnChannels = 2; // questions; answers have to have somebody who wants them
+    m_limits = limits;
+    if (m_limits.connections != 0) {
+        ++m_limits.connections;
+    }
+    if (m_limits.channels != 0) {
+        m_limits.channels += kOwnChannels;
+    }
+    Telvane::EventServerLimits entering = m_limits;
+    if (!entering.users.empty() || !entering.groups.empty()) {
+        entering.users.push_back(geteuid());
+    }
+    if (entering.subscriptionsPerClient != 0) {
+        entering.subscriptionsPerClient = std::max(entering.subscriptionsPerClient, kOwnSubscriptions);
+    }
+    m_server.SetLimits(std::move(entering));
+}
+
+void StatusResponder::start(const std::string& path)
+{
+    using Telvane::TelvaneDataTypeBase;
+    const auto subscribe = [this](const char* channel, void (StatusResponder::*answer)()) {
+        return m_client.Subscribe(
+            std::string("req_") + channel,
+            [this, answer](void*, TelvaneDataTypeBase*, int, void*) { (this->*answer)(); },
+            DecodedRecord(nullptr), nullptr);
+    };
+    if (m_client.Connect(path) != 0 || subscribe(kChannelsStatus, &StatusResponder::answerChannels) != 0 ||
+        subscribe(kClientsStatus, &StatusResponder::answerClients) != 0) {
+        printError("the server cannot tell of its channels and clients: it does not let itself in");
+        m_client.Disconnect();
+    }
+    m_server.SetLimits(m_limits);
+}
+
+void StatusResponder::answerChannels()
+{
+    publish(kChannelsStatus, printStatus(m_server.Channels()));
+}
+
+void StatusResponder::answerClients()
+{
+    std::vector<ClientStatus> clients;
+    for (Telvane::EventServerClientStatus& status : m_server.Clients()) {
+        ClientStatus& client = clients.emplace_back();
+        static_cast<Telvane::EventServerClientStatus&>(client) = std::move(status);
+        client.program = programOf(client.process);
+        client.userName = nameOf(client.user);
+    }
+    publish(kClientsStatus, printStatus(clients));
+}
+
+void StatusResponder::publish(const std::string& channel, const std::vector<std::string>& payloads)
+{
+    std::string error;
+    for (const std::string& payload : payloads) {
+        RawRecord record(parseJson(payload, error));
+        m_client.Publish(channel, record);
+    }
+}
+
+} // namespace TelvaneTool

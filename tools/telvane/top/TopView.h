@@ -1,0 +1,23 @@
+#pragma once
+
+#include "top/TopModel.h"
+
+namespace TelvaneTool
+{
+
+struct TopViewSettings
+{
+    std::string path; ///< of the bus
+    TopModel::Order order = TopModel::Order::Name;
+    std::size_t width = 80;
+    bool colour = false;
+};
+
+/// \param moment now, since the Unix epoch
+/// \return lines
+std::string printTop(const TopModel& model, const TopViewSettings& settings, Nanoseconds moment);
+
+/// \return one line of JSON
+std::string printTopJson(const TopModel& model, const TopViewSettings& settings, Nanoseconds moment);
+
+} // namespace TelvaneTool

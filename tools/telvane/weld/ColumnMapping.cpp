@@ -1,0 +1,87 @@
+// A mapping is read from its end, since it is the column's name that may hold any character: the offset,
+// then the scale, are taken off only while what is left is not a column's name.
+
+#include "weld/ColumnMapping.h"
+
+#include "common/support/CsvFields.h"
+
+#include <algorithm>
+
+namespace TelvaneTool
+{
+
+namespace
+{
+
+std::string_view trimmed(std::string_view text)
+{
+    const std::size_t first = text.find_first_not_of(' ');
+    if (first == std::string_view::npos) {
+        return {};
+    }
+    return text.substr(first, text.find_last_not_of(' ') - first + 1);
+}
+
+} // namespace
+
+std::optional<std::size_t> findColumn(std::string_view name, const std::vector<std::string>& columns)
+{
+    const auto found = std::find(columns.begin(), columns.end(), name);
+    if (found == columns.end()) {
+        return std::nullopt;
+    }
+    return static_cast<std::size_t>(found - columns.begin());
+}
+
+std::string noSuchColumn(std::string_view name, const std::vector<std::string>& columns)
+{
+    std::string text = "there is no column \"" + std::string(name) + "\"; the recording has";
+    const char* separator = " ";
+    for (const std::string& column : columns) {
+        text += separator + column;
+        separator = ", ";
+    }
+    return text;
+}
+
+std::optional<ColumnMapping> readColumnMapping(std::string_view text, const std::vector<std::string>& columns,
+                                               std::string& error)
+{
+    ColumnMapping mapping;
+    std::string_view name = trimmed(text);
+    mapping.column = findColumn(name, columns);
+    if (mapping.column) {
+        return mapping;
+    }
+    if (readNumber(name, mapping.offset)) {
+        return mapping;
+    }
+    const std::size_t sign = name.find_last_of("+-");
+    if (sign != std::string_view::npos && sign > 0 && name[sign - 1] != 'e' && name[sign - 1] != 'E' &&
+        name[sign - 1] != '*' && name[sign - 1] != '/' &&
+        readNumber(trimmed(name.substr(sign + 1)), mapping.offset)) {
+        mapping.offset = name[sign] == '-' ? -mapping.offset : mapping.offset;
+        name = trimmed(name.substr(0, sign));
+        mapping.column = findColumn(name, columns);
+    }
+    const std::size_t factor = name.find_last_of("*/");
+    if (!mapping.column && factor != std::string_view::npos &&
+        readNumber(trimmed(name.substr(factor + 1)), mapping.scale)) {
+        if (name[factor] == '/') {
+            if (mapping.scale == 0.0) {
+                error = "\"" + std::string(text) + "\" divides by zero";
+                return std::nullopt;
+            }
+            mapping.scale = 1.0 / mapping.scale;
+        }
+        name = trimmed(name.substr(0, factor));
+        mapping.column = findColumn(name, columns);
+    }
+    if (!mapping.column) {
+        error = noSuchColumn(name, columns);
+        return std::nullopt;
+    }
+    return mapping;
+}
+
+} // namespace TelvaneTool

@@ -1,0 +1,274 @@
+// A recording is read row by row as it is needed. Rows that cannot be read are named and left out, so that
+// one torn line does not cost a day's recording; whoever runs the tool learns of them by its exit code, too.
+//
+// The one thing that cannot be known from a row by itself is the sample period when the recording has time
+// stamps. So the reader looks some rows ahead at the beginning of each group and takes the median.
+
+#include "weld/CsvRecording.h"
+
+#include "common/support/CsvFields.h"
+
+#include <algorithm>
+#include <cmath>
+#include <system_error>
+
+namespace TelvaneTool
+{
+
+namespace
+{
+
+constexpr std::size_t kRowsAhead = 64;
+constexpr Nanoseconds kDay = Nanoseconds(24) * 3600 * kSecond;
+/// What nanoseconds in 64 bits hold, with room to add the longest of all intervals.
+constexpr double kEarliestSeconds = -1.0e9;
+constexpr double kLatestSeconds = 4.0e9;
+
+constexpr std::array<const char*, kQuantities> kQuantityOptions = {"--amps", "--volts", "--wfs",
+                                                                   "--gas",  "--motor", "--wire-used"};
+
+} // namespace
+
+CsvRecording::CsvRecording(Options options, std::function<void(const std::string&)> onBadRow)
+    : m_options(std::move(options)), m_onBadRow(std::move(onBadRow))
+{}
+
+bool CsvRecording::open(std::string& error)
+{
+    const int failure = m_lines.open(m_options.path, m_options.waiter);
+    if (failure != 0) {
+        error = "cannot open " + m_options.path + ": " + std::generic_category().message(failure);
+        return false;
+    }
+    std::string_view header;
+    if (!m_lines.next(header)) {
+        if (m_lines.stopped()) {
+            return false;
+        }
+        error =
+            m_lines.error() != 0
+                ? "cannot read " + m_options.path + ": " + std::generic_category().message(m_lines.error())
+                : m_options.path + " is empty; a header line that names the columns is needed";
+        return false;
+    }
+    if (!splitFields(header, m_options.delimiter, m_fields)) {
+        error = m_options.path + ":1: a quote in the header line is not closed";
+        return false;
+    }
+    m_columns.assign(m_fields.begin(), m_fields.end());
+    if (!mapColumns(error) || !mapTime(error)) {
+        error = m_options.path + ": " + error;
+        return false;
+    }
+    return true;
+}
+
+bool CsvRecording::mapColumns(std::string& error)
+{
+    for (std::size_t i = 0; i < kQuantities; ++i) {
+        if (m_options.texts[i].empty()) {
+            continue;
+        }
+        const auto mapping = readColumnMapping(m_options.texts[i], m_columns, error);
+        if (!mapping) {
+            error.insert(0, std::string(kQuantityOptions[i]) + ": ");
+            return false;
+        }
+        m_mappings[i] = *mapping;
+        m_traits.measured[i] = true;
+    }
+    if (!m_options.group.empty()) {
+        m_groupColumn = findColumn(m_options.group, m_columns);
+        if (!m_groupColumn) {
+            error = "--group: " + noSuchColumn(m_options.group, m_columns);
+            return false;
+        }
+    }
+    return true;
+}
+
+bool CsvRecording::mapTime(std::string& error)
+{
+    if (m_options.time.empty()) {
+        m_timeForm = TimeForm::Rows;
+        m_traits.period = m_options.period;
+        return true;
+    }
+    const std::string_view text = m_options.time;
+    for (std::size_t plus = text.find('+'); plus != std::string_view::npos; plus = text.find('+', plus + 1)) {
+        const auto date = findColumn(text.substr(0, plus), m_columns);
+        const auto clock = findColumn(text.substr(plus + 1), m_columns);
+        if (date && clock) {
+            m_timeMapping.column = date;
+            m_clockColumn = clock;
+            return true;
+        }
+    }
+    const auto mapping = readColumnMapping(text, m_columns, error);
+    if (!mapping || !mapping->column) {
+        error = "--time: " + (mapping ? noSuchColumn(text, m_columns) : error);
+        return false;
+    }
+    m_timeMapping = *mapping;
+    return true;
+}
+
+SampleSource::Next CsvRecording::next(WeldSample& sample)
+{
+    Row row;
+    if (!m_ahead.empty()) {
+        row = m_ahead.front();
+        m_ahead.pop_front();
+    } else if (!readRow(row)) {
+        return Next::End;
+    }
+    if (row.newGroup && m_timeForm != TimeForm::Rows) {
+        lookAhead(row);
+    }
+    sample = row.sample;
+    return row.newGroup ? Next::NewGroup : Next::Sample;
+}
+
+void CsvRecording::lookAhead(const Row& first)
+{
+    std::vector<Nanoseconds> intervals;
+    Nanoseconds previous = first.sample.time;
+    for (std::size_t i = 0; i < kRowsAhead; ++i) {
+        if (i == m_ahead.size()) {
+            Row row;
+            if (!readRow(row)) {
+                break;
+            }
+            m_ahead.push_back(row);
+        }
+        if (m_ahead[i].newGroup) {
+            break;
+        }
+        intervals.push_back(m_ahead[i].sample.time - previous);
+        previous = m_ahead[i].sample.time;
+    }
+    if (!intervals.empty()) {
+        const auto middle = intervals.begin() + static_cast<std::ptrdiff_t>(intervals.size() / 2);
+        std::nth_element(intervals.begin(), middle, intervals.end());
+        m_traits.period = *middle;
+    }
+}
+
+bool CsvRecording::readRow(Row& row)
+{
+    std::string_view line;
+    while (m_lines.next(line)) {
+        if (line.empty()) {
+            continue;
+        }
+        if (!splitFields(line, m_options.delimiter, m_fields)) {
+            reject(m_fields.size(), "a quote is not closed");
+        } else if (m_fields.size() != m_columns.size()) {
+            reject(std::min(m_fields.size(), m_columns.size()),
+                   "the row has " + std::to_string(m_fields.size()) + " fields where the header has " +
+                       std::to_string(m_columns.size()));
+        } else if (readFields(row)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool CsvRecording::readFields(Row& row)
+{
+    if (m_groupColumn && (!m_inGroup || m_fields[*m_groupColumn] != m_group)) {
+        m_group = m_fields[*m_groupColumn];
+        m_inGroup = false;
+    }
+    row.newGroup = !m_inGroup;
+    if (row.newGroup) {
+        m_rowInGroup = 0;
+    }
+    // A row that turns out bad has still taken its place in time.
+    const std::uint64_t number = m_rowInGroup++;
+
+    for (std::size_t i = 0; i < kQuantities; ++i) {
+        const ColumnMapping& mapping = m_mappings[i];
+        double value = 0.0;
+        if (mapping.column && !readNumber(m_fields[*mapping.column], value)) {
+            reject(*mapping.column, fieldIsNot(*mapping.column, "a number"));
+            return false;
+        }
+        row.sample.values[i] = mapping.apply(value);
+    }
+    if (m_timeForm == TimeForm::Rows) {
+        row.sample.time = static_cast<Nanoseconds>(number) * m_options.period;
+    } else if (!readTime(row.sample.time)) {
+        return false;
+    }
+    if (!row.newGroup && row.sample.time < m_previousTime) {
+        const std::size_t column = m_clockColumn.value_or(*m_timeMapping.column);
+        reject(column, m_columns[column] + ": the time lies before that of the row before");
+        return false;
+    }
+    m_previousTime = row.sample.time;
+    m_inGroup = true;
+    return true;
+}
+
+bool CsvRecording::readTime(Nanoseconds& time)
+{
+    const std::size_t column = *m_timeMapping.column;
+    if (m_timeForm == TimeForm::Unknown || m_timeForm == TimeForm::Number) {
+        double seconds = 0.0;
+        if (readNumber(m_fields[column], seconds)) {
+            seconds = m_timeMapping.apply(seconds);
+            if (!(seconds >= kEarliestSeconds && seconds <= kLatestSeconds)) {
+                reject(column, fieldIsNot(column, "a time in seconds; a scale is missing, as in " +
+                                                      m_columns[column] + "*0.001"));
+                return false;
+            }
+            m_timeForm = TimeForm::Number;
+            time = std::llround(seconds * static_cast<double>(kSecond));
+            return true;
+        }
+    }
+    if (m_timeForm != TimeForm::Number && readClock(time)) {
+        return true;
+    }
+    reject(m_clockColumn.value_or(column),
+           fieldIsNot(m_clockColumn.value_or(column),
+                      m_clockColumn ? "a time of day behind a date" : "a time as in the rows before"));
+    return false;
+}
+
+bool CsvRecording::readClock(Nanoseconds& time)
+{
+    const std::string_view field = m_fields[*m_timeMapping.column];
+    if (m_timeForm != TimeForm::TimeOfDay) {
+        if (m_clockColumn ? m_clock.read(field, m_fields[*m_clockColumn], time) : m_clock.read(field, time)) {
+            m_timeForm = TimeForm::Moment;
+            m_traits.absoluteTime = true;
+            return true;
+        }
+    }
+    if (m_timeForm == TimeForm::Moment || m_clockColumn || !TimestampParser::readTimeOfDay(field, time)) {
+        return false;
+    }
+    m_timeForm = TimeForm::TimeOfDay;
+    time += m_midnight;
+    if (m_inGroup && time < m_previousTime - kDay / 2) {
+        m_midnight += kDay;
+        time += kDay;
+    }
+    return true;
+}
+
+void CsvRecording::reject(std::size_t column, const std::string& what)
+{
+    ++m_badRows;
+    m_onBadRow(m_options.path + ":" + std::to_string(m_lines.number()) + ":" + std::to_string(column + 1) +
+               ": " + what);
+}
+
+std::string CsvRecording::fieldIsNot(std::size_t column, const std::string& expected) const
+{
+    return m_columns[column] + ": \"" + std::string(m_fields[column]) + "\" is not " + expected;
+}
+
+} // namespace TelvaneTool

@@ -1,0 +1,237 @@
+#include "weld/WeldMonitor.h"
+
+#include "common/bus/BusConnection.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace TelvaneTool
+{
+
+using Telvane::DateTime;
+using Telvane::UnitValueDoublePair;
+using Telvane::UnitValuePair;
+using Telvane::WeldMetrics;
+using Telvane::WeldTraceData;
+using Telvane::WeldTraceDataPoint;
+using Telvane::WeldTriggerEnd;
+using Telvane::WeldTriggerStart;
+
+namespace
+{
+
+constexpr Nanoseconds kColumnTime = kSecond / 5;
+constexpr std::size_t kMaxColumns = 60;
+
+Nanoseconds timeOf(const DateTime& stamp)
+{
+    return static_cast<Nanoseconds>(stamp.time.tv_sec) * kSecond + stamp.time.tv_nsec;
+}
+
+std::string withUnit(double value, const std::string& unit)
+{
+    char text[64];
+    std::snprintf(text, sizeof text, "%.10g", value);
+    return unit.empty() ? text : text + (" " + unit);
+}
+
+/// A line for each metric that has a unit: those without were not measured.
+class MetricLines
+{
+public:
+    template <class Pair>
+    MetricLines& add(const char* name, const Pair& pair)
+    {
+        if (!pair.Unit.empty()) {
+            char text[96];
+            std::snprintf(text, sizeof text, "  %-18s %s\n", name, withUnit(pair.Value, pair.Unit).c_str());
+            m_text += text;
+        }
+        return *this;
+    }
+    const std::string& text() const { return m_text; }
+
+private:
+    std::string m_text;
+};
+
+std::string describe(const WeldMetrics& metrics)
+{
+    return MetricLines()
+        .add("arc duration", metrics.ArcDuration)
+        .add("mean voltage", metrics.AverageVoltage)
+        .add("mean current", metrics.AverageAmperage)
+        .add("mean wire feed", metrics.AverageWFS)
+        .add("mean gas flow", metrics.AverageGas)
+        .add("mean motor load", metrics.AverageMotor)
+        .add("wire deposited", metrics.TotalDeposition)
+        .add("energy", metrics.TotalEnergy)
+        .text();
+}
+
+/// Set points that are zero have not been told.
+std::string describe(const char* name, const UnitValueDoublePair& pair)
+{
+    return pair.Value != 0.0 ? std::string(", ") + name + " " + withUnit(pair.Value, pair.Unit)
+                             : std::string();
+}
+
+} // namespace
+
+bool terminalIsUtf8()
+{
+    for (const char* name : {"LC_ALL", "LC_CTYPE", "LANG"}) {
+        const char* const value = std::getenv(name);
+        if (value != nullptr && *value != '\0') {
+            return strcasestr(value, "UTF-8") != nullptr || strcasestr(value, "UTF8") != nullptr;
+        }
+    }
+    return false;
+}
+
+void WeldMonitor::arrived(int serial)
+{
+    ++m_received;
+    if (!m_ledger.isOpen()) {
+        return;
+    }
+    const Nanoseconds published = m_ledger.published(serial);
+    if (published != 0) {
+        m_latency.add(monotonicNow() - published);
+    }
+}
+
+void WeldMonitor::take(const WeldTriggerStart& start)
+{
+    const std::lock_guard<std::mutex> guard(m_lock);
+    arrived(start.messageSerial);
+    m_welding = true;
+    m_tag = start.tag;
+    m_start = timeOf(start.timestamp);
+    m_latest = m_start;
+    m_nextSequence = 0;
+    m_columns.clear();
+    DateTime stamp = start.timestamp;
+    m_events += "weld " + std::to_string(start.tag) + " started at " + stamp.ToISO8601String() +
+                ": a sample every " + std::to_string(start.samplePeriodus) + " us" +
+                describe("set to", start.settings.CommandVoltage) +
+                describe("wire feed", start.settings.CommandWFS) +
+                describe("current", start.settings.CommandAmperage) + "\n";
+}
+
+void WeldMonitor::take(const WeldTraceData& trace)
+{
+    const std::lock_guard<std::mutex> guard(m_lock);
+    arrived(trace.messageSerial);
+    ++m_samples;
+    if (!m_welding) {
+        return; // came in the middle of a weld
+    }
+    if (trace.sequence > m_nextSequence) {
+        m_missed += static_cast<std::uint64_t>(trace.sequence - m_nextSequence);
+    }
+    m_nextSequence = trace.sequence + 1;
+    m_latest = timeOf(trace.timestamp);
+    addToChart(m_latest, trace.data);
+}
+
+void WeldMonitor::take(const WeldTriggerEnd& end)
+{
+    const std::lock_guard<std::mutex> guard(m_lock);
+    arrived(end.messageSerial);
+    m_welding = false;
+    m_events += "weld " + std::to_string(end.tag) + " ended\n" + describe(end.metrics);
+}
+
+void WeldMonitor::addToChart(Nanoseconds time, const WeldTraceDataPoint& point)
+{
+    if (m_columns.empty() || time - m_columns.back().begin >= kColumnTime) {
+        if (!m_columns.empty()) {
+            const Column& whole = m_columns.back();
+            m_ampsScale = std::max(m_ampsScale, whole.amps / whole.samples);
+        }
+        Column column;
+        column.begin = time;
+        m_columns.push_back(column);
+    }
+    Column& column = m_columns.back();
+    column.amps += point.amps;
+    column.volts += point.volts;
+    ++column.samples;
+    if (m_columns.size() > kMaxColumns) {
+        m_columns.pop_front();
+    }
+}
+
+std::string WeldMonitor::takeEvents()
+{
+    const std::lock_guard<std::mutex> guard(m_lock);
+    std::string events;
+    events.swap(m_events);
+    return events;
+}
+
+std::string WeldMonitor::chart(std::size_t columns) const
+{
+    static const char* const kBlocks[] = {" ", "▁", "▂", "▃", "▄", "▅", "▆", "▇", "█"};
+    static const char* const kCharacters[] = {" ", ".", ":", "-", "=", "+", "*", "%", "#"};
+    constexpr long kTop = 8;
+    const auto& levels = terminalIsUtf8() ? kBlocks : kCharacters;
+    std::string text;
+    const std::size_t first = m_columns.size() > columns ? m_columns.size() - columns : 0;
+    for (std::size_t i = first; i < m_columns.size(); ++i) {
+        const double level = m_columns[i].amps / m_columns[i].samples / m_ampsScale * double{kTop};
+        text += levels[std::clamp(std::lround(level), 0L, kTop)];
+    }
+    return text;
+}
+
+std::string WeldMonitor::liveLine(std::size_t width) const
+{
+    const std::lock_guard<std::mutex> guard(m_lock);
+    if (!m_welding || m_columns.empty()) {
+        return {};
+    }
+    // The column in progress may hold a sample or two only, the one before is calmer.
+    const Column& shown = m_columns.size() > 1 ? m_columns[m_columns.size() - 2] : m_columns.back();
+    char text[96];
+    const int length =
+        std::snprintf(text, sizeof text, "weld %d %6.1f s %5.0f A %5.1f V  ", m_tag,
+                      inSeconds(m_latest - m_start), shown.amps / shown.samples, shown.volts / shown.samples);
+    const auto used = static_cast<std::size_t>(std::max(length, 0)) + 1;
+    return text + (width > used ? chart(width - used) : "");
+}
+
+std::uint64_t WeldMonitor::received() const
+{
+    const std::lock_guard<std::mutex> guard(m_lock);
+    return m_received;
+}
+
+std::string WeldMonitor::summary(std::uint64_t undecodable) const
+{
+    const std::lock_guard<std::mutex> guard(m_lock);
+    std::string text;
+    if (m_ledger.isOpen()) {
+        const std::uint64_t published = m_ledger.published();
+        text += "published " + std::to_string(published) + ", received " + std::to_string(m_received) +
+                ", lost " + std::to_string(published - std::min(published, m_received)) + "\n";
+    } else {
+        text += "received " + std::to_string(m_received) + ", lost " + std::to_string(m_missed) +
+                " by the samples' numbers\n";
+    }
+    if (undecodable != 0) {
+        text += "could not be decoded: " + std::to_string(undecodable) + "\n";
+    }
+    if (m_latency.count() != 0) {
+        text += "from publish to callback: p50 " + printDuration(m_latency.quantile(0.5)) + ", p99 " +
+                printDuration(m_latency.quantile(0.99)) + ", longest " + printDuration(m_latency.greatest()) +
+                "\n";
+    }
+    return text;
+}
+
+} // namespace TelvaneTool

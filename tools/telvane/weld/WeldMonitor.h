@@ -1,0 +1,75 @@
+#pragma once
+
+#include "common/support/Clock.h"
+#include "common/support/LatencyHistogram.h"
+#include "weld/LatencyTracker.h"
+
+#include <Telvane/WeldRecords.h>
+
+#include <cstdint>
+#include <deque>
+#include <mutex>
+#include <string>
+
+namespace TelvaneTool
+{
+
+/// Follows the welds on a bus and puts them into words and pictures.
+///
+/// take() is for the receiver thread, all else for the one that draws.
+class WeldMonitor
+{
+public:
+    /// \param ledger may be closed
+    explicit WeldMonitor(const LatencyTracker& ledger) : m_ledger(ledger) {}
+
+    void take(const Telvane::WeldTriggerStart& start);
+    void take(const Telvane::WeldTraceData& trace);
+    void take(const Telvane::WeldTriggerEnd& end);
+
+    /// \return what has happened since the last call: texts of whole lines
+    std::string takeEvents();
+
+    /// \param width columns that the line may take
+    /// \return the line that shows the weld in progress, or an empty text when there is none
+    std::string liveLine(std::size_t width) const;
+
+    std::uint64_t received() const;
+    /// \param undecodable records that the client could not read
+    std::string summary(std::uint64_t undecodable) const;
+
+private:
+    void arrived(int serial);
+    void addToChart(Nanoseconds time, const Telvane::WeldTraceDataPoint& point);
+    std::string chart(std::size_t columns) const;
+
+    /// What falls into one column of the chart.
+    struct Column
+    {
+        Nanoseconds begin = 0;
+        double amps = 0.0; ///< sums
+        double volts = 0.0;
+        unsigned samples = 0;
+    };
+
+    const LatencyTracker& m_ledger;
+    mutable std::mutex m_lock;
+    std::string m_events;
+    bool m_welding = false;
+    int m_tag = 0;
+    Nanoseconds m_start = 0; ///< by the records' time stamps
+    Nanoseconds m_latest = 0;
+    int m_nextSequence = 0;
+    std::deque<Column> m_columns;
+    double m_ampsScale = 100.0; ///< the top of the chart
+
+    std::uint64_t m_received = 0;
+    std::uint64_t m_samples = 0;
+    std::uint64_t m_missed = 0; ///< by gaps in the samples' numbers
+    LatencyHistogram m_latency;
+};
+
+/// \return true when the user's terminal shows UTF-8
+bool terminalIsUtf8();
+
+} // namespace TelvaneTool

@@ -1,0 +1,94 @@
+#pragma once
+
+#include "common/bus/BusConnection.h"
+#include "common/support/Pacer.h"
+#include "weld/LatencyTracker.h"
+#include "weld/WeldDetector.h"
+#include "weld/WeldSummary.h"
+
+#include <Telvane/Consumables.h>
+#include <Telvane/WeldRecords.h>
+
+#include <cstdint>
+
+namespace TelvaneTool
+{
+
+/// What the power source knows about a weld without measuring it.
+struct WeldSetup
+{
+    int firstTag = 1;
+    int program = 0;
+    Telvane::_ProcessID_e process = Telvane::ProcessID_MIGShortArc;
+    Telvane::_WireType_e wireType = Telvane::WireType_Steel;
+    Telvane::_WireSize_e wireSize = Telvane::WireSize_Inch_0_045;
+    Telvane::_AlloyID_e alloy = Telvane::AlloyID_STL_E70;
+    Telvane::_GasID_e gas = Telvane::GasID_AR75_CO225;
+    std::string feederSide;
+    double setVolts = 0.0;      ///< V
+    double setAmps = 0.0;       ///< A
+    double setWfs = 0.0;        ///< in/min
+    double setArcControl = 0.0; ///< without a unit
+    double lifetimeHours = 0.0; ///< arc time of the machine before the first weld
+};
+
+/// \return the metrics of a weld, with the unit texts; a quantity that was not measured has no unit
+Telvane::WeldMetrics weldMetrics(const WeldSummary& summary, const SampleSource::Traits& traits,
+                                 const WeldSetup& setup);
+
+/// Publishes what a detector finds, as the power source does: start, samples, end.
+class WeldPublisher : public WeldDetector::Listener
+{
+public:
+    struct Settings
+    {
+        double speed = 1.0;    ///< times the recorded pace; 0 for no waiting
+        bool stampNow = false; ///< stamp with the time of publication, not of the recording
+    };
+
+    /// \param ledger may be closed
+    WeldPublisher(BusConnection& session, const SampleSource& source, LatencyTracker& ledger,
+                  const WeldSetup& setup, const Settings& settings);
+
+    /// A new part of the recording begins.
+    void beginGroup(const WeldSample& first);
+
+    void arcStarted(const WeldSample& first) override;
+    void arcSample(const WeldSample& sample, bool burning) override;
+    void arcEnded(const WeldSample& end) override;
+
+    /// Ends a weld that cannot be followed any further, so that no subscriber waits for its end.
+    void cutShort();
+
+    std::uint64_t welds() const { return m_welds; }
+    std::uint64_t samples() const { return m_samples; }
+    Nanoseconds late() const { return m_pacer.late(); }
+
+private:
+    bool waitUntil(Nanoseconds moment);
+    void endWeld(const WeldSample& end);
+    Telvane::DateTime stamp(Nanoseconds moment) const;
+    void publish(const std::string& channel, Telvane::TelvaneDataTypeBase& record, int& serial);
+
+    BusConnection& m_session;
+    const SampleSource& m_source;
+    LatencyTracker& m_ledger;
+    const WeldSetup m_setup;
+    const Settings m_settings;
+    Pacer m_pacer;
+
+    Nanoseconds m_stampOffset = 0; ///< from recorded time to the real-time clock
+    Nanoseconds m_lastMoment = 0;
+    bool m_cut = false; ///< the session is stopping: nothing but the end of the weld follows
+    bool m_welding = false;
+    bool m_begun = false;
+    WeldSummary m_summary{false};
+    Telvane::WeldTraceData m_trace;
+    int m_serial = 0;
+    int m_tag;
+    double m_lifetimeHours;
+    std::uint64_t m_welds = 0;
+    std::uint64_t m_samples = 0;
+};
+
+} // namespace TelvaneTool
