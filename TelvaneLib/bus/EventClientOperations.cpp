@@ -9,7 +9,6 @@
 
 #include <Telvane/RequestType.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <new>
@@ -75,15 +74,14 @@ int EventClient::State::send(cJSON* message)
 
 int EventClient::State::sendText(Connection& used, const char* text, int length)
 {
-    const int clamped = std::clamp(length, 0, kMessageLimit);
-    int sent = 0;
+    SentPacket packet;
     do {
         if (!used.open) {
             return -ENOTCONN;
         }
-        sent = sendPacket(used.socket.get(), text, clamped, 0);
-    } while (sent <= 0);
-    return sent == clamped ? 0 : sent;
+        packet = sendPacket(used.socket.get(), text, length, 0);
+    } while (packet.sent <= 0);
+    return packet.complete() ? 0 : packet.sent;
 }
 
 int EventClient::writeDataToSocket(char* data, int length)

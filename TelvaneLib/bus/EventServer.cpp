@@ -74,8 +74,8 @@ int clearStalePath(const std::string& path)
 
 EventServer::State::State(EventServer& owner) : server(owner)
 {
-    channels[kSubscribeHeader].handler = &EventServer::meta_subscribeHandler;
-    channels[kUnsubscribeHeader].handler = &EventServer::meta_unsubscribeHandler;
+    channels[kSubscribeHeader].metaHandler = &EventServer::meta_subscribeHandler;
+    channels[kUnsubscribeHeader].metaHandler = &EventServer::meta_unsubscribeHandler;
 }
 
 EventServer::EventServer() : m_state(std::make_unique<State>(*this)) {}

@@ -38,15 +38,14 @@ void reportRelayError(int client, int result)
 
 int sendToClient(int fd, const char* data, int length)
 {
-    const int clamped = std::clamp(length, 0, kMessageLimit);
-    int sent = -1;
+    SentPacket packet;
     do {
-        sent = sendPacket(fd, data, clamped, MSG_DONTWAIT);
-    } while (sent < 0 && errno == EINTR);
-    if (sent < 0) {
+        packet = sendPacket(fd, data, length, MSG_DONTWAIT);
+    } while (packet.sent < 0 && errno == EINTR);
+    if (packet.sent < 0) {
         return -errno;
     }
-    return sent == clamped ? 0 : sent;
+    return packet.complete() ? 0 : packet.sent;
 }
 
 } // namespace
@@ -71,19 +70,25 @@ void EventServer::State::handlePacket(int client, const char* text, int length)
         return;
     }
     count(counters.dispatched);
-    dispatching = &*found;
     int result = 0;
     try {
-        result =
-            found->second.handler(&server, client, found->first, sequence.fetch_add(1), payload, nullptr);
+        result = dispatch(client, *found, payload);
     } catch (const std::bad_alloc&) {
         result = -ENOMEM;
     }
-    dispatching = nullptr;
     if (result == -ENOMEM) {
         // The message is lost, as it would be to a full buffer; the server goes on.
         count(counters.outOfMemory);
     }
+}
+
+int EventServer::State::dispatch(int client, Channel::Entry& channel, cJSON* payload)
+{
+    const int sequenceNumber = sequence.fetch_add(1);
+    const EventHandler metaHandler = channel.second.metaHandler;
+    return metaHandler != nullptr
+               ? metaHandler(&server, client, channel.first, sequenceNumber, payload, nullptr)
+               : relay(channel, sequenceNumber, payload);
 }
 
 int EventServer::meta_subscribeHandler(void* server, int fd, const std::string& header, int sequence,
@@ -154,7 +159,6 @@ bool EventServer::State::isSubscribed(int client, const Channel& channel)
 Channel::Entry& EventServer::State::addChannel(std::string_view name)
 {
     Channel::Entry& entry = *channels.try_emplace(std::string(name)).first;
-    entry.second.handler = &EventServer::subscriptionHandler;
     entry.second.older = newestChannel;
     newestChannel = &entry;
     ++channelCount;
@@ -211,33 +215,29 @@ int EventServer::subscriptionHandler(void* server, int /*fd*/, const std::string
                                      cJSON* payload, void* /*user*/)
 {
     State& state = State::of(server);
-    // The dispatcher hands over the very name under which it found the channel: no second search.
-    auto* entry = state.dispatching;
-    if (entry == nullptr || &entry->first != &channel) {
-        const auto found = state.channels.find(channel);
-        entry = found != state.channels.end() ? &*found : nullptr;
-    }
-    if (entry == nullptr) {
-        return 0;
-    }
-    // The payload stands in the relay as a reference, which the printer leaves alone: it is readied by
-    // itself.
-    state.printer.preformatNumbers(payload);
-    cJSON* const message = state.relayEnvelope.wrap(channel, sequence, payload);
+    const auto found = state.channels.find(channel);
+    return found != state.channels.end() ? state.relay(*found, sequence, payload) : 0;
+}
+
+int EventServer::State::relay(Channel::Entry& channel, int sequenceNumber, cJSON* payload)
+{
+    // The relay refers to the payload, and the printer skips references: the payload's numbers come first.
+    printer.preformatNumbers(payload);
+    cJSON* const message = relayEnvelope.wrap(channel.first, sequenceNumber, payload);
     const char* const text =
-        message != nullptr ? state.printer.print(message, MessagePrinter::Form::Formatted) : nullptr;
+        message != nullptr ? printer.print(message, MessagePrinter::Form::Formatted) : nullptr;
     if (text == nullptr) {
         return -ENOMEM;
     }
-    Channel& own = entry->second;
+    Channel& own = channel.second;
     incrementUnshared(own.publications);
-    incrementUnshared(own.bytes, static_cast<std::uint64_t>(state.printer.length()));
-    own.lastSequence.store(sequence, std::memory_order_relaxed);
-    state.relay(own, text, state.printer.length());
+    incrementUnshared(own.bytes, static_cast<std::uint64_t>(printer.length()));
+    own.lastSequence.store(sequenceNumber, std::memory_order_relaxed);
+    sendToSubscribers(own, text, printer.length());
     return 0;
 }
 
-void EventServer::State::relay(Channel& channel, const char* text, int length)
+void EventServer::State::sendToSubscribers(Channel& channel, const char* text, int length)
 {
     if (length >= kMessageLimit) {
         count(counters.relaysTooLarge);

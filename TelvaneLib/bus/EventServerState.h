@@ -45,7 +45,7 @@ struct Channel
 {
     using Entry = std::pair<const std::string, Channel>;
 
-    EventHandler handler = nullptr;
+    EventHandler metaHandler = nullptr;            ///< null where messages are relayed to subscribers
     std::unordered_map<int, Delivery> subscribers; ///< by descriptor
 
     const Entry* older = nullptr; ///< the next in the list that begins at newestChannel
@@ -135,13 +135,15 @@ struct EventServer::State
 
     // Messages
     void handlePacket(int client, const char* text, int length);
+    int dispatch(int client, Channel::Entry& channel, cJSON* payload);
     int answer(int client, const char* header, bool success, const char* channel);
     bool subscribe(int client, std::string_view channel);
     bool isSubscribed(int client, const Channel& channel);
     Channel::Entry& addChannel(std::string_view name);
     bool unsubscribe(int client, std::string_view channel);
     void forget(int client);
-    void relay(Channel& channel, const char* text, int length);
+    int relay(Channel::Entry& channel, int sequenceNumber, cJSON* payload);
+    void sendToSubscribers(Channel& channel, const char* text, int length);
 
     // Status
     std::vector<EventServerClientStatus> clients();
@@ -165,7 +167,6 @@ struct EventServer::State
 
     std::mutex handlerLock;
     ChannelTable channels;
-    Channel::Entry* dispatching = nullptr; ///< the entry whose handler runs
     std::atomic<const Channel::Entry*> newestChannel{nullptr};
     std::size_t channelCount = 0; ///< without the meta channels
     RelayEnvelope relayEnvelope;

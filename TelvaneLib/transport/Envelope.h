@@ -12,7 +12,6 @@ namespace Telvane
 
 constexpr const char* kSubscribeHeader = ".subscribe";
 constexpr const char* kUnsubscribeHeader = ".unsubscribe";
-constexpr const char* kRequestPrefix = "req_";
 
 /// \name Building
 /// Texts are borrowed: channel and header must outlive the tree. Null when memory runs out.

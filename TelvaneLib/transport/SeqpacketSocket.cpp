@@ -143,11 +143,11 @@ std::size_t bytesUnread(int fd)
     return ioctl(fd, SIOCOUTQ, &bytes) == 0 && bytes > 0 ? static_cast<std::size_t>(bytes) : 0;
 }
 
-int sendPacket(int fd, const char* data, int length, int flags)
+SentPacket sendPacket(int fd, const char* data, int length, int flags)
 {
     const int clamped = std::clamp(length, 0, kMessageLimit);
-    return static_cast<int>(
-        send(fd, data, static_cast<std::size_t>(clamped), flags | MSG_EOR | MSG_NOSIGNAL));
+    const ssize_t sent = send(fd, data, static_cast<std::size_t>(clamped), flags | MSG_EOR | MSG_NOSIGNAL);
+    return {static_cast<int>(sent), clamped};
 }
 
 } // namespace Telvane

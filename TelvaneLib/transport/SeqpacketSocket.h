@@ -92,9 +92,17 @@ std::vector<gid_t> groupsOfPeer(int fd);
 /// \return what has been sent and not been received yet, with the kernel's overhead
 std::size_t bytesUnread(int fd);
 
-/// Sends one packet in one call, clamped to kMessageLimit bytes.
+/// The result of one call of send().
+struct SentPacket
+{
+    int sent = -1;  ///< what send() returned
+    int length = 0; ///< the bytes that it was given
+
+    bool complete() const { return sent == length; }
+};
+
+/// Sends one packet in one call. This is where a message's length is clamped, to 0 to kMessageLimit bytes.
 /// \param flags added to those that every packet has
-/// \return what send() returns
-int sendPacket(int fd, const char* data, int length, int flags);
+SentPacket sendPacket(int fd, const char* data, int length, int flags);
 
 } // namespace Telvane

@@ -7,8 +7,10 @@
 namespace Telvane
 {
 
-/// A record without fields of its own: what a request carries on "req_" + channel. It can be read from
-/// any object.
+/// Requests for channel C are published on the channel `kRequestPrefix + C`, and answered on C.
+constexpr char kRequestPrefix[] = "req_";
+
+/// The record that a request carries, which has no fields of its own. It can be read from any object.
 class TELVANE_EXPORT RequestType : public TelvaneDataTypeBase
 {
 public:

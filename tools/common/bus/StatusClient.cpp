@@ -5,6 +5,8 @@
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
 
+#include <Telvane/RequestType.h>
+
 #include <algorithm>
 #include <type_traits>
 
@@ -66,9 +68,9 @@ bool StatusClient::complete()
 void StatusClient::ask()
 {
     RawRecord nothing;
-    m_session.publish(std::string("req_") + kChannelsStatus, nothing);
+    m_session.publish(Telvane::kRequestPrefix + std::string(kChannelsStatus), nothing);
     if (m_wantsClients) {
-        m_session.publish(std::string("req_") + kClientsStatus, nothing);
+        m_session.publish(Telvane::kRequestPrefix + std::string(kClientsStatus), nothing);
     }
 }
 

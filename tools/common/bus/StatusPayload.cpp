@@ -6,6 +6,8 @@
 #include "common/bus/RecordBuilder.h"
 #include "common/support/Json.h"
 
+#include <Telvane/RequestType.h>
+
 #include <algorithm>
 #include <limits>
 
@@ -176,9 +178,9 @@ private:
 
 bool isStatusChannel(std::string_view channel)
 {
-    constexpr std::string_view kRequest = "req_";
-    if (channel.substr(0, kRequest.size()) == kRequest) {
-        channel.remove_prefix(kRequest.size());
+    constexpr std::string_view kPrefix = Telvane::kRequestPrefix;
+    if (channel.substr(0, kPrefix.size()) == kPrefix) {
+        channel.remove_prefix(kPrefix.size());
     }
     return channel == kChannelsStatus || channel == kClientsStatus;
 }

@@ -96,7 +96,7 @@ int reply(const Options& options)
     }
     int result = session.connect(options.bus.path, options.bus.wait);
     if (result == kSuccess) {
-        result = session.subscribe("req_" + options.channel, Telvane::RequestType(),
+        result = session.subscribe(Telvane::kRequestPrefix + options.channel, Telvane::RequestType(),
                                    [&](void*, TelvaneDataTypeBase*, int, void*) {
                                        ++requests;
                                        session.wake();

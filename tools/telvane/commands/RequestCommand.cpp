@@ -75,7 +75,7 @@ int ask(BusConnection& session, Answer& answer, const Options& options)
 {
     const Nanoseconds deadline = monotonicNow() + nanoseconds(options.timeout);
     Telvane::RequestType request;
-    if (!session.publish("req_" + options.channel, request)) {
+    if (!session.publish(Telvane::kRequestPrefix + options.channel, request)) {
         return kBusFailure;
     }
     const bool arrived = session.waitFor([&answer] { return answer.arrived(); }, deadline);
@@ -83,8 +83,8 @@ int ask(BusConnection& session, Answer& answer, const Options& options)
         return answer.print(session, options);
     }
     if (!session.stopping()) {
-        printError("no answer on \"" + options.channel + "\" in time; is anybody answering " + "req_" +
-                   options.channel + "?");
+        printError("no answer on \"" + options.channel + "\" in time; is anybody answering " +
+                   Telvane::kRequestPrefix + options.channel + "?");
     }
     return kTimeRanOut;
 }

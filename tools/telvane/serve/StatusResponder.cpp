@@ -6,6 +6,8 @@
 #include "common/cli/Messages.h"
 #include "common/support/Json.h"
 
+#include <Telvane/RequestType.h>
+
 #include <algorithm>
 #include <fstream>
 #include <pwd.h>
@@ -74,7 +76,7 @@ void StatusResponder::start(const std::string& path)
     using Telvane::TelvaneDataTypeBase;
     const auto subscribe = [this](const char* channel, void (StatusResponder::*answer)()) {
         return m_client.Subscribe(
-            std::string("req_") + channel,
+            Telvane::kRequestPrefix + std::string(channel),
             [this, answer](void*, TelvaneDataTypeBase*, int, void*) { (this->*answer)(); },
             DecodedRecord(nullptr), nullptr);
     };
