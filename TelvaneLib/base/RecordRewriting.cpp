@@ -8,8 +8,6 @@
 #include "base/RecordEngine.h"
 #include "base/Repackaging.h"
 
-#include <Telvane/PSPrimitives.h>
-
 #include "support/Diagnostics.h"
 #include "support/JsonTree.h"
 
@@ -88,69 +86,71 @@ bool Repackaging::begins(const TelvaneDataTypeBase& record, const cJSON* output,
     return current->m_listTellsAll && current->m_tree == output && output != nullptr;
 }
 
-bool TelvaneDataTypeBase::rewriteFields(const RecordTable& table, cJSON* output)
+bool RecordEngine::rewrite(TelvaneDataTypeBase& record, const RecordTable& table, cJSON* output)
 {
     cJSON* item = output->child;
     for (const RecordField& field : table.fields()) {
         bool written = false;
         if (item != nullptr && item->string == field.key) {
             cJSON* const next = item->next;
-            written = rewriteField(field, *item, output);
+            written = rewriteField(record, field, *item, output);
             item = next;
         } else {
             dropFrom(output, item);
             item = nullptr;
-            written = writeField(field, output);
+            written = writeField(record, field, output);
         }
         if (!written) {
             writeErrorLine(writeFailure(field.kind), field.key);
             return false;
         }
     }
-    if (!_id.empty() && item != nullptr && item->string == kIdKey) {
-        setText(*item, _id);
+    if (!record._id.empty() && item != nullptr && item->string == kIdKey) {
+        setText(*item, record._id);
         item = item->next;
-        if (_sequence_tag >= 0 && item != nullptr && item->string == kSequenceTagKey) {
-            setNumber(*item, _sequence_tag);
+        if (record._sequence_tag >= 0 && item != nullptr && item->string == kSequenceTagKey) {
+            setNumber(*item, record._sequence_tag);
             item = item->next;
             dropFrom(output, item);
             return true;
         }
         dropFrom(output, item);
-        return writeSequenceTag(output);
+        return writeSequenceTag(record, output);
     }
     dropFrom(output, item);
-    return writeBaseMembers(output);
+    return writeBaseMembers(record, output);
 }
 
-bool TelvaneDataTypeBase::rewriteField(const RecordField& field, cJSON& item, cJSON* output)
+bool RecordEngine::rewriteField(TelvaneDataTypeBase& record, const RecordField& field, cJSON& item,
+                                cJSON* output)
 {
     switch (field.kind) {
     case FieldKind::Integer:
-        setNumber(item, fieldOf<int>(*this, field));
+        setNumber(item, fieldOf<int>(record, field));
         return true;
     case FieldKind::Number:
-        setNumber(item, fieldOf<double>(*this, field));
+        setNumber(item, fieldOf<double>(record, field));
         return true;
     case FieldKind::Flag:
-        setFlag(item, fieldOf<bool>(*this, field));
+        setFlag(item, fieldOf<bool>(record, field));
         return true;
     case FieldKind::Text:
-        setText(item, fieldOf<std::string>(*this, field));
+        setText(item, fieldOf<std::string>(record, field));
         return true;
     case FieldKind::Record:
-        return rewriteNested(field, item, output);
+        return rewriteNested(record, field, item, output);
     default:
-        rewriteArray(field, item);
+        rewriteArray(record, field, item);
         return true;
     }
 }
 
-bool TelvaneDataTypeBase::rewriteNested(const RecordField& field, cJSON& item, cJSON* output)
+bool RecordEngine::rewriteNested(TelvaneDataTypeBase& record, const RecordField& field, cJSON& item,
+                                 cJSON* output)
 {
-    auto& nested = fieldOf<TelvaneDataTypeBase>(*this, field);
+    auto& nested = fieldOf<TelvaneDataTypeBase>(record, field);
     if (field.nested->table().tellsAllOf(*field.nested->recordClass)) {
-        return nested.rewriteFields(field.nested->table(), &item);
+        return rewrite(nested, field.nested->table(), &item);
     }
     // A class with a form of its own, such as a time stamp, gets a new node to write itself to.
     JsonTree object(cJSON_CreateObject());
@@ -167,10 +167,10 @@ bool TelvaneDataTypeBase::rewriteNested(const RecordField& field, cJSON& item, c
     return true;
 }
 
-void TelvaneDataTypeBase::rewriteArray(const RecordField& field, cJSON& array)
+void RecordEngine::rewriteArray(TelvaneDataTypeBase& record, const RecordField& field, cJSON& array)
 {
     cJSON* item = array.child;
-    void* const first = addressOf(*this, field);
+    void* const first = addressOf(record, field);
     if (field.nested == nullptr) {
         for (std::uint32_t i = 0; i < field.limit && item != nullptr; ++i, item = item->next) {
             if (field.kind == FieldKind::FlagArray) {
@@ -191,10 +191,10 @@ void TelvaneDataTypeBase::rewriteArray(const RecordField& field, cJSON& array)
         TelvaneDataTypeBase& element = field.nested->element(first, i);
         if (item != nullptr) {
             cJSON* const next = item->next;
-            element.rewriteFields(table, item);
+            rewrite(element, table, item);
             item = next;
         } else {
-            _addItemToJsonArray(&array, element);
+            record._addItemToJsonArray(&array, element);
         }
     }
     dropFrom(&array, item);

@@ -8,10 +8,8 @@
 
 #include <Telvane/RecordTable.h>
 
-#include <Telvane/PSPrimitives.h>
-
+#include "base/ArrayReading.h"
 #include "base/RecordEngine.h"
-#include "base/Repackaging.h"
 #include "support/Diagnostics.h"
 #include "support/JsonTree.h"
 
@@ -98,84 +96,80 @@ const char* readFailure(FieldKind kind)
 
 } // namespace
 
-bool TelvaneDataTypeBase::_packageFields(const RecordTable& table, const std::type_info& tableClass,
-                                         cJSON* output)
+bool RecordEngine::write(TelvaneDataTypeBase& record, const RecordTable& table, cJSON* output)
 {
-    if (Repackaging::begins(*this, output, typeid(*this) == tableClass)) {
-        return rewriteFields(table, output);
-    }
     for (const RecordField& field : table.fields()) {
-        if (!writeField(field, output)) {
+        if (!writeField(record, field, output)) {
             writeErrorLine(writeFailure(field.kind), field.key);
             return false;
         }
     }
-    return writeBaseMembers(output);
+    return writeBaseMembers(record, output);
 }
 
-bool TelvaneDataTypeBase::writeBaseMembers(cJSON* output)
+bool RecordEngine::writeBaseMembers(const TelvaneDataTypeBase& record, cJSON* output)
 {
-    if (!_id.empty()) {
-        addItem(output, kIdKey, JsonTree(cJSON_CreateString(_id.c_str())));
+    if (!record._id.empty()) {
+        addItem(output, kIdKey, JsonTree(cJSON_CreateString(record._id.c_str())));
     }
-    return writeSequenceTag(output);
+    return writeSequenceTag(record, output);
 }
 
-bool TelvaneDataTypeBase::writeSequenceTag(cJSON* output)
+bool RecordEngine::writeSequenceTag(const TelvaneDataTypeBase& record, cJSON* output)
 {
-    if (_sequence_tag >= 0) {
-        addItem(output, kSequenceTagKey, JsonTree(cJSON_CreateNumber(_sequence_tag)));
+    if (record._sequence_tag >= 0) {
+        addItem(output, kSequenceTagKey, JsonTree(cJSON_CreateNumber(record._sequence_tag)));
     }
     return true;
 }
 
-bool TelvaneDataTypeBase::writeField(const RecordField& field, cJSON* output)
+bool RecordEngine::writeField(TelvaneDataTypeBase& record, const RecordField& field, cJSON* output)
 {
     // A scalar that cannot be added for want of memory is left out, and that is not a failure of the field.
     switch (field.kind) {
     case FieldKind::Integer:
-        addItem(output, field.key, JsonTree(cJSON_CreateNumber(fieldOf<int>(*this, field))));
+        addItem(output, field.key, JsonTree(cJSON_CreateNumber(fieldOf<int>(record, field))));
         return true;
     case FieldKind::Number:
-        addItem(output, field.key, JsonTree(cJSON_CreateNumber(fieldOf<double>(*this, field))));
+        addItem(output, field.key, JsonTree(cJSON_CreateNumber(fieldOf<double>(record, field))));
         return true;
     case FieldKind::Flag:
-        addItem(output, field.key, JsonTree(cJSON_CreateBool(fieldOf<bool>(*this, field) ? 1 : 0)));
+        addItem(output, field.key, JsonTree(cJSON_CreateBool(fieldOf<bool>(record, field) ? 1 : 0)));
         return true;
     case FieldKind::Text:
-        addItem(output, field.key, JsonTree(cJSON_CreateString(fieldOf<std::string>(*this, field).c_str())));
+        addItem(output, field.key, JsonTree(cJSON_CreateString(fieldOf<std::string>(record, field).c_str())));
         return true;
     case FieldKind::Record: {
         JsonTree object(cJSON_CreateObject());
-        if (!fieldOf<TelvaneDataTypeBase>(*this, field)._packageData(object.get())) {
+        if (!fieldOf<TelvaneDataTypeBase>(record, field)._packageData(object.get())) {
             return false;
         }
         addItem(output, field.key, std::move(object));
         return true;
     }
     default:
-        return writeArray(field, output);
+        return writeArray(record, field, output);
     }
 }
 
-bool TelvaneDataTypeBase::writeArray(const RecordField& field, cJSON* output)
+bool RecordEngine::writeArray(TelvaneDataTypeBase& record, const RecordField& field, cJSON* output)
 {
     JsonTree array(cJSON_CreateArray());
     if (array == nullptr) {
         return false;
     }
-    void* const first = addressOf(*this, field);
+    void* const first = addressOf(record, field);
     if (field.nested != nullptr) {
         const std::size_t size = field.nested->size(first);
         for (std::size_t i = 0; i < size; ++i) {
-            _addItemToJsonArray(array.get(), field.nested->element(first, i));
+            record._addItemToJsonArray(array.get(), field.nested->element(first, i));
         }
     } else {
         for (std::uint32_t i = 0; i < field.limit; ++i) {
             if (field.kind == FieldKind::FlagArray) {
-                _addItemToJsonArray(array.get(), static_cast<const bool*>(first)[i]);
+                record._addItemToJsonArray(array.get(), static_cast<const bool*>(first)[i]);
             } else {
-                _addItemToJsonArray(array.get(), static_cast<const int*>(first)[i]);
+                record._addItemToJsonArray(array.get(), static_cast<const int*>(first)[i]);
             }
         }
     }
@@ -188,8 +182,11 @@ bool TelvaneDataTypeBase::writeArray(const RecordField& field, cJSON* output)
     return true;
 }
 
+namespace
+{
+
 /// Finds the members of a JSON object in the order in which a record asks for them.
-class TelvaneDataTypeBase::FieldReader
+class FieldReader
 {
 public:
     explicit FieldReader(cJSON* object)
@@ -234,66 +231,81 @@ private:
     bool m_inStep;
 };
 
-bool TelvaneDataTypeBase::_unpackageFields(const RecordTable& table, cJSON* input)
+} // namespace
+
+bool RecordEngine::read(TelvaneDataTypeBase& record, const RecordTable& table, cJSON* input)
 {
     FieldReader reader(input);
     for (const RecordField& field : table.fields()) {
-        if (!readField(field, reader.find(field.key), input)) {
+        if (!readField(record, field, reader.find(field.key), input)) {
             writeErrorLine(readFailure(field.kind), field.key);
             return false;
         }
     }
     if (const cJSON* const id = reader.findOptional(kIdKey); cJSON_IsString(id) != 0) {
-        _id = id->valuestring;
+        record._id = id->valuestring;
     }
     if (const cJSON* const tag = reader.findOptional(kSequenceTagKey); cJSON_IsNumber(tag) != 0) {
-        _sequence_tag = tag->valueint;
+        record._sequence_tag = tag->valueint;
     }
     return true;
 }
 
-bool TelvaneDataTypeBase::readField(const RecordField& field, cJSON* item, const cJSON* input)
+bool RecordEngine::readField(TelvaneDataTypeBase& record, const RecordField& field, cJSON* item,
+                             const cJSON* input)
 {
     switch (field.kind) {
     case FieldKind::Integer:
         if (cJSON_IsNumber(item) == 0) {
             return false;
         }
-        fieldOf<int>(*this, field) = item->valueint;
+        fieldOf<int>(record, field) = item->valueint;
         return true;
     case FieldKind::Number:
         if (cJSON_IsNumber(item) == 0) {
             return false;
         }
-        fieldOf<double>(*this, field) = item->valuedouble;
+        fieldOf<double>(record, field) = item->valuedouble;
         return true;
     case FieldKind::Flag:
         if (cJSON_IsBool(item) == 0) {
             return false;
         }
-        fieldOf<bool>(*this, field) = cJSON_IsTrue(item) != 0;
+        fieldOf<bool>(record, field) = cJSON_IsTrue(item) != 0;
         return true;
     case FieldKind::Text:
         if (cJSON_IsString(item) == 0 || item->valuestring == nullptr) {
             return false;
         }
-        fieldOf<std::string>(*this, field) = item->valuestring;
+        fieldOf<std::string>(record, field) = item->valuestring;
         return true;
     case FieldKind::Record:
-        return readNested(item, fieldOf<TelvaneDataTypeBase>(*this, field));
+        return readNested(item, fieldOf<TelvaneDataTypeBase>(record, field));
     case FieldKind::FlagArray:
-        return readArray(item, &fieldOf<bool>(*this, field), field.limit, input);
+        return readArray(item, field.limit, input, [&](cJSON* element, int index) {
+            return record._readFromJsonItem(element, (&fieldOf<bool>(record, field))[index]);
+        });
     case FieldKind::IntegerArray:
-        return readArray(item, &fieldOf<int>(*this, field), field.limit, input);
+        return readArray(item, field.limit, input, [&](cJSON* element, int index) {
+            return record._readFromJsonItem(element, (&fieldOf<int>(record, field))[index]);
+        });
     case FieldKind::RecordArray:
-        return readArray(item, &fieldOf<FlagType>(*this, field), field.limit, input);
+        return readArray(item, field.limit, input, [&](cJSON* element, int index) {
+            return field.nested->readElement(addressOf(record, field), static_cast<std::size_t>(index),
+                                             readElement, element);
+        });
     case FieldKind::RecordVector:
-        return readVector(field, item);
+        return readVector(record, field, item);
     }
     return false;
 }
 
-bool TelvaneDataTypeBase::readVector(const RecordField& field, const cJSON* array)
+bool RecordEngine::readElement(cJSON* item, TelvaneDataTypeBase& element)
+{
+    return element._readFromJsonItem(item, &element);
+}
+
+bool RecordEngine::readVector(TelvaneDataTypeBase& record, const RecordField& field, const cJSON* array)
 {
     if (cJSON_IsArray(array) == 0) {
         return false;
@@ -302,11 +314,11 @@ bool TelvaneDataTypeBase::readVector(const RecordField& field, const cJSON* arra
     if (size > field.limit) {
         return false;
     }
-    void* const vector = addressOf(*this, field);
+    void* const vector = addressOf(record, field);
     field.nested->resize(vector, size);
     std::size_t index = 0;
     for (cJSON* item = array->child; item != nullptr; item = item->next, ++index) {
-        if (!_readFromJsonItem(item, &field.nested->element(vector, index))) {
+        if (!readElement(item, field.nested->element(vector, index))) {
             return false;
         }
     }

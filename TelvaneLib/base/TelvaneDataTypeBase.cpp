@@ -4,8 +4,9 @@
 
 #include <Telvane/TelvaneDataTypeBase.h>
 
-#include <Telvane/PSPrimitives.h>
-
+#include "base/ArrayReading.h"
+#include "base/RecordEngine.h"
+#include "base/Repackaging.h"
 #include "support/Diagnostics.h"
 #include "support/JsonTree.h"
 
@@ -13,7 +14,6 @@
 #include <memory>
 #include <new>
 #include <sstream>
-#include <type_traits>
 #include <uuid/uuid.h>
 
 namespace Telvane
@@ -231,10 +231,10 @@ bool TelvaneDataTypeBase::_bool_fromJson(const std::string& field_name, bool* ta
 bool TelvaneDataTypeBase::_object_fromJson(const std::string& field_name, TelvaneDataTypeBase* value,
                                            cJSON* input)
 {
-    return readNested(cJSON_GetObjectItem(input, field_name.c_str()), *value);
+    return RecordEngine::readNested(cJSON_GetObjectItem(input, field_name.c_str()), *value);
 }
 
-bool TelvaneDataTypeBase::readNested(cJSON* item, TelvaneDataTypeBase& target)
+bool RecordEngine::readNested(cJSON* item, TelvaneDataTypeBase& target)
 {
     if (item == nullptr) {
         writeOutputLine("TelvaneDataTypeBase::_object_fromJson(const std::string& field_name, "
@@ -242,6 +242,19 @@ bool TelvaneDataTypeBase::readNested(cJSON* item, TelvaneDataTypeBase& target)
         return false;
     }
     return target._unpackageData(item);
+}
+
+bool TelvaneDataTypeBase::_packageFields(const RecordTable& table, const std::type_info& tableClass,
+                                         cJSON* output)
+{
+    return Repackaging::begins(*this, output, typeid(*this) == tableClass)
+               ? RecordEngine::rewrite(*this, table, output)
+               : RecordEngine::write(*this, table, output);
+}
+
+bool TelvaneDataTypeBase::_unpackageFields(const RecordTable& table, cJSON* input)
+{
+    return RecordEngine::read(*this, table, input);
 }
 
 bool TelvaneDataTypeBase::_readFromJsonItem(cJSON* item, double& target)
@@ -331,65 +344,18 @@ void TelvaneDataTypeBase::_addItemToJsonArray(cJSON* array, TelvaneDataTypeBase&
     }
 }
 
-namespace
-{
-
-std::string arrayElementError(const cJSON& item, int size, int index)
+void reportArrayElement(const cJSON& item, int size, int index, const cJSON& input)
 {
     std::ostringstream line;
     line << "_readFromJsonItem error!  Type: " << (item.type & 0xFF) << " Value Db: " << item.valuedouble
          << " Array Size: " << size << " Index: " << index;
-    return line.str();
+    writeOutputLine(line.str());
+    if (input.string != nullptr) {
+        writeOutputLine(input.string);
+    }
 }
 
-} // namespace
-
-template <typename T>
-bool TelvaneDataTypeBase::_array_fromJson(const std::string& field_name, T* target, unsigned int capacity,
-                                          cJSON* input)
-{
-    return readArray(cJSON_GetObjectItem(input, field_name.c_str()), target, capacity, input);
-}
-
-template <typename T>
-bool TelvaneDataTypeBase::readArray(const cJSON* array, T* target, unsigned int capacity, const cJSON* input)
-{
-    if (target == nullptr || cJSON_IsArray(array) == 0) {
-        return false;
-    }
-    const int size = cJSON_GetArraySize(array);
-    if (size < 1 || static_cast<unsigned int>(size) > capacity) {
-        return false;
-    }
-    int index = 0;
-    for (cJSON* item = array->child; item != nullptr; item = item->next, ++index) {
-        bool read = false;
-        if constexpr (std::is_base_of_v<TelvaneDataTypeBase, T>) {
-            T element;
-            read = _readFromJsonItem(item, &element);
-            if (read) {
-                target[index] = element;
-            }
-        } else {
-            read = _readFromJsonItem(item, target[index]);
-        }
-        if (!read) {
-            writeOutputLine(arrayElementError(*item, size, index));
-            if (input->string != nullptr) {
-                writeOutputLine(input->string);
-            }
-            return false;
-        }
-    }
-    return true;
-}
-
-#define TELVANE_ARRAY_READERS(T)                                                                             \
-    template TELVANE_EXPORT bool TelvaneDataTypeBase::_array_fromJson<T>(const std::string&, T*,             \
-                                                                         unsigned int, cJSON*);              \
-    template bool TelvaneDataTypeBase::readArray<T>(const cJSON*, T*, unsigned int, const cJSON*);
-TELVANE_ARRAY_READERS(bool)
-TELVANE_ARRAY_READERS(int)
-TELVANE_ARRAY_READERS(FlagType)
+TELVANE_DEFINE_ARRAY_READER(bool)
+TELVANE_DEFINE_ARRAY_READER(int)
 
 } // namespace Telvane

@@ -2,6 +2,8 @@
 
 #include <Telvane/PSPrimitives.h>
 
+#include "base/ArrayReading.h"
+
 namespace Telvane
 {
 
@@ -11,5 +13,7 @@ TELVANE_DEFINE_RECORD(ValueLabelType)
 TELVANE_DEFINE_RECORD(FlagLabelType)
 TELVANE_DEFINE_RECORD(ProgramType)
 TELVANE_DEFINE_RECORD(PSFunctionRequest)
+
+TELVANE_DEFINE_ARRAY_READER(FlagType)
 
 } // namespace Telvane

@@ -25,6 +25,7 @@
 #include <string>
 #include <type_traits>
 #include <typeinfo>
+#include <utility>
 #include <vector>
 
 namespace Telvane
@@ -40,14 +41,13 @@ enum class FieldKind : std::uint8_t
     Record,       ///< a record: an object (for a DateTime: a string)
     FlagArray,    ///< fixed-size array of `bool`
     IntegerArray, ///< fixed-size array of `int`
-    RecordArray,  ///< fixed-size array of FlagType
+    RecordArray,  ///< fixed-size array of one record class
     RecordVector, ///< `std::vector` of one record class, with a maximum length
 };
 
 /// The most elements that a vector of records may have when it is read.
 constexpr unsigned kRecordVectorLimit = 100;
 
-class FlagType;
 class RecordTable;
 
 /// One field of a record class, without its type: the engine that writes and reads records works on these.
@@ -61,6 +61,10 @@ struct RecordField
         std::size_t (*size)(const void* field);                          ///< elements now held
         void (*resize)(void* field, std::size_t size);                   ///< vectors only
         TelvaneDataTypeBase& (*element)(void* field, std::size_t index); ///< element \p index
+        /// Arrays only: reads \p item into a new record with \p read, and element \p index becomes its copy
+        /// if that succeeds.
+        bool (*readElement)(void* field, std::size_t index,
+                            bool (*read)(cJSON* item, TelvaneDataTypeBase& element), cJSON* item);
     };
 
     const char* key;                ///< JSON key, spelled as it is written
@@ -136,11 +140,23 @@ private:
     template <class Element, std::size_t N>
     void add(TelvaneDataTypeBase& base, const char*& names, Element (&member)[N])
     {
-        static_assert(std::is_same_v<Element, FlagType>, "fixed-size arrays hold bool, int or FlagType");
+        static_assert(std::is_base_of_v<TelvaneDataTypeBase, Element>,
+                      "fixed-size arrays hold bool, int or records");
         static const RecordField::NestedOperations operations = {
-            &Element::recordTable, &typeid(Element), [](const void*) { return N; }, nullptr,
+            &Element::recordTable,
+            &typeid(Element),
+            [](const void*) { return N; },
+            nullptr,
             [](void* field, std::size_t i) -> TelvaneDataTypeBase& {
                 return (*static_cast<Element(*)[N]>(field))[i];
+            },
+            [](void* field, std::size_t i, auto read, cJSON* item) {
+                Element element;
+                if (!read(item, element)) {
+                    return false;
+                }
+                (*static_cast<Element(*)[N]>(field))[i] = std::move(element);
+                return true;
             }};
         append(base, names, FieldKind::RecordArray, &member, N, &operations);
     }
@@ -150,12 +166,14 @@ private:
     {
         using Vector = std::vector<Element>;
         static const RecordField::NestedOperations operations = {
-            &Element::recordTable, &typeid(Element),
+            &Element::recordTable,
+            &typeid(Element),
             [](const void* field) { return static_cast<const Vector*>(field)->size(); },
             [](void* field, std::size_t size) { static_cast<Vector*>(field)->resize(size); },
             [](void* field, std::size_t i) -> TelvaneDataTypeBase& {
                 return (*static_cast<Vector*>(field))[i];
-            }};
+            },
+            nullptr};
         append(base, names, FieldKind::RecordVector, &member, kRecordVectorLimit, &operations);
     }
 
@@ -163,8 +181,8 @@ private:
                                                      !std::is_array_v<Nested>>>
     void add(TelvaneDataTypeBase& base, const char*& names, Nested& member)
     {
-        static const RecordField::NestedOperations operations = {&Nested::recordTable, &typeid(Nested),
-                                                                 nullptr, nullptr, nullptr};
+        static const RecordField::NestedOperations operations = {
+            &Nested::recordTable, &typeid(Nested), nullptr, nullptr, nullptr, nullptr};
         append(base, names, FieldKind::Record, static_cast<TelvaneDataTypeBase*>(&member), 0, &operations);
     }
 

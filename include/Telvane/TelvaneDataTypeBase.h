@@ -14,7 +14,6 @@ namespace Telvane
 {
 
 class RecordTable;
-struct RecordField;
 
 /// Base of every record that travels on the bus.
 ///
@@ -165,22 +164,7 @@ protected:
     /// @}
 
 private:
-    template <typename T>
-    TELVANE_LOCAL bool readArray(const cJSON* array, T* target, unsigned int capacity, const cJSON* input);
-
-    TELVANE_LOCAL static bool readNested(cJSON* item, TelvaneDataTypeBase& target);
-    TELVANE_LOCAL bool writeField(const RecordField& field, cJSON* output);
-    TELVANE_LOCAL bool writeArray(const RecordField& field, cJSON* output);
-    TELVANE_LOCAL bool writeBaseMembers(cJSON* output);
-    TELVANE_LOCAL bool writeSequenceTag(cJSON* output);
-    TELVANE_LOCAL bool rewriteFields(const RecordTable& table, cJSON* output);
-    TELVANE_LOCAL bool rewriteField(const RecordField& field, cJSON& item, cJSON* output);
-    TELVANE_LOCAL bool rewriteNested(const RecordField& field, cJSON& item, cJSON* output);
-    TELVANE_LOCAL void rewriteArray(const RecordField& field, cJSON& array);
-    TELVANE_LOCAL bool readField(const RecordField& field, cJSON* item, const cJSON* input);
-    TELVANE_LOCAL bool readVector(const RecordField& field, const cJSON* array);
-
-    class TELVANE_LOCAL FieldReader;
+    friend class RecordEngine; // the library's own, which works on lists of fields
 };
 
 } // namespace Telvane
