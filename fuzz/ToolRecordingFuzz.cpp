@@ -176,7 +176,7 @@ void check(const CsvRecording::Options& options, std::string_view content)
         std::count_if(lines.begin() + 1, lines.end(), [](std::string_view line) { return !line.empty(); });
     const std::size_t delivered = replay(recording);
     require(recording.readError() == 0, "a file in memory can be read");
-    require(recording.badRows() == told, "each bad row is told of");
+    require(recording.invalidRows() == told, "each bad row is told of");
     require(delivered + told == static_cast<std::size_t>(rows), "no row is lost");
 }
 

@@ -202,7 +202,7 @@ value() {
         echo "{\"log\":\"$n\"}"
     done | "$TELVANE" publish "$bus" LogData -
     finish "$listener"
-    await listener.err "nothing was missed: the numbers 3 to 5 came without a gap"
+    await listener.err "nothing was missed: the sequence numbers 3 to 5 have no gap"
 }
 
 @test "listen says at its end how many records it may have missed" {
@@ -216,7 +216,7 @@ value() {
     await_leavers 2
     "$TELVANE" publish "$bus" LogData '{"log":"2"}'
     finish "$listener"
-    await listener.err "at most 1 records were missed: of the numbers 4 to 6 as many did not come"
+    await listener.err "at most 1 records were missed: so many of the sequence numbers 4 to 6 are missing"
 }
 
 @test "listen says at its end how many records it could not read" {
@@ -226,7 +226,7 @@ value() {
     await_leavers 1
     "$TELVANE" publish "$bus" LogData '{"log":"good"}'
     finish "$listener"
-    await listener.err "records that could not be read: 1"
+    await listener.err "records that could not be decoded: 1"
 }
 
 @test "a listener that stood still knows what it missed" {

@@ -68,7 +68,7 @@ record_weld() {
     truncate -s -700 weld.jsonl
     run "$TELVANE" plot weld.jsonl -o weld.svg
     [ "$status" -eq 0 ]
-    [[ $output == *"its last line was not written whole"* ]]
+    [[ $output == *"the last line is incomplete"* ]]
     grep -q "the recording ends" weld.svg
 }
 

@@ -72,16 +72,16 @@ payloads() {
     truncate -s -5 a.jsonl
     run "$TELVANE" info a.jsonl
     [ "$status" -eq 0 ]
-    [[ $output == *"a.jsonl: its last line was not written whole"*"records   1 on 1 channels"*"torn end"* ]]
+    [[ $output == *"a.jsonl: the last line is incomplete"*"records   1 on 1 channels"*"torn end"* ]]
     start_listener LogData --count 1
     run "$TELVANE" replay "$bus" a.jsonl
     [ "$status" -eq 0 ]
-    [[ $output == *"its last line was not written whole"* ]]
+    [[ $output == *"the last line is incomplete"* ]]
     finish "$listener"
     [ "$(jq -r .payload.log listener.out)" = 1 ]
 }
 
-@test "damaged lines are counted, passed over and an error" {
+@test "damaged lines are counted and skipped, and are an error" {
     start_server
     start_recorder a.jsonl LogData --count 2
     publish_logs 1 2
@@ -89,16 +89,16 @@ payloads() {
     sed -i '2s/.*/rubbish/' a.jsonl
     run "$TELVANE" info a.jsonl
     [ "$status" -eq 4 ]
-    [[ $output == *"a.jsonl: damaged lines: 1, the first is line 2"*"records   1 on"* ]]
+    [[ $output == *"a.jsonl: skipped damaged lines: 1, the first is line 2"*"records   1 on"* ]]
 }
 
-@test "a file that is no recording is told before anything is sent" {
+@test "a file that is not a recording is refused before anything is sent" {
     echo '{"log":"x"}' >a.jsonl
     for command in "info" "replay $bus"; do
         # shellcheck disable=SC2086
         run "$TELVANE" $command a.jsonl
         [ "$status" -eq 4 ]
-        [ "$output" = "telvane ${command%% *}: a.jsonl: it is no recording: its first line does not say so" ]
+        [ "$output" = "telvane ${command%% *}: a.jsonl: not a recording: the first line has no telvaneRecording key" ]
         # shellcheck disable=SC2086
         run "$TELVANE" $command missing.jsonl
         [ "$status" -eq 4 ]

@@ -116,15 +116,15 @@ CSV
     [ "$(trace '.timestamp[6:-2] | tonumber' | jq -s '.[1] - .[0]')" -eq 10 ]
 }
 
-@test "weld names bad rows by file, line and column, and publishes nothing of them" {
+@test "weld reports invalid rows by file, line and column, and does not publish them" {
     start_server
     start_weld_listener 4
     printf 'amps,volts\n100,20\n100,x\n100,20,7\n101,21\n0,0\n' >weld.csv
     run "$TELVANE" weld "$bus" --csv weld.csv --amps amps --volts volts --period-us 1000 --speed 0
     [ "$status" -eq 4 ]
-    [ "${lines[0]}" = 'telvane weld: weld.csv:3:2: volts: "x" is not a number; the row is left out' ]
-    [ "${lines[1]}" = 'telvane weld: weld.csv:4:3: the row has 3 fields where the header has 2; the row is left out' ]
-    [[ $output == *"2 bad rows were left out"* ]]
+    [ "${lines[0]}" = 'telvane weld: weld.csv:3:2: volts: "x" is not a number; skipped the row' ]
+    [ "${lines[1]}" = 'telvane weld: weld.csv:4:3: the row has 3 fields, the header 2; skipped the row' ]
+    [[ $output == *"2 invalid rows were skipped"* ]]
     finish "$listener"
     [ "$(trace .data.volts | tr '\n' ' ')" = "20 21 " ]
 }
@@ -171,13 +171,13 @@ CSV
     printf 'amps,volts\n' >weld.csv
     run "$TELVANE" weld "$bus" --csv weld.csv --amps amps
     [ "$status" -eq 2 ]
-    [[ $output == *"--amps COLUMN --volts COLUMN"* ]]
+    [[ $output == *"--amps COLUMN and --volts COLUMN are required"* ]]
     run "$TELVANE" weld "$bus" --csv weld.csv --amps amps --volts volts
     [ "$status" -eq 2 ]
     [[ $output == *"--time COLUMN or --period-us N"* ]]
     run "$TELVANE" weld "$bus" --csv weld.csv --amps current --volts volts --period-us 5
     [ "$status" -eq 4 ]
-    [ "$output" = 'telvane weld: weld.csv: --amps: there is no column "current"; the recording has amps, volts' ]
+    [ "$output" = 'telvane weld: weld.csv: --amps: there is no column "current"; the columns are amps, volts' ]
 }
 
 @test "weld refuses a consumable that it does not know" {

@@ -64,14 +64,14 @@ TEST(FieldFilter, FindsFieldsWithinFields)
     EXPECT_FALSE(accepts("amps.b=7"));
 }
 
-TEST(FieldFilter, AcceptsNothingWhereThereIsNoSuchField)
+TEST(FieldFilter, RejectsPayloadsWithoutTheField)
 {
     EXPECT_FALSE(accepts("volts=1"));
     EXPECT_FALSE(accepts("volts!=1"));
     EXPECT_FALSE(FieldFilter().accepts(nullptr));
 }
 
-TEST(FieldFilter, RefusesWhatIsNoCondition)
+TEST(FieldFilter, RefusesOtherTexts)
 {
     for (const char* condition : {"", "amps", "=5", ">", "amps!5", "!x", "amps>", "amps>much", "amps<="}) {
         EXPECT_NE(FieldFilter().read(condition), "") << condition;

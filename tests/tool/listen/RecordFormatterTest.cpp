@@ -28,7 +28,7 @@ RecordFormatter formatted(const std::string& format)
     return RecordFormatter(settings);
 }
 
-TEST(RecordFormatter, AreJsonWithThePayloadAsItCame)
+TEST(RecordFormatter, PrintsJsonWithTheUnchangedPayload)
 {
     RecordFormatter lines({});
     EXPECT_EQ(print(lines, R"({"b":1.5,"a":null})"),
@@ -37,7 +37,7 @@ TEST(RecordFormatter, AreJsonWithThePayloadAsItCame)
               "\n");
 }
 
-TEST(RecordFormatter, TellTheTimeSinceTheLineBefore)
+TEST(RecordFormatter, AddsTheTimeSinceThePreviousLine)
 {
     RecordFormatter::Settings settings;
     settings.delta = true;
@@ -47,7 +47,7 @@ TEST(RecordFormatter, TellTheTimeSinceTheLineBefore)
               std::string::npos);
 }
 
-TEST(RecordFormatter, AreOnlyThoseThatAllFiltersAccept)
+TEST(RecordFormatter, PrintsOnlyWhatAllFiltersAccept)
 {
     RecordFormatter::Settings settings;
     EXPECT_EQ(settings.filters.emplace_back().read("amps>100"), "");
@@ -58,7 +58,7 @@ TEST(RecordFormatter, AreOnlyThoseThatAllFiltersAccept)
     EXPECT_EQ(print(lines, R"({"amps":100,"volts":19})"), "");
 }
 
-TEST(RecordFormatter, FollowAFormat)
+TEST(RecordFormatter, FollowsAFormat)
 {
     RecordFormatter lines = formatted("%t|%u|%c|%n|%p|%l|%{a.b[1]}|%{log}|%{none}|%%\\t\\\\x");
     EXPECT_EQ(print(lines, R"({"a":{"b":[1,{"c":2}]},"log":"x \"y\""})"),
@@ -67,7 +67,7 @@ TEST(RecordFormatter, FollowAFormat)
               "\t\\x\n");
 }
 
-TEST(RecordFormatter, TellTimesSinceTheRecordBeforeAndThatOnTheSameChannel)
+TEST(RecordFormatter, PrintsTheTimesSinceThePreviousRecordOnAnyAndOnTheSameChannel)
 {
     RecordFormatter lines = formatted("%d %D");
     EXPECT_EQ(print(lines, "{}", 1 * kSecond), "0.000000 0.000000\n");
@@ -75,7 +75,7 @@ TEST(RecordFormatter, TellTimesSinceTheRecordBeforeAndThatOnTheSameChannel)
     EXPECT_EQ(print(lines, "{}", 4 * kSecond), "1.000000 3.000000\n");
 }
 
-TEST(RecordFormatter, RefuseWhatIsNoFormat)
+TEST(RecordFormatter, RefusesInvalidFormats)
 {
     for (const char* format : {"%", "%x", "100%", "%{a", "%{}"}) {
         EXPECT_NE(checkFormat(format), "") << format;

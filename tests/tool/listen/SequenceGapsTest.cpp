@@ -19,64 +19,64 @@ void take(SequenceGaps& missed, std::initializer_list<int> sequences)
     }
 }
 
-TEST(SequenceGaps, AreNoneBeforeARecordHasArrived)
+TEST(SequenceGaps, AreNoneBeforeTheFirstRecord)
 {
     const SequenceGaps missed;
-    EXPECT_EQ(missed.absent(), 0U);
+    EXPECT_EQ(missed.missing(), 0U);
     EXPECT_THAT(missed.describe(true), IsEmpty());
 }
 
-TEST(SequenceGaps, AreNoneWhenTheNumbersComeWithoutAGap)
+TEST(SequenceGaps, AreNoneWithConsecutiveNumbers)
 {
     SequenceGaps missed;
     take(missed, {7, 8, 9});
-    EXPECT_EQ(missed.absent(), 0U);
+    EXPECT_EQ(missed.missing(), 0U);
     EXPECT_THAT(missed.describe(false), IsEmpty());
     EXPECT_THAT(missed.describe(true),
-                ElementsAre("nothing was missed: the numbers 7 to 9 came without a gap"));
+                ElementsAre("nothing was missed: the sequence numbers 7 to 9 have no gap"));
 }
 
-TEST(SequenceGaps, AreAtMostAsManyAsNumbersDidNotCome)
+TEST(SequenceGaps, CountMissingNumbers)
 {
     SequenceGaps missed;
     take(missed, {7, 9, 20});
-    EXPECT_EQ(missed.absent(), 11U);
+    EXPECT_EQ(missed.missing(), 11U);
     EXPECT_THAT(
         missed.describe(false),
-        ElementsAre("at most 11 records were missed: of the numbers 7 to 20 as many did not come, those of "
-                    "other channels and of subscriptions among them"));
+        ElementsAre("at most 11 records were missed: so many of the sequence numbers 7 to 20 are missing, "
+                    "including those of other channels and of subscriptions"));
 }
 
-TEST(SequenceGaps, AreCountedAcrossTheEndOfTheNumbers)
+TEST(SequenceGaps, AreCountedAcrossAWrap)
 {
     SequenceGaps missed;
     take(missed, {65534, 65535, 0, 1});
-    EXPECT_EQ(missed.absent(), 0U);
+    EXPECT_EQ(missed.missing(), 0U);
     take(missed, {65535, 2});
-    EXPECT_EQ(missed.absent(), 65533U + 2U);
+    EXPECT_EQ(missed.missing(), 65533U + 2U);
 }
 
-TEST(SequenceGaps, FillARoundWhenANumberComesTwice)
+TEST(SequenceGaps, CountAFullCycleForARepeatedNumber)
 {
     SequenceGaps missed;
     take(missed, {5, 5});
-    EXPECT_EQ(missed.absent(), 65535U);
+    EXPECT_EQ(missed.missing(), 65535U);
 }
 
-TEST(SequenceGaps, LeaveOutNumbersThatNoServerGives)
+TEST(SequenceGaps, IgnoreInvalidNumbers)
 {
     SequenceGaps missed;
     take(missed, {5, -1, 65536, 6});
-    EXPECT_EQ(missed.absent(), 0U);
+    EXPECT_EQ(missed.missing(), 0U);
 }
 
-TEST(SequenceGaps, CountWhatCouldNotBeRead)
+TEST(SequenceGaps, CountUndecodableRecords)
 {
     SequenceGaps missed;
     missed.take(1);
     missed.takeUnreadable();
     missed.takeUnreadable();
-    EXPECT_THAT(missed.describe(false), ElementsAre("records that could not be read: 2"));
+    EXPECT_THAT(missed.describe(false), ElementsAre("records that could not be decoded: 2"));
 }
 
 } // namespace

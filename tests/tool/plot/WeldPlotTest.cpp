@@ -64,7 +64,7 @@ private:
     WeldTraces m_traces;
 };
 
-TEST(WeldTraces, GatherEachWeldWithItsSamplesAndMetrics)
+TEST(WeldTraces, CollectEachWeldWithItsSamplesAndMetrics)
 {
     WeldTracesOf recording;
     recording.start(7).sample(0, 150, 0).sample(1, 151, 116).end(7).start(8).sample(0, 160, 0);
@@ -79,14 +79,14 @@ TEST(WeldTraces, GatherEachWeldWithItsSamplesAndMetrics)
     EXPECT_FALSE(welds[1].ended);
 }
 
-TEST(WeldTraces, TellFastSamplesApartByTheirNumbers)
+TEST(WeldTraces, TakeTheTimesOfFastSamplesFromTheirNumbers)
 {
     WeldTracesOf recording;
     recording.start(1, 20).sample(0, 150, 0).sample(60, 151, 1);
     EXPECT_EQ(recording.traces().welds()[0].samples[1].time, 1200 * kMicrosecond);
 }
 
-TEST(WeldTraces, LeaveOutWhatBelongsToNoWeldAndWhatCannotBeRead)
+TEST(WeldTraces, SkipSamplesWithoutAWeldAndUndecodableRecords)
 {
     WeldTracesOf recording;
     recording.sample(0, 150, 0).end(3).start(4).end(4).sample(1, 150, 0);
@@ -108,29 +108,29 @@ std::vector<RecordedWeld::Sample> samples(std::size_t count)
     return all;
 }
 
-TEST(WeldPlot, KeepsEachSampleWhereThereIsRoomForIt)
+TEST(WeldPlot, KeepsEverySampleIfThereIsRoom)
 {
     const auto points = downsample(samples(3), &WeldTraceDataPoint::amps, 10);
     ASSERT_THAT(points, SizeIs(3));
     EXPECT_EQ(points[2].time, 2.0);
     EXPECT_EQ(points[2].mean, 2.0);
-    EXPECT_EQ(points[2].least, 2.0);
+    EXPECT_EQ(points[2].min, 2.0);
     EXPECT_THAT(downsample({}, &WeldTraceDataPoint::amps, 10), SizeIs(0));
 }
 
-TEST(WeldPlot, KeepsThePeaksOfSamplesThatShareAColumn)
+TEST(WeldPlot, KeepsThePeaksWithinAColumn)
 {
     const auto points = downsample(samples(105), &WeldTraceDataPoint::amps, 10);
     ASSERT_THAT(points, SizeIs(10));
     for (const PlotPoint& point : points) {
-        EXPECT_EQ(point.least, 0.0);
-        EXPECT_EQ(point.most, 9.0);
+        EXPECT_EQ(point.min, 0.0);
+        EXPECT_EQ(point.max, 9.0);
         EXPECT_NEAR(point.mean, 4.5, 0.5);
     }
     EXPECT_EQ(points[0].time, 4.5);
 }
 
-TEST(WeldPlot, KnowsThePictureByTheEndOfItsName)
+TEST(WeldPlot, DeterminesTheFormatFromTheFileName)
 {
     EXPECT_EQ(plotTerminal("weld.svg"), "svg");
     EXPECT_EQ(plotTerminal("a.b/weld.png"), "pngcairo");
@@ -138,7 +138,7 @@ TEST(WeldPlot, KnowsThePictureByTheEndOfItsName)
     EXPECT_EQ(plotTerminal("png"), "");
 }
 
-TEST(WeldPlot, DrawsWhatWasMeasuredWithItsUnitAndMetrics)
+TEST(WeldPlot, DrawsMeasuredQuantitiesWithUnitsAndMetrics)
 {
     WeldTracesOf recording;
     recording.start(7).sample(0, 150, 0).sample(1, 151, 116).end(7);
@@ -153,7 +153,7 @@ TEST(WeldPlot, DrawsWhatWasMeasuredWithItsUnitAndMetrics)
     EXPECT_THAT(script, HasSubstr("'arc time           1.25 s'"));
 }
 
-TEST(WeldPlot, SaysThatTheRecordingEndsBeforeTheWeldDoes)
+TEST(WeldPlot, MarksAWeldThatTheRecordingDoesNotComplete)
 {
     WeldTracesOf recording;
     recording.start(7);

@@ -21,7 +21,7 @@ std::vector<std::string> linesOf(const PreTriggerBuffer& ring)
     return lines;
 }
 
-TEST(PreTriggerBuffer, KeepsWhatIsYoungEnough)
+TEST(PreTriggerBuffer, KeepsLinesWithinItsSpan)
 {
     PreTriggerBuffer ring(10, 1000);
     ring.add("a", 0);
@@ -30,12 +30,12 @@ TEST(PreTriggerBuffer, KeepsWhatIsYoungEnough)
     EXPECT_THAT(linesOf(ring), ElementsAre("a", "b", "c"));
     ring.add("d", 11);
     EXPECT_THAT(linesOf(ring), ElementsAre("b", "c", "d"));
-    EXPECT_FALSE(ring.cutShort());
+    EXPECT_FALSE(ring.truncated());
     ring.add("e", 100);
     EXPECT_THAT(linesOf(ring), ElementsAre("e"));
 }
 
-TEST(PreTriggerBuffer, DropsTheOldestWhenItWouldTakeTooMuch)
+TEST(PreTriggerBuffer, DropsTheOldestAboveItsMaximumSize)
 {
     PreTriggerBuffer ring(1000, 5);
     ring.add("aa", 0);
@@ -43,11 +43,11 @@ TEST(PreTriggerBuffer, DropsTheOldestWhenItWouldTakeTooMuch)
     EXPECT_EQ(ring.bytes(), 4U);
     ring.add("cc", 2);
     EXPECT_THAT(linesOf(ring), ElementsAre("bb", "cc"));
-    EXPECT_TRUE(ring.cutShort());
+    EXPECT_TRUE(ring.truncated());
     EXPECT_EQ(ring.bytes(), 4U);
 }
 
-TEST(PreTriggerBuffer, KeepsOneLineHoweverLong)
+TEST(PreTriggerBuffer, KeepsOneLineOfAnyLength)
 {
     PreTriggerBuffer ring(1000, 5);
     ring.add("a long line", 0);

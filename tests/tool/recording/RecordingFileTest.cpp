@@ -59,7 +59,7 @@ RecordingWriter::Settings settingsFor(const std::string& path)
     return settings;
 }
 
-TEST(RecordingWriter, WritesWhatAReaderReads)
+TEST(RecordingWriter, WritesWhatTheReaderReads)
 {
     const TestDirectory directory;
     RecordingWriter writer(settingsFor(directory.path("a.jsonl")));
@@ -71,7 +71,7 @@ TEST(RecordingWriter, WritesWhatAReaderReads)
     EXPECT_THAT(timesOf(directory.path("a.jsonl")), ElementsAre(1, 2));
 }
 
-TEST(RecordingWriter, HasWrittenTheHeaderWhenItIsOpenAndLinesWhenItIsFlushed)
+TEST(RecordingWriter, WritesTheHeaderOnOpenAndLinesOnFlush)
 {
     const TestDirectory directory;
     RecordingWriter writer(settingsFor(directory.path("a.jsonl")));
@@ -82,7 +82,7 @@ TEST(RecordingWriter, HasWrittenTheHeaderWhenItIsOpenAndLinesWhenItIsFlushed)
     EXPECT_EQ(contents(directory.path("a.jsonl")), printHeader(kHeader) + lineOf(1, "x"));
 }
 
-TEST(RecordingWriter, LeavesAFileAloneUnlessItMayReplaceIt)
+TEST(RecordingWriter, KeepsAnExistingFileUnlessToldToReplaceIt)
 {
     const TestDirectory directory;
     RecordingWriter::Settings settings = settingsFor(directory.write("a.jsonl", "precious"));
@@ -93,7 +93,7 @@ TEST(RecordingWriter, LeavesAFileAloneUnlessItMayReplaceIt)
     EXPECT_EQ(contents(settings.path), printHeader(kHeader));
 }
 
-TEST(RecordingWriter, BeginsANewFileWhenTheSizeIsReached)
+TEST(RecordingWriter, StartsANewFileAtTheSplitSize)
 {
     const TestDirectory directory;
     RecordingWriter::Settings settings = settingsFor(directory.path("a.b/weld.jsonl"));
@@ -116,7 +116,7 @@ TEST(RecordingWriter, BeginsANewFileWhenTheSizeIsReached)
     EXPECT_THAT(timesOf(last), ElementsAre(5));
 }
 
-TEST(RecordingWriter, BeginsANewFileWhenTheTimeIsReached)
+TEST(RecordingWriter, StartsANewFileAfterTheSplitTime)
 {
     const TestDirectory directory;
     RecordingWriter::Settings settings = settingsFor(directory.path("weld"));
@@ -132,7 +132,7 @@ TEST(RecordingWriter, BeginsANewFileWhenTheTimeIsReached)
     EXPECT_THAT(timesOf(directory.path("weld-0002")), ElementsAre(6 * kSecond));
 }
 
-TEST(RecordingWriter, GoesOnBehindTheNumbersThatAreThere)
+TEST(RecordingWriter, ContinuesAfterExistingNumbers)
 {
     const TestDirectory directory;
     directory.write("weld-0001.jsonl", "precious");
@@ -144,7 +144,7 @@ TEST(RecordingWriter, GoesOnBehindTheNumbersThatAreThere)
     EXPECT_EQ(contents(directory.path("weld-0001.jsonl")), "precious");
 }
 
-TEST(RecordingWriter, TellsThatAFileCannotBeWritten)
+TEST(RecordingWriter, ReportsAFileThatCannotBeWritten)
 {
     EXPECT_FALSE(RecordingWriter(settingsFor("/nowhere/a.jsonl")).open(kHeader));
     RecordingWriter::Settings settings = settingsFor("/dev/full");
@@ -152,7 +152,7 @@ TEST(RecordingWriter, TellsThatAFileCannotBeWritten)
     EXPECT_FALSE(RecordingWriter(settings).open(kHeader));
 }
 
-TEST(RecordingReader, UsesAllBeforeATornEnd)
+TEST(RecordingReader, ReadsUpToAnIncompleteLastLine)
 {
     const TestDirectory directory;
     const std::string whole = printHeader(kHeader) + lineOf(1, "x");
@@ -165,7 +165,7 @@ TEST(RecordingReader, UsesAllBeforeATornEnd)
     EXPECT_EQ(reader.finish(), kSuccess);
 }
 
-TEST(RecordingReader, TakesALastLineThatLacksNothingButItsEnd)
+TEST(RecordingReader, ReadsALastLineWithoutNewline)
 {
     const TestDirectory directory;
     std::string text = printHeader(kHeader) + lineOf(1, "x");
@@ -176,7 +176,7 @@ TEST(RecordingReader, TakesALastLineThatLacksNothingButItsEnd)
     EXPECT_EQ(reader.tornBytes(), 0U);
 }
 
-TEST(RecordingReader, PassesOverDamagedLines)
+TEST(RecordingReader, SkipsDamagedLines)
 {
     const TestDirectory directory;
     RecordingReader reader;
@@ -187,7 +187,7 @@ TEST(RecordingReader, PassesOverDamagedLines)
     EXPECT_EQ(reader.finish(), kWrongInput);
 }
 
-TEST(RecordingReader, RefusesWhatIsNoRecording)
+TEST(RecordingReader, RefusesOtherFiles)
 {
     const TestDirectory directory;
     EXPECT_FALSE(RecordingReader().open(directory.path("missing")));

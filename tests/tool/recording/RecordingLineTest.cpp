@@ -28,7 +28,7 @@ TEST(RecordingLine, CarriesThePayloadByteForByte)
     EXPECT_EQ(message.payload, payload);
 }
 
-TEST(RecordingLine, IsReadWhenAnotherProgramHasRewrittenIt)
+TEST(RecordingLine, IsReadAfterAnotherProgramRewroteIt)
 {
     RecordingLineReader reader;
     RecordedMessage message;
@@ -41,7 +41,7 @@ TEST(RecordingLine, IsReadWhenAnotherProgramHasRewrittenIt)
     EXPECT_EQ(message.payload, R"({"log":"x"})");
 }
 
-TEST(RecordingLine, IsRefusedWhereverItIsTorn)
+TEST(RecordingLine, IsRefusedIfTruncatedAnywhere)
 {
     std::string line;
     appendMessage(line, {5, "LogData", 7, R"({"log":"x}","more":{"a":[1,{}]}})"});
@@ -54,7 +54,7 @@ TEST(RecordingLine, IsRefusedWhereverItIsTorn)
     }
 }
 
-TEST(RecordingLine, IsRefusedWhenItIsNoMessage)
+TEST(RecordingLine, IsRefusedIfItIsNotAMessage)
 {
     RecordingLineReader reader;
     RecordedMessage message;
@@ -68,7 +68,7 @@ TEST(RecordingLine, IsRefusedWhenItIsNoMessage)
     EXPECT_FALSE(reader.read(std::string_view("{\"ns\":1,\0\0\0", 12), message));
 }
 
-TEST(RecordingHeader, IsReadAsItWasPrinted)
+TEST(RecordingHeader, IsReadAsPrinted)
 {
     const RecordingHeader header = {1'704'164'645'678'901'000, "/run/bus", {"One", "Two"}, 3};
     const std::string line = printHeader(header);
@@ -84,18 +84,18 @@ TEST(RecordingHeader, IsReadAsItWasPrinted)
     EXPECT_EQ(read.part, 3);
 }
 
-TEST(RecordingHeader, IsRefusedWhenItIsNone)
+TEST(RecordingHeader, IsRefusedIfItIsNotAHeader)
 {
     RecordingHeader header;
     std::string error;
     for (const char* line : {"", "time,amps,volts", "{}", "[1]", R"({"telvaneRecording":"1"})"}) {
         EXPECT_FALSE(readHeader(line, header, error)) << line;
-        EXPECT_THAT(error, HasSubstr("it is no recording")) << line;
+        EXPECT_THAT(error, HasSubstr("not a recording")) << line;
     }
     EXPECT_FALSE(readHeader(R"({"telvaneRecording":2,"started":"2024-01-02T03:04:05Z"})", header, error));
-    EXPECT_THAT(error, HasSubstr("form 2"));
+    EXPECT_THAT(error, HasSubstr("format 2"));
     EXPECT_FALSE(readHeader(R"({"telvaneRecording":1,"started":"soon"})", header, error));
-    EXPECT_THAT(error, HasSubstr("when it was started"));
+    EXPECT_THAT(error, HasSubstr("start time"));
 }
 
 } // namespace

@@ -35,7 +35,7 @@ double number(const RecordingSummary& summary, const char* key, bool ofChannel =
     return cJSON_GetNumberValue(item);
 }
 
-TEST(RecordingSummary, TellsSpanCountsAndRates)
+TEST(RecordingSummary, PrintsSpanCountsAndRates)
 {
     RecordingSummary summary;
     for (int i = 0; i < 5; ++i) {
@@ -66,7 +66,7 @@ TEST(RecordingSummary, CountsGapsInTheSequence)
     EXPECT_EQ(number(summary, "sequenceRestarts"), 0);
 }
 
-TEST(RecordingSummary, KnowsThatSequenceNumbersBeginAnew)
+TEST(RecordingSummary, DetectsARestartOfTheNumbers)
 {
     RecordingSummary summary;
     for (const int sequence : {65534, 65535, 0, 1, 3}) {
@@ -80,7 +80,7 @@ TEST(RecordingSummary, KnowsThatSequenceNumbersBeginAnew)
     EXPECT_EQ(number(summary, "sequenceRestarts"), 1);
 }
 
-TEST(RecordingSummary, TellsOfNothingWhereThereIsNothing)
+TEST(RecordingSummary, PrintsAnEmptyRecording)
 {
     const RecordingSummary summary;
     EXPECT_EQ(number(summary, "records"), 0);
@@ -89,7 +89,7 @@ TEST(RecordingSummary, TellsOfNothingWhereThereIsNothing)
     EXPECT_THAT(summary.text(file()), Not(HasSubstr("until")));
 }
 
-TEST(RecordingSummary, TellsOfDamage)
+TEST(RecordingSummary, PrintsDamage)
 {
     RecordingSummary::File damaged = file();
     damaged.tornBytes = 17;

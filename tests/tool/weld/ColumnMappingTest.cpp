@@ -55,25 +55,25 @@ TEST(ColumnMapping, PrefersTheWholeNameOfAColumn)
     EXPECT_EQ(mappingOf("gas-flow*2-1").column, 2U);
 }
 
-TEST(ColumnMapping, MayBeAFixedNumber)
+TEST(ColumnMapping, CanBeAConstant)
 {
     const ColumnMapping mapping = mappingOf("210.5");
     EXPECT_FALSE(mapping.column.has_value());
     EXPECT_EQ(mapping.apply(0.0), 210.5);
 }
 
-TEST(ColumnMapping, NamesTheColumnsWhenThereIsNoSuchOne)
+TEST(ColumnMapping, ListsTheColumnsIfThereIsNoSuchColumn)
 {
     EXPECT_EQ(errorOf("amps*0.1"),
-              "there is no column \"amps\"; the recording has t, current_dA, gas-flow, gas, a*2");
+              "there is no column \"amps\"; the columns are t, current_dA, gas-flow, gas, a*2");
 }
 
-TEST(ColumnMapping, RefusesToDivideByZero)
+TEST(ColumnMapping, RefusesDivisionByZero)
 {
     EXPECT_EQ(errorOf("gas/0"), "\"gas/0\" divides by zero");
 }
 
-TEST(ColumnMapping, RefusesAScaleThatIsNoNumber)
+TEST(ColumnMapping, RefusesAScaleThatIsNotANumber)
 {
     EXPECT_NE(errorOf("gas*x").find("there is no column"), std::string::npos);
 }

@@ -48,7 +48,7 @@ protected:
         m_options.path = m_directory.write("weld.csv", text);
         m_recording.emplace(m_options, [this](const std::string& message) {
             // The directory has another name each time.
-            m_badRows.push_back(message.substr(message.find("weld.csv")));
+            m_invalidRows.push_back(message.substr(message.find("weld.csv")));
         });
         return m_recording->open(m_error);
     }
@@ -74,7 +74,7 @@ protected:
     CsvRecording::Options m_options;
     std::optional<CsvRecording> m_recording;
     std::string m_error;
-    std::vector<std::string> m_badRows;
+    std::vector<std::string> m_invalidRows;
     std::vector<Nanoseconds> m_periods;
 };
 
@@ -92,7 +92,7 @@ TEST_F(CsvRecordingTest, AppliesTheScalesOfItsColumns)
     EXPECT_THAT(rowsOf("current_dA,voltage_mV\n1102,20000\n"), ElementsAre(Row{0, 110.2, 21, true}));
 }
 
-TEST_F(CsvRecordingTest, KnowsWhatIsMeasured)
+TEST_F(CsvRecordingTest, ReportsWhichQuantitiesAreMeasured)
 {
     m_options.text(Quantity::Gas) = "12.5";
     EXPECT_TRUE(open("amps,volts\n"));
@@ -154,68 +154,69 @@ TEST_F(CsvRecordingTest, TakesTheMedianIntervalOfEachGroupAsItsPeriod)
                                        2 * kSecond, 2 * kSecond));
 }
 
-TEST_F(CsvRecordingTest, NamesABadRowByFileLineAndColumnAndLeavesItOut)
+TEST_F(CsvRecordingTest, ReportsInvalidRowsByFileLineAndColumnAndSkipsThem)
 {
     EXPECT_THAT(rowsOf("id,amps,volts\n1,10,20\n2,abc,20\n3,30,\n4,40,20\n"),
                 ElementsAre(Row{0, 10, 20, true}, Row{3 * kMillisecond, 40, 20, false}));
-    EXPECT_THAT(m_badRows, ElementsAre("weld.csv:3:2: amps: \"abc\" is not a number",
-                                       "weld.csv:4:3: volts: \"\" is not a number"));
-    EXPECT_EQ(m_recording->badRows(), 2U);
+    EXPECT_THAT(m_invalidRows, ElementsAre("weld.csv:3:2: amps: \"abc\" is not a number",
+                                           "weld.csv:4:3: volts: \"\" is not a number"));
+    EXPECT_EQ(m_recording->invalidRows(), 2U);
 }
 
-TEST_F(CsvRecordingTest, NamesRowsOfAnotherLengthThanTheHeader)
+TEST_F(CsvRecordingTest, ReportsRowsWithAnotherNumberOfFieldsThanTheHeader)
 {
     EXPECT_THAT(rowsOf("amps,volts,note\n1,2\n1,5,2,3\n\n4,5,\"x\n6,7,ok\n"),
                 ElementsAre(Row{0, 6, 7, true}));
-    EXPECT_THAT(m_badRows, ElementsAre("weld.csv:2:3: the row has 2 fields where the header has 3",
-                                       "weld.csv:3:4: the row has 4 fields where the header has 3",
-                                       "weld.csv:5:3: a quote is not closed"));
+    EXPECT_THAT(m_invalidRows, ElementsAre("weld.csv:2:3: the row has 2 fields, the header 3",
+                                           "weld.csv:3:4: the row has 4 fields, the header 3",
+                                           "weld.csv:5:3: unclosed quote"));
 }
 
-TEST_F(CsvRecordingTest, NamesTimesThatGoBack)
+TEST_F(CsvRecordingTest, ReportsTimesThatGoBack)
 {
     m_options.time = "t";
     EXPECT_THAT(rowsOf("amps,volts,t\n1,1,5\n2,2,4\n3,3,5\n"),
                 ElementsAre(Row{5 * kSecond, 1, 1, true}, Row{5 * kSecond, 3, 3, false}));
-    EXPECT_THAT(m_badRows, ElementsAre("weld.csv:3:3: t: the time lies before that of the row before"));
+    EXPECT_THAT(m_invalidRows, ElementsAre("weld.csv:3:3: t: the time is before that of the previous row"));
 }
 
-TEST_F(CsvRecordingTest, NamesTimesOfAnotherFormThanBefore)
+TEST_F(CsvRecordingTest, ReportsTimesThatChangeTheirForm)
 {
     m_options.time = "t";
     rowsOf("t,amps,volts\n1,1,1\n12:00:00,2,2\n");
-    EXPECT_THAT(m_badRows, ElementsAre("weld.csv:3:1: t: \"12:00:00\" is not a time as in the rows before"));
+    EXPECT_THAT(m_invalidRows,
+                ElementsAre("weld.csv:3:1: t: \"12:00:00\" is not a time as in the rows before"));
 }
 
-TEST_F(CsvRecordingTest, NamesTimesThatLackAScale)
+TEST_F(CsvRecordingTest, ReportsTimesThatNeedAScale)
 {
     m_options.time = "t";
     EXPECT_THAT(rowsOf("t,amps,volts\n1660737600000,1,1\n"), IsEmpty());
-    ASSERT_EQ(m_badRows.size(), 1U);
-    EXPECT_THAT(m_badRows[0], HasSubstr("a scale is missing, as in t*0.001"));
+    ASSERT_EQ(m_invalidRows.size(), 1U);
+    EXPECT_THAT(m_invalidRows[0], HasSubstr("add a scale, as in t*0.001"));
 }
 
-TEST_F(CsvRecordingTest, NamesTimesWhoseNanosecondsLeaveNoRoomToCalculate)
+TEST_F(CsvRecordingTest, ReportsTimesOutOfRange)
 {
     m_options.time = "t";
     EXPECT_THAT(
         rowsOf("t,amps,volts\n-8e9,1,1\n8e9,2,2\n-1e9,3,3\n4e9,4,4\n"),
         ElementsAre(Row{-1'000'000'000 * kSecond, 3, 3, true}, Row{4'000'000'000 * kSecond, 4, 4, false}));
-    EXPECT_EQ(m_badRows.size(), 2U);
+    EXPECT_EQ(m_invalidRows.size(), 2U);
     EXPECT_EQ(m_periods.back(), 5'000'000'000 * kSecond);
 }
 
-TEST_F(CsvRecordingTest, DoesNotLookAtColumnsThatNobodyAskedFor)
+TEST_F(CsvRecordingTest, IgnoresColumnsThatAreNotMapped)
 {
     rowsOf("note,amps,volts\nwhatever,1,1\n");
-    EXPECT_THAT(m_badRows, IsEmpty());
+    EXPECT_THAT(m_invalidRows, IsEmpty());
 }
 
-TEST_F(CsvRecordingTest, CannotBeOpenedWithoutTheColumnsAskedFor)
+TEST_F(CsvRecordingTest, FailsToOpenWithoutAMappedColumn)
 {
     m_options.text(Quantity::Gas) = "gas";
     EXPECT_FALSE(open("amps,volts\n"));
-    EXPECT_THAT(m_error, HasSubstr("--gas: there is no column \"gas\"; the recording has amps, volts"));
+    EXPECT_THAT(m_error, HasSubstr("--gas: there is no column \"gas\"; the columns are amps, volts"));
     m_options.text(Quantity::Gas) = "";
     m_options.group = "part";
     EXPECT_FALSE(open("amps,volts\n"));
@@ -226,10 +227,10 @@ TEST_F(CsvRecordingTest, CannotBeOpenedWithoutTheColumnsAskedFor)
     EXPECT_THAT(m_error, HasSubstr("--time: there is no column"));
 }
 
-TEST_F(CsvRecordingTest, CannotBeOpenedWithoutAHeader)
+TEST_F(CsvRecordingTest, FailsToOpenWithoutAHeader)
 {
     EXPECT_FALSE(open(""));
-    EXPECT_THAT(m_error, HasSubstr("is empty; a header line that names the columns is needed"));
+    EXPECT_THAT(m_error, HasSubstr("is empty; the first line must name the columns"));
 }
 
 } // namespace

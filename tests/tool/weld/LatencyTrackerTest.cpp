@@ -10,7 +10,7 @@ namespace TelvaneTool
 namespace
 {
 
-class PublicationLedgerTest : public testing::Test
+class LatencyTrackerTest : public testing::Test
 {
 protected:
     void SetUp() override
@@ -24,7 +24,7 @@ protected:
     LatencyTracker m_listener;
 };
 
-TEST_F(PublicationLedgerTest, BeginsWithNothing)
+TEST_F(LatencyTrackerTest, StartsEmpty)
 {
     EXPECT_EQ(m_listener.published(), 0U);
     EXPECT_FALSE(m_listener.finished());
@@ -32,7 +32,7 @@ TEST_F(PublicationLedgerTest, BeginsWithNothing)
     EXPECT_EQ(m_listener.published(1), 0);
 }
 
-TEST_F(PublicationLedgerTest, TellsTheListenerWhatWasPublishedWhen)
+TEST_F(LatencyTrackerTest, ReportsWhatWasPublishedWhen)
 {
     const Nanoseconds before = monotonicNow();
     m_publisher.note(1);
@@ -43,7 +43,7 @@ TEST_F(PublicationLedgerTest, TellsTheListenerWhatWasPublishedWhen)
     EXPECT_LE(m_listener.published(2), monotonicNow());
 }
 
-TEST_F(PublicationLedgerTest, ForgetsWhatIsLongPast)
+TEST_F(LatencyTrackerTest, ForgetsOldRecords)
 {
     for (int serial = 1; serial <= 70'000; ++serial) {
         m_publisher.note(serial);
@@ -53,7 +53,7 @@ TEST_F(PublicationLedgerTest, ForgetsWhatIsLongPast)
     EXPECT_EQ(m_listener.published(), 70'000U);
 }
 
-TEST_F(PublicationLedgerTest, LetsEachSideKnowOfTheOther)
+TEST_F(LatencyTrackerTest, ShowsEachSideTheOther)
 {
     m_listener.listen();
     EXPECT_TRUE(m_publisher.hasListener());
@@ -61,7 +61,7 @@ TEST_F(PublicationLedgerTest, LetsEachSideKnowOfTheOther)
     EXPECT_TRUE(m_listener.finished());
 }
 
-TEST(LatencyTracker, ComplainsAboutAFileThatCannotBeMade)
+TEST(LatencyTracker, ReportsAFileThatCannotBeCreated)
 {
     const TestDirectory directory;
     LatencyTracker ledger;

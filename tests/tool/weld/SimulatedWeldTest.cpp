@@ -65,7 +65,7 @@ TEST(SimulatedWeld, IsTheSameForTheSameSeed)
     EXPECT_TRUE(std::equal(first.begin(), first.end(), second.begin(), same));
 }
 
-TEST(SimulatedWeld, IsAnotherForAnotherSeed)
+TEST(SimulatedWeld, DiffersWithAnotherSeed)
 {
     auto settings = shortWeld();
     const auto first = samplesOf(settings);
@@ -74,7 +74,7 @@ TEST(SimulatedWeld, IsAnotherForAnotherSeed)
     EXPECT_FALSE(std::equal(first.begin(), first.end(), second.begin(), second.end(), same));
 }
 
-TEST(SimulatedWeld, MakesEvenSamplesOfOneGroup)
+TEST(SimulatedWeld, GivesEvenlySpacedSamplesInOneGroup)
 {
     auto settings = shortWeld();
     settings.period = 200 * kMicrosecond;
@@ -94,7 +94,7 @@ TEST(SimulatedWeld, IsFoundAsOneWeldOfTheWantedDuration)
     EXPECT_NEAR(inSeconds(welds[0].arcTime()), 2.0, 0.01);
 }
 
-TEST(SimulatedWeld, IsFoundAsManyTimesAsWanted)
+TEST(SimulatedWeld, IsFoundAsOftenAsRequested)
 {
     auto settings = shortWeld();
     settings.welds = 3;
@@ -127,7 +127,7 @@ TEST(SimulatedWeld, ShortsAboutAHundredTimesASecond)
     EXPECT_NEAR(shorts, 1000, 100);
 }
 
-TEST(SimulatedWeld, RaisesTheCurrentInAShortAndLetsItFallInTheArc)
+TEST(SimulatedWeld, RaisesTheCurrentInAShortCircuitAndLowersItInTheArc)
 {
     SimulatedWeld::Settings settings;
     settings.period = 100 * kMicrosecond;

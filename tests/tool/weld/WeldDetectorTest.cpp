@@ -54,12 +54,12 @@ TEST(WeldDetector, FindsNothingBelowTheThreshold)
     EXPECT_THAT(eventsOf({0, 10, 3, 10, 0}), IsEmpty());
 }
 
-TEST(WeldDetector, TellsStartSamplesAndEnd)
+TEST(WeldDetector, ReportsStartSamplesAndEnd)
 {
     EXPECT_THAT(eventsOf({0, 50, 60, 0, 0, 0, 0, 0}), ElementsAre("start 1", "burns 1", "burns 2", "end 3"));
 }
 
-TEST(WeldDetector, DoesNotCountTheHoldTimeToTheWeld)
+TEST(WeldDetector, ExcludesTheHoldTimeFromTheWeld)
 {
     EXPECT_EQ(eventsOf({50, 0, 0, 0, 0}).back(), "end 1");
 }
@@ -76,17 +76,17 @@ TEST(WeldDetector, EndsTheWeldWhenTheCurrentStaysBelowForTheHoldTime)
                 ElementsAre("start 0", "burns 0", "end 1", "start 4", "burns 4", "end 5"));
 }
 
-TEST(WeldDetector, EndsAWeldThatTheRecordingCutsOffASampleLater)
+TEST(WeldDetector, EndsAWeldOneSampleAfterTheRecordingEnds)
 {
     EXPECT_THAT(eventsOf({0, 50, 50}), ElementsAre("start 1", "burns 1", "burns 2", "end 3"));
 }
 
-TEST(WeldDetector, EndsAWeldWhoseHoldTimeTheRecordingCutsOffWhereItStoppedBurning)
+TEST(WeldDetector, EndsAWeldWhereTheArcWentOutIfTheRecordingEndsInTheHoldTime)
 {
     EXPECT_THAT(eventsOf({0, 50, 0, 0}), ElementsAre("start 1", "burns 1", "end 2"));
 }
 
-TEST(WeldDetector, EndsTheWeldWhenSamplesAreFartherApartThanTheHoldTime)
+TEST(WeldDetector, EndsTheWeldIfSamplesAreFurtherApartThanTheHoldTime)
 {
     Record record;
     WeldDetector detector({10.0, 3 * kStep}, record);
@@ -100,7 +100,7 @@ TEST(WeldDetector, EndsTheWeldWhenSamplesAreFartherApartThanTheHoldTime)
     EXPECT_THAT(record.events(), ElementsAre("start 0", "burns 0", "end 10", "start 20", "burns 20"));
 }
 
-TEST(WeldDetector, MayGoOnAfterItsEnd)
+TEST(WeldDetector, CanContinueAfterItsEnd)
 {
     Record record;
     WeldDetector detector({10.0, kStep}, record);

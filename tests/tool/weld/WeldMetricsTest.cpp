@@ -32,7 +32,7 @@ SampleSource::Traits allMeasured()
     return traits;
 }
 
-TEST(WeldMetrics, CarryValuesWithTheirUnits)
+TEST(WeldMetrics, HaveUnits)
 {
     const auto metrics = weldMetrics(summaryOfTwoSeconds(), allMeasured(), {});
     EXPECT_EQ(metrics.ArcDuration.Unit, "s");
@@ -51,7 +51,7 @@ TEST(WeldMetrics, CarryValuesWithTheirUnits)
     EXPECT_EQ(metrics.TotalEnergy.Value, 7306); // 180.4 A x 20.25 V x 2 s
 }
 
-TEST(WeldMetrics, WeighTheWireByItsDiameterAndAlloy)
+TEST(WeldMetrics, ComputeTheDepositFromDiameterAndAlloy)
 {
     WeldSetup setup;
     setup.wireSize = Telvane::WireSize_Inch_0_035;
@@ -63,7 +63,7 @@ TEST(WeldMetrics, WeighTheWireByItsDiameterAndAlloy)
                 1e-6);
 }
 
-TEST(WeldMetrics, GiveNoUnitToWhatWasNotMeasured)
+TEST(WeldMetrics, HaveNoUnitForUnmeasuredQuantities)
 {
     SampleSource::Traits traits;
     traits.measured = {true, true, false, false, false, false};
@@ -76,7 +76,7 @@ TEST(WeldMetrics, GiveNoUnitToWhatWasNotMeasured)
     EXPECT_EQ(metrics.TotalDeposition.Value, 0.0);
 }
 
-TEST(WeldMetrics, SurviveAWeldWithoutDuration)
+TEST(WeldMetrics, AreDefinedForAWeldWithoutDuration)
 {
     WeldSummary summary(false);
     WeldSample sample;

@@ -55,7 +55,7 @@ protected:
     WeldMonitor m_monitor{m_ledger};
 };
 
-TEST_F(WeldMonitorTest, TellsOfTheStart)
+TEST_F(WeldMonitorTest, ReportsTheStart)
 {
     start(7);
     EXPECT_EQ(m_monitor.takeEvents(),
@@ -63,7 +63,7 @@ TEST_F(WeldMonitorTest, TellsOfTheStart)
     EXPECT_EQ(m_monitor.takeEvents(), "");
 }
 
-TEST_F(WeldMonitorTest, TellsOfTheEndWithTheMetricsThatWereMeasured)
+TEST_F(WeldMonitorTest, ReportsTheEndWithTheMeasuredMetrics)
 {
     Telvane::WeldTriggerEnd record;
     record.tag = 7;
@@ -97,7 +97,7 @@ TEST_F(WeldMonitorTest, DrawsTheCurrentAsAChart)
     EXPECT_THAT(m_monitor.liveLine(80), EndsWith("V   =#:#"));
 }
 
-TEST_F(WeldMonitorTest, DrawsWithBlocksOnATerminalThatShowsThem)
+TEST_F(WeldMonitorTest, DrawsBlocksOnAUtf8Terminal)
 {
     setenv("LC_ALL", "de_DE.UTF-8", 1);
     start(1);
@@ -105,7 +105,7 @@ TEST_F(WeldMonitorTest, DrawsWithBlocksOnATerminalThatShowsThem)
     EXPECT_THAT(m_monitor.liveLine(80), EndsWith("█"));
 }
 
-TEST_F(WeldMonitorTest, KeepsTheLineWithinItsWidth)
+TEST_F(WeldMonitorTest, FitsTheLineToTheWidth)
 {
     start(1);
     for (int i = 0; i < 2000; ++i) {
@@ -124,7 +124,7 @@ TEST_F(WeldMonitorTest, ShowsNoLineBetweenWelds)
     EXPECT_EQ(m_monitor.liveLine(80), "");
 }
 
-TEST_F(WeldMonitorTest, CountsLossesByTheNumbersOfTheSamples)
+TEST_F(WeldMonitorTest, CountsGapsInTheSampleNumbersAsLosses)
 {
     start(1);
     sample(0, 180, 20);
@@ -134,13 +134,13 @@ TEST_F(WeldMonitorTest, CountsLossesByTheNumbersOfTheSamples)
     EXPECT_EQ(m_monitor.summary(0), "received 4, lost 2 by the samples' numbers\n");
 }
 
-TEST_F(WeldMonitorTest, DoesNotTakeAWeldThatItJoinedLateForLossy)
+TEST_F(WeldMonitorTest, DoesNotCountSamplesFromBeforeItStartedAsLost)
 {
     sample(1000, 180, 20);
     EXPECT_THAT(m_monitor.summary(0), HasSubstr("lost 0"));
 }
 
-TEST_F(WeldMonitorTest, TellsWhatCouldNotBeDecoded)
+TEST_F(WeldMonitorTest, ReportsUndecodableRecords)
 {
     EXPECT_THAT(m_monitor.summary(3), HasSubstr("could not be decoded: 3\n"));
 }

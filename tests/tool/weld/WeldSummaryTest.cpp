@@ -18,7 +18,7 @@ WeldSample sampleAt(Nanoseconds time, double amps, double volts, double wfs = 0.
     return sample;
 }
 
-TEST(WeldSummary, LastsFromTheFirstSampleToTheFirstWithoutAnArc)
+TEST(WeldSummary, LastsFromTheFirstSampleToTheFirstWithoutArc)
 {
     WeldSummary summary(false);
     summary.add(sampleAt(5 * kSecond, 100, 20), true);
@@ -28,7 +28,7 @@ TEST(WeldSummary, LastsFromTheFirstSampleToTheFirstWithoutAnArc)
     EXPECT_EQ(summary.samples(), 2U);
 }
 
-TEST(WeldSummary, WeighsUnevenSamplesByTheirTime)
+TEST(WeldSummary, WeightsUnevenSamplesByTime)
 {
     WeldSummary summary(false);
     summary.add(sampleAt(0, 100, 20), true);
@@ -38,7 +38,7 @@ TEST(WeldSummary, WeighsUnevenSamplesByTheirTime)
     EXPECT_DOUBLE_EQ(summary.mean(Quantity::Volts), 23.0);
 }
 
-TEST(WeldSummary, IntegratesTheMomentaryPower)
+TEST(WeldSummary, IntegratesInstantaneousPower)
 {
     WeldSummary summary(false);
     summary.add(sampleAt(0, 300, 5), true);
@@ -47,7 +47,7 @@ TEST(WeldSummary, IntegratesTheMomentaryPower)
     EXPECT_DOUBLE_EQ(summary.energy(), 300.0 * 5.0 + 100.0 * 25.0); // the means would give 6000
 }
 
-TEST(WeldSummary, LeavesInterruptionsOut)
+TEST(WeldSummary, ExcludesInterruptions)
 {
     WeldSummary summary(false);
     summary.add(sampleAt(0, 100, 20, 60), true);
@@ -61,7 +61,7 @@ TEST(WeldSummary, LeavesInterruptionsOut)
     EXPECT_EQ(summary.samples(), 3U);
 }
 
-TEST(WeldSummary, TakesTheWireFromTheFeedSpeed)
+TEST(WeldSummary, ComputesWireLengthFromTheFeedSpeed)
 {
     WeldSummary summary(false);
     summary.add(sampleAt(0, 100, 20, 120), true);
@@ -70,7 +70,7 @@ TEST(WeldSummary, TakesTheWireFromTheFeedSpeed)
     EXPECT_DOUBLE_EQ(summary.wireLength(), 2.0 + 8.0);
 }
 
-TEST(WeldSummary, PrefersACounterOfTheWire)
+TEST(WeldSummary, PrefersTheWireCounter)
 {
     WeldSummary summary(true);
     summary.add(sampleAt(0, 100, 20, 120, 7.0), true);
@@ -79,7 +79,7 @@ TEST(WeldSummary, PrefersACounterOfTheWire)
     EXPECT_DOUBLE_EQ(summary.wireLength(), 3.5);
 }
 
-TEST(WeldSummary, OfNothingIsZero)
+TEST(WeldSummary, IsZeroWithoutSamples)
 {
     const WeldSummary summary(false);
     EXPECT_EQ(summary.arcTime(), 0);

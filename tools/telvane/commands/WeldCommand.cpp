@@ -45,7 +45,7 @@ void replay(BusConnection& session, SampleSource& samples, WeldPublisher& publis
             return;
         }
         if (session.stopping()) {
-            publisher.cutShort();
+            publisher.abort();
             return;
         }
         if (next == SampleSource::Next::NewGroup) {
@@ -115,7 +115,7 @@ int weld(const Options& options)
     WeldPublisher publisher(session, source.samples(), ledger, options.setup, options.publisher);
     replay(session, source.samples(), publisher, options);
     ledgerEnd.finish();
-    result = source.conclude();
+    result = source.finish();
     if (result == kSuccess && publisher.welds() == 0 && !session.stopping()) {
         printError("there is no weld: the current never rose above --threshold");
         result = kWrongInput;

@@ -9,35 +9,34 @@ namespace TelvaneTool
 
 std::string FieldFilter::read(const std::string& text)
 {
-    struct Sign
+    struct Token
     {
         const char* text;
         Operator meaning;
     };
-    // Those of two characters first.
-    static constexpr Sign kSigns[] = {{"!=", Operator::NotEqual},    {">=", Operator::GreaterOrEqual},
-                                      {"<=", Operator::LessOrEqual}, {"=", Operator::Equal},
-                                      {">", Operator::Greater},      {"<", Operator::Less},
-                                      {"~", Operator::Contains}};
+    // Two-character operators first.
+    static constexpr Token kTokens[] = {{"!=", Operator::NotEqual},    {">=", Operator::GreaterOrEqual},
+                                        {"<=", Operator::LessOrEqual}, {"=", Operator::Equal},
+                                        {">", Operator::Greater},      {"<", Operator::Less},
+                                        {"~", Operator::Contains}};
     const std::size_t at = text.find_first_of("!=<>~");
     if (at != 0 && at != std::string::npos) {
-        for (const Sign& sign : kSigns) {
-            const std::string signText = sign.text;
-            if (text.compare(at, signText.size(), signText) == 0) {
+        for (const Token& token : kTokens) {
+            const std::string tokenText = token.text;
+            if (text.compare(at, tokenText.size(), tokenText) == 0) {
                 m_path = text.substr(0, at);
-                m_operator = sign.meaning;
-                m_text = text.substr(at + signText.size());
+                m_operator = token.meaning;
+                m_text = text.substr(at + tokenText.size());
                 char* end = nullptr;
                 m_number = std::strtod(m_text.c_str(), &end);
                 m_isNumber = !m_text.empty() && *end == '\0';
-                const bool compares = m_operator != Operator::Equal && m_operator != Operator::NotEqual &&
-                                      m_operator != Operator::Contains;
-                return compares && !m_isNumber ? "\"" + m_text + "\" is no number to compare with"
-                                               : std::string();
+                const bool needsNumber = m_operator != Operator::Equal && m_operator != Operator::NotEqual &&
+                                         m_operator != Operator::Contains;
+                return needsNumber && !m_isNumber ? "\"" + m_text + "\" is not a number" : std::string();
             }
         }
     }
-    return "\"" + text + "\" is no condition, such as amps>100, settings.CommandWFS.Unit=in/min or log~arc";
+    return "\"" + text + "\" is not a condition such as amps>100, settings.CommandWFS.Unit=in/min or log~arc";
 }
 
 bool FieldFilter::acceptsNumber(double number) const
@@ -78,7 +77,7 @@ bool FieldFilter::accepts(const cJSON* payload) const
     case Operator::Contains:
         return fieldText(field).find(m_text) != std::string::npos;
     default:
-        return false; // what is no number is neither less nor greater
+        return false; // only numbers are less or greater
     }
 }
 

@@ -11,10 +11,10 @@ namespace TelvaneTool
 class FieldFilter
 {
 public:
-    /// \return what is wrong with the text, or nothing
+    /// \return the error in the text; empty if it is valid
     std::string read(const std::string& text);
 
-    /// \return false, too, when there is no such field
+    /// \return false also if the payload has no such field
     bool accepts(const cJSON* payload) const;
 
 private:

@@ -22,7 +22,7 @@ std::string seconds(Nanoseconds time)
     return text;
 }
 
-/// Exact in its microseconds, which a double is no more for times since the epoch.
+/// Exact to the microsecond, unlike a double.
 std::string unixTime(Nanoseconds moment)
 {
     char text[40];
@@ -31,54 +31,54 @@ std::string unixTime(Nanoseconds moment)
     return text;
 }
 
-/// One step of a format: a conversion, its path if it is "%{path}", or a character.
-struct Step
+/// One element of a format: a conversion, with its path if it is "%{path}", or a character.
+struct Element
 {
     char conversion = '\0';
     char character = '\0';
     std::string path;
 };
 
-/// Takes the step at \p at.
-/// \return false when there is no such conversion
-bool takeStep(const std::string& format, std::size_t& at, Step& step)
+/// Reads the element at \p at.
+/// \return false if the conversion is unknown
+bool takeElement(const std::string& format, std::size_t& at, Element& element)
 {
-    step = {};
+    element = {};
     const char first = format[at++];
     if (at == format.size() || (first != '%' && first != '\\')) {
-        step.character = first;
+        element.character = first;
         return first != '%';
     }
     const char second = format[at++];
     if (first == '\\') {
-        step.character = second == 'n' ? '\n' : second == 't' ? '\t' : second;
+        element.character = second == 'n' ? '\n' : second == 't' ? '\t' : second;
         return true;
     }
     if (second != '{') {
-        step.conversion = second;
+        element.conversion = second;
         return std::string(kConversions).find(second) != std::string::npos;
     }
     const std::size_t end = format.find('}', at);
-    step.conversion = '{';
-    step.path = format.substr(at, end - at);
+    element.conversion = '{';
+    element.path = format.substr(at, end - at);
     at = end == std::string::npos ? format.size() : end + 1;
-    return end != std::string::npos && !step.path.empty();
+    return end != std::string::npos && !element.path.empty();
 }
 
 } // namespace
 
-const char* const kFormatHelp = "%t arrival in UTC, %u the same in seconds since 1970, %d seconds since the "
-                                "record before, %D since that on the same channel, %c channel, %n sequence, "
-                                "%p payload, %l its length, %{key.key} a field of it, %% a percent sign; "
-                                "\\t, \\n";
+const char* const kFormatHelp = "%t arrival (UTC), %u arrival in seconds since 1970, %d seconds since the "
+                                "previous record, %D since the previous one on the same channel, %c channel, "
+                                "%n sequence number, %p payload, %l length of the payload, %{key.key} a "
+                                "field, %% a percent sign; \\t, \\n";
 
 std::string checkFormat(const std::string& format)
 {
-    Step step;
+    Element element;
     for (std::size_t at = 0; at < format.size();) {
         const std::size_t begin = at;
-        if (!takeStep(format, at, step)) {
-            return "\"" + format.substr(begin, at - begin) + "\" is no conversion; there are " + kFormatHelp;
+        if (!takeElement(format, at, element)) {
+            return "\"" + format.substr(begin, at - begin) + "\" is not a conversion; use " + kFormatHelp;
         }
     }
     return {};
@@ -130,12 +130,12 @@ std::string RecordFormatter::printFormat(const Arrival& arrival, const std::stri
                                          const cJSON* tree, Nanoseconds delta, Nanoseconds channelDelta) const
 {
     std::string line;
-    Step step;
+    Element element;
     for (std::size_t at = 0; at < m_settings.format.size();) {
-        takeStep(m_settings.format, at, step);
-        switch (step.conversion) {
+        takeElement(m_settings.format, at, element);
+        switch (element.conversion) {
         case '\0':
-            line += step.character;
+            line += element.character;
             break;
         case 't':
             line += printMoment(arrival.moment);
@@ -162,10 +162,10 @@ std::string RecordFormatter::printFormat(const Arrival& arrival, const std::stri
             line += std::to_string(payload.size());
             break;
         case '{':
-            line += fieldText(findField(tree, step.path));
+            line += fieldText(findField(tree, element.path));
             break;
         default:
-            line += step.conversion;
+            line += element.conversion;
         }
     }
     return line + '\n';

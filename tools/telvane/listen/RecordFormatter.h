@@ -12,17 +12,17 @@
 namespace TelvaneTool
 {
 
-/// Turns what arrives into what `telvane listen` prints.
+/// Formats one record as `telvane listen` prints it. Used by one thread.
 class RecordFormatter
 {
 public:
     struct Settings
     {
-        std::string format; ///< conversions; empty for JSON
+        std::string format; ///< see kFormatHelp; empty for JSON
         bool pretty = false;
-        bool names = false;               ///< names of consumables beside their codes
-        bool delta = false;               ///< the time since the record before
-        std::vector<FieldFilter> filters; ///< all of them have to accept a payload
+        bool names = false;               ///< add the names of consumable codes
+        bool delta = false;               ///< add the time since the previous record
+        std::vector<FieldFilter> filters; ///< all must accept the payload
     };
 
     explicit RecordFormatter(Settings settings) : m_settings(std::move(settings)) {}
@@ -32,12 +32,12 @@ public:
         const std::string& channel;
         int sequence;
         const DecodedRecord& record;
-        const Telvane::RecordClass* recordClass; ///< may be null
-        Nanoseconds moment;                      ///< since the Unix epoch
-        Nanoseconds time;                        ///< on the monotonic clock
+        const Telvane::RecordClass* recordClass; ///< null if the channel has no class
+        Nanoseconds moment;                      ///< arrival, ns since the Unix epoch
+        Nanoseconds time;                        ///< arrival on the monotonic clock
     };
 
-    /// \return the text with its line end; empty when a filter does not accept the payload
+    /// \return the text with its newline; empty if a filter rejects the payload
     std::string print(const Arrival& arrival);
 
 private:
@@ -50,10 +50,10 @@ private:
     std::map<std::string, Nanoseconds> m_lastOfChannel;
 };
 
-/// \return what is wrong with a format, or nothing
+/// \return the error in a format; empty if it is valid
 std::string checkFormat(const std::string& format);
 
-/// What the help says about formats.
+/// Help text: all conversions.
 extern const char* const kFormatHelp;
 
 } // namespace TelvaneTool

@@ -5,7 +5,7 @@
 namespace TelvaneTool
 {
 
-/// Has gnuplot do what a text says, or complains.
+/// Runs a gnuplot script. Prints the reason if it fails.
 /// \return an exit code
 int runGnuplot(const std::string& script);
 

@@ -165,7 +165,7 @@ public:
             }
             for (const RecordedWeld& weld : welds) {
                 for (const RecordedWeld::Sample& sample : weld.samples) {
-                    m_most[i] = std::max(m_most[i], sample.point.*kCurves[i].value);
+                    m_max[i] = std::max(m_max[i], sample.point.*kCurves[i].value);
                     m_duration = std::max(m_duration, inSeconds(sample.time));
                 }
             }
@@ -218,7 +218,7 @@ private:
         }
         m_text += blockName(weld, curve) + " << END\n";
         for (const PlotPoint& point : downsample(m_welds[weld].samples, kCurves[curve].value, kColumns)) {
-            m_text += formatted("%.9g %.6g %.6g %.6g\n", point.time, point.least, point.mean, point.most);
+            m_text += formatted("%.9g %.6g %.6g %.6g\n", point.time, point.min, point.mean, point.max);
         }
         m_text += "END\n";
     }
@@ -269,7 +269,7 @@ private:
                             "set tmargin at screen %.5f\nset bmargin at screen %.5f\n",
                             panel.left / kWidth, panel.right / kWidth, 1.0 - panel.top / m_height,
                             1.0 - panel.bottom / m_height);
-        m_text += formatted("set yrange [0:%.9g]\nplot ", roundedUp(m_most[curve]));
+        m_text += formatted("set yrange [0:%.9g]\nplot ", roundedUp(m_max[curve]));
         const std::string block = blockName(weld, curve);
         if (!hasData(weld, curve)) {
             m_text += "1/0";
@@ -286,7 +286,7 @@ private:
     const std::vector<RecordedWeld>& m_welds;
     const std::string& m_path;
     std::vector<std::size_t> m_drawn; ///< curves that anything was measured of
-    std::array<double, kCurves.size()> m_most = {};
+    std::array<double, kCurves.size()> m_max = {};
     double m_duration = 0.0;
     double m_weldHeight = 0.0;
     double m_height = 0.0;
@@ -309,14 +309,14 @@ std::vector<PlotPoint> downsample(const std::vector<RecordedWeld::Sample>& sampl
         const std::size_t begin = column * samples.size() / count;
         const std::size_t end = (column + 1) * samples.size() / count;
         PlotPoint& point = points.emplace_back();
-        point.least = samples[begin].point.*quantity;
-        point.most = point.least;
+        point.min = samples[begin].point.*quantity;
+        point.max = point.min;
         for (std::size_t i = begin; i < end; ++i) {
             const double value = samples[i].point.*quantity;
             point.time += inSeconds(samples[i].time) / static_cast<double>(end - begin);
             point.mean += value / static_cast<double>(end - begin);
-            point.least = std::min(point.least, value);
-            point.most = std::max(point.most, value);
+            point.min = std::min(point.min, value);
+            point.max = std::max(point.max, value);
         }
     }
     return points;

@@ -12,9 +12,9 @@ namespace TelvaneTool
 struct PlotPoint
 {
     double time = 0.0; ///< s
-    double least = 0.0;
+    double min = 0.0;
     double mean = 0.0;
-    double most = 0.0;
+    double max = 0.0;
 };
 
 /// Brings a curve down to what a picture can show without hiding its peaks.

@@ -8,11 +8,11 @@ void PreTriggerBuffer::add(std::string_view line, Nanoseconds time)
     m_lines.push_back({time, std::string(line)});
     m_bytes += line.size();
     while (time - m_lines.front().time > m_span) {
-        m_cutShort = false;
+        m_truncated = false;
         dropOldest();
     }
-    while (m_bytes > m_mostBytes && m_lines.size() > 1) {
-        m_cutShort = true;
+    while (m_bytes > m_maxBytes && m_lines.size() > 1) {
+        m_truncated = true;
         dropOldest();
     }
 }

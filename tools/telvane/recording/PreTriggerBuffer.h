@@ -10,13 +10,13 @@
 namespace TelvaneTool
 {
 
-/// The latest lines of a recording, kept in memory until somebody wants them.
+/// The latest lines of a recording, kept in memory until a trigger saves them. Used by one thread.
 class PreTriggerBuffer
 {
 public:
-    /// \param span how long a line is kept
-    /// \param mostBytes of all lines together; the oldest go first
-    PreTriggerBuffer(Nanoseconds span, std::uint64_t mostBytes) : m_span(span), m_mostBytes(mostBytes) {}
+    /// \param span      maximum age of a line
+    /// \param maxBytes  maximum size of all lines; the oldest are dropped first
+    PreTriggerBuffer(Nanoseconds span, std::uint64_t maxBytes) : m_span(span), m_maxBytes(maxBytes) {}
 
     void add(std::string_view line, Nanoseconds time);
 
@@ -25,21 +25,21 @@ public:
         Nanoseconds time;
         std::string text;
     };
-    /// \return what is kept, oldest first
+    /// \return the lines, oldest first
     const std::deque<Line>& lines() const { return m_lines; }
 
     std::uint64_t bytes() const { return m_bytes; }
-    /// \return true when the last line that had to go was younger than the span
-    bool cutShort() const { return m_cutShort; }
+    /// \return true if the last line dropped was younger than the span
+    bool truncated() const { return m_truncated; }
 
 private:
     void dropOldest();
 
     const Nanoseconds m_span;
-    const std::uint64_t m_mostBytes;
+    const std::uint64_t m_maxBytes;
     std::deque<Line> m_lines;
     std::uint64_t m_bytes = 0;
-    bool m_cutShort = false;
+    bool m_truncated = false;
 };
 
 } // namespace TelvaneTool

@@ -88,7 +88,7 @@ bool Recorder::begin()
     if (!m_writer.open(m_header)) {
         return false;
     }
-    if (m_ring->cutShort()) {
+    if (m_ring->truncated()) {
         printError("only the last " + printBytes(static_cast<double>(m_ring->bytes())) +
                    " were kept; --keep-size allows more");
     }

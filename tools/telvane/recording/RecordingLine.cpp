@@ -1,6 +1,5 @@
-// A recording at full pace is 50,000 lines a second, so the line as the tool writes it is taken apart by hand:
-// the keys in their fixed order, the payload last. Only its JSON is looked at again where it is used. Lines
-// that another program has rewritten go through the JSON library.
+// A recording can hold 50,000 lines per second, so lines in the tool's own form are parsed by hand: keys in
+// their fixed order, the payload last. Lines that another program has rewritten go through the JSON library.
 
 #include "recording/RecordingLine.h"
 
@@ -18,7 +17,7 @@ namespace
 {
 
 constexpr int kVersion = 1;
-constexpr const char* kMark = "telvaneRecording";
+constexpr const char* kFormatKey = "telvaneRecording";
 
 constexpr std::string_view kTime = R"({"ns":)";
 constexpr std::string_view kChannel = R"(,"channel":")";
@@ -53,7 +52,7 @@ void append(std::string& text, Number number)
     text.append(digits, result.ptr);
 }
 
-/// The braces and quotes of a whole JSON object are even; one that was torn in the middle is not.
+/// \return true if brackets and quotes are balanced, which they are not in a truncated object
 bool isWholeObject(std::string_view text)
 {
     int depth = 0;
@@ -85,7 +84,7 @@ bool isWholeObject(std::string_view text)
 std::string printHeader(const RecordingHeader& header)
 {
     const JsonTree tree(cJSON_CreateObject());
-    cJSON_AddNumberToObject(tree.get(), kMark, kVersion);
+    cJSON_AddNumberToObject(tree.get(), kFormatKey, kVersion);
     cJSON_AddStringToObject(tree.get(), "started", printMoment(header.started).c_str());
     cJSON_AddStringToObject(tree.get(), "server", header.server.c_str());
     cJSON* const channels = cJSON_AddArrayToObject(tree.get(), "channels");
@@ -99,20 +98,20 @@ std::string printHeader(const RecordingHeader& header)
 bool readHeader(const std::string& line, RecordingHeader& header, std::string& error)
 {
     const JsonTree tree = parseJson(line, error);
-    const cJSON* const mark = cJSON_GetObjectItemCaseSensitive(tree.get(), kMark);
-    if (!cJSON_IsNumber(mark)) {
-        error = "it is no recording: its first line does not say so";
+    const cJSON* const format = cJSON_GetObjectItemCaseSensitive(tree.get(), kFormatKey);
+    if (!cJSON_IsNumber(format)) {
+        error = "not a recording: the first line has no telvaneRecording key";
         return false;
     }
-    if (mark->valueint != kVersion) {
-        error = "it is a recording of form " + std::to_string(mark->valueint) + ", and only form " +
-                std::to_string(kVersion) + " is known";
+    if (format->valueint != kVersion) {
+        error = "recording format " + std::to_string(format->valueint) + " is not supported, only format " +
+                std::to_string(kVersion);
         return false;
     }
     const char* const started = cJSON_GetStringValue(cJSON_GetObjectItemCaseSensitive(tree.get(), "started"));
     TimestampParser clock;
     if (started == nullptr || !clock.read(started, header.started)) {
-        error = "its first line does not tell when it was started";
+        error = "the first line has no valid start time";
         return false;
     }
     const char* const server = cJSON_GetStringValue(cJSON_GetObjectItemCaseSensitive(tree.get(), "server"));

@@ -1,6 +1,6 @@
 #pragma once
 
-// The lines of a recording; docs/recording-format.md describes them.
+// The lines of a recording; see docs/recording-format.md.
 
 #include "common/support/Clock.h"
 
@@ -11,39 +11,40 @@
 namespace TelvaneTool
 {
 
-/// What the first line says.
+/// The first line.
 struct RecordingHeader
 {
-    Nanoseconds started = 0;           ///< moment from which the records' times count, since the Unix epoch
-    std::string server;                ///< path of the bus
-    std::vector<std::string> channels; ///< what was asked for; empty for everything
-    int part = 1;                      ///< counted from 1
+    Nanoseconds started = 0;           ///< origin of the records' times, ns since the Unix epoch
+    std::string server;                ///< path of the server's socket
+    std::vector<std::string> channels; ///< names and patterns given by the user; empty for --all
+    int part = 1;                      ///< number of the file within one run, from 1
 };
 
-/// One message as it came.
+/// One message as it arrived.
 struct RecordedMessage
 {
-    Nanoseconds time = 0; ///< since RecordingHeader::started, on a clock that nobody sets
+    Nanoseconds time = 0; ///< arrival, ns since RecordingHeader::started, monotonic
     std::string_view channel;
     int sequence = 0;
-    std::string_view payload; ///< its JSON text
+    std::string_view payload; ///< JSON text
 };
 
-/// \return the line with its end
+/// \return the line, with its newline
 std::string printHeader(const RecordingHeader& header);
 
-/// \return false when the line is not the first one of a recording
+/// \param[out] error  why the line is not the first line of a recording
+/// \return false if it is not
 bool readHeader(const std::string& line, RecordingHeader& header, std::string& error);
 
-/// Adds the line with its end.
+/// Appends the line, with its newline.
 void appendMessage(std::string& text, const RecordedMessage& message);
 
-/// Reads lines as appendMessage() writes them, and the same JSON with other blanks or in another order.
+/// Reads lines as appendMessage() writes them, and equivalent JSON with other spacing or key order.
 class RecordingLineReader
 {
 public:
-    /// \param[out] message points into \p line and into this reader, until the next call
-    /// \return false when the line is no message
+    /// \param[out] message  points into \p line and this reader; valid until the next call
+    /// \return false if the line is not a message
     bool read(std::string_view line, RecordedMessage& message);
 
 private:

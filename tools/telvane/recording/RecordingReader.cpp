@@ -24,7 +24,7 @@ bool RecordingReader::open(const std::string& path, TextLines::Waiter waiter)
     if (!m_lines.next(line)) {
         if (!m_lines.stopped()) {
             printError("cannot read " + m_path + ": " +
-                       (m_lines.error() != 0 ? std::strerror(m_lines.error()) : "it is empty"));
+                       (m_lines.error() != 0 ? std::strerror(m_lines.error()) : "the file is empty"));
         }
         return false;
     }
@@ -57,12 +57,12 @@ bool RecordingReader::next(RecordedMessage& message)
 int RecordingReader::finish() const
 {
     if (m_tornBytes != 0) {
-        printError(m_path + ": its last line was not written whole; " + std::to_string(m_tornBytes) +
-                   " bytes are left out, all before them is used");
+        printError(m_path + ": the last line is incomplete; ignored " + std::to_string(m_tornBytes) +
+                   " bytes");
     }
     if (m_damagedLines != 0) {
-        printError(m_path + ": damaged lines: " + std::to_string(m_damagedLines) + ", the first is line " +
-                   std::to_string(m_firstDamagedLine) + "; the others are used");
+        printError(m_path + ": skipped damaged lines: " + std::to_string(m_damagedLines) +
+                   ", the first is line " + std::to_string(m_firstDamagedLine));
     }
     if (m_lines.error() != 0) {
         printError("cannot read " + m_path + ": " + std::strerror(m_lines.error()));

@@ -8,32 +8,32 @@
 namespace TelvaneTool
 {
 
-/// Reads a recording, and what can be read of one that was damaged.
+/// Reads a recording. Skips and counts lines that are damaged.
 class RecordingReader
 {
 public:
-    /// Opens the file and reads its first line, or complains.
-    /// \param path a file, or "-" for standard input
+    /// Opens the file and reads its first line. Prints the reason if it fails.
+    /// \param path  a file, or "-" for standard input
     bool open(const std::string& path, TextLines::Waiter waiter = {});
 
     const RecordingHeader& header() const { return m_header; }
 
-    /// \param[out] message valid until the next call
-    /// \return false at the end, also when reading failed
+    /// \param[out] message  valid until the next call
+    /// \return false at the end of the file and after a read error
     bool next(RecordedMessage& message);
 
-    /// \return how far the reading has come
+    /// \return bytes read so far
     std::uint64_t bytes() const { return m_bytes; }
-    /// \return the file's size, 0 where it is not known
+    /// \return size of the file; 0 if unknown
     std::uint64_t size() const { return m_size; }
 
-    /// \return the bytes of a last line that was not written whole
+    /// \return size of an incomplete last line
     std::uint64_t tornBytes() const { return m_tornBytes; }
-    /// \return how many whole lines are no messages
+    /// \return number of complete lines that are not messages
     std::uint64_t damagedLines() const { return m_damagedLines; }
 
-    /// Complains about what was torn or damaged and about a failure to read.
-    /// \return an exit code: a torn end is what a sudden end leaves, and no error
+    /// Reports an incomplete last line, damaged lines and a read error.
+    /// \return an exit code. An incomplete last line is not an error: a killed recorder leaves one.
     int finish() const;
 
 private:

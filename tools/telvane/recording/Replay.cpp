@@ -15,7 +15,7 @@ namespace TelvaneTool
 namespace
 {
 
-/// What may be caught up after the process was kept from running: so many of these.
+/// The pacer catches up on a limited number of these after a delay.
 constexpr Nanoseconds kPacerPeriod = kMillisecond;
 
 } // namespace
@@ -61,7 +61,7 @@ int Replay::pass(Pacer& pacer, ProgressBar& bar)
             continue;
         }
         if (!begun) {
-            // From the place that was asked for, so that a pause before its first record is kept.
+            // Start at the requested time, to keep a pause before the first message.
             pacer.begin(m_settings.from, kPacerPeriod);
             begun = true;
         }
@@ -87,8 +87,8 @@ bool Replay::publish(const RecordedMessage& message)
         channel = renamed->second;
     }
     RawRecord record(std::move(payload));
-    constexpr std::size_t kSurelyFits = kLargestPublication / 2;
-    if (message.payload.size() > kSurelyFits &&
+    constexpr std::size_t kAlwaysFits = kLargestPublication / 2;
+    if (message.payload.size() > kAlwaysFits &&
         !checkPublicationSize(publicationSize(channel, record)).empty()) {
         ++m_refused;
         return true;
@@ -103,10 +103,10 @@ bool Replay::publish(const RecordedMessage& message)
 void Replay::show(ProgressBar& bar, const RecordingReader& reader, Nanoseconds time) const
 {
     if (bar.due()) {
-        const double share = reader.size() != 0
-                                 ? static_cast<double>(reader.bytes()) / static_cast<double>(reader.size())
-                                 : -1.0;
-        bar.draw(share, printSpan(time) + "  " + std::to_string(m_published) + " records");
+        const double fraction = reader.size() != 0
+                                    ? static_cast<double>(reader.bytes()) / static_cast<double>(reader.size())
+                                    : -1.0;
+        bar.draw(fraction, printSpan(time) + "  " + std::to_string(m_published) + " records");
     }
 }
 

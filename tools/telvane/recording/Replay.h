@@ -13,18 +13,18 @@ namespace TelvaneTool
 class Pacer;
 class ProgressBar;
 
-/// Publishes what a recording holds.
+/// Publishes the messages of a recording at their recorded pace.
 class Replay
 {
 public:
     struct Settings
     {
-        double speed = 1.0;                         ///< times the recorded pace; 0 for no waiting
-        Nanoseconds from = 0;                       ///< since the first record
-        Nanoseconds until = -1;                     ///< the same; negative for the end
-        bool loop = false;                          ///< begin anew at the end
-        std::vector<std::string> only;              ///< patterns of channels; none for all
-        std::map<std::string, std::string> renames; ///< recorded channel to the one to publish on
+        double speed = 1.0;                         ///< factor on the recorded pace; 0 for no delays
+        Nanoseconds from = 0;                       ///< skip earlier messages; ns since the first message
+        Nanoseconds until = -1;                     ///< skip messages from here on; negative for none
+        bool loop = false;                          ///< start again at the end
+        std::vector<std::string> only;              ///< channel patterns; empty for all channels
+        std::map<std::string, std::string> renames; ///< from recorded to published channel
     };
 
     Replay(BusConnection& session, std::string path, Settings settings)
@@ -45,7 +45,7 @@ private:
     const std::string m_path;
     const Settings m_settings;
     std::uint64_t m_published = 0;
-    std::uint64_t m_refused = 0; ///< payloads that cannot be published
+    std::uint64_t m_refused = 0; ///< messages that cannot be published
 };
 
 } // namespace TelvaneTool

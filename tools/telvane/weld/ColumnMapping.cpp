@@ -1,5 +1,5 @@
-// A mapping is read from its end, since it is the column's name that may hold any character: the offset,
-// then the scale, are taken off only while what is left is not a column's name.
+// A column's name may contain any character, so a mapping is parsed from its end: first the offset, then the
+// scale, each only if the rest is not already the name of a column.
 
 #include "weld/ColumnMapping.h"
 
@@ -35,7 +35,7 @@ std::optional<std::size_t> findColumn(std::string_view name, const std::vector<s
 
 std::string noSuchColumn(std::string_view name, const std::vector<std::string>& columns)
 {
-    std::string text = "there is no column \"" + std::string(name) + "\"; the recording has";
+    std::string text = "there is no column \"" + std::string(name) + "\"; the columns are";
     const char* separator = " ";
     for (const std::string& column : columns) {
         text += separator + column;

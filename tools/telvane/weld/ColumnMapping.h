@@ -9,28 +9,28 @@
 namespace TelvaneTool
 {
 
-/// Where the value of a quantity comes from: a column of the recording times a scale plus an offset, or a
-/// number that holds for the whole recording.
+/// The source of a quantity: a CSV column with a scale and an offset, or a constant.
 struct ColumnMapping
 {
-    std::optional<std::size_t> column; ///< counted from 0; none for a fixed number
+    std::optional<std::size_t> column; ///< counted from 0; none for a constant
     double scale = 1.0;
-    double offset = 0.0; ///< also the fixed number
+    double offset = 0.0; ///< or the constant
 
     double apply(double value) const { return value * scale + offset; }
 };
 
-/// Reads "current_dA*0.1", "temperature_F/1.8-17.8", "volts" or "200". A text that is a column's whole name
-/// means that column, whatever characters it holds.
-/// \param columns the names in the recording's header line
-/// \param[out] error what is wrong with \p text
+/// Reads "current_dA*0.1", "temperature_F/1.8-17.8", "volts" or "200". The full name of a column always means
+/// that column, even if the name contains operators.
+/// \param columns     names from the header line
+/// \param[out] error  why \p text is not a mapping
+/// \return the mapping; none if \p text is not one
 std::optional<ColumnMapping> readColumnMapping(std::string_view text, const std::vector<std::string>& columns,
                                                std::string& error);
 
-/// \return the place of a column, counted from 0
+/// \return the index of a column, from 0
 std::optional<std::size_t> findColumn(std::string_view name, const std::vector<std::string>& columns);
 
-/// \return "there is no column ...; the recording has ..."
+/// \return an error message that lists the columns
 std::string noSuchColumn(std::string_view name, const std::vector<std::string>& columns);
 
 } // namespace TelvaneTool

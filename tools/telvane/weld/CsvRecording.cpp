@@ -1,8 +1,8 @@
-// A recording is read row by row as it is needed. Rows that cannot be read are named and left out, so that
-// one torn line does not cost a day's recording; whoever runs the tool learns of them by its exit code, too.
+// Rows are read one by one. Invalid rows are reported and skipped, so that one bad line does not make a whole
+// day's data useless.
 //
-// The one thing that cannot be known from a row by itself is the sample period when the recording has time
-// stamps. So the reader looks some rows ahead at the beginning of each group and takes the median.
+// With time stamps, the sample period is not in any single row. The reader looks ahead at the start of each
+// group and takes the median interval.
 
 #include "weld/CsvRecording.h"
 
@@ -20,7 +20,7 @@ namespace
 
 constexpr std::size_t kRowsAhead = 64;
 constexpr Nanoseconds kDay = Nanoseconds(24) * 3600 * kSecond;
-/// What nanoseconds in 64 bits hold, with room to add the longest of all intervals.
+/// Limits that leave room to add any interval to a time in 64-bit nanoseconds.
 constexpr double kEarliestSeconds = -1.0e9;
 constexpr double kLatestSeconds = 4.0e9;
 
@@ -29,8 +29,8 @@ constexpr std::array<const char*, kQuantities> kQuantityOptions = {"--amps", "--
 
 } // namespace
 
-CsvRecording::CsvRecording(Options options, std::function<void(const std::string&)> onBadRow)
-    : m_options(std::move(options)), m_onBadRow(std::move(onBadRow))
+CsvRecording::CsvRecording(Options options, std::function<void(const std::string&)> onInvalidRow)
+    : m_options(std::move(options)), m_onInvalidRow(std::move(onInvalidRow))
 {}
 
 bool CsvRecording::open(std::string& error)
@@ -45,14 +45,13 @@ bool CsvRecording::open(std::string& error)
         if (m_lines.stopped()) {
             return false;
         }
-        error =
-            m_lines.error() != 0
-                ? "cannot read " + m_options.path + ": " + std::generic_category().message(m_lines.error())
-                : m_options.path + " is empty; a header line that names the columns is needed";
+        error = m_lines.error() != 0 ? "cannot read " + m_options.path + ": " +
+                                           std::generic_category().message(m_lines.error())
+                                     : m_options.path + " is empty; the first line must name the columns";
         return false;
     }
     if (!splitFields(header, m_options.delimiter, m_fields)) {
-        error = m_options.path + ":1: a quote in the header line is not closed";
+        error = m_options.path + ":1: unclosed quote in the header line";
         return false;
     }
     m_columns.assign(m_fields.begin(), m_fields.end());
@@ -162,10 +161,10 @@ bool CsvRecording::readRow(Row& row)
             continue;
         }
         if (!splitFields(line, m_options.delimiter, m_fields)) {
-            reject(m_fields.size(), "a quote is not closed");
+            reject(m_fields.size(), "unclosed quote");
         } else if (m_fields.size() != m_columns.size()) {
             reject(std::min(m_fields.size(), m_columns.size()),
-                   "the row has " + std::to_string(m_fields.size()) + " fields where the header has " +
+                   "the row has " + std::to_string(m_fields.size()) + " fields, the header " +
                        std::to_string(m_columns.size()));
         } else if (readFields(row)) {
             return true;
@@ -184,7 +183,7 @@ bool CsvRecording::readFields(Row& row)
     if (row.newGroup) {
         m_rowInGroup = 0;
     }
-    // A row that turns out bad has still taken its place in time.
+    // An invalid row still takes its time.
     const std::uint64_t number = m_rowInGroup++;
 
     for (std::size_t i = 0; i < kQuantities; ++i) {
@@ -203,7 +202,7 @@ bool CsvRecording::readFields(Row& row)
     }
     if (!row.newGroup && row.sample.time < m_previousTime) {
         const std::size_t column = m_clockColumn.value_or(*m_timeMapping.column);
-        reject(column, m_columns[column] + ": the time lies before that of the row before");
+        reject(column, m_columns[column] + ": the time is before that of the previous row");
         return false;
     }
     m_previousTime = row.sample.time;
@@ -219,7 +218,7 @@ bool CsvRecording::readTime(Nanoseconds& time)
         if (readNumber(m_fields[column], seconds)) {
             seconds = m_timeMapping.apply(seconds);
             if (!(seconds >= kEarliestSeconds && seconds <= kLatestSeconds)) {
-                reject(column, fieldIsNot(column, "a time in seconds; a scale is missing, as in " +
+                reject(column, fieldIsNot(column, "a time in seconds; add a scale, as in " +
                                                       m_columns[column] + "*0.001"));
                 return false;
             }
@@ -233,7 +232,7 @@ bool CsvRecording::readTime(Nanoseconds& time)
     }
     reject(m_clockColumn.value_or(column),
            fieldIsNot(m_clockColumn.value_or(column),
-                      m_clockColumn ? "a time of day behind a date" : "a time as in the rows before"));
+                      m_clockColumn ? "a time of day" : "a time as in the rows before"));
     return false;
 }
 
@@ -261,9 +260,9 @@ bool CsvRecording::readClock(Nanoseconds& time)
 
 void CsvRecording::reject(std::size_t column, const std::string& what)
 {
-    ++m_badRows;
-    m_onBadRow(m_options.path + ":" + std::to_string(m_lines.number()) + ":" + std::to_string(column + 1) +
-               ": " + what);
+    ++m_invalidRows;
+    m_onInvalidRow(m_options.path + ":" + std::to_string(m_lines.number()) + ":" +
+                   std::to_string(column + 1) + ": " + what);
 }
 
 std::string CsvRecording::fieldIsNot(std::size_t column, const std::string& expected) const

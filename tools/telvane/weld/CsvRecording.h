@@ -14,7 +14,7 @@
 namespace TelvaneTool
 {
 
-/// Samples read from a file with a header line and one row a sample.
+/// Samples from a CSV file with a header line and one row per sample.
 class CsvRecording : public SampleSource
 {
 public:
@@ -22,28 +22,28 @@ public:
     {
         std::string path;                           ///< "-" for standard input
         char delimiter = ',';                       ///< between fields
-        std::array<std::string, kQuantities> texts; ///< mapping of each quantity, see readColumnMapping()
-        std::string time;         ///< "column", "column*scale" or "date column+time column"; or empty
-        Nanoseconds period = 0;   ///< between rows when there is no time column
-        std::string group;        ///< the column whose change begins a new weld, or empty
+        std::array<std::string, kQuantities> texts; ///< see readColumnMapping(); empty if not measured
+        std::string time;         ///< "column", "column*scale" or "date column+time column"; empty for none
+        Nanoseconds period = 0;   ///< between rows, if there is no time column
+        std::string group;        ///< column whose change starts a new group; empty for none
         TextLines::Waiter waiter; ///< see TextLines::open()
 
         std::string& text(Quantity quantity) { return texts[static_cast<std::size_t>(quantity)]; }
         const std::string& text(Quantity quantity) const { return texts[static_cast<std::size_t>(quantity)]; }
     };
 
-    /// \param onBadRow called with "file:line:column: what is wrong" for each row that is left out
-    CsvRecording(Options options, std::function<void(const std::string& message)> onBadRow);
+    /// \param onInvalidRow  called with "file:line:column: reason" for each skipped row
+    CsvRecording(Options options, std::function<void(const std::string& message)> onInvalidRow);
 
-    /// Opens the file and finds the columns that the options name.
-    /// \return false with \p error set; without an error when the waiter ended the reading
+    /// Opens the file and finds the columns named in the options.
+    /// \return false with \p error set; with an empty \p error if the waiter stopped the reading
     bool open(std::string& error);
 
     Next next(WeldSample& sample) override;
     const Traits& traits() const override { return m_traits; }
 
-    std::uint64_t badRows() const { return m_badRows; }
-    /// \return the error number that ended the reading early, or 0
+    std::uint64_t invalidRows() const { return m_invalidRows; }
+    /// \return the error number of a failed read, or 0
     int readError() const { return m_lines.error(); }
 
 private:
@@ -64,7 +64,7 @@ private:
     void lookAhead(const Row& first);
 
     Options m_options;
-    std::function<void(const std::string&)> m_onBadRow;
+    std::function<void(const std::string&)> m_onInvalidRow;
     TextLines m_lines;
     std::vector<std::string> m_columns;
     std::vector<std::string_view> m_fields;
@@ -73,10 +73,10 @@ private:
     std::array<ColumnMapping, kQuantities> m_mappings;
     std::optional<std::size_t> m_groupColumn;
     ColumnMapping m_timeMapping;
-    std::optional<std::size_t> m_clockColumn; ///< the time of day, when the date has a column of its own
+    std::optional<std::size_t> m_clockColumn; ///< time of day, if the date has its own column
     enum class TimeForm
     {
-        Unknown, ///< until the first row shows it
+        Unknown, ///< until the first row
         Rows,
         Number,
         TimeOfDay,
@@ -84,13 +84,13 @@ private:
     };
     TimeForm m_timeForm = TimeForm::Unknown;
     TimestampParser m_clock;
-    Nanoseconds m_midnight = 0; ///< of a recording that has times of day only
+    Nanoseconds m_midnight = 0; ///< start of the current day, if there are only times of day
 
     std::string m_group;
     bool m_inGroup = false;
     std::uint64_t m_rowInGroup = 0;
     Nanoseconds m_previousTime = 0;
-    std::uint64_t m_badRows = 0;
+    std::uint64_t m_invalidRows = 0;
     std::deque<Row> m_ahead;
 };
 

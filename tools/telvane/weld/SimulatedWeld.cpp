@@ -1,8 +1,7 @@
-// The current follows the welding circuit's own equation, L dI/dt = U - R I - Uload, where the load is either
-// the arc or the short circuit of the drop that passes over. Steep rises, exponential decays and the collapse
-// of the voltage come out of that by themselves. Only additions and multiplications are used, and random
-// numbers are made from the generator's bits, since the standard's distributions and the C library's
-// functions differ from machine to machine.
+// The current follows the equation of the welding circuit, L dI/dt = U - R I - Uload. The load is either the
+// arc or the short circuit of a passing drop. This gives steep rises, exponential decays and collapsing
+// voltage. To get the same numbers on every machine, the code uses only additions and multiplications, and
+// takes random numbers from the generator's bits instead of the standard library's distributions.
 
 #include "weld/SimulatedWeld.h"
 
@@ -23,16 +22,16 @@ constexpr double kRunUp = 0.35;     ///< s from ignition to the set wire-feed sp
 constexpr double kCraterFill = 1.0; ///< s at the end of the arc
 
 constexpr double kOpenCircuit = 68.0;     ///< V
-constexpr double kIgnitionVoltage = 30.0; ///< V, higher than set so that the cold wire's end lights
+constexpr double kIgnitionVoltage = 30.0; ///< V, above the set voltage to ignite the cold wire
 constexpr double kInductance = 0.28e-3;   ///< H
 constexpr double kResistance = 0.016;     ///< of cables and power source, ohm
 constexpr double kShortResistance = 0.013;
-constexpr double kArcVoltage = 16.3; ///< of an arc without current
+constexpr double kArcVoltage = 16.3; ///< at zero current
 constexpr double kArcResistance = 0.036;
 
-constexpr double kMeanShort = 2.6e-3; ///< s; with the arc between, about a hundred a second
+constexpr double kMeanShort = 2.6e-3; ///< s; with kMeanArc, about a hundred short circuits per second
 constexpr double kMeanArc = 7.4e-3;   ///< s
-constexpr double kRunInWfs = 70.0;    ///< in/min until the arc is lit
+constexpr double kRunInWfs = 70.0;    ///< in/min, before the arc ignites
 constexpr double kSetGas = 14.0;      ///< l/min
 constexpr double kGasSurge = 12.0;    ///< l/min
 
@@ -85,7 +84,7 @@ SampleSource::Next SimulatedWeld::next(WeldSample& sample)
 void SimulatedWeld::advance(double seconds)
 {
     m_phaseTime += seconds;
-    // The circuit is too quick for a whole sample period at once.
+    // The circuit changes faster than the sample period.
     const auto steps = static_cast<long>(std::ceil(seconds / kStep));
     for (long step = 0; step < steps; ++step) {
         moveCircuit(seconds / static_cast<double>(steps));
@@ -100,7 +99,7 @@ bool SimulatedWeld::movePhase()
     } else if (m_phase == Phase::Arc && m_phaseTime >= inSeconds(m_settings.duration)) {
         m_phase = Phase::PostFlow;
         m_phaseTime = 0.0;
-        m_current = 0.0; // the arc breaks off
+        m_current = 0.0; // the arc goes out
         m_voltage = 0.0;
     } else if (m_phase == Phase::PostFlow && m_phaseTime >= kPostFlow) {
         if (--m_weldsLeft == 0) {

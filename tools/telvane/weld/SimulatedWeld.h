@@ -8,17 +8,17 @@
 namespace TelvaneTool
 {
 
-/// A short-arc weld with solid steel wire of 1.2 mm that nobody has welded: gas pre-flow, ignition, run-up,
-/// about a hundred short circuits a second, crater fill and post-flow. The same settings give the same
-/// samples on every machine.
+/// A simulated short-arc weld with 1.2 mm solid steel wire: gas pre-flow, ignition, run-up, about a hundred
+/// short circuits per second, crater fill and post-flow. The same settings give the same samples on every
+/// machine.
 class SimulatedWeld : public SampleSource
 {
 public:
     struct Settings
     {
         std::uint64_t seed = 1;
-        unsigned welds = 1;                      ///< one after the other, in one recording
-        Nanoseconds duration = 10 * kSecond;     ///< of the arc of each weld
+        unsigned welds = 1;                      ///< one after the other
+        Nanoseconds duration = 10 * kSecond;     ///< arc time of each weld
         Nanoseconds period = 500 * kMicrosecond; ///< between samples
     };
 
@@ -27,7 +27,7 @@ public:
     Next next(WeldSample& sample) override;
     const Traits& traits() const override { return m_traits; }
 
-    /// What the operator has set.
+    /// The operator's set points.
     static constexpr double kSetVolts = 20.5;
     static constexpr double kSetWfs = 210.0; ///< in/min
 
@@ -56,15 +56,15 @@ private:
     unsigned m_weldsLeft;
 
     Phase m_phase = Phase::PreFlow;
-    double m_phaseTime = 0.0;    ///< spent in the phase, s
-    bool m_shorted = false;      ///< the wire touches the pool
-    double m_transferLeft = 0.0; ///< of the short circuit or the arc between two, s
+    double m_phaseTime = 0.0;    ///< time in the current phase, s
+    bool m_shorted = false;      ///< the wire touches the weld pool
+    double m_transferLeft = 0.0; ///< until the next change between short circuit and arc, s
     double m_current = 0.0;      ///< A
     double m_voltage = 0.0;      ///< at the torch, V
     double m_wfs = 0.0;          ///< in/min
-    double m_slip = 0.0;         ///< slow deviation of the wire feed, as a part of it
+    double m_slip = 0.0;         ///< slow relative deviation of the wire-feed speed
     double m_gas = 0.0;          ///< l/min
-    double m_gasSurge = 12.0;    ///< from the pressure that built up while the valve was closed, l/min
+    double m_gasSurge = 12.0;    ///< from the pressure that built up behind the closed valve, l/min
 };
 
 } // namespace TelvaneTool

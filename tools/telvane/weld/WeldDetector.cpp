@@ -1,5 +1,5 @@
-// Whether the arc went out for a moment or for good is known only a hold time later. The samples of that
-// time wait here, so that what is told is told in order and a weld never has a tail of idle samples.
+// Only after the hold time is it known whether the arc was interrupted or is out. The samples of that time
+// wait here, so that the listener gets them in order and no weld ends with idle samples.
 
 #include "weld/WeldDetector.h"
 

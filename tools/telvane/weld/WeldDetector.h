@@ -7,36 +7,35 @@
 namespace TelvaneTool
 {
 
-/// Finds the welds in a stream of samples by their current.
+/// Finds welds in a stream of samples by their current.
 class WeldDetector
 {
 public:
     struct Settings
     {
-        double threshold = 10.0;        ///< the arc burns while the current is above, in A
-        Nanoseconds hold = kSecond / 2; ///< how long the current stays below before the weld is over
+        double threshold = 10.0;        ///< the arc burns above this current, A
+        Nanoseconds hold = kSecond / 2; ///< a weld ends when the current has stayed below for so long
     };
 
-    /// What is told of each weld, in order of time.
+    /// Receives the welds, in order of time.
     class Listener
     {
     public:
         virtual ~Listener() = default;
         virtual void arcStarted(const WeldSample& first) = 0;
-        /// \param burning false in an interruption that turned out shorter than the hold time
+        /// \param burning  false during an interruption shorter than the hold time
         virtual void arcSample(const WeldSample& sample, bool burning) = 0;
-        /// \param end the first sample without current, which is no more part of the weld; neither is the
-        ///            hold time behind it
+        /// \param end  first sample without current. Neither it nor the hold time belongs to the weld.
         virtual void arcEnded(const WeldSample& end) = 0;
     };
 
     WeldDetector(Settings settings, Listener& listener) : m_settings(settings), m_listener(listener) {}
 
-    /// Takes the next sample of the same recording.
+    /// Adds the next sample.
     void push(const WeldSample& sample);
 
-    /// The recording ends here; a weld in progress ends with it.
-    /// \param period how long the last sample lasted
+    /// Ends the recording and any weld in progress.
+    /// \param period  duration of the last sample
     void finish(Nanoseconds period);
 
 private:
@@ -46,7 +45,7 @@ private:
     Listener& m_listener;
     bool m_welding = false;
     WeldSample m_lastBurning;
-    std::vector<WeldSample> m_below; ///< since the current went, while it may still come back
+    std::vector<WeldSample> m_below; ///< samples since the current dropped, until the hold time is over
 };
 
 } // namespace TelvaneTool

@@ -1,5 +1,5 @@
-// The unit texts are part of what this producer says: A, V, in/min, l/min, J, lb, s. Where a recording lacks
-// a quantity its number is 0 and its unit empty, so that "not measured" does not pass for a measured zero.
+// Units are A, V, in/min, l/min, J, lb and s. A quantity that was not measured has the value 0 and an empty
+// unit, which tells it from a measured zero.
 
 #include "weld/WeldPublisher.h"
 
@@ -45,7 +45,7 @@ void set(UnitValueDoublePair& pair, const char* unit, double value)
     pair.Value = value;
 }
 
-/// Rounds to the nearest whole number that the pair can hold.
+/// Rounds to the nearest integer in range.
 void set(UnitValuePair& pair, const char* unit, double value)
 {
     constexpr double kMax = std::numeric_limits<int>::max();
@@ -111,7 +111,7 @@ void WeldPublisher::beginGroup(const WeldSample& first)
 {
     m_pacer.begin(first.time, m_source.traits().period);
     if (!m_source.traits().absoluteTime) {
-        // Stamps never go back, not even when a part is replayed faster than it was recorded.
+        // Time stamps never go back, even if a group is replayed faster than recorded.
         const Nanoseconds earliest = m_begun ? m_lastMoment + m_stampOffset : 0;
         m_stampOffset = std::max(realTimeNow(), earliest) - first.time;
     }
@@ -120,11 +120,11 @@ void WeldPublisher::beginGroup(const WeldSample& first)
 
 bool WeldPublisher::waitUntil(Nanoseconds moment)
 {
-    m_cut = m_cut || !m_pacer.waitUntil(moment);
-    if (!m_cut) {
+    m_aborted = m_aborted || !m_pacer.waitUntil(moment);
+    if (!m_aborted) {
         m_lastMoment = moment;
     }
-    return !m_cut;
+    return !m_aborted;
 }
 
 DateTime WeldPublisher::stamp(Nanoseconds moment) const
@@ -203,9 +203,9 @@ void WeldPublisher::arcEnded(const WeldSample& end)
     }
 }
 
-void WeldPublisher::cutShort()
+void WeldPublisher::abort()
 {
-    m_cut = true;
+    m_aborted = true;
     if (m_welding) {
         WeldSample end = m_summary.last();
         end.time += m_source.traits().period;

@@ -14,7 +14,7 @@
 namespace TelvaneTool
 {
 
-/// What the power source knows about a weld without measuring it.
+/// What the power source knows about a weld without measuring.
 struct WeldSetup
 {
     int firstTag = 1;
@@ -29,36 +29,36 @@ struct WeldSetup
     double setAmps = 0.0;       ///< A
     double setWfs = 0.0;        ///< in/min
     double setArcControl = 0.0; ///< without a unit
-    double lifetimeHours = 0.0; ///< arc time of the machine before the first weld
+    double lifetimeHours = 0.0; ///< arc time of the machine before the first weld, h
 };
 
-/// \return the metrics of a weld, with the unit texts; a quantity that was not measured has no unit
+/// \return the metrics of a weld with their units; a quantity that was not measured has no unit
 Telvane::WeldMetrics weldMetrics(const WeldSummary& summary, const SampleSource::Traits& traits,
                                  const WeldSetup& setup);
 
-/// Publishes what a detector finds, as the power source does: start, samples, end.
+/// Publishes the welds that a detector finds, as a power source does: start, samples, end.
 class WeldPublisher : public WeldDetector::Listener
 {
 public:
     struct Settings
     {
-        double speed = 1.0;    ///< times the recorded pace; 0 for no waiting
-        bool stampNow = false; ///< stamp with the time of publication, not of the recording
+        double speed = 1.0;    ///< factor on the recorded pace; 0 for no delays
+        bool stampNow = false; ///< use the time of publication instead of the recorded time
     };
 
-    /// \param ledger may be closed
+    /// \param ledger  may be closed, to measure nothing
     WeldPublisher(BusConnection& session, const SampleSource& source, LatencyTracker& ledger,
                   const WeldSetup& setup, const Settings& settings);
 
-    /// A new part of the recording begins.
+    /// Starts a new group of samples.
     void beginGroup(const WeldSample& first);
 
     void arcStarted(const WeldSample& first) override;
     void arcSample(const WeldSample& sample, bool burning) override;
     void arcEnded(const WeldSample& end) override;
 
-    /// Ends a weld that cannot be followed any further, so that no subscriber waits for its end.
-    void cutShort();
+    /// Ends a weld in progress early, so that no subscriber waits for its end.
+    void abort();
 
     std::uint64_t welds() const { return m_welds; }
     std::uint64_t samples() const { return m_samples; }
@@ -77,9 +77,9 @@ private:
     const Settings m_settings;
     Pacer m_pacer;
 
-    Nanoseconds m_stampOffset = 0; ///< from recorded time to the real-time clock
+    Nanoseconds m_stampOffset = 0; ///< from recorded time to real time
     Nanoseconds m_lastMoment = 0;
-    bool m_cut = false; ///< the session is stopping: nothing but the end of the weld follows
+    bool m_aborted = false; ///< stopping: publish nothing but the end of the weld
     bool m_welding = false;
     bool m_begun = false;
     WeldSummary m_summary{false};

@@ -1,6 +1,6 @@
 #pragma once
 
-// What is measured at one moment of a weld, and where such samples come from.
+// One set of measurements during a weld, and the interface of their sources.
 
 #include "common/support/Clock.h"
 
@@ -10,7 +10,7 @@
 namespace TelvaneTool
 {
 
-/// The quantities of a sample, with the units that the tool works in.
+/// The quantities of a sample, in the tool's units.
 enum class Quantity : std::size_t
 {
     Amps,     ///< welding current, A
@@ -18,13 +18,13 @@ enum class Quantity : std::size_t
     Wfs,      ///< wire-feed speed, in/min
     Gas,      ///< shielding-gas flow, l/min
     Motor,    ///< load of the wire-feed motor, A
-    WireUsed, ///< wire fed so far, in: a counter that only grows
+    WireUsed, ///< total wire fed so far, in
 };
 constexpr std::size_t kQuantities = 6;
 
 struct WeldSample
 {
-    Nanoseconds time = 0; ///< since the Unix epoch, or since the first sample, see SampleSource::Traits
+    Nanoseconds time = 0; ///< ns since the Unix epoch or since the first sample, see Traits
     std::array<double, kQuantities> values = {};
 
     double& operator[](Quantity quantity) { return values[static_cast<std::size_t>(quantity)]; }
@@ -37,16 +37,16 @@ class SampleSource
 public:
     enum class Next
     {
-        Sample,   ///< the sample follows the one before
-        NewGroup, ///< the sample is the first of a group (of the recording, too); time starts afresh
-        End,      ///< there is none
+        Sample,   ///< the sample follows the previous one
+        NewGroup, ///< the sample is the first of a group or file; time may restart
+        End,      ///< there are no more samples
     };
 
     struct Traits
     {
-        std::array<bool, kQuantities> measured = {}; ///< which values mean anything
-        bool absoluteTime = false;                   ///< times count from the Unix epoch
-        Nanoseconds period = 0; ///< of the group that the last sample belongs to; typical, if it varies
+        std::array<bool, kQuantities> measured = {}; ///< quantities with values
+        bool absoluteTime = false;                   ///< times are since the Unix epoch
+        Nanoseconds period = 0;                      ///< of the current group; the median if it varies
 
         bool has(Quantity quantity) const { return measured[static_cast<std::size_t>(quantity)]; }
     };

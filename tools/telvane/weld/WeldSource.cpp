@@ -51,10 +51,10 @@ std::string WeldSource::missingOption() const
 {
     const CsvRecording::Options& recording = m_options.recording;
     if (recording.text(Quantity::Amps).empty() || recording.text(Quantity::Volts).empty()) {
-        return "say which columns hold current and voltage: --amps COLUMN --volts COLUMN";
+        return "--amps COLUMN and --volts COLUMN are required with --csv";
     }
     if (recording.time.empty() && m_options.periodMicroseconds <= 0.0) {
-        return "say how time passes from row to row: --time COLUMN or --period-us N";
+        return "--time COLUMN or --period-us N is required with --csv";
     }
     return {};
 }
@@ -66,26 +66,26 @@ Nanoseconds WeldSource::period() const
 
 void WeldSource::reportInvalidRow(const std::string& message)
 {
-    if (m_recording->badRows() <= kMaxReportedRows) {
-        printError(message + "; the row is left out");
-    } else if (m_recording->badRows() == kMaxReportedRows + 1) {
-        printError("further bad rows are counted only");
+    if (m_recording->invalidRows() <= kMaxReportedRows) {
+        printError(message + "; skipped the row");
+    } else if (m_recording->invalidRows() == kMaxReportedRows + 1) {
+        printError("further invalid rows are only counted");
     }
 }
 
-int WeldSource::conclude() const
+int WeldSource::finish() const
 {
     if (m_recording == nullptr) {
         return kSuccess;
     }
     if (m_recording->readError() != 0) {
-        printError("cannot read on in " + m_options.recording.path + ": " +
+        printError("cannot read " + m_options.recording.path + ": " +
                    std::strerror(m_recording->readError()));
     }
-    if (m_recording->badRows() != 0) {
-        printError(std::to_string(m_recording->badRows()) + " bad rows were left out");
+    if (m_recording->invalidRows() != 0) {
+        printError(std::to_string(m_recording->invalidRows()) + " invalid rows were skipped");
     }
-    return m_recording->readError() != 0 || m_recording->badRows() != 0 ? kWrongInput : kSuccess;
+    return m_recording->readError() != 0 || m_recording->invalidRows() != 0 ? kWrongInput : kSuccess;
 }
 
 } // namespace TelvaneTool

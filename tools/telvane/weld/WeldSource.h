@@ -8,33 +8,33 @@
 namespace TelvaneTool
 {
 
-/// The samples of a recording or of a simulated weld, and what there is to say about them.
+/// Samples of a CSV file or a simulated weld, with error reports.
 class WeldSource
 {
 public:
     struct Options
     {
-        CsvRecording::Options recording; ///< without a path, a weld is simulated
+        CsvRecording::Options recording; ///< with an empty path, a weld is simulated
         SimulatedWeld::Settings simulation;
-        double periodMicroseconds = 0.0; ///< between samples, of either; 0 for none given
-        double duration = 10.0;          ///< of a simulated arc, s
+        double periodMicroseconds = 0.0; ///< between samples; 0 if not given
+        double duration = 10.0;          ///< arc time of a simulated weld, s
     };
 
-    /// \param options outlives the source
-    /// \param waiter see TextLines::open()
+    /// \param options  must outlive the source
+    /// \param waiter   see TextLines::open()
     WeldSource(const Options& options, TextLines::Waiter waiter)
         : m_options(options), m_waiter(std::move(waiter))
     {}
 
-    /// Opens the recording or makes up a weld, or complains.
+    /// Opens the file or starts the simulation. Prints the reason if it fails.
     /// \return an exit code
     int open();
 
     SampleSource& samples() { return *m_samples; }
 
-    /// Complains about what was wrong with the recording.
-    /// \return the exit code that it deserves
-    int conclude() const;
+    /// Reports invalid rows and read errors.
+    /// \return an exit code
+    int finish() const;
 
 private:
     Nanoseconds period() const;
@@ -44,7 +44,7 @@ private:
     const Options& m_options;
     TextLines::Waiter m_waiter;
     std::unique_ptr<SampleSource> m_samples;
-    CsvRecording* m_recording = nullptr; ///< when the samples come from one
+    CsvRecording* m_recording = nullptr; ///< null for a simulated weld
 };
 
 } // namespace TelvaneTool

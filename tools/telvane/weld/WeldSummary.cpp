@@ -1,7 +1,7 @@
-// Samples may come unevenly, so means are weighted by time. A sample is taken to hold until the next one:
-// the arc starts somewhere between two samples and ends somewhere between two others, and with this rule
-// the two errors cancel on average. The energy is the integral of the momentary power and not the product
-// of the means: in a short-circuiting arc the current is high where the voltage is low.
+// Samples may be unevenly spaced, so means are weighted by time, and each sample counts until the next one.
+// The arc starts and ends somewhere between two samples; with this rule the two errors cancel on average.
+// Energy is the integral of instantaneous power, not the product of the means: in a short-circuiting arc the
+// current is high while the voltage is low.
 
 #include "weld/WeldSummary.h"
 

@@ -7,19 +7,18 @@
 namespace TelvaneTool
 {
 
-/// What a weld came to, computed from its samples.
+/// The metrics of a weld, computed from its samples.
 ///
-/// Each sample holds until the next one. Only the time during which the arc burned counts: in an
-/// interruption the power source shows its open-circuit voltage, which is no arc voltage.
+/// Each sample counts until the next one. Interruptions of the arc do not count: they show the open-circuit
+/// voltage, which is not an arc voltage.
 class WeldSummary
 {
 public:
-    /// \param wireUsedMeasured the samples carry the running total of wire fed, which is then taken instead
-    ///                         of the wire-feed speed
+    /// \param wireUsedMeasured  take the wire length from Quantity::WireUsed, not from the feed speed
     explicit WeldSummary(bool wireUsedMeasured) : m_wireUsedMeasured(wireUsedMeasured) {}
 
     void add(const WeldSample& sample, bool burning);
-    /// \param sample the first one without an arc; only closes the one before
+    /// \param sample  first sample without an arc; ends the previous sample
     void end(const WeldSample& sample);
 
     std::uint64_t samples() const { return m_samples; }
@@ -37,7 +36,8 @@ private:
     WeldSample m_last;
     bool m_lastBurning = false;
     Nanoseconds m_arcTime = 0;
-    std::array<double, kQuantities> m_integrals = {}; ///< of each quantity over the arc time, in its unit x s
+    std::array<double, kQuantities> m_integrals =
+        {}; ///< of each quantity over the arc time, in its unit times s
     double m_energy = 0.0;
     double m_wireUsed = 0.0;
 };
