@@ -45,16 +45,16 @@ TEST(RecordBuilder, IsAnyObjectWithoutAClass)
 
 TEST(RecordBuilder, IsNothingButAnObject)
 {
-    EXPECT_EQ(build(nullptr, "[1]"), "error: a record is a JSON object, this is an array");
-    EXPECT_EQ(build(nullptr, nullptr), "error: no record: give its JSON text, or a class with --as");
+    EXPECT_EQ(build(nullptr, "[1]"), "error: a record must be a JSON object, not an array");
+    EXPECT_EQ(build(nullptr, nullptr), "error: no record given; pass its JSON text, or a class with --as");
 }
 
 TEST(RecordBuilder, TellsWhereItsJsonIsWrong)
 {
-    EXPECT_EQ(build(nullptr, R"({"a":1,})"), R"(error: no valid JSON near character 8: {"a":1,})");
-    EXPECT_EQ(build(nullptr, R"({"a":1)"), R"(error: no valid JSON near character 6: {"a":1)");
-    EXPECT_EQ(build(nullptr, "{} x"), "error: no valid JSON near character 4: {} x");
-    EXPECT_EQ(build(nullptr, ""), "error: there is no JSON text");
+    EXPECT_EQ(build(nullptr, R"({"a":1,})"), R"(error: invalid JSON near character 8: {"a":1,})");
+    EXPECT_EQ(build(nullptr, R"({"a":1)"), R"(error: invalid JSON near character 6: {"a":1)");
+    EXPECT_EQ(build(nullptr, "{} x"), "error: invalid JSON near character 4: {} x");
+    EXPECT_EQ(build(nullptr, ""), "error: the JSON text is empty");
 }
 
 TEST(RecordBuilder, IsCheckedAsItsClass)
@@ -98,7 +98,7 @@ TEST(RecordBuilder, GrowsASequenceAtItsEnd)
         HasSubstr(R"("mModes":[{"Label":3,"Value":0,"Status":false},)"
                   R"({"Label":0,"Value":7,"Status":true}])"));
     EXPECT_EQ(build("PSCommand", nullptr, {"mModes[1].Label=3"}),
-              "error: mModes[1].Label: there is no element 1 in mModes, which has 0");
+              "error: mModes[1].Label: mModes has no element 1; its size is 0");
 }
 
 TEST(RecordBuilder, TakesWholeValuesAsJson)
@@ -128,27 +128,27 @@ TEST(RecordBuilder, StampsTheTimeNow)
 TEST(RecordBuilder, TellsWhatIsWrongWithASetting)
 {
     EXPECT_EQ(build("LogData", nullptr, {"log"}), "error: \"log\" is not of the form key=value");
-    EXPECT_EQ(build("LogData", nullptr, {"lag=1"}), "error: lag: there is no key \"lag\" in LogData");
+    EXPECT_EQ(build("LogData", nullptr, {"lag=1"}), "error: lag: LogData has no key \"lag\"");
     EXPECT_EQ(build("WeldTraceData", nullptr, {"data.ampz=1"}),
-              "error: data.ampz: there is no key \"ampz\" in WeldTraceDataPoint");
-    EXPECT_EQ(build("WeldTraceData", nullptr, {"data.amps.x=1"}), "error: data.amps.x: amps has no parts");
+              "error: data.ampz: WeldTraceDataPoint has no key \"ampz\"");
+    EXPECT_EQ(build("WeldTraceData", nullptr, {"data.amps.x=1"}),
+              "error: data.amps.x: amps is not a record or an array");
     EXPECT_EQ(build("WeldTraceData", nullptr, {"data.amps=x"}),
               "error: data.amps: expected a number, got a string");
     EXPECT_EQ(build("WeldTraceData", nullptr, {"timestamp=yesterday"}),
               R"(error: timestamp: expected a time, "/Date(milliseconds)/", got "yesterday")");
-    EXPECT_EQ(build(nullptr, "{}", {"a=1"}), "error: --set needs to know the class: name it with --as");
+    EXPECT_EQ(build(nullptr, "{}", {"a=1"}), "error: --set requires a class; pass one with --as");
 }
 
 TEST(RecordBuilder, MayFillAMessageToTheLimit)
 {
     Telvane::LogData record;
     const std::size_t empty = publicationSize("LogData", record);
-    record.log.assign(kLargestPublication - empty, 'x');
-    EXPECT_EQ(publicationSize("LogData", record), kLargestPublication);
-    EXPECT_EQ(checkPublicationSize(kLargestPublication), "");
-    EXPECT_EQ(checkPublicationSize(kLargestPublication + 1),
-              "the record makes a message of 16364 bytes, and only messages of up to 16363 bytes are sure to "
-              "arrive whole");
+    record.log.assign(kMaxPublicationSize - empty, 'x');
+    EXPECT_EQ(publicationSize("LogData", record), kMaxPublicationSize);
+    EXPECT_EQ(checkPublicationSize(kMaxPublicationSize), "");
+    EXPECT_EQ(checkPublicationSize(kMaxPublicationSize + 1),
+              "the message is too large: 16364 bytes; the limit is 16363 bytes");
 }
 
 TEST(RecordBuilder, HasTheSizeOfWhatTheClientSends)

@@ -7,6 +7,24 @@ namespace TelvaneTool
 namespace
 {
 
+TEST(ChannelName, HasLettersAndUnderscoresOnly)
+{
+    EXPECT_EQ(checkChannel("PS_Feedback"), "");
+    for (const char* const name : {"", "Channel1", "a b", "PS*", "\u00e9"}) {
+        EXPECT_NE(checkChannel(name), "") << name;
+    }
+}
+
+TEST(ChannelPattern, MayContainWildcards)
+{
+    EXPECT_EQ(checkChannelPattern("PS*"), "");
+    EXPECT_EQ(checkChannelPattern("*"), "");
+    EXPECT_EQ(checkChannelPattern("LogData"), "");
+    for (const char* const pattern : {"", "PS*1", "P-?"}) {
+        EXPECT_NE(checkChannelPattern(pattern), "") << pattern;
+    }
+}
+
 TEST(ChannelPattern, MatchesTheWholeName)
 {
     EXPECT_TRUE(matchesPattern("PS*", "PSFeedback"));

@@ -63,6 +63,14 @@ TEST(Amounts, ArePrintedInShort)
     EXPECT_EQ(printSpan(7500 * kSecond), "2 h 05 min");
 }
 
+TEST(PrintedDuration, HasTheUnitThatSuitsIt)
+{
+    EXPECT_EQ(printDuration(85'400), "85 us");
+    EXPECT_EQ(printDuration(1'254'000), "1.25 ms");
+    EXPECT_EQ(printDuration(76'500'000), "76.5 ms");
+    EXPECT_EQ(printDuration(3'100'000'000), "3.1 s");
+}
+
 TEST(Moment, IsPrintedWithMicrosecondsInUtc)
 {
     EXPECT_EQ(printMoment(1'704'164'645 * kSecond + 678'901 * kMicrosecond), "2024-01-02T03:04:05.678901Z");

@@ -126,7 +126,7 @@ TEST(TopView, ShowsChannelsAndClients)
     const std::string text = printTop(busyModel(), settings, 1'704'164'645 * kSecond);
     EXPECT_THAT(text,
                 HasSubstr("/run/bus  03:04:05 UTC  2 channels, 1 clients  20.0k records/s, 2.0 MB/s\n"));
-    EXPECT_THAT(text, HasSubstr("Feed     -         1   20.0k   2.0 MB    20000       0    -  \n"));
+    EXPECT_THAT(text, HasSubstr("Feed     -         1   20.0k   2.0 MB    20000       0    -\n"));
     EXPECT_THAT(
         text,
         HasSubstr("LogData  same      1       0      0 B        5       0    -  {\"log\":\"arc ? on\"}\n"));

@@ -3,7 +3,6 @@
 
 #include "common/bus/PatternSubscriber.h"
 
-#include "common/cli/CommandOptions.h"
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
 #include "common/support/ChannelPattern.h"
@@ -19,16 +18,6 @@ namespace
 constexpr Nanoseconds kLook = kSecond / 2;
 
 } // namespace
-
-bool checkChannelsOrPatterns(const std::vector<std::string>& wanted)
-{
-    return std::all_of(wanted.begin(), wanted.end(), [](std::string name) {
-        const bool pattern = isPattern(name);
-        name.erase(std::remove_if(name.begin(), name.end(), [](char c) { return c == '*' || c == '?'; }),
-                   name.end());
-        return (pattern && name.empty()) || checkChannel(name);
-    });
-}
 
 PatternSubscriber::PatternSubscriber(BusConnection& session, std::vector<std::string> wanted, bool all,
                                      Subscriber subscribe)

@@ -11,9 +11,6 @@
 namespace TelvaneTool
 {
 
-/// Checks names and patterns of channels, or complains.
-bool checkChannelsOrPatterns(const std::vector<std::string>& wanted);
-
 /// Subscribes to the channels that a user wants, those included that appear while the session runs.
 class PatternSubscriber
 {

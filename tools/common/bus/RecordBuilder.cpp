@@ -1,15 +1,14 @@
-// Everything is put together and checked as a JSON tree first, since a tree can hold what a record cannot:
-// wrong types, unknown keys, numbers that do not fit. Only a tree without fault becomes a record.
+// A record is built and checked as a JSON tree first, because a tree can hold errors that a record cannot: wrong
+// types, unknown keys, numbers out of range.
 
 #include "common/bus/RecordBuilder.h"
 
 #include "common/bus/RecordCheck.h"
+#include "common/support/JsonPath.h"
 
 #include <Telvane/DateTime.h>
 
 #include <cerrno>
-#include <cstdlib>
-#include <cstring>
 #include <strings.h>
 
 namespace TelvaneTool
@@ -56,21 +55,6 @@ TelvaneDataTypeBase* RawRecord::BuildNewDataType() const
 namespace
 {
 
-/// Takes "name" or "name[3]" or "name.3" apart at its first step.
-std::string takeStep(std::string& path)
-{
-    const std::size_t end = path.find_first_of(".[", path.empty() ? 0 : 1);
-    std::string step = path.substr(0, end);
-    path.erase(0, end);
-    if (!path.empty() && path.front() == '.') {
-        path.erase(0, 1);
-    }
-    if (!step.empty() && step.front() == '[' && step.back() == ']') {
-        step = step.substr(1, step.size() - 2);
-    }
-    return step;
-}
-
 const RecordField* findField(const RecordTable& table, const std::string& key)
 {
     for (const RecordField& field : table.fields()) {
@@ -89,86 +73,82 @@ JsonTree readValue(const std::string& text, bool isText, const RecordTable* nest
     }
     std::string ignored;
     JsonTree value = isText ? nullptr : parseJson(text, ignored);
-    // What is no JSON stays a string, and the check of the whole record tells what was expected there.
+    // Invalid JSON stays a string; checkRecord() then reports the expected type.
     return value != nullptr ? std::move(value) : JsonTree(cJSON_CreateString(text.c_str()));
 }
 
-/// One "key=value", applied to the tree of a record.
+/// Applies one "key=value" to the tree of a record.
 class Setting
 {
 public:
-    explicit Setting(const std::string& text) : m_text(text)
-    {
-        const std::size_t equals = text.find('=');
-        m_valid = equals != std::string::npos && equals > 0;
-        m_path = text.substr(0, equals);
-        m_value = m_valid ? text.substr(equals + 1) : "";
-    }
+    explicit Setting(const std::string& text)
+        : m_text(text), m_path(text.substr(0, text.find('='))), m_steps(splitPath(m_path))
+    {}
 
-    bool apply(cJSON* record, const RecordTable& table, std::string& error)
+    /// \return an error message, or an empty text
+    std::string apply(cJSON* record, const RecordTable& table)
     {
-        if (!m_valid) {
-            error = "\"" + m_text + "\" is not of the form key=value";
-            return false;
+        if (m_steps.empty() || m_path.size() == m_text.size()) {
+            return "\"" + m_text + "\" is not of the form key=value";
         }
-        std::string rest = m_path;
-        return applyToRecord(record, table, rest, error);
+        m_value = m_text.substr(m_path.size() + 1);
+        return applyToRecord(record, table, 0);
     }
 
 private:
-    bool applyToRecord(cJSON* record, const RecordTable& table, std::string& rest, std::string& error)
+    std::string applyToRecord(cJSON* record, const RecordTable& table, std::size_t at)
     {
-        const std::string key = takeStep(rest);
-        if (rest.empty() && (key == "_id" || key == "_sequence_tag")) {
+        const std::string& key = m_steps[at++];
+        const bool last = at == m_steps.size();
+        if (last && (key == "_id" || key == "_sequence_tag")) {
             put(record, key.c_str(), readValue(m_value, key == "_id", nullptr));
-            return true;
+            return {};
         }
         const RecordField* const field = findField(table, key);
         if (field == nullptr) {
-            error = m_path + ": there is no key \"" + key + "\" in " + table.className();
-            return false;
+            return m_path + ": " + table.className() + " has no key \"" + key + "\"";
         }
         const RecordTable* const nested = field->nested != nullptr ? &field->nested->table() : nullptr;
-        if (rest.empty()) {
+        if (last) {
             put(record, field->key, readValue(m_value, field->kind == FieldKind::Text, nested));
-            return true;
+            return {};
         }
         cJSON* const item = cJSON_GetObjectItem(record, field->key);
         if (nested != nullptr && cJSON_IsObject(item) != 0) {
-            return applyToRecord(item, *nested, rest, error);
+            return applyToRecord(item, *nested, at);
         }
         if (cJSON_IsArray(item) != 0) {
-            return applyToElement(item, *field, rest, error);
+            return applyToElement(item, *field, at);
         }
-        error = m_path + ": " + field->key + " has no parts";
-        return false;
+        return m_path + ": " + field->key + " is not a record or an array";
     }
 
-    bool applyToElement(cJSON* array, const RecordField& field, std::string& rest, std::string& error)
+    std::string applyToElement(cJSON* array, const RecordField& field, std::size_t at)
     {
-        const std::string step = takeStep(rest);
-        char* end = nullptr;
-        const unsigned long index = std::strtoul(step.c_str(), &end, 10);
-        const auto size = static_cast<unsigned long>(cJSON_GetArraySize(array));
+        const std::string& step = m_steps[at++];
+        const int index = readIndex(step);
+        const int size = cJSON_GetArraySize(array);
         const RecordTable* const nested = field.nested != nullptr ? &field.nested->table() : nullptr;
-        // A growing sequence may be grown by one element at its end.
+        // A vector may grow by one element at its end.
         const bool grows = nested != nullptr && field.kind == FieldKind::RecordVector && index == size &&
-                           index < field.limit;
-        if (step.empty() || *end != '\0' || (index >= size && !grows)) {
-            error = m_path + ": there is no element " + step + " in " + field.key + ", which has " +
-                    std::to_string(size);
-            return false;
+                           size < static_cast<int>(field.limit);
+        if (index < 0 || (index >= size && !grows)) {
+            return m_path + ": " + field.key + " has no element " + step + "; its size is " +
+                   std::to_string(size);
         }
         if (grows) {
             cJSON* element = nullptr;
             RecordCatalogue::build(nested->className())->Package(&element);
             cJSON_AddItemToArray(array, element);
         }
-        if (!rest.empty() && nested != nullptr) {
-            return applyToRecord(cJSON_GetArrayItem(array, static_cast<int>(index)), *nested, rest, error);
+        if (at < m_steps.size()) {
+            if (nested == nullptr) {
+                return m_path + ": the elements of " + field.key + " are not records";
+            }
+            return applyToRecord(cJSON_GetArrayItem(array, index), *nested, at);
         }
-        cJSON_ReplaceItemInArray(array, static_cast<int>(index), readValue(m_value, false, nested).release());
-        return true;
+        cJSON_ReplaceItemInArray(array, index, readValue(m_value, false, nested).release());
+        return {};
     }
 
     static void put(cJSON* object, const char* key, JsonTree value)
@@ -180,9 +160,9 @@ private:
         }
     }
 
-    std::string m_text;
-    bool m_valid = false;
-    std::string m_path;
+    const std::string m_text;
+    const std::string m_path;
+    const std::vector<std::string> m_steps;
     std::string m_value;
 };
 
@@ -205,16 +185,16 @@ std::unique_ptr<TelvaneDataTypeBase> buildRecord(const RecordRequest& request, c
     } else if (request.recordClass != nullptr) {
         tree = defaultTree(*request.recordClass);
     } else {
-        error = "no record: give its JSON text, or a class with --as";
+        error = "no record given; pass its JSON text, or a class with --as";
     }
     if (tree == nullptr) {
         return nullptr;
     }
     if (request.recordClass == nullptr) {
         if (!request.settings.empty()) {
-            error = "--set needs to know the class: name it with --as";
+            error = "--set requires a class; pass one with --as";
         } else if (cJSON_IsObject(tree.get()) == 0) {
-            error = std::string("a record is a JSON object, this is ") + kindOf(tree.get());
+            error = std::string("a record must be a JSON object, not ") + kindOf(tree.get());
         } else {
             return std::make_unique<RawRecord>(std::move(tree));
         }
@@ -222,7 +202,8 @@ std::unique_ptr<TelvaneDataTypeBase> buildRecord(const RecordRequest& request, c
     }
     const RecordTable& table = request.recordClass->table();
     for (const std::string& setting : request.settings) {
-        if (!Setting(setting).apply(tree.get(), table, error)) {
+        error = Setting(setting).apply(tree.get(), table);
+        if (!error.empty()) {
             return nullptr;
         }
     }
@@ -232,7 +213,7 @@ std::unique_ptr<TelvaneDataTypeBase> buildRecord(const RecordRequest& request, c
     }
     std::unique_ptr<TelvaneDataTypeBase> record(request.recordClass->build());
     if (record->Unpackage(tree.get()) != 0) {
-        error = std::string("cannot be read as ") + request.recordClass->name;
+        error = std::string("cannot read the record as ") + request.recordClass->name;
         return nullptr;
     }
     return record;
@@ -250,11 +231,11 @@ std::size_t publicationSize(const std::string& channel, TelvaneDataTypeBase& rec
 
 std::string checkPublicationSize(std::size_t size)
 {
-    if (size <= kLargestPublication) {
+    if (size <= kMaxPublicationSize) {
         return {};
     }
-    return "the record makes a message of " + std::to_string(size) + " bytes, and only messages of up to " +
-           std::to_string(kLargestPublication) + " bytes are sure to arrive whole";
+    return "the message is too large: " + std::to_string(size) + " bytes; the limit is " +
+           std::to_string(kMaxPublicationSize) + " bytes";
 }
 
 } // namespace TelvaneTool

@@ -13,7 +13,7 @@ namespace TelvaneTool
 
 /// The largest publication that surely arrives: a receiver reads 16384 bytes and needs one for itself, and
 /// the server adds up to 20 bytes for the sequence number.
-constexpr std::size_t kLargestPublication = 16384 - 1 - 20;
+constexpr std::size_t kMaxPublicationSize = 16384 - 1 - 20;
 
 /// A record that carries any JSON object as its payload, for channels whose class is not known.
 class RawRecord : public Telvane::TelvaneDataTypeBase

@@ -18,7 +18,7 @@ namespace
 {
 
 /// What is sent is printed over several lines, which makes it up to twice as long.
-constexpr std::size_t kMaxPerPart = kLargestPublication / 2 - 512;
+constexpr std::size_t kMaxPerPart = kMaxPublicationSize / 2 - 512;
 constexpr std::size_t kMaxSubscriptionsPerItem = 40;
 
 void addNumber(cJSON* object, const char* key, double value)

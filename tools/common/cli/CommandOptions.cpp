@@ -66,16 +66,4 @@ bool classOfChannel(const std::string& name, const std::string& channel, const R
     return true;
 }
 
-bool checkChannel(const std::string& channel)
-{
-    const bool right = !channel.empty() &&
-                       channel.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ_") ==
-                           std::string::npos;
-    if (!right) {
-        printError("\"" + channel +
-                   "\" is no channel that can be subscribed to: use ASCII letters and underscores only");
-    }
-    return right;
-}
-
 } // namespace TelvaneTool

@@ -42,7 +42,4 @@ bool findClass(const std::string& name, const Telvane::RecordClass*& recordClass
 bool classOfChannel(const std::string& name, const std::string& channel,
                     const Telvane::RecordClass*& recordClass);
 
-/// Complains about a channel that nobody can subscribe to.
-bool checkChannel(const std::string& channel);
-
 } // namespace TelvaneTool

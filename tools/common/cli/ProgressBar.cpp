@@ -1,10 +1,9 @@
 #include "common/cli/ProgressBar.h"
 
-#include "common/bus/BusConnection.h"
 #include "common/cli/Messages.h"
+#include "common/cli/Terminal.h"
 
 #include <algorithm>
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 namespace TelvaneTool
@@ -15,34 +14,11 @@ namespace
 
 constexpr Nanoseconds kRedraw = kSecond / 10;
 
-winsize terminalSize(int fd)
-{
-    winsize size = {};
-    if (ioctl(fd, TIOCGWINSZ, &size) != 0) {
-        size = {};
-    }
-    return size;
-}
-
 } // namespace
 
-std::size_t terminalWidth(int fd)
+std::string progressBar(double fraction, std::size_t width)
 {
-    constexpr std::size_t kUsual = 80;
-    const std::size_t width = terminalSize(fd).ws_col;
-    return width > 0 ? width : kUsual;
-}
-
-std::size_t terminalHeight(int fd)
-{
-    constexpr std::size_t kUsual = 24;
-    const std::size_t height = terminalSize(fd).ws_row;
-    return height > 0 ? height : kUsual;
-}
-
-std::string progressBar(double share, std::size_t width)
-{
-    const double filled = std::clamp(share, 0.0, 1.0) * static_cast<double>(width);
+    const double filled = std::clamp(fraction, 0.0, 1.0) * static_cast<double>(width);
     std::string bar(static_cast<std::size_t>(filled), '#');
     bar.append(width - bar.size(), '-');
     return bar;
@@ -55,7 +31,7 @@ bool ProgressBar::due() const
     return m_visible && monotonicNow() >= m_next;
 }
 
-void ProgressBar::draw(double share, const std::string& text)
+void ProgressBar::draw(double fraction, const std::string& text)
 {
     if (!due()) {
         return;
@@ -63,9 +39,9 @@ void ProgressBar::draw(double share, const std::string& text)
     m_next = monotonicNow() + kRedraw;
     constexpr std::size_t kBar = 30;
     std::string line;
-    if (share >= 0.0) {
-        line = "[" + progressBar(share, kBar) + "] " +
-               std::to_string(static_cast<int>(std::clamp(share, 0.0, 1.0) * 100.0)) + " %  ";
+    if (fraction >= 0.0) {
+        line = "[" + progressBar(fraction, kBar) + "] " +
+               std::to_string(static_cast<int>(std::clamp(fraction, 0.0, 1.0) * 100.0)) + " %  ";
     }
     line = (line + text).substr(0, terminalWidth(STDERR_FILENO) - 1);
     writeFully(STDERR_FILENO, "\r\x1b[K" + line);

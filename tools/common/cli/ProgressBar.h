@@ -7,7 +7,7 @@
 namespace TelvaneTool
 {
 
-/// A line on standard error that shows how far something has come, if somebody can see it there.
+/// A progress line on standard error, if that is a terminal.
 class ProgressBar
 {
 public:
@@ -16,13 +16,13 @@ public:
     ProgressBar(const ProgressBar&) = delete;
     ProgressBar& operator=(const ProgressBar&) = delete;
 
-    /// \return true when it is worth while to call draw()
+    /// \return whether it is time to call draw() again
     bool due() const;
 
-    /// \param share 0 to 1, negative when nobody knows
-    void draw(double share, const std::string& text);
+    /// \param fraction 0 to 1; negative if unknown
+    void draw(double fraction, const std::string& text);
 
-    /// Takes the line away.
+    /// Erases the line.
     void clear();
 
 private:
@@ -31,12 +31,7 @@ private:
     Nanoseconds m_next = 0;
 };
 
-/// \return the bar without what stands around it, \p width columns of it
-std::string progressBar(double share, std::size_t width);
-
-/// \return the columns of a terminal, 80 where there is none
-std::size_t terminalWidth(int fd);
-/// \return its rows, 24 where there is none
-std::size_t terminalHeight(int fd);
+/// \return a bar of \p width characters
+std::string progressBar(double fraction, std::size_t width);
 
 } // namespace TelvaneTool

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 namespace TelvaneTool
@@ -16,7 +17,23 @@ namespace
 
 std::atomic<bool> pageShown{false};
 
+std::size_t sizeOr(int fd, unsigned short winsize::*member, std::size_t fallback)
+{
+    winsize size = {};
+    return ioctl(fd, TIOCGWINSZ, &size) == 0 && size.*member > 0 ? size.*member : fallback;
+}
+
 } // namespace
+
+std::size_t terminalWidth(int fd)
+{
+    return sizeOr(fd, &winsize::ws_col, 80);
+}
+
+std::size_t terminalHeight(int fd)
+{
+    return sizeOr(fd, &winsize::ws_row, 24);
+}
 
 bool isTerminal(int fd)
 {
@@ -30,10 +47,21 @@ bool wantsColour(int fd)
     return isTerminal(fd) && (unwanted == nullptr || *unwanted == '\0');
 }
 
+bool terminalIsUtf8()
+{
+    for (const char* const name : {"LC_ALL", "LC_CTYPE", "LANG"}) {
+        const char* const value = std::getenv(name);
+        if (value != nullptr && *value != '\0') {
+            return strcasestr(value, "UTF-8") != nullptr || strcasestr(value, "UTF8") != nullptr;
+        }
+    }
+    return false;
+}
+
 TerminalPage::TerminalPage()
 {
     pageShown = true;
-    writeFully(STDOUT_FILENO, "\x1b[?1049h\x1b[?25l"); // another page, without a cursor
+    writeFully(STDOUT_FILENO, "\x1b[?1049h\x1b[?25l"); // alternate screen, no cursor
 }
 
 TerminalPage::~TerminalPage()

@@ -1,18 +1,27 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 namespace TelvaneTool
 {
 
-/// \return true when a descriptor is a terminal that understands more than lines
+/// \return whether a descriptor is a terminal that understands control sequences
 bool isTerminal(int fd);
 
-/// \return true when colours are welcome there: on a terminal, and when NO_COLOR is not set
+/// \return whether to use colours: on a terminal, unless NO_COLOR is set
 bool wantsColour(int fd);
 
-/// Standard output as a page that is drawn over again and again. What stood there before comes back at the
-/// end, whichever way the process ends that it can see coming.
+/// \return whether the user's locale is UTF-8
+bool terminalIsUtf8();
+
+/// \return the number of columns; 80 if \p fd is not a terminal
+std::size_t terminalWidth(int fd);
+/// \return the number of rows; 24 if \p fd is not a terminal
+std::size_t terminalHeight(int fd);
+
+/// Shows a page on standard output that is drawn repeatedly. The previous contents of the terminal come back
+/// when the page is destroyed.
 class TerminalPage
 {
 public:
@@ -21,12 +30,12 @@ public:
     TerminalPage(const TerminalPage&) = delete;
     TerminalPage& operator=(const TerminalPage&) = delete;
 
-    /// \param lines the whole page, each line with its end; what does not fit below is cut off
-    /// \return what is to be written to the terminal
+    /// \param lines the whole page; lines beyond \p height are left out
+    /// \return the text to write to the terminal
     static std::string draw(const std::string& lines, std::size_t height);
 };
 
-/// Brings back what stood there before a TerminalPage, if there is one.
+/// Ends a TerminalPage, if one is shown, for a process that exits without destructors.
 void restoreTerminal();
 
 } // namespace TelvaneTool

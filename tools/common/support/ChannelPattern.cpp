@@ -5,14 +5,34 @@
 namespace TelvaneTool
 {
 
+namespace
+{
+
+constexpr const char* kWildcards = "*?";
+constexpr const char* kLetters = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ_";
+
+} // namespace
+
+std::string checkChannel(const std::string& name)
+{
+    const bool valid = !name.empty() && name.find_first_not_of(kLetters) == std::string::npos;
+    return valid ? "" : "\"" + name + "\" is not a channel name; use ASCII letters and underscores only";
+}
+
+std::string checkChannelPattern(const std::string& pattern)
+{
+    const std::size_t other = pattern.find_first_not_of(std::string(kLetters) + kWildcards);
+    return !pattern.empty() && other == std::string::npos ? "" : checkChannel(pattern);
+}
+
 bool isPattern(std::string_view text)
 {
-    return text.find_first_of("*?") != std::string_view::npos;
+    return text.find_first_of(kWildcards) != std::string_view::npos;
 }
 
 bool matchesPattern(std::string_view pattern, std::string_view name)
 {
-    // Only the last star ever has to take more: what stands before it has its shortest match already.
+    // On a mismatch, only the last star needs to take one more character: earlier ones have their shortest match.
     std::size_t at = 0;
     std::size_t taken = 0;
     std::size_t star = std::string_view::npos;

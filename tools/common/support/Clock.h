@@ -1,6 +1,6 @@
 #pragma once
 
-// Time as all programs count it: 64-bit nanoseconds, on whichever clock the reader of the name expects.
+// Times and durations in all programs: 64-bit nanoseconds.
 
 #include <cstdint>
 
@@ -23,7 +23,7 @@ constexpr Nanoseconds nanoseconds(double seconds)
     return static_cast<Nanoseconds>(seconds * static_cast<double>(kSecond));
 }
 
-/// \return the monotonic clock, which setting the time does not change
+/// \return the monotonic clock, which is not affected by setting the time
 Nanoseconds monotonicNow();
 
 /// \return the time since the Unix epoch

@@ -6,10 +6,10 @@
 namespace TelvaneTool
 {
 
-/// Splits a line at its delimiters. A field may stand in double quotes and then hold delimiters; quotes
-/// inside such a field stay doubled.
-/// \param[out] fields views into \p line, without the quotes and the blanks around
-/// \return false when a quote is not closed
+/// Splits a line at its delimiters. A field in double quotes may contain delimiters; quotes inside it stay
+/// doubled.
+/// \param[out] fields views into \p line, without enclosing quotes and blanks
+/// \return false if a quote is not closed
 bool splitFields(std::string_view line, char delimiter, std::vector<std::string_view>& fields);
 
 /// Reads a whole field as a finite decimal number.

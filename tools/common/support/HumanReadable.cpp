@@ -1,6 +1,7 @@
 #include "common/support/HumanReadable.h"
 
 #include <array>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -17,14 +18,14 @@ struct Unit
     double factor;
 };
 
-constexpr double kLongest = 1e18; ///< nanoseconds, some 30 years
-constexpr double kLargest = 9e18; ///< bytes
+constexpr double kMaxDuration = 1e18; ///< nanoseconds: 30 years
+constexpr double kMaxSize = 9e18;     ///< bytes
 
-/// Reads a number that is not negative and the unit behind it.
+/// Reads a number followed by a unit.
 template <std::size_t Count>
-bool readAmount(const std::string& text, const std::array<Unit, Count>& units, double most, double& amount)
+bool readAmount(const std::string& text, const std::array<Unit, Count>& units, double max, double& amount)
 {
-    // strtod would also take signs, blanks, hexadecimal digits and words.
+    // strtod() alone would also accept signs, blanks, hexadecimal digits and words.
     const std::size_t end = text.find_first_not_of("0123456789.");
     const std::string digits = text.substr(0, end);
     const std::string name = end == std::string::npos ? "" : text.substr(end);
@@ -36,28 +37,30 @@ bool readAmount(const std::string& text, const std::array<Unit, Count>& units, d
     for (const Unit& unit : units) {
         if (name == unit.name) {
             amount *= unit.factor;
-            return amount <= most;
+            return amount <= max;
         }
     }
     return false;
 }
 
-template <class... Values>
-std::string print(const char* format, Values... values)
+} // namespace
+
+std::string formatted(const char* format, ...)
 {
-    char text[64];
-    std::snprintf(text, sizeof text, format, values...);
+    char text[256];
+    va_list arguments;
+    va_start(arguments, format);
+    std::vsnprintf(text, sizeof text, format, arguments);
+    va_end(arguments);
     return text;
 }
-
-} // namespace
 
 bool readDuration(const std::string& text, Nanoseconds& duration)
 {
     static constexpr std::array<Unit, 7> kUnits = {
         {{"", 1e9}, {"s", 1e9}, {"ms", 1e6}, {"us", 1e3}, {"m", 60e9}, {"min", 60e9}, {"h", 3600e9}}};
     double amount = 0.0;
-    if (!readAmount(text, kUnits, kLongest, amount)) {
+    if (!readAmount(text, kUnits, kMaxDuration, amount)) {
         return false;
     }
     duration = static_cast<Nanoseconds>(amount);
@@ -74,7 +77,7 @@ bool readSize(const std::string& text, std::uint64_t& bytes)
                                                     {"G", 1024.0 * 1024 * 1024},
                                                     {"g", 1024.0 * 1024 * 1024}}};
     double amount = 0.0;
-    if (!readAmount(text, kUnits, kLargest, amount)) {
+    if (!readAmount(text, kUnits, kMaxSize, amount)) {
         return false;
     }
     bytes = static_cast<std::uint64_t>(amount);
@@ -84,21 +87,30 @@ bool readSize(const std::string& text, std::uint64_t& bytes)
 std::string printBytes(double bytes)
 {
     if (bytes < 1e3) {
-        return print("%.0f B", bytes);
+        return formatted("%.0f B", bytes);
     }
     if (bytes < 1e6) {
-        return print("%.1f KB", bytes / 1e3);
+        return formatted("%.1f KB", bytes / 1e3);
     }
-    return bytes < 1e9 ? print("%.1f MB", bytes / 1e6) : print("%.2f GB", bytes / 1e9);
+    return bytes < 1e9 ? formatted("%.1f MB", bytes / 1e6) : formatted("%.2f GB", bytes / 1e9);
 }
 
 std::string printCount(double count)
 {
     if (count < 1e4) {
-        return print(count < 100.0 && count != static_cast<double>(static_cast<int>(count)) ? "%.1f" : "%.0f",
-                     count);
+        const bool whole = count >= 100.0 || count == static_cast<double>(static_cast<int>(count));
+        return formatted("%.*f", whole ? 0 : 1, count);
     }
-    return count < 1e6 ? print("%.1fk", count / 1e3) : print("%.2fM", count / 1e6);
+    return count < 1e6 ? formatted("%.1fk", count / 1e3) : formatted("%.2fM", count / 1e6);
+}
+
+std::string printDuration(Nanoseconds time)
+{
+    if (time < kMillisecond) {
+        return formatted("%.0f us", static_cast<double>(time) / 1e3);
+    }
+    return time < kSecond ? formatted("%.3g ms", static_cast<double>(time) / 1e6)
+                          : formatted("%.3g s", inSeconds(time));
 }
 
 std::string printSpan(Nanoseconds span)
@@ -106,13 +118,13 @@ std::string printSpan(Nanoseconds span)
     constexpr Nanoseconds kMinute = 60 * kSecond;
     constexpr Nanoseconds kHour = 60 * kMinute;
     if (span < kMinute) {
-        return print("%.3f s", inSeconds(span));
+        return formatted("%.3f s", inSeconds(span));
     }
     if (span < kHour) {
-        return print("%d min %.1f s", static_cast<int>(span / kMinute), inSeconds(span % kMinute));
+        return formatted("%d min %.1f s", static_cast<int>(span / kMinute), inSeconds(span % kMinute));
     }
-    return print("%lld h %02d min", static_cast<long long>(span / kHour),
-                 static_cast<int>(span % kHour / kMinute));
+    return formatted("%lld h %02d min", static_cast<long long>(span / kHour),
+                     static_cast<int>(span % kHour / kMinute));
 }
 
 std::string printMoment(Nanoseconds sinceEpoch)
@@ -120,11 +132,9 @@ std::string printMoment(Nanoseconds sinceEpoch)
     const auto seconds = static_cast<time_t>(sinceEpoch / kSecond);
     tm parts = {};
     gmtime_r(&seconds, &parts);
-    char text[64];
-    const std::size_t length = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
-    std::snprintf(text + length, sizeof text - length, ".%06dZ",
-                  static_cast<int>(sinceEpoch % kSecond / kMicrosecond));
-    return text;
+    char text[32] = {};
+    std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
+    return text + formatted(".%06dZ", static_cast<int>(sinceEpoch % kSecond / kMicrosecond));
 }
 
 } // namespace TelvaneTool

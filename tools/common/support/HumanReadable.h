@@ -8,11 +8,12 @@
 namespace TelvaneTool
 {
 
-/// Reads "30", "30s", "1.5m", "250ms", "2h" or "100us"; without a unit seconds are meant.
-/// \return false when the text is no duration, is negative or is longer than 30 years
+/// Reads a duration such as "30s", "1.5m", "250ms", "2h" or "100us". The default unit is the second.
+/// \return false if \p text is not a duration of 0 to 30 years
 bool readDuration(const std::string& text, Nanoseconds& duration);
 
-/// Reads "4096", "64K", "100M" or "2G", in powers of 1024.
+/// Reads a size such as "4096", "64K", "100M" or "2G". The units are powers of 1024.
+/// \return false if \p text is not a size below 9e18
 bool readSize(const std::string& text, std::uint64_t& bytes);
 
 /// \return "812 B", "1.2 KB", "34.5 MB", in powers of 1000
@@ -21,10 +22,16 @@ std::string printBytes(double bytes);
 /// \return "1234", "12.3k", "4.56M"
 std::string printCount(double count);
 
+/// \return "85 us", "1.25 ms", "3.1 s"
+std::string printDuration(Nanoseconds time);
+
 /// \return "1.250 s", "3 min 20.0 s", "2 h 05 min"
 std::string printSpan(Nanoseconds span);
 
-/// \return a moment since the Unix epoch as "2024-01-02T03:04:05.678901Z"
+/// \return "2024-01-02T03:04:05.678901Z"
 std::string printMoment(Nanoseconds sinceEpoch);
+
+/// Formats as printf() does.
+[[gnu::format(printf, 1, 2)]] std::string formatted(const char* format, ...);
 
 } // namespace TelvaneTool

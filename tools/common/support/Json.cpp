@@ -10,13 +10,13 @@ JsonTree parseJson(const std::string& text, std::string& error)
     const char* end = nullptr;
     JsonTree tree(cJSON_ParseWithOpts(text.c_str(), &end, 1));
     if (tree == nullptr) {
-        // The parser names a place at or just behind the fault.
+        // The parser stops at the error or just after it.
         constexpr std::size_t kShown = 16;
         const auto at = end != nullptr ? static_cast<std::size_t>(end - text.c_str()) : 0;
         const std::size_t from = at > kShown ? at - kShown : 0;
         error = text.empty()
-                    ? "there is no JSON text"
-                    : "no valid JSON near character " + std::to_string(std::min(at + 1, text.size())) + ": " +
+                    ? "the JSON text is empty"
+                    : "invalid JSON near character " + std::to_string(std::min(at + 1, text.size())) + ": " +
                           text.substr(from, 2 * kShown);
     }
     return tree;
@@ -48,7 +48,7 @@ const char* kindOf(const cJSON* value)
     case cJSON_Object:
         return "an object";
     default:
-        return "something that is not JSON";
+        return "an invalid value";
     }
 }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-// cJSON's trees and texts with owners.
+// Owners of cJSON's trees and texts, and shorthands for building and printing them.
 
 #include <cjson/cJSON.h>
 
@@ -18,8 +18,8 @@ struct JsonDeleter
 using JsonTree = std::unique_ptr<cJSON, JsonDeleter>;
 using JsonText = std::unique_ptr<char, JsonDeleter>;
 
-/// Parses a text that holds one JSON value and nothing else.
-/// \param[out] error where and why it does not parse
+/// Parses a text that consists of one JSON value.
+/// \param[out] error set if the text is invalid: what is wrong, and where
 JsonTree parseJson(const std::string& text, std::string& error);
 
 /// \return the value on one line, or indented
@@ -27,5 +27,16 @@ std::string printJson(const cJSON* tree, bool pretty = false);
 
 /// \return "a number", "true or false", "a string", ...
 const char* kindOf(const cJSON* value);
+
+template <class Number>
+void addNumber(cJSON* object, const char* key, Number value)
+{
+    cJSON_AddNumberToObject(object, key, static_cast<double>(value));
+}
+
+inline void addText(cJSON* object, const char* key, const std::string& text)
+{
+    cJSON_AddStringToObject(object, key, text.c_str());
+}
 
 } // namespace TelvaneTool

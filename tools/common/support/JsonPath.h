@@ -3,16 +3,23 @@
 #include "common/support/Json.h"
 
 #include <string>
+#include <vector>
 
 namespace TelvaneTool
 {
 
-/// \param path keys and indices, as in settings.CommandWFS.Value or mModes[0].Label or mModes.0.Label; keys
-///             match without regard to letter case, as they do for records
-/// \return null when there is no such value
+/// \return the keys and indices of a path: mModes[0].Label and mModes.0.Label are both "mModes", "0", "Label"
+std::vector<std::string> splitPath(const std::string& path);
+
+/// \return the index that a step of a path names; negative if it is not an index
+int readIndex(const std::string& step);
+
+/// Finds a value inside a JSON value. Keys match in any letter case, as in records.
+/// \param path as in settings.CommandWFS.Value or mModes[0].Label
+/// \return null if there is no such value
 const cJSON* findField(const cJSON* object, const std::string& path);
 
-/// \return a string without its quotes, any other value as JSON; empty for null pointers
+/// \return a string without its quotes, any other value as JSON; empty for null
 std::string fieldText(const cJSON* field);
 
 } // namespace TelvaneTool

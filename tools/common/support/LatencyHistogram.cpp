@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 
 namespace TelvaneTool
 {
@@ -35,7 +34,7 @@ void LatencyHistogram::add(Nanoseconds time)
     const Nanoseconds positive = std::max<Nanoseconds>(time, 0);
     ++m_counts[bucketOf(static_cast<std::uint64_t>(positive))];
     ++m_count;
-    m_greatest = std::max(m_greatest, positive);
+    m_max = std::max(m_max, positive);
 }
 
 void LatencyHistogram::add(const LatencyHistogram& other)
@@ -43,33 +42,20 @@ void LatencyHistogram::add(const LatencyHistogram& other)
     std::transform(m_counts.begin(), m_counts.end(), other.m_counts.begin(), m_counts.begin(),
                    [](std::uint64_t own, std::uint64_t theirs) { return own + theirs; });
     m_count += other.m_count;
-    m_greatest = std::max(m_greatest, other.m_greatest);
+    m_max = std::max(m_max, other.m_max);
 }
 
-Nanoseconds LatencyHistogram::quantile(double share) const
+Nanoseconds LatencyHistogram::quantile(double fraction) const
 {
-    const auto wanted = static_cast<std::uint64_t>(std::ceil(share * static_cast<double>(m_count)));
+    const auto wanted = static_cast<std::uint64_t>(std::ceil(fraction * static_cast<double>(m_count)));
     std::uint64_t passed = 0;
     for (std::size_t bucket = 0; bucket < kBuckets; ++bucket) {
         passed += m_counts[bucket];
         if (passed > 0 && passed >= wanted) {
-            return std::min(static_cast<Nanoseconds>(endOf(bucket)), m_greatest);
+            return std::min(static_cast<Nanoseconds>(endOf(bucket)), m_max);
         }
     }
-    return m_greatest;
-}
-
-std::string printDuration(Nanoseconds time)
-{
-    char text[32];
-    if (time < kMillisecond) {
-        std::snprintf(text, sizeof text, "%.0f us", static_cast<double>(time) / 1e3);
-    } else if (time < kSecond) {
-        std::snprintf(text, sizeof text, "%.3g ms", static_cast<double>(time) / 1e6);
-    } else {
-        std::snprintf(text, sizeof text, "%.3g s", static_cast<double>(time) / 1e9);
-    }
-    return text;
+    return m_max;
 }
 
 } // namespace TelvaneTool

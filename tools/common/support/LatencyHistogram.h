@@ -4,12 +4,11 @@
 
 #include <array>
 #include <cstdint>
-#include <string>
 
 namespace TelvaneTool
 {
 
-/// How long things took, in a few kilobytes for any number of them. Times are kept to 1 part in 32.
+/// Counts latencies in buckets, in a few kilobytes. Times are accurate to 1 part in 32.
 class LatencyHistogram
 {
 public:
@@ -17,10 +16,10 @@ public:
     void add(const LatencyHistogram& other);
     std::uint64_t count() const { return m_count; }
 
-    /// \param share 0.5 for the median
-    /// \return a time that this share of all does not exceed, by at most a 32nd too long
-    Nanoseconds quantile(double share) const;
-    Nanoseconds greatest() const { return m_greatest; }
+    /// \param fraction 0 to 1; 0.5 for the median
+    /// \return the quantile, too large by at most 1 part in 32
+    Nanoseconds quantile(double fraction) const;
+    Nanoseconds max() const { return m_max; }
 
 private:
     static constexpr unsigned kPartBits = 5; ///< each power of two is split into 32 parts
@@ -31,10 +30,7 @@ private:
 
     std::array<std::uint64_t, kBuckets> m_counts = {};
     std::uint64_t m_count = 0;
-    Nanoseconds m_greatest = 0;
+    Nanoseconds m_max = 0;
 };
-
-/// \return "85 us", "1.25 ms", "3.1 s"
-std::string printDuration(Nanoseconds time);
 
 } // namespace TelvaneTool

@@ -1,5 +1,5 @@
-// Recordings are large: hundreds of thousands of lines. So a line is a view into the one buffer, and nothing
-// is allocated for it.
+// Recordings have hundreds of thousands of lines. A line is therefore a view into one buffer, without an
+// allocation of its own.
 
 #include "common/support/TextLines.h"
 
@@ -20,24 +20,15 @@ constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
 } // namespace
 
-TextLines::~TextLines()
-{
-    if (m_ownsFd) {
-        close(m_fd);
-    }
-}
-
 int TextLines::open(const std::string& path, Waiter waiter)
 {
     m_waiter = std::move(waiter);
-    if (path == "-") {
-        m_fd = STDIN_FILENO;
-    } else {
-        m_fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-        if (m_fd < 0) {
+    if (path != "-") {
+        m_file = FileDescriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+        if (!m_file.isOpen()) {
             return errno;
         }
-        m_ownsFd = true;
+        m_fd = m_file.get();
     }
     m_buffer.resize(kPieceSize);
     return 0;

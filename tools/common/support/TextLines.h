@@ -1,5 +1,7 @@
 #pragma once
 
+#include "common/support/FileDescriptor.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -10,54 +12,49 @@
 namespace TelvaneTool
 {
 
-/// The lines of a text file, read in large pieces, so that a recording of any length takes little memory.
+/// Reads a text file line by line, in large pieces.
 class TextLines
 {
 public:
-    TextLines() = default;
-    ~TextLines();
-    TextLines(const TextLines&) = delete;
-    TextLines& operator=(const TextLines&) = delete;
-
     /// Waits until a descriptor can be read.
-    /// \return false when there is to be an end to the reading
+    /// \return false to stop reading
     using Waiter = std::function<bool(int fd)>;
 
     /// \param path a file, or "-" for standard input
-    /// \param waiter called before each read, if not empty
-    /// \return 0 or an error number
+    /// \param waiter called before each read; may be empty
+    /// \return 0 or an error number (positive errno)
     int open(const std::string& path, Waiter waiter = {});
 
-    /// \param[out] line without its line end; valid until the next call
-    /// \return false at the end and when reading failed, see error()
+    /// \param[out] line without its line ending; valid until the next call
+    /// \return false at the end or on failure, see error()
     bool next(std::string_view& line);
 
     /// \return the number of the last line, counted from 1
     std::uint64_t number() const { return m_number; }
 
-    /// \return false when the last line handed out lacked its line end
+    /// \return false if the last line had no line ending
     bool whole() const { return m_whole; }
 
-    /// \return the error number that ended the reading, or 0
+    /// \return the error number that ended the reading (positive errno), or 0
     int error() const { return m_error; }
 
-    /// \return true when the waiter ended the reading; a line that was begun is not handed out
+    /// \return whether the waiter stopped the reading; an incomplete line is then dropped
     bool stopped() const { return m_stopped; }
 
 private:
     bool refill();
 
     Waiter m_waiter;
-    int m_fd = -1;
-    bool m_ownsFd = false;
+    FileDescriptor m_file; ///< closed when reading standard input
+    int m_fd = STDIN_FILENO;
     bool m_ended = false;
     bool m_stopped = false; ///< by the waiter
     bool m_whole = true;
     int m_error = 0;
     std::uint64_t m_number = 0;
     std::vector<char> m_buffer;
-    std::size_t m_begin = 0; ///< of what is not yet handed out
-    std::size_t m_end = 0;   ///< of what has been read
+    std::size_t m_begin = 0; ///< of the unread part
+    std::size_t m_end = 0;   ///< of the data
 };
 
 } // namespace TelvaneTool

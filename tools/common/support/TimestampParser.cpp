@@ -1,5 +1,5 @@
-// Loggers write dates in the manner of their country, and which one it is shows in the separator: that is
-// less to explain than a format option, and a date that does not fit it is refused.
+// Loggers write dates in the format of their country, which the separator identifies. That is simpler for users
+// than a format option.
 
 #include "common/support/TimestampParser.h"
 
@@ -15,7 +15,7 @@ namespace
 constexpr Nanoseconds kMinute = 60 * kSecond;
 constexpr Nanoseconds kHour = 60 * kMinute;
 constexpr Nanoseconds kDay = 24 * kHour;
-constexpr int kLatestYear = 2095; // what nanoseconds in 64 bits hold, with room to calculate
+constexpr int kMaxYear = 2095; // 64-bit nanoseconds, with room to calculate
 
 bool isLeapYear(int year)
 {
@@ -28,8 +28,7 @@ int daysIn(int month, int year)
     return month == 2 && isLeapYear(year) ? 29 : kDays[month - 1];
 }
 
-/// \return the days from the first of January 1970 to a later date. The C library's timegm() ends in 2038 where
-/// time_t has 32 bits.
+/// \return the days since 1970-01-01. timegm() would fail after 2038 if time_t has 32 bits.
 int daysTo(int year, int month, int day)
 {
     int days = day - 1;
@@ -42,8 +41,8 @@ int daysTo(int year, int month, int day)
     return days;
 }
 
-/// Takes a whole number without a sign off the front of the text.
-bool takeNumber(std::string_view& text, int& number, std::size_t mostDigits)
+/// Removes an unsigned integer from the front of the text.
+bool takeNumber(std::string_view& text, int& number, std::size_t maxDigits)
 {
     if (text.empty() || text.front() < '0' || text.front() > '9') {
         return false;
@@ -51,7 +50,7 @@ bool takeNumber(std::string_view& text, int& number, std::size_t mostDigits)
     const char* const end = text.data() + text.size();
     const auto [rest, error] = std::from_chars(text.data(), end, number);
     const auto length = static_cast<std::size_t>(rest - text.data());
-    if (error != std::errc() || length > mostDigits) {
+    if (error != std::errc() || length > maxDigits) {
         return false;
     }
     text.remove_prefix(length);
@@ -67,7 +66,7 @@ bool take(std::string_view& text, char expected)
     return true;
 }
 
-/// Takes ":minutes:seconds.fraction" off the front; the seconds and the fraction may be missing.
+/// Removes ":minutes:seconds.fraction" from the front; seconds and fraction are optional.
 bool takeMinutes(std::string_view& text, Nanoseconds& time)
 {
     int minutes = 0;
@@ -130,7 +129,7 @@ bool TimestampParser::readDate(std::string_view text, Date& date)
     if (!takeNumber(text, first, 4) || text.empty()) {
         return false;
     }
-    // cppcheck-suppress containerOutOfBounds ; not empty here, only after what is taken below
+    // cppcheck-suppress containerOutOfBounds ; not empty here
     const char separator = text.front();
     if ((separator != '-' && separator != '/' && separator != '.') || !take(text, separator) ||
         !takeNumber(text, second, 2) || !take(text, separator) || !takeNumber(text, third, 4) ||
@@ -144,7 +143,7 @@ bool TimestampParser::readDate(std::string_view text, Date& date)
     } else {
         date = {third, second, first};
     }
-    return date.year >= 1970 && date.year <= kLatestYear && date.month >= 1 && date.month <= 12 &&
+    return date.year >= 1970 && date.year <= kMaxYear && date.month >= 1 && date.month <= 12 &&
            date.day >= 1 && date.day <= daysIn(date.month, date.year);
 }
 

@@ -58,7 +58,7 @@ std::string printBench(const BenchResult& result)
             text += std::string(quantile.name) + " " +
                     printDuration(result.latencies.quantile(quantile.share)) + ", ";
         }
-        text += "longest " + printDuration(result.latencies.greatest()) + "\n";
+        text += "longest " + printDuration(result.latencies.max()) + "\n";
     }
     return text;
 }
@@ -66,27 +66,24 @@ std::string printBench(const BenchResult& result)
 std::string printBenchJson(const BenchResult& result)
 {
     const JsonTree tree(cJSON_CreateObject());
-    const auto number = [](cJSON* object, const char* key, auto value) {
-        cJSON_AddNumberToObject(object, key, static_cast<double>(value));
-    };
-    number(tree.get(), "publishers", result.settings.publishers);
-    number(tree.get(), "subscribers", result.settings.subscribers);
-    number(tree.get(), "size", result.settings.size);
-    number(tree.get(), "rate", result.settings.rate);
-    number(tree.get(), "seconds", inSeconds(result.time));
-    number(tree.get(), "published", result.published);
-    number(tree.get(), "publishedPerSecond", perSecond(result.published, result.time));
-    number(tree.get(), "received", result.received);
-    number(tree.get(), "receivedPerSecond", perSecond(result.received, result.time));
-    number(tree.get(), "lost", result.lost());
+    addNumber(tree.get(), "publishers", result.settings.publishers);
+    addNumber(tree.get(), "subscribers", result.settings.subscribers);
+    addNumber(tree.get(), "size", result.settings.size);
+    addNumber(tree.get(), "rate", result.settings.rate);
+    addNumber(tree.get(), "seconds", inSeconds(result.time));
+    addNumber(tree.get(), "published", result.published);
+    addNumber(tree.get(), "publishedPerSecond", perSecond(result.published, result.time));
+    addNumber(tree.get(), "received", result.received);
+    addNumber(tree.get(), "receivedPerSecond", perSecond(result.received, result.time));
+    addNumber(tree.get(), "lost", result.lost());
     cJSON* const latency = cJSON_AddObjectToObject(tree.get(), "latencyMicroseconds");
     const auto microseconds = [](Nanoseconds time) {
         return static_cast<double>(time) / static_cast<double>(kMicrosecond);
     };
     for (const Quantile& quantile : kQuantiles) {
-        number(latency, quantile.name, microseconds(result.latencies.quantile(quantile.share)));
+        addNumber(latency, quantile.name, microseconds(result.latencies.quantile(quantile.share)));
     }
-    number(latency, "longest", microseconds(result.latencies.greatest()));
+    addNumber(latency, "longest", microseconds(result.latencies.max()));
     return printJson(tree.get()) + "\n";
 }
 

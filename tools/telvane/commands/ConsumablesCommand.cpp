@@ -5,6 +5,7 @@
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
 #include "common/support/Json.h"
+#include "common/support/Table.h"
 
 #include <memory>
 #include <string>
@@ -22,14 +23,14 @@ struct Options
     bool json = false;
 };
 
-std::string rows(const ConsumableTable& table)
+std::string listCodes(const ConsumableTable& table)
 {
-    std::string text;
+    Table rows({{"", true}, {}});
     for (std::size_t code = 0; code < table.count; ++code) {
-        const std::string number = std::to_string(code);
-        text += std::string(3 - number.size(), ' ') + number + "  " + table.texts[code] + "\n";
+        rows.add({std::to_string(code), table.texts[code]});
     }
-    return text + "255  unknown\n";
+    rows.add({"255", "unknown"});
+    return rows.print();
 }
 
 JsonTree entry(const ConsumableTable& table, int code)
@@ -61,7 +62,7 @@ int show(const Options& options)
     } else if (options.table.empty()) {
         for (const ConsumableTable& table : consumableTables()) {
             text += (text.empty() ? "" : "\n") + std::string(table.name) + ": " + table.title + "\n" +
-                    rows(table);
+                    listCodes(table);
         }
     } else {
         const ConsumableTable* const table = findConsumableTable(options.table);
@@ -71,7 +72,7 @@ int show(const Options& options)
             return kWrongUsage;
         }
         if (options.code.empty()) {
-            text = options.json ? printJson(entries(*table).get()) + "\n" : rows(*table);
+            text = options.json ? printJson(entries(*table).get()) + "\n" : listCodes(*table);
         } else {
             const auto code = readConsumableCode(options.code, table->texts, table->count);
             if (!code) {

@@ -10,7 +10,7 @@
 #include "common/cli/CommandOptions.h"
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
-#include "common/support/HumanReadable.h"
+#include "common/support/ChannelPattern.h"
 #include "listen/RecordFormatter.h"
 #include "listen/SequenceGaps.h"
 
@@ -142,8 +142,7 @@ bool readOptions(Options& options)
         return false;
     }
     const Telvane::RecordClass* ignored = nullptr;
-    return checkChannelsOrPatterns(options.channels) &&
-           (options.className.empty() || findClass(options.className, ignored));
+    return (options.className.empty() || findClass(options.className, ignored));
 }
 
 int listen(Options& options)
@@ -198,8 +197,10 @@ void addListenCommand(CommandLine& line)
     auto options = std::make_shared<Options>();
     Command command(line, "listen", "Print each record of some channels as a line of JSON");
     addBusOptions(command, options->bus);
-    command.option("CHANNEL", options->channels,
-                   "Channels to listen on; 'PS*' listens on all that are like this, also on those to come");
+    command
+        .option("CHANNEL", options->channels,
+                "Channels to listen on; 'PS*' listens on all that are like this, also on those to come")
+        .check(&checkChannelPattern);
     command.flag("--all", options->all,
                  "Listen on every channel that the server knows, which is what somebody has subscribed to, "
                  "and on new ones");

@@ -4,10 +4,10 @@
 #include "common/cli/CommandOptions.h"
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
+#include "common/cli/Terminal.h"
 #include "weld/WeldMonitor.h"
 
 #include <memory>
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 namespace TelvaneTool
@@ -29,13 +29,6 @@ struct Options
     bool verbose = false;
 };
 
-std::size_t terminalWidth()
-{
-    constexpr std::size_t kUsual = 80;
-    winsize size = {};
-    return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : kUsual;
-}
-
 /// Standard output, with one line at its end that is drawn anew again and again.
 class Screen
 {
@@ -45,7 +38,7 @@ public:
     void draw(WeldMonitor& monitor)
     {
         const std::string events = monitor.takeEvents();
-        const std::string line = monitor.liveLine(terminalWidth());
+        const std::string line = monitor.liveLine(terminalWidth(STDOUT_FILENO));
         if (m_isTerminal) {
             m_session.write((m_lineShown ? "\r\x1b[K" : "") + events + line);
             m_lineShown = !line.empty();

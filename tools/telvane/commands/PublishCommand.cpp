@@ -5,6 +5,7 @@
 #include "common/cli/CommandOptions.h"
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
+#include "common/support/ChannelPattern.h"
 #include "common/support/TextLines.h"
 
 #include <cstring>
@@ -85,8 +86,7 @@ int publish(const Options& options)
 {
     RecordRequest request;
     request.settings = options.settings;
-    if (!checkChannel(options.channel) ||
-        (!options.className.empty() && !findClass(options.className, request.recordClass))) {
+    if ((!options.className.empty() && !findClass(options.className, request.recordClass))) {
         return kWrongUsage;
     }
     const Publisher publisher(options, std::move(request));
@@ -115,7 +115,7 @@ void addPublishCommand(CommandLine& line)
     auto options = std::make_shared<Options>();
     Command command(line, "publish", "Publish records on a channel");
     addBusOptions(command, options->bus);
-    command.option("CHANNEL", options->channel, "Channel to publish on").required();
+    command.option("CHANNEL", options->channel, "Channel to publish on").required().check(&checkChannel);
     command.option("JSON", options->json,
                    "The record, or - for one record a line from standard input; without it, the "
                    "defaults of the class");

@@ -6,6 +6,7 @@
 #include "common/cli/CommandOptions.h"
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
+#include "common/support/ChannelPattern.h"
 #include "common/support/HumanReadable.h"
 #include "recording/Recorder.h"
 
@@ -74,8 +75,7 @@ bool checkOptions(const Options& options)
         printError("what is kept until something happens needs a file of its own, not standard output");
         return false;
     }
-    return checkChannelsOrPatterns(options.channels) &&
-           (recorder.trigger.empty() || checkChannel(recorder.trigger));
+    return true;
 }
 
 void tellResult(const Recorder& recorder)
@@ -174,8 +174,10 @@ void addRecordCommand(CommandLine& line)
     recorder.after = 5 * kSecond;
     Command command(line, "record", "Write the records of some channels into a file, as they come");
     addBusOptions(command, options->bus);
-    command.option("CHANNEL", options->channels,
-                   "Channels to record; 'PS*' records all that are like this, also those to come");
+    command
+        .option("CHANNEL", options->channels,
+                "Channels to record; 'PS*' records all that are like this, also those to come")
+        .check(&checkChannelPattern);
     command.flag(
         "--all", options->all,
         "Record every channel that the server knows, which is what somebody has subscribed to, and new ones");
@@ -194,6 +196,7 @@ void addRecordCommand(CommandLine& line)
     command
         .option("--trigger", recorder.trigger,
                 "Channel, recorded too, whose records have what is kept written")
+        .check(&checkChannel)
         .typeName("CHANNEL")
         .needs("--keep");
     addDuration(command, "--after", recorder.after, "How long to go on writing then (default: 5s)")

@@ -6,6 +6,7 @@
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
 #include "common/support/Json.h"
+#include "common/support/Table.h"
 
 #include <Telvane/RecordCatalogue.h>
 
@@ -91,42 +92,9 @@ std::string describeDefault(const RecordField& field, const cJSON* value)
     return alike ? std::to_string(size) + " times " + printJson(first) : printJson(value);
 }
 
-/// Columns as wide as their longest entry.
-class Columns
-{
-public:
-    void addRow(std::vector<std::string> row)
-    {
-        m_widths.resize(std::max(m_widths.size(), row.size()));
-        for (std::size_t i = 0; i < row.size(); ++i) {
-            m_widths[i] = std::max(m_widths[i], row[i].size());
-        }
-        m_rows.push_back(std::move(row));
-    }
-
-    std::string print(const char* indent) const
-    {
-        std::string text;
-        for (const auto& row : m_rows) {
-            std::string line = indent;
-            for (std::size_t i = 0; i < row.size(); ++i) {
-                line += row[i];
-                line.append(i + 1 < row.size() ? m_widths[i] - row[i].size() + 2 : 0, ' ');
-            }
-            line.erase(line.find_last_not_of(' ') + 1);
-            text += line + "\n";
-        }
-        return text;
-    }
-
-private:
-    std::vector<std::vector<std::string>> m_rows;
-    std::vector<std::size_t> m_widths;
-};
-
 std::string describeCatalogue()
 {
-    Columns columns;
+    Table table({{}, {}});
     for (const RecordClass& recordClass : RecordCatalogue::classes()) {
         std::string fields;
         for (const RecordField& field : recordClass.table().fields()) {
@@ -136,9 +104,9 @@ std::string describeCatalogue()
         if (fields.size() > kWidth) {
             fields.replace(fields.rfind(',', kWidth), std::string::npos, ", ...");
         }
-        columns.addRow({recordClass.name, isTimeStamp(recordClass.table()) ? "a time text" : fields});
+        table.add({recordClass.name, isTimeStamp(recordClass.table()) ? "a time text" : fields});
     }
-    return columns.print("");
+    return table.print();
 }
 
 std::string describeClass(const RecordClass& recordClass)
@@ -149,18 +117,17 @@ std::string describeClass(const RecordClass& recordClass)
     const JsonTree defaults(packaged);
 
     std::string text = std::string(recordClass.name) + " (derives from " + recordClass.base + ")\n\n";
-    Columns columns;
-    columns.addRow({"key", "kind", "default"});
+    Table table({{"key"}, {"kind"}, {"default"}});
     for (const RecordField& field : recordClass.table().fields()) {
         const cJSON* const value = cJSON_GetObjectItemCaseSensitive(defaults.get(), field.key);
-        columns.addRow({field.key, kindOfField(field), describeDefault(field, value)});
+        table.add({field.key, kindOfField(field), describeDefault(field, value)});
     }
     if (isTimeStamp(recordClass.table())) {
         text += "  A string in JSON: the milliseconds since the Unix epoch.\n";
     } else {
-        columns.addRow({"_id", "string", "left out; optional"});
-        columns.addRow({"_sequence_tag", "integer", "left out; optional"});
-        text += columns.print("  ") + "\n  (" + notesOnKinds(recordClass.table()) + ")\n";
+        table.add({"_id", "string", "left out; optional"});
+        table.add({"_sequence_tag", "integer", "left out; optional"});
+        text += table.print({2}) + "\n  (" + notesOnKinds(recordClass.table()) + ")\n";
     }
     text += "\nA default record:\n" + printJson(defaults.get(), true) + "\n";
     return text;

@@ -4,6 +4,7 @@
 #include "common/cli/CommandOptions.h"
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
+#include "common/support/ChannelPattern.h"
 #include "recording/Replay.h"
 
 #include <memory>
@@ -25,24 +26,18 @@ struct Options
     bool verbose = false;
 };
 
-bool readRename(const std::string& text, Replay::Settings& settings)
+std::string checkRename(const std::string& text)
 {
     const std::size_t equals = text.find('=');
-    if (equals == std::string::npos || equals == 0) {
-        printError("--rename takes OLD=NEW, not \"" + text + "\"");
-        return false;
-    }
-    const std::string name = text.substr(equals + 1);
-    settings.renames[text.substr(0, equals)] = name;
-    return checkChannel(name);
+    return equals == std::string::npos || equals == 0 ? "expected OLD=NEW, got \"" + text + "\""
+                                                      : checkChannel(text.substr(equals + 1));
 }
 
 int replay(Options& options)
 {
     for (const std::string& rename : options.renames) {
-        if (!readRename(rename, options.replay)) {
-            return kWrongUsage;
-        }
+        const std::size_t equals = rename.find('=');
+        options.replay.renames[rename.substr(0, equals)] = rename.substr(equals + 1);
     }
     if (options.replay.loop && options.file == "-") {
         printError("standard input can be read only once, and not in a loop");
@@ -90,6 +85,7 @@ void addReplayCommand(CommandLine& line)
         .typeName("PATTERN")
         .repeatable();
     command.option("--rename", options->renames, "OLD=NEW: publish on another channel than the recorded one")
+        .check(&checkRename)
         .repeatable()
         .typeName("OLD=NEW");
     command.flag("--verbose", options->verbose, "Say on standard error how much was published");

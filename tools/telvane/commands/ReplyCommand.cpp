@@ -5,6 +5,7 @@
 #include "common/cli/CommandOptions.h"
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
+#include "common/support/ChannelPattern.h"
 #include "common/support/TextLines.h"
 
 #include <Telvane/RequestType.h>
@@ -80,8 +81,7 @@ int reply(const Options& options)
 {
     RecordRequest recordRequest;
     recordRequest.settings = options.settings;
-    if (!checkChannel(options.channel) ||
-        (!options.className.empty() && !findClass(options.className, recordRequest.recordClass))) {
+    if ((!options.className.empty() && !findClass(options.className, recordRequest.recordClass))) {
         return kWrongUsage;
     }
     // A callback that published by itself would keep the receiver thread from reading while the server is
@@ -119,7 +119,8 @@ void addReplyCommand(CommandLine& line)
     Command command(line, "reply", "Answer every request for a channel with a record, until interrupted");
     addBusOptions(command, options->bus);
     command.option("CHANNEL", options->channel, "Channel of the answer; requests come on req_CHANNEL")
-        .required();
+        .required()
+        .check(&checkChannel);
     command.option("JSON", options->json,
                    "The answer, or - to read it from standard input; without it, the defaults of the "
                    "class");

@@ -8,6 +8,7 @@
 #include "common/cli/CommandOptions.h"
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
+#include "common/support/ChannelPattern.h"
 #include "common/support/Json.h"
 
 #include <Telvane/RequestType.h>
@@ -92,7 +93,7 @@ int ask(BusConnection& session, Answer& answer, const Options& options)
 int request(const Options& options)
 {
     const RecordClass* recordClass = nullptr;
-    if (!checkChannel(options.channel) || !classOfChannel(options.className, options.channel, recordClass)) {
+    if (!classOfChannel(options.className, options.channel, recordClass)) {
         return kWrongUsage;
     }
     Answer answer;
@@ -119,7 +120,8 @@ void addRequestCommand(CommandLine& line)
     Command command(line, "request", "Ask for a record and print the answer");
     addBusOptions(command, options->bus);
     command.option("CHANNEL", options->channel, "Channel of the answer; the question goes to req_CHANNEL")
-        .required();
+        .required()
+        .check(&checkChannel);
     command
         .option("--as", options->className,
                 "Decode and check the answer as this class (default: the class named like the "

@@ -4,12 +4,13 @@
 #include "common/cli/CommandLine.h"
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
+#include "common/support/HumanReadable.h"
 #include "common/support/Json.h"
+#include "common/support/Table.h"
 
 #include <Telvane/Consumables.h>
 #include <Telvane/WireComputations.h>
 
-#include <cstdio>
 #include <memory>
 #include <string>
 
@@ -30,13 +31,6 @@ struct Options
     std::string alloy;
     bool json = false;
 };
-
-std::string format(const char* form, double first, double second)
-{
-    char text[128];
-    std::snprintf(text, sizeof text, form, first, second);
-    return text;
-}
 
 bool readCode(const std::string& text, const char* tableName, int& code)
 {
@@ -89,10 +83,12 @@ int show(const Options& options)
         cJSON_AddNumberToObject(object.get(), "gramsPerMetre", gramsPerMetre);
         return writeResult(printJson(object.get()) + "\n");
     }
-    return writeResult(format("diameter      %.6g in  (%.4g mm)\n", inches, millimetres) + "nearest size  " +
-                       std::to_string(nearest) + "  " + consumableName(sizes, nearest) + "\n" +
-                       "alloy         " + std::to_string(alloy) + "  " + consumableName(alloys, alloy) +
-                       "\n" + format("weight        %.6g lb/ft  (%.4g g/m)\n", pounds, gramsPerMetre));
+    Table table({{}, {}});
+    table.add({"diameter", formatted("%.6g in  (%.4g mm)", inches, millimetres)});
+    table.add({"nearest size", std::to_string(nearest) + "  " + consumableName(sizes, nearest)});
+    table.add({"alloy", std::to_string(alloy) + "  " + consumableName(alloys, alloy)});
+    table.add({"weight", formatted("%.6g lb/ft  (%.4g g/m)", pounds, gramsPerMetre)});
+    return writeResult(table.print());
 }
 
 } // namespace

@@ -2,9 +2,9 @@
 
 #include "common/support/HumanReadable.h"
 #include "common/support/Json.h"
+#include "common/support/Table.h"
 
 #include <algorithm>
-#include <cstdio>
 
 namespace TelvaneTool
 {
@@ -87,58 +87,48 @@ std::string RecordingSummary::text(const File& file) const
     if (file.damagedLines != 0) {
         text += "damaged   " + std::to_string(file.damagedLines) + " lines are no records\n";
     }
-    std::size_t width = 8;
+    Table table({{"channel"}, {"records", true}, {"rate/s", true}, {"bytes", true}, {"longest pause", true}});
     for (const auto& [name, channel] : m_channels) {
-        width = std::max(width, name.size());
+        table.add({name, std::to_string(channel.count), printCount(rate(channel)),
+                   printBytes(static_cast<double>(channel.bytes)),
+                   channel.count > 1 ? printSpan(channel.longestPause) : "-"});
     }
-    char line[160];
-    std::snprintf(line, sizeof line, "%10s %10s %10s %14s\n", "records", "rate/s", "bytes", "longest pause");
-    text += "\nchannel " + std::string(width - 7, ' ') + line;
-    for (const auto& [name, channel] : m_channels) {
-        std::snprintf(line, sizeof line, "%11llu %10s %10s %14s\n",
-                      static_cast<unsigned long long>(channel.count), printCount(rate(channel)).c_str(),
-                      printBytes(static_cast<double>(channel.bytes)).c_str(),
-                      channel.count > 1 ? printSpan(channel.longestPause).c_str() : "-");
-        text += name + std::string(width - name.size(), ' ') + line;
-    }
+    text += "\n" + table.print();
     return text;
 }
 
 std::string RecordingSummary::json(const File& file) const
 {
     const JsonTree tree(cJSON_CreateObject());
-    const auto number = [](cJSON* object, const char* key, auto value) {
-        cJSON_AddNumberToObject(object, key, static_cast<double>(value));
-    };
-    cJSON_AddStringToObject(tree.get(), "file", file.path.c_str());
-    number(tree.get(), "bytes", file.bytes);
-    number(tree.get(), "part", file.header.part);
-    cJSON_AddStringToObject(tree.get(), "server", file.header.server.c_str());
-    cJSON_AddStringToObject(tree.get(), "started", printMoment(file.header.started).c_str());
+    addText(tree.get(), "file", file.path);
+    addNumber(tree.get(), "bytes", file.bytes);
+    addNumber(tree.get(), "part", file.header.part);
+    addText(tree.get(), "server", file.header.server);
+    addText(tree.get(), "started", printMoment(file.header.started));
     if (m_total.count != 0) {
         const std::string first = printMoment(file.header.started + m_total.first);
         const std::string last = printMoment(file.header.started + m_total.last);
-        cJSON_AddStringToObject(tree.get(), "from", first.c_str());
-        cJSON_AddStringToObject(tree.get(), "until", last.c_str());
+        addText(tree.get(), "from", first);
+        addText(tree.get(), "until", last);
     }
-    cJSON_AddNumberToObject(tree.get(), "seconds", inSeconds(span()));
-    number(tree.get(), "records", m_total.count);
-    cJSON_AddNumberToObject(tree.get(), "rate", rate(m_total));
-    number(tree.get(), "sequenceGaps", m_gaps);
-    number(tree.get(), "sequencesMissing", m_missing);
-    number(tree.get(), "sequenceRestarts", m_restarts);
-    number(tree.get(), "tornBytes", file.tornBytes);
-    number(tree.get(), "damagedLines", file.damagedLines);
+    addNumber(tree.get(), "seconds", inSeconds(span()));
+    addNumber(tree.get(), "records", m_total.count);
+    addNumber(tree.get(), "rate", rate(m_total));
+    addNumber(tree.get(), "sequenceGaps", m_gaps);
+    addNumber(tree.get(), "sequencesMissing", m_missing);
+    addNumber(tree.get(), "sequenceRestarts", m_restarts);
+    addNumber(tree.get(), "tornBytes", file.tornBytes);
+    addNumber(tree.get(), "damagedLines", file.damagedLines);
     cJSON* const channels = cJSON_AddArrayToObject(tree.get(), "channels");
     for (const auto& [name, channel] : m_channels) {
         cJSON* const item = cJSON_CreateObject();
-        cJSON_AddStringToObject(item, "channel", name.c_str());
-        number(item, "records", channel.count);
-        cJSON_AddNumberToObject(item, "rate", rate(channel));
-        number(item, "bytes", channel.bytes);
-        cJSON_AddNumberToObject(item, "firstSeconds", inSeconds(channel.first - m_total.first));
-        cJSON_AddNumberToObject(item, "lastSeconds", inSeconds(channel.last - m_total.first));
-        cJSON_AddNumberToObject(item, "longestPauseSeconds", inSeconds(channel.longestPause));
+        addText(item, "channel", name);
+        addNumber(item, "records", channel.count);
+        addNumber(item, "rate", rate(channel));
+        addNumber(item, "bytes", channel.bytes);
+        addNumber(item, "firstSeconds", inSeconds(channel.first - m_total.first));
+        addNumber(item, "lastSeconds", inSeconds(channel.last - m_total.first));
+        addNumber(item, "longestPauseSeconds", inSeconds(channel.longestPause));
         cJSON_AddItemToArray(channels, item);
     }
     return printJson(tree.get()) + "\n";

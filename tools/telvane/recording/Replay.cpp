@@ -87,7 +87,7 @@ bool Replay::publish(const RecordedMessage& message)
         channel = renamed->second;
     }
     RawRecord record(std::move(payload));
-    constexpr std::size_t kAlwaysFits = kLargestPublication / 2;
+    constexpr std::size_t kAlwaysFits = kMaxPublicationSize / 2;
     if (message.payload.size() > kAlwaysFits &&
         !checkPublicationSize(publicationSize(channel, record)).empty()) {
         ++m_refused;

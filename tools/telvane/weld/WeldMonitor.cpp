@@ -1,12 +1,11 @@
 #include "weld/WeldMonitor.h"
 
-#include "common/bus/BusConnection.h"
+#include "common/cli/Terminal.h"
+#include "common/support/HumanReadable.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 
 namespace TelvaneTool
 {
@@ -80,17 +79,6 @@ std::string describe(const char* name, const UnitValueDoublePair& pair)
 }
 
 } // namespace
-
-bool terminalIsUtf8()
-{
-    for (const char* name : {"LC_ALL", "LC_CTYPE", "LANG"}) {
-        const char* const value = std::getenv(name);
-        if (value != nullptr && *value != '\0') {
-            return strcasestr(value, "UTF-8") != nullptr || strcasestr(value, "UTF8") != nullptr;
-        }
-    }
-    return false;
-}
 
 void WeldMonitor::arrived(int serial)
 {
@@ -228,7 +216,7 @@ std::string WeldMonitor::summary(std::uint64_t undecodable) const
     }
     if (m_latency.count() != 0) {
         text += "from publish to callback: p50 " + printDuration(m_latency.quantile(0.5)) + ", p99 " +
-                printDuration(m_latency.quantile(0.99)) + ", longest " + printDuration(m_latency.greatest()) +
+                printDuration(m_latency.quantile(0.99)) + ", longest " + printDuration(m_latency.max()) +
                 "\n";
     }
     return text;

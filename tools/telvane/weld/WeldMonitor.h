@@ -69,7 +69,4 @@ private:
     LatencyHistogram m_latency;
 };
 
-/// \return true when the user's terminal shows UTF-8
-bool terminalIsUtf8();
-
 } // namespace TelvaneTool
