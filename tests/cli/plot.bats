@@ -34,7 +34,7 @@ record_weld() {
     record_weld --duration 1.5 --period-us 5000
     PATH=$directory run "$TELVANE" plot weld.jsonl -o weld.svg
     [ "$status" -eq 5 ]
-    [ "$output" = "telvane plot: gnuplot, which draws the picture, is not installed; Debian has it as gnuplot-nox" ]
+    [ "$output" = "telvane plot: cannot find gnuplot, which draws the picture; on Debian, install gnuplot-nox" ]
     [ ! -e weld.svg ]
 }
 
@@ -42,7 +42,7 @@ record_weld() {
     record_weld --duration 1.5 --period-us 5000
     run "$TELVANE" plot weld.jsonl -o missing/weld.svg
     [ "$status" -eq 5 ]
-    [[ $output == *"telvane plot: gnuplot could not draw the picture" ]]
+    [ "$output" = "telvane plot: cannot write missing/weld.svg: No such file or directory" ]
     mkdir weld.svg
     run "$TELVANE" plot weld.jsonl -o weld.svg
     [ "$status" -eq 5 ]
@@ -50,17 +50,35 @@ record_weld() {
     [ "$(ls -- *.svg*)" = "" ]
 }
 
+@test "plot reports a full disk" {
+    record_weld --duration 1.5 --period-us 5000
+    ln -s /dev/full full.svg
+    run "$TELVANE" plot weld.jsonl -o full.svg
+    [ "$status" -eq 5 ]
+    [ "$output" = "telvane plot: cannot write full.svg: No space left on device" ]
+}
+
+@test "plot does not write over its input" {
+    record_weld --duration 1.5 --period-us 5000
+    mv weld.jsonl in.svg
+    cp in.svg before
+    run "$TELVANE" plot in.svg -o ./in.svg
+    [ "$status" -eq 2 ]
+    [ "$output" = "telvane plot: FILE and --output are the same file" ]
+    cmp in.svg before
+}
+
 @test "plot says when there is nothing to draw" {
     echo '{"telvaneRecording":1,"started":"2024-01-02T03:04:05Z"}' >none.jsonl
     run "$TELVANE" plot none.jsonl -o weld.svg
     [ "$status" -eq 4 ]
-    [ "$output" = "telvane plot: there is no weld in the recording: no record on WeldTriggerStart" ]
+    [ "$output" = "telvane plot: the recording has no weld: no record on WeldTriggerStart" ]
     run "$TELVANE" plot missing.jsonl -o weld.svg
     [ "$status" -eq 4 ]
     record_weld --duration 1.5 --period-us 5000
     run "$TELVANE" plot weld.jsonl -o weld.svg --weld 9
     [ "$status" -eq 4 ]
-    [ "$output" = "telvane plot: there is no weld 9 in the recording" ]
+    [ "$output" = "telvane plot: the recording has no weld 9" ]
 }
 
 @test "plot draws what is left of a torn recording" {
@@ -69,7 +87,7 @@ record_weld() {
     run "$TELVANE" plot weld.jsonl -o weld.svg
     [ "$status" -eq 0 ]
     [[ $output == *"the last line is incomplete"* ]]
-    grep -q "the recording ends" weld.svg
+    grep -q "no end of this weld" weld.svg
 }
 
 @test "plot refuses pictures that it cannot make" {

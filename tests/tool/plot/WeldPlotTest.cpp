@@ -1,4 +1,4 @@
-// From a recording to what gnuplot is told.
+// From a recording to the gnuplot script.
 
 #include "plot/WeldPlot.h"
 #include "plot/WeldTraces.h"
@@ -12,6 +12,7 @@ namespace
 {
 
 using Telvane::WeldTraceDataPoint;
+using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
 using testing::SizeIs;
@@ -59,6 +60,7 @@ public:
     }
 
     WeldTraces& traces() { return m_traces; }
+    const std::vector<RecordedWeld>& welds() const { return m_traces.welds(); }
 
 private:
     WeldTraces m_traces;
@@ -93,9 +95,205 @@ TEST(WeldTraces, SkipSamplesWithoutAWeldAndUndecodableRecords)
     recording.traces().add({0, "WeldTraceData", 0, R"({"sequence":"one"})"});
     recording.traces().add({0, "LogData", 0, "{}"});
     EXPECT_EQ(recording.traces().strays(), 2U);
-    EXPECT_EQ(recording.traces().unreadable(), 1U);
+    EXPECT_EQ(recording.traces().undecodable(), 1U);
     ASSERT_THAT(recording.traces().welds(), SizeIs(1));
     EXPECT_THAT(recording.traces().welds()[0].samples, SizeIs(0));
+}
+
+/// A power source with serial numbers and a clock of its own.
+class Source
+{
+public:
+    Source(WeldTracesOf& recording, int firstSerial, Nanoseconds clock)
+        : m_recording(recording), m_serial(firstSerial), m_clock(clock)
+    {}
+
+    void start(int tag)
+    {
+        Telvane::WeldTriggerStart start;
+        start.tag = tag;
+        start.samplePeriodus = 10'000;
+        start.data.amps = "A";
+        m_sequence = 0;
+        publish("WeldTriggerStart", start);
+    }
+    void sample(double amps)
+    {
+        Telvane::WeldTraceData trace;
+        trace.sequence = m_sequence++;
+        trace.data.amps = amps;
+        publish("WeldTraceData", trace);
+        m_clock += 10 * kMillisecond;
+    }
+    void end(int tag, double seconds)
+    {
+        Telvane::WeldTriggerEnd end;
+        end.tag = tag;
+        end.metrics.ArcDuration.Unit = "s";
+        end.metrics.ArcDuration.Value = seconds;
+        publish("WeldTriggerEnd", end);
+    }
+    void idle(Nanoseconds time) { m_clock += time; }
+    void loseRecords(bool lose) { m_losing = lose; }
+    void withoutSerials() { m_hasSerials = false; }
+
+private:
+    template <class Record>
+    void publish(const char* channel, Record& record)
+    {
+        record.messageSerial = m_hasSerials ? m_serial++ : 0;
+        record.timestamp.time = {static_cast<time_t>(1'704'164'645 + m_clock / kSecond),
+                                 static_cast<long>(m_clock % kSecond)};
+        if (!m_losing) {
+            m_recording.add(channel, record);
+        }
+    }
+
+    WeldTracesOf& m_recording;
+    int m_serial;
+    Nanoseconds m_clock;
+    int m_sequence = 0;
+    bool m_losing = false;
+    bool m_hasSerials = true;
+};
+
+std::vector<double> ampsOf(const RecordedWeld& weld)
+{
+    std::vector<double> amps;
+    for (const RecordedWeld::Sample& sample : weld.samples) {
+        amps.push_back(sample.point.amps);
+    }
+    return amps;
+}
+
+void recordOverlappingWelds(Source& first, Source& second, int secondTag)
+{
+    first.start(1);
+    first.sample(101);
+    second.start(secondTag);
+    first.sample(102);
+    second.sample(201);
+    first.sample(103);
+    second.sample(202);
+    first.end(1, 1.0);
+    second.sample(203);
+    second.end(secondTag, 2.0);
+}
+
+TEST(WeldTraces, TellOverlappingWeldsApart)
+{
+    WeldTracesOf recording;
+    Source first(recording, 1, 0);
+    Source second(recording, 5000, 3 * kMillisecond);
+    recordOverlappingWelds(first, second, 2);
+    ASSERT_THAT(recording.welds(), SizeIs(2));
+    EXPECT_THAT(ampsOf(recording.welds()[0]), ElementsAre(101, 102, 103));
+    EXPECT_THAT(ampsOf(recording.welds()[1]), ElementsAre(201, 202, 203));
+    EXPECT_EQ(recording.welds()[0].metrics.ArcDuration.Value, 1.0);
+    EXPECT_EQ(recording.welds()[1].metrics.ArcDuration.Value, 2.0);
+    EXPECT_EQ(recording.traces().strays(), 0U);
+}
+
+TEST(WeldTraces, TellOverlappingWeldsWithTheSameTagApartByTheirSerialNumbers)
+{
+    WeldTracesOf recording;
+    Source first(recording, 1, 0);
+    Source second(recording, 5000, 3 * kMillisecond);
+    recordOverlappingWelds(first, second, 1);
+    EXPECT_THAT(ampsOf(recording.welds()[0]), ElementsAre(101, 102, 103));
+    EXPECT_THAT(ampsOf(recording.welds()[1]), ElementsAre(201, 202, 203));
+    EXPECT_EQ(recording.welds()[0].metrics.ArcDuration.Value, 1.0);
+    EXPECT_EQ(recording.welds()[1].metrics.ArcDuration.Value, 2.0);
+}
+
+TEST(WeldTraces, TellOverlappingWeldsApartWithoutSerialNumbers)
+{
+    WeldTracesOf recording;
+    Source first(recording, 0, 0);
+    Source second(recording, 0, 3 * kMillisecond);
+    first.withoutSerials();
+    second.withoutSerials();
+    recordOverlappingWelds(first, second, 2);
+    EXPECT_THAT(ampsOf(recording.welds()[0]), ElementsAre(101, 102, 103));
+    EXPECT_THAT(ampsOf(recording.welds()[1]), ElementsAre(201, 202, 203));
+}
+
+TEST(WeldTraces, DoNotGiveAWeldTheEndAndSamplesOfAnother)
+{
+    WeldTracesOf recording;
+    Source source(recording, 1, 0);
+    source.start(1);
+    source.sample(101);
+    source.loseRecords(true);
+    source.end(1, 1.0);
+    source.idle(20 * kSecond);
+    source.start(2);
+    for (int i = 0; i < 5; ++i) {
+        source.sample(200);
+    }
+    source.loseRecords(false);
+    source.sample(205);
+    source.sample(206);
+    source.end(2, 2.0);
+    ASSERT_THAT(recording.welds(), SizeIs(1));
+    EXPECT_THAT(ampsOf(recording.welds()[0]), ElementsAre(101));
+    EXPECT_FALSE(recording.welds()[0].ended);
+    EXPECT_EQ(recording.traces().strays(), 2U);
+    EXPECT_THAT(recording.traces().strayEnds(), ElementsAre(2));
+}
+
+TEST(WeldTraces, CountMissingSamples)
+{
+    WeldTracesOf recording;
+    Source source(recording, 1, 0);
+    source.start(1);
+    source.loseRecords(true);
+    source.sample(1);
+    source.loseRecords(false);
+    source.sample(2);
+    source.loseRecords(true);
+    source.sample(3);
+    source.sample(4);
+    source.loseRecords(false);
+    source.sample(5);
+    source.end(1, 1.0);
+    EXPECT_THAT(ampsOf(recording.welds()[0]), ElementsAre(2, 5));
+    EXPECT_EQ(recording.welds()[0].missing, 3U);
+}
+
+TEST(WeldTraces, CountWhatTheRecorderMissed)
+{
+    WeldTraces traces;
+    traces.add({9, "WeldTraceData", 0, "", "", 5, 1, 8});
+    traces.add({9, "LogData", 0, "", "", 7, 1, 8});
+    EXPECT_EQ(traces.missed(), 5U);
+    EXPECT_EQ(traces.undecodable(), 0U);
+}
+
+TEST(WeldTraces, AcceptExtremeNumbersAndTimes)
+{
+    WeldTracesOf recording;
+    const auto start = [](int tag, const char* time) {
+        return R"({"tag":)" + std::to_string(tag) + R"(,"timestamp":")" + time +
+               R"(","samplePeriodus":2147483647,"program":0,"process":0,"wireType":0,"wireSize":0,"alloy":0,)"
+               R"("gas":0,"settings":{"CommandVoltage":{"Unit":"","Value":0},)"
+               R"("CommandAmperage":{"Unit":"","Value":0},"CommandWFS":{"Unit":"","Value":0},)"
+               R"("CommandArcControl":{"Unit":"","Value":0}},"data":{"amps":"A","volts":"V","wfs":"",)"
+               R"("gas":"","power":"","motor":""},"messageSerial":0,"FeederSide":""})";
+    };
+    const auto sample = [](int number, const char* time) {
+        return R"({"sequence":)" + std::to_string(number) + R"(,"timestamp":")" + time +
+               R"(","data":{"amps":1e308,"volts":0,"wfs":0,"gas":0,"power":0,"motor":0},"messageSerial":0})";
+    };
+    for (const char* time : {"/Date(9223372036854775807)/", "/Date(-9223372036854775807)/", "/Date(0)/"}) {
+        WeldTraces& traces = recording.traces();
+        traces.add({0, "WeldTriggerStart", 0, start(1, time)});
+        traces.add({0, "WeldTraceData", 0, sample(2147483647, "/Date(9223372036854775807)/")});
+        traces.add({0, "WeldTraceData", 0, sample(0, time)});
+        traces.add({0, "WeldTraceData", 0, sample(-2147483647, "/Date(-9223372036854775807)/")});
+    }
+    EXPECT_THAT(recording.welds(), SizeIs(3));
+    EXPECT_FALSE(printPlot(recording.welds(), "svg", "x").empty());
 }
 
 std::vector<RecordedWeld::Sample> samples(std::size_t count)
@@ -130,6 +328,29 @@ TEST(WeldPlot, KeepsThePeaksWithinAColumn)
     EXPECT_EQ(points[0].time, 4.5);
 }
 
+TEST(WeldPlot, InterruptsTheCurveAndShadesTheBackgroundWhereSamplesAreMissing)
+{
+    WeldTracesOf recording;
+    recording.start(7).sample(0, 150, 0).sample(1, 151, 100).sample(4, 152, 400).sample(5, 153, 500).end(7);
+    const std::string script = printPlot(recording.welds(), "svg", "x");
+    EXPECT_THAT(script, HasSubstr("\n0.1 151 151 151\n\n0.4 152 152 152\n0.5 153 153 153\n"));
+    EXPECT_THAT(script, HasSubstr("set object 1 rect from 0.1,graph 0 to 0.4,graph 1 behind"));
+    EXPECT_THAT(script, HasSubstr("4 samples, 2 missing"));
+}
+
+TEST(WeldPlot, MarksNarrowGapsWithTheWidthOfAColumn)
+{
+    std::vector<RecordedWeld::Sample> all(3);
+    all[1].number = 1;
+    all[1].time = kSecond;
+    all[2].number = 3;
+    all[2].time = 2 * kSecond;
+    const std::vector<PlotRange> gaps = gapsIn(all, 4.0);
+    ASSERT_THAT(gaps, SizeIs(1));
+    EXPECT_EQ(gaps[0].from, 0.0);
+    EXPECT_EQ(gaps[0].to, 3.5);
+}
+
 TEST(WeldPlot, DeterminesTheFormatFromTheFileName)
 {
     EXPECT_EQ(plotTerminal("weld.svg"), "svg");
@@ -142,8 +363,8 @@ TEST(WeldPlot, DrawsMeasuredQuantitiesWithUnitsAndMetrics)
 {
     WeldTracesOf recording;
     recording.start(7).sample(0, 150, 0).sample(1, 151, 116).end(7);
-    const std::string script = printPlot(recording.traces().welds(), "weld.svg", "it's a weld");
-    EXPECT_THAT(script, HasSubstr("set output 'weld.svg'\n"));
+    const std::string script = printPlot(recording.traces().welds(), "svg", "it's a weld");
+    EXPECT_THAT(script, HasSubstr("set terminal svg "));
     EXPECT_THAT(script, HasSubstr("'it''s a weld'"));
     EXPECT_THAT(script, HasSubstr("'current in A'"));
     EXPECT_THAT(script, HasSubstr("'voltage in V'"));
@@ -157,7 +378,7 @@ TEST(WeldPlot, MarksAWeldThatTheRecordingDoesNotComplete)
 {
     WeldTracesOf recording;
     recording.start(7);
-    EXPECT_THAT(printPlot(recording.traces().welds(), "weld.svg", "x"), HasSubstr("the recording ends"));
+    EXPECT_THAT(printPlot(recording.traces().welds(), "svg", "x"), HasSubstr("no end of this weld"));
 }
 
 } // namespace

@@ -1,6 +1,5 @@
 #include "weld/LatencyTracker.h"
 
-#include "common/bus/BusConnection.h"
 #include "helpers/ToolTestFiles.h"
 
 #include <gtest/gtest.h>
@@ -10,13 +9,21 @@ namespace TelvaneTool
 namespace
 {
 
+using Role = LatencyTracker::Role;
+
+std::string contentOf(const std::string& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
 class LatencyTrackerTest : public testing::Test
 {
 protected:
     void SetUp() override
     {
-        ASSERT_TRUE(m_publisher.open(m_directory.path("ledger")));
-        ASSERT_TRUE(m_listener.open(m_directory.path("ledger")));
+        ASSERT_TRUE(m_publisher.open(m_directory.path("ledger"), Role::Publisher));
+        ASSERT_TRUE(m_listener.open(m_directory.path("ledger"), Role::Listener));
     }
 
     TestDirectory m_directory;
@@ -66,10 +73,75 @@ TEST(LatencyTracker, ReportsAFileThatCannotBeCreated)
     const TestDirectory directory;
     LatencyTracker ledger;
     testing::internal::CaptureStderr();
-    EXPECT_FALSE(ledger.open(directory.path("missing/ledger")));
+    EXPECT_FALSE(ledger.open(directory.path("missing/ledger"), Role::Listener));
     EXPECT_FALSE(ledger.isOpen());
     EXPECT_NE(testing::internal::GetCapturedStderr().find("as a ledger: No such file or directory"),
               std::string::npos);
+}
+
+TEST(LatencyTracker, RefusesAFileThatIsNotALedgerAndKeepsItUnchanged)
+{
+    const TestDirectory directory;
+    for (const std::string& text : {std::string("precious notes\n"), std::string(1048616, 'x')}) {
+        const std::string path = directory.write("notes", text);
+        for (const Role role : {Role::Publisher, Role::Listener}) {
+            LatencyTracker ledger;
+            testing::internal::CaptureStderr();
+            EXPECT_FALSE(ledger.open(path, role));
+            EXPECT_EQ(testing::internal::GetCapturedStderr(),
+                      "telvane: cannot use " + path + " as a ledger: the file exists and is not a ledger\n");
+        }
+        EXPECT_EQ(contentOf(path), text);
+    }
+}
+
+TEST(LatencyTracker, ResetsTheLedgerOfAnEarlierRun)
+{
+    const TestDirectory directory;
+    const std::string path = directory.path("ledger");
+    {
+        LatencyTracker publisher;
+        LatencyTracker listener;
+        ASSERT_TRUE(publisher.open(path, Role::Publisher));
+        ASSERT_TRUE(listener.open(path, Role::Listener));
+        listener.listen();
+        publisher.note(1);
+        publisher.finish();
+    }
+    LatencyTracker listener;
+    ASSERT_TRUE(listener.open(path, Role::Listener));
+    EXPECT_EQ(listener.published(), 0U);
+    EXPECT_FALSE(listener.finished());
+    LatencyTracker publisher;
+    ASSERT_TRUE(publisher.open(path, Role::Publisher));
+    EXPECT_FALSE(publisher.hasListener());
+    EXPECT_EQ(publisher.published(1), 0);
+}
+
+TEST(LatencyTracker, HasOnePublisher)
+{
+    const TestDirectory directory;
+    LatencyTracker first;
+    ASSERT_TRUE(first.open(directory.path("ledger"), Role::Publisher));
+    LatencyTracker second;
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(second.open(directory.path("ledger"), Role::Publisher));
+    EXPECT_NE(testing::internal::GetCapturedStderr().find("in use by another run"), std::string::npos);
+}
+
+TEST(LatencyTracker, ClosesItsDescriptor)
+{
+    const TestDirectory directory;
+    const auto descriptors = [] {
+        std::filesystem::directory_iterator open("/proc/self/fd");
+        return std::distance(begin(open), end(open));
+    };
+    const auto before = descriptors();
+    {
+        LatencyTracker ledger;
+        ASSERT_TRUE(ledger.open(directory.path("ledger"), Role::Publisher));
+    }
+    EXPECT_EQ(descriptors(), before);
 }
 
 } // namespace

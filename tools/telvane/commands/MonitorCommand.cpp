@@ -101,7 +101,7 @@ void watch(BusConnection& session, WeldMonitor& monitor, const LatencyTracker& l
 int monitorWelds(const Options& options)
 {
     LatencyTracker ledger;
-    if (!options.ledger.empty() && !ledger.open(options.ledger)) {
+    if (!options.ledger.empty() && !ledger.open(options.ledger, LatencyTracker::Role::Listener)) {
         return kOutputFailure;
     }
     WeldMonitor monitor(ledger);

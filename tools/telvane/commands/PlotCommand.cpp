@@ -2,16 +2,14 @@
 #include "common/cli/CommandLine.h"
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
+#include "common/support/OutputFile.h"
 #include "plot/Gnuplot.h"
 #include "plot/WeldPlot.h"
 #include "recording/RecordingReader.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <memory>
-#include <unistd.h>
 
 namespace TelvaneTool
 {
@@ -28,14 +26,14 @@ struct Options
     std::vector<std::string> welds;
 };
 
-/// Leaves those welds that are wanted, or complains.
+/// Keeps the requested welds. Prints the reason if there are none.
 bool choose(std::vector<RecordedWeld>& welds, const std::vector<std::string>& wanted)
 {
     for (const std::string& tag : wanted) {
         if (std::none_of(welds.begin(), welds.end(), [&tag](const RecordedWeld& weld) {
                 return std::to_string(weld.start.tag) == tag;
             })) {
-            printError("there is no weld " + tag + " in the recording");
+            printError("the recording has no weld " + tag);
             return false;
         }
     }
@@ -48,36 +46,66 @@ bool choose(std::vector<RecordedWeld>& welds, const std::vector<std::string>& wa
                     welds.end());
     }
     if (welds.empty()) {
-        printError("there is no weld in the recording: no record on WeldTriggerStart");
+        printError("the recording has no weld: no record on WeldTriggerStart");
         return false;
     }
     if (welds.size() > kMaxWelds) {
-        printError("there are " + std::to_string(welds.size()) + " welds, and a picture takes " +
-                   std::to_string(kMaxWelds) + "; --weld chooses some");
+        printError("the recording has " + std::to_string(welds.size()) + " welds, a picture can show " +
+                   std::to_string(kMaxWelds) + "; select some with --weld");
         return false;
     }
     return true;
 }
 
-/// Draws beside the place of the picture first: what is there is either whole or the one from before.
+int reportWriteError(const std::string& path, int error)
+{
+    printError("cannot write " + path + ": " + std::strerror(error));
+    return kOutputFailure;
+}
+
 int draw(const std::vector<RecordedWeld>& welds, const Options& options)
 {
-    const std::size_t dot = options.output.rfind('.');
-    const std::string unfinished =
-        options.output.substr(0, dot) + "." + std::to_string(getpid()) + options.output.substr(dot);
-    int result = runGnuplot(printPlot(welds, unfinished, options.file));
-    if (result == kSuccess && std::rename(unfinished.c_str(), options.output.c_str()) != 0) {
-        printError("cannot write " + options.output + ": " + std::strerror(errno));
-        result = kOutputFailure;
+    OutputFile file;
+    int error = file.open(options.output);
+    if (error != 0) {
+        return reportWriteError(options.output, error);
     }
+    std::string picture;
+    const int result = runGnuplot(printPlot(welds, plotTerminal(options.output), options.file), picture);
     if (result != kSuccess) {
-        std::remove(unfinished.c_str());
+        return result;
     }
-    return result;
+    error = file.write(picture);
+    error = error == 0 ? file.commit() : error;
+    return error == 0 ? static_cast<int>(kSuccess) : reportWriteError(options.output, error);
+}
+
+/// Reports what could not be drawn.
+/// \return an exit code
+int reportMissing(const WeldTraces& traces)
+{
+    if (traces.missed() != 0) {
+        printError("records of welds that the recorder missed: " + std::to_string(traces.missed()));
+    }
+    if (traces.strays() != 0) {
+        printError("samples that belong to no weld in the recording: " + std::to_string(traces.strays()));
+    }
+    for (const int tag : traces.strayEnds()) {
+        printError("the recording has no start of weld " + std::to_string(tag));
+    }
+    if (traces.undecodable() != 0) {
+        printError("undecodable records of welds: " + std::to_string(traces.undecodable()));
+        return kWrongInput;
+    }
+    return kSuccess;
 }
 
 int plot(const Options& options)
 {
+    if (isSameFile(options.file, options.output)) {
+        printError("FILE and --output are the same file");
+        return kWrongUsage;
+    }
     RecordingReader reader;
     if (!reader.open(options.file)) {
         return kWrongInput;
@@ -87,15 +115,8 @@ int plot(const Options& options)
     while (reader.next(message)) {
         traces.add(message);
     }
-    int result = reader.finish();
-    if (traces.unreadable() != 0) {
-        printError("records that are no parts of welds and were left out: " +
-                   std::to_string(traces.unreadable()));
-        result = kWrongInput;
-    }
-    if (traces.strays() != 0) {
-        printError("samples from before the first start, left out: " + std::to_string(traces.strays()));
-    }
+    const int readResult = reader.finish();
+    const int result = std::max(reportMissing(traces), readResult);
     std::vector<RecordedWeld> welds = traces.welds();
     if (!choose(welds, options.welds)) {
         return kWrongInput;
@@ -109,15 +130,15 @@ int plot(const Options& options)
 void addPlotCommand(CommandLine& line)
 {
     auto options = std::make_shared<Options>();
-    Command command(line, "plot", "Draw the welds of a recording, with gnuplot");
+    Command command(line, "plot", "Draw the welds of a recording with gnuplot");
     command.option("FILE", options->file, "Recording, or - for standard input").required();
     command.option("-o,--output", options->output, "Picture to write: .svg or .png")
         .required()
         .check([](const std::string& text) {
-            return plotTerminal(text).empty() ? "a picture's name ends with .svg or .png" : std::string();
+            return plotTerminal(text).empty() ? "the name must end with .svg or .png" : std::string();
         })
         .typeName("FILE");
-    command.option("--weld", options->welds, "Draw only the weld of this tag; may be given again")
+    command.option("--weld", options->welds, "Draw only the weld with this tag; repeatable")
         .repeatable()
         .typeName("TAG");
     command.examples("# all welds below each other\n"

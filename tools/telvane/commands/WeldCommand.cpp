@@ -93,7 +93,7 @@ private:
 int weld(const Options& options)
 {
     LatencyTracker ledger;
-    if (!options.ledger.empty() && !ledger.open(options.ledger)) {
+    if (!options.ledger.empty() && !ledger.open(options.ledger, LatencyTracker::Role::Publisher)) {
         return kOutputFailure;
     }
     LedgerEnd ledgerEnd(ledger);

@@ -1,15 +1,22 @@
+// Gnuplot ends with 0 even if it could not write the whole picture. So it writes to a pipe, and the caller checks
+// that everything reaches the file. Script and error messages are files in memory: with a pipe on each side, each
+// program could wait for the other.
+
 #include "plot/Gnuplot.h"
 
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
 
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
 #include <spawn.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <utility>
 
 extern char** environ;
 
@@ -19,13 +26,32 @@ namespace TelvaneTool
 namespace
 {
 
-/// The exit code of a child that could not start its program, where posix_spawn() cannot tell at once: without a
+/// The exit code of a child that could not start its program, where posix_spawn() cannot report it: without
 /// memory shared with the child, as under an emulator.
 constexpr int kNotStarted = 127;
 
-/// Starts gnuplot with a descriptor as its standard input.
+class Descriptor
+{
+public:
+    explicit Descriptor(int fd = -1) : m_fd(fd) {}
+    ~Descriptor() { reset(); }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    void reset(int fd = -1)
+    {
+        if (m_fd >= 0) {
+            close(m_fd);
+        }
+        m_fd = fd;
+    }
+    int get() const { return m_fd; }
+
+private:
+    int m_fd;
+};
+
 /// \return an error number
-int start(int input, pid_t& process)
+int start(int input, int output, int errors, pid_t& process)
 {
     char program[] = "gnuplot";
     char fromInput[] = "-";
@@ -33,7 +59,9 @@ int start(int input, pid_t& process)
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, input, STDIN_FILENO);
-    // The signals that this process has blocked are to end gnuplot.
+    posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, errors, STDERR_FILENO);
+    // Signals blocked in this process must still end gnuplot.
     posix_spawnattr_t attributes;
     posix_spawnattr_init(&attributes);
     sigset_t none;
@@ -46,31 +74,55 @@ int start(int input, pid_t& process)
     return error;
 }
 
-int complainOfStart(int error)
+int reportStartFailure(int error)
 {
     printError(error == ENOENT
-                   ? "gnuplot, which draws the picture, is not installed; Debian has it as gnuplot-nox"
+                   ? "cannot find gnuplot, which draws the picture; on Debian, install gnuplot-nox"
                    : std::string("cannot run gnuplot: ") + std::strerror(error));
     return kOutputFailure;
 }
 
+std::string readAll(int fd)
+{
+    std::string text;
+    std::array<char, 65536> buffer;
+    for (;;) {
+        const ssize_t size = read(fd, buffer.data(), buffer.size());
+        if (size > 0) {
+            text.append(buffer.data(), static_cast<std::size_t>(size));
+        } else if (size == 0 || errno != EINTR) {
+            return text;
+        }
+    }
+}
+
+/// \return the line of gnuplot's messages that has the reason: the last one that is not empty
+std::string reasonIn(std::string messages)
+{
+    messages.erase(messages.find_last_not_of(" \n") + 1);
+    const std::string line = messages.substr(messages.find_last_of('\n') + 1);
+    return line.empty() ? line : ": " + line;
+}
+
 } // namespace
 
-int runGnuplot(const std::string& script)
+int runGnuplot(const std::string& script, std::string& output)
 {
+    const Descriptor input(memfd_create("script", MFD_CLOEXEC));
+    const Descriptor errors(memfd_create("errors", MFD_CLOEXEC));
     int ends[2] = {-1, -1};
+    if (input.get() < 0 || errors.get() < 0 || writeFully(input.get(), script) != 0 ||
+        lseek(input.get(), 0, SEEK_SET) != 0 || pipe2(ends, O_CLOEXEC) != 0) {
+        return reportStartFailure(errno);
+    }
+    const Descriptor pipe(ends[0]);
+    Descriptor writeEnd(ends[1]);
     pid_t process = 0;
-    int error = pipe2(ends, O_CLOEXEC) != 0 ? errno : 0;
-    if (error == 0) {
-        error = start(ends[0], process);
-        close(ends[0]);
+    if (const int error = start(input.get(), writeEnd.get(), errors.get(), process); error != 0) {
+        return reportStartFailure(error);
     }
-    if (error != 0) {
-        close(ends[1]);
-        return complainOfStart(error);
-    }
-    writeFully(ends[1], script); // when gnuplot stops reading, its status tells why
-    close(ends[1]);
+    writeEnd.reset();
+    output = readAll(pipe.get());
     int status = 0;
     while (waitpid(process, &status, 0) < 0 && errno == EINTR) {
     }
@@ -78,10 +130,11 @@ int runGnuplot(const std::string& script)
         return kSignalBase + WTERMSIG(status);
     }
     if (WEXITSTATUS(status) == kNotStarted) {
-        return complainOfStart(ENOENT);
+        return reportStartFailure(ENOENT);
     }
-    if (WEXITSTATUS(status) != 0) {
-        printError("gnuplot could not draw the picture");
+    if (WEXITSTATUS(status) != 0 || output.empty()) {
+        lseek(errors.get(), 0, SEEK_SET);
+        printError("gnuplot could not draw the picture" + reasonIn(readAll(errors.get())));
         return kOutputFailure;
     }
     return kSuccess;

@@ -1,12 +1,14 @@
-// Several welds stand below each other, with a panel for each quantity in a row; one weld alone has its panels
-// below each other, so that what happened at the same time stands in the same place. What a weld came to stands
-// on the right. All welds share their scales, so that they can be compared at a glance; a curve with more samples
-// than the picture has columns is drawn as its mean within the band of its extremes.
+// Several welds are drawn below each other, each with one panel per quantity in a row. The panels of a single weld
+// are drawn below each other on one time axis. The metrics are on the right. All welds have the same scales, so
+// that they can be compared at a glance. A curve with more samples than the picture has columns is drawn as its
+// mean within the band of its extremes. Where samples are missing, the curve is interrupted and the background
+// is shaded.
 
 #include "plot/WeldPlot.h"
 
 #include "catalogue/ConsumableNames.h"
 #include "common/support/HumanReadable.h"
+#include "common/support/Saturating.h"
 
 #include <algorithm>
 #include <array>
@@ -25,24 +27,25 @@ namespace
 
 constexpr std::size_t kColumns = 480;
 constexpr double kWidth = 1400.0; ///< all sizes in pixels
-constexpr double kHead = 40.0;    ///< for the name of the recording
-constexpr double kFoot = 46.0;    ///< for the axis of time
+constexpr double kHead = 40.0;    ///< for the title
+constexpr double kFoot = 46.0;    ///< for the time axis
 constexpr double kTitle = 44.0;   ///< above each weld
 constexpr double kLeft = 60.0;
 constexpr double kTextLeft = 1180.0;
-constexpr double kPanelGap = 56.0; ///< beside each other: the numbers of the next axis
+constexpr double kPanelGap = 56.0; ///< room for the numbers of the next axis
 constexpr double kHeightOfMany = 120.0;
 constexpr double kHeightOfOne = 150.0; ///< of each panel
 constexpr double kGapOfOne = 22.0;
 constexpr double kLineHeight = 16.0;
+constexpr const char* kMissingColour = "#F4D9D9";
 
-/// A quantity, and where it is drawn.
+/// A quantity and its colour.
 struct Curve
 {
     const char* name;
     Member value;
     std::string WeldTraceDataPointDefinition::*unit;
-    const char* colour; ///< of a set that those tell apart who do not see all colours
+    const char* colour; ///< distinguishable with colour blindness
 };
 
 const std::array<Curve, 4> kCurves = {
@@ -67,7 +70,7 @@ std::string formatted(const char* format, Values... values)
     return text;
 }
 
-/// Gnuplot's quotes in which nothing but the quote itself means anything.
+/// In single quotes, where gnuplot gives no character but the quote a meaning.
 std::string quoted(const std::string& text)
 {
     std::string result = "'";
@@ -84,12 +87,14 @@ std::string textAt(const std::string& text, double left, double top, double heig
            formatted(" at screen %.5f,%.5f noenhanced %s\n", left / kWidth, 1.0 - top / height, style);
 }
 
-/// A round number that is not below a value.
+/// \return a round number >= value
 double roundedUp(double value)
 {
+    constexpr double kMaxAxis = 1e300;
     if (!(value > 0.0)) {
         return 1.0;
     }
+    value = std::min(value, kMaxAxis);
     const double magnitude = std::pow(10.0, std::floor(std::log10(value)));
     for (const double step : {1.0, 1.2, 1.5, 2.0, 2.5, 3.0, 4.0, 5.0, 6.0, 8.0}) {
         if (step * magnitude >= value) {
@@ -99,7 +104,7 @@ double roundedUp(double value)
     return 10.0 * magnitude;
 }
 
-/// What a quantity that was measured is in; empty where it was not.
+/// \return the unit of a quantity; empty if it was not measured
 const std::string& unitOf(const std::vector<RecordedWeld>& welds, const Curve& curve)
 {
     static const std::string kNone;
@@ -122,7 +127,7 @@ void addMetric(std::vector<std::string>& lines, const char* name, const Pair& pa
 std::vector<std::string> metricsOf(const RecordedWeld& weld)
 {
     if (!weld.ended) {
-        return {"the recording ends", "before the weld does"};
+        return {"the recording has", "no end of this weld"};
     }
     const Telvane::WeldMetrics& metrics = weld.metrics;
     std::vector<std::string> lines;
@@ -138,12 +143,11 @@ std::vector<std::string> metricsOf(const RecordedWeld& weld)
 
 std::string titleOf(const RecordedWeld& weld)
 {
-    const timespec& start = weld.start.timestamp.time;
     std::string title = "Weld " + std::to_string(weld.start.tag) + "  " +
-                        printMoment(static_cast<Nanoseconds>(start.tv_sec) * kSecond + start.tv_nsec)
-                            .replace(10, 1, " ")
-                            .substr(0, 19) +
-                        " UTC";
+                        printMoment(stampOf(weld.start.timestamp)).replace(10, 1, " ").substr(0, 19) + " UTC";
+    if (!weld.group.empty()) {
+        title += ", " + weld.group;
+    }
     for (const auto& [table, code] : {std::pair<const char*, int>{"process", weld.start.process},
                                       {"wire-type", weld.start.wireType},
                                       {"gas", weld.start.gas}}) {
@@ -151,13 +155,15 @@ std::string titleOf(const RecordedWeld& weld)
             title += ", " + consumableName(*names, code);
         }
     }
-    return title + ", " + std::to_string(weld.samples.size()) + " samples";
+    title += ", " + std::to_string(weld.samples.size()) + " samples";
+    return weld.missing != 0 ? title + ", " + std::to_string(weld.missing) + " missing" : title;
 }
 
 class Plot
 {
 public:
-    Plot(const std::vector<RecordedWeld>& welds, const std::string& path) : m_welds(welds), m_path(path)
+    Plot(const std::vector<RecordedWeld>& welds, const std::string& terminal)
+        : m_welds(welds), m_terminal(terminal)
     {
         for (std::size_t i = 0; i < kCurves.size(); ++i) {
             if (!unitOf(welds, kCurves[i]).empty()) {
@@ -179,9 +185,8 @@ public:
     std::string draw(const std::string& title)
     {
         m_text =
-            "set terminal " + plotTerminal(m_path) +
-            formatted(" size %.0f,%.0f background rgb 'white' font 'DejaVu Sans,10'\n", kWidth, m_height) +
-            "set output " + quoted(m_path) + "\n";
+            "set terminal " + m_terminal +
+            formatted(" size %.0f,%.0f background rgb 'white' font 'DejaVu Sans,10'\n", kWidth, m_height);
         for (std::size_t weld = 0; weld < m_welds.size(); ++weld) {
             for (const std::size_t curve : m_drawn) {
                 addData(weld, curve);
@@ -195,7 +200,7 @@ public:
         for (std::size_t weld = 0; weld < m_welds.size(); ++weld) {
             addWeld(weld);
         }
-        return m_text + "unset multiplot\nunset output\n";
+        return m_text + "unset multiplot\n";
     }
 
 private:
@@ -218,6 +223,7 @@ private:
         }
         m_text += blockName(weld, curve) + " << END\n";
         for (const PlotPoint& point : downsample(m_welds[weld].samples, kCurves[curve].value, kColumns)) {
+            m_text += point.afterGap ? "\n" : "";
             m_text += formatted("%.9g %.6g %.6g %.6g\n", point.time, point.min, point.mean, point.max);
         }
         m_text += "END\n";
@@ -269,6 +275,12 @@ private:
                             "set tmargin at screen %.5f\nset bmargin at screen %.5f\n",
                             panel.left / kWidth, panel.right / kWidth, 1.0 - panel.top / m_height,
                             1.0 - panel.bottom / m_height);
+        int object = 0;
+        for (const PlotRange& gap : gapsIn(m_welds[weld].samples, m_duration / kColumns)) {
+            m_text += formatted("set object %d rect from %.9g,graph 0 to %.9g,graph 1 behind fc rgb '%s' "
+                                "fs solid noborder\n",
+                                ++object, gap.from, gap.to, kMissingColour);
+        }
         m_text += formatted("set yrange [0:%.9g]\nplot ", roundedUp(m_max[curve]));
         const std::string block = blockName(weld, curve);
         if (!hasData(weld, curve)) {
@@ -280,18 +292,47 @@ private:
             }
             m_text += block + " using 1:3 with lines lw 1.3 lc rgb '" + colour + "'";
         }
-        m_text += "\nunset label\n";
+        m_text += "\nunset label\nunset object\n";
     }
 
     const std::vector<RecordedWeld>& m_welds;
-    const std::string& m_path;
-    std::vector<std::size_t> m_drawn; ///< curves that anything was measured of
+    const std::string& m_terminal;
+    std::vector<std::size_t> m_drawn; ///< curves of measured quantities
     std::array<double, kCurves.size()> m_max = {};
     double m_duration = 0.0;
     double m_weldHeight = 0.0;
     double m_height = 0.0;
     std::string m_text;
 };
+
+double spanOf(const std::vector<RecordedWeld::Sample>& samples)
+{
+    return inSeconds(subtractSaturated(samples.back().time, samples.front().time));
+}
+
+/// \return true if samples between these two are missing and the gap is wide enough to be drawn
+bool isGap(const RecordedWeld::Sample& last, const RecordedWeld::Sample& next, double minWidth)
+{
+    return std::int64_t(next.number) - last.number > 1 &&
+           inSeconds(subtractSaturated(next.time, last.time)) >= minWidth;
+}
+
+PlotPoint meanOf(const std::vector<RecordedWeld::Sample>& samples, std::size_t begin, std::size_t end,
+                 Member quantity)
+{
+    PlotPoint point;
+    point.min = samples[begin].point.*quantity;
+    point.max = point.min;
+    const auto count = static_cast<double>(end - begin);
+    for (std::size_t i = begin; i < end; ++i) {
+        const double value = samples[i].point.*quantity;
+        point.time += inSeconds(samples[i].time) / count;
+        point.mean += value / count;
+        point.min = std::min(point.min, value);
+        point.max = std::max(point.max, value);
+    }
+    return point;
+}
 
 bool endsWith(const std::string& text, const std::string& end)
 {
@@ -305,21 +346,40 @@ std::vector<PlotPoint> downsample(const std::vector<RecordedWeld::Sample>& sampl
 {
     std::vector<PlotPoint> points;
     const std::size_t count = std::min(columns, samples.size());
+    const double columnWidth = samples.empty() ? 0.0 : spanOf(samples) / static_cast<double>(columns);
     for (std::size_t column = 0; column < count; ++column) {
-        const std::size_t begin = column * samples.size() / count;
-        const std::size_t end = (column + 1) * samples.size() / count;
-        PlotPoint& point = points.emplace_back();
-        point.min = samples[begin].point.*quantity;
-        point.max = point.min;
-        for (std::size_t i = begin; i < end; ++i) {
-            const double value = samples[i].point.*quantity;
-            point.time += inSeconds(samples[i].time) / static_cast<double>(end - begin);
-            point.mean += value / static_cast<double>(end - begin);
-            point.min = std::min(point.min, value);
-            point.max = std::max(point.max, value);
+        std::size_t begin = column * samples.size() / count;
+        const std::size_t columnEnd = (column + 1) * samples.size() / count;
+        while (begin < columnEnd) {
+            std::size_t end = begin + 1;
+            while (end < columnEnd && !isGap(samples[end - 1], samples[end], columnWidth)) {
+                ++end;
+            }
+            PlotPoint& point = points.emplace_back(meanOf(samples, begin, end, quantity));
+            point.afterGap = begin > 0 && isGap(samples[begin - 1], samples[begin], columnWidth);
+            begin = end;
         }
     }
     return points;
+}
+
+std::vector<PlotRange> gapsIn(const std::vector<RecordedWeld::Sample>& samples, double minWidth)
+{
+    std::vector<PlotRange> gaps;
+    for (std::size_t i = 0; i < samples.size(); ++i) {
+        if (samples[i].number - (i > 0 ? std::int64_t(samples[i - 1].number) : -1) <= 1) {
+            continue;
+        }
+        PlotRange gap = {i > 0 ? inSeconds(samples[i - 1].time) : 0.0, inSeconds(samples[i].time)};
+        const double lacking = std::max(0.0, minWidth - (gap.to - gap.from));
+        gap = {std::max(0.0, gap.from - lacking / 2.0), gap.to + lacking / 2.0};
+        if (!gaps.empty() && gap.from <= gaps.back().to) {
+            gaps.back().to = std::max(gaps.back().to, gap.to);
+        } else {
+            gaps.push_back(gap);
+        }
+    }
+    return gaps;
 }
 
 std::string plotTerminal(const std::string& path)
@@ -330,10 +390,10 @@ std::string plotTerminal(const std::string& path)
     return endsWith(path, ".png") ? "pngcairo" : "";
 }
 
-std::string printPlot(const std::vector<RecordedWeld>& welds, const std::string& path,
+std::string printPlot(const std::vector<RecordedWeld>& welds, const std::string& terminal,
                       const std::string& title)
 {
-    return Plot(welds, path).draw(title);
+    return Plot(welds, terminal).draw(title);
 }
 
 } // namespace TelvaneTool

@@ -6,48 +6,88 @@
 #include <Telvane/WeldRecords.h>
 
 #include <cstdint>
+#include <deque>
 #include <string>
 #include <vector>
 
 namespace TelvaneTool
 {
 
-/// A weld as it stands in a recording.
+/// A weld in a recording.
 struct RecordedWeld
 {
     struct Sample
     {
         Nanoseconds time = 0; ///< since the start of the weld
+        int number = 0;       ///< running number within the weld, from 0
         Telvane::WeldTraceDataPoint point;
     };
 
     Telvane::WeldTriggerStart start;
-    std::vector<Sample> samples;
-    Telvane::WeldMetrics metrics; ///< all without units when the recording ends before the weld does
-    bool ended = false;
+    std::string group;           ///< of a weld converted from CSV; else empty
+    std::vector<Sample> samples; ///< empty if WeldTraces does not keep them
+    std::uint64_t sampleCount = 0;
+    std::uint64_t missing = 0;    ///< samples, by the gaps in their numbers
+    Telvane::WeldMetrics metrics; ///< without units unless \p ended
+    bool ended = false;           ///< the recording has the end of the weld
 };
 
-/// Gathers the welds of a recording.
+/// \return ns since the Unix epoch, or the nearest value in range
+Nanoseconds stampOf(const Telvane::DateTime& stamp);
+
+/// Collects the welds of a recording.
+///
+/// Welds may overlap, and any of their records may be missing. An end belongs to the weld with its tag. A sample
+/// has no tag: it belongs to the weld whose sample numbers, serial numbers and times it continues.
 class WeldTraces
 {
 public:
+    /// \param keepSamples  false to count the samples only
+    explicit WeldTraces(bool keepSamples = true) : m_keepSamples(keepSamples) {}
+
     void add(const RecordedMessage& message);
 
+    /// \return the welds in order of their starts
     const std::vector<RecordedWeld>& welds() const { return m_welds; }
-    /// \return samples from before the first start
+    /// \return number of samples that belong to no weld
     std::uint64_t strays() const { return m_strays; }
-    /// \return records on the channels of welds that are none
-    std::uint64_t unreadable() const { return m_unreadable; }
+    /// \return tags of ends that belong to no weld
+    const std::vector<int>& strayEnds() const { return m_strayEnds; }
+    /// \return number of undecodable records on the channels of welds
+    std::uint64_t undecodable() const { return m_undecodable; }
+    /// \return number of records on the channels of welds that the recorder missed
+    std::uint64_t missed() const { return m_missed; }
 
 private:
+    /// What the next record of a weld is compared with.
+    struct Progress
+    {
+        int number = -1;       ///< of the last sample
+        int serial = 0;        ///< of the last record
+        Nanoseconds stamp = 0; ///< of the last record
+        int firstNumber = -1;  ///< of the first sample
+        Nanoseconds firstStamp = 0;
+        Nanoseconds period = 0; ///< between samples according to the start; 0 if unknown
+
+        Nanoseconds interval() const;
+    };
+    struct Fit;
+
     template <class Record>
     bool read(std::string_view payload, Record& record);
+    void addStart(const Telvane::WeldTriggerStart& start, std::string_view group);
     void addSample(const Telvane::WeldTraceData& trace);
+    void addEnd(const Telvane::WeldTriggerEnd& end);
+    static Fit fitOf(const Progress& progress, const Telvane::WeldTraceData& trace);
 
+    const bool m_keepSamples;
     std::vector<RecordedWeld> m_welds;
-    bool m_welding = false;
+    std::vector<Progress> m_progress; ///< of each weld
+    std::deque<std::size_t> m_open;   ///< welds without an end
     std::uint64_t m_strays = 0;
-    std::uint64_t m_unreadable = 0;
+    std::vector<int> m_strayEnds;
+    std::uint64_t m_undecodable = 0;
+    std::uint64_t m_missed = 0;
 };
 
 } // namespace TelvaneTool

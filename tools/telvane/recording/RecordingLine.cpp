@@ -22,7 +22,13 @@ constexpr const char* kFormatKey = "telvaneRecording";
 constexpr std::string_view kTime = R"({"ns":)";
 constexpr std::string_view kChannel = R"(,"channel":")";
 constexpr std::string_view kSequence = R"(","sequence":)";
+constexpr std::string_view kGroup = R"(,"group":)";
 constexpr std::string_view kPayload = R"(,"payload":)";
+constexpr std::string_view kMissed = R"(","missed":)";
+constexpr std::string_view kMissedFrom = R"(,"from":)";
+constexpr std::string_view kMissedTo = R"(,"to":)";
+/// Times that leave room to add any two of them.
+constexpr Nanoseconds kMaxTime = 4'000'000'000'000'000'000;
 
 bool take(std::string_view& line, std::string_view text)
 {
@@ -79,6 +85,39 @@ bool isWholeObject(std::string_view text)
     return depth == 0 && !inString && !text.empty();
 }
 
+bool isTime(Nanoseconds time)
+{
+    return time >= -kMaxTime && time <= kMaxTime;
+}
+
+/// Takes the optional group, unless it has escaped characters.
+bool takeGroup(std::string_view& line, std::string_view& group)
+{
+    if (!take(line, kGroup)) {
+        return true;
+    }
+    const std::size_t end = line.find_first_of("\"\\", 1);
+    if (end == std::string_view::npos || line[0] != '"' || line[end] != '"') {
+        return false;
+    }
+    group = line.substr(1, end - 1);
+    line.remove_prefix(end + 1);
+    return true;
+}
+
+/// \return the number of an object's key if it is in range
+template <class Number>
+bool numberOf(const cJSON* object, const char* key, double min, Number& number)
+{
+    const cJSON* const item = cJSON_GetObjectItemCaseSensitive(object, key);
+    const double value = cJSON_IsNumber(item) ? item->valuedouble : std::nan("");
+    if (!(value >= min && value <= static_cast<double>(kMaxTime))) {
+        return false;
+    }
+    number = static_cast<Number>(value);
+    return true;
+}
+
 } // namespace
 
 std::string printHeader(const RecordingHeader& header)
@@ -133,20 +172,36 @@ void appendMessage(std::string& text, const RecordedMessage& message)
 {
     text.append(kTime);
     append(text, message.time);
-    text.append(kChannel).append(message.channel).append(kSequence);
+    text.append(kChannel).append(message.channel);
+    if (message.missed != 0) {
+        text.append(kMissed);
+        append(text, message.missed);
+        text.append(kMissedFrom);
+        append(text, message.missedFrom);
+        text.append(kMissedTo);
+        append(text, message.missedTo);
+        text.append("}\n");
+        return;
+    }
+    text.append(kSequence);
     append(text, message.sequence);
+    if (!message.group.empty()) {
+        const JsonTree group(cJSON_CreateString(std::string(message.group).c_str()));
+        text.append(kGroup).append(printJson(group.get()));
+    }
     text.append(kPayload).append(message.payload).append("}\n");
 }
 
 bool RecordingLineReader::read(std::string_view line, RecordedMessage& message)
 {
     std::string_view rest = line;
-    if (take(rest, kTime) && take(rest, message.time) && take(rest, kChannel)) {
+    message = {};
+    if (take(rest, kTime) && take(rest, message.time) && isTime(message.time) && take(rest, kChannel)) {
         const std::size_t end = rest.find_first_of("\"\\");
         message.channel = rest.substr(0, end);
         rest.remove_prefix(message.channel.size());
-        if (take(rest, kSequence) && take(rest, message.sequence) && take(rest, kPayload) && !rest.empty() &&
-            rest.back() == '}') {
+        if (take(rest, kSequence) && take(rest, message.sequence) && takeGroup(rest, message.group) &&
+            take(rest, kPayload) && !rest.empty() && rest.back() == '}') {
             message.payload = rest.substr(0, rest.size() - 1);
             if (isWholeObject(message.payload)) {
                 return true;
@@ -158,20 +213,31 @@ bool RecordingLineReader::read(std::string_view line, RecordedMessage& message)
 
 bool RecordingLineReader::readOtherForm(std::string_view line, RecordedMessage& message)
 {
+    constexpr auto kMinTime = -static_cast<double>(kMaxTime);
     std::string error;
+    message = {};
     const JsonTree tree = parseJson(std::string(line), error);
-    const cJSON* const time = cJSON_GetObjectItemCaseSensitive(tree.get(), "ns");
     const cJSON* const channel = cJSON_GetObjectItemCaseSensitive(tree.get(), "channel");
-    const cJSON* const sequence = cJSON_GetObjectItemCaseSensitive(tree.get(), "sequence");
-    const cJSON* const payload = cJSON_GetObjectItemCaseSensitive(tree.get(), "payload");
-    constexpr double kLatest = 9e18;
-    if (!cJSON_IsNumber(time) || !(std::fabs(time->valuedouble) < kLatest) || !cJSON_IsString(channel) ||
-        !cJSON_IsNumber(sequence) || payload == nullptr) {
+    if (!numberOf(tree.get(), "ns", kMinTime, message.time) || !cJSON_IsString(channel)) {
         return false;
     }
     m_channel = channel->valuestring;
+    message.channel = m_channel;
+    if (numberOf(tree.get(), "missed", 1.0, message.missed)) {
+        return numberOf(tree.get(), "from", kMinTime, message.missedFrom) &&
+               numberOf(tree.get(), "to", kMinTime, message.missedTo);
+    }
+    const cJSON* const sequence = cJSON_GetObjectItemCaseSensitive(tree.get(), "sequence");
+    const cJSON* const group = cJSON_GetObjectItemCaseSensitive(tree.get(), "group");
+    const cJSON* const payload = cJSON_GetObjectItemCaseSensitive(tree.get(), "payload");
+    if (!cJSON_IsNumber(sequence) || payload == nullptr) {
+        return false;
+    }
     m_payload = printJson(payload);
-    message = {static_cast<Nanoseconds>(time->valuedouble), m_channel, sequence->valueint, m_payload};
+    m_group = cJSON_IsString(group) ? group->valuestring : "";
+    message.sequence = sequence->valueint;
+    message.payload = m_payload;
+    message.group = m_group;
     return true;
 }
 

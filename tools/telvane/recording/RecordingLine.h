@@ -4,6 +4,7 @@
 
 #include "common/support/Clock.h"
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -20,13 +21,19 @@ struct RecordingHeader
     int part = 1;                      ///< number of the file within one run, from 1
 };
 
-/// One message as it arrived.
+/// One message as it arrived, or a note that messages were missed.
 struct RecordedMessage
 {
     Nanoseconds time = 0; ///< arrival, ns since RecordingHeader::started, monotonic
     std::string_view channel;
     int sequence = 0;
-    std::string_view payload; ///< JSON text
+    std::string_view payload;    ///< JSON text
+    std::string_view group = {}; ///< of a weld converted from CSV: the value of its --group column
+
+    std::uint64_t missed =
+        0; ///< if not 0: so many messages on \p channel are missing, and there is no payload
+    Nanoseconds missedFrom = 0; ///< they are missing between this time ...
+    Nanoseconds missedTo = 0;   ///< ... and this one, both as \p time
 };
 
 /// \return the line, with its newline
@@ -44,7 +51,7 @@ class RecordingLineReader
 {
 public:
     /// \param[out] message  points into \p line and this reader; valid until the next call
-    /// \return false if the line is not a message
+    /// \return false if the line is neither a message nor a note
     bool read(std::string_view line, RecordedMessage& message);
 
 private:
@@ -52,6 +59,7 @@ private:
 
     std::string m_channel;
     std::string m_payload;
+    std::string m_group;
 };
 
 } // namespace TelvaneTool

@@ -1,22 +1,38 @@
+// Every process that uses the file holds a shared lock on it. The one that gets an exclusive lock is the only
+// one: whatever the file contains is from an earlier run, and is reset.
+
 #include "weld/LatencyTracker.h"
 
-#include "common/bus/BusConnection.h"
 #include "common/cli/Messages.h"
 
 #include <array>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace TelvaneTool
 {
 
-/// All zero, as the file begins, is the state before anything has happened.
+namespace
+{
+
+constexpr std::uint64_t kMark = 0x3152474C564C5400; ///< identifies a ledger
+
+std::string systemError()
+{
+    return std::strerror(errno);
+}
+
+} // namespace
+
+/// All zero except the mark is the initial state.
 struct LatencyTracker::Page
 {
-    /// More than a listener can be behind: the records in between would have to lie in a socket's buffer.
+    /// More than a listener can fall behind: the records in between would have to be in a socket's buffer.
     static constexpr std::size_t kSlots = 65536;
 
     struct Slot
@@ -25,7 +41,9 @@ struct LatencyTracker::Page
         std::atomic<std::int64_t> time;
     };
 
+    std::uint64_t mark;
     std::atomic<std::uint64_t> published;
+    std::atomic<std::uint32_t> publishers;
     std::atomic<std::uint32_t> listening;
     std::atomic<std::uint32_t> finished;
     std::array<Slot, kSlots> slots;
@@ -40,24 +58,70 @@ LatencyTracker::~LatencyTracker()
     if (m_page != nullptr) {
         munmap(m_page, sizeof(Page));
     }
+    if (m_fd >= 0) {
+        close(m_fd);
+    }
 }
 
-bool LatencyTracker::open(const std::string& path)
+bool LatencyTracker::open(const std::string& path, Role role)
 {
-    const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-    void* page = MAP_FAILED;
-    if (fd >= 0 && ftruncate(fd, sizeof(Page)) == 0) {
-        page = mmap(nullptr, sizeof(Page), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    m_fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0600);
+    std::string error = m_fd < 0 ? systemError() : prepare();
+    if (error.empty() && role == Role::Publisher && m_page->publishers.exchange(1) != 0) {
+        error = "it is in use by another run";
     }
+    if (error.empty()) {
+        return true;
+    }
+    printError("cannot use " + path + " as a ledger: " + error);
+    if (m_page != nullptr) {
+        munmap(m_page, sizeof(Page));
+        m_page = nullptr;
+    }
+    return false;
+}
+
+std::string LatencyTracker::prepare()
+{
+    const bool alone = flock(m_fd, LOCK_EX | LOCK_NB) == 0;
+    if (!alone && (errno != EWOULDBLOCK || flock(m_fd, LOCK_SH) != 0)) {
+        return systemError();
+    }
+    struct stat status = {};
+    if (fstat(m_fd, &status) != 0) {
+        return systemError();
+    }
+    std::uint64_t mark = 0;
+    const bool isNew = S_ISREG(status.st_mode) && status.st_size == 0;
+    if (!isNew && (!S_ISREG(status.st_mode) || status.st_size != sizeof(Page) ||
+                   pread(m_fd, &mark, sizeof mark, 0) != sizeof mark || mark != kMark)) {
+        return "the file exists and is not a ledger";
+    }
+    // Truncating first sets everything to zero. Unlike an access through the mapping, allocating reports a full
+    // disk.
+    if (alone) {
+        if (ftruncate(m_fd, 0) != 0) {
+            return systemError();
+        }
+        if (const int result = posix_fallocate(m_fd, 0, sizeof(Page)); result != 0) {
+            return std::strerror(result);
+        }
+        if (pwrite(m_fd, &kMark, sizeof kMark, 0) != sizeof kMark) {
+            return systemError();
+        }
+    }
+    return share();
+}
+
+std::string LatencyTracker::share()
+{
+    void* const page = mmap(nullptr, sizeof(Page), PROT_READ | PROT_WRITE, MAP_SHARED, m_fd, 0);
     if (page == MAP_FAILED) {
-        printError("cannot use " + path + " as a ledger: " + std::strerror(errno));
-    } else {
-        m_page = static_cast<Page*>(page);
+        return systemError();
     }
-    if (fd >= 0) {
-        close(fd);
-    }
-    return m_page != nullptr;
+    m_page = static_cast<Page*>(page);
+    // From exclusive to shared, the lock may pass through another process that resets the still unused page.
+    return flock(m_fd, LOCK_SH) == 0 ? std::string() : systemError();
 }
 
 void LatencyTracker::note(int serial)

@@ -9,37 +9,53 @@
 namespace TelvaneTool
 {
 
-/// A small shared file in which a publisher notes what it published and when, so that a listener in another
-/// process can tell what was lost and how long the way took. It lies beside the bus, not on it: a measure
-/// that travelled with the records would share their fate.
+/// A small file, shared by `telvane weld` and `telvane monitor`, in which the publisher notes what it published
+/// and when. The listener uses it to measure losses and latency. It does not use the bus, so that the measurement
+/// itself cannot be lost.
+///
+/// One publisher and any number of listeners share a file. Either side may open it first. A file that no process
+/// has open is reset, so that no counts of an earlier run remain.
 class LatencyTracker
 {
 public:
+    enum class Role
+    {
+        Publisher,
+        Listener,
+    };
+
     LatencyTracker() = default;
     ~LatencyTracker();
     LatencyTracker(const LatencyTracker&) = delete;
     LatencyTracker& operator=(const LatencyTracker&) = delete;
 
-    /// Opens the file, or makes it: either side may come first.
-    /// \return false after a complaint
-    bool open(const std::string& path);
+    /// Opens or creates the file. Prints the reason if it fails: among others, if the file exists and is not a
+    /// ledger, which leaves it unchanged, or if it has another publisher.
+    bool open(const std::string& path, Role role);
     bool isOpen() const { return m_page != nullptr; }
 
-    /// The publisher, just before it publishes the record of that serial number.
+    /// The publisher: notes the record with this serial number, just before publishing it.
     void note(int serial);
+    /// The publisher: everything is published.
     void finish();
 
-    /// The listener, when it has subscribed.
+    /// The listener: has subscribed.
     void listen();
 
     bool hasListener() const;
     bool finished() const;
     std::uint64_t published() const;
-    /// \return when the record was published, on the monotonic clock, or 0 when that is no longer known
+    /// \return when the record was published, on the monotonic clock; 0 if no longer known
     Nanoseconds published(int serial) const;
 
 private:
     struct Page;
+
+    /// \return an error message; empty if the file can be used
+    std::string prepare();
+    std::string share();
+
+    int m_fd = -1; ///< holds the lock
     Page* m_page = nullptr;
 };
 
