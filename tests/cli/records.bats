@@ -3,13 +3,10 @@
 
 load common
 
-# The number of record classes, from a table that is written by hand.
-classes=$(jq length "$BATS_TEST_DIRNAME/../golden/catalogue.json")
-
 @test "records lists every class with its fields" {
     run "$TELVANE" records
     [ "$status" -eq 0 ]
-    [ "${#lines[@]}" -eq "$classes" ]
+    [ "${#lines[@]}" -eq 84 ]
     [[ $output == *"UnitValuePair "*" Unit, Value"* ]]
 }
 
@@ -35,7 +32,7 @@ classes=$(jq length "$BATS_TEST_DIRNAME/../golden/catalogue.json")
     [ "$(jq -r '."$schema"' <<<"$output")" = "https://json-schema.org/draft/2020-12/schema" ]
     [ "$(jq -r '.required | join(" ")' <<<"$output")" = "timestamp tag lifetimeArcHours metrics messageSerial" ]
     run "$TELVANE" records --schema
-    [ "$(jq '."$defs" | length' <<<"$output")" -eq "$classes" ]
+    [ "$(jq '."$defs" | length' <<<"$output")" -eq 84 ]
 }
 
 @test "records knows no class that there is not" {

@@ -1,0 +1,19 @@
+"""Records and messages of the Telvane bus: for test benches and for looking at welds.
+
+    with telvane.Bus("/run/telvane/bus") as bus:
+        for sample in bus.listen(telvane.WeldTraceData, timeout=5):
+            print(sample.data.amps)
+
+`telvane.aio.Bus` is the same for asyncio, `telvane.read` reads recordings.
+"""
+from . import codes, errors, events, records
+from ._record import Record, record
+from ._version import __version__
+from .bus import Bus, Listener, Subscription
+from .codes import *  # noqa: F401,F403
+from .errors import *  # noqa: F401,F403
+from .events import *  # noqa: F401,F403
+from .records import *  # noqa: F401,F403
+
+__all__ = ["Bus", "Listener", "Record", "Subscription", "__version__", "record"]
+__all__ += codes.__all__ + errors.__all__ + events.__all__ + records.__all__

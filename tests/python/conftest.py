@@ -1,0 +1,47 @@
+"""Fixtures of the package's own tests, which use the package's plugin and look for what each test leaves."""
+from __future__ import annotations
+
+import gc
+import os
+import pathlib
+import threading
+import time
+from typing import Iterator
+
+import pytest
+
+pytest_plugins = ["pytester"]
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
+
+
+def _threads() -> "set[threading.Thread]":
+    return set(threading.enumerate())
+
+
+def _descriptors() -> "set[str]":
+    found = set()
+    for name in os.listdir("/proc/self/fd"):
+        try:
+            found.add(f"{name} {os.readlink(f'/proc/self/fd/{name}')}")
+        except OSError:
+            pass  # the one that lists the directory
+    return found
+
+
+@pytest.fixture(autouse=True)
+def leaves_nothing() -> Iterator[None]:
+    """No thread and no descriptor is left after a test."""
+    threads, descriptors = _threads(), _descriptors()
+    yield
+    deadline = time.monotonic() + 5
+    while (_threads() - threads or _descriptors() - descriptors) and time.monotonic() < deadline:
+        gc.collect()
+        time.sleep(0.01)
+    assert not _threads() - threads
+    assert not _descriptors() - descriptors
+
+
+@pytest.fixture
+def golden() -> pathlib.Path:
+    return ROOT / "tests/golden/records"

@@ -1,0 +1,28 @@
+"""Types and style of the package, its tests and its examples."""
+from __future__ import annotations
+
+import pathlib
+import shutil
+import subprocess
+
+import pytest
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
+
+
+def run(program: str, *arguments: str) -> None:
+    found = shutil.which(program, path="/usr/bin:/usr/local/bin") or shutil.which(program)
+    if found is None:
+        pytest.fail(f"{program} is not installed: apt-get install {program}", pytrace=False)
+    done = subprocess.run([found, *arguments], cwd=ROOT / "python", capture_output=True, text=True)
+    assert done.returncode == 0, done.stdout + done.stderr
+
+
+def test_types_are_complete() -> None:
+    examples = sorted(str(path) for path in (ROOT / "examples").glob("*.py"))
+    run("mypy", "--strict", "telvane", "pytest_telvane.py", *examples)
+
+
+def test_style_is_clean() -> None:
+    examples = sorted(str(path) for path in (ROOT / "examples").glob("*.py"))
+    run("flake8", ".", "../tests/python", "../scripts/update-python", *examples)
