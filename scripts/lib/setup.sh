@@ -1,25 +1,24 @@
 # shellcheck shell=bash
-# What the scripts share: getting the machine ready and building. Sourced, not run.
+# Functions that the scripts share: help texts, packages, builds, test runs. Source this file; do not run it.
 #
-# Everything here may be called again and again: it looks first and does only what is missing. Long output
-# goes to a log file that is shown when the step fails, so that a person and a CI page see one line a step
-# while all goes well and the whole story when it does not.
+# Each function checks what is already done and does only the rest, so calling one twice costs little. Long output
+# goes to a log file, which is printed if the step fails.
 
 telvane_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 
-# The compiler, the build tools and what the library, the tool and the tests are compiled against.
+# The compiler, the build tools, and the libraries that the project is compiled against.
 # docs/dependencies.md gives the reason for each.
 telvane_build_packages=(g++ cmake ninja-build pkg-config libcjson-dev uuid-dev libcli11-dev
     libgtest-dev libgmock-dev python3)
 
-# Clang with what the sanitizers and the fuzzer link; the symboliser of llvm turns the addresses of a finding into
-# names and lines.
-# shellcheck disable=SC2034 # the scripts that source this use it
+# Clang with the sanitizer runtimes and libFuzzer. The symboliser of llvm turns the addresses in a report into
+# function names and lines.
+# shellcheck disable=SC2034 # used by the scripts that source this file
 telvane_clang_packages=(clang libclang-rt-dev llvm)
 
-# The tests of the Python package: pytest, types and style, what reads recordings into tables, and an older Python,
-# PyPy's, with the modules that its pytest lacks.
-# shellcheck disable=SC2034 # the scripts that source this use it
+# The tests of the Python package: pytest, checks of types and style, readers of recordings, and the oldest supported
+# Python (PyPy) with two modules that its pytest needs.
+# shellcheck disable=SC2034 # used by the scripts that source this file
 telvane_python_packages=(python3-pytest python3-pytest-xdist mypy flake8 python3-pandas python3-matplotlib zstd
     pypy3 python3-exceptiongroup python3-tomli)
 
@@ -32,8 +31,24 @@ telvane_fail() {
     exit 1
 }
 
-# telvane_logged <log file> <what it does> <command...>: runs the command without a standard input and with
-# its output in the log; on failure shows the log and ends the script.
+# telvane_help <argument>: prints the comment at the top of the script and exits if the argument is -h or --help.
+telvane_help() {
+    case ${1:-} in
+    -h | --help)
+        sed -n '2,/^set /{/^#/s/^# \{0,1\}//p}' "$0"
+        exit 0
+        ;;
+    esac
+}
+
+# telvane_no_arguments <argument...>: for scripts that take none but --help.
+telvane_no_arguments() {
+    telvane_help "${1:-}"
+    [ "$#" -eq 0 ] || telvane_fail "unknown argument \"$1\"; see scripts/${0##*/} --help"
+}
+
+# telvane_logged <log file> <description> <command...>: runs the command without standard input and writes its output
+# to the log. If the command fails, prints the log and ends the script.
 telvane_logged() {
     local log=$1 what=$2 status=0
     shift 2
@@ -46,7 +61,7 @@ telvane_logged() {
     fi
 }
 
-# telvane_missing_packages <package...>: those that are not installed, one a line.
+# telvane_missing_packages <package...>: prints the packages that are not installed, one per line.
 telvane_missing_packages() {
     local package
     for package in "$@"; do
@@ -56,11 +71,11 @@ telvane_missing_packages() {
     done
 }
 
-# telvane_need_packages <package...>: installs those that are missing, as root or through sudo. Needs the
-# network only when something is missing.
+# telvane_need_packages <package...>: installs the packages that are missing, as root or with sudo. Needs the network
+# only if a package is missing.
 telvane_need_packages() {
     if ! command -v dpkg-query >/dev/null || ! command -v apt-get >/dev/null; then
-        telvane_say "this is not a Debian system, so nothing was installed; needed are (Debian's names): $*"
+        telvane_say "this is not a Debian system; install these packages yourself (Debian's names): $*"
         return 0
     fi
     local missing
@@ -72,34 +87,34 @@ telvane_need_packages() {
     local become=()
     if [ "$(id -u)" -ne 0 ]; then
         if ! command -v sudo >/dev/null; then
-            telvane_fail "these packages are missing and there is no sudo to install them with; as root, run
+            telvane_fail "packages are missing and sudo is not installed; run this as root
   apt-get update && apt-get install --no-install-recommends ${missing[*]}
 and start this script again"
         elif sudo -n true 2>/dev/null; then
             become=(sudo -n)
         elif [ -z "${CI:-}" ] && { : </dev/tty; } 2>/dev/null; then
-            # sudo asks at the terminal, whatever standard input is.
+            # sudo asks for the password on the terminal, not on standard input.
             become=(sudo)
         else
-            telvane_fail "these packages are missing and sudo asks for a password, with nobody here to type it; run
+            telvane_fail "packages are missing and sudo needs a password, but there is no terminal; run
   sudo apt-get update && sudo apt-get install --no-install-recommends ${missing[*]}
 and start this script again"
         fi
     fi
 
-    # A package source that is none of ours may be out of order without harm, so only the installation decides.
-    # Another run of apt (the nightly upgrades, say) is waited for.
+    # A failed update may be caused by an unrelated package source, so only the result of the installation counts.
+    # If another apt is running, such as an automatic upgrade, wait for it.
     local log=$telvane_root/build/packages.log
     # shellcheck disable=SC2016 # the inner shell expands its own variables
     telvane_logged "$log" "installing ${missing[*]}" \
         "${become[@]}" env DEBIAN_FRONTEND=noninteractive sh -c '
             options="-y -o Acquire::Retries=3 -o DPkg::Lock::Timeout=300"
-            apt-get $options update || echo "apt-get update failed, trying with the lists that are here"
+            apt-get $options update || echo "apt-get update failed; trying the package lists on this machine"
             apt-get $options install --no-install-recommends "$@"' sh "${missing[@]}"
 }
 
-# telvane_setup_build [preset [target...]]: installs what building takes, then configures and builds the
-# preset in build/<preset>. Without targets it builds everything.
+# telvane_setup_build [preset [target...]]: installs the build packages, then configures and builds the preset in
+# build/<preset>. Without targets, builds everything.
 telvane_setup_build() {
     local preset=${1:-release} targets=()
     if [ "$#" -gt 1 ]; then
@@ -112,13 +127,13 @@ telvane_setup_build() {
     if [ ! -f "$directory/build.ninja" ]; then
         telvane_logged "$directory/configure.log" "configuring the preset $preset" cmake --preset "$preset"
     fi
-    # The build configures again by itself when a CMake file or the list of sources has changed.
+    # The build reconfigures by itself if a CMake file or the list of sources has changed.
     telvane_logged "$directory/build.log" "building the preset $preset" \
         cmake --build --preset "$preset" --parallel "$(nproc)" "${targets[@]}"
 }
 
-# telvane_each <command> <item...>: runs the command for every item, as many at a time as there are processors, and
-# fails when one of them has failed, after all of them have run.
+# telvane_each <command> <item...>: runs the command for each item, with one process per processor. Runs all of them,
+# then fails if one has failed.
 telvane_each() {
     local command=$1 item failed=0 running=0
     shift
@@ -136,30 +151,35 @@ telvane_each() {
         running=$((running - 1))
     done
     trap - EXIT
-    [ "$failed" -eq 0 ] || telvane_fail "$failed of $# have failed; they are told of above"
+    [ "$failed" -eq 0 ] || telvane_fail "$failed of $# failed; see the messages above"
 }
 
-# telvane_library_tests [part of a name]: the programs that test the library and not the tool, one a line.
+# telvane_library_tests [part of a name]: prints the test programs of the library, without those of the tool, one per
+# line.
 telvane_library_tests() {
     find "$telvane_root/tests" -path "$telvane_root/tests/tool" -prune -o -name "*${1:-}*Test.cpp" -printf '%f\n' |
         sed 's/\.cpp$//' | sort
 }
 
-# telvane_run_test <directory of logs> <command...>: runs a test program, the last word of the command, with its
-# output in a log that is shown when it fails. On a machine that stands still for a second the exchanges of a bus
-# end without an answer, so a test that fails has a second try; what else goes wrong has none.
+# telvane_has_deadline <test program>: succeeds for a program whose tests CTest labels "deadline".
+telvane_has_deadline() {
+    find "$telvane_root/tests" -name "$1.cpp" -exec grep -qE 'EventClient|ClientOfRawServer' {} +
+}
+
+# telvane_run_test <log directory> <command...>: runs a test program, the last word of the command, and prints its log
+# if it fails. A program with a deadline gets a second try, which is reported; see telvane_ctest.
 telvane_run_test() {
-    local logs=$1 begin=$SECONDS status=0
+    local logs=$1 begin=$SECONDS status=0 tries=
     shift
     local name=${*: -1}
     name=${name##*/}
     local log=$logs/$name.log
     mkdir -p "$logs"
     "$@" >"$log" 2>&1 </dev/null || status=$?
-    if [ "$status" -eq 1 ]; then
-        telvane_say "$name: failed, which is told of in $log.first; a second try ..."
+    if [ "$status" -eq 1 ] && telvane_has_deadline "$name"; then
+        telvane_say "$name: failed, see $log.first; repeating it once ..."
         mv "$log" "$log.first"
-        status=0
+        status=0 tries=" on the second try"
         "$@" >"$log" 2>&1 </dev/null || status=$?
     fi
     if [ "$status" -ne 0 ]; then
@@ -167,5 +187,44 @@ telvane_run_test() {
         telvane_say "$name: FAILED with exit code $status ($((SECONDS - begin)) s); the output above is kept in $log"
         return 1
     fi
-    telvane_say "$name: passed ($((SECONDS - begin)) s)"
+    telvane_say "$name: passed$tries ($((SECONDS - begin)) s)"
+}
+
+# telvane_ctest <preset> <command prefix...> -- <ctest option...>: runs the tests in random order, several at a time.
+#
+# With TELVANE_REPEAT_DEADLINES=1, repeats failed tests once if they have the label "deadline", and prints how many. An
+# exchange on the bus fails after one second without an answer, so a machine that stalls for a second fails a correct
+# test. Any other failure is final.
+telvane_ctest() {
+    local preset=$1 prefix=()
+    shift
+    while [ "$1" != -- ]; do
+        prefix+=("$1")
+        shift
+    done
+    shift
+    local status=0 failed count
+    "${prefix[@]}" ctest --preset "$preset" --schedule-random --no-tests=error "$@" </dev/null || status=$?
+    if [ -z "${TELVANE_REPEAT_DEADLINES:-}" ]; then
+        return "$status"
+    fi
+    if [ "$status" -eq 0 ]; then
+        telvane_say "0 tests repeated"
+        return 0
+    fi
+    failed=$(ctest --preset "$preset" --rerun-failed -N "$@")
+    count=$(sed -n 's/^Total Tests: //p' <<<"$failed")
+    if [ "${count:-0}" -eq 0 ]; then
+        return "$status" # ctest itself failed
+    fi
+    if [ "$(ctest --preset "$preset" --rerun-failed -N -L '^deadline$' "$@" | sed -n 's/^Total Tests: //p')" != "$count" ]; then
+        telvane_say "0 tests repeated: not all of the $count failed tests have a deadline"
+        return "$status"
+    fi
+    telvane_say "repeating $count tests with a deadline:"
+    sed -n 's/^ *Test *#[0-9]*: /  /p' <<<"$failed" >&2
+    status=0
+    "${prefix[@]}" ctest --preset "$preset" --rerun-failed "$@" </dev/null || status=$?
+    telvane_say "$count tests repeated"
+    return "$status"
 }

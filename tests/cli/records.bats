@@ -3,10 +3,13 @@
 
 load common
 
+# The number of record classes, from a table that is written by hand.
+classes=$(jq length "$BATS_TEST_DIRNAME/../golden/catalogue.json")
+
 @test "records lists every class with its fields" {
     run "$TELVANE" records
     [ "$status" -eq 0 ]
-    [ "${#lines[@]}" -eq 84 ]
+    [ "${#lines[@]}" -eq "$classes" ]
     [[ $output == *"UnitValuePair "*" Unit, Value"* ]]
 }
 
@@ -32,7 +35,7 @@ load common
     [ "$(jq -r '."$schema"' <<<"$output")" = "https://json-schema.org/draft/2020-12/schema" ]
     [ "$(jq -r '.required | join(" ")' <<<"$output")" = "timestamp tag lifetimeArcHours metrics messageSerial" ]
     run "$TELVANE" records --schema
-    [ "$(jq '."$defs" | length' <<<"$output")" -eq 84 ]
+    [ "$(jq '."$defs" | length' <<<"$output")" -eq "$classes" ]
 }
 
 @test "records knows no class that there is not" {

@@ -7,6 +7,7 @@
 // exactly its one content.
 
 #include "helpers/ProcessTestSupport.h"
+#include "helpers/ThreadTestSupport.h"
 
 #include <Telvane/DynamicFileInterface.h>
 
@@ -15,9 +16,7 @@
 #include <array>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <functional>
-#include <iterator>
 #include <memory>
 #include <set>
 #include <string>
@@ -43,15 +42,6 @@ inline std::set<pid_t> threadIds()
         ids.insert(std::stoi(entry.path().filename()));
     }
     return ids;
-}
-
-/// \return true when the thread \p id of this process is blocked or has ended
-inline bool isAsleep(pid_t id)
-{
-    std::ifstream file("/proc/self/task/" + std::to_string(id) + "/stat");
-    const std::string line((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-    const std::size_t nameEnd = line.rfind(") ");
-    return nameEnd == std::string::npos || line[nameEnd + 2] == 'S';
 }
 
 /// A thread that was joined can still be listed for a moment.

@@ -6,14 +6,27 @@
 
 #include <condition_variable>
 #include <deque>
+#include <fstream>
+#include <iterator>
 #include <mutex>
 #include <stdexcept>
+#include <string>
+#include <sys/types.h>
 #include <thread>
 #include <utility>
 #include <vector>
 
 namespace Telvane::Testing
 {
+
+/// \return true when the thread \p id of this process is blocked or has ended
+inline bool isAsleep(pid_t id)
+{
+    std::ifstream file("/proc/self/task/" + std::to_string(id) + "/stat");
+    const std::string line((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    const std::size_t nameEnd = line.rfind(") ");
+    return nameEnd == std::string::npos || line[nameEnd + 2] == 'S';
+}
 
 /// Hands values from the thread where something happens to the test that waits for it.
 template <class Value>

@@ -227,17 +227,21 @@ TEST_F(DynamicFileClose, IsCleanAtAnyPointOfABusyListener)
     const auto threads = runningThreads();
     {
         std::minstd_rand random;
+        std::atomic<unsigned> parts{0};
         const HastyReader one(m_path);
         const HastyReader another(m_path);
-        DynamicFileInterface file(m_path, [](int fd) {
+        DynamicFileInterface file(m_path, [&parts](int fd) {
             for (int part = 0; part < 20; ++part) {
                 writeText(fd, "content ");
+                ++parts;
             }
         });
         const StreamCapture output(STDOUT_FILENO);
         for (int round = 0; round < 300; ++round) {
             EXPECT_EQ(file.Open(), 0);
-            std::this_thread::sleep_for(std::chrono::microseconds(random() % 2000));
+            // Sometimes before the first reader, sometimes within a content, sometimes after several.
+            const unsigned enough = parts + static_cast<unsigned>(random() % 50);
+            EXPECT_TRUE(eventually([&] { return parts >= enough; }));
             EXPECT_EQ(file.Close(), 0);
         }
     }

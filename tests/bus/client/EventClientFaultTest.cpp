@@ -280,9 +280,11 @@ protected:
         const GateOpener shutDownOpener(mayShutDown);
         Mailbox<bool> told;
         Mailbox<int> outcome;
+        Mailbox<pid_t> calling; // the two threads, each just before it disconnects
         client.install_OnConnectionLost([&](EventClient& lost) {
             told.put(true);
             mayCall.pass();
+            calling.put(::gettid());
             outcome.put(lost.Disconnect());
         });
         connect();
@@ -292,6 +294,7 @@ protected:
         peer.close();
         told.take();
         const auto byApplication = [&] {
+            calling.put(::gettid());
             return client.Disconnect();
         };
         std::future<int> own;
@@ -304,7 +307,9 @@ protected:
             EXPECT_TRUE(held.awaitFailures(1));
             own = begin(byApplication);
         }
-        std::this_thread::sleep_for(kGlance); // for the other to come as far as it gets
+        calling.take();
+        const pid_t second = calling.take();
+        EXPECT_TRUE(eventually([second] { return isAsleep(second); })); // waits for the first
         mayShutDown.open();
         const int ownResult = own.get();
         const int otherResult = outcome.take();
