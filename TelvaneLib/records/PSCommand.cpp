@@ -16,10 +16,6 @@
 namespace Telvane
 {
 
-TELVANE_DEFINE_RECORD(PSCommandBase)
-TELVANE_DEFINE_DERIVED_RECORD(PSCommand, PSCommandBase)
-TELVANE_DEFINE_DERIVED_RECORD(PSProgramCommand, PSCommandBase)
-
 namespace
 {
 

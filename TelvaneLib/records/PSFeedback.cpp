@@ -8,9 +8,6 @@
 namespace Telvane
 {
 
-TELVANE_DEFINE_RECORD(PSFeedbackBase)
-TELVANE_DEFINE_DERIVED_RECORD(PSFeedback, PSFeedbackBase)
-
 PSFeedback::PSFeedback()
 {
     Initialize();

@@ -5,9 +5,6 @@
 namespace Telvane
 {
 
-TELVANE_DEFINE_RECORD(PSMemorySlotBase)
-TELVANE_DEFINE_DERIVED_RECORD(PSMemorySlot, PSMemorySlotBase)
-
 PSMemorySlot::PSMemorySlot()
 {
     mPrograms.resize(8);

@@ -1,4 +1,5 @@
-// These records are nothing but their lists of fields, which stand in the header.
+// FlagType is the only class that records hold in fixed-size arrays. The base includes no record, so its array
+// reader is instantiated here.
 
 #include <Telvane/PSPrimitives.h>
 
@@ -6,13 +7,6 @@
 
 namespace Telvane
 {
-
-TELVANE_DEFINE_RECORD(ValueType)
-TELVANE_DEFINE_RECORD(FlagType)
-TELVANE_DEFINE_RECORD(ValueLabelType)
-TELVANE_DEFINE_RECORD(FlagLabelType)
-TELVANE_DEFINE_RECORD(ProgramType)
-TELVANE_DEFINE_RECORD(PSFunctionRequest)
 
 TELVANE_DEFINE_ARRAY_READER(FlagType)
 

@@ -7,9 +7,6 @@
 namespace Telvane
 {
 
-TELVANE_DEFINE_RECORD(PSWeldCommandBase)
-TELVANE_DEFINE_DERIVED_RECORD(PSWeldCommand, PSWeldCommandBase)
-
 PSWeldCommand::PSWeldCommand()
 {
     mLabel = "PSWeldCommand";

@@ -1,5 +1,5 @@
-// These records are nothing but their lists of fields, which stand in the header. The names of the menu lines
-// are shown to operators and compared by peers, so their spellings stay as they are.
+// The names of the menu lines are shown to operators and compared by other programs, so their spelling must
+// not change.
 
 #include <Telvane/PanelRecords.h>
 
@@ -8,16 +8,6 @@
 
 namespace Telvane
 {
-
-TELVANE_DEFINE_RECORD(SystemLedStatus)
-TELVANE_DEFINE_RECORD(TelvaneLedStatus)
-TELVANE_DEFINE_RECORD(LedSettings)
-TELVANE_DEFINE_RECORD(FerroluxLedFlags)
-TELVANE_DEFINE_RECORD(TorchDisable)
-TELVANE_DEFINE_RECORD(LtdTorchConfiguration)
-TELVANE_DEFINE_RECORD(LtdTorchButtonRequest)
-TELVANE_DEFINE_RECORD(SystemLockMemoryState)
-TELVANE_DEFINE_RECORD(UIMenuStatus)
 
 std::string GetUIMenuStatusStringType(int code)
 {

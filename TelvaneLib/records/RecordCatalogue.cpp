@@ -1,5 +1,5 @@
-// The list of all record classes. A class that is missing here cannot be named by the tool, so the tests hold
-// this list against an independent one.
+// The list of all record classes. Each line defines what TELVANE_RECORD declares in the class, and enters the
+// class into the catalogue. Tests compare this list with an independent one, so a missing line is found.
 
 #include <Telvane/RecordCatalogue.h>
 
@@ -22,8 +22,104 @@
 #include <cstring>
 #include <type_traits>
 
+#define TELVANE_CATALOGUE(RECORD, DERIVED_RECORD)                                                            \
+    /* Weld data */                                                                                          \
+    RECORD(WeldTriggerStart)                                                                                 \
+    RECORD(WeldTriggerEnd)                                                                                   \
+    RECORD(WeldMetrics)                                                                                      \
+    RECORD(WeldTraceDataPoint)                                                                               \
+    RECORD(WeldTraceDataPointDefinition)                                                                     \
+    RECORD(WeldTraceData)                                                                                    \
+    RECORD(UnitValuePair)                                                                                    \
+    RECORD(UnitValueDoublePair)                                                                              \
+    RECORD(MachineSettings)                                                                                  \
+    RECORD(TelvaneDataConfirmation)                                                                          \
+    RECORD(TelvaneDataFullStatus)                                                                            \
+    RECORD(DataStatus)                                                                                       \
+    RECORD(LogData)                                                                                          \
+    /* Device identity, capabilities and settings */                                                         \
+    RECORD(DeviceIdentity)                                                                                   \
+    RECORD(DeviceCapabilities)                                                                               \
+    RECORD(DeviceSettings)                                                                                   \
+    RECORD(HALInfo)                                                                                          \
+    RECORD(HALStatus)                                                                                        \
+    RECORD(PowerSourceConnection)                                                                            \
+    RECORD(ProcessSettings)                                                                                  \
+    RECORD(SystemHealth)                                                                                     \
+    RECORD(PowerDownStatus)                                                                                  \
+    RECORD(AdminAccessSettings)                                                                              \
+    RECORD(MessageSerialType)                                                                                \
+    RECORD(TelvaneError)                                                                                     \
+    RECORD(ApiErrorMessage)                                                                                  \
+    /* Memory slots and weld programs */                                                                     \
+    RECORD(WeldProcessLibraryRequest)                                                                        \
+    RECORD(WeldProcessLibraryReport)                                                                         \
+    RECORD(GetMemorySlotSettingsRequest)                                                                     \
+    RECORD(MemorySlotDownloadSummary)                                                                        \
+    RECORD(MemorySlotFleetManagementDownloadSettings)                                                        \
+    RECORD(SetMemorySlotSettingsWeldControlRequest)                                                          \
+    RECORD(MemorySlotSettingsReport)                                                                         \
+    RECORD(MemorySlotSettingsWeldControlReply)                                                               \
+    RECORD(MemorySlotSettingsGlobal)                                                                         \
+    RECORD(MemorySlotLimitsEnable)                                                                           \
+    /* Lights, torches and user interface */                                                                 \
+    RECORD(SystemLedStatus)                                                                                  \
+    RECORD(TelvaneLedStatus)                                                                                 \
+    RECORD(LedSettings)                                                                                      \
+    RECORD(FerroluxLedFlags)                                                                                 \
+    RECORD(TorchDisable)                                                                                     \
+    RECORD(LtdTorchConfiguration)                                                                            \
+    RECORD(LtdTorchButtonRequest)                                                                            \
+    RECORD(SystemLockMemoryState)                                                                            \
+    RECORD(UIMenuStatus)                                                                                     \
+    /* Network, time, files, firmware and configuration */                                                   \
+    RECORD(NetworkInfo)                                                                                      \
+    RECORD(TimeSyncType)                                                                                     \
+    RECORD(TimeType)                                                                                         \
+    RECORD(USBDetection)                                                                                     \
+    RECORD(FileInfoType)                                                                                     \
+    RECORD(ErrorLogType)                                                                                     \
+    RECORD(IncomingCommands)                                                                                 \
+    RECORD(CarrierFileInfo)                                                                                  \
+    RECORD(CarrierInfo)                                                                                      \
+    RECORD(CanTelvaneUpdateCode)                                                                             \
+    RECORD(FirmwareUpdateStart)                                                                              \
+    RECORD(FirmwareUpdateEnd)                                                                                \
+    RECORD(PostConfig)                                                                                       \
+    RECORD(ConfigRequest)                                                                                    \
+    RECORD(ConfigReply)                                                                                      \
+    RECORD(SocketInfo)                                                                                       \
+    RECORD(SocketConnectionStatus)                                                                           \
+    /* Real-time module */                                                                                   \
+    RECORD(RtaModuleOutBoundData)                                                                            \
+    RECORD(RtaModuleInBoundData)                                                                             \
+    RECORD(RtaModuleData)                                                                                    \
+    RECORD(RtaModuleDataRequest)                                                                             \
+    /* Power-source primitives */                                                                            \
+    RECORD(ValueType)                                                                                        \
+    RECORD(FlagType)                                                                                         \
+    RECORD(ValueLabelType)                                                                                   \
+    RECORD(FlagLabelType)                                                                                    \
+    RECORD(ProgramType)                                                                                      \
+    RECORD(PSFunctionRequest)                                                                                \
+    /* Power-source commands, feedback and memory slots */                                                   \
+    RECORD(PSCommandBase)                                                                                    \
+    DERIVED_RECORD(PSCommand, PSCommandBase)                                                                 \
+    DERIVED_RECORD(PSProgramCommand, PSCommandBase)                                                          \
+    RECORD(PSWeldCommandBase)                                                                                \
+    DERIVED_RECORD(PSWeldCommand, PSWeldCommandBase)                                                         \
+    RECORD(PSFeedbackBase)                                                                                   \
+    DERIVED_RECORD(PSFeedback, PSFeedbackBase)                                                               \
+    RECORD(PSMemorySlotBase)                                                                                 \
+    DERIVED_RECORD(PSMemorySlot, PSMemorySlotBase)                                                           \
+    RECORD(AutomationStatus)                                                                                 \
+    /* Requests */                                                                                           \
+    RECORD(RequestType)
+
 namespace Telvane
 {
+
+TELVANE_CATALOGUE(TELVANE_DEFINE_RECORD, TELVANE_DEFINE_DERIVED_RECORD)
 
 namespace
 {
@@ -39,102 +135,11 @@ RecordClass entry(const char* name, const char* base)
 
 std::vector<RecordClass> makeCatalogue()
 {
-#define TELVANE_ENTRY(Class) entry<Class>(#Class, "TelvaneDataTypeBase")
-#define TELVANE_DERIVED_ENTRY(Class, Base) entry<Class, Base>(#Class, #Base)
+#define TELVANE_ENTRY(Class) entry<Class>(#Class, "TelvaneDataTypeBase"),
+#define TELVANE_DERIVED_ENTRY(Class, Base) entry<Class, Base>(#Class, #Base),
     std::vector<RecordClass> classes = {
-        // Weld data
-        TELVANE_ENTRY(WeldTriggerStart),
-        TELVANE_ENTRY(WeldTriggerEnd),
-        TELVANE_ENTRY(WeldMetrics),
-        TELVANE_ENTRY(WeldTraceDataPoint),
-        TELVANE_ENTRY(WeldTraceDataPointDefinition),
-        TELVANE_ENTRY(WeldTraceData),
-        TELVANE_ENTRY(UnitValuePair),
-        TELVANE_ENTRY(UnitValueDoublePair),
-        TELVANE_ENTRY(MachineSettings),
-        TELVANE_ENTRY(TelvaneDataConfirmation),
-        TELVANE_ENTRY(TelvaneDataFullStatus),
-        TELVANE_ENTRY(DataStatus),
-        TELVANE_ENTRY(LogData),
-        // Device identity, capabilities and settings
-        TELVANE_ENTRY(DeviceIdentity),
-        TELVANE_ENTRY(DeviceCapabilities),
-        TELVANE_ENTRY(DeviceSettings),
-        TELVANE_ENTRY(HALInfo),
-        TELVANE_ENTRY(HALStatus),
-        TELVANE_ENTRY(PowerSourceConnection),
-        TELVANE_ENTRY(ProcessSettings),
-        TELVANE_ENTRY(SystemHealth),
-        TELVANE_ENTRY(PowerDownStatus),
-        TELVANE_ENTRY(AdminAccessSettings),
-        TELVANE_ENTRY(MessageSerialType),
-        TELVANE_ENTRY(TelvaneError),
-        TELVANE_ENTRY(ApiErrorMessage),
-        // Memory slots and weld programs
-        TELVANE_ENTRY(WeldProcessLibraryRequest),
-        TELVANE_ENTRY(WeldProcessLibraryReport),
-        TELVANE_ENTRY(GetMemorySlotSettingsRequest),
-        TELVANE_ENTRY(MemorySlotDownloadSummary),
-        TELVANE_ENTRY(MemorySlotFleetManagementDownloadSettings),
-        TELVANE_ENTRY(SetMemorySlotSettingsWeldControlRequest),
-        TELVANE_ENTRY(MemorySlotSettingsReport),
-        TELVANE_ENTRY(MemorySlotSettingsWeldControlReply),
-        TELVANE_ENTRY(MemorySlotSettingsGlobal),
-        TELVANE_ENTRY(MemorySlotLimitsEnable),
-        // Lights, torches and user interface
-        TELVANE_ENTRY(SystemLedStatus),
-        TELVANE_ENTRY(TelvaneLedStatus),
-        TELVANE_ENTRY(LedSettings),
-        TELVANE_ENTRY(FerroluxLedFlags),
-        TELVANE_ENTRY(TorchDisable),
-        TELVANE_ENTRY(LtdTorchConfiguration),
-        TELVANE_ENTRY(LtdTorchButtonRequest),
-        TELVANE_ENTRY(SystemLockMemoryState),
-        TELVANE_ENTRY(UIMenuStatus),
-        // Network, time, files, firmware and configuration
-        TELVANE_ENTRY(NetworkInfo),
-        TELVANE_ENTRY(TimeSyncType),
-        TELVANE_ENTRY(TimeType),
-        TELVANE_ENTRY(USBDetection),
-        TELVANE_ENTRY(FileInfoType),
-        TELVANE_ENTRY(ErrorLogType),
-        TELVANE_ENTRY(IncomingCommands),
-        TELVANE_ENTRY(CarrierFileInfo),
-        TELVANE_ENTRY(CarrierInfo),
-        TELVANE_ENTRY(CanTelvaneUpdateCode),
-        TELVANE_ENTRY(FirmwareUpdateStart),
-        TELVANE_ENTRY(FirmwareUpdateEnd),
-        TELVANE_ENTRY(PostConfig),
-        TELVANE_ENTRY(ConfigRequest),
-        TELVANE_ENTRY(ConfigReply),
-        TELVANE_ENTRY(SocketInfo),
-        TELVANE_ENTRY(SocketConnectionStatus),
-        // Real-time module
-        TELVANE_ENTRY(RtaModuleOutBoundData),
-        TELVANE_ENTRY(RtaModuleInBoundData),
-        TELVANE_ENTRY(RtaModuleData),
-        TELVANE_ENTRY(RtaModuleDataRequest),
-        // Power-source primitives
-        TELVANE_ENTRY(ValueType),
-        TELVANE_ENTRY(FlagType),
-        TELVANE_ENTRY(ValueLabelType),
-        TELVANE_ENTRY(FlagLabelType),
-        TELVANE_ENTRY(ProgramType),
-        TELVANE_ENTRY(PSFunctionRequest),
-        // Power-source commands, feedback and memory slots
-        TELVANE_ENTRY(PSCommandBase),
-        TELVANE_DERIVED_ENTRY(PSCommand, PSCommandBase),
-        TELVANE_DERIVED_ENTRY(PSProgramCommand, PSCommandBase),
-        TELVANE_ENTRY(PSWeldCommandBase),
-        TELVANE_DERIVED_ENTRY(PSWeldCommand, PSWeldCommandBase),
-        TELVANE_ENTRY(PSFeedbackBase),
-        TELVANE_DERIVED_ENTRY(PSFeedback, PSFeedbackBase),
-        TELVANE_ENTRY(PSMemorySlotBase),
-        TELVANE_DERIVED_ENTRY(PSMemorySlot, PSMemorySlotBase),
-        TELVANE_ENTRY(AutomationStatus),
-        // Time and requests
-        TELVANE_ENTRY(DateTime),
-        TELVANE_ENTRY(RequestType),
+        TELVANE_CATALOGUE(TELVANE_ENTRY, TELVANE_DERIVED_ENTRY)
+            TELVANE_ENTRY(DateTime) // has its own JSON form, defined in DateTime.cpp
     };
 #undef TELVANE_ENTRY
 #undef TELVANE_DERIVED_ENTRY
