@@ -75,10 +75,10 @@ std::vector<std::string> catalogueNames()
     return names;
 }
 
-TEST(RecordCatalogue, HasEightyFourClasses)
+TEST(RecordCatalogue, HasNoFewerClassesThanTheFirstVersion)
 {
-    EXPECT_EQ(goldenCatalogue().size(), 84U);
-    EXPECT_EQ(RecordCatalogue::classes().size(), 84U);
+    EXPECT_GE(goldenCatalogue().size(), 84U);
+    EXPECT_EQ(RecordCatalogue::classes().size(), goldenCatalogue().size());
 }
 
 TEST(RecordCatalogue, HasEveryClassOfTheTableAndNoOther)
