@@ -87,6 +87,57 @@ def record_seeds(catalogue):
     return seeds
 
 
+EDGE_NUMBERS = (0.1, 1 / 3, -0.0, 1e15, 1e16, 999999999999999.9, 1e-5, 9.9999e-5, 123456.789, 2.0**53, 5e-324,
+                1.7976931348623157e308, float("inf"), float("nan"), -2.5e-300, 4.35)
+EDGE_TEXTS = (b"", b'"\\/\b\f\n\r\t', bytes(range(1, 128)), bytes(range(128, 256)), b"a\0b", b"x" * 20)
+
+
+class PublicationValues:
+    """Values of a record's fields as PublicationFuzz.cpp takes them."""
+
+    def __init__(self, catalogue, texts=(b"channel",), numbers=None):
+        self.catalogue, self.texts, self.numbers, self.count = catalogue, texts, numbers, 0
+
+    def text(self, value=None):
+        self.count += 1
+        data = self.texts[self.count % len(self.texts)] if value is None else value.encode("utf-8")
+        return struct.pack("<H", len(data)) + data[:256]
+
+    def field(self, field, value):
+        kind = field["kind"]
+        if kind in ("Record", "RecordArray", "RecordVector"):
+            elements = value if isinstance(value, list) else [value]
+            size = bytes([len(elements)]) if kind == "RecordVector" else b""
+            return size + b"".join(self.record(field["class"], element) for element in elements)
+        if kind == "Text":
+            return self.text(value if self.numbers is None else None)
+        if kind == "Number":
+            self.count += 1
+            return struct.pack("<d", self.numbers[self.count % len(self.numbers)] if self.numbers else value)
+        values = value if isinstance(value, list) else [value]
+        return b"".join(struct.pack("?" if "Flag" in kind else "<i", one) for one in values)
+
+    def record(self, name, value):
+        if name == "DateTime":
+            return struct.pack("<qi", 1700000000, 123456789) + struct.pack("<i", -1) + self.text("")
+        fields = b"".join(self.field(field, value[field["key"]]) for field in self.catalogue.fields(name))
+        return fields + struct.pack("<i", value.get("_sequence_tag", -1)) + self.text(value.get("_id", ""))
+
+
+def publication_seeds(catalogue):
+    """A filled record of each class, and the same with the edges of numbers and texts."""
+    seeds = {}
+    for index, name in enumerate(catalogue.names):
+        record = catalogue.filled(name)
+        plain = PublicationValues(catalogue)
+        edges = PublicationValues(catalogue, EDGE_TEXTS, EDGE_NUMBERS)
+        seeds[name] = bytes([index]) + plain.text(name) + plain.record(name, record)
+        seeds[name + "-edges"] = bytes([index]) + edges.text() + edges.record(name, record)
+    long_text = struct.pack("<H", 16300) + b'"x' * 128
+    seeds["longest"] = bytes([catalogue.names.index("LogData")]) + long_text + long_text
+    return seeds
+
+
 def server_seeds(catalogue):
     weld = message("weld", catalogue.filled("UnitValueDoublePair"))
     nested = b'{"header":"weld","payload":' + b"[" * 990 + b"]" * 990 + b"}"
@@ -217,6 +268,7 @@ def all_files():
     catalogue = Catalogue()
     seeds = {"Record": record_seeds(catalogue), "ServerPacket": server_seeds(catalogue),
              "ClientDispatch": client_seeds(catalogue), "DateTime": time_seeds(), "NumberText": number_seeds(),
+             "Publication": publication_seeds(catalogue),
              "ToolRecord": tool_record_seeds(catalogue), "ToolRecording": tool_recording_seeds()}
     files = {HERE / "records.dict": dictionary(catalogue)}
     for target, contents in seeds.items():

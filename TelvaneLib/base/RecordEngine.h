@@ -1,13 +1,15 @@
 #pragma once
 
-// Writes, reads and rewrites records by their lists of fields.
+// Writes and reads records by their lists of fields.
 
 #include <Telvane/RecordTable.h>
 
 namespace Telvane
 {
 
-// One address each: a member with such a key is known by it.
+class JsonScanner;
+class JsonWriter;
+
 inline constexpr char kIdKey[] = "_id";
 inline constexpr char kSequenceTagKey[] = "_sequence_tag";
 
@@ -17,22 +19,38 @@ class RecordEngine
 {
 public:
     static bool write(TelvaneDataTypeBase& record, const RecordTable& table, cJSON* output);
-    /// \param output the object that an earlier record of the class was written to
-    static bool rewrite(TelvaneDataTypeBase& record, const RecordTable& table, cJSON* output);
     static bool read(TelvaneDataTypeBase& record, const RecordTable& table, cJSON* input);
+    /// Writes a record as text. With what write() makes of it the JSON library prints the same.
+    /// \param depth objects and arrays around it
+    /// \return whether every field could be written; without memory \p output has failed
+    static bool print(TelvaneDataTypeBase& record, JsonWriter& output, int depth);
+    /// Reads a record from text, as read() does from its tree. Reports nothing.
+    /// \return false when the text has to be parsed, for whatever reason; \p record may then be changed partly
+    static bool scan(TelvaneDataTypeBase& record, JsonScanner& input, int depth);
     static bool readNested(cJSON* item, TelvaneDataTypeBase& target);
 
 private:
     static bool writeField(TelvaneDataTypeBase& record, const RecordField& field, cJSON* output);
     static bool writeArray(TelvaneDataTypeBase& record, const RecordField& field, cJSON* output);
     static bool writeBaseMembers(const TelvaneDataTypeBase& record, cJSON* output);
-    static bool writeSequenceTag(const TelvaneDataTypeBase& record, cJSON* output);
 
-    static bool rewriteField(TelvaneDataTypeBase& record, const RecordField& field, cJSON& item,
-                             cJSON* output);
-    static bool rewriteNested(TelvaneDataTypeBase& record, const RecordField& field, cJSON& item,
-                              cJSON* output);
-    static void rewriteArray(TelvaneDataTypeBase& record, const RecordField& field, cJSON& array);
+    static bool printFields(TelvaneDataTypeBase& record, const RecordTable& table, JsonWriter& output,
+                            int depth);
+    static bool printField(TelvaneDataTypeBase& record, const RecordField& field, JsonWriter& output,
+                           int depth);
+    static bool printArray(TelvaneDataTypeBase& record, const RecordField& field, JsonWriter& output,
+                           int depth);
+
+    static bool printElement(TelvaneDataTypeBase& element, JsonWriter& output, int depth);
+
+    static bool scanFields(TelvaneDataTypeBase& record, const RecordTable& table, JsonScanner& input,
+                           int depth);
+    static bool scanField(TelvaneDataTypeBase& record, const RecordField& field, JsonScanner& input,
+                          int depth);
+    static bool scanElement(TelvaneDataTypeBase& record, const RecordField& field, std::size_t index,
+                            JsonScanner& input, int depth);
+    static bool scanArray(TelvaneDataTypeBase& record, const RecordField& field, JsonScanner& input,
+                          int depth);
 
     static bool readField(TelvaneDataTypeBase& record, const RecordField& field, cJSON* item,
                           const cJSON* input);

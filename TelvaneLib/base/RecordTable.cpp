@@ -38,7 +38,8 @@ void RecordTable::append(TelvaneDataTypeBase& base, const char*& names, FieldKin
     names += std::strspn(names, ", ");
 
     const std::ptrdiff_t offset = static_cast<const char*>(member) - reinterpret_cast<const char*>(&base);
-    m_fields.push_back({key, kind, static_cast<std::uint32_t>(limit), offset, nested});
+    m_fields.push_back(
+        {key, kind, static_cast<std::uint16_t>(length), static_cast<std::uint32_t>(limit), offset, nested});
 }
 
 void RecordTable::add(TelvaneDataTypeBase& base, const char*& names, int& member)
@@ -112,11 +113,6 @@ bool RecordEngine::writeBaseMembers(const TelvaneDataTypeBase& record, cJSON* ou
     if (!record._id.empty()) {
         addItem(output, kIdKey, JsonTree(cJSON_CreateString(record._id.c_str())));
     }
-    return writeSequenceTag(record, output);
-}
-
-bool RecordEngine::writeSequenceTag(const TelvaneDataTypeBase& record, cJSON* output)
-{
     if (record._sequence_tag >= 0) {
         addItem(output, kSequenceTagKey, JsonTree(cJSON_CreateNumber(record._sequence_tag)));
     }
@@ -291,8 +287,11 @@ bool RecordEngine::readField(TelvaneDataTypeBase& record, const RecordField& fie
         });
     case FieldKind::RecordArray:
         return readArray(item, field.limit, input, [&](cJSON* element, int index) {
-            return field.nested->readElement(addressOf(record, field), static_cast<std::size_t>(index),
-                                             readElement, element);
+            const auto read = [](void* source, TelvaneDataTypeBase& target) {
+                return readElement(static_cast<cJSON*>(source), target);
+            };
+            return field.nested->readElement(addressOf(record, field), static_cast<std::size_t>(index), read,
+                                             element);
         });
     case FieldKind::RecordVector:
         return readVector(record, field, item);

@@ -6,7 +6,6 @@
 
 #include "base/ArrayReading.h"
 #include "base/RecordEngine.h"
-#include "base/Repackaging.h"
 #include "support/Diagnostics.h"
 #include "support/JsonTree.h"
 
@@ -47,6 +46,11 @@ int TelvaneDataTypeBase::copy(TelvaneDataTypeBase* other)
     _id = other->_id;
     _sequence_tag = other->_sequence_tag;
     return 0;
+}
+
+const RecordTable* TelvaneDataTypeBase::_recordTable() const
+{
+    return nullptr;
 }
 
 int TelvaneDataTypeBase::Package(cJSON** output)
@@ -244,12 +248,9 @@ bool RecordEngine::readNested(cJSON* item, TelvaneDataTypeBase& target)
     return target._unpackageData(item);
 }
 
-bool TelvaneDataTypeBase::_packageFields(const RecordTable& table, const std::type_info& tableClass,
-                                         cJSON* output)
+bool TelvaneDataTypeBase::_packageFields(const RecordTable& table, cJSON* output)
 {
-    return Repackaging::begins(*this, output, typeid(*this) == tableClass)
-               ? RecordEngine::rewrite(*this, table, output)
-               : RecordEngine::write(*this, table, output);
+    return RecordEngine::write(*this, table, output);
 }
 
 bool TelvaneDataTypeBase::_unpackageFields(const RecordTable& table, cJSON* input)

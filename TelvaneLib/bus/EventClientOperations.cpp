@@ -66,7 +66,7 @@ int EventClient::State::send(cJSON* message)
     if (message == nullptr || writer == nullptr) {
         return -ENOMEM;
     }
-    const char* const text = writer->print(message, MessagePrinter::Form::Formatted);
+    const char* const text = writer->print(message);
     const int result = text != nullptr ? sendText(*used, text, writer->length()) : -ENOMEM;
     returnWriter(std::move(writer));
     return result;

@@ -1,41 +1,35 @@
 #pragma once
 
-// Turns records into the text of publications, and keeps what it can from one to the next.
+// Turns records into the text of publications.
 
-#include "support/JsonTree.h"
-#include "transport/MessagePrinter.h"
+#include "support/JsonWriter.h"
 
 #include <string>
-#include <typeinfo>
 
 namespace Telvane
 {
 
 class TelvaneDataTypeBase;
 
-/// Not for two threads at a time.
+/// Keeps its buffer from one text to the next. Not for two threads at a time.
 class PublicationWriter
 {
 public:
-    /// \param[out] text the publication, valid until the next call
+    PublicationWriter();
+
+    /// \param[out] text the publication, valid until the next call; ends at kMessageLimit bytes
     /// \return 0; `-ENOMEM`; -1 when a field of the record could not be written
     int write(const std::string& channel, TelvaneDataTypeBase& record, const char*& text);
 
     /// Prints a message that is not a record's publication.
-    const char* print(cJSON* message, MessagePrinter::Form form) { return m_printer.print(message, form); }
+    /// \return the text, as above; null without memory
+    const char* print(const cJSON* message);
 
     /// \return the length of the text printed last
-    int length() const { return m_printer.length(); }
+    int length() const { return static_cast<int>(m_text.length()); }
 
 private:
-    int package(TelvaneDataTypeBase& record);
-    int packageAnew(TelvaneDataTypeBase& record);
-
-    MessagePrinter m_printer;
-    JsonTree m_message;                      ///< the last publication's tree
-    cJSON* m_header = nullptr;               ///< of m_message
-    cJSON* m_payload = nullptr;              ///< of m_message
-    const std::type_info* m_class = nullptr; ///< whose records the tree can be used for again, or null
+    JsonWriter m_text;
 };
 
 } // namespace Telvane

@@ -20,7 +20,20 @@ namespace
 {
 
 constexpr long kNanosecondsPerMillisecond = 1'000'000;
-constexpr const char* kDigits = "0123456789"; // whatever the locale
+
+/// Reads the first run of digits.
+/// \return `invalid_argument` if there is none
+std::errc readMilliseconds(const char* begin, const char* end, timespec& time)
+{
+    const char* const digits = std::find_if(begin, end, [](char c) { return c >= '0' && c <= '9'; });
+    long long milliseconds = 0;
+    const std::errc error = std::from_chars(digits, end, milliseconds).ec;
+    if (error == std::errc()) {
+        time.tv_sec = static_cast<time_t>(milliseconds / 1000);
+        time.tv_nsec = static_cast<long>(milliseconds % 1000) * kNanosecondsPerMillisecond;
+    }
+    return error;
+}
 
 /// A time as it stands in JSON.
 struct WireText
@@ -28,17 +41,28 @@ struct WireText
     static constexpr std::string_view kPrefix = "/Date(";
     static constexpr char kSuffix[] = ")/";
 
-    explicit WireText(const timespec& time)
+    explicit WireText(const timespec& time) { write(time, text); }
+
+    /// \return the terminator's position
+    static char* write(const timespec& time, char* text)
     {
         const long long milliseconds =
             static_cast<long long>(time.tv_sec) * 1000 + time.tv_nsec / kNanosecondsPerMillisecond;
         char* end = std::copy(kPrefix.begin(), kPrefix.end(), text);
-        end = std::to_chars(end, text + sizeof text - sizeof kSuffix, milliseconds).ptr;
-        std::copy(std::begin(kSuffix), std::end(kSuffix), end);
+        end = std::to_chars(end, text + TextForm::kSize - sizeof kSuffix, milliseconds).ptr;
+        return std::copy(std::begin(kSuffix), std::end(kSuffix), end) - 1;
     }
 
-    char text[64];
+    char text[TextForm::kSize];
 };
+
+constexpr TextForm kTextForm = {
+    [](const TelvaneDataTypeBase& record, char* text) {
+        return WireText::write(static_cast<const DateTime&>(record).time, text);
+    },
+    [](TelvaneDataTypeBase& record, const char* begin, const char* end) {
+        return readMilliseconds(begin, end, static_cast<DateTime&>(record).time) == std::errc();
+    }};
 
 int daysInMonth(int year, int month)
 {
@@ -104,21 +128,15 @@ std::string DateTime::ToISO8601String()
 
 int DateTime::FromString(const std::string& text, DateTime& result)
 {
-    const std::size_t begin = text.find_first_of(kDigits);
-    if (begin == std::string::npos) {
-        throw std::out_of_range("DateTime::FromString: no digit in the text");
-    }
-    long long milliseconds = 0;
-    const auto [end, error] = std::from_chars(text.data() + begin, text.data() + text.size(), milliseconds);
-    if (error == std::errc::result_out_of_range) {
-        throw std::out_of_range("DateTime::FromString: number out of range");
-    }
-    if (error != std::errc()) {
-        return -1;
+    timespec read = {};
+    if (const std::errc error = readMilliseconds(text.data(), text.data() + text.size(), read);
+        error != std::errc()) {
+        throw std::out_of_range(error == std::errc::result_out_of_range
+                                    ? "DateTime::FromString: number out of range"
+                                    : "DateTime::FromString: no digit in the text");
     }
     result = DateTime();
-    result.time.tv_sec = static_cast<time_t>(milliseconds / 1000);
-    result.time.tv_nsec = static_cast<long>(milliseconds % 1000) * kNanosecondsPerMillisecond;
+    result.time = read;
     return 0;
 }
 
@@ -185,7 +203,8 @@ bool DateTime::_unpackageData(cJSON* input)
 
 const RecordTable& DateTime::recordTable()
 {
-    static const RecordTable* const table = DateTime().newRecordTable();
+    static const RecordTable* const table =
+        DateTime().newRecordTable()->coverExactly(typeid(DateTime))->useTextForm(kTextForm);
     return *table;
 }
 

@@ -61,17 +61,29 @@ struct RecordField
         std::size_t (*size)(const void* field);                          ///< elements now held
         void (*resize)(void* field, std::size_t size);                   ///< vectors only
         TelvaneDataTypeBase& (*element)(void* field, std::size_t index); ///< element \p index
-        /// Arrays only: reads \p item into a new record with \p read, and element \p index becomes its copy
-        /// if that succeeds.
+        /// Arrays only: reads a new record with \p read, which is called with \p source, and element \p index
+        /// becomes its copy if that succeeds.
         bool (*readElement)(void* field, std::size_t index,
-                            bool (*read)(cJSON* item, TelvaneDataTypeBase& element), cJSON* item);
+                            bool (*read)(void* source, TelvaneDataTypeBase& element), void* source);
     };
 
     const char* key;                ///< JSON key, spelled as it is written
     FieldKind kind;                 ///< how the field is held
+    std::uint16_t keyLength;        ///< of \p key
     std::uint32_t limit;            ///< capacity of an array, maximum length of a vector, else 0
     std::ptrdiff_t offset;          ///< of the field, from the record's TelvaneDataTypeBase
     const NestedOperations* nested; ///< for fields that hold records, else null
+};
+
+/// How a class whose JSON form is one string is written and read.
+struct TextForm
+{
+    static constexpr std::size_t kSize = 64; ///< the most that #write may need
+
+    /// Writes the string, which needs no escapes. \return its end
+    char* (*write)(const TelvaneDataTypeBase& record, char* text);
+    /// \return false, with nothing reported, for a string that `_unpackageData` is to decide on
+    bool (*read)(TelvaneDataTypeBase& record, const char* begin, const char* end);
 };
 
 /// The fields of one record class, in order. Built once per class, on first use; never changed after that.
@@ -102,19 +114,28 @@ public:
     /// \return the fields in packaging order
     const std::vector<RecordField>& fields() const { return m_fields; }
 
-    /// States that \p recordClass is packaged by this list and nothing else.
-    const RecordTable* tellAllOf(const std::type_info& recordClass)
+    /// States that objects of \p recordClass are written and read by this list and nothing else.
+    RecordTable* coverExactly(const std::type_info& recordClass)
     {
         m_recordClass = &recordClass;
         return this;
     }
 
-    /// \return false for a class with a JSON form of its own, such as DateTime, or one that only inherits
-    /// this list
-    bool tellsAllOf(const std::type_info& recordClass) const
+    /// \return this list; null for a class that writes or reads itself in another way, or only inherits the list
+    const RecordTable* ifCovers(const std::type_info& recordClass) const
     {
-        return m_recordClass != nullptr && *m_recordClass == recordClass;
+        return m_recordClass != nullptr && *m_recordClass == recordClass ? this : nullptr;
     }
+
+    /// States that the class is one string in JSON.
+    RecordTable* useTextForm(const TextForm& form)
+    {
+        m_textForm = &form;
+        return this;
+    }
+
+    /// \return null for a class that is an object in JSON
+    const TextForm* textForm() const { return m_textForm; }
 
 private:
     void append(TelvaneDataTypeBase& base, const char*& names, FieldKind kind, const void* member,
@@ -150,9 +171,9 @@ private:
             [](void* field, std::size_t i) -> TelvaneDataTypeBase& {
                 return (*static_cast<Element(*)[N]>(field))[i];
             },
-            [](void* field, std::size_t i, auto read, cJSON* item) {
+            [](void* field, std::size_t i, auto read, void* source) {
                 Element element;
-                if (!read(item, element)) {
+                if (!read(source, element)) {
                     return false;
                 }
                 (*static_cast<Element(*)[N]>(field))[i] = std::move(element);
@@ -188,6 +209,7 @@ private:
 
     const char* m_className;
     const std::type_info* m_recordClass = nullptr;
+    const TextForm* m_textForm = nullptr;
     std::vector<RecordField> m_fields;
 };
 
@@ -203,6 +225,10 @@ public:                                                                         
     ::Telvane::TelvaneDataTypeBase* BuildNewDataType() const override;                                       \
     /** The fields of this class, in order. */                                                               \
     static const ::Telvane::RecordTable& recordTable();                                                      \
+    const ::Telvane::RecordTable* _recordTable() const override                                              \
+    {                                                                                                        \
+        return recordTable().ifCovers(typeid(*this));                                                        \
+    }                                                                                                        \
                                                                                                              \
 private:                                                                                                     \
     ::Telvane::RecordTable* newRecordTable()                                                                 \
@@ -221,6 +247,10 @@ public:                                                                         
     ::Telvane::TelvaneDataTypeBase* BuildNewDataType() const override;                                       \
     /** The fields of this class: none. */                                                                   \
     static const ::Telvane::RecordTable& recordTable();                                                      \
+    const ::Telvane::RecordTable* _recordTable() const override                                              \
+    {                                                                                                        \
+        return recordTable().ifCovers(typeid(*this));                                                        \
+    }                                                                                                        \
                                                                                                              \
 private:                                                                                                     \
     ::Telvane::RecordTable* newRecordTable()                                                                 \
@@ -236,7 +266,8 @@ public:
 public:                                                                                                      \
     bool _packageData(cJSON* output) override;                                                               \
     int copy(::Telvane::TelvaneDataTypeBase* other) override;                                                \
-    ::Telvane::TelvaneDataTypeBase* BuildNewDataType() const override;
+    ::Telvane::TelvaneDataTypeBase* BuildNewDataType() const override;                                       \
+    const ::Telvane::RecordTable* _recordTable() const override;
 
 /// Defines what TELVANE_RECORD or TELVANE_RECORD_WITHOUT_FIELDS declares. The table stays until the process
 /// ends: threads of the bus may still read records while static objects are destroyed.
@@ -244,12 +275,12 @@ public:                                                                         
     const ::Telvane::RecordTable& Class::recordTable()                                                       \
     {                                                                                                        \
         static const ::Telvane::RecordTable* const table =                                                   \
-            Class().newRecordTable()->tellAllOf(typeid(Class));                                              \
+            Class().newRecordTable()->coverExactly(typeid(Class));                                           \
         return *table;                                                                                       \
     }                                                                                                        \
     bool Class::_packageData(cJSON* output)                                                                  \
     {                                                                                                        \
-        return _packageFields(recordTable(), typeid(Class), output);                                         \
+        return _packageFields(recordTable(), output);                                                        \
     }                                                                                                        \
     bool Class::_unpackageData(cJSON* input)                                                                 \
     {                                                                                                        \
@@ -261,7 +292,14 @@ public:                                                                         
 #define TELVANE_DEFINE_DERIVED_RECORD(Class, Base)                                                           \
     bool Class::_packageData(cJSON* output)                                                                  \
     {                                                                                                        \
-        return _packageFields(Base::recordTable(), typeid(Class), output);                                   \
+        return _packageFields(Base::recordTable(), output);                                                  \
+    }                                                                                                        \
+    const ::Telvane::RecordTable* Class::_recordTable() const                                                \
+    {                                                                                                        \
+        constexpr bool readsAsBase =                                                                         \
+            std::is_same_v<decltype(&Class::_unpackageData), decltype(&Base::_unpackageData)>;               \
+        return readsAsBase && typeid(*this) == typeid(Class) ? Base::recordTable().ifCovers(typeid(Base))    \
+                                                             : nullptr;                                      \
     }                                                                                                        \
     TELVANE_DEFINE_RECORD_COPY(Class, Base)
 

@@ -64,6 +64,11 @@ public:
     /// \return a new, default-constructed record of this object's own class; the caller owns it
     virtual TelvaneDataTypeBase* BuildNewDataType() const = 0;
 
+    /// \return the list that describes the JSON form of this object completely, so that it can be written and
+    ///         read without `_packageData` and `_unpackageData`; null if there is none, as for every class that
+    ///         has operations of its own
+    virtual const RecordTable* _recordTable() const;
+
     /// Packages the record into a new JSON object.
     /// \param[out] output the object, owned by the caller whatever the result; null on `-ENOMEM`
     /// \return 0; `-ENOMEM` when memory ran out; -1 when some field could not be written
@@ -157,8 +162,7 @@ protected:
     /// @{
 
     /// Writes what the list has.
-    /// \param tableClass the class whose list \p table is
-    bool _packageFields(const RecordTable& table, const std::type_info& tableClass, cJSON* output);
+    bool _packageFields(const RecordTable& table, cJSON* output);
     /// Reads what the list has.
     bool _unpackageFields(const RecordTable& table, cJSON* input);
     /// @}

@@ -1,8 +1,9 @@
 #include "bus/PublicationWriter.h"
 
+#include "helpers/ProcessTestSupport.h"
 #include "helpers/TestPaths.h"
+#include "helpers/TreeWay.h"
 #include "support/JsonTree.h"
-#include "transport/Envelope.h"
 
 #include <Telvane/Telvane.h>
 
@@ -22,19 +23,9 @@ namespace Telvane
 namespace
 {
 
-/// The publication as the JSON library alone builds and prints it.
 std::string plainPublication(const std::string& channel, TelvaneDataTypeBase& record)
 {
-    cJSON* payload = nullptr;
-    if (record.Package(&payload) != 0) {
-        cJSON_Delete(payload);
-        return "";
-    }
-    const JsonTree message(cJSON_CreateObject());
-    cJSON_AddStringToObject(message.get(), "header", channel.c_str());
-    cJSON_AddItemToObject(message.get(), "payload", payload);
-    const JsonText text(cJSON_Print(message.get()));
-    return text.get();
+    return Testing::publicationByTree(channel, record).value_or("");
 }
 
 std::string written(PublicationWriter& writer, const std::string& channel, TelvaneDataTypeBase& record)
@@ -44,6 +35,7 @@ std::string written(PublicationWriter& writer, const std::string& channel, Telva
         return "";
     }
     EXPECT_EQ(std::string(text).size(), static_cast<std::size_t>(writer.length()));
+    EXPECT_LE(writer.length(), kMessageLimit);
     return text;
 }
 
@@ -161,7 +153,7 @@ public:
     }
 };
 
-TEST(PublicationWriter, LeavesRecordsWithAFormOfTheirOwnToThemselves)
+TEST(PublicationWriter, LetsRecordsWithAFormOfTheirOwnPackageThemselves)
 {
     PublicationWriter writer;
     Talkative record;
@@ -280,7 +272,7 @@ bool Hybrid::_packageData(cJSON* output)
     if (form == Form::MemberAndList || form == Form::Member) {
         _toJson("more", 10 + number, output);
     }
-    if (form != Form::Member && !_packageFields(recordTable(), typeid(Hybrid), output)) {
+    if (form != Form::Member && !_packageFields(recordTable(), output)) {
         return false;
     }
     if (form == Form::ListAndMember) {
@@ -356,13 +348,208 @@ TEST(PublicationWriter, TellsOfARecordThatRunsOutOfMemoryAndGoesOn)
     }
 }
 
+/// The defaults of another record, and what may be in its way.
+class DerivedValue : public ValueType
+{
+public:
+    DerivedValue() { Value = 77; }
+    TELVANE_DERIVED_RECORD(DerivedValue)
+};
+
+TELVANE_DEFINE_DERIVED_RECORD(DerivedValue, ValueType)
+
+class ReadsByItself : public ValueType
+{
+public:
+    bool _unpackageData(cJSON* input) override { return input != nullptr; }
+    TELVANE_DERIVED_RECORD(ReadsByItself)
+};
+
+TELVANE_DEFINE_DERIVED_RECORD(ReadsByItself, ValueType)
+
+class DerivedTalker : public Talkative
+{
+public:
+    TELVANE_DERIVED_RECORD(DerivedTalker)
+};
+
+TELVANE_DEFINE_DERIVED_RECORD(DerivedTalker, Talkative)
+
+class TwiceDerived : public DerivedValue
+{
+public:
+    TELVANE_DERIVED_RECORD(TwiceDerived)
+};
+
+TELVANE_DEFINE_DERIVED_RECORD(TwiceDerived, DerivedValue)
+
+TEST(PublicationWriter, WritesOnlyRecordsStraightThatAreNothingButTheirList)
+{
+    EXPECT_EQ(ValueType()._recordTable(), &ValueType::recordTable());
+    EXPECT_EQ(DerivedValue()._recordTable(), &ValueType::recordTable());
+    EXPECT_EQ(DateTime()._recordTable(), &DateTime::recordTable());
+    EXPECT_EQ(ReadsByItself()._recordTable(), nullptr);
+    EXPECT_EQ(DerivedTalker()._recordTable(), nullptr);
+    EXPECT_EQ(TwiceDerived()._recordTable(), nullptr);
+    EXPECT_EQ(Talkative()._recordTable(), nullptr);
+    EXPECT_EQ(Hybrid()._recordTable(), nullptr);
+    EXPECT_EQ(GreedyValue()._recordTable(), nullptr);
+    EXPECT_EQ(Failing()._recordTable(), nullptr);
+    for (const RecordClass& entry : RecordCatalogue::classes()) {
+        const std::unique_ptr<TelvaneDataTypeBase> record(entry.build());
+        EXPECT_EQ(record->_recordTable(), &entry.table()) << entry.name;
+    }
+}
+
+TEST(PublicationWriter, WritesRecordsOfAllSorts)
+{
+    PublicationWriter writer;
+    DerivedValue derived;
+    ReadsByItself reads;
+    DerivedTalker talker;
+    TwiceDerived twice;
+    DateTime time = DateTime::Now();
+    for (TelvaneDataTypeBase* const record :
+         std::initializer_list<TelvaneDataTypeBase*>{&derived, &reads, &talker, &twice, &time}) {
+        EXPECT_EQ(written(writer, "Channel", *record), plainPublication("Channel", *record));
+    }
+}
+
+/// A value that writes itself in its own way, or not at all.
+class MoodyValue : public TelvaneDataTypeBase
+{
+public:
+    enum class Mood
+    {
+        Object,
+        Array,
+        Raw,
+        Fails,
+        RunsOut,
+    };
+    Mood mood = Mood::Object;
+
+    bool _packageData(cJSON* output) override
+    {
+        switch (mood) {
+        case Mood::Object:
+            cJSON_AddItemToObject(output, "an \"object\"", cJSON_Parse(R"({"a":{},"b":[[],{"c":null}]})"));
+            break;
+        case Mood::Array:
+            output->type = cJSON_Array;
+            cJSON_AddItemToArray(output, cJSON_Parse(R"({"a":[1,2.5,{"b":"c"}]})"));
+            break;
+        case Mood::Raw:
+            cJSON_AddRawToObject(output, "raw", "as it is");
+            break;
+        case Mood::Fails:
+            return false;
+        case Mood::RunsOut:
+            throw std::bad_alloc();
+        }
+        return TelvaneDataTypeBase::_packageData(output);
+    }
+    TelvaneDataTypeBase* BuildNewDataType() const override { return new MoodyValue(); }
+    static const RecordTable& recordTable()
+    {
+        static const auto* const table = new RecordTable("MoodyValue");
+        return *table;
+    }
+};
+
+class MoodyElement : public TelvaneDataTypeBase
+{
+public:
+    MoodyValue value;
+
+    TELVANE_RECORD(MoodyElement, value)
+};
+
+TELVANE_DEFINE_RECORD(MoodyElement)
+
+class MoodyRecord : public TelvaneDataTypeBase
+{
+public:
+    MoodyValue value;
+    std::vector<MoodyElement> elements;
+    std::vector<MoodyValue> values;
+    MoodyElement array[2];
+
+    TELVANE_RECORD(MoodyRecord, value, elements, values, array)
+};
+
+TELVANE_DEFINE_RECORD(MoodyRecord)
+
+TEST(PublicationWriter, WritesNestedRecordsWithAFormOfTheirOwnAndReportsThoseThatFail)
+{
+    using Testing::diagnosticsOf;
+    std::mt19937 random(84);
+    const auto anyMood = [&random] {
+        return random() % 3 != 0 ? static_cast<MoodyValue::Mood>(random() % 3)
+                                 : static_cast<MoodyValue::Mood>(random() % 5);
+    };
+    PublicationWriter writer;
+    int packaged = 0;
+    int failed = 0;
+    for (int round = 0; round < 400; ++round) {
+        MoodyRecord record;
+        record.elements.resize(random() % 4);
+        record.values.resize(random() % 4);
+        for (MoodyElement& element : record.elements) {
+            element.value.mood = anyMood();
+        }
+        for (MoodyValue& value : record.values) {
+            value.mood = anyMood();
+        }
+        const bool mayFail = random() % 4 == 0;
+        record.value.mood = mayFail ? anyMood() : MoodyValue::Mood::Array;
+        record.array[1].value.mood = mayFail ? anyMood() : MoodyValue::Mood::Raw;
+
+        std::string expected;
+        std::string actual;
+        const auto expectedLines = diagnosticsOf([&] { expected = plainPublication("Channel", record); });
+        const auto actualLines = diagnosticsOf([&] { actual = written(writer, "Channel", record); });
+        ASSERT_EQ(actual, expected);
+        ASSERT_EQ(actualLines.error, expectedLines.error);
+        ASSERT_EQ(actualLines.output, expectedLines.output);
+        ++(expected.empty() ? failed : packaged);
+    }
+    EXPECT_GT(packaged, 50);
+    EXPECT_GT(failed, 10);
+}
+
 TEST(PublicationWriter, PrintsTextsLongerThanItsBuffers)
 {
     PublicationWriter writer;
     LogData log;
-    for (const std::size_t size : {10U, 5000U, 20'000U, 100'000U, 10U, 300'000U}) {
+    for (const std::size_t size : {10U, 500U, 5000U, 20'000U, 100'000U, 10U, 300'000U}) {
         log.log = std::string(size, '"');
         EXPECT_EQ(written(writer, "LogData", log), plainPublication("LogData", log));
+    }
+}
+
+TEST(PublicationWriter, CutsAtTheLimitWhereverItFalls)
+{
+    PublicationWriter writer;
+    LogData log;
+    const std::size_t rest = plainPublication("Channel", log).size();
+    ASSERT_LT(rest, 2000U);
+    for (std::size_t size = kMessageLimit - rest - 20; size <= kMessageLimit;
+         size += size < 15'000 ? 101 : 1) {
+        log.log.assign(size, 'x');
+        ASSERT_EQ(written(writer, "Channel", log), plainPublication("Channel", log)) << size;
+    }
+}
+
+TEST(PublicationWriter, EscapesEveryCharacterAsTheLibraryDoes)
+{
+    PublicationWriter writer;
+    LogData log;
+    for (int first = 0; first < 256; ++first) {
+        log.log = "before";
+        log.log += static_cast<char>(first);
+        log._id = log.log + "\xFF after";
+        EXPECT_EQ(written(writer, log.log, log), plainPublication(log.log, log)) << first;
     }
 }
 
