@@ -5,6 +5,7 @@
 #include <Telvane/Ascii85.h>
 #include <Telvane/AutomationStatus.h>
 #include <Telvane/BoolFlag.h>
+#include <Telvane/Bus.h>
 #include <Telvane/Consumables.h>
 #include <Telvane/DateTime.h>
 #include <Telvane/DeviceRecords.h>

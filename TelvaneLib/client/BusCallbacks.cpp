@@ -1,0 +1,323 @@
+// How callbacks run.
+//
+// An endpoint that has messages is in the list of its executor: the worker's or that of dispatch(). The
+// endpoints take turns, one message each. A callback runs without the lock; `running` and `runner` tell
+// end() whom to wait for. Which callbacks are on a thread's stack is kept in a list on that stack, so that a
+// wait for oneself is recognised instead of made.
+
+#include "client/BusState.h"
+
+#include "support/Diagnostics.h"
+#include "support/Thread.h"
+
+#include <cstdio>
+#include <exception>
+#include <new>
+#include <sys/eventfd.h>
+
+namespace Telvane::Detail
+{
+
+namespace
+{
+
+constexpr std::size_t kMaxEvents = 256;
+
+thread_local CallbackFrame* innermostFrame = nullptr;
+
+} // namespace
+
+CallbackFrame::CallbackFrame(const BusState& of, const Endpoint* running, Run on)
+    : bus(of), endpoint(running), run(on), outer(innermostFrame)
+{
+    innermostFrame = this;
+}
+
+CallbackFrame::~CallbackFrame()
+{
+    innermostFrame = outer;
+}
+
+const CallbackFrame* CallbackFrame::innermost(const BusState& bus)
+{
+    const CallbackFrame* frame = innermostFrame;
+    while (frame != nullptr && &frame->bus != &bus) {
+        frame = frame->outer;
+    }
+    return frame;
+}
+
+bool CallbackFrame::responds(const BusState& bus, const std::string& requestChannel)
+{
+    for (const CallbackFrame* frame = innermostFrame; frame != nullptr; frame = frame->outer) {
+        if (&frame->bus == &bus && frame->endpoint != nullptr &&
+            frame->endpoint->settings.kind == EndpointSettings::Kind::Responder &&
+            frame->endpoint->name == requestChannel) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool CallbackFrame::inEvent(const BusState& bus)
+{
+    for (const CallbackFrame* frame = innermostFrame; frame != nullptr; frame = frame->outer) {
+        if (&frame->bus == &bus && frame->endpoint == nullptr) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool CallbackFrame::inReceiver(const BusState& bus)
+{
+    for (const CallbackFrame* frame = innermostFrame; frame != nullptr; frame = frame->outer) {
+        if (&frame->bus == &bus && frame->run == Run::Direct) {
+            return true;
+        }
+    }
+    return false;
+}
+
+Executor& BusState::executorOf(const Endpoint& endpoint)
+{
+    return endpoint.settings.run == Run::Dispatch ? m_dispatcher : m_worker;
+}
+
+void BusState::pushReady(const EndpointPointer& endpoint)
+{
+    if (endpoint->ready || endpoint->running) {
+        return; // whoever runs it puts it back
+    }
+    Executor& executor = executorOf(*endpoint);
+    endpoint->ready = true;
+    if (executor.last != nullptr) {
+        executor.last->nextReady = endpoint;
+    } else {
+        executor.first = endpoint;
+    }
+    executor.last = endpoint.get();
+    if (&executor == &m_worker) {
+        m_work.notify_one();
+    } else {
+        updateDispatchEvent();
+    }
+}
+
+EndpointPointer BusState::popReady(Executor& executor)
+{
+    EndpointPointer endpoint = std::move(executor.first);
+    if (endpoint != nullptr) {
+        executor.first = std::move(endpoint->nextReady);
+        if (executor.first == nullptr) {
+            executor.last = nullptr;
+        }
+        endpoint->ready = false;
+    }
+    return endpoint;
+}
+
+void BusState::updateDispatchEvent()
+{
+    const bool due = m_dispatcher.first != nullptr || (eventsAreDispatched() && !m_events.empty());
+    if (m_dispatchEvent.valid() && due != m_dispatchEventSet) {
+        m_dispatchEventSet = due;
+        if (due) {
+            wakeUp(m_dispatchEvent.get());
+        } else {
+            eventfd_t ignored = 0;
+            eventfd_read(m_dispatchEvent.get(), &ignored);
+        }
+    }
+}
+
+int BusState::dispatchDescriptor()
+{
+    const std::lock_guard<std::mutex> guard(lock);
+    if (!m_dispatchEvent.valid()) {
+        m_dispatchEvent = openWake();
+        m_dispatchEventSet = false;
+        updateDispatchEvent();
+    }
+    return m_dispatchEvent.get();
+}
+
+int BusState::startWorker()
+{
+    if (m_workerStarted) {
+        return 0;
+    }
+    auto self = std::make_unique<std::shared_ptr<BusState>>(shared_from_this());
+    const int result = startThread(m_workerThread, &runWorker, self.get(), 0);
+    if (result == 0) {
+        self.release(); // the thread's
+        m_workerStarted = true;
+    }
+    return result;
+}
+
+void* runWorker(void* argument)
+{
+    const std::unique_ptr<std::shared_ptr<BusState>> own(static_cast<std::shared_ptr<BusState>*>(argument));
+    (*own)->work();
+    return nullptr;
+}
+
+void BusState::work()
+{
+    Held held(lock);
+    for (;;) {
+        m_work.wait(held, [this] {
+            return m_closed || m_worker.first != nullptr || (!m_events.empty() && !eventsAreDispatched());
+        });
+        if (m_closed) {
+            break;
+        }
+        runNext(held, m_worker, Run::Queued);
+    }
+}
+
+std::size_t BusState::dispatch()
+{
+    std::size_t ran = 0;
+    Held held(lock);
+    const std::size_t waiting = m_dispatcher.messages + (eventsAreDispatched() ? m_events.size() : 0);
+    while (ran < waiting && !m_closed && runNext(held, m_dispatcher, Run::Dispatch)) {
+        ++ran;
+    }
+    return ran;
+}
+
+/// Runs one callback.
+/// \return false when there is none to run
+bool BusState::runNext(Held& held, Executor& executor, Run where)
+{
+    if ((where == Run::Dispatch) == eventsAreDispatched() && runEvent(held, where)) {
+        return true;
+    }
+    for (;;) {
+        const EndpointPointer endpoint = popReady(executor);
+        if (where == Run::Dispatch) {
+            updateDispatchEvent();
+        }
+        if (endpoint == nullptr) {
+            return false;
+        }
+        if (endpoint->running || endpoint->items.empty()) {
+            continue;
+        }
+        Item item = std::move(endpoint->items.front());
+        endpoint->items.pop_front();
+        --endpoint->messages;
+        --executor.messages;
+        endpoint->overflowing = endpoint->overflowing && !endpoint->items.empty();
+        run(held, endpoint, where, std::move(item.record), item.delivery);
+        return true;
+    }
+}
+
+bool BusState::runEvent(Held& held, Run where)
+{
+    if (m_events.empty() || m_eventRuns || !options.onEvent) {
+        return false;
+    }
+    const BusEvent event = std::move(m_events.front());
+    m_events.pop_front();
+    if (where == Run::Dispatch) {
+        updateDispatchEvent();
+    }
+    m_eventRuns = true;
+    held.unlock();
+    try {
+        const CallbackFrame frame(*this, nullptr, where);
+        options.onEvent(event);
+    } catch (...) {
+        writeErrorLine("Telvane: an exception left the event callback of a bus");
+    }
+    held.lock();
+    m_eventRuns = false;
+    changed.notify_all();
+    return true;
+}
+
+/// Runs an endpoint's callback. The lock is held before and after, not during it.
+void BusState::run(Held& held, const EndpointPointer& endpoint, Run where,
+                   std::unique_ptr<TelvaneDataTypeBase> record, const Delivery& delivery)
+{
+    endpoint->running = true;
+    endpoint->runner = std::this_thread::get_id();
+    held.unlock();
+    bool threw = false;
+    bool unanswered = false;
+    char text[200] = "";
+    try {
+        const CallbackFrame frame(*this, endpoint.get(), where);
+        std::unique_ptr<TelvaneDataTypeBase> answer = endpoint->handler->handle(*record, delivery);
+        if (answer != nullptr) {
+            answer->_id = record->_id; // how the answer finds its request
+            unanswered = static_cast<bool>(
+                publish(endpoint->answerChannel, *answer, options.deadline, Absence::Fails).error);
+        }
+    } catch (const std::exception& exception) {
+        threw = true;
+        std::snprintf(text, sizeof text, "%s", exception.what());
+    } catch (...) {
+        threw = true;
+    }
+    record.reset();
+    held.lock();
+    ++endpoint->counters.delivered;
+    endpoint->counters.unanswered += unanswered ? 1 : 0;
+    if (threw) {
+        ++endpoint->counters.threw;
+        if (!options.onEvent && endpoint->counters.threw == 1) {
+            writeErrorLine("Telvane: an exception left a callback of the bus: ", text);
+        }
+        report(BusEvent::Kind::CallbackThrew, {}, endpoint->name, text);
+    }
+    if (endpoint->ended && endpoint->endsWaiting == 0) {
+        std::unique_ptr<MessageHandler> last = std::move(endpoint->handler);
+        held.unlock();
+        last.reset();
+        held.lock();
+    }
+    endpoint->running = false;
+    if (endpoint->ended) {
+        endpoint->changed.notify_all();
+        changed.notify_all();
+    } else if (!endpoint->items.empty()) {
+        pushReady(endpoint);
+    }
+}
+
+/// Queues an event for BusOptions::onEvent. What does not fit is counted.
+void BusState::report(BusEvent::Kind kind, std::error_code why, const std::string& channel, const char* text)
+{
+    if (!options.onEvent || m_closed) {
+        return;
+    }
+    if (m_events.size() >= kMaxEvents) {
+        ++m_counters.eventsDropped;
+        return;
+    }
+    try {
+        BusEvent event;
+        event.kind = kind;
+        event.state = state;
+        event.reason = why;
+        event.channel = channel;
+        event.text = text;
+        event.epoch = m_counters.connections;
+        m_events.push_back(std::move(event));
+    } catch (const std::bad_alloc&) {
+        ++m_counters.eventsDropped;
+        return;
+    }
+    if (eventsAreDispatched()) {
+        updateDispatchEvent();
+    } else {
+        m_work.notify_one();
+    }
+}
+
+} // namespace Telvane::Detail

@@ -1,0 +1,351 @@
+// The receiver thread: connects, brings the server up to date, receives until the connection is lost, and
+// starts again.
+//
+// While the connection is being established, the socket does not block: requests to subscribe, their answers
+// and what the outbox kept take turns, and a deadline ends it. At most kWindow requests are unanswered at a
+// time, because the server drops what does not fit into our socket, its answers included. Established, the
+// thread blocks in recv(), which costs one system call for each message; shutting the socket down wakes it.
+
+#include "client/BusState.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <fcntl.h>
+#include <new>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+namespace Telvane::Detail
+{
+
+namespace
+{
+
+constexpr auto kAnswerDeadline = std::chrono::seconds(3); ///< without any progress
+constexpr int kWindow = 32;
+constexpr const char* kPingChannel = "TelvaneBus"; ///< asked about where there is no subscription
+
+void setBlocking(int fd, bool blocking)
+{
+    const int flags = fcntl(fd, F_GETFL);
+    fcntl(fd, F_SETFL, blocking ? flags & ~O_NONBLOCK : flags | O_NONBLOCK);
+}
+
+std::error_code reasonOf(int error)
+{
+    switch (error) {
+    case ENOENT:
+    case ECONNREFUSED:
+        return BusError::NoServer;
+    case EACCES:
+    case EPERM:
+        return BusError::NoPermission;
+    case EAGAIN:
+    case EINTR:
+        return BusError::Busy;
+    case EPROTOTYPE:
+    case ENOTSOCK:
+        return BusError::NotABus;
+    default:
+        return {error, std::system_category()};
+    }
+}
+
+int pollTimeout(Clock::time_point deadline)
+{
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+    return left <= 0 ? 0 : static_cast<int>(std::min<std::int64_t>(left, 3'600'000));
+}
+
+std::string printed(const JsonTree& message)
+{
+    if (message == nullptr) {
+        return {};
+    }
+    const JsonText text(cJSON_Print(message.get()));
+    return text != nullptr ? std::string(text.get()) : std::string();
+}
+
+} // namespace
+
+void Link::shutDown() const
+{
+    ::shutdown(socket.get(), SHUT_RDWR);
+}
+
+void BusState::receive()
+{
+    unsigned failures = 0;
+    for (;;) {
+        LinkPointer link;
+        std::error_code why;
+        try {
+            why = openLink(link);
+            if (!why) {
+                beginEpoch(link);
+                why = establish(link);
+            }
+        } catch (const std::bad_alloc&) {
+            why = BusError::OutOfMemory;
+        }
+        auto pause = options.firstPause;
+        if (!why) {
+            const Clock::time_point begin = Clock::now();
+            receiveUntilLost(link);
+            endLink(link, BusError::Lost);
+            failures = 0;
+            // A server that has only just accepted us may do the same again and again.
+            pause = Clock::now() - begin < options.firstPause ? pauseAfter(0) : std::chrono::nanoseconds(0);
+        } else {
+            if (link != nullptr) {
+                endLink(link, why);
+            }
+            attemptFailed(why);
+            pause = pauseAfter(failures);
+            ++failures;
+        }
+        link.reset();
+        if (!sleepFor(pause)) {
+            return;
+        }
+    }
+}
+
+std::error_code BusState::openLink(LinkPointer& link) const
+{
+    FileDescriptor socket = openSocket();
+    if (!socket.valid()) {
+        return {errno, std::system_category()};
+    }
+    setBlocking(socket.get(), false);
+    if (connectSocket(socket.get(), path) != 0) {
+        return reasonOf(errno);
+    }
+    link = std::make_shared<Link>(std::move(socket));
+    return {};
+}
+
+void BusState::beginEpoch(const LinkPointer& link)
+{
+    const std::lock_guard<std::mutex> guard(lock);
+    if (m_closed) {
+        link->shutDown();
+    }
+    m_link = link;
+    m_answersDue = 0;
+    m_answered = false;
+    m_pinged = false;
+    ++m_counters.connections;
+    for (auto next = m_channels.begin(); next != m_channels.end();) {
+        const auto entry = next++;
+        Channel& channel = entry->second;
+        channel.asked = channel.active = channel.refused = channel.lingers = false;
+        channel.answersDue = 0;
+        if (channel.wanted()) {
+            markDirty(*entry);
+        } else {
+            eraseIfIdle(entry);
+        }
+    }
+}
+
+BusState::Step BusState::nextStep(const LinkPointer& link, Kept& message)
+{
+    Held held(lock);
+    message.since = Clock::time_point::max();
+    Channels::value_type* channel = nullptr;
+    if (m_closed || m_answersDue >= kWindow) {
+        return Step::Wait; // closed, the socket is shut down, which ends the waiting
+    }
+    if (takeDirtyChannel(message.text, channel)) {
+        return Step::Send;
+    }
+    if (m_answersDue > 0 || (m_pinged && !m_answered)) {
+        return Step::Wait;
+    }
+    if (!m_answered) {
+        // Nothing to subscribe to: any answer shows that the server accepts this client.
+        m_pinged = true;
+        message.text = printed(makeUnsubscribeRequest(kPingChannel));
+        return Step::Send;
+    }
+    dropExpired(Clock::now());
+    if (!m_outbox.empty()) {
+        message = std::move(m_outbox.front());
+        m_outbox.pop_front();
+        return Step::Send;
+    }
+    setBlocking(link->socket.get(), true);
+    m_linkUp = true;
+    setState(held, ConnectionState::Connected, {});
+    return Step::Done;
+}
+
+std::error_code BusState::establish(const LinkPointer& link)
+{
+    Kept message;
+    const std::error_code why = establish(link, message);
+    if (!message.text.empty() && message.since != Clock::time_point::max()) {
+        const std::lock_guard<std::mutex> guard(lock);
+        m_outbox.push_front(std::move(message));
+    }
+    return why;
+}
+
+std::error_code BusState::establish(const LinkPointer& link, Kept& message)
+{
+    Clock::time_point deadline = Clock::now() + kAnswerDeadline;
+    for (;;) {
+        Step step = message.text.empty() ? nextStep(link, message) : Step::Send;
+        if (step == Step::Done) {
+            return {};
+        }
+        bool blocked = false;
+        if (step == Step::Send) {
+            const std::error_code sent =
+                send(*link, message.text.data(), static_cast<int>(message.text.size()),
+                     std::chrono::nanoseconds(0));
+            blocked = sent == BusError::TimedOut;
+            if (sent && !blocked) {
+                return m_answered ? BusError::Lost : BusError::TurnedAway;
+            }
+            if (!blocked) {
+                message.text.clear();
+                deadline = Clock::now() + kAnswerDeadline;
+            }
+        }
+        const auto events = static_cast<short>(blocked ? POLLIN | POLLOUT : POLLIN);
+        pollfd watched[] = {{link->socket.get(), events, 0}, {m_wake.get(), POLLIN, 0}};
+        poll(watched, 2, step == Step::Send && !blocked ? 0 : pollTimeout(deadline));
+        if ((watched[1].revents & POLLIN) != 0) {
+            eventfd_t ignored = 0;
+            eventfd_read(m_wake.get(), &ignored);
+        }
+        if (watched[0].revents != 0) {
+            if (const std::error_code why = receiveSome(link)) {
+                return why;
+            }
+        }
+        if (Clock::now() >= deadline) {
+            return BusError::NoAnswer;
+        }
+    }
+}
+
+/// Receives what has arrived.
+std::error_code BusState::receiveSome(const LinkPointer& link)
+{
+    char buffer[kMessageLimit];
+    for (int i = 0; i < kWindow; ++i) {
+        const int length = receivePacket(link->socket.get(), buffer);
+        if (length < 0 && (errno == EAGAIN || errno == EINTR)) {
+            break;
+        }
+        if (length < 1) {
+            return m_answered ? BusError::Lost : BusError::TurnedAway;
+        }
+        take(buffer);
+    }
+    return {};
+}
+
+void BusState::receiveUntilLost(const LinkPointer& link)
+{
+    char buffer[kMessageLimit];
+    for (;;) {
+        const int length = receivePacket(link->socket.get(), buffer);
+        if (length < 0 && errno == EINTR) {
+            continue;
+        }
+        if (length < 1) {
+            return;
+        }
+        take(buffer);
+    }
+}
+
+void BusState::endLink(const LinkPointer& link, std::error_code why)
+{
+    link->shutDown(); // ends sends that wait
+    Held held(lock);
+    m_link.reset();
+    const bool wasUp = m_linkUp;
+    m_linkUp = false;
+    for (auto& [name, channel] : m_channels) {
+        for (const RequestPointer& request : channel.requests) {
+            if (!request->done) {
+                request->done = true;
+                request->error = m_closed ? BusError::Closed : BusError::Lost;
+                request->changed.notify_all();
+            }
+        }
+    }
+    if (wasUp && !m_closed) {
+        m_lastFailure = why;
+        setState(held, ConnectionState::Connecting, why);
+    }
+    changed.notify_all();
+}
+
+void BusState::attemptFailed(std::error_code why)
+{
+    const std::lock_guard<std::mutex> guard(lock);
+    if (m_closed) {
+        return;
+    }
+    reason = why;
+    if (m_lastFailure != why) {
+        m_lastFailure = why;
+        report(BusEvent::Kind::AttemptFailed, why, {}, "");
+    }
+}
+
+void BusState::setState(Held& /*held*/, ConnectionState newState, std::error_code why)
+{
+    state = newState;
+    reason = why;
+    if (newState == ConnectionState::Connected) {
+        m_lastFailure.clear();
+    }
+    report(BusEvent::Kind::StateChanged, why, {}, "");
+    pushToQueues(newState == ConnectionState::Connected ? Item::Kind::Connected : Item::Kind::Lost, why);
+    changed.notify_all();
+}
+
+std::chrono::nanoseconds BusState::pauseAfter(unsigned failures)
+{
+    auto pause = options.firstPause;
+    for (; failures > 0 && pause < options.longestPause; --failures) {
+        pause *= 2;
+    }
+    pause = std::min(pause, options.longestPause);
+    // Programs that lost the same server must not all come back at the same moment.
+    m_random = m_random * 6364136223846793005U + 1442695040888963407U;
+    return pause - (pause / 2) * static_cast<std::int64_t>(m_random >> 48U) / 65536;
+}
+
+bool BusState::sleepFor(std::chrono::nanoseconds pause)
+{
+    const Clock::time_point until = deadlineAfter(pause);
+    for (;;) {
+        {
+            const std::lock_guard<std::mutex> guard(lock);
+            if (m_closed) {
+                return false;
+            }
+        }
+        const int timeout = pollTimeout(until);
+        if (timeout == 0) {
+            return true;
+        }
+        pollfd watched = {m_wake.get(), POLLIN, 0};
+        if (poll(&watched, 1, timeout) == 1) {
+            eventfd_t ignored = 0;
+            eventfd_read(m_wake.get(), &ignored);
+        }
+    }
+}
+
+} // namespace Telvane::Detail

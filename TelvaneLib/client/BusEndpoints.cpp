@@ -1,0 +1,242 @@
+// Subscriptions, responders and queues: their beginnings, their ends, and what is taken from queues.
+//
+// An end on another thread waits for a running callback; three waits that could not end are left out: for
+// one's own callback, for a callback that itself waits for one's own, and for the callback that is closing
+// the bus.
+
+#include "client/BusState.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <new>
+#include <sys/eventfd.h>
+
+namespace Telvane::Detail
+{
+
+namespace
+{
+
+constexpr std::size_t kMaxChanges = 16; ///< changes of the connection that wait in a queue
+
+} // namespace
+
+EndpointPointer BusState::addEndpoint(const std::string& channel, const EndpointSettings& settings,
+                                      std::unique_ptr<TelvaneDataTypeBase> prototype,
+                                      std::unique_ptr<MessageHandler> handler, std::error_code& error)
+{
+    const bool responds = settings.kind == EndpointSettings::Kind::Responder;
+    EndpointSettings resolved = settings;
+    if (resolved.run == Run::Default) {
+        resolved.run = options.run == Run::Default ? Run::Queued : options.run;
+    }
+    auto endpoint = std::make_shared<Endpoint>(shared_from_this(), resolved,
+                                               responds ? kRequestPrefix + channel : channel);
+    if (responds) {
+        endpoint->answerChannel = channel;
+    }
+    endpoint->prototype = std::move(prototype);
+    endpoint->handler = std::move(handler);
+
+    Held held(lock);
+    if (m_closed) {
+        error = reason ? reason : make_error_code(BusError::Closed);
+        return nullptr;
+    }
+    if (endpoint->settings.kind != EndpointSettings::Kind::Queue && endpoint->settings.run == Run::Queued) {
+        if (const int result = startWorker(); result != 0) {
+            error = {result, std::system_category()};
+            return nullptr;
+        }
+    }
+    const auto found = findOrAddChannel(endpoint->name);
+    Channel& entry = found->second;
+    entry.endpoints.push_back(endpoint);
+    if (entry.refused) {
+        entry.refused = false; // asked again: the server's limits may have changed
+        entry.asked = false;
+    }
+    markDirty(*found);
+    updateServer(held);
+    return endpoint;
+}
+
+/// Marks it as ended. Nothing of it is destroyed.
+void BusState::removeEndpoint(Endpoint& endpoint, std::deque<Item>& garbage)
+{
+    endpoint.ended = true;
+    if (!endpoint.error) {
+        endpoint.error = BusError::Closed;
+    }
+    if (endpoint.settings.kind != EndpointSettings::Kind::Queue) {
+        executorOf(endpoint).messages -= endpoint.messages;
+    }
+    endpoint.items.swap(garbage);
+    endpoint.messages = 0;
+    updateEvent(endpoint);
+    endpoint.changed.notify_all();
+    changed.notify_all();
+}
+
+void BusState::endEndpoint(const EndpointPointer& endpoint, bool wait)
+{
+    std::deque<Item> garbage;
+    std::unique_ptr<MessageHandler> handler;
+    EndpointPointer unlisted;
+    Held held(lock);
+    if (!endpoint->ended) {
+        removeEndpoint(*endpoint, garbage);
+        const auto found = m_channels.find(endpoint->name);
+        auto& listed = found->second.endpoints;
+        const auto position = std::find(listed.begin(), listed.end(), endpoint);
+        unlisted = std::move(*position);
+        listed.erase(position);
+        if (!found->second.wanted()) {
+            markDirty(*found);
+            updateServer(held);
+        }
+    }
+    if (endpoint->running && endpoint->runner == std::this_thread::get_id()) {
+        return; // in its own callback
+    }
+    if (wait && endpoint->running && !endsEachOther(*endpoint)) {
+        WaitingEnd own{std::this_thread::get_id(), endpoint.get(), m_waitingEnds};
+        m_waitingEnds = &own;
+        ++endpoint->endsWaiting;
+        endpoint->changed.wait(
+            held, [&] { return !endpoint->running || (m_closed && endpoint->runner == m_closer); });
+        --endpoint->endsWaiting;
+        WaitingEnd** place = &m_waitingEnds;
+        while (*place != &own) {
+            place = &(*place)->next;
+        }
+        *place = own.next;
+    }
+    if (!endpoint->running) {
+        handler = std::move(endpoint->handler);
+    }
+    held.unlock();
+}
+
+/// \return whether \p endpoint's callback waits, in the end, for one on this thread
+bool BusState::endsEachOther(const Endpoint& endpoint) const
+{
+    const std::thread::id self = std::this_thread::get_id();
+    const Endpoint* awaited = &endpoint;
+    while (awaited->running) {
+        const WaitingEnd* waiting = m_waitingEnds;
+        while (waiting != nullptr && waiting->thread != awaited->runner) {
+            waiting = waiting->next;
+        }
+        if (waiting == nullptr) {
+            return false;
+        }
+        awaited = waiting->awaited;
+        if (awaited->runner == self) {
+            return awaited->running;
+        }
+    }
+    return false;
+}
+
+std::error_code BusState::waitActive(const EndpointPointer& endpoint, Clock::time_point deadline)
+{
+    Held held(lock);
+    for (;;) {
+        if (endpoint->ended || endpoint->error) {
+            return endpoint->error;
+        }
+        const auto found = m_channels.find(endpoint->name);
+        if (m_linkUp && found->second.active) {
+            return {};
+        }
+        if (CallbackFrame::inReceiver(*this)) {
+            return BusError::WouldDeadlock;
+        }
+        if (Clock::now() >= deadline) {
+            return BusError::TimedOut;
+        }
+        changed.wait_until(held, deadline);
+    }
+}
+
+Item BusState::nextItem(const EndpointPointer& endpoint, std::chrono::nanoseconds timeout)
+{
+    const Clock::time_point deadline = deadlineAfter(timeout);
+    Item item;
+    Held held(lock);
+    const bool some = endpoint->changed.wait_until(
+        held, deadline, [&] { return endpoint->ended || !endpoint->items.empty(); });
+    if (!some) {
+        return item;
+    }
+    if (endpoint->ended) {
+        item.kind = Item::Kind::Ended;
+        item.reason = endpoint->error;
+        return item;
+    }
+    item = std::move(endpoint->items.front());
+    endpoint->items.pop_front();
+    if (item.kind == Item::Kind::Message) {
+        --endpoint->messages;
+        ++endpoint->counters.delivered;
+    }
+    endpoint->overflowing = endpoint->overflowing && endpoint->messages != 0;
+    updateEvent(*endpoint);
+    return item;
+}
+
+int BusState::queueDescriptor(const EndpointPointer& endpoint)
+{
+    const std::lock_guard<std::mutex> guard(lock);
+    if (!endpoint->event.valid()) {
+        endpoint->event = openWake();
+        endpoint->eventSet = false;
+        updateEvent(*endpoint);
+    }
+    return endpoint->event.get();
+}
+
+void BusState::updateEvent(Endpoint& endpoint)
+{
+    const bool due = endpoint.ended || !endpoint.items.empty();
+    if (endpoint.event.valid() && due != endpoint.eventSet) {
+        endpoint.eventSet = due;
+        if (due) {
+            wakeUp(endpoint.event.get());
+        } else {
+            eventfd_t ignored = 0;
+            eventfd_read(endpoint.event.get(), &ignored);
+        }
+    }
+}
+
+/// Puts a change of the connection into every queue, among the messages.
+void BusState::pushToQueues(Item::Kind kind, std::error_code why)
+{
+    for (auto& [name, channel] : m_channels) {
+        for (const EndpointPointer& endpoint : channel.endpoints) {
+            if (endpoint->settings.kind != EndpointSettings::Kind::Queue) {
+                continue;
+            }
+            if (endpoint->items.size() - endpoint->messages >= kMaxChanges) {
+                const auto oldest =
+                    std::find_if(endpoint->items.begin(), endpoint->items.end(),
+                                 [](const Item& one) { return one.kind != Item::Kind::Message; });
+                endpoint->items.erase(oldest);
+            }
+            try {
+                Item item;
+                item.kind = kind;
+                item.reason = why;
+                endpoint->items.push_back(std::move(item));
+            } catch (const std::bad_alloc&) {
+                ++m_counters.outOfMemory;
+            }
+            updateEvent(*endpoint);
+            endpoint->changed.notify_one();
+        }
+    }
+}
+
+} // namespace Telvane::Detail

@@ -1,0 +1,345 @@
+#pragma once
+
+// What a Bus holds, shared by it, its handles and its threads. One lock guards all of it, and is never held
+// while something is sent or a callback runs.
+//
+// The server is asked for a channel once, for all endpoints and requests of the channel. What it has been
+// asked for is brought in line with what is wanted by one thread at a time (updateServer), so that requests
+// to subscribe and to unsubscribe reach it in the order of the decisions.
+
+#include <Telvane/Bus.h>
+
+#include "bus/PublicationWriter.h"
+#include "transport/Envelope.h"
+#include "transport/SeqpacketSocket.h"
+
+#include <atomic>
+#include <condition_variable>
+#include <deque>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <pthread.h>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+namespace Telvane::Detail
+{
+
+using Clock = std::chrono::steady_clock;
+
+/// How the `_id` of every request begins: no other record's does.
+constexpr std::string_view kRequestId = "request:";
+
+/// \return the moment \p timeout from now; never later than a time_t of 32 bits can name
+Clock::time_point deadlineAfter(std::chrono::nanoseconds timeout);
+
+/// A connection, closed by the last user of its descriptor.
+struct Link
+{
+    explicit Link(FileDescriptor fd) : socket(std::move(fd)) {}
+    /// Ends it for all who use it.
+    void shutDown() const;
+
+    FileDescriptor socket;
+};
+using LinkPointer = std::shared_ptr<Link>;
+
+/// A thread that waits for the answer to a request.
+struct PendingRequest
+{
+    std::string id; ///< the request's `_id`, which the answer may carry
+    std::unique_ptr<TelvaneDataTypeBase> prototype;
+    std::unique_ptr<TelvaneDataTypeBase> answer;
+    bool done = false;
+    std::error_code error;
+    std::condition_variable changed;
+    PendingRequest* nextHelper = nullptr; ///< of those that run responders while they wait
+};
+using RequestPointer = std::shared_ptr<PendingRequest>;
+
+using EndpointPointer = std::shared_ptr<Endpoint>;
+
+/// A channel that something of this bus wants, or wanted.
+struct Channel
+{
+    bool wanted() const { return !endpoints.empty() || !requests.empty() || lingers; }
+    bool idle() const { return !wanted() && !asked && !dirty && !sending && answersDue == 0; }
+
+    std::vector<EndpointPointer> endpoints;
+    std::vector<RequestPointer> requests;
+    Clock::time_point lastRequest; ///< when the last request ended
+    bool lingers = false;          ///< kept for the next request
+    bool asked = false;            ///< the server has been asked to subscribe, and not to unsubscribe since
+    bool sending = false;          ///< a request of the channel is on its way into the socket
+    bool dirty = false;            ///< in BusState::dirtyChannels
+    bool active = false;           ///< the server has accepted
+    bool refused = false;
+    int answersDue = 0; ///< requests to subscribe that the server has not answered
+};
+
+/// A subscription, responder or queue.
+class Endpoint
+{
+public:
+    Endpoint(std::shared_ptr<BusState> owner, const EndpointSettings& how, std::string on)
+        : bus(std::move(owner)), settings(how), name(std::move(on))
+    {}
+
+    bool inReceiver() const
+    {
+        return settings.kind != EndpointSettings::Kind::Queue && settings.run == Run::Direct;
+    }
+
+    const std::shared_ptr<BusState> bus;
+    const EndpointSettings settings;
+    const std::string name;    ///< the channel that the server is asked for
+    std::string answerChannel; ///< responders: where the answers go
+    std::unique_ptr<TelvaneDataTypeBase> prototype;
+    std::unique_ptr<MessageHandler> handler;
+
+    std::deque<Item> items;
+    std::size_t messages = 0; ///< of the items
+    bool overflowing = false; ///< dropping, since the queue was empty last
+    bool ended = false;
+    std::error_code error;
+    EndpointStatistics counters;
+    std::uint64_t lastEpoch = 0;
+    int lastSequence = 0;
+
+    bool running = false; ///< its callback runs
+    std::thread::id runner;
+    int endsWaiting = 0; ///< threads in end()
+    std::condition_variable changed;
+
+    bool ready = false; ///< in the list of an executor
+    EndpointPointer nextReady;
+
+    FileDescriptor event; ///< queues: readable while there is something to take
+    bool eventSet = false;
+};
+
+/// Where queued callbacks run: the endpoints that have messages take turns.
+struct Executor
+{
+    EndpointPointer first;
+    Endpoint* last = nullptr;
+    std::size_t messages = 0; ///< that wait
+};
+
+/// A callback on this thread's stack.
+struct CallbackFrame
+{
+    CallbackFrame(const BusState& of, const Endpoint* running, Run on);
+    ~CallbackFrame();
+    CallbackFrame(const CallbackFrame&) = delete;
+    CallbackFrame& operator=(const CallbackFrame&) = delete;
+
+    /// \return the innermost frame of \p bus on this thread, or null
+    static const CallbackFrame* innermost(const BusState& bus);
+    /// \return whether a responder to \p requestChannel is on this thread's stack
+    static bool responds(const BusState& bus, const std::string& requestChannel);
+    /// \return whether BusOptions::onEvent is on this thread's stack
+    static bool inEvent(const BusState& bus);
+    /// \return whether this thread is the receiver of \p bus, in a callback
+    static bool inReceiver(const BusState& bus);
+
+    const BusState& bus;
+    const Endpoint* endpoint; ///< null for BusOptions::onEvent
+    Run run;
+    CallbackFrame* outer;
+};
+
+/// A thread that waits in end(), in a list on the stacks of those threads.
+struct WaitingEnd
+{
+    std::thread::id thread;
+    const Endpoint* awaited;
+    WaitingEnd* next;
+};
+
+class BusState : public std::enable_shared_from_this<BusState>
+{
+public:
+    using Held = std::unique_lock<std::mutex>;
+
+    BusState(const std::string& serverPath, BusOptions how);
+    ~BusState();
+
+    void start();
+    void close(bool forGood);
+
+    // BusConnecting.cpp: the receiver thread
+    void receive();
+    // BusDelivery.cpp
+    void take(const char* text);
+
+    // BusEndpoints.cpp
+    EndpointPointer addEndpoint(const std::string& channel, const EndpointSettings& settings,
+                                std::unique_ptr<TelvaneDataTypeBase> prototype,
+                                std::unique_ptr<MessageHandler> handler, std::error_code& error);
+    void endEndpoint(const EndpointPointer& endpoint, bool wait);
+    std::error_code waitActive(const EndpointPointer& endpoint, Clock::time_point deadline);
+    Item nextItem(const EndpointPointer& endpoint, std::chrono::nanoseconds timeout);
+    int queueDescriptor(const EndpointPointer& endpoint);
+
+    // BusChannels.cpp
+    void updateServer(Held& held);
+
+    // BusCallbacks.cpp
+    void work();
+    std::size_t dispatch();
+    int dispatchDescriptor();
+
+    // BusPublishing.cpp
+    /// What to do with a publication while there is no connection.
+    enum class Absence
+    {
+        Keeps, ///< put it into the outbox, if there is one
+        Fails,
+    };
+    Publication publish(const std::string& channel, const TelvaneDataTypeBase& record,
+                        std::chrono::nanoseconds timeout, Absence absence);
+
+    // BusRequests.cpp
+    std::error_code request(const std::string& channel, const TelvaneDataTypeBase& argument,
+                            TelvaneDataTypeBase& answer, std::chrono::nanoseconds timeout);
+
+    std::error_code waitConnected(std::chrono::nanoseconds timeout);
+    BusStatistics statistics() const;
+
+    const BusOptions options;
+    const std::string path;
+
+    mutable std::mutex lock;
+    std::condition_variable changed; ///< state, channels' states, ends of threads
+    ConnectionState state = ConnectionState::Connecting;
+    std::error_code reason;
+
+private:
+    friend class Endpoint;
+
+    // BusConnecting.cpp
+    std::error_code openLink(LinkPointer& link) const;
+    enum class Step
+    {
+        Send,
+        Wait,
+        Done, ///< the bus is connected
+    };
+    struct Kept
+    {
+        std::string text;
+        Clock::time_point since;
+    };
+    std::error_code establish(const LinkPointer& link);
+    std::error_code establish(const LinkPointer& link, Kept& message);
+    /// Finds out what to do next to establish the connection.
+    /// \param[out] message what to send; its time is that of an outbox entry, else the last one
+    Step nextStep(const LinkPointer& link, Kept& message);
+    std::error_code receiveSome(const LinkPointer& link);
+    void beginEpoch(const LinkPointer& link);
+    void receiveUntilLost(const LinkPointer& link);
+    void endLink(const LinkPointer& link, std::error_code why);
+    void attemptFailed(std::error_code why);
+    bool sleepFor(std::chrono::nanoseconds pause);
+    std::chrono::nanoseconds pauseAfter(unsigned failures);
+    void setState(Held& held, ConnectionState newState, std::error_code why);
+
+    // BusDelivery.cpp
+    void takeAnswer(const char* header, const cJSON* message);
+    void takeRelay(const char* channel, const cJSON* message);
+    void answerRequests(cJSON* payload);
+    void deliver(const EndpointPointer& endpoint, cJSON* payload, int sequence, Clock::time_point arrival);
+    void enqueue(Held& held, const EndpointPointer& endpoint, Item item);
+
+    // BusEndpoints.cpp
+    void removeEndpoint(Endpoint& endpoint, std::deque<Item>& garbage);
+    bool endsEachOther(const Endpoint& endpoint) const;
+    static void updateEvent(Endpoint& endpoint);
+    void pushToQueues(Item::Kind kind, std::error_code why);
+
+    // BusChannels.cpp
+    using Channels = std::map<std::string, Channel, std::less<>>;
+    Channels::iterator findOrAddChannel(const std::string& name);
+    void markDirty(Channels::value_type& channel);
+    bool takeDirtyChannel(std::string& message, Channels::value_type*& channel);
+    void eraseIfIdle(Channels::iterator channel);
+
+    // BusCallbacks.cpp
+    bool runNext(Held& held, Executor& executor, Run where);
+    bool runEvent(Held& held, Run where);
+    void run(Held& held, const EndpointPointer& endpoint, Run where,
+             std::unique_ptr<TelvaneDataTypeBase> record, const Delivery& delivery);
+    void pushReady(const EndpointPointer& endpoint);
+    EndpointPointer popReady(Executor& executor);
+    Executor& executorOf(const Endpoint& endpoint);
+    void updateDispatchEvent();
+    int startWorker();
+    bool eventsAreDispatched() const { return options.run == Run::Dispatch; }
+    void report(BusEvent::Kind kind, std::error_code why, const std::string& channel, const char* text);
+
+    // BusPublishing.cpp
+    std::unique_ptr<PublicationWriter> takeWriter();
+    void returnWriter(std::unique_ptr<PublicationWriter> writer);
+    static std::error_code send(const Link& link, const char* text, int length,
+                                std::chrono::nanoseconds timeout);
+    bool keep(Publication& publication, const char* text, LinkPointer& link);
+    void dropExpired(Clock::time_point now);
+
+    // BusRequests.cpp
+    std::error_code await(Held& held, PendingRequest& pending, const std::string& requestChannel,
+                          Clock::time_point deadline);
+    EndpointPointer runnableResponder(const std::string& requestChannel, Run where);
+    std::string newRequestId();
+
+    EndpointPointer takeAnyEndpoint();
+    void endThread(Held& held, bool& started, pthread_t& thread, bool forGood);
+
+    FileDescriptor m_wake; ///< wakes the receiver while it polls
+    LinkPointer m_link;    ///< the current connection, established or not
+    bool m_linkUp = false; ///< m_link is established
+    Channels m_channels;
+    std::vector<Channels::value_type*> m_dirtyChannels;
+    bool m_updating = false; ///< a thread is in updateServer
+    int m_answersDue = 0;    ///< of all channels
+    bool m_answered = false; ///< the server has answered something on this connection
+    bool m_pinged = false;
+
+    std::atomic<PublicationWriter*> m_idleWriter{nullptr};
+    std::deque<Kept> m_outbox;
+
+    Executor m_worker;
+    Executor m_dispatcher;
+    std::condition_variable m_work;
+    std::deque<BusEvent> m_events;
+    bool m_eventRuns = false;
+    FileDescriptor m_dispatchEvent;
+    bool m_dispatchEventSet = false;
+    PendingRequest* m_helpers = nullptr;
+    WaitingEnd* m_waitingEnds = nullptr;
+
+    bool m_closed = false;
+    std::thread::id m_closer;
+    bool m_receiverStarted = false;
+    pthread_t m_receiverThread = {};
+    bool m_workerStarted = false;
+    pthread_t m_workerThread = {};
+
+    BusStatistics m_counters;
+    std::uint64_t m_requests = 0;
+    std::uint64_t m_identity = 0; ///< in the `_id` of requests
+    std::uint64_t m_random = 0;
+    std::error_code m_lastFailure;
+
+    std::vector<EndpointPointer> m_targets; ///< of the receiver: who gets the message
+    std::vector<RequestPointer> m_asked;    ///< of the receiver: who waits for the message
+};
+
+/// Entries of the threads. The argument is a `std::shared_ptr<BusState>*` that the thread deletes.
+void* runReceiver(void* argument);
+void* runWorker(void* argument);
+
+} // namespace Telvane::Detail

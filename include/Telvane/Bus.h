@@ -1,0 +1,346 @@
+/// \file
+/// The client for applications: typed, bounded, reconnecting.
+#pragma once
+
+#include <Telvane/BusTypes.h>
+#include <Telvane/RequestType.h>
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <type_traits>
+#include <typeinfo>
+#include <utility>
+
+namespace Telvane
+{
+
+namespace Detail
+{
+
+class BusState;
+
+/// The application's callable, without its type.
+class TELVANE_EXPORT MessageHandler
+{
+public:
+    MessageHandler() = default;
+    MessageHandler(const MessageHandler&) = delete;
+    MessageHandler& operator=(const MessageHandler&) = delete;
+    virtual ~MessageHandler();
+    /// Calls the application. May throw what the application throws.
+    /// \return a responder's answer, or null
+    virtual std::unique_ptr<TelvaneDataTypeBase> handle(TelvaneDataTypeBase& record,
+                                                        const Delivery& delivery) = 0;
+};
+
+/// What an endpoint of a bus is.
+struct EndpointSettings
+{
+    /// What is done with its messages.
+    enum class Kind
+    {
+        Callback,
+        Responder,
+        Queue,
+    };
+
+    Kind kind = Kind::Callback; ///< what is done with its messages
+    Run run = Run::Default;     ///< where its callback runs
+    Limit limit;                ///< bound of its queue
+};
+
+/// Calls \p callable with as many of the arguments as it takes.
+template <class Callable, class Record>
+decltype(auto) call(Callable& callable, const Record& record, const Delivery& delivery)
+{
+    if constexpr (std::is_invocable_v<Callable&, const Record&, const Delivery&>) {
+        return callable(record, delivery);
+    } else if constexpr (std::is_invocable_v<Callable&, const Record&>) {
+        return callable(record);
+    } else {
+        static_assert(std::is_invocable_v<Callable&>,
+                      "a callback takes (const Record&, const Delivery&), (const Record&) or ()");
+        return callable();
+    }
+}
+
+/// A subscription's callable.
+template <class Record, class Callable>
+class CallbackHandler : public MessageHandler
+{
+public:
+    /// Keeps the callable.
+    explicit CallbackHandler(Callable callable) : m_callable(std::move(callable)) {}
+    std::unique_ptr<TelvaneDataTypeBase> handle(TelvaneDataTypeBase& record,
+                                                const Delivery& delivery) override
+    {
+        call(m_callable, static_cast<const Record&>(record), delivery);
+        return nullptr;
+    }
+
+private:
+    Callable m_callable;
+};
+
+/// A responder's callable.
+template <class Answer, class Argument, class Callable>
+class ResponderHandler : public MessageHandler
+{
+public:
+    /// Keeps the callable.
+    explicit ResponderHandler(Callable callable) : m_callable(std::move(callable)) {}
+    std::unique_ptr<TelvaneDataTypeBase> handle(TelvaneDataTypeBase& record,
+                                                const Delivery& delivery) override
+    {
+        std::optional<Answer> answer = call(m_callable, static_cast<const Argument&>(record), delivery);
+        return answer ? std::make_unique<Answer>(std::move(*answer)) : nullptr;
+    }
+
+private:
+    Callable m_callable;
+};
+
+/// \return the name of a class without its namespaces
+TELVANE_EXPORT std::string classNameOf(const std::type_info& type);
+
+/// \return the channel that is named like \p Record
+template <class Record>
+const std::string& channelNamedAs()
+{
+    static_assert(std::is_base_of_v<TelvaneDataTypeBase, Record>,
+                  "only records travel: classes derived from TelvaneDataTypeBase");
+    static_assert(!std::is_abstract_v<Record>, "the record's own class is not known here: give a channel");
+    static const std::string name = classNameOf(typeid(Record));
+    return name;
+}
+
+} // namespace Detail
+
+/// A process's connection to a bus: publishes records, receives them through callbacks and queues, requests
+/// and answers.
+///
+///     Telvane::Bus bus("/run/telvane/bus");
+///     auto samples = bus.subscribe<Telvane::WeldTraceData>(
+///         [](const Telvane::WeldTraceData& sample) { std::printf("%.1f V\n", sample.data.volts); });
+///     std::error_code error = bus.publish(Telvane::LogData());
+///
+/// It connects in the background, and again after each loss of the connection. Subscriptions are made again
+/// each time. Everything that waits has a deadline. docs/bus.md has the promises, numbered.
+///
+/// A channel that is not given is named like the record's class.
+/// \par Threads  All operations may be called from any thread, callbacks included. Destruction belongs to
+///               one thread. A bus has one thread, and a second from the first queued callback on.
+/// \par Errors   Results are `std::error_code`s, empty for success. Nothing is thrown, except
+///               `std::bad_alloc` by the constructor.
+class TELVANE_EXPORT Bus
+{
+public:
+    /// Starts to connect to the server at \p path.
+    /// \param path of the server's socket, 1 to 107 characters; with another one the bus is closed at once
+    explicit Bus(const std::string& path, BusOptions options = {});
+    Bus(const Bus&) = delete;
+    Bus& operator=(const Bus&) = delete;
+    /// As close().
+    ~Bus();
+
+    /// Disconnects for good and ends all subscriptions, responders, queues and waits.
+    ///
+    /// Waits for callbacks that are running, except for those that it is called from.
+    void close();
+
+    /// \name Connection
+    /// @{
+
+    /// \return the state
+    ConnectionState state() const;
+    /// \return why there is no connection; empty while there is one
+    std::error_code reason() const;
+    /// Waits until the bus is connected.
+    /// \return empty; BusError::TimedOut; BusError::Closed; BusError::WouldDeadlock in a callback with
+    ///         Run::Direct
+    std::error_code waitConnected(std::chrono::nanoseconds timeout) const;
+    /// \return the counters
+    BusStatistics statistics() const;
+    /// @}
+
+    /// \name Publishing
+    /// Sends a record to every subscriber of a channel.
+    /// \return what became of it; converts to `std::error_code`
+    /// \par Threads  Any. Waits for the server's socket, at most until the deadline.
+    /// @{
+
+    /// Publishes on the channel that is named like the record's class.
+    template <class Record>
+    Publication publish(const Record& record)
+    {
+        return publish(Detail::channelNamedAs<Record>(), record);
+    }
+    /// The same with a deadline of its own.
+    template <class Record>
+    Publication publish(const Record& record, std::chrono::nanoseconds timeout)
+    {
+        return publish(Detail::channelNamedAs<Record>(), record, timeout);
+    }
+    /// Publishes on \p channel.
+    Publication publish(const std::string& channel, const TelvaneDataTypeBase& record);
+    /// The same with a deadline of its own.
+    Publication publish(const std::string& channel, const TelvaneDataTypeBase& record,
+                        std::chrono::nanoseconds timeout);
+    /// @}
+
+    /// \name Subscribing
+    /// Calls a callable for each record on a channel, until the handle ends.
+    ///
+    /// The callable takes `(const Record&, const Delivery&)` or less. It may be movable only. An exception
+    /// that leaves it is caught, counted and reported.
+    /// \return the handle; BusHandle::error() tells whether something is wrong with it
+    /// @{
+
+    /// Subscribes to the channel that is named like \p Record.
+    template <class Record, class Callable>
+    std::enable_if_t<!std::is_convertible_v<Callable, std::string>, Subscription>
+    subscribe(Callable callable, Run run = Run::Default, Limit limit = {})
+    {
+        return subscribe<Record>(Detail::channelNamedAs<Record>(), std::move(callable), run, limit);
+    }
+    /// Subscribes to \p channel.
+    template <class Record, class Callable>
+    Subscription subscribe(const std::string& channel, Callable callable, Run run = Run::Default,
+                           Limit limit = {})
+    {
+        return make<Subscription>(channel, {Detail::EndpointSettings::Kind::Callback, run, limit}, [&] {
+            return Parts{std::make_unique<Record>(),
+                         std::make_unique<Detail::CallbackHandler<Record, Callable>>(std::move(callable))};
+        });
+    }
+    /// Subscribes with a class that is known only at run time.
+    /// \param prototype its class decides what payloads are read into; only used during the call
+    Subscription
+    subscribe(const std::string& channel, const TelvaneDataTypeBase& prototype,
+              std::function<void(TelvaneDataTypeBase& record, const Delivery& delivery)> callback,
+              Run run = Run::Default, Limit limit = {});
+
+    /// Subscribes to the channel that is named like \p Record, for messages that the application takes.
+    template <class Record>
+    Queue<Record> queue(Limit limit = {})
+    {
+        return queue<Record>(Detail::channelNamedAs<Record>(), limit);
+    }
+    /// Subscribes to \p channel, for messages that the application takes.
+    template <class Record>
+    Queue<Record> queue(const std::string& channel, Limit limit = {})
+    {
+        return make<Queue<Record>>(channel, {Detail::EndpointSettings::Kind::Queue, Run::Default, limit}, [] {
+            return Parts{std::make_unique<Record>(), nullptr};
+        });
+    }
+    /// @}
+
+    /// \name Requests
+    /// Asks on "req_" and the channel's name, and waits for the answer on the channel.
+    ///
+    /// The request carries an `_id`, which a responder on Bus echoes; an answer without one is taken as
+    /// well. The answer's own `_id` is empty.
+    /// \param[out] answer  filled with the answer; unchanged on failure
+    /// \return empty; BusError::TimedOut, also if nobody answers: the server cannot tell; BusError::Lost,
+    ///         BusError::NotConnected, BusError::Refused; BusError::WouldDeadlock in a callback with
+    ///         Run::Direct, or in the responder that would have to answer
+    /// @{
+
+    /// Requests the record of the channel that is named like \p Answer.
+    template <class Answer>
+    std::error_code request(Answer& answer, std::chrono::nanoseconds timeout)
+    {
+        return request(Detail::channelNamedAs<Answer>(), RequestType(), answer, timeout);
+    }
+    /// The same within the deadline of BusOptions.
+    template <class Answer>
+    std::error_code request(Answer& answer)
+    {
+        return request(Detail::channelNamedAs<Answer>(), RequestType(), answer);
+    }
+    /// Sends \p argument along with the request.
+    template <class Answer, class = std::enable_if_t<std::is_base_of_v<TelvaneDataTypeBase, Answer>>>
+    std::error_code request(const TelvaneDataTypeBase& argument, Answer& answer,
+                            std::chrono::nanoseconds timeout)
+    {
+        return request(Detail::channelNamedAs<Answer>(), argument, answer, timeout);
+    }
+    /// The same within the deadline of BusOptions.
+    template <class Answer, class = std::enable_if_t<std::is_base_of_v<TelvaneDataTypeBase, Answer>>>
+    std::error_code request(const TelvaneDataTypeBase& argument, Answer& answer)
+    {
+        return request(Detail::channelNamedAs<Answer>(), argument, answer);
+    }
+    /// Requests the record of \p channel.
+    std::error_code request(const std::string& channel, const TelvaneDataTypeBase& argument,
+                            TelvaneDataTypeBase& answer, std::chrono::nanoseconds timeout);
+    /// The same within the deadline of BusOptions.
+    std::error_code request(const std::string& channel, const TelvaneDataTypeBase& argument,
+                            TelvaneDataTypeBase& answer);
+
+    /// Answers requests for the channel that is named like \p Answer.
+    /// \param callable takes `(const Argument&, const Delivery&)` or less; returns an \p Answer, or a
+    ///                 `std::optional` of one, empty to leave the request unanswered
+    template <class Answer, class Argument = RequestType, class Callable>
+    std::enable_if_t<!std::is_convertible_v<Callable, std::string>, Responder>
+    respond(Callable callable, Run run = Run::Default, Limit limit = {})
+    {
+        return respond<Answer, Argument>(Detail::channelNamedAs<Answer>(), std::move(callable), run, limit);
+    }
+    /// Answers requests for \p channel.
+    template <class Answer, class Argument = RequestType, class Callable>
+    Responder respond(const std::string& channel, Callable callable, Run run = Run::Default, Limit limit = {})
+    {
+        using Handler = Detail::ResponderHandler<Answer, Argument, Callable>;
+        return make<Responder>(channel, {Detail::EndpointSettings::Kind::Responder, run, limit}, [&] {
+            return Parts{std::make_unique<Argument>(), std::make_unique<Handler>(std::move(callable))};
+        });
+    }
+    /// @}
+
+    /// \name Callbacks on a thread of the application
+    /// @{
+
+    /// Runs the callbacks with Run::Dispatch that wait, without waiting for more.
+    /// \return how many ran
+    std::size_t dispatch();
+    /// \return a descriptor that is readable while dispatch() has something to do; the same for the life of
+    ///         the bus; -1, with errno set, if there is none
+    int fd();
+    /// @}
+
+private:
+    struct Parts
+    {
+        std::unique_ptr<TelvaneDataTypeBase> prototype;
+        std::unique_ptr<Detail::MessageHandler> handler;
+    };
+
+    template <class Handle, class Maker>
+    Handle make(const std::string& channel, const Detail::EndpointSettings& settings, Maker maker)
+    {
+        try {
+            Parts parts = maker();
+            std::error_code error;
+            auto endpoint =
+                addEndpoint(channel, settings, std::move(parts.prototype), std::move(parts.handler), error);
+            return Handle(std::move(endpoint), error);
+        } catch (const std::bad_alloc&) {
+            return Handle(nullptr, BusError::OutOfMemory);
+        }
+    }
+
+    std::shared_ptr<Detail::Endpoint> addEndpoint(const std::string& channel,
+                                                  const Detail::EndpointSettings& settings,
+                                                  std::unique_ptr<TelvaneDataTypeBase> prototype,
+                                                  std::unique_ptr<Detail::MessageHandler> handler,
+                                                  std::error_code& error);
+
+    std::shared_ptr<Detail::BusState> m_state;
+};
+
+} // namespace Telvane
