@@ -59,7 +59,7 @@ void checkReceiving(const RecordClass& recordClass, cJSON* value)
 
     DecodedRecord incoming(&recordClass);
     require(incoming.Unpackage(value) == 0, "everything that arrives is shown");
-    requireSame(incoming.fault(), fault, "what is wrong with a payload is told with it");
+    requireSame(incoming.decodeError(), fault, "what is wrong with a payload is told with it");
     requireSame(incoming.text(), expected != nullptr ? printed(*expected) : printJson(value),
                 "a record is shown decoded, and what is none as it came");
 }

@@ -78,7 +78,7 @@ load common
     start_server
     run "$TELVANE" listen "$bus" LogData --count 3 --timeout 0.05
     [ "$status" -eq 1 ]
-    [ "$output" = "telvane listen: only 0 of 3 records came in time" ]
+    [ "$output" = "telvane listen: only 0 of 3 records arrived in time" ]
 }
 
 @test "listen refuses names that no channel can have" {
@@ -108,7 +108,7 @@ load common
 @test "publish checks a record before it looks for the server" {
     run "$TELVANE" publish "$bus" LogData '{"lag":"x"}' --as LogData
     [ "$status" -eq 4 ]
-    [ "$output" = "telvane publish: log: the key is missing, expected a string" ]
+    [ "$output" = "telvane publish: log: missing; expected a string" ]
 }
 
 @test "publish sets keys over the defaults of the class" {
@@ -137,7 +137,7 @@ load common
 @test "publish knows no class that there is not" {
     run "$TELVANE" publish "$bus" LogData '{}' --as logdata
     [ "$status" -eq 2 ]
-    [ "$output" = 'telvane publish: there is no record class "logdata"; did you mean LogData?' ]
+    [ "$output" = 'telvane publish: --as: unknown record class "logdata"; did you mean LogData? (see telvane publish --help)' ]
 }
 
 @test "request prints the answer of reply" {
@@ -161,14 +161,14 @@ load common
     await reply.err ": listening$"
     run "$TELVANE" request "$bus" Status --as DataStatus
     [ "$status" -eq 4 ]
-    [ "$output" = 'telvane request: the answer on "Status" cannot be decoded: ttl: expected a whole number, got a string' ]
+    [ "$output" = 'telvane request: cannot decode the response on "Status": ttl: expected an integer, got a string' ]
 }
 
 @test "request gives up when nobody answers" {
     start_server
     run "$TELVANE" request "$bus" LogData --timeout 0.05
     [ "$status" -eq 1 ]
-    [ "$output" = 'telvane request: no answer on "LogData" in time; is anybody answering req_LogData?' ]
+    [ "$output" = 'telvane request: no response on "LogData" in time; check that a client responds to req_LogData' ]
 }
 
 @test "reply reads its answer from standard input" {
@@ -183,7 +183,7 @@ load common
 @test "an unknown command is named" {
     run "$TELVANE" lissen
     [ "$status" -eq 2 ]
-    [ "$output" = 'telvane: there is no command "lissen"; telvane --help lists them' ]
+    [ "$output" = 'telvane: unknown command "lissen"; see telvane --help' ]
 }
 
 @test "the help tells the exit codes" {

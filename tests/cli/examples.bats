@@ -7,7 +7,7 @@ load common
 # What subscribes tells nobody; that the server has seen it is what there is to wait for.
 await_subscriptions() {
     local tries=0
-    until [ "$(grep -c "asked to subscribe to $1" server.err)" -ge "$2" ]; do
+    until [ "$(grep -c "requested to subscribe to $1" server.err)" -ge "$2" ]; do
         tries=$((tries + 1))
         [ "$tries" -lt 2000 ]
         sleep 0.02

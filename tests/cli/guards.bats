@@ -14,7 +14,7 @@ others=4294967290 # nobody has this number
     await server.err "refused client [0-9]* (process [0-9]*, user $me, group $mine): there are as many clients as are allowed"
     kill "$listener"
     finish "$listener"
-    await server.err "has left"
+    await server.err "disconnected"
     start_listener LogData --count 1
     [ "$(grep -c refused server.err)" -eq 1 ]
 }
@@ -82,7 +82,7 @@ await_lines() {
 
 # await_leavers <number>: waits until so many clients have left and all that they sent has been handled.
 await_leavers() {
-    await_lines "$1" server.err "has left"
+    await_lines "$1" server.err "disconnected"
 }
 
 # scrape: reads one page into metrics. A reader that is slow to close the pipe is given another one.
@@ -184,7 +184,7 @@ value() {
     echo precious >pipe
     run "$TELVANE" serve "$bus" --metrics-pipe "$directory/pipe"
     [ "$status" -eq 2 ]
-    [[ $output == *"$directory/pipe is there already and is not a pipe; it is left alone" ]]
+    [[ $output == *"$directory/pipe exists and is not a pipe" ]]
     [ "$(cat pipe)" = precious ]
     [ ! -e "$bus" ]
 }
@@ -192,7 +192,7 @@ value() {
 @test "serve says why it cannot make the metrics pipe" {
     run "$TELVANE" serve "$bus" --metrics-pipe "$directory/missing/pipe"
     [ "$status" -eq 5 ]
-    [[ $output == *"cannot make the pipe $directory/missing/pipe: No such file or directory" ]]
+    [[ $output == *"cannot create the pipe $directory/missing/pipe: No such file or directory" ]]
 }
 
 @test "listen says at its end that it has missed nothing when that is certain" {

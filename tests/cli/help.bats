@@ -65,7 +65,7 @@ commands() {
             ask() { source $script }
             ask' "$BATS_TEST_DIRNAME/../../tools/completion/_telvane" "$@"
     }
-    [ "$(offered lis)" = "listen:Print each record of some channels as a line of JSON" ]
+    [ "$(offered lis)" = "listen:Print the records of channels as lines of JSON" ]
     [ "$(offered listen "$bus" HALI)" = "HALInfo:record class" ]
     [ "$(offered consumables process "MIG Sh")" = "MIG Short Arc:code 4" ]
     [ "$(offered listen some)" = files ]

@@ -231,11 +231,11 @@ save_until() {
     echo '{"telvaneRecording":1,"started":"2024-01-02T03:04:05Z"}' >a.jsonl
     run "$TELVANE" record "$bus" -o b.jsonl LogData
     [ "$status" -eq 3 ]
-    [[ $output == "telvane record: cannot connect to $bus: there is no such socket"* ]]
+    [[ $output == "telvane record: cannot connect to $bus: no such socket"* ]]
     [ ! -e b.jsonl ]
     run "$TELVANE" replay "$bus" a.jsonl
     [ "$status" -eq 3 ]
-    [[ $output == "telvane replay: cannot connect to $bus: there is no such socket"* ]]
+    [[ $output == "telvane replay: cannot connect to $bus: no such socket"* ]]
 }
 
 # recording_of <second...>: a recording with one record at each second, which holds it.

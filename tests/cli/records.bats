@@ -25,7 +25,7 @@ classes=$(jq length "$BATS_TEST_DIRNAME/../golden/catalogue.json")
     run "$TELVANE" records PSMemorySlot
     [[ $output == *'mPrograms      up to 100 ProgramType  8 times {"PROC":0,"WT":0,"WS":0,"GT":0}'* ]]
     run "$TELVANE" records DateTime
-    [ "${lines[1]}" = "  A string in JSON: the milliseconds since the Unix epoch." ]
+    [ "${lines[1]}" = "  A string in JSON: milliseconds since the Unix epoch." ]
     [ "${lines[3]}" = '"/Date(0)/"' ]
 }
 
@@ -41,5 +41,5 @@ classes=$(jq length "$BATS_TEST_DIRNAME/../golden/catalogue.json")
 @test "records knows no class that there is not" {
     run "$TELVANE" records Nothing
     [ "$status" -eq 2 ]
-    [ "$output" = 'telvane records: there is no record class "Nothing"; telvane records lists them' ]
+    [ "$output" = 'telvane records: CLASS: unknown record class "Nothing"; telvane records lists all classes (see telvane records --help)' ]
 }

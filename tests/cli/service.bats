@@ -61,7 +61,7 @@ print(client.recv(16384).decode())
     await manager.err "serving"
     kill "$(sed -n 's/^first \([0-9]*\)$/\1/p' manager.out)"
     await manager.out "^first ended with 0"
-    await manager.err "asked to subscribe to C$"
+    await manager.err "requested to subscribe to C$"
     kill "$(sed -n 's/^second \([0-9]*\)$/\1/p' manager.out)"
     finish "$manager"
     [ "$status" -eq 0 ]
@@ -100,14 +100,14 @@ print(client.recv(16384).decode())
     python3 -c 'import socket, sys; socket.socket(socket.AF_UNIX).connect(sys.argv[1])' "$directory/stream"
     finish "$started"
     [ "$status" -eq 2 ]
-    grep -q "telvane serve: what was handed over to serve is no listening SOCK_SEQPACKET socket" activation.err
+    grep -q "telvane serve: the inherited socket is not a listening SOCK_SEQPACKET socket" activation.err
 }
 
 @test "serve refuses to choose between a socket that is handed over and PATH" {
     # shellcheck disable=SC2016 # the inner shell expands its own variables
     run env LISTEN_FDS=1 sh -c 'LISTEN_PID=$$ exec "$0" serve "$1"' "$TELVANE" "$bus"
     [ "$status" -eq 2 ]
-    [ "$output" = "telvane serve: a socket was handed over, which is served in place of any PATH; leave PATH out" ]
+    [ "$output" = "telvane serve: PATH cannot be used with an inherited socket; omit it" ]
     [ ! -e "$bus" ]
 }
 
@@ -115,11 +115,11 @@ print(client.recv(16384).decode())
     # shellcheck disable=SC2016
     run env LISTEN_FDS=2 sh -c 'LISTEN_PID=$$ exec "$0" serve' "$TELVANE"
     [ "$status" -eq 2 ]
-    [ "$output" = "telvane serve: 2 sockets were handed over, and a bus has one" ]
+    [ "$output" = "telvane serve: 2 sockets were inherited; a bus has one" ]
 }
 
 @test "serve takes no notice of what was handed over to another process" {
     run env LISTEN_FDS=1 LISTEN_PID=1 "$TELVANE" serve
     [ "$status" -eq 2 ]
-    [[ $output == "telvane serve: PATH is required where no service manager hands a socket over"* ]]
+    [[ $output == "telvane serve: PATH is required unless a service manager passes a socket"* ]]
 }

@@ -25,8 +25,8 @@ load common
     start_server --no-status
     run "$TELVANE" request "$bus" TelvaneChannels --timeout 0.1
     [ "$status" -eq 1 ]
-    await server.err "has connected"
-    [ "$(grep -c "has connected" server.err)" -eq 1 ]
+    await server.err " connected$"
+    [ "$(grep -c " connected$" server.err)" -eq 1 ]
 }
 
 @test "listen --all follows every channel, and those that appear" {
@@ -37,7 +37,7 @@ load common
     "$TELVANE" publish "$bus" One '{"n":1}'
     await listener.out '"n":1'
     start later "$TELVANE" listen "$bus" Two
-    await server.err "client .* asked to subscribe to Two"
+    await server.err "client .* requested to subscribe to Two"
     # The listener subscribes to it by itself. It receives records when it has the server's answer, of which there is no
     # sign from outside, so publish until it has received one.
     until grep -q '"n":2' listener.out; do
@@ -67,11 +67,11 @@ load common
     done
 }
 
-@test "listen --all says so when the server does not tell what channels there are" {
+@test "listen --all says so when the server does not report its channels" {
     start_server --no-status
     run "$TELVANE" listen "$bus" --all
     [ "$status" -eq 3 ]
-    [[ $output == "telvane listen: the server does not tell what channels there are"* ]]
+    [[ $output == "telvane listen: the server does not report its channels"* ]]
 }
 
 @test "listen --all can be interrupted, and ends when the server dies" {

@@ -74,11 +74,11 @@ load common
 @test "top says so when there is no server, or one that does not tell" {
     run "$TELVANE" top "$bus" --once
     [ "$status" -eq 3 ]
-    [[ $output == "telvane top: cannot connect to $bus: there is no such socket"* ]]
+    [[ $output == "telvane top: cannot connect to $bus: no such socket"* ]]
     start_server --no-status
     run "$TELVANE" top "$bus" --once
     [ "$status" -eq 3 ]
-    [[ $output == "telvane top: the server does not tell what channels there are"* ]]
+    [[ $output == "telvane top: the server does not report its channels"* ]]
 }
 
 @test "top ends without a word when its reader has left" {

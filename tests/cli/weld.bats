@@ -164,7 +164,7 @@ CSV
     printf 'amps,volts\n1,20\n' >weld.csv
     run "$TELVANE" weld "$bus" --csv weld.csv --amps amps --volts volts --period-us 1000
     [ "$status" -eq 4 ]
-    [[ $output == *"there is no weld: the current never rose above --threshold"* ]]
+    [[ $output == *"no weld found: the current never exceeded --threshold"* ]]
 }
 
 @test "weld says which option a recording needs" {
@@ -183,7 +183,7 @@ CSV
 @test "weld refuses a consumable that it does not know" {
     run "$TELVANE" weld "$bus" --alloy unobtainium
     [ "$status" -eq 2 ]
-    [[ $output == *'"unobtainium" is neither a name nor a code'* ]]
+    [[ $output == *'"unobtainium" is not a name or code'* ]]
 }
 
 @test "weld simulates the same weld for the same seed" {

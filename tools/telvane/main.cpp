@@ -10,10 +10,9 @@ int main(int argc, char** argv)
     using namespace TelvaneTool;
 
     const std::string footer =
-        std::string(kExitCodeHelp) + "\n\ntelvane COMMAND --help tells about a command.";
-    CommandLine line(
-        "Works with an event bus of libTelvane: serves it, listens, publishes, asks, replays welds.",
-        TELVANE_VERSION, footer.c_str());
+        std::string(kExitCodeHelp) + "\n\nFor help on a command: telvane COMMAND --help";
+    CommandLine line("Serve, use, record and inspect an event bus of libTelvane", TELVANE_VERSION,
+                     footer.c_str());
     addServeCommand(line);
     addListenCommand(line);
     addPublishCommand(line);
@@ -32,6 +31,7 @@ int main(int argc, char** argv)
     addBenchCommand(line);
     addCompleteCommand(line);
 
-    prepareProcess();
+    openStandardDescriptors();
+    blockTerminationSignals();
     return line.run(argc, argv);
 }

@@ -30,14 +30,14 @@ TEST(DecodedRecord, TakesAnyPayloadAsItComesWithoutAClass)
     for (const char* json : {R"({"b":1,"a":[null]})", "[1,2]", "5", "\"text\"", "null"}) {
         const auto record = receive(nullptr, json);
         EXPECT_EQ(record->text(), json);
-        EXPECT_EQ(record->fault(), "");
+        EXPECT_EQ(record->decodeError(), "");
     }
 }
 
 TEST(DecodedRecord, IsDecodedAsItsClass)
 {
     const auto record = receive("UnitValuePair", R"({"VALUE":5.9,"unit":"A","more":1})");
-    EXPECT_EQ(record->fault(), "");
+    EXPECT_EQ(record->decodeError(), "");
     EXPECT_EQ(record->text(), R"({"Unit":"A","Value":5})");
 }
 
@@ -46,7 +46,7 @@ TEST(DecodedRecord, TellsWhyItCannotBeDecoded)
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
     const auto record = receive("WeldTriggerEnd", R"({"timestamp":"/Date(0)/","tag":1})");
-    EXPECT_EQ(record->fault(), "lifetimeArcHours: the key is missing, expected a number");
+    EXPECT_EQ(record->decodeError(), "lifetimeArcHours: missing; expected a number");
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
@@ -54,7 +54,7 @@ TEST(DecodedRecord, TellsWhyItCannotBeDecoded)
 TEST(DecodedRecord, SurvivesTimesThatNobodyCanRead)
 {
     const auto record = receive("TimeType", R"({"time":"soon"})");
-    EXPECT_NE(record->fault(), "");
+    EXPECT_NE(record->decodeError(), "");
     EXPECT_EQ(record->text(), R"({"time":"soon"})");
 }
 

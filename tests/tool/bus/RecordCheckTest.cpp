@@ -46,15 +46,15 @@ TEST(RecordCheck, AcceptsEveryDefaultRecordOfTheCatalogue)
 
 TEST(RecordCheck, NamesAMissingKey)
 {
-    EXPECT_EQ(check("LogData", "{}"), "log: the key is missing, expected a string");
+    EXPECT_EQ(check("LogData", "{}"), "log: missing; expected a string");
     EXPECT_EQ(check("WeldTraceData", replaced(kTrace, R"("volts":2,)", "")),
-              "data.volts: the key is missing, expected a number");
+              "data.volts: missing; expected a number");
 }
 
 TEST(RecordCheck, RefusesToSendNumbersThatWouldArriveAsNull)
 {
     const std::string json = R"({"Unit":"V","Value":1e999})";
-    EXPECT_EQ(check("UnitValueDoublePair", json), "Value: expected a number, got one that is too large");
+    EXPECT_EQ(check("UnitValueDoublePair", json), "Value: the number is too large");
     EXPECT_EQ(receive("UnitValueDoublePair", json), "");
 }
 
@@ -62,11 +62,11 @@ TEST(RecordCheck, RefusesToSendTagsThatWouldArriveChanged)
 {
     EXPECT_EQ(check("RequestType", R"({"_sequence_tag":7})"), "");
     EXPECT_EQ(check("RequestType", R"({"_sequence_tag":3.9})"),
-              "_sequence_tag: expected a whole number, got one with a fraction");
+              "_sequence_tag: expected an integer, got a fraction");
     EXPECT_EQ(check("RequestType", R"({"_sequence_tag":1e12})"),
-              "_sequence_tag: expected a whole number of 32 bits, got one that is too large");
+              "_sequence_tag: expected a 32-bit integer, got a larger number");
     EXPECT_EQ(check("RequestType", R"({"_sequence_tag":"7"})"),
-              "_sequence_tag: expected a whole number, got a string");
+              "_sequence_tag: expected an integer, got a string");
 }
 
 TEST(RecordCheck, NamesTheKeyOfAWrongTypeAndWhatWasExpected)
@@ -74,7 +74,7 @@ TEST(RecordCheck, NamesTheKeyOfAWrongTypeAndWhatWasExpected)
     EXPECT_EQ(check("LogData", R"({"log":5})"), "log: expected a string, got a number");
     EXPECT_EQ(check("TelvaneDataFullStatus", R"({"isFull":1})"),
               "isFull: expected true or false, got a number");
-    EXPECT_EQ(check("DataStatus", R"({"ttl":"5"})"), "ttl: expected a whole number, got a string");
+    EXPECT_EQ(check("DataStatus", R"({"ttl":"5"})"), "ttl: expected an integer, got a string");
     EXPECT_EQ(check("WeldTraceData", replaced(kTrace, "1.5", "null")),
               "data.amps: expected a number, got null");
     EXPECT_EQ(check("WeldTraceData", replaced(kTrace, R"("/Date(5)/")", "5")),
@@ -102,9 +102,9 @@ TEST(RecordCheck, FindsKeysInAnyLetterCase)
 
 TEST(RecordCheck, OnlyLetsWholeIntegersInRangeBeSent)
 {
-    EXPECT_EQ(check("DataStatus", R"({"ttl":3.5})"), "ttl: expected a whole number, got one with a fraction");
+    EXPECT_EQ(check("DataStatus", R"({"ttl":3.5})"), "ttl: expected an integer, got a fraction");
     EXPECT_EQ(check("DataStatus", R"({"ttl":2147483648})"),
-              "ttl: expected a whole number of 32 bits, got one that is too large");
+              "ttl: expected a 32-bit integer, got a larger number");
     EXPECT_EQ(check("DataStatus", R"({"ttl":-2147483648})"), "");
     EXPECT_EQ(receive("DataStatus", R"({"ttl":3.5})"), "");
     EXPECT_EQ(receive("DataStatus", R"({"ttl":1e12})"), "");
@@ -112,7 +112,7 @@ TEST(RecordCheck, OnlyLetsWholeIntegersInRangeBeSent)
 
 TEST(RecordCheck, OnlyLetsKnownKeysBeSent)
 {
-    EXPECT_EQ(check("LogData", R"({"log":"x","lag":1})"), "lag: there is no such key in LogData");
+    EXPECT_EQ(check("LogData", R"({"log":"x","lag":1})"), "lag: LogData has no such key");
     EXPECT_EQ(receive("LogData", R"({"log":"x","lag":1})"), "");
 }
 
@@ -121,7 +121,7 @@ TEST(RecordCheck, KnowsTheKeysThatEveryRecordMayHave)
     EXPECT_EQ(check("LogData", R"({"log":"x","_id":"1","_sequence_tag":2})"), "");
     EXPECT_EQ(check("LogData", R"({"log":"x","_id":1})"), "_id: expected a string, got a number");
     EXPECT_EQ(check("LogData", R"({"log":"x","_sequence_tag":"1"})"),
-              "_sequence_tag: expected a whole number, got a string");
+              "_sequence_tag: expected an integer, got a string");
     EXPECT_EQ(receive("LogData", R"({"log":"x","_id":1})"), "");
 }
 

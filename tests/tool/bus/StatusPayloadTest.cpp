@@ -48,8 +48,8 @@ ClientStatus client(int descriptor, std::size_t subscriptions)
 template <class Item>
 std::vector<Item> sendAndReceive(const std::vector<Item>& items)
 {
-    StatusAnswer<Item> answer;
-    const std::vector<std::string> parts = printStatus(items);
+    StatusResponse<Item> answer;
+    const std::vector<std::string> parts = encodeStatus(items);
     for (std::size_t i = 0; i < parts.size(); ++i) {
         EXPECT_EQ(answer.take(parts[i]), i + 1 == parts.size()) << i;
     }
@@ -86,7 +86,7 @@ TEST(StatusPayload, TellsOfClients)
 
 TEST(StatusPayload, TellsOfNothingInOnePart)
 {
-    EXPECT_THAT(printStatus(std::vector<ChannelStatus>()),
+    EXPECT_THAT(encodeStatus(std::vector<ChannelStatus>()),
                 ElementsAre(R"({"part":1,"parts":1,"channels":[]})"));
     EXPECT_THAT(sendAndReceive<ClientStatus>({}), IsEmpty());
 }
@@ -95,7 +95,7 @@ TEST(StatusPayload, TellsOfNothingInOnePart)
 template <class Item>
 bool fits(const std::vector<Item>& items)
 {
-    const std::vector<std::string> parts = printStatus(items);
+    const std::vector<std::string> parts = encodeStatus(items);
     return std::all_of(parts.begin(), parts.end(), [](const std::string& part) {
         std::string error;
         RawRecord record(parseJson(part, error));
@@ -132,9 +132,9 @@ TEST(StatusPayload, LeavesOutWhatNoMessageCanHold)
 TEST(StatusPayload, IsPutTogetherAgainAfterAPartWasMissed)
 {
     const std::vector<std::string> parts =
-        printStatus(std::vector<ChannelStatus>(200, channel("AnyChannel")));
+        encodeStatus(std::vector<ChannelStatus>(200, channel("AnyChannel")));
     ASSERT_GT(parts.size(), 2U);
-    StatusAnswer<ChannelStatus> answer;
+    StatusResponse<ChannelStatus> answer;
     EXPECT_FALSE(answer.take(parts[0]));
     EXPECT_FALSE(answer.take(parts.back()));
     EXPECT_THAT(answer.items(), IsEmpty());
@@ -146,7 +146,7 @@ TEST(StatusPayload, IsPutTogetherAgainAfterAPartWasMissed)
 
 TEST(StatusPayload, IsNotUpsetByRubbish)
 {
-    StatusAnswer<ClientStatus> answer;
+    StatusResponse<ClientStatus> answer;
     EXPECT_FALSE(answer.take(""));
     EXPECT_FALSE(answer.take("[]"));
     EXPECT_FALSE(answer.take(R"({"part":-1e300,"parts":1e300})"));

@@ -15,34 +15,33 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::Not;
 
-OptionText argument(const std::string& name, bool repeated = false)
+OptionInfo argument(const std::string& name, bool repeated = false)
 {
-    OptionText option;
+    OptionInfo option;
     option.names = {name};
     option.argument = true;
     option.repeated = repeated;
     return option;
 }
 
-OptionText option(const std::vector<std::string>& names, const std::string& value = "", bool repeated = false)
+OptionInfo option(const std::vector<std::string>& names, const std::string& value = "", bool repeated = false)
 {
-    OptionText option;
+    OptionInfo option;
     option.names = names;
     option.value = value;
     option.repeated = repeated;
     return option;
 }
 
-const std::vector<CommandText> kCommands = {
-    {"", "all of it", {option({"-h", "--help"}), option({"--version"})}, ""},
+const std::vector<CommandInfo> kCommands = {
+    {"", "all of it", {option({"-h", "--help"}), option({"--version"})}},
     {"listen",
      "hears",
      {argument("PATH"), argument("CHANNEL", true), option({"--as"}, "CLASS"), option({"--pretty"}),
       option({"-o", "--output"}, "FILE"), option({"--count"}, "NUMBER"), option({"--set"}, "TEXT", true),
-      option({"--gas-type"}, "CODE")},
-     ""},
-    {"consumables", "shows", {argument("TABLE"), argument("CODE")}, ""},
-    {"link", "ties", {}, ""},
+      option({"--gas-type"}, "CODE")}},
+    {"consumables", "shows", {argument("TABLE"), argument("CODE")}},
+    {"link", "ties", {}},
 };
 
 Completion completionOf(const std::vector<std::string>& words)

@@ -1,10 +1,10 @@
-// Where a command could hang, and what ends it:
-// - connecting to a server that is stopped: the watchman ends the process;
-// - Publish() to a server that died: the client tells of the loss, and Disconnect() releases it;
-// - Publish() to a server that is stopped: waits, as it should; after a signal the watchman disconnects;
-// - Subscribe() when the server dies: returns by itself after a second, unless the watchman is quicker;
-// - reading an input that says nothing: awaitInput() looks for the end of the session, too;
-// - writing to a pipe that nobody empties: waits, as it should; after a signal the watchman ends the process.
+// Where a command could block, and what ends it:
+// - Connect() to a suspended server: the watchdog exits the process;
+// - Publish() after the server died: the client reports the lost connection, and Disconnect() unblocks the call;
+// - Publish() to a suspended server: waits as intended; after a signal the watchdog disconnects;
+// - Subscribe() when the server dies: returns after a second, or when the watchdog disconnects;
+// - reading input that does not arrive: awaitInput() also returns when the connection stops;
+// - writing to a full pipe: waits as intended; after a signal the watchdog exits the process.
 
 #include "common/bus/BusConnection.h"
 
@@ -30,24 +30,19 @@ namespace
 {
 
 constexpr Nanoseconds kConnectLimit = 900 * kMillisecond;
-constexpr Nanoseconds kReleaseAfter = 200 * kMillisecond; ///< of a stop: a send that hangs is ended
-constexpr Nanoseconds kGiveUpAfter = 700 * kMillisecond;  ///< of a stop: the process is ended
-constexpr std::size_t kLongestPath = sizeof(sockaddr_un::sun_path) - 1;
+constexpr Nanoseconds kDisconnectAfter = 200 * kMillisecond; ///< of a stop, to unblock a send
+constexpr Nanoseconds kExitAfter = 700 * kMillisecond;       ///< of a stop
+constexpr std::size_t kMaxPath = sizeof(sockaddr_un::sun_path) - 1;
 
-/// Why nobody answers on a path: the client only says that it is so.
-int probe(const std::string& path)
+/// \return why a connect fails (positive errno), which the client does not report
+int connectError(const std::string& path)
 {
-    const int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    if (fd < 0) {
-        return errno;
-    }
+    const FileDescriptor probe(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
     std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
-    const int result = connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address);
-    const int error = result != 0 ? errno : 0;
-    close(fd);
-    return error;
+    const int result = connect(probe.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    return result != 0 ? errno : 0;
 }
 
 } // namespace
@@ -56,7 +51,7 @@ BusConnection::BusConnection(Output output, Interruption interruption)
     : m_output(output),
       m_interruption(interruption),
       m_signals(openSignals()),
-      m_nudge(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
+      m_watchdogEvent(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
       m_stopEvent(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
 {
     m_client.install_OnConnectionLost([this](Telvane::EventClient&) {
@@ -72,18 +67,15 @@ BusConnection::~BusConnection()
     m_finished = true;
     wakeWatchdog();
     m_watchdog.join();
-    close(m_signals);
-    close(m_nudge);
-    close(m_stopEvent);
 }
 
 int BusConnection::connect(const std::string& path, double wait)
 {
     m_path = path;
     m_wait = wait;
-    if (path.empty() || path.size() > kLongestPath) {
-        printError("\"" + path + "\" cannot be a socket: its path must have 1 to " +
-                   std::to_string(kLongestPath) + " characters");
+    if (path.empty() || path.size() > kMaxPath) {
+        printError("\"" + path + "\" is not a socket path; it must have 1 to " + std::to_string(kMaxPath) +
+                   " characters");
         return kWrongUsage;
     }
     const Nanoseconds deadline = monotonicNow() + nanoseconds(wait);
@@ -97,7 +89,7 @@ int BusConnection::connect(const std::string& path, double wait)
         }
         const Nanoseconds now = monotonicNow();
         if (now >= deadline) {
-            complainAboutConnect();
+            printConnectError();
             return kBusFailure;
         }
         if (!sleepUntil(std::min(deadline, now + 20 * kMillisecond))) {
@@ -106,23 +98,23 @@ int BusConnection::connect(const std::string& path, double wait)
     }
 }
 
-void BusConnection::complainAboutConnect() const
+void BusConnection::printConnectError() const
 {
     const std::string attempt = "cannot connect to " + m_path + ": ";
-    const int error = probe(m_path);
+    const int error = connectError(m_path);
     switch (error) {
     case ENOENT:
-        printError(attempt + "there is no such socket; start a server with: telvane serve " + m_path);
+        printError(attempt + "no such socket; start a server with: telvane serve " + m_path);
         break;
     case ECONNREFUSED:
-        printError(attempt + "nobody serves it any more; start a server with: telvane serve " + m_path);
+        printError(attempt + "no server is running; start one with: telvane serve " + m_path);
         break;
     case EACCES:
-        printError(attempt + "permission denied; the server's --mode decides who may connect");
+        printError(attempt + "permission denied; see --mode of telvane serve");
         break;
     case ENOTSOCK:
     case EPROTOTYPE:
-        printError(attempt + "it is not the socket of an event server");
+        printError(attempt + "not the socket of an event server");
         break;
     default:
         printError(attempt + (error != 0 ? std::strerror(error) : "the server refused"));
@@ -138,9 +130,9 @@ int BusConnection::subscribe(const std::string& channel, const Telvane::TelvaneD
     }
     const std::string attempt = "cannot subscribe to \"" + channel + "\" on " + m_path + ": ";
     if (result == -1) {
-        printError(attempt + "the server refused; names of channels have letters and underscores only");
+        printError(attempt + "the server refused; channel names consist of letters and underscores");
     } else if (result == -ETIMEDOUT) {
-        printError(attempt + "the server does not answer");
+        printError(attempt + "the server does not respond");
     } else {
         printError(attempt + "result " + std::to_string(result));
     }
@@ -168,12 +160,12 @@ bool BusConnection::write(std::string_view data)
 
 void BusConnection::stop(Stop reason)
 {
-    // In this order: the watchman counts from the time as soon as it sees the reason.
+    // Set the time first: the watchdog uses it as soon as it sees the reason.
     Nanoseconds unset = 0;
     m_stopTime.compare_exchange_strong(unset, monotonicNow());
     Stop expected = Stop::None;
     if (m_stop.compare_exchange_strong(expected, reason)) {
-        eventfd_write(m_stopEvent, 1);
+        eventfd_write(m_stopEvent.get(), 1);
         wakeWatchdog();
         wake();
     }
@@ -190,26 +182,25 @@ void BusConnection::wake()
 
 void BusConnection::wakeWatchdog() const
 {
-    eventfd_write(m_nudge, 1);
+    eventfd_write(m_watchdogEvent.get(), 1);
 }
 
 void BusConnection::waitOnce(std::unique_lock<std::mutex>& guard, Nanoseconds deadline)
 {
-    // A deadline decades away is more than a time_t of 32 bits can name: the wait would return at once, for
-    // ever.
-    constexpr Nanoseconds kLongestWait = 3600 * kSecond;
+    // A deadline decades away does not fit into a 32-bit time_t: the wait would return at once.
+    constexpr Nanoseconds kMaxWait = 3600 * kSecond;
     if (deadline < 0) {
         m_condition.wait(guard);
     } else {
         using Clock = std::chrono::steady_clock;
-        const Nanoseconds until = std::min(deadline, monotonicNow() + kLongestWait);
+        const Nanoseconds until = std::min(deadline, monotonicNow() + kMaxWait);
         m_condition.wait_until(guard, Clock::time_point(std::chrono::nanoseconds(until)));
     }
 }
 
 bool BusConnection::awaitInput(int fd) const
 {
-    pollfd watched[] = {{fd, POLLIN, 0}, {m_stopEvent, POLLIN, 0}};
+    pollfd watched[] = {{fd, POLLIN, 0}, {m_stopEvent.get(), POLLIN, 0}};
     while (poll(watched, 2, -1) < 0 && errno == EINTR) {
     }
     return !stopping();
@@ -217,10 +208,10 @@ bool BusConnection::awaitInput(int fd) const
 
 bool BusConnection::sleepUntil(Nanoseconds deadline)
 {
-    constexpr Nanoseconds kUnheard = 50 * kMillisecond; ///< longest time without looking for an end
+    constexpr Nanoseconds kMaxDelay = 50 * kMillisecond; ///< until a stop is noticed
     const Nanoseconds left = deadline - monotonicNow();
-    if (left > kUnheard) {
-        waitFor([] { return false; }, deadline - kUnheard / 2);
+    if (left > kMaxDelay) {
+        waitFor([] { return false; }, deadline - kMaxDelay / 2);
     }
     if (left > 0 && !stopping()) {
         const timespec until = {static_cast<time_t>(deadline / kSecond),
@@ -233,11 +224,12 @@ bool BusConnection::sleepUntil(Nanoseconds deadline)
 
 void BusConnection::watch()
 {
-    pollfd watched[] = {{m_signals, POLLIN, 0}, {m_nudge, POLLIN, 0}, {STDOUT_FILENO, 0, 0}};
+    pollfd watched[] = {
+        {m_signals.get(), POLLIN, 0}, {m_watchdogEvent.get(), POLLIN, 0}, {STDOUT_FILENO, 0, 0}};
     const nfds_t count = m_output == Output::Data ? 3 : 2;
     while (!m_finished) {
         const Nanoseconds timeout = watchTimeout();
-        // A closed reader shows as an error on every look, so it is only looked for until it has.
+        // A closed reader makes every poll() return, so it is polled for only until the stop.
         const int ready = poll(watched, stopping() ? 2 : count,
                                timeout < 0 ? -1 : static_cast<int>(timeout / kMillisecond) + 1);
         if (ready < 0) {
@@ -248,7 +240,7 @@ void BusConnection::watch()
         }
         if ((watched[1].revents & POLLIN) != 0) {
             eventfd_t ignored = 0;
-            eventfd_read(m_nudge, &ignored);
+            eventfd_read(m_watchdogEvent.get(), &ignored);
         }
         if (count == 3 && (watched[2].revents & (POLLERR | POLLHUP)) != 0) {
             stop(Stop::OutputClosed);
@@ -262,12 +254,12 @@ void BusConnection::watch()
             printError("cannot connect to " + m_path + ": the server does not accept connections");
             _exit(kBusFailure);
         }
-        if (stopping() && now - m_stopTime >= kReleaseAfter) {
+        if (stopping() && now - m_stopTime >= kDisconnectAfter) {
             tryDisconnect();
         }
-        if (stopping() && now - m_stopTime >= kGiveUpAfter && !m_finished) {
+        if (stopping() && now - m_stopTime >= kExitAfter && !m_finished) {
             restoreTerminal();
-            complainAboutStop();
+            printStopReason();
             _exit(stopCode());
         }
     }
@@ -279,20 +271,21 @@ Nanoseconds BusConnection::watchTimeout() const
     const Nanoseconds connecting = m_connectTime;
     if (stopping()) {
         const Nanoseconds stopped = now - m_stopTime;
-        return std::max<Nanoseconds>(0, (stopped < kReleaseAfter ? kReleaseAfter : kGiveUpAfter) - stopped);
+        return std::max<Nanoseconds>(0,
+                                     (stopped < kDisconnectAfter ? kDisconnectAfter : kExitAfter) - stopped);
     }
     return connecting != 0 ? std::max<Nanoseconds>(0, connecting + kConnectLimit - now) : -1;
 }
 
 void BusConnection::takeSignal()
 {
-    const int signal = readSignal(m_signals);
+    const int signal = readSignal(m_signals.get());
     if (signal == 0) {
         return;
     }
     if (m_signal.exchange(signal) != 0) {
         restoreTerminal();
-        _exit(kSignalBase + signal); // asked twice, the user does not want to wait
+        _exit(kSignalBase + signal); // second signal: do not wait
     }
     stop(Stop::Interrupted);
 }
@@ -305,7 +298,7 @@ void BusConnection::disconnect()
 
 void BusConnection::tryDisconnect()
 {
-    // Whoever has the lock is disconnecting, and may wait for this very thread.
+    // The thread that holds the lock is disconnecting, and may be waiting for this thread.
     const std::unique_lock<std::mutex> guard(m_disconnecting, std::try_to_lock);
     if (guard.owns_lock()) {
         m_client.Disconnect();
@@ -314,17 +307,17 @@ void BusConnection::tryDisconnect()
 
 int BusConnection::finish(int result)
 {
-    disconnect(); // what the callbacks use may go away before the session does
+    disconnect(); // the callbacks may use objects that are destroyed before this one
     if (!stopping()) {
         return result;
     }
-    complainAboutStop();
+    printStopReason();
     return stopCode();
 }
 
-void BusConnection::complainAboutStop()
+void BusConnection::printStopReason()
 {
-    if (m_complained.exchange(true)) {
+    if (m_stopReported.exchange(true)) {
         return;
     }
     switch (m_stop) {

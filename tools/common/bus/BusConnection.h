@@ -1,6 +1,7 @@
 #pragma once
 
 #include "common/support/Clock.h"
+#include "common/support/FileDescriptor.h"
 
 #include <Telvane/EventClient.h>
 
@@ -14,25 +15,25 @@
 namespace TelvaneTool
 {
 
-/// A connection to the bus that never leaves its user hanging.
+/// A connection to the bus that never blocks its user for ever.
 ///
-/// The client itself waits without end for a server that is gone. So a watchman thread looks out for signals,
-/// for the loss of the connection and, where standard output carries data, for the loss of its reader. It
-/// tells the main thread, ends a send that hangs, and ends the process when the main thread does not come
-/// back in time.
+/// The client itself waits without a time-out for a server that is gone. A watchdog thread therefore watches for
+/// signals, for a lost connection and, if standard output is used for data, for a closed reader. It notifies the
+/// main thread, unblocks a send by disconnecting, and exits the process if the main thread does not return in time.
+/// The functions print their errors.
 class BusConnection
 {
 public:
     enum class Output
     {
-        Data,   ///< standard output carries data; the session ends when nobody reads it any more
-        Unused, ///< standard output is of no concern
+        Data,   ///< stop when the reader closes standard output
+        Unused, ///< standard output is not used
     };
 
     enum class Interruption
     {
-        ExpectedExit, ///< the command goes on until a signal comes
-        Aborts,       ///< the command would have ended by itself
+        ExpectedExit, ///< a signal is the usual end of the command
+        Aborts,       ///< a signal ends the command before its work is done
     };
 
     BusConnection(Output output, Interruption interruption);
@@ -40,53 +41,53 @@ public:
     BusConnection(const BusConnection&) = delete;
     BusConnection& operator=(const BusConnection&) = delete;
 
-    /// Connects, or complains and says why not.
-    /// \param wait how long to wait for a server to appear, in seconds
+    /// Connects to a server.
+    /// \param wait how long to wait for the server to start, s
     /// \return an exit code
     int connect(const std::string& path, double wait);
 
-    /// \return how long the user is ready to wait for a server, in seconds
+    /// \return the waiting time passed to connect(), s
     double wait() const { return m_wait; }
 
-    /// Subscribes, or complains.
+    /// Subscribes to a channel.
     /// \return an exit code
     int subscribe(const std::string& channel, const Telvane::TelvaneDataTypeBase& prototype,
                   Telvane::EventClient::Callback callback);
 
-    /// Publishes, or complains; without a word when the session is stopping.
+    /// Publishes a record. Prints no error if the connection is stopping.
     bool publish(const std::string& channel, Telvane::TelvaneDataTypeBase& record);
 
-    /// \return how many messages have arrived that were not whole
+    /// \return the number of messages that were not valid JSON
     std::uint64_t brokenMessages() const { return m_client.Statistics().notJson; }
-    /// \return how many records have arrived that a subscription's class could not read
+    /// \return the number of records that a subscription's class could not read
     std::uint64_t undecodableRecords() const { return m_client.Statistics().undecodable; }
 
-    /// Writes to standard output. A failure stops the session.
+    /// Writes to standard output. A failure stops the connection.
     bool write(std::string_view data);
 
-    /// \return true when the main thread should come to its end: finish() tells why
+    /// \return whether the main thread should end; finish() returns the reason
     bool stopping() const { return m_stop.load(std::memory_order_relaxed) != Stop::None; }
 
     /// Waits until a descriptor can be read.
-    /// \return false when the session is stopping
+    /// \return false if the connection is stopping
     bool awaitInput(int fd) const;
 
-    /// Waits on the monotonic clock.
-    /// \return false when the session is stopping
+    /// Sleeps until a time on the monotonic clock.
+    /// \return false if the connection is stopping
     bool sleepUntil(Nanoseconds deadline);
 
-    /// Waits until \p condition holds. It is called whenever wake() has been called, without any lock held.
+    /// Waits until \p condition returns true. It is called after each wake(), with no lock held.
     /// \param deadline on the monotonic clock, or kNoDeadline
-    /// \return whether it holds; the session may be stopping all the same
+    /// \return the last result of \p condition; false also if the connection is stopping
     template <class Condition>
     bool waitFor(Condition condition, Nanoseconds deadline);
     static constexpr Nanoseconds kNoDeadline = -1;
 
-    /// Makes waitFor() look again. From any thread.
+    /// Makes waitFor() check its condition again. Any thread may call this.
     void wake();
 
-    /// Disconnects, and complains if something else than the user has ended the session.
-    /// \param result the exit code when nothing has
+    /// Disconnects, and prints why the connection stopped unless the user stopped it.
+    /// \param result the exit code if the connection did not stop
     /// \return the exit code
     int finish(int result);
 
@@ -107,8 +108,8 @@ private:
     void wakeWatchdog() const;
     void disconnect();
     void tryDisconnect();
-    void complainAboutConnect() const;
-    void complainAboutStop();
+    void printConnectError() const;
+    void printStopReason();
     int stopCode() const;
     void waitOnce(std::unique_lock<std::mutex>& guard, Nanoseconds deadline);
 
@@ -116,25 +117,25 @@ private:
     const Interruption m_interruption;
     std::string m_path;
     double m_wait = 0.0;
-    std::mutex m_disconnecting; ///< Disconnect() belongs to one thread at a time
+    std::mutex m_disconnecting; ///< held while calling Disconnect()
 
     std::atomic<Stop> m_stop{Stop::None};
     std::atomic<Nanoseconds> m_stopTime{0};
     std::atomic<int> m_signal{0};
     std::atomic<int> m_outputError{0};
-    std::atomic<Nanoseconds> m_connectTime{0}; ///< since when a connect has been under way, or 0
+    std::atomic<Nanoseconds> m_connectTime{0}; ///< start of the connect in progress, or 0
     std::atomic<bool> m_finished{false};
-    std::atomic<bool> m_complained{false};
+    std::atomic<bool> m_stopReported{false};
 
     std::mutex m_lock;
     std::condition_variable m_condition;
     std::uint64_t m_wakes = 0;
 
-    int m_signals = -1;
-    int m_nudge = -1;
-    int m_stopEvent = -1; ///< readable from the stop on
+    FileDescriptor m_signals;
+    FileDescriptor m_watchdogEvent; ///< wakes the watchdog
+    FileDescriptor m_stopEvent;     ///< readable after the stop
     std::thread m_watchdog;
-    Telvane::EventClient m_client; ///< the last member: its receiver thread uses the others until it is gone
+    Telvane::EventClient m_client; ///< last member: its receiver thread uses the others
 };
 
 template <class Condition>

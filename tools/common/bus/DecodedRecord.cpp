@@ -1,5 +1,5 @@
-// The client drops a payload that its record cannot read, with a line of the library on a standard stream
-// that belongs to the tool's data. So this record can read everything, and decodes by itself.
+// The client drops a payload that its record cannot read, and the library prints a line about it to standard output,
+// which the tool uses for data. This record therefore accepts every payload and decodes it itself.
 
 #include "common/bus/DecodedRecord.h"
 
@@ -16,14 +16,14 @@ using Telvane::TelvaneDataTypeBase;
 
 bool DecodedRecord::_packageData(cJSON* /*output*/)
 {
-    return false; // only ever received
+    return false; // never sent
 }
 
 bool DecodedRecord::_unpackageData(cJSON* input)
 {
     if (m_recordClass != nullptr) {
-        m_fault = checkRecord(input, m_recordClass->table(), Strictness::Receiving);
-        if (m_fault.empty()) {
+        m_decodeError = checkRecord(input, m_recordClass->table(), Strictness::Receiving);
+        if (m_decodeError.empty()) {
             const std::unique_ptr<TelvaneDataTypeBase> record(m_recordClass->build());
             cJSON* packaged = nullptr;
             if (record->Unpackage(input) == 0 && record->Package(&packaged) == 0) {
@@ -31,7 +31,7 @@ bool DecodedRecord::_unpackageData(cJSON* input)
                 return true;
             }
             cJSON_Delete(packaged);
-            m_fault = "the library refuses it";
+            m_decodeError = "the library cannot read it";
         }
     }
     m_text = printJson(input);

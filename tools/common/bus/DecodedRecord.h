@@ -7,18 +7,18 @@
 namespace TelvaneTool
 {
 
-/// A subscription's prototype that takes every payload: decoded as a class of the catalogue where one is
-/// given, else as it came. Nothing is lost without a word: what cannot be decoded reaches the callback, too.
+/// A prototype for subscriptions that accepts every payload and decodes it as a class of the catalogue. Payloads that
+/// cannot be decoded reach the callback, too.
 class DecodedRecord : public Telvane::TelvaneDataTypeBase
 {
 public:
-    /// \param recordClass null to take payloads as they come
+    /// \param recordClass null to keep payloads as received
     explicit DecodedRecord(const Telvane::RecordClass* recordClass) : m_recordClass(recordClass) {}
 
-    /// \return the record's JSON text on one line; of one that cannot be decoded, the payload's
+    /// \return the decoded record as JSON on one line; the payload if it could not be decoded
     const std::string& text() const { return m_text; }
-    /// \return why it could not be decoded; empty when it could
-    const std::string& fault() const { return m_fault; }
+    /// \return why the payload could not be decoded; empty if it was
+    const std::string& decodeError() const { return m_decodeError; }
 
     bool _packageData(cJSON* output) override;
     bool _unpackageData(cJSON* input) override;
@@ -28,7 +28,7 @@ public:
 private:
     const Telvane::RecordClass* m_recordClass;
     std::string m_text;
-    std::string m_fault;
+    std::string m_decodeError;
 };
 
 } // namespace TelvaneTool

@@ -1,5 +1,5 @@
-// A channel is there once somebody has subscribed to it: what is published on others is dropped. So a
-// follower that asks for all channels sees what others see, a moment later for a channel that is new.
+// A channel exists once a client has subscribed to it; messages on other channels are dropped. Polling the list of
+// channels is therefore enough to see all messages, except the first ones of a new channel.
 
 #include "common/bus/PatternSubscriber.h"
 
@@ -15,13 +15,13 @@ namespace TelvaneTool
 namespace
 {
 
-constexpr Nanoseconds kLook = kSecond / 2;
+constexpr Nanoseconds kPollInterval = kSecond / 2;
 
 } // namespace
 
-PatternSubscriber::PatternSubscriber(BusConnection& session, std::vector<std::string> wanted, bool all,
+PatternSubscriber::PatternSubscriber(BusConnection& bus, std::vector<std::string> wanted, bool all,
                                      Subscriber subscribe)
-    : m_session(session), m_subscribe(std::move(subscribe))
+    : m_bus(bus), m_subscribe(std::move(subscribe))
 {
     for (std::string& name : wanted) {
         (isPattern(name) ? m_patterns : m_names).push_back(std::move(name));
@@ -30,7 +30,7 @@ PatternSubscriber::PatternSubscriber(BusConnection& session, std::vector<std::st
         m_patterns.emplace_back("*");
     }
     if (!m_patterns.empty()) {
-        m_inquiry.emplace(m_session);
+        m_status.emplace(m_bus);
     }
 }
 
@@ -40,42 +40,42 @@ int PatternSubscriber::start()
     for (std::size_t i = 0; i < m_names.size() && result == kSuccess; ++i) {
         result = add(m_names[i]);
     }
-    if (result == kSuccess && m_inquiry.has_value()) {
-        result = m_inquiry->start(false);
+    if (result == kSuccess && m_status.has_value()) {
+        result = m_status->start(false);
         if (result == kSuccess) {
             result = addMatching();
         }
-        m_nextLook = monotonicNow() + kLook;
+        m_nextPoll = monotonicNow() + kPollInterval;
     }
     return result;
 }
 
 int PatternSubscriber::follow()
 {
-    if (!m_inquiry.has_value() || m_session.stopping()) {
+    if (!m_status.has_value() || m_bus.stopping()) {
         return kSuccess;
     }
-    if (const Nanoseconds now = monotonicNow(); now >= m_nextLook) {
-        m_nextLook = now + kLook;
-        m_inquiry->ask();
+    if (const Nanoseconds now = monotonicNow(); now >= m_nextPoll) {
+        m_nextPoll = now + kPollInterval;
+        m_status->request();
     }
-    return m_inquiry->answers() != m_answers ? addMatching() : static_cast<int>(kSuccess);
+    return m_status->responses() != m_responses ? addMatching() : static_cast<int>(kSuccess);
 }
 
 Nanoseconds PatternSubscriber::nextWake(Nanoseconds deadline) const
 {
-    if (deadline < 0 || m_nextLook < 0) {
-        return std::max(deadline, m_nextLook);
+    if (deadline < 0 || m_nextPoll < 0) {
+        return std::max(deadline, m_nextPoll);
     }
-    return std::min(deadline, m_nextLook);
+    return std::min(deadline, m_nextPoll);
 }
 
 int PatternSubscriber::addMatching()
 {
-    m_answers = m_inquiry->answers();
+    m_responses = m_status->responses();
     int result = kSuccess;
-    for (const ChannelStatus& channel : m_inquiry->channels()) {
-        if (result == kSuccess && !m_session.stopping() && !isStatusChannel(channel.name) &&
+    for (const ChannelStatus& channel : m_status->channels()) {
+        if (result == kSuccess && !m_bus.stopping() && !isStatusChannel(channel.name) &&
             matchesAnyPattern(m_patterns, channel.name)) {
             result = add(channel.name);
         }
@@ -85,7 +85,7 @@ int PatternSubscriber::addMatching()
 
 int PatternSubscriber::add(const std::string& channel)
 {
-    // A second subscription would take the place of the first, and miss what comes in between.
+    // A second subscription would replace the first one and miss messages in between.
     return m_subscribed.insert(channel).second ? m_subscribe(channel) : static_cast<int>(kSuccess);
 }
 

@@ -11,48 +11,47 @@
 namespace TelvaneTool
 {
 
-/// Subscribes to the channels that a user wants, those included that appear while the session runs.
+/// Subscribes to channels by name and by pattern, including channels that appear later.
 class PatternSubscriber
 {
 public:
     /// \return an exit code
     using Subscriber = std::function<int(const std::string& channel)>;
 
-    /// \param wanted names, and patterns as in "PS*"; the status channels have to be named
-    /// \param all every channel that there is
-    PatternSubscriber(BusConnection& session, std::vector<std::string> wanted, bool all,
-                      Subscriber subscribe);
+    /// \param wanted names and patterns such as "PS*"; patterns do not match the status channels
+    /// \param all subscribe to every channel, as with the pattern "*"
+    PatternSubscriber(BusConnection& bus, std::vector<std::string> wanted, bool all, Subscriber subscribe);
 
-    /// Subscribes to the channels that there are.
+    /// Subscribes to the channels that exist.
     /// \return an exit code
     int start();
 
-    /// Subscribes to those that have appeared, and asks whether there are more, when it is time to.
+    /// Subscribes to new channels, and requests the list of channels again when due.
     /// \return an exit code
     int follow();
 
-    /// \return true when the server has to be asked what channels there are
-    bool asks() const { return m_inquiry.has_value(); }
+    /// \return whether the list of channels is polled
+    bool polls() const { return m_status.has_value(); }
 
     /// \return when to call follow() again, or BusConnection::kNoDeadline
-    Nanoseconds nextLook() const { return m_nextLook; }
+    Nanoseconds nextPoll() const { return m_nextPoll; }
 
     /// \param deadline or BusConnection::kNoDeadline
-    /// \return the earlier of \p deadline and nextLook()
+    /// \return the earlier of \p deadline and nextPoll()
     Nanoseconds nextWake(Nanoseconds deadline) const;
 
 private:
     int add(const std::string& channel);
     int addMatching();
 
-    BusConnection& m_session;
+    BusConnection& m_bus;
     std::vector<std::string> m_patterns;
     std::vector<std::string> m_names;
     Subscriber m_subscribe;
     std::set<std::string, std::less<>> m_subscribed;
-    std::optional<StatusClient> m_inquiry;
-    std::uint64_t m_answers = 0;
-    Nanoseconds m_nextLook = BusConnection::kNoDeadline;
+    std::optional<StatusClient> m_status;
+    std::uint64_t m_responses = 0;
+    Nanoseconds m_nextPoll = BusConnection::kNoDeadline;
 };
 
 } // namespace TelvaneTool

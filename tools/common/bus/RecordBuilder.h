@@ -11,11 +11,11 @@
 namespace TelvaneTool
 {
 
-/// The largest publication that surely arrives: a receiver reads 16384 bytes and needs one for itself, and
-/// the server adds up to 20 bytes for the sequence number.
+/// Limit of a publication's size in bytes. A receiver reads 16384 bytes including a terminator, and the server adds up
+/// to 20 bytes for the sequence number.
 constexpr std::size_t kMaxPublicationSize = 16384 - 1 - 20;
 
-/// A record that carries any JSON object as its payload, for channels whose class is not known.
+/// A record with any JSON object as its payload, for channels of an unknown class.
 class RawRecord : public Telvane::TelvaneDataTypeBase
 {
 public:
@@ -31,24 +31,24 @@ private:
     std::shared_ptr<const cJSON> m_object;
 };
 
-/// What a user says a record should be.
+/// How to build a record.
 struct RecordRequest
 {
     const Telvane::RecordClass* recordClass = nullptr; ///< null for any JSON object
-    std::vector<std::string> settings;                 ///< "key=value" over the JSON text or the defaults
+    std::vector<std::string> settings; ///< "key=value", applied to the JSON text or the defaults
 };
 
-/// Builds a record and checks everything about it that can be checked before it is sent.
-/// \param json  its text, or null for the class's defaults
-/// \param[out] error what is wrong, beginning with the key at fault if there is one
-/// \return null when something is wrong
+/// Builds and checks a record to be sent.
+/// \param json  its text; null for the defaults of the class
+/// \param[out] error set if the result is null; begins with the path of the invalid key, if any
+/// \return null on error
 std::unique_ptr<Telvane::TelvaneDataTypeBase> buildRecord(const RecordRequest& request,
                                                           const std::string* json, std::string& error);
 
 /// \return the size of the message that publishes \p record on \p channel
 std::size_t publicationSize(const std::string& channel, Telvane::TelvaneDataTypeBase& record);
 
-/// \return why a record of that size cannot be sent, or an empty text
+/// \return an error message if a message of that size may be cut on its way, or an empty text
 std::string checkPublicationSize(std::size_t size);
 
 } // namespace TelvaneTool

@@ -1,6 +1,5 @@
-// The library reports an unreadable record by one line that names the key at fault, without its place in the
-// record or what it should have been, and stops half-way through. So values are checked here before it sees
-// them, along the same tables.
+// The library reports an unreadable record in one line with the invalid key, without its path or the expected type.
+// Values are therefore checked here first, against the same tables.
 
 #include "common/bus/RecordCheck.h"
 
@@ -57,11 +56,11 @@ public:
             const cJSON* const item = cJSON_GetObjectItem(value, field.key);
             const std::string fieldPath = join(path, field.key);
             if (item == nullptr) {
-                return wrong(fieldPath, "the key is missing, expected " + describe(field));
+                return wrong(fieldPath, "missing; expected " + describe(field));
             }
-            std::string fault = checkField(item, field, fieldPath);
-            if (!fault.empty()) {
-                return fault;
+            std::string error = checkField(item, field, fieldPath);
+            if (!error.empty()) {
+                return error;
             }
         }
         return m_strict ? checkOtherKeys(*value, table, path) : std::string();
@@ -72,7 +71,7 @@ private:
     {
         switch (field.kind) {
         case FieldKind::Integer:
-            return "a whole number";
+            return "an integer";
         case FieldKind::Number:
             return "a number";
         case FieldKind::Flag:
@@ -98,8 +97,8 @@ private:
             return checkInteger(item, path);
         case FieldKind::Number:
             if (m_strict && cJSON_IsNumber(item) != 0 && !std::isfinite(item->valuedouble)) {
-                // It would be sent as null, which no receiver takes for a number.
-                return wrong(path, "expected a number, got one that is too large");
+                // It would be sent as null, which receivers refuse.
+                return wrong(path, "the number is too large");
             }
             right = cJSON_IsNumber(item) != 0;
             break;
@@ -120,14 +119,14 @@ private:
     std::string checkInteger(const cJSON* item, const std::string& path) const
     {
         if (cJSON_IsNumber(item) == 0) {
-            return expected(path, "a whole number", item);
+            return expected(path, "an integer", item);
         }
         if (m_strict && item->valuedouble != std::trunc(item->valuedouble)) {
-            return wrong(path, "expected a whole number, got one with a fraction");
+            return wrong(path, "expected an integer, got a fraction");
         }
         if (m_strict && (item->valuedouble < std::numeric_limits<int>::min() ||
                          item->valuedouble > std::numeric_limits<int>::max())) {
-            return wrong(path, "expected a whole number of 32 bits, got one that is too large");
+            return wrong(path, "expected a 32-bit integer, got a larger number");
         }
         return {};
     }
@@ -137,7 +136,7 @@ private:
         if (cJSON_IsString(value) == 0) {
             return expected(path, kTimeForm, value);
         }
-        // The library takes the first digits that it finds, wherever they stand.
+        // The library reads the first digits anywhere in the text.
         const std::string text = value->valuestring;
         const std::size_t first = text.find_first_of("0123456789");
         bool right = first != std::string::npos;
@@ -164,9 +163,9 @@ private:
         }
         int index = 0;
         for (const cJSON* element = item->child; element != nullptr; element = element->next) {
-            std::string fault = checkElement(element, field, path + "[" + std::to_string(index++) + "]");
-            if (!fault.empty()) {
-                return fault;
+            std::string error = checkElement(element, field, path + "[" + std::to_string(index++) + "]");
+            if (!error.empty()) {
+                return error;
             }
         }
         return {};
@@ -193,12 +192,12 @@ private:
                     return expected(itemPath, "a string", item);
                 }
             } else if (strcasecmp(item->string, "_sequence_tag") == 0) {
-                std::string fault = checkInteger(item, itemPath);
-                if (!fault.empty()) {
-                    return fault;
+                std::string error = checkInteger(item, itemPath);
+                if (!error.empty()) {
+                    return error;
                 }
             } else if (!isKeyOf(table, item->string)) {
-                return wrong(itemPath, std::string("there is no such key in ") + table.className());
+                return wrong(itemPath, std::string(table.className()) + " has no such key");
             }
         }
         return {};

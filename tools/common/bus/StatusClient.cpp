@@ -16,26 +16,26 @@ namespace TelvaneTool
 namespace
 {
 
-/// A server with status answers within milliseconds, also a busy one; one without never does.
-constexpr Nanoseconds kPatience = 3 * kSecond;
+/// Even a busy server responds within milliseconds.
+constexpr Nanoseconds kTimeout = 3 * kSecond;
 
 } // namespace
 
 template <class Item>
-int StatusClient::subscribe(const char* channel, StatusAnswer<Item>& answer)
+int StatusClient::subscribe(const char* channel, StatusResponse<Item>& response)
 {
-    return m_session.subscribe(channel, DecodedRecord(nullptr),
-                               [this, &answer](void*, Telvane::TelvaneDataTypeBase* record, int, void*) {
-                                   {
-                                       const std::lock_guard<std::mutex> guard(m_lock);
-                                       if (!answer.take(static_cast<DecodedRecord&>(*record).text())) {
-                                           return;
-                                       }
-                                       ++(std::is_same_v<Item, ChannelStatus> ? m_channelAnswers
-                                                                              : m_clientAnswers);
+    return m_bus.subscribe(channel, DecodedRecord(nullptr),
+                           [this, &response](void*, Telvane::TelvaneDataTypeBase* record, int, void*) {
+                               {
+                                   const std::lock_guard<std::mutex> guard(m_lock);
+                                   if (!response.take(static_cast<DecodedRecord&>(*record).text())) {
+                                       return;
                                    }
-                                   m_session.wake();
-                               });
+                                   ++(std::is_same_v<Item, ChannelStatus> ? m_channelResponses
+                                                                          : m_clientResponses);
+                               }
+                               m_bus.wake();
+                           });
 }
 
 int StatusClient::start(bool clients)
@@ -48,29 +48,27 @@ int StatusClient::start(bool clients)
     if (result != kSuccess) {
         return result;
     }
-    ask();
-    const Nanoseconds patience = std::max(kPatience, nanoseconds(m_session.wait()));
-    if (m_session.waitFor([this] { return complete(); }, monotonicNow() + patience) || m_session.stopping()) {
+    request();
+    const Nanoseconds timeout = std::max(kTimeout, nanoseconds(m_bus.wait()));
+    if (m_bus.waitFor([this] { return complete(); }, monotonicNow() + timeout) || m_bus.stopping()) {
         return kSuccess;
     }
-    printError(
-        "the server does not tell what channels there are: it was not started by telvane serve, or with "
-        "--no-status");
+    printError("the server does not report its channels; start it with telvane serve, without --no-status");
     return kBusFailure;
 }
 
 bool StatusClient::complete()
 {
     const std::lock_guard<std::mutex> guard(m_lock);
-    return m_channelAnswers != 0 && (!m_wantsClients || m_clientAnswers != 0);
+    return m_channelResponses != 0 && (!m_wantsClients || m_clientResponses != 0);
 }
 
-void StatusClient::ask()
+void StatusClient::request()
 {
     RawRecord nothing;
-    m_session.publish(Telvane::kRequestPrefix + std::string(kChannelsStatus), nothing);
+    m_bus.publish(Telvane::kRequestPrefix + std::string(kChannelsStatus), nothing);
     if (m_wantsClients) {
-        m_session.publish(Telvane::kRequestPrefix + std::string(kClientsStatus), nothing);
+        m_bus.publish(Telvane::kRequestPrefix + std::string(kClientsStatus), nothing);
     }
 }
 
@@ -86,10 +84,10 @@ std::vector<ClientStatus> StatusClient::clients()
     return m_clients.items();
 }
 
-std::uint64_t StatusClient::answers()
+std::uint64_t StatusClient::responses()
 {
     const std::lock_guard<std::mutex> guard(m_lock);
-    return m_channelAnswers + m_clientAnswers;
+    return m_channelResponses + m_clientResponses;
 }
 
 } // namespace TelvaneTool

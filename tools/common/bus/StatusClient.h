@@ -8,39 +8,39 @@
 namespace TelvaneTool
 {
 
-/// Asks the server for its channels and clients, again and again.
+/// Requests the channels and clients of a server.
 class StatusClient
 {
 public:
-    explicit StatusClient(BusConnection& session) : m_session(session) {}
+    explicit StatusClient(BusConnection& bus) : m_bus(bus) {}
 
-    /// Subscribes to the answers, asks, and waits for the first one, or complains.
-    /// \param clients ask for the clients, too
-    /// \return an exit code; kSuccess, too, when the session is stopping
+    /// Subscribes to the responses, sends a request and waits for the first response. Prints an error on failure.
+    /// \param clients request the clients as well
+    /// \return an exit code; kSuccess also if the connection is stopping
     int start(bool clients);
 
-    /// Asks. Answers come when they come.
-    void ask();
+    /// Sends a request. Does not wait for the response.
+    void request();
 
-    /// \return what the latest answers said
+    /// \return the contents of the latest response
     std::vector<ChannelStatus> channels();
     std::vector<ClientStatus> clients();
 
-    /// \return how many answers have come, of both kinds together
-    std::uint64_t answers();
+    /// \return the number of responses, for channels and clients together
+    std::uint64_t responses();
 
 private:
     template <class Item>
-    int subscribe(const char* channel, StatusAnswer<Item>& answer);
+    int subscribe(const char* channel, StatusResponse<Item>& response);
     bool complete();
 
-    BusConnection& m_session;
+    BusConnection& m_bus;
     bool m_wantsClients = false;
     std::mutex m_lock;
-    StatusAnswer<ChannelStatus> m_channels;
-    StatusAnswer<ClientStatus> m_clients;
-    std::uint64_t m_channelAnswers = 0;
-    std::uint64_t m_clientAnswers = 0;
+    StatusResponse<ChannelStatus> m_channels;
+    StatusResponse<ClientStatus> m_clients;
+    std::uint64_t m_channelResponses = 0;
+    std::uint64_t m_clientResponses = 0;
 };
 
 } // namespace TelvaneTool

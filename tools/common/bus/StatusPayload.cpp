@@ -1,5 +1,5 @@
-// A message of the bus holds 16 KiB, so an answer comes in parts. They follow each other without another
-// answer between them: one thread of the server's process gives all answers.
+// A message is limited to 16 KiB, so a response has several parts. One thread sends all responses, so the parts of one
+// response are consecutive.
 
 #include "common/bus/StatusPayload.h"
 
@@ -17,38 +17,28 @@ namespace TelvaneTool
 namespace
 {
 
-/// What is sent is printed over several lines, which makes it up to twice as long.
+/// The client sends indented JSON, which is up to twice as long.
 constexpr std::size_t kMaxPerPart = kMaxPublicationSize / 2 - 512;
 constexpr std::size_t kMaxSubscriptionsPerItem = 40;
 
-void addNumber(cJSON* object, const char* key, double value)
-{
-    cJSON_AddNumberToObject(object, key, value);
-}
-
-void addNumber(cJSON* object, const char* key, std::uint64_t value)
-{
-    addNumber(object, key, static_cast<double>(value));
-}
-
-double number(const cJSON* object, const char* key)
+double readNumber(const cJSON* object, const char* key)
 {
     const cJSON* const item = cJSON_GetObjectItemCaseSensitive(object, key);
     return cJSON_IsNumber(item) ? item->valuedouble : 0.0;
 }
 
-/// Numbers come from afar: what does not fit becomes what is nearest.
+/// Limits received numbers to the range of their type.
 template <class Number>
 Number wholeNumber(const cJSON* object, const char* key)
 {
     constexpr double kMax =
         sizeof(Number) > 4 ? 9e15 : static_cast<double>(std::numeric_limits<Number>::max());
     constexpr double kMin = Number(-1) < Number(0) ? -kMax : 0.0;
-    const double value = number(object, key);
+    const double value = readNumber(object, key);
     return static_cast<Number>(value > kMin ? std::min(value, kMax) : kMin);
 }
 
-std::string text(const cJSON* object, const char* key)
+std::string readText(const cJSON* object, const char* key)
 {
     const char* const value = cJSON_GetStringValue(cJSON_GetObjectItemCaseSensitive(object, key));
     return value != nullptr ? value : "";
@@ -57,29 +47,29 @@ std::string text(const cJSON* object, const char* key)
 JsonTree toJson(const ChannelStatus& channel)
 {
     JsonTree item(cJSON_CreateObject());
-    cJSON_AddStringToObject(item.get(), "channel", channel.name.c_str());
-    addNumber(item.get(), "subscribers", static_cast<double>(channel.subscribers));
+    addText(item.get(), "channel", channel.name);
+    addNumber(item.get(), "subscribers", channel.subscribers);
     addNumber(item.get(), "publications", channel.publications);
     addNumber(item.get(), "bytes", channel.bytes);
     addNumber(item.get(), "missed", channel.missed);
-    addNumber(item.get(), "lastSequence", static_cast<double>(channel.lastSequence));
+    addNumber(item.get(), "lastSequence", channel.lastSequence);
     return item;
 }
 
 JsonTree toJson(const ClientStatus& client)
 {
     JsonTree item(cJSON_CreateObject());
-    addNumber(item.get(), "client", static_cast<double>(client.descriptor));
-    addNumber(item.get(), "pid", static_cast<double>(client.process));
-    cJSON_AddStringToObject(item.get(), "program", client.program.c_str());
-    addNumber(item.get(), "uid", static_cast<double>(client.user));
-    addNumber(item.get(), "gid", static_cast<double>(client.group));
-    cJSON_AddStringToObject(item.get(), "user", client.userName.c_str());
-    addNumber(item.get(), "bytesBehind", static_cast<double>(client.bytesBehind));
+    addNumber(item.get(), "client", client.descriptor);
+    addNumber(item.get(), "pid", client.process);
+    addText(item.get(), "program", client.program);
+    addNumber(item.get(), "uid", client.user);
+    addNumber(item.get(), "gid", client.group);
+    addText(item.get(), "user", client.userName);
+    addNumber(item.get(), "bytesBehind", client.bytesBehind);
     cJSON* const subscriptions = cJSON_AddArrayToObject(item.get(), "subscriptions");
     for (const Telvane::EventServerSubscriptionStatus& subscription : client.subscriptions) {
         cJSON* const object = cJSON_CreateObject();
-        cJSON_AddStringToObject(object, "channel", subscription.channel.c_str());
+        addText(object, "channel", subscription.channel);
         addNumber(object, "relayed", subscription.relayed);
         addNumber(object, "missed", subscription.missed);
         cJSON_AddItemToArray(subscriptions, object);
@@ -89,7 +79,7 @@ JsonTree toJson(const ClientStatus& client)
 
 void read(const cJSON* item, ChannelStatus& channel)
 {
-    channel.name = text(item, "channel");
+    channel.name = readText(item, "channel");
     channel.subscribers = wholeNumber<std::size_t>(item, "subscribers");
     channel.publications = wholeNumber<std::uint64_t>(item, "publications");
     channel.bytes = wholeNumber<std::uint64_t>(item, "bytes");
@@ -101,16 +91,16 @@ void read(const cJSON* item, ClientStatus& client)
 {
     client.descriptor = wholeNumber<int>(item, "client");
     client.process = wholeNumber<pid_t>(item, "pid");
-    client.program = text(item, "program");
+    client.program = readText(item, "program");
     client.user = wholeNumber<uid_t>(item, "uid");
     client.group = wholeNumber<gid_t>(item, "gid");
-    client.userName = text(item, "user");
+    client.userName = readText(item, "user");
     client.bytesBehind = wholeNumber<std::size_t>(item, "bytesBehind");
     const cJSON* object = nullptr;
     cJSON_ArrayForEach(object, cJSON_GetObjectItemCaseSensitive(item, "subscriptions"))
     {
         Telvane::EventServerSubscriptionStatus& subscription = client.subscriptions.emplace_back();
-        subscription.channel = text(object, "channel");
+        subscription.channel = readText(object, "channel");
         subscription.relayed = wholeNumber<std::uint64_t>(object, "relayed");
         subscription.missed = wholeNumber<std::uint64_t>(object, "missed");
     }
@@ -121,7 +111,7 @@ void add(std::vector<ChannelStatus>& items, ChannelStatus&& item)
     items.push_back(std::move(item));
 }
 
-/// A client with many subscriptions comes in several items.
+/// A client with many subscriptions has several items.
 void add(std::vector<ClientStatus>& items, ClientStatus&& item)
 {
     if (!items.empty() && items.back().descriptor == item.descriptor) {
@@ -137,7 +127,7 @@ constexpr const char* kItemsKey = "channels";
 template <>
 constexpr const char* kItemsKey<ClientStatus> = "clients";
 
-/// Puts items into as few payloads as possible.
+/// Prints items into as few payloads as possible.
 class PartPrinter
 {
 public:
@@ -185,7 +175,7 @@ bool isStatusChannel(std::string_view channel)
     return channel == kChannelsStatus || channel == kClientsStatus;
 }
 
-std::vector<std::string> printStatus(const std::vector<ChannelStatus>& channels)
+std::vector<std::string> encodeStatus(const std::vector<ChannelStatus>& channels)
 {
     PartPrinter printer(kItemsKey<ChannelStatus>);
     for (const ChannelStatus& channel : channels) {
@@ -194,35 +184,35 @@ std::vector<std::string> printStatus(const std::vector<ChannelStatus>& channels)
     return printer.finish();
 }
 
-std::vector<std::string> printStatus(const std::vector<ClientStatus>& clients)
+std::vector<std::string> encodeStatus(const std::vector<ClientStatus>& clients)
 {
     PartPrinter printer(kItemsKey<ClientStatus>);
     for (const ClientStatus& client : clients) {
         ClientStatus piece = client;
-        std::size_t told = 0;
+        std::size_t done = 0;
         do {
-            const std::size_t count = std::min(kMaxSubscriptionsPerItem, client.subscriptions.size() - told);
-            const auto first = client.subscriptions.begin() + static_cast<std::ptrdiff_t>(told);
+            const std::size_t count = std::min(kMaxSubscriptionsPerItem, client.subscriptions.size() - done);
+            const auto first = client.subscriptions.begin() + static_cast<std::ptrdiff_t>(done);
             piece.subscriptions.assign(first, first + static_cast<std::ptrdiff_t>(count));
             printer.add(toJson(piece).get());
-            told += count;
-        } while (told < client.subscriptions.size());
+            done += count;
+        } while (done < client.subscriptions.size());
     }
     return printer.finish();
 }
 
 template <class Item>
-bool StatusAnswer<Item>::take(const std::string& payload)
+bool StatusResponse<Item>::take(const std::string& payload)
 {
     std::string error;
     const JsonTree tree = parseJson(payload, error);
     const int part = wholeNumber<int>(tree.get(), "part");
     if (part == 1) {
-        m_growing.clear();
+        m_partial.clear();
         m_nextPart = 1;
     }
     if (part != m_nextPart) {
-        return false; // a part was missed; the next answer may be whole
+        return false; // a part was missed; wait for the next response
     }
     ++m_nextPart;
     const cJSON* object = nullptr;
@@ -230,18 +220,18 @@ bool StatusAnswer<Item>::take(const std::string& payload)
     {
         Item item;
         read(object, item);
-        add(m_growing, std::move(item));
+        add(m_partial, std::move(item));
     }
     if (part != wholeNumber<int>(tree.get(), "parts")) {
         return false;
     }
-    m_complete.swap(m_growing);
-    m_growing.clear();
+    m_complete.swap(m_partial);
+    m_partial.clear();
     m_nextPart = 1;
     return true;
 }
 
-template class StatusAnswer<ChannelStatus>;
-template class StatusAnswer<ClientStatus>;
+template class StatusResponse<ChannelStatus>;
+template class StatusResponse<ClientStatus>;
 
 } // namespace TelvaneTool

@@ -1,7 +1,6 @@
 #pragma once
 
-// What a server that was started by `telvane serve` tells of itself over the bus; docs/server-status.md
-// describes it.
+// The messages in which `telvane serve` reports its status, see docs/server-status.md.
 
 #include <Telvane/EventServerStatus.h>
 
@@ -13,47 +12,46 @@
 namespace TelvaneTool
 {
 
-/// Answers come on these; questions go to the same names behind "req_".
+/// Channels of the responses. The channels of the requests have the prefix `kRequestPrefix`.
 constexpr const char* kChannelsStatus = "TelvaneChannels";
 constexpr const char* kClientsStatus = "TelvaneClients";
 
-/// \return true for the channels above and for their questions
+/// \return whether a channel is one of the above, or a channel of their requests
 bool isStatusChannel(std::string_view channel);
 
 using ChannelStatus = Telvane::EventServerChannelStatus;
 
 struct ClientStatus : Telvane::EventServerClientStatus
 {
-    std::string program;  ///< name of the process, empty when nobody knows
-    std::string userName; ///< empty when nobody knows
+    std::string program;  ///< name of the process; empty if unknown
+    std::string userName; ///< empty if unknown
 };
 
-/// \name Telling
-/// \return payloads in their order, each small enough for one message; at least one. An item too large for
-///         any message is left out.
+/// \name Encoding
+/// \return one or more payloads, each small enough for a message. Items that are too large are left out.
 /// @{
-std::vector<std::string> printStatus(const std::vector<ChannelStatus>& channels);
-std::vector<std::string> printStatus(const std::vector<ClientStatus>& clients);
+std::vector<std::string> encodeStatus(const std::vector<ChannelStatus>& channels);
+std::vector<std::string> encodeStatus(const std::vector<ClientStatus>& clients);
 /// @}
 
-/// Puts the payloads of one answer together again.
+/// Decodes the payloads of a response.
 /// \tparam Item ChannelStatus or ClientStatus
 template <class Item>
-class StatusAnswer
+class StatusResponse
 {
 public:
-    /// \return true when an answer has become complete
+    /// \return whether the payload completed a response
     bool take(const std::string& payload);
 
-    /// \return the latest complete answer
+    /// \return the latest complete response
     const std::vector<Item>& items() const { return m_complete; }
 
 private:
     std::vector<Item> m_complete;
-    std::vector<Item> m_growing;
+    std::vector<Item> m_partial;
     int m_nextPart = 1;
 };
-extern template class StatusAnswer<ChannelStatus>;
-extern template class StatusAnswer<ClientStatus>;
+extern template class StatusResponse<ChannelStatus>;
+extern template class StatusResponse<ClientStatus>;
 
 } // namespace TelvaneTool

@@ -1,9 +1,9 @@
 #pragma once
 
-// The command line of the tool: a layer over CLI11 without templates of CLI11's own, because what includes
-// those takes longer to compile than everything else of a subcommand.
+// The command line of a tool: a layer over CLI11 that keeps its headers, which are slow to compile, out of the
+// subcommands.
 
-#include "common/cli/HelpText.h"
+#include "common/cli/Completion.h"
 
 #include <functional>
 #include <memory>
@@ -19,29 +19,32 @@ class Option;
 namespace TelvaneTool
 {
 
-/// One option or argument of a subcommand. Each call returns the option, for the next.
+/// An option or argument of a subcommand. Each function returns the option, so that calls can be chained.
 class Option
 {
 public:
     Option& required();
-    /// \name What is refused, with an error message and kWrongUsage
+    /// \name Checks
+    /// A value that fails is an error, with kWrongUsage.
     /// @{
     Option& positive();
     Option& notNegative();
-    Option& within(double least, double most);
-    /// \param complaint returns what is wrong with a text, or nothing
-    Option& check(const std::function<std::string(const std::string& text)>& complaint);
-    /// \param other option that has to be given, too, such as "--as"
+    Option& within(double min, double max);
+    /// \param validate returns an error message, or an empty text
+    Option& check(const std::function<std::string(const std::string& text)>& validate);
+    /// \param other name of an option that must also be given, such as "--as"
     Option& needs(const char* other);
     Option& excludes(const char* other);
     /// @}
-    /// \name What the help shows
+    /// \name Help
     /// @{
+    /// \param name placeholder of the value
     Option& typeName(const char* name);
     Option& group(const char* heading);
     Option& showDefault();
+    Option& showDefault(const char* text);
     /// @}
-    /// Of a vector: every value is kept, with one value each time the option is given.
+    /// For a vector: keeps the values of all occurrences, one value each.
     Option& repeatable();
 
 private:
@@ -53,34 +56,33 @@ private:
 
 class CommandLine;
 
-/// A subcommand. The variables that it fills must live until the command line has been run.
+/// A subcommand. The variables of its options must exist until CommandLine::run() returns.
 class Command
 {
 public:
     Command(CommandLine& line, const char* name, const char* what);
 
     /// Adds an option ("--speed") or an argument ("PATH").
-    /// \tparam Value std::string, a vector of them, a whole number or double; see the end of CommandLine.cpp
+    /// \tparam Value std::string, a vector of them, or a number; see the end of CommandLine.cpp
     template <class Value>
     Option option(const char* name, Value& value, const std::string& what);
-    /// Adds an option that is read by a function.
-    /// \param read takes the text; returns what is wrong with it, or nothing
+    /// Adds an option whose value is parsed by a function.
+    /// \param read returns an error message, or an empty text
     Option optionReadBy(const std::function<std::string(const std::string& text)>& read, const char* name,
                         const std::string& what);
     Option flag(const char* name, bool& value, const std::string& what);
-    /// Says that exactly one of these options has to be given.
-    void exactlyOneOf(const char* one, const char* other);
 
     /// \return whether the option was on the command line
     bool given(const char* name) const;
 
-    /// Lines of examples, which the help ends with: a command each, or what is said of the command below.
+    /// Sets the examples at the end of the help.
+    /// \param lines commands, and comments that begin with '#'
     void examples(const std::string& lines);
 
-    /// Leaves the subcommand out of the help: people have no use for it.
+    /// Omits the subcommand from the help.
     void hide();
 
-    /// Says what the subcommand does; \p work returns the exit code. To be called last.
+    /// Sets the function to run, which returns the exit code. Call this last.
     void run(const std::function<int()>& work);
 
 private:
@@ -88,30 +90,28 @@ private:
     CLI::App* m_app;
 };
 
-/// All of it.
+/// The command line of a whole tool.
 class CommandLine
 {
 public:
-    /// \param footer ends the help of all of it
+    /// \param footer end of the tool's help
     CommandLine(const char* what, const char* version, const char* footer);
     CommandLine(const CommandLine&) = delete;
     CommandLine& operator=(const CommandLine&) = delete;
     ~CommandLine();
 
-    /// Reads the line and does what it says.
+    /// Parses the arguments and runs the subcommand.
     /// \return the exit code
     int run(int argc, const char* const* argv);
 
-    /// \return all of it as data, for the help and for completion: its own options come first, as a command
-    ///         without a name
-    std::vector<CommandText> describe() const;
+    /// \return the subcommands for completion; the first one, without a name, has the tool's own options
+    std::vector<CommandInfo> describe() const;
 
 private:
     friend class Command;
     bool hasCommand(const std::string& name) const;
 
     std::unique_ptr<CLI::App> m_app;
-    std::string m_footer;
     int m_exitCode;
 };
 

@@ -1,9 +1,9 @@
 #include "common/cli/CommandOptions.h"
 
 #include "common/cli/CommandLine.h"
-#include "common/cli/Messages.h"
 #include "common/support/HumanReadable.h"
 
+#include <algorithm>
 #include <strings.h>
 
 namespace TelvaneTool
@@ -14,8 +14,8 @@ using Telvane::RecordClass;
 
 void addBusOptions(Command& command, BusOptions& options)
 {
-    command.option("PATH", options.path, "Socket of the bus's server").required();
-    command.option("--wait", options.wait, "Wait up to this many seconds for the server to appear")
+    command.option("PATH", options.path, "Socket of the server").required();
+    command.option("--wait", options.wait, "Wait up to SECONDS for the server to start")
         .within(0.0, 1e6)
         .typeName("SECONDS");
 }
@@ -25,7 +25,7 @@ Option addDuration(Command& command, const char* name, Nanoseconds& duration, co
     const auto read = [&duration](const std::string& text) {
         return readDuration(text, duration)
                    ? std::string()
-                   : "\"" + text + "\" is no duration, such as 1.5, 30s, 5m or 250ms";
+                   : "\"" + text + "\" is not a duration; use, for example, 1.5, 30s, 5m or 250ms";
     };
     return command.optionReadBy(read, name, what).typeName("DURATION");
 }
@@ -34,36 +34,32 @@ Option addSize(Command& command, const char* name, std::uint64_t& bytes, const s
 {
     const auto read = [&bytes](const std::string& text) {
         return readSize(text, bytes) ? std::string()
-                                     : "\"" + text + "\" is no size, such as 4096, 64K or 100M";
+                                     : "\"" + text + "\" is not a size; use, for example, 4096, 64K or 100M";
     };
     return command.optionReadBy(read, name, what).typeName("SIZE");
 }
 
-bool findClass(const std::string& name, const RecordClass*& recordClass)
+Option addClass(Command& command, const char* name, const RecordClass*& recordClass, const std::string& what)
 {
-    recordClass = RecordCatalogue::find(name);
-    if (recordClass != nullptr) {
-        return true;
-    }
-    std::string message = "there is no record class \"" + name + "\"";
-    for (const RecordClass& candidate : RecordCatalogue::classes()) {
-        if (strcasecmp(candidate.name, name.c_str()) == 0) {
-            message += "; did you mean " + std::string(candidate.name) + "?";
-            printError(message);
-            return false;
+    const auto read = [&recordClass](const std::string& text) -> std::string {
+        recordClass = RecordCatalogue::find(text);
+        if (recordClass != nullptr) {
+            return {};
         }
-    }
-    printError(message + "; telvane records lists them");
-    return false;
+        const auto& classes = RecordCatalogue::classes();
+        const auto similar = std::find_if(classes.begin(), classes.end(), [&text](const RecordClass& other) {
+            return strcasecmp(other.name, text.c_str()) == 0;
+        });
+        return "unknown record class \"" + text + "\"; " +
+               (similar != classes.end() ? "did you mean " + std::string(similar->name) + "?"
+                                         : "telvane records lists all classes");
+    };
+    return command.optionReadBy(read, name, what).typeName("CLASS");
 }
 
-bool classOfChannel(const std::string& name, const std::string& channel, const RecordClass*& recordClass)
+const RecordClass* classOfChannel(const RecordClass* recordClass, const std::string& channel)
 {
-    if (!name.empty()) {
-        return findClass(name, recordClass);
-    }
-    recordClass = RecordCatalogue::find(channel);
-    return true;
+    return recordClass != nullptr ? recordClass : RecordCatalogue::find(channel);
 }
 
 } // namespace TelvaneTool

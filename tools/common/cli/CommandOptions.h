@@ -1,6 +1,6 @@
 #pragma once
 
-// What several subcommands have in common.
+// Options that several subcommands share.
 
 #include "common/support/Clock.h"
 
@@ -15,14 +15,13 @@ namespace TelvaneTool
 class Command;
 class Option;
 
-/// The longest time-out that an option takes: 30 years, which any clock can count in nanoseconds.
+/// Limit of time-outs: 30 years, which fit into 64-bit nanoseconds on any clock.
 constexpr double kMaxSeconds = 1e9;
 
-/// Where the bus is.
 struct BusOptions
 {
     std::string path;
-    double wait = 0.0; ///< how long to wait for a server to appear, in seconds
+    double wait = 0.0; ///< for the server to start, s
 };
 
 void addBusOptions(Command& command, BusOptions& options);
@@ -32,14 +31,12 @@ Option addDuration(Command& command, const char* name, Nanoseconds& duration, co
 /// Adds an option that takes "4096", "64K" or "100M".
 Option addSize(Command& command, const char* name, std::uint64_t& bytes, const std::string& what);
 
-/// Finds a class of the catalogue, or complains.
-/// \return false when there is none of that name
-bool findClass(const std::string& name, const Telvane::RecordClass*& recordClass);
+/// Adds an option or argument that takes the name of a record class.
+Option addClass(Command& command, const char* name, const Telvane::RecordClass*& recordClass,
+                const std::string& what);
 
-/// What a channel's payloads are taken for: the class that is named, else the one named like the channel.
-/// \param[out] recordClass null to take payloads as they come
-/// \return false after a complaint
-bool classOfChannel(const std::string& name, const std::string& channel,
-                    const Telvane::RecordClass*& recordClass);
+/// \return \p recordClass, or if null the class that is named like the channel; null if there is none
+const Telvane::RecordClass* classOfChannel(const Telvane::RecordClass* recordClass,
+                                           const std::string& channel);
 
 } // namespace TelvaneTool

@@ -14,11 +14,11 @@ bool startsWith(const std::string& text, const std::string& begin)
     return text.compare(0, begin.size(), begin) == 0;
 }
 
-/// A command line as far as it has been typed.
+/// An unfinished command line.
 class TypedLine
 {
 public:
-    TypedLine(const CommandText& command, const std::vector<std::string>& words) : m_command(command)
+    TypedLine(const CommandInfo& command, const std::vector<std::string>& words) : m_command(command)
     {
         for (std::size_t i = 1; i + 1 < words.size(); ++i) {
             take(words[i]);
@@ -35,23 +35,23 @@ public:
     }
 
     const std::string& unfinished() const { return m_unfinished; }
-    /// \return what stands before the unfinished value in the same word: "--as="
+    /// \return the part of the last word before its value: "--as="
     const std::string& lead() const { return m_lead; }
     const std::vector<std::string>& arguments() const { return m_arguments; }
-    bool wantsOption() const
+    bool completesOption() const
     {
         return m_awaiting == nullptr && !m_onlyArguments && startsWith(m_unfinished, "-");
     }
 
-    /// \return the option whose value is wanted, or the argument; null when there is to be none
-    const OptionText* wanted() const
+    /// \return the option or argument whose value is completed; null if no value is expected
+    const OptionInfo* target() const
     {
         if (m_awaiting != nullptr) {
             return m_awaiting;
         }
         std::size_t place = m_arguments.size();
-        const OptionText* argument = nullptr;
-        for (const OptionText& option : m_command.options) {
+        const OptionInfo* argument = nullptr;
+        for (const OptionInfo& option : m_command.options) {
             if (option.argument && (argument == nullptr || place > 0)) {
                 place -= argument != nullptr ? 1 : 0;
                 argument = &option;
@@ -60,15 +60,15 @@ public:
         return place == 0 || (argument != nullptr && argument->repeated) ? argument : nullptr;
     }
 
-    bool hasBeenGiven(const OptionText& option) const
+    bool isUsed(const OptionInfo& option) const
     {
-        return !option.repeated && std::find(m_given.begin(), m_given.end(), &option) != m_given.end();
+        return !option.repeated && std::find(m_used.begin(), m_used.end(), &option) != m_used.end();
     }
 
 private:
-    const OptionText* optionOf(const std::string& name) const
+    const OptionInfo* optionOf(const std::string& name) const
     {
-        for (const OptionText& option : m_command.options) {
+        for (const OptionInfo& option : m_command.options) {
             if (!option.argument &&
                 std::find(option.names.begin(), option.names.end(), name) != option.names.end()) {
                 return &option;
@@ -79,7 +79,7 @@ private:
 
     void take(const std::string& word)
     {
-        if (word == "=") { // some shells take words apart there
+        if (word == "=") { // bash splits words there
             return;
         }
         if (m_awaiting != nullptr) {
@@ -88,22 +88,22 @@ private:
             m_onlyArguments = true;
         } else if (m_onlyArguments || word == "-" || !startsWith(word, "-")) {
             m_arguments.push_back(word);
-        } else if (const OptionText* const option = optionOf(word.substr(0, word.find('=')))) {
-            m_given.push_back(option);
+        } else if (const OptionInfo* const option = optionOf(word.substr(0, word.find('=')))) {
+            m_used.push_back(option);
             m_awaiting = option->value.empty() || word.find('=') != std::string::npos ? nullptr : option;
         }
     }
 
-    const CommandText& m_command;
+    const CommandInfo& m_command;
     std::vector<std::string> m_arguments;
-    std::vector<const OptionText*> m_given;
-    const OptionText* m_awaiting = nullptr;
+    std::vector<const OptionInfo*> m_used;
+    const OptionInfo* m_awaiting = nullptr;
     bool m_onlyArguments = false;
     std::string m_unfinished;
     std::string m_lead;
 };
 
-Completion valuesOf(const OptionText& option, const TypedLine& line, const ValueSources& sources)
+Completion valuesOf(const OptionInfo& option, const TypedLine& line, const ValueSources& sources)
 {
     const std::string& name = option.names.back();
     const std::string& kind = option.argument ? name : option.value;
@@ -114,18 +114,18 @@ Completion valuesOf(const OptionText& option, const TypedLine& line, const Value
     return {{}, kind == "PATH" || kind == "FILE"};
 }
 
-std::vector<Candidate> optionsOf(const CommandText& command, const TypedLine* line)
+std::vector<Candidate> optionsOf(const CommandInfo& command, const TypedLine* line)
 {
     std::vector<Candidate> candidates;
-    for (const OptionText& option : command.options) {
-        if (!option.argument && (line == nullptr || !line->hasBeenGiven(option))) {
+    for (const OptionInfo& option : command.options) {
+        if (!option.argument && (line == nullptr || !line->isUsed(option))) {
             candidates.push_back({option.names.back(), option.what});
         }
     }
     return candidates;
 }
 
-Completion commandsOf(const std::vector<CommandText>& commands, const std::string& unfinished)
+Completion commandsOf(const std::vector<CommandInfo>& commands, const std::string& unfinished)
 {
     Completion completion;
     if (startsWith(unfinished, "-")) {
@@ -138,7 +138,7 @@ Completion commandsOf(const std::vector<CommandText>& commands, const std::strin
     return completion;
 }
 
-void keepThoseThatBeginWith(const std::string& begin, std::vector<Candidate>& candidates)
+void filterByPrefix(const std::string& begin, std::vector<Candidate>& candidates)
 {
     candidates.erase(
         std::remove_if(candidates.begin(), candidates.end(),
@@ -148,7 +148,7 @@ void keepThoseThatBeginWith(const std::string& begin, std::vector<Candidate>& ca
 
 } // namespace
 
-Completion complete(const std::vector<CommandText>& commands, const std::vector<std::string>& words,
+Completion complete(const std::vector<CommandInfo>& commands, const std::vector<std::string>& words,
                     const ValueSources& sources)
 {
     if (words.empty()) {
@@ -156,23 +156,23 @@ Completion complete(const std::vector<CommandText>& commands, const std::vector<
     }
     if (words.size() == 1) {
         Completion completion = commandsOf(commands, words.front());
-        keepThoseThatBeginWith(words.front(), completion.candidates);
+        filterByPrefix(words.front(), completion.candidates);
         return completion;
     }
     const auto command =
         std::find_if(commands.begin() + 1, commands.end(),
-                     [&](const CommandText& candidate) { return candidate.name == words.front(); });
+                     [&](const CommandInfo& candidate) { return candidate.name == words.front(); });
     if (command == commands.end()) {
         return {};
     }
     const TypedLine line(*command, words);
     Completion completion;
-    if (line.wantsOption()) {
+    if (line.completesOption()) {
         completion.candidates = optionsOf(*command, &line);
-    } else if (const OptionText* const wanted = line.wanted()) {
-        completion = valuesOf(*wanted, line, sources);
+    } else if (const OptionInfo* const target = line.target()) {
+        completion = valuesOf(*target, line, sources);
     }
-    keepThoseThatBeginWith(line.unfinished(), completion.candidates);
+    filterByPrefix(line.unfinished(), completion.candidates);
     for (Candidate& candidate : completion.candidates) {
         candidate.text.insert(0, line.lead());
     }

@@ -1,9 +1,7 @@
 #pragma once
 
-// What a shell offers while a command line of the tool is being typed. The shells' scripts know nothing of the tool:
-// they ask it, so that they are never out of date.
-
-#include "common/cli/HelpText.h"
+// Completion of the tool's command line in shells. The shells' scripts call `telvane complete`, so they never get out
+// of date.
 
 #include <functional>
 #include <map>
@@ -13,33 +11,50 @@
 namespace TelvaneTool
 {
 
-/// Something that may stand at the end of the line.
+/// An option or an argument.
+struct OptionInfo
+{
+    std::vector<std::string> names; ///< "-h" and "--help", or "PATH" for an argument
+    bool argument = false;
+    bool repeated = false;
+    std::string value; ///< placeholder, such as "FILE"; empty if the option takes no value
+    std::string what;
+};
+
+struct CommandInfo
+{
+    std::string name;
+    std::string what;
+    std::vector<OptionInfo> options;
+};
+
 struct Candidate
 {
     std::string text;
-    std::string what; ///< a few words on it, or nothing
+    std::string what; ///< short description; may be empty
 };
 
 struct Completion
 {
     std::vector<Candidate> candidates;
-    bool files = false; ///< the shell is to offer files
+    bool files = false; ///< file names are candidates, too
 };
 
-/// Where a value is wanted.
+/// The place on the command line where a value is completed.
 struct ValuePlace
 {
-    std::vector<std::string> arguments; ///< of the line so far
-    std::string option;                 ///< name of the option without dashes; empty for an argument
+    std::vector<std::string> arguments; ///< the arguments so far
+    std::string option;                 ///< name without dashes; empty for an argument
 };
 
-/// The values that a program knows, by the placeholder of the option or argument in the help: "CHANNEL", "CLASS".
+/// Functions that list values, by placeholder: "CHANNEL", "CLASS".
 using ValueSources = std::map<std::string, std::function<std::vector<Candidate>(const ValuePlace&)>>;
 
+/// Completes the last word of a command line.
 /// \param commands from CommandLine::describe()
-/// \param words the words typed after the program's name; the last one is unfinished and may be empty
-/// \param sources the shell offers files for "PATH" and "FILE", and nothing for placeholders without a source
-Completion complete(const std::vector<CommandText>& commands, const std::vector<std::string>& words,
+/// \param words the words after the program's name; the last one may be empty
+/// \param sources PATH and FILE complete to file names; other placeholders without a source have no candidates
+Completion complete(const std::vector<CommandInfo>& commands, const std::vector<std::string>& words,
                     const ValueSources& sources);
 
 } // namespace TelvaneTool

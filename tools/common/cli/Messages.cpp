@@ -1,9 +1,11 @@
 #include "common/cli/Messages.h"
 
 #include "common/cli/ExitCodes.h"
+#include "common/support/FileDescriptor.h"
 
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <string>
 #include <unistd.h>
 
@@ -30,13 +32,24 @@ void printError(std::string_view message)
 {
     std::string line = messagePrefix() + ": ";
     line.append(message).append("\n");
-    writeFully(STDERR_FILENO, line); // there is nowhere to printError about a failure
+    writeFully(STDERR_FILENO, line); // a failure cannot be reported anywhere
+}
+
+void printStatus(std::string_view message)
+{
+    printError(message);
+}
+
+void discardOutput(int fd)
+{
+    const FileDescriptor null(open("/dev/null", O_WRONLY | O_CLOEXEC));
+    dup2(null.get(), fd);
 }
 
 int writeFully(int fd, std::string_view data)
 {
     while (!data.empty()) {
-        // cppcheck-suppress invalidLifetime ; the line outlives the call that it is given to
+        // cppcheck-suppress invalidLifetime ; the line outlives the call
         const ssize_t written = write(fd, data.data(), data.size());
         if (written < 0 && errno == EINTR) {
             continue;

@@ -6,18 +6,24 @@
 namespace TelvaneTool
 {
 
-/// Sets the name that stands before every message: "telvane listen".
+/// Sets the prefix of all messages, such as "telvane listen".
 void setMessagePrefix(const std::string& prefix);
 
-/// Writes one line to standard error, whole even when several threads write.
+/// Prints an error message as one line on standard error. Lines of several threads do not mix.
 void printError(std::string_view message);
 
-/// Writes everything to a descriptor.
-/// \return 0 or an error number
+/// Prints a message that is not an error in the same way.
+void printStatus(std::string_view message);
+
+/// Writes all data to a descriptor.
+/// \return 0 or an error number (positive errno)
 int writeFully(int fd, std::string_view data);
 
-/// Writes a command's whole result to standard output, or complains.
+/// Writes the result of a command to standard output, and prints an error if that fails.
 /// \return an exit code
 int writeResult(std::string_view text);
+
+/// Redirects a descriptor to /dev/null.
+void discardOutput(int fd);
 
 } // namespace TelvaneTool

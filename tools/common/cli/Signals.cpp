@@ -13,8 +13,8 @@ namespace TelvaneTool
 namespace
 {
 
-/// Those that whoever started the process wants it to heed: a shell has processes in the background ignore
-/// SIGINT, and nohup has them ignore SIGHUP. A signal that is blocked would be queued all the same.
+/// Excludes ignored signals: a shell makes background processes ignore SIGINT, and nohup makes them ignore SIGHUP.
+/// If blocked, they would be delivered nevertheless.
 sigset_t terminationSignals()
 {
     sigset_t signals;
@@ -30,24 +30,28 @@ sigset_t terminationSignals()
 
 } // namespace
 
-void prepareProcess()
+void openStandardDescriptors()
 {
     for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
         if (fcntl(fd, F_GETFD) == -1) {
-            // The lowest free number is this one. Opened for the wrong direction, so that its use still
-            // fails.
-            open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY); // NOLINT: kept open on purpose
+            // open() returns the lowest free number, which is fd. The wrong direction makes its use fail, as
+            // on a closed descriptor.
+            open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY); // NOLINT: stays open
         }
     }
+}
+
+void blockTerminationSignals()
+{
     const sigset_t signals = terminationSignals();
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     signal(SIGPIPE, SIG_IGN); // NOLINT(bugprone-signal-handler): no handler
 }
 
-int openSignals()
+FileDescriptor openSignals()
 {
     const sigset_t signals = terminationSignals();
-    return signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
+    return FileDescriptor(signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
 }
 
 int readSignal(int fd)

@@ -1,18 +1,22 @@
 #pragma once
 
+#include "common/support/FileDescriptor.h"
+
 namespace TelvaneTool
 {
 
-/// Takes SIGINT, SIGTERM and SIGHUP, as far as they are not ignored, out of their normal course, so that they
-/// can be read. To be called before
-/// the first thread is started, which inherits it. Also ignores SIGPIPE and sees to it that descriptors 0 to
-/// 2 are taken: a socket that got the number of a closed standard output would receive our data.
-void prepareProcess();
+/// Opens /dev/null in place of closed descriptors 0 to 2. Otherwise a socket could get the number of standard
+/// output and receive the tool's output.
+void openStandardDescriptors();
 
-/// \return a descriptor that becomes readable when one of the signals arrives
-int openSignals();
+/// Blocks SIGINT, SIGTERM and SIGHUP, unless they are ignored, and ignores SIGPIPE. Call this before starting any
+/// thread; threads inherit the mask.
+void blockTerminationSignals();
 
-/// \return the number of the next signal, or 0 when there is none
+/// \return a descriptor that becomes readable when a blocked signal arrives
+FileDescriptor openSignals();
+
+/// \return the number of the next signal; 0 if there is none
 int readSignal(int fd);
 
 } // namespace TelvaneTool

@@ -14,7 +14,7 @@ namespace
 struct Quantile
 {
     const char* name;
-    double share;
+    double fraction;
 };
 constexpr Quantile kQuantiles[] = {{"p50", 0.5}, {"p90", 0.9}, {"p99", 0.99}, {"p99.9", 0.999}};
 
@@ -56,7 +56,7 @@ std::string printBench(const BenchResult& result)
         text += "latency    ";
         for (const Quantile& quantile : kQuantiles) {
             text += std::string(quantile.name) + " " +
-                    printDuration(result.latencies.quantile(quantile.share)) + ", ";
+                    printDuration(result.latencies.quantile(quantile.fraction)) + ", ";
         }
         text += "longest " + printDuration(result.latencies.max()) + "\n";
     }
@@ -81,7 +81,7 @@ std::string printBenchJson(const BenchResult& result)
         return static_cast<double>(time) / static_cast<double>(kMicrosecond);
     };
     for (const Quantile& quantile : kQuantiles) {
-        addNumber(latency, quantile.name, microseconds(result.latencies.quantile(quantile.share)));
+        addNumber(latency, quantile.name, microseconds(result.latencies.quantile(quantile.fraction)));
     }
     addNumber(latency, "longest", microseconds(result.latencies.max()));
     return printJson(tree.get()) + "\n";

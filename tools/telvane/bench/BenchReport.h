@@ -5,16 +5,16 @@
 namespace TelvaneTool
 {
 
-/// What a run has come to.
+/// The result of a run.
 struct BenchResult
 {
     BenchSettings settings;
-    Nanoseconds time = 0; ///< in which publishers published
+    Nanoseconds time = 0; ///< from the first to the last publication
     std::uint64_t published = 0;
-    std::uint64_t received = 0; ///< by all subscribers together
+    std::uint64_t received = 0; ///< by all subscribers
     LatencyHistogram latencies;
 
-    /// \return records that a subscriber should have received and did not
+    /// \return the number of records that subscribers did not receive
     std::uint64_t lost() const;
 };
 

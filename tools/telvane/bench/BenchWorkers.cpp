@@ -9,7 +9,6 @@
 #include <Telvane/RecordTable.h>
 
 #include <algorithm>
-#include <fcntl.h>
 #include <new>
 #include <poll.h>
 #include <sys/mman.h>
@@ -18,7 +17,7 @@
 namespace TelvaneTool
 {
 
-/// As a power source's sample is a record of its own class, so is this.
+/// A record class, as a power source's sample is.
 class BenchRecord : public Telvane::TelvaneDataTypeBase
 {
 public:
@@ -34,23 +33,23 @@ TELVANE_DEFINE_RECORD(BenchRecord)
 namespace
 {
 
-constexpr Nanoseconds kLook = 20 * kMillisecond;
+constexpr Nanoseconds kPollInterval = 20 * kMillisecond;
 constexpr int kSubscriberBuffer = 8 * 1024 * 1024;
 
-/// \return a record whose payload has about that many bytes
+/// \return a record whose payload has about \p size bytes
 BenchRecord makeRecord(int index, int size)
 {
-    constexpr int kAllButFill = 74;
+    constexpr int kSizeWithoutFill = 74;
     BenchRecord record;
     record.publisher = index;
-    record.fill.assign(static_cast<std::size_t>(std::max(size - kAllButFill, 0)), 'x');
+    record.fill.assign(static_cast<std::size_t>(std::max(size - kSizeWithoutFill, 0)), 'x');
     return record;
 }
 
-bool awaitPhase(BusConnection& session, const BenchBoard& board, BenchBoard::Phase phase)
+bool awaitPhase(BusConnection& bus, const BenchBoard& board, BenchBoard::Phase phase)
 {
     while (board.phase != phase) {
-        if (!session.sleepUntil(monotonicNow() + kLook)) {
+        if (!bus.sleepUntil(monotonicNow() + kPollInterval)) {
             return false;
         }
     }
@@ -84,24 +83,17 @@ std::uint64_t BenchBoard::received() const
     return sum;
 }
 
-void keepQuiet()
-{
-    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
-    dup2(nowhere, STDERR_FILENO);
-    close(nowhere);
-}
-
 int runBenchServer(const std::string& path)
 {
     Telvane::EventServer server;
     server.SetSubscriberSendBuffer(kSubscriberBuffer);
-    const int signals = openSignals();
+    const FileDescriptor signals = openSignals();
     if (server.Start(path) != 0) {
         printError("cannot serve " + path);
         return kBusFailure;
     }
-    pollfd watched = {signals, POLLIN, 0};
-    while (poll(&watched, 1, -1) < 0 || readSignal(signals) == 0) {
+    pollfd watched = {signals.get(), POLLIN, 0};
+    while (poll(&watched, 1, -1) < 0 || readSignal(signals.get()) == 0) {
     }
     server.Stop();
     return kSuccess;
@@ -110,46 +102,46 @@ int runBenchServer(const std::string& path)
 int runBenchSubscriber(const BenchSettings& settings, BenchBoard& board, int index)
 {
     BenchBoard::Subscriber& own = board.subscribers[static_cast<std::size_t>(index)];
-    BusConnection session(BusConnection::Output::Unused, BusConnection::Interruption::Aborts);
-    int result = session.connect(settings.path, settings.wait);
+    BusConnection bus(BusConnection::Output::Unused, BusConnection::Interruption::Aborts);
+    int result = bus.connect(settings.path, settings.wait);
     if (result == kSuccess) {
-        result = session.subscribe(settings.channel, BenchRecord(),
-                                   [&own](void*, Telvane::TelvaneDataTypeBase* record, int, void*) {
-                                       const auto sent = static_cast<const BenchRecord&>(*record).sent;
-                                       own.latencies.add(monotonicNow() - static_cast<Nanoseconds>(sent));
-                                       ++own.received;
-                                   });
+        result = bus.subscribe(settings.channel, BenchRecord(),
+                               [&own](void*, Telvane::TelvaneDataTypeBase* record, int, void*) {
+                                   const auto sent = static_cast<const BenchRecord&>(*record).sent;
+                                   own.latencies.add(monotonicNow() - static_cast<Nanoseconds>(sent));
+                                   ++own.received;
+                               });
     }
-    if (result == kSuccess && !session.stopping()) {
-        keepQuiet();
+    if (result == kSuccess && !bus.stopping()) {
+        discardOutput(STDERR_FILENO);
         own.ready = true;
-        awaitPhase(session, board, BenchBoard::Phase::Ending);
+        awaitPhase(bus, board, BenchBoard::Phase::Ending);
     }
-    return session.finish(result);
+    return bus.finish(result);
 }
 
 int runBenchPublisher(const BenchSettings& settings, BenchBoard& board, int index)
 {
     BenchBoard::Publisher& own = board.publishers[static_cast<std::size_t>(index)];
-    BusConnection session(BusConnection::Output::Unused, BusConnection::Interruption::Aborts);
-    const int result = session.connect(settings.path, settings.wait);
+    BusConnection bus(BusConnection::Output::Unused, BusConnection::Interruption::Aborts);
+    const int result = bus.connect(settings.path, settings.wait);
     if (result == kSuccess) {
-        keepQuiet();
+        discardOutput(STDERR_FILENO);
         own.ready = true;
-        if (awaitPhase(session, board, BenchBoard::Phase::Publishing)) {
+        if (awaitPhase(bus, board, BenchBoard::Phase::Publishing)) {
             BenchRecord record = makeRecord(index, settings.size);
             const Nanoseconds begin = monotonicNow();
             const Nanoseconds end = begin + settings.duration;
-            for (Nanoseconds now = begin; now < end && !session.stopping(); now = monotonicNow()) {
+            for (Nanoseconds now = begin; now < end && !bus.stopping(); now = monotonicNow()) {
                 if (settings.rate > 0.0) {
                     const Nanoseconds due = begin + nanoseconds(record.number / settings.rate);
-                    if (due >= end || (due > now && !session.sleepUntil(due))) {
-                        session.sleepUntil(end);
+                    if (due >= end || (due > now && !bus.sleepUntil(due))) {
+                        bus.sleepUntil(end);
                         break;
                     }
                 }
                 record.sent = static_cast<double>(monotonicNow());
-                if (!session.publish(settings.channel, record)) {
+                if (!bus.publish(settings.channel, record)) {
                     break;
                 }
                 ++record.number;
@@ -158,7 +150,7 @@ int runBenchPublisher(const BenchSettings& settings, BenchBoard& board, int inde
         }
         own.done = true;
     }
-    return session.finish(result);
+    return bus.finish(result);
 }
 
 } // namespace TelvaneTool

@@ -1,6 +1,6 @@
 #pragma once
 
-// The processes of telvane bench, and what they share.
+// The processes of telvane bench and their shared memory.
 
 #include "common/support/LatencyHistogram.h"
 
@@ -17,8 +17,8 @@ struct BenchSettings
     std::string path; ///< of the bus
     double wait = 0.0;
     std::string channel;
-    int size = 200;    ///< of a payload's text, in bytes, about
-    double rate = 0.0; ///< of each publisher, records per second; 0 for as fast as it goes
+    int size = 200;    ///< approximate size of a payload, in bytes
+    double rate = 0.0; ///< of each publisher, records per second; 0 for the maximum
     int publishers = 1;
     int subscribers = 1;
     Nanoseconds duration = 5 * kSecond;
@@ -28,7 +28,7 @@ constexpr int kMaxWorkers = 64; ///< of each kind
 constexpr int kMinBenchSize = 100;
 constexpr int kMaxBenchSize = 16000;
 
-/// Memory that all processes of a run see. Each worker writes to its own place in it.
+/// Memory shared by all processes of a run. Each worker writes to its own element.
 class BenchBoard
 {
 public:
@@ -49,10 +49,10 @@ public:
     {
         std::atomic<std::uint64_t> received{0};
         std::atomic<bool> ready{false};
-        LatencyHistogram latencies; ///< complete when the process has ended
+        LatencyHistogram latencies; ///< complete when the process has exited
     };
 
-    /// \return memory that stays shared with processes that are forked from now on; null without memory
+    /// \return memory shared with processes forked from now on; null if there is none
     static BenchBoard* make();
 
     std::uint64_t published() const;
@@ -63,11 +63,8 @@ public:
     std::array<Subscriber, kMaxWorkers> subscribers;
 };
 
-/// Keeps what this process complains of from now on to itself: others have the same to say.
-void keepQuiet();
-
-/// \name What the processes do
-/// Clients keep quiet from when they are ready on.
+/// \name Main functions of the processes
+/// Clients print no errors once they are ready: all would print the same ones.
 /// \return an exit code
 /// @{
 int runBenchServer(const std::string& path);

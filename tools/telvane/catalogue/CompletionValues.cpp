@@ -31,7 +31,7 @@ std::vector<Candidate> consumableTableNames()
     return candidates;
 }
 
-/// The codes of one table. It is named by the option ("--gas-type") or by the first argument ("gas").
+/// The codes of one table, which the option ("--gas-type") or the first argument ("gas") names.
 std::vector<Candidate> consumableCodes(const ValuePlace& place)
 {
     const std::string name = place.option.empty() ? place.arguments.front() : place.option;
@@ -44,7 +44,7 @@ std::vector<Candidate> consumableCodes(const ValuePlace& place)
     return candidates;
 }
 
-/// The channels that the server knows, then the classes: by custom, channels are named like the class they carry.
+/// The channels of the server, then the classes: by convention, a channel has the name of its class.
 std::vector<Candidate> channelsOf(const ValuePlace& place, const ChannelSource& channels)
 {
     std::vector<Candidate> candidates;

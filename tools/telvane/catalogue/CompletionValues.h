@@ -9,7 +9,7 @@
 namespace TelvaneTool
 {
 
-/// \return the channels that the server at \p path knows; none if it does not answer at once
+/// \return the channels of the server at \p path; none if it does not respond at once
 using ChannelSource = std::function<std::vector<std::string>(const std::string& path)>;
 
 /// \return the values of CHANNEL, CLASS, TABLE and CODE

@@ -8,7 +8,7 @@ namespace TelvaneTool
 
 std::optional<int> readConsumableCode(const std::string& text, const std::string* names, std::size_t count)
 {
-    // Names first: a wire size is called "0.045".
+    // Names first: "0.045" is the name of a wire size.
     for (std::size_t code = 0; code < count; ++code) {
         if (strcasecmp(names[code].c_str(), text.c_str()) == 0) {
             return static_cast<int>(code);

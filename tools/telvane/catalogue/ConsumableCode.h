@@ -7,7 +7,7 @@
 namespace TelvaneTool
 {
 
-/// Reads a consumable's code: its name in the table, in any letter case, or its number.
+/// Parses a consumable's code: a name of the table, in any letter case, or a number.
 /// \param names the library's table
 std::optional<int> readConsumableCode(const std::string& text, const std::string* names, std::size_t count);
 

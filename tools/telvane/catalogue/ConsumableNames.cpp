@@ -1,5 +1,5 @@
-// Which fields hold codes of which table is said here and nowhere in the library, whose records only carry
-// numbers. A key counts only where the class has it as an integer: the "gas" of a trace sample is a flow.
+// The mapping of fields to tables of codes. The library has no such mapping: its records contain numbers only. A key
+// matches only integer fields: the "gas" of a trace sample is a flow.
 
 #include "catalogue/ConsumableNames.h"
 
@@ -91,7 +91,7 @@ std::string consumableName(const ConsumableTable& table, int code)
 
 void addConsumableNames(cJSON* object, const RecordTable& table)
 {
-    // Each member goes from the front to the back once, followed by its name if it has one.
+    // Move each member from the front to the back once, followed by its name, if any.
     for (int members = cJSON_GetArraySize(object); members > 0; --members) {
         cJSON* const item = cJSON_DetachItemFromArray(object, 0);
         cJSON_AddItemToArray(object, item);

@@ -20,16 +20,16 @@ struct ConsumableTable
     std::size_t count;
 };
 
-/// The five tables, in the order in which they are shown.
+/// The five tables in display order.
 const std::array<ConsumableTable, 5>& consumableTables();
 
 /// \return the table of that name, or null
 const ConsumableTable* findConsumableTable(const std::string& name);
 
-/// \return the text of a code; "unknown" for 255 and for every code outside the table
+/// \return the name of a code; "unknown" for 255 and for codes outside the table
 std::string consumableName(const ConsumableTable& table, int code);
 
-/// Puts names beside the consumable codes in a record's JSON: behind "process" comes "processName".
+/// Adds the names of consumable codes to a record's JSON: "processName" after "process".
 /// \param table the fields of the record's class
 void addConsumableNames(cJSON* object, const Telvane::RecordTable& table);
 

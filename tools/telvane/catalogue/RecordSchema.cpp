@@ -1,6 +1,6 @@
-// The schema describes what a sender should write: every key, integers without fractions. The library reads
-// more than that (keys in any letter case, further keys, fractions of integers), which a schema for the use
-// of editors and code generators does better not to invite.
+// The schema describes what a sender should write: every key, integers without fractions. The library also reads keys
+// in any letter case, unknown keys and fractions of integers, which a schema for editors and code generators should not
+// suggest.
 
 #include "catalogue/RecordSchema.h"
 
@@ -29,11 +29,6 @@ cJSON* add(cJSON* object, const char* key, cJSON* value)
     return value;
 }
 
-void addText(cJSON* object, const char* key, const std::string& text)
-{
-    add(object, key, cJSON_CreateString(text.c_str()));
-}
-
 JsonTree ofType(const char* type)
 {
     JsonTree schema(cJSON_CreateObject());
@@ -49,7 +44,7 @@ JsonTree integer()
     return schema;
 }
 
-/// Collects the classes that the schemas refer to, so that each stands once under "$defs".
+/// Collects the referenced classes, so that each is defined once under "$defs".
 class SchemaWriter
 {
 public:
@@ -81,7 +76,7 @@ public:
         return schema;
     }
 
-    /// Adds the classes that were referred to, and those that they refer to.
+    /// Adds the referenced classes, and the classes that they reference.
     void addDefinitions(cJSON* schema)
     {
         cJSON* const definitions = add(schema, "$defs", cJSON_CreateObject());
@@ -142,16 +137,16 @@ private:
         return JsonTree(cJSON_CreateObject());
     }
 
-    static JsonTree arrayOf(JsonTree items, const RecordField& field, int least)
+    static JsonTree arrayOf(JsonTree items, const RecordField& field, int minItems)
     {
         JsonTree schema = ofType("array");
         add(schema.get(), "items", items.release());
-        add(schema.get(), "minItems", cJSON_CreateNumber(least));
+        add(schema.get(), "minItems", cJSON_CreateNumber(minItems));
         add(schema.get(), "maxItems", cJSON_CreateNumber(field.limit));
         return schema;
     }
 
-    std::vector<std::string> m_names; ///< of the classes referred to, in that order
+    std::vector<std::string> m_names; ///< referenced classes, in order of reference
 };
 
 JsonTree head(const char* title)

@@ -7,10 +7,10 @@
 namespace TelvaneTool
 {
 
-/// The JSON Schema (draft 2020-12) of one class, with the classes that it holds under "$defs".
+/// \return the JSON Schema (draft 2020-12) of one class, with the nested classes under "$defs"
 JsonTree recordSchema(const Telvane::RecordClass& recordClass);
 
-/// The JSON Schemas of all classes, under "$defs".
+/// \return the JSON Schemas of all classes, under "$defs"
 JsonTree catalogueSchema();
 
 } // namespace TelvaneTool

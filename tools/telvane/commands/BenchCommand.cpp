@@ -1,5 +1,5 @@
-// Each publisher and subscriber is a process of its own, as on a real bus: threads of one process would share
-// what real publishers do not. They are forked before there is any thread, and end with this process.
+// Each publisher and subscriber is a process, as on a real bus. All are forked before this process starts any thread,
+// and they exit with it.
 
 #include "bench/BenchReport.h"
 #include "bench/BenchWorkers.h"
@@ -32,8 +32,8 @@ namespace TelvaneTool
 namespace
 {
 
-constexpr Nanoseconds kLook = 20 * kMillisecond;
-constexpr Nanoseconds kLastRecords = 3 * kSecond; ///< without any news: what is not here by then is lost
+constexpr Nanoseconds kPollInterval = 20 * kMillisecond;
+constexpr Nanoseconds kDrainTime = 3 * kSecond; ///< without any record; the missing ones are lost
 
 struct Options
 {
@@ -43,7 +43,7 @@ struct Options
     bool json = false;
 };
 
-/// The processes of a run. All are gone when it is.
+/// The processes of a run. The destructor ends them.
 class Workers
 {
 public:
@@ -52,7 +52,7 @@ public:
     Workers(const Workers&) = delete;
     Workers& operator=(const Workers&) = delete;
 
-    /// \param quiet the process keeps its complaints to itself: another one has the same
+    /// \param quiet suppress errors, because another process prints the same ones
     bool start(const std::function<int()>& work, bool quiet)
     {
         const pid_t parent = getpid();
@@ -63,14 +63,14 @@ public:
         }
         if (process == 0) {
             prctl(PR_SET_PDEATHSIG, SIGKILL);
-            // A terminal interrupts all at once; they are to end when they are told, and with nothing to say.
+            // Ctrl-C reaches all processes at once. This one exits on SIGTERM from its parent, without a message.
             signal(SIGINT, SIG_IGN); // NOLINT(bugprone-signal-handler): no handler
             signal(SIGHUP, SIG_IGN); // NOLINT(bugprone-signal-handler): no handler
             if (getppid() != parent) {
                 _exit(kBusFailure);
             }
             if (quiet) {
-                keepQuiet();
+                discardOutput(STDERR_FILENO);
             }
             _exit(work());
         }
@@ -78,7 +78,7 @@ public:
         return true;
     }
 
-    /// \return the exit code of a process that has ended, or -1 while none has
+    /// \return the exit code of a process that has exited; -1 if none has
     int ended()
     {
         for (pid_t& process : m_processes) {
@@ -110,7 +110,7 @@ private:
     std::vector<pid_t> m_processes;
 };
 
-/// A place for the socket of --self.
+/// A temporary directory for the socket of --self.
 class Directory
 {
 public:
@@ -123,7 +123,7 @@ public:
     ~Directory()
     {
         if (m_made) {
-            unlink(socket().c_str()); // of a server that was killed
+            unlink(socket().c_str()); // left if the server was killed
             rmdir(m_path.c_str());
         }
     }
@@ -144,9 +144,6 @@ public:
     Bench(const BenchSettings& settings, BenchBoard& board)
         : m_settings(settings), m_board(board), m_signals(openSignals())
     {}
-    ~Bench() { close(m_signals); }
-    Bench(const Bench&) = delete;
-    Bench& operator=(const Bench&) = delete;
 
     /// \return an exit code
     int run()
@@ -199,7 +196,7 @@ private:
         return result == kSuccess ? await([this] { return m_workers.empty(); }, false) : result;
     }
 
-    /// One after the other: what keeps the first from starting, it tells itself.
+    /// Starts one worker at a time. The first one prints why it cannot start.
     int startWorker(const std::function<int()>& work, const std::atomic<bool>& ready)
     {
         const bool first = m_started++ == 0;
@@ -214,11 +211,11 @@ private:
         return result;
     }
 
-    /// \return kSuccess when the condition holds; what a process has ended with, or a signal's code, else
+    /// \return kSuccess when the condition is true; else the exit code of a process, or of a signal
     int await(const std::function<bool()>& condition, bool showProgress)
     {
         for (;;) {
-            if (const int number = readSignal(m_signals); number != 0) {
+            if (const int number = readSignal(m_signals.get()); number != 0) {
                 return kSignalBase + number;
             }
             if (const int code = m_workers.ended(); code > 0) {
@@ -228,8 +225,8 @@ private:
                 m_bar.clear();
                 return kSuccess;
             }
-            pollfd watched = {m_signals, POLLIN, 0};
-            poll(&watched, 1, static_cast<int>(kLook / kMillisecond));
+            pollfd watched = {m_signals.get(), POLLIN, 0};
+            poll(&watched, 1, static_cast<int>(kPollInterval / kMillisecond));
             if (showProgress && m_bar.due()) {
                 show();
             }
@@ -238,10 +235,10 @@ private:
 
     void show()
     {
-        const double share = static_cast<double>(monotonicNow() - m_begin) /
-                             static_cast<double>(std::max<Nanoseconds>(m_settings.duration, 1));
-        m_bar.draw(share, printCount(static_cast<double>(m_board.published())) + " published, " +
-                              printCount(static_cast<double>(m_board.received())) + " received");
+        const double fraction = static_cast<double>(monotonicNow() - m_begin) /
+                                static_cast<double>(std::max<Nanoseconds>(m_settings.duration, 1));
+        m_bar.draw(fraction, printCount(static_cast<double>(m_board.published())) + " published, " +
+                                 printCount(static_cast<double>(m_board.received())) + " received");
     }
 
     bool publishersDone() const
@@ -255,28 +252,28 @@ private:
     {
         const std::uint64_t received = m_board.received();
         const Nanoseconds now = monotonicNow();
-        if (received != m_lastReceived || m_lastNews == 0) {
+        if (received != m_lastReceived || m_lastArrival == 0) {
             m_lastReceived = received;
-            m_lastNews = now;
+            m_lastArrival = now;
         }
         return received >= m_board.published() * static_cast<std::uint64_t>(m_settings.subscribers) ||
-               now - m_lastNews > kLastRecords;
+               now - m_lastArrival > kDrainTime;
     }
 
     const BenchSettings& m_settings;
     BenchBoard& m_board;
-    const int m_signals;
+    const FileDescriptor m_signals;
     ProgressBar m_bar;
     Nanoseconds m_begin = 0;
     Nanoseconds m_time = 0;
     std::uint64_t m_lastReceived = 0;
-    Nanoseconds m_lastNews = 0;
+    Nanoseconds m_lastArrival = 0;
     int m_started = 0;
-    Workers m_workers; ///< the last member: they are ended first
+    Workers m_workers; ///< last member: destroyed first
 };
 
-/// \return a name that no other run has at the same time
-std::string ownChannel()
+/// \return a channel name that no concurrent run uses
+std::string uniqueChannel()
 {
     std::string name = "TelvaneBench_";
     for (pid_t rest = getpid(); rest > 0; rest /= 10) {
@@ -288,16 +285,16 @@ std::string ownChannel()
 int measure(Options& options)
 {
     if (options.self != options.bus.path.empty()) {
-        printError("either PATH or --self has to be given");
+        printError("give either PATH or --self");
         return kWrongUsage;
     }
     BenchSettings& settings = options.bench;
     settings.path = options.bus.path;
     settings.wait = options.bus.wait;
-    settings.channel = ownChannel();
+    settings.channel = uniqueChannel();
     BenchBoard* const board = BenchBoard::make();
     if (board == nullptr) {
-        printError("there is no memory to share");
+        printError("cannot allocate shared memory");
         return kOutputFailure;
     }
     std::unique_ptr<Directory> directory;
@@ -308,7 +305,7 @@ int measure(Options& options)
         settings.wait = 10.0;
         if (!directory->made() ||
             !server.start([&settings] { return runBenchServer(settings.path); }, false)) {
-            printError("cannot make a bus at " + settings.path);
+            printError("cannot start a server at " + settings.path);
             return kBusFailure;
         }
     }
@@ -326,33 +323,31 @@ void addBenchCommand(CommandLine& line)
 {
     auto options = std::make_shared<Options>();
     BenchSettings& bench = options->bench;
-    Command command(line, "bench", "Measure throughput, delays and losses between processes");
-    command.option("PATH", options->bus.path, "Socket of the bus's server");
-    command.option("--wait", options->bus.wait, "Wait up to this many seconds for the server to appear")
+    Command command(line, "bench", "Measure throughput, latency and losses between processes");
+    command.option("PATH", options->bus.path, "Socket of the server");
+    command.option("--wait", options->bus.wait, "Wait up to SECONDS for the server to start")
         .within(0.0, 1e6)
         .typeName("SECONDS");
-    command.flag("--self", options->self, "Measure on a bus of one's own instead of one at PATH");
-    command.option("--size", bench.size, "Bytes of a payload")
+    command.flag("--self", options->self, "Start a server for the measurement instead of using PATH");
+    command.option("--size", bench.size, "Size of a payload, in bytes")
         .within(kMinBenchSize, kMaxBenchSize)
         .showDefault();
-    command
-        .option("--rate", bench.rate,
-                "Records that each publisher sends per second; 0 for as fast as it goes")
+    command.option("--rate", bench.rate, "Records per second from each publisher; 0 for the maximum")
         .within(0.0, 1e7)
         .showDefault();
-    command.option("--publishers", bench.publishers, "Processes that publish")
+    command.option("--publishers", bench.publishers, "Number of publishing processes")
         .within(1, kMaxWorkers)
         .showDefault();
-    command.option("--subscribers", bench.subscribers, "Processes that receive everything")
+    command.option("--subscribers", bench.subscribers, "Number of subscribing processes")
         .within(0, kMaxWorkers)
         .showDefault();
-    addDuration(command, "--duration", bench.duration, "How long to publish (default: 5s)");
+    addDuration(command, "--duration", bench.duration, "Publish for this time").showDefault("5s");
     command.flag("--json", options->json, "Print JSON");
-    command.examples("# what this machine can do\n"
+    command.examples("# measure this machine\n"
                      "telvane bench --self\n"
-                     "# three readers of a power source's samples, on the bus that is there\n"
+                     "# three subscribers at the rate of a power source, on a running server\n"
                      "telvane bench /tmp/bus --rate 20000 --subscribers 3 --duration 30s\n"
-                     "# the median delay, for a script\n"
+                     "# the median latency, for a script\n"
                      "telvane bench --self --rate 1000 --json | jq .latencyMicroseconds.p50\n");
     command.run([options] { return measure(*options); });
 }

@@ -13,7 +13,7 @@ namespace TelvaneTool
 namespace
 {
 
-/// One candidate a line, what it is behind a tabulator; a line ":files" asks for files.
+/// Prints one candidate per line, with its description after a tab. A line ":files" requests file names.
 int print(const Completion& completion)
 {
     std::string text = completion.files ? ":files\n" : "";
@@ -23,21 +23,21 @@ int print(const Completion& completion)
     return writeResult(text);
 }
 
-/// Complaints go to standard error, which shells throw away: nobody is to be disturbed while typing.
+/// Errors go to standard error, which the shells' scripts discard.
 std::vector<std::string> channelsOfServer(const std::string& path)
 {
     std::vector<std::string> names;
-    BusConnection session(BusConnection::Output::Unused, BusConnection::Interruption::Aborts);
-    if (session.connect(path, 0.0) == kSuccess) {
-        StatusClient inquiry(session);
-        if (inquiry.start(false) == kSuccess) {
-            for (const ChannelStatus& channel : inquiry.channels()) {
+    BusConnection bus(BusConnection::Output::Unused, BusConnection::Interruption::Aborts);
+    if (bus.connect(path, 0.0) == kSuccess) {
+        StatusClient status(bus);
+        if (status.start(false) == kSuccess) {
+            for (const ChannelStatus& channel : status.channels()) {
                 if (!isStatusChannel(channel.name)) {
                     names.push_back(channel.name);
                 }
             }
         }
-        session.finish(kSuccess);
+        bus.finish(kSuccess);
     }
     return names;
 }
@@ -47,9 +47,9 @@ std::vector<std::string> channelsOfServer(const std::string& path)
 void addCompleteCommand(CommandLine& line)
 {
     auto words = std::make_shared<std::vector<std::string>>();
-    Command command(line, "complete", "Tell a shell what may come next on a line");
+    Command command(line, "complete", "List completions of a command line, for shells");
     command.hide();
-    command.option("WORD", *words, "What has been typed so far, behind --");
+    command.option("WORD", *words, "The words typed so far, after --");
     command.run([words, &line] {
         return print(complete(line.describe(), *words, completionValues(&channelsOfServer)));
     });

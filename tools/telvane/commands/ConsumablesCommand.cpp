@@ -67,8 +67,8 @@ int show(const Options& options)
     } else {
         const ConsumableTable* const table = findConsumableTable(options.table);
         if (table == nullptr) {
-            printError("there is no table \"" + options.table +
-                       "\"; there are process, wire-type, wire-size, gas and alloy");
+            printError("unknown table \"" + options.table +
+                       "\"; use process, wire-type, wire-size, gas or alloy");
             return kWrongUsage;
         }
         if (options.code.empty()) {
@@ -76,9 +76,8 @@ int show(const Options& options)
         } else {
             const auto code = readConsumableCode(options.code, table->texts, table->count);
             if (!code) {
-                printError("\"" + options.code + "\" is no code of the " + table->title +
-                           "; they have the codes 0 to " + std::to_string(table->count - 1) +
-                           ", and 255 for unknown");
+                printError("\"" + options.code + "\" is not a name or code of the " + table->title +
+                           "; codes are 0 to " + std::to_string(table->count - 1) + ", and 255 for unknown");
                 return kWrongUsage;
             }
             text =
@@ -93,15 +92,16 @@ int show(const Options& options)
 void addConsumablesCommand(CommandLine& line)
 {
     auto options = std::make_shared<Options>();
-    Command command(line, "consumables", "Show the codes of processes, wires, gases and alloys");
-    command.option("TABLE", options->table, "process, wire-type, wire-size, gas or alloy (default: all)");
-    command.option("CODE", options->code, "Show the name of this code only");
-    command.flag("--json", options->json, "Print JSON: objects of code and name");
-    command.examples("# every table, or one, or one name\n"
+    Command command(line, "consumables", "List the codes of processes, wires, gases and alloys");
+    command.option("TABLE", options->table, "Print this table: process, wire-type, wire-size, gas or alloy")
+        .showDefault("all");
+    command.option("CODE", options->code, "Print the name of this code only");
+    command.flag("--json", options->json, "Print JSON objects with code and name");
+    command.examples("# all tables, one table, one name\n"
                      "telvane consumables\n"
                      "telvane consumables gas\n"
                      "telvane consumables alloy 3\n"
-                     "# the same for a program\n"
+                     "# as JSON, for a program\n"
                      "telvane consumables gas --json\n");
     command.run([options] { return show(*options); });
 }

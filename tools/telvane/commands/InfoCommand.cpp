@@ -43,12 +43,12 @@ int describe(const Options& options)
 void addInfoCommand(CommandLine& line)
 {
     auto options = std::make_shared<Options>();
-    Command command(line, "info", "Tell what a recording holds: span, channels, counts, rates, gaps");
+    Command command(line, "info", "Summarize a recording: time span, channels, counts, rates, gaps");
     command.option("FILE", options->file, "Recording, or - for standard input").required();
     command.flag("--json", options->json, "Print JSON");
-    command.examples("# what is in it\n"
+    command.examples("# summary\n"
                      "telvane info weld.jsonl\n"
-                     "# the rates of its channels\n"
+                     "# the rate of each channel\n"
                      "telvane info weld.jsonl --json | jq '.channels[] | {channel, rate}'\n");
     command.run([options] { return describe(*options); });
 }

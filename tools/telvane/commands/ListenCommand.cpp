@@ -1,6 +1,5 @@
-// Records are turned to text on the client's receiver thread and written by the main thread. A reader that is
-// slow for a moment therefore costs memory here and no records at the server, which drops what a subscriber
-// does not fetch.
+// The receiver thread formats records and the main thread writes them. A reader that is slow for a moment thus costs
+// memory here, and no records at the server, which drops what a subscriber does not read in time.
 
 #include "commands/Commands.h"
 #include "common/bus/BusConnection.h"
@@ -32,7 +31,7 @@ struct Options
 {
     BusOptions bus;
     std::vector<std::string> channels;
-    std::string className;
+    const RecordClass* recordClass = nullptr;
     std::uint64_t count = 0;
     double timeout = 0.0;
     bool all = false;
@@ -41,7 +40,7 @@ struct Options
     bool verbose = false;
 };
 
-/// What has arrived and is not yet written.
+/// Buffers the output until the main thread writes it.
 class Arrivals
 {
 public:
@@ -52,9 +51,9 @@ public:
               int sequence)
     {
         m_missed.take(sequence);
-        if (!record.fault().empty()) {
+        if (!record.decodeError().empty()) {
             m_missed.takeUnreadable();
-            printError(channel + " " + std::to_string(sequence) + ": " + record.fault());
+            printError(channel + " " + std::to_string(sequence) + ": " + record.decodeError());
             return;
         }
         const std::string line =
@@ -71,19 +70,19 @@ public:
 
     const SequenceGaps& missed() const { return m_missed; }
 
-    /// Writes what has arrived until there is an end to it.
-    int writeTo(BusConnection& session, PatternSubscriber& channels, Nanoseconds deadline)
+    /// Writes the output until the command ends.
+    int writeTo(BusConnection& bus, PatternSubscriber& channels, Nanoseconds deadline)
     {
         for (;;) {
-            session.waitFor([this] { return hasOutput(); }, channels.nextWake(deadline));
+            bus.waitFor([this] { return hasOutput(); }, channels.nextWake(deadline));
             if (const int result = channels.follow(); result != kSuccess) {
                 return result;
             }
             const bool expired = deadline >= 0 && monotonicNow() >= deadline;
-            if (const std::string output = takeOutput(); !output.empty() && !session.write(output)) {
+            if (const std::string output = takeOutput(); !output.empty() && !bus.write(output)) {
                 return kOutputFailure;
             }
-            if (session.stopping() || (m_options.count != 0 && m_written == m_options.count)) {
+            if (bus.stopping() || (m_options.count != 0 && m_written == m_options.count)) {
                 return kSuccess;
             }
             if (expired) {
@@ -114,8 +113,8 @@ private:
             return kSuccess;
         }
         printError("only " + std::to_string(m_written) + " of " + std::to_string(m_options.count) +
-                   " records came in time");
-        return kTimeRanOut;
+                   " records arrived in time");
+        return kTimedOut;
     }
 
     const Options& m_options;
@@ -127,7 +126,7 @@ private:
     std::uint64_t m_written = 0; ///< used by the main thread only
 };
 
-/// Reads what the options say as text, or complains.
+/// Parses the conditions. Prints an error on failure.
 bool readOptions(Options& options)
 {
     for (const std::string& condition : options.conditions) {
@@ -141,8 +140,7 @@ bool readOptions(Options& options)
         printError("CHANNEL is required; --all listens on every channel");
         return false;
     }
-    const Telvane::RecordClass* ignored = nullptr;
-    return (options.className.empty() || findClass(options.className, ignored));
+    return true;
 }
 
 int listen(Options& options)
@@ -153,41 +151,40 @@ int listen(Options& options)
     const Nanoseconds deadline =
         options.timeout > 0.0 ? monotonicNow() + nanoseconds(options.timeout) : BusConnection::kNoDeadline;
     Arrivals arrivals(options);
-    BusConnection session(BusConnection::Output::Data, options.count == 0
-                                                           ? BusConnection::Interruption::ExpectedExit
-                                                           : BusConnection::Interruption::Aborts);
-    int result = session.connect(options.bus.path, options.bus.wait);
+    BusConnection bus(BusConnection::Output::Data, options.count == 0
+                                                       ? BusConnection::Interruption::ExpectedExit
+                                                       : BusConnection::Interruption::Aborts);
+    int result = bus.connect(options.bus.path, options.bus.wait);
     const auto subscribe = [&](const std::string& channel) {
-        const RecordClass* recordClass = nullptr;
-        classOfChannel(options.className, channel, recordClass);
-        return session.subscribe(
+        const RecordClass* const recordClass = classOfChannel(options.recordClass, channel);
+        return bus.subscribe(
             channel, DecodedRecord(recordClass),
             [&, channel, recordClass](void*, TelvaneDataTypeBase* record, int sequence, void*) {
                 arrivals.take(channel, static_cast<DecodedRecord&>(*record), recordClass, sequence);
-                session.wake();
+                bus.wake();
             });
     };
-    PatternSubscriber channels(session, options.channels, options.all, subscribe);
+    PatternSubscriber channels(bus, options.channels, options.all, subscribe);
     if (result == kSuccess) {
         result = channels.start();
     }
     if (options.verbose && result == kSuccess) {
-        printError("listening");
+        printStatus("listening");
     }
     if (result == kSuccess) {
-        result = arrivals.writeTo(session, channels, deadline);
+        result = arrivals.writeTo(bus, channels, deadline);
     }
-    if (!channels.asks()) {
-        // Asking has taken numbers, too.
+    if (!channels.polls()) {
+        // Polling uses sequence numbers, so gaps would mean nothing.
         for (const std::string& line : arrivals.missed().describe(options.verbose)) {
-            printError(line);
+            printStatus(line);
         }
     }
-    const std::uint64_t broken = session.brokenMessages() + session.undecodableRecords();
+    const std::uint64_t broken = bus.brokenMessages() + bus.undecodableRecords();
     if (broken != 0) {
-        printError(std::to_string(broken) + " messages were not whole and could not be read");
+        printError(std::to_string(broken) + " messages could not be read");
     }
-    return session.finish(result);
+    return bus.finish(result);
 }
 
 } // namespace
@@ -195,52 +192,48 @@ int listen(Options& options)
 void addListenCommand(CommandLine& line)
 {
     auto options = std::make_shared<Options>();
-    Command command(line, "listen", "Print each record of some channels as a line of JSON");
+    Command command(line, "listen", "Print the records of channels as lines of JSON");
     addBusOptions(command, options->bus);
     command
         .option("CHANNEL", options->channels,
-                "Channels to listen on; 'PS*' listens on all that are like this, also on those to come")
+                "Channels to listen on; patterns such as 'PS*' also match channels that appear later")
         .check(&checkChannelPattern);
     command.flag("--all", options->all,
-                 "Listen on every channel that the server knows, which is what somebody has subscribed to, "
-                 "and on new ones");
-    command
-        .option("--as", options->className,
-                "Decode and check payloads as this class (default: the class named like the "
-                "channel; without one, payloads are printed as they come)")
-        .typeName("CLASS");
-    command.option("--count", options->count, "End after this many records").positive();
-    command
-        .option("--timeout", options->timeout,
-                "End after this many seconds; with --count, an error if not all have come")
+                 "Listen on all channels that have or had a subscriber, and on new ones");
+    addClass(command, "--as", options->recordClass,
+             "Decode payloads as this class (default: the class with the channel's name; if there is none, "
+             "payloads are printed as received)");
+    command.option("--count", options->count, "Exit after this many records").positive();
+    command.option("--timeout", options->timeout, "Exit after SECONDS; an error if --count is not reached")
         .positive()
         .within(0.0, kMaxSeconds)
         .typeName("SECONDS");
     RecordFormatter::Settings& lines = options->lines;
     command
-        .option("--where", options->conditions,
-                "Print only records whose field is so: amps>100, settings.CommandWFS.Unit=in/min, log~arc; "
-                "with =, !=, <, <=, >, >=, or ~ for a text that contains this; several have all to hold")
+        .option(
+            "--where", options->conditions,
+            "Print only records that match CONDITION: a field, an operator (=, !=, <, <=, >, >=, or ~ for "
+            "\"contains\") and a value, for example data.amps>100 or log~arc. If repeated, all conditions "
+            "must match")
         .repeatable()
         .typeName("CONDITION");
     command
-        .option("-F,--format", lines.format,
-                std::string("Print each record in a form of one's own: ") + kFormatHelp)
+        .option("-F,--format", lines.format, std::string("Print each record in this format: ") + kFormatHelp)
         .typeName("FORMAT")
         .check(&checkFormat);
-    command.flag("--delta", lines.delta, "Print the seconds since the record before, too");
-    command.flag("--pretty", lines.pretty, "Print over several lines, indented").excludes("--format");
+    command.flag("--delta", lines.delta, "Add the seconds since the previous record");
+    command.flag("--pretty", lines.pretty, "Print indented JSON on several lines").excludes("--format");
     command.flag("--names", lines.names,
-                 "Show the names of consumable codes beside the numbers: processName behind process");
+                 "Add the names of consumable codes, for example processName after process");
     command.flag("--verbose", options->verbose,
-                 "Say on standard error when nothing that is published from then on will be missed");
-    command.examples("# everything that there is, until Ctrl-C\n"
+                 "Print \"listening\" to standard error once no message will be missed");
+    command.examples("# all channels, until Ctrl-C\n"
                      "telvane listen /tmp/bus --all\n"
-                     "# the next start of a weld, with names beside the codes\n"
+                     "# the next start of a weld, with the names of codes\n"
                      "telvane listen /tmp/bus WeldTriggerStart --count 1 --names --pretty\n"
-                     "# only where the current is high, and how long after each other\n"
+                     "# samples with a high current, and the time between them\n"
                      "telvane listen /tmp/bus WeldTraceData --where 'data.amps>250' --delta\n"
-                     "# the current alone, for another program\n"
+                     "# time and current only, for another program\n"
                      "telvane listen /tmp/bus WeldTraceData -F '%u %{data.amps}'\n");
     command.run([options] { return listen(*options); });
 }

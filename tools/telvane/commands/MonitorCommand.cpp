@@ -19,8 +19,8 @@ namespace
 using Telvane::TelvaneDataTypeBase;
 
 constexpr Nanoseconds kRedraw = kSecond / 10;
-constexpr Nanoseconds kPlainRedraw = kSecond; ///< where lines cannot be drawn over
-constexpr Nanoseconds kLastRecords = kSecond; ///< how long to wait for records when the publisher is done
+constexpr Nanoseconds kPlainRedraw = kSecond; ///< of a file or pipe
+constexpr Nanoseconds kDrainTime = kSecond;   ///< to wait for records after the publisher is done
 
 struct Options
 {
@@ -29,18 +29,18 @@ struct Options
     bool verbose = false;
 };
 
-/// Standard output, with one line at its end that is drawn anew again and again.
+/// Standard output, with a live line at its end.
 class Screen
 {
 public:
-    explicit Screen(BusConnection& session) : m_session(session), m_isTerminal(isatty(STDOUT_FILENO) != 0) {}
+    explicit Screen(BusConnection& bus) : m_bus(bus), m_isTerminal(isatty(STDOUT_FILENO) != 0) {}
 
     void draw(WeldMonitor& monitor)
     {
         const std::string events = monitor.takeEvents();
         const std::string line = monitor.liveLine(terminalWidth(STDOUT_FILENO));
         if (m_isTerminal) {
-            m_session.write((m_lineShown ? "\r\x1b[K" : "") + events + line);
+            m_bus.write((m_lineShown ? "\r\x1b[K" : "") + events + line);
             m_lineShown = !line.empty();
             return;
         }
@@ -50,52 +50,52 @@ public:
             m_nextPlainLine = now + kPlainRedraw;
         }
         if (due || !events.empty()) {
-            m_session.write(events + (due ? line + "\n" : ""));
+            m_bus.write(events + (due ? line + "\n" : ""));
         }
     }
 
     void close(const std::string& summary)
     {
-        m_session.write((m_lineShown ? "\n" : "") + summary);
+        m_bus.write((m_lineShown ? "\n" : "") + summary);
         m_lineShown = false;
     }
 
 private:
-    BusConnection& m_session;
+    BusConnection& m_bus;
     bool m_isTerminal;
     bool m_lineShown = false;
     Nanoseconds m_nextPlainLine = 0;
 };
 
 template <class Record>
-int follow(BusConnection& session, const char* channel, WeldMonitor& monitor)
+int follow(BusConnection& bus, const char* channel, WeldMonitor& monitor)
 {
-    return session.subscribe(channel, Record(), [&monitor](void*, TelvaneDataTypeBase* record, int, void*) {
+    return bus.subscribe(channel, Record(), [&monitor](void*, TelvaneDataTypeBase* record, int, void*) {
         monitor.take(static_cast<const Record&>(*record));
     });
 }
 
-/// Draws until a signal comes or, with a ledger, until the publisher is done and its records are here.
-void watch(BusConnection& session, WeldMonitor& monitor, const LatencyTracker& ledger)
+/// Draws until a signal or, with a ledger, until all records of the publisher have arrived.
+void watch(BusConnection& bus, WeldMonitor& monitor, const LatencyTracker& ledger)
 {
-    Screen screen(session);
+    Screen screen(bus);
     std::uint64_t received = 0;
-    Nanoseconds lastNews = monotonicNow();
-    Nanoseconds nextDraw = lastNews;
-    while (session.sleepUntil(nextDraw)) {
+    Nanoseconds lastArrival = monotonicNow();
+    Nanoseconds nextDraw = lastArrival;
+    while (bus.sleepUntil(nextDraw)) {
         nextDraw += kRedraw;
         screen.draw(monitor);
         if (monitor.received() != received) {
             received = monitor.received();
-            lastNews = monotonicNow();
+            lastArrival = monotonicNow();
         }
         if (ledger.isOpen() && ledger.finished() &&
-            (received >= ledger.published() || monotonicNow() - lastNews > kLastRecords)) {
+            (received >= ledger.published() || monotonicNow() - lastArrival > kDrainTime)) {
             break;
         }
     }
     screen.draw(monitor);
-    screen.close(monitor.summary(session.undecodableRecords()));
+    screen.close(monitor.summary(bus.undecodableRecords()));
 }
 
 int monitorWelds(const Options& options)
@@ -105,29 +105,29 @@ int monitorWelds(const Options& options)
         return kOutputFailure;
     }
     WeldMonitor monitor(ledger);
-    BusConnection session(BusConnection::Output::Data, ledger.isOpen()
-                                                           ? BusConnection::Interruption::Aborts
-                                                           : BusConnection::Interruption::ExpectedExit);
-    int result = session.connect(options.bus.path, options.bus.wait);
+    BusConnection bus(BusConnection::Output::Data, ledger.isOpen()
+                                                       ? BusConnection::Interruption::Aborts
+                                                       : BusConnection::Interruption::ExpectedExit);
+    int result = bus.connect(options.bus.path, options.bus.wait);
     if (result == kSuccess) {
-        result = follow<Telvane::WeldTriggerStart>(session, "WeldTriggerStart", monitor);
+        result = follow<Telvane::WeldTriggerStart>(bus, "WeldTriggerStart", monitor);
     }
     if (result == kSuccess) {
-        result = follow<Telvane::WeldTraceData>(session, "WeldTraceData", monitor);
+        result = follow<Telvane::WeldTraceData>(bus, "WeldTraceData", monitor);
     }
     if (result == kSuccess) {
-        result = follow<Telvane::WeldTriggerEnd>(session, "WeldTriggerEnd", monitor);
+        result = follow<Telvane::WeldTriggerEnd>(bus, "WeldTriggerEnd", monitor);
     }
     if (result == kSuccess) {
         if (ledger.isOpen()) {
             ledger.listen();
         }
         if (options.verbose) {
-            printError("listening");
+            printStatus("listening");
         }
-        watch(session, monitor, ledger);
+        watch(bus, monitor, ledger);
     }
-    return session.finish(result);
+    return bus.finish(result);
 }
 
 } // namespace
@@ -135,15 +135,15 @@ int monitorWelds(const Options& options)
 void addMonitorCommand(CommandLine& line)
 {
     auto options = std::make_shared<Options>();
-    Command command(line, "monitor", "Show welds as they happen");
+    Command command(line, "monitor", "Show welds live");
     addBusOptions(command, options->bus);
     command
         .option("--ledger", options->ledger,
-                "File shared with telvane weld; ends when that is done, and tells losses and delays")
+                "File shared with telvane weld, to report losses and latency; exit when telvane weld does")
         .typeName("FILE");
     command.flag("--verbose", options->verbose,
-                 "Say on standard error when nothing that is published from then on will be missed");
-    command.examples("# each weld as it happens, and what it came to\n"
+                 "Print \"listening\" to standard error once no message will be missed");
+    command.examples("# each weld live, with its metrics at the end\n"
                      "telvane monitor /tmp/bus\n");
     command.run([options] { return monitorWelds(*options); });
 }

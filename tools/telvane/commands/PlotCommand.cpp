@@ -17,7 +17,7 @@ namespace TelvaneTool
 namespace
 {
 
-constexpr std::size_t kMaxWelds = 40; ///< rows of one picture
+constexpr std::size_t kMaxWelds = 40; ///< in one picture
 
 struct Options
 {
@@ -132,18 +132,20 @@ void addPlotCommand(CommandLine& line)
     auto options = std::make_shared<Options>();
     Command command(line, "plot", "Draw the welds of a recording with gnuplot");
     command.option("FILE", options->file, "Recording, or - for standard input").required();
-    command.option("-o,--output", options->output, "Picture to write: .svg or .png")
+    command
+        .option("-o,--output", options->output,
+                "Write the picture to FILE, whose name ends with .svg or .png")
         .required()
         .check([](const std::string& text) {
             return plotTerminal(text).empty() ? "the name must end with .svg or .png" : std::string();
         })
         .typeName("FILE");
-    command.option("--weld", options->welds, "Draw only the weld with this tag; repeatable")
+    command.option("--weld", options->welds, "Draw only the weld with this tag; may be repeated")
         .repeatable()
         .typeName("TAG");
-    command.examples("# all welds below each other\n"
+    command.examples("# all welds, one below the other\n"
                      "telvane plot weld.jsonl -o weld.svg\n"
-                     "# one of them, larger\n"
+                     "# one weld, enlarged\n"
                      "telvane plot weld.jsonl -o weld.png --weld 3\n");
     command.run([options] { return plot(*options); });
 }

@@ -25,18 +25,15 @@ struct Options
     BusOptions bus;
     std::string channel;
     std::string json;
-    std::string className;
-    std::vector<std::string> settings;
+    RecordRequest record;
 };
 
 class Publisher
 {
 public:
-    Publisher(const Options& options, RecordRequest request)
-        : m_channel(options.channel), m_request(std::move(request))
-    {}
+    explicit Publisher(const Options& options) : m_channel(options.channel), m_request(options.record) {}
 
-    /// Builds and checks a record, or complains.
+    /// Builds and checks a record. Prints an error on failure.
     std::unique_ptr<TelvaneDataTypeBase> build(const std::string* json, const std::string& place) const
     {
         std::string error;
@@ -52,21 +49,21 @@ public:
     }
 
     /// Publishes one record for each line of standard input.
-    int publishLines(BusConnection& session) const
+    int publishLines(BusConnection& bus) const
     {
         TextLines lines;
-        lines.open("-", [&session](int fd) { return session.awaitInput(fd); });
+        lines.open("-", [&bus](int fd) { return bus.awaitInput(fd); });
         std::string_view line;
-        while (!session.stopping() && lines.next(line)) {
+        while (!bus.stopping() && lines.next(line)) {
             if (line.find_first_not_of(" \t") == std::string_view::npos) {
                 continue;
             }
             const std::string json(line);
             const auto record = build(&json, "line " + std::to_string(lines.number()) + ": ");
             if (record == nullptr) {
-                return kWrongInput; // what comes behind a mistake is better not sent unseen
+                return kWrongInput; // do not send the following records
             }
-            if (!session.publish(m_channel, *record)) {
+            if (!bus.publish(m_channel, *record)) {
                 return kBusFailure;
             }
         }
@@ -78,18 +75,13 @@ public:
     }
 
 private:
-    std::string m_channel;
-    RecordRequest m_request;
+    const std::string& m_channel;
+    const RecordRequest& m_request;
 };
 
 int publish(const Options& options)
 {
-    RecordRequest request;
-    request.settings = options.settings;
-    if ((!options.className.empty() && !findClass(options.className, request.recordClass))) {
-        return kWrongUsage;
-    }
-    const Publisher publisher(options, std::move(request));
+    const Publisher publisher(options);
     const bool fromInput = options.json == "-";
     std::unique_ptr<TelvaneDataTypeBase> record;
     if (!fromInput) {
@@ -98,14 +90,14 @@ int publish(const Options& options)
             return kWrongInput;
         }
     }
-    BusConnection session(BusConnection::Output::Unused, BusConnection::Interruption::Aborts);
-    int result = session.connect(options.bus.path, options.bus.wait);
+    BusConnection bus(BusConnection::Output::Unused, BusConnection::Interruption::Aborts);
+    int result = bus.connect(options.bus.path, options.bus.wait);
     if (result == kSuccess && fromInput) {
-        result = publisher.publishLines(session);
+        result = publisher.publishLines(bus);
     } else if (result == kSuccess) {
-        result = session.publish(options.channel, *record) ? kSuccess : kBusFailure;
+        result = bus.publish(options.channel, *record) ? kSuccess : kBusFailure;
     }
-    return session.finish(result);
+    return bus.finish(result);
 }
 
 } // namespace
@@ -116,22 +108,24 @@ void addPublishCommand(CommandLine& line)
     Command command(line, "publish", "Publish records on a channel");
     addBusOptions(command, options->bus);
     command.option("CHANNEL", options->channel, "Channel to publish on").required().check(&checkChannel);
-    command.option("JSON", options->json,
-                   "The record, or - for one record a line from standard input; without it, the "
-                   "defaults of the class");
-    command.option("--as", options->className, "Check the record as this class before it is sent")
-        .typeName("CLASS");
+    command.option(
+        "JSON", options->json,
+        "The record, or - to read one record per line from standard input (default: the default record "
+        "of --as)");
+    addClass(command, "--as", options->record.recordClass,
+             "Check the record against this class before sending");
     command
-        .option("--set", options->settings,
-                "key=value over the record or the class's defaults, as in settings.CommandWFS.Value=210 "
-                "or mModes[0].Label=3 or timestamp=now")
+        .option("--set", options->record.settings,
+                "Set a field of the record, for example settings.CommandWFS.Value=210, mModes[0].Label=3 or "
+                "timestamp=now")
+        .typeName("KEY=VALUE")
         .needs("--as")
         .repeatable();
-    command.examples("# a record as it stands\n"
+    command.examples("# a record as JSON\n"
                      "telvane publish /tmp/bus LogData '{\"log\":\"hello\"}'\n"
-                     "# the defaults of a class, but for one field\n"
+                     "# the defaults of a class, with one field set\n"
                      "telvane publish /tmp/bus HALInfo --as HALInfo --set serialNumber=0042\n"
-                     "# one record a line\n"
+                     "# one record per line\n"
                      "telvane publish /tmp/bus LogData - < records.jsonl\n");
     command.run([options] { return publish(*options); });
 }

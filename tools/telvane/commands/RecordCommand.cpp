@@ -25,7 +25,7 @@ namespace
 
 using Telvane::TelvaneDataTypeBase;
 
-constexpr Nanoseconds kWritePeriod = kSecond / 10; ///< what a sudden end may cost
+constexpr Nanoseconds kWritePeriod = kSecond / 10; ///< data that a crash may lose
 
 struct Options
 {
@@ -37,7 +37,7 @@ struct Options
     bool verbose = false;
 };
 
-/// SIGUSR1, taken out of its normal course for all threads that are started after it.
+/// Blocks SIGUSR1 in this thread and all threads that it starts, and reads it.
 class WriteSignal
 {
 public:
@@ -47,21 +47,18 @@ public:
         sigemptyset(&signals);
         sigaddset(&signals, SIGUSR1);
         pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-        m_fd = signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
+        m_fd = FileDescriptor(signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
     }
-    ~WriteSignal() { close(m_fd); }
-    WriteSignal(const WriteSignal&) = delete;
-    WriteSignal& operator=(const WriteSignal&) = delete;
 
-    /// \return true when it has come since the last call
+    /// \return whether the signal has arrived since the last call
     bool take() const
     {
         signalfd_siginfo info = {};
-        return read(m_fd, &info, sizeof info) == sizeof info;
+        return read(m_fd.get(), &info, sizeof info) == sizeof info;
     }
 
 private:
-    int m_fd = -1;
+    FileDescriptor m_fd;
 };
 
 bool checkOptions(const Options& options)
@@ -72,13 +69,13 @@ bool checkOptions(const Options& options)
         return false;
     }
     if (recorder.keep > 0 && recorder.output.path == "-") {
-        printError("what is kept until something happens needs a file of its own, not standard output");
+        printError("--keep cannot write to standard output; use -o FILE");
         return false;
     }
     return true;
 }
 
-void tellResult(const Recorder& recorder)
+void printResult(const Recorder& recorder)
 {
     const RecordingWriter& writer = recorder.writer();
     std::string text = std::to_string(recorder.records()) + " records";
@@ -86,25 +83,25 @@ void tellResult(const Recorder& recorder)
         text += ", " + printBytes(static_cast<double>(writer.bytes())) + " in " +
                 std::to_string(writer.files()) + (writer.files() == 1 ? " file" : " files");
     }
-    printError(text);
+    printStatus(text);
 }
 
 /// \return an exit code
-int write(BusConnection& session, Recorder& recorder, PatternSubscriber& channels, const WriteSignal& signal,
+int write(BusConnection& bus, Recorder& recorder, PatternSubscriber& channels, const WriteSignal& signal,
           Nanoseconds duration)
 {
     const Nanoseconds deadline = duration > 0 ? monotonicNow() + duration : BusConnection::kNoDeadline;
     for (;;) {
         const Nanoseconds next = monotonicNow() + kWritePeriod;
-        const bool complete = session.waitFor([&recorder] { return recorder.complete(); },
-                                              deadline >= 0 ? std::min(deadline, next) : next);
+        const bool complete = bus.waitFor([&recorder] { return recorder.complete(); },
+                                          deadline >= 0 ? std::min(deadline, next) : next);
         if (!recorder.write(signal.take())) {
             return kOutputFailure;
         }
         if (const int result = channels.follow(); result != kSuccess) {
             return result;
         }
-        if (complete || session.stopping() || (deadline >= 0 && monotonicNow() >= deadline)) {
+        if (complete || bus.stopping() || (deadline >= 0 && monotonicNow() >= deadline)) {
             return kSuccess;
         }
     }
@@ -120,45 +117,45 @@ int record(Options& options)
     }
     const WriteSignal signal;
     const bool toStandardOutput = settings.output.path == "-";
-    BusConnection session(toStandardOutput ? BusConnection::Output::Data : BusConnection::Output::Unused,
-                          settings.count == 0 ? BusConnection::Interruption::ExpectedExit
-                                              : BusConnection::Interruption::Aborts);
-    int result = session.connect(options.bus.path, options.bus.wait);
+    BusConnection bus(toStandardOutput ? BusConnection::Output::Data : BusConnection::Output::Unused,
+                      settings.count == 0 ? BusConnection::Interruption::ExpectedExit
+                                          : BusConnection::Interruption::Aborts);
+    int result = bus.connect(options.bus.path, options.bus.wait);
     if (result != kSuccess) {
-        return session.finish(result);
+        return bus.finish(result);
     }
     Recorder recorder(settings, {realTimeNow(), options.bus.path, options.channels, 1});
     if (!recorder.open()) {
-        return session.finish(kOutputFailure);
+        return bus.finish(kOutputFailure);
     }
     const auto subscribe = [&](const std::string& channel) {
-        return session.subscribe(channel, DecodedRecord(nullptr),
-                                 [&, channel](void*, TelvaneDataTypeBase* incoming, int sequence, void*) {
-                                     recorder.take(channel, sequence,
-                                                   static_cast<DecodedRecord&>(*incoming).text());
-                                     if (recorder.complete()) {
-                                         session.wake();
-                                     }
-                                 });
+        return bus.subscribe(channel, DecodedRecord(nullptr),
+                             [&, channel](void*, TelvaneDataTypeBase* incoming, int sequence, void*) {
+                                 recorder.take(channel, sequence,
+                                               static_cast<DecodedRecord&>(*incoming).text());
+                                 if (recorder.complete()) {
+                                     bus.wake();
+                                 }
+                             });
     };
     std::vector<std::string> wanted = options.channels;
     if (!settings.trigger.empty()) {
         wanted.push_back(settings.trigger);
     }
-    PatternSubscriber channels(session, wanted, options.all, subscribe);
+    PatternSubscriber channels(bus, wanted, options.all, subscribe);
     result = channels.start();
     if (result == kSuccess) {
         if (options.verbose) {
-            printError("recording");
+            printStatus("recording");
         }
-        result = write(session, recorder, channels, signal, options.duration);
+        result = write(bus, recorder, channels, signal, options.duration);
     }
-    result = session.finish(result); // from here on nothing arrives
+    result = bus.finish(result); // no more records arrive
     if (!recorder.finish() && result == kSuccess) {
         result = kOutputFailure;
     }
     if (options.verbose || (isatty(STDERR_FILENO) != 0 && !toStandardOutput)) {
-        tellResult(recorder);
+        printResult(recorder);
     }
     return result;
 }
@@ -172,45 +169,46 @@ void addRecordCommand(CommandLine& line)
     Recorder::Settings& recorder = options->recorder;
     recorder.mostKept = kMaxKept;
     recorder.after = 5 * kSecond;
-    Command command(line, "record", "Write the records of some channels into a file, as they come");
+    Command command(line, "record", "Record channels to a file");
     addBusOptions(command, options->bus);
     command
         .option("CHANNEL", options->channels,
-                "Channels to record; 'PS*' records all that are like this, also those to come")
+                "Channels to record; patterns such as 'PS*' also match channels that appear later")
         .check(&checkChannelPattern);
-    command.flag(
-        "--all", options->all,
-        "Record every channel that the server knows, which is what somebody has subscribed to, and new ones");
-    command.option("-o,--output", recorder.output.path, "File to write; - for standard output")
+    command.flag("--all", options->all, "Record all channels that have or had a subscriber, and new ones");
+    command.option("-o,--output", recorder.output.path, "Write to FILE; - is standard output")
         .required()
         .typeName("FILE");
-    command.flag("--force", recorder.output.replace, "Replace a file that is there already");
+    command.flag("--force", recorder.output.replace, "Overwrite an existing file");
     addSize(command, "--split-size", recorder.output.splitSize,
-            "Begin a new file at this size: with -o weld.jsonl weld-0001.jsonl, weld-0002.jsonl and so on");
-    addDuration(command, "--split-after", recorder.output.splitAfter, "Begin a new file after this time");
+            "Start a new file at this size; -o weld.jsonl then writes weld-0001.jsonl, weld-0002.jsonl and "
+            "so on");
+    addDuration(command, "--split-after", recorder.output.splitAfter, "Start a new file after this time");
     addDuration(command, "--keep", recorder.keep,
-                "Keep this much in memory, and write it into a numbered file of its own only on SIGUSR1 or "
+                "Buffer the latest records in memory, and save them to a numbered file only on SIGUSR1 or "
                 "--trigger");
-    addSize(command, "--keep-size", recorder.mostKept, "Keep no more than this in memory (default: 256M)")
+    addSize(command, "--keep-size", recorder.mostKept, "Limit the buffer of --keep to this size")
+        .showDefault("256M")
         .needs("--keep");
     command
         .option("--trigger", recorder.trigger,
-                "Channel, recorded too, whose records have what is kept written")
+                "Save the buffered records when a record arrives on CHANNEL, which is recorded as well")
         .check(&checkChannel)
         .typeName("CHANNEL")
         .needs("--keep");
-    addDuration(command, "--after", recorder.after, "How long to go on writing then (default: 5s)")
+    addDuration(command, "--after", recorder.after, "Continue to record for this time after a trigger")
+        .showDefault("5s")
         .needs("--keep");
-    addDuration(command, "--duration", options->duration, "End after this time");
-    command.option("--count", recorder.count, "End after this many records").positive();
-    command.flag("--verbose", options->verbose,
-                 "Say on standard error when nothing that is published from then on will be missed, and how "
-                 "much was recorded");
-    command.examples("# what a power source tells of its welds\n"
+    addDuration(command, "--duration", options->duration, "Exit after this time");
+    command.option("--count", recorder.count, "Exit after this many records").positive();
+    command.flag(
+        "--verbose", options->verbose,
+        "Print \"recording\" to standard error once no message will be missed, and a summary at the end");
+    command.examples("# the welds of a power source\n"
                      "telvane record /tmp/bus -o weld.jsonl WeldTriggerStart WeldTraceData WeldTriggerEnd\n"
-                     "# everything, in files of a hundred megabytes\n"
+                     "# all channels, in files of 100 MB\n"
                      "telvane record /tmp/bus -o bus.jsonl --all --split-size 100M\n"
-                     "# what was half a minute before an error and five seconds after it\n"
+                     "# from 30 seconds before an error to 5 seconds after it\n"
                      "telvane record /tmp/bus -o fault.jsonl --all --keep 30s --trigger ErrorData\n");
     command.run([options] { return record(*options); });
 }

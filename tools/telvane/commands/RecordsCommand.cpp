@@ -29,7 +29,7 @@ using Telvane::TelvaneDataTypeBase;
 
 struct Options
 {
-    std::string className;
+    const RecordClass* recordClass = nullptr;
     bool schema = false;
     bool json = false;
 };
@@ -60,7 +60,7 @@ std::string kindOfField(const RecordField& field)
     return "unknown";
 }
 
-/// What may be said of the kinds that a class has.
+/// Remarks on the kinds of a class's fields.
 std::string notesOnKinds(const RecordTable& table)
 {
     const auto has = [&table](auto condition) {
@@ -71,12 +71,12 @@ std::string notesOnKinds(const RecordTable& table)
     if (has([](const RecordField& field) {
             return field.limit != 0 && field.kind != FieldKind::RecordVector;
         })) {
-        text += "; an array is written whole and may be read with fewer elements, from 1 up";
+        text += "; arrays are written in full and may have fewer elements when read, at least 1";
     }
     return text;
 }
 
-/// The default as it prints; of a record or of a list of like elements only what is not said elsewhere.
+/// The default as JSON, shortened for records and for equal elements.
 std::string describeDefault(const RecordField& field, const cJSON* value)
 {
     if (field.kind == FieldKind::Record && cJSON_IsObject(value) != 0) {
@@ -123,17 +123,17 @@ std::string describeClass(const RecordClass& recordClass)
         table.add({field.key, kindOfField(field), describeDefault(field, value)});
     }
     if (isTimeStamp(recordClass.table())) {
-        text += "  A string in JSON: the milliseconds since the Unix epoch.\n";
+        text += "  A string in JSON: milliseconds since the Unix epoch.\n";
     } else {
-        table.add({"_id", "string", "left out; optional"});
-        table.add({"_sequence_tag", "integer", "left out; optional"});
+        table.add({"_id", "string", "omitted; optional"});
+        table.add({"_sequence_tag", "integer", "omitted; optional"});
         text += table.print({2}) + "\n  (" + notesOnKinds(recordClass.table()) + ")\n";
     }
     text += "\nA default record:\n" + printJson(defaults.get(), true) + "\n";
     return text;
 }
 
-/// \return "integer", "array of records", ...: what a program has to tell apart
+/// \return "integer", "array of records", ...: the kind for programs
 const char* nameOfKind(FieldKind kind)
 {
     switch (kind) {
@@ -195,10 +195,7 @@ JsonTree catalogueAsJson()
 
 int show(const Options& options)
 {
-    const RecordClass* recordClass = nullptr;
-    if (!options.className.empty() && !findClass(options.className, recordClass)) {
-        return kWrongUsage;
-    }
+    const RecordClass* const recordClass = options.recordClass;
     std::string text;
     if (options.schema) {
         const JsonTree schema = recordClass != nullptr ? recordSchema(*recordClass) : catalogueSchema();
@@ -217,14 +214,15 @@ int show(const Options& options)
 void addRecordsCommand(CommandLine& line)
 {
     auto options = std::make_shared<Options>();
-    Command command(line, "records", "Show the catalogue of record classes");
-    command.option("CLASS", options->className, "Show the fields and the defaults of this class");
-    command.flag("--schema", options->schema, "Print a JSON Schema (draft 2020-12) of the class, or of all");
-    command.flag("--json", options->json, "Print the fields and the defaults as JSON").excludes("--schema");
-    command.examples("# which classes are there, and what is in one\n"
+    Command command(line, "records", "List record classes, their fields and defaults");
+    addClass(command, "CLASS", options->recordClass, "Print the fields and defaults of this class");
+    command.flag("--schema", options->schema,
+                 "Print a JSON Schema (draft 2020-12) of the class, or of all classes");
+    command.flag("--json", options->json, "Print fields and defaults as JSON").excludes("--schema");
+    command.examples("# all classes, or one of them\n"
                      "telvane records\n"
                      "telvane records WeldMetrics\n"
-                     "# the same for a program\n"
+                     "# for programs\n"
                      "telvane records WeldMetrics --json | jq '.fields[].key'\n"
                      "telvane records WeldMetrics --schema\n");
     command.run([options] { return show(*options); });

@@ -40,28 +40,28 @@ int replay(Options& options)
         options.replay.renames[rename.substr(0, equals)] = rename.substr(equals + 1);
     }
     if (options.replay.loop && options.file == "-") {
-        printError("standard input can be read only once, and not in a loop");
+        printError("--loop cannot repeat standard input");
         return kWrongUsage;
     }
     if (options.file != "-") {
-        // What cannot be replayed is told before anything is sent.
+        // Report an unreadable recording before sending anything.
         RecordingReader reader;
         if (!reader.open(options.file)) {
             return kWrongInput;
         }
     }
-    BusConnection session(BusConnection::Output::Unused, options.replay.loop
-                                                             ? BusConnection::Interruption::ExpectedExit
-                                                             : BusConnection::Interruption::Aborts);
-    int result = session.connect(options.bus.path, options.bus.wait);
+    BusConnection bus(BusConnection::Output::Unused, options.replay.loop
+                                                         ? BusConnection::Interruption::ExpectedExit
+                                                         : BusConnection::Interruption::Aborts);
+    int result = bus.connect(options.bus.path, options.bus.wait);
     if (result == kSuccess) {
-        Replay run(session, options.file, options.replay);
+        Replay run(bus, options.file, options.replay);
         result = run.run();
         if (options.verbose || isatty(STDERR_FILENO) != 0) {
-            printError(std::to_string(run.published()) + " records published");
+            printStatus(std::to_string(run.published()) + " records published");
         }
     }
-    return session.finish(result);
+    return bus.finish(result);
 }
 
 } // namespace
@@ -70,28 +70,32 @@ void addReplayCommand(CommandLine& line)
 {
     auto options = std::make_shared<Options>();
     Replay::Settings& replaySettings = options->replay;
-    Command command(line, "replay", "Publish what a recording holds, at the pace of the recording");
+    Command command(line, "replay", "Publish the records of a recording at their original times");
     addBusOptions(command, options->bus);
     command.option("FILE", options->file, "Recording, or - for standard input").required();
-    command.option("--speed", replaySettings.speed, "Times the recorded pace; 0 for no waiting")
+    command
+        .option("--speed", replaySettings.speed,
+                "Speed relative to the recording; 0 does not wait between records")
         .within(0.0, 1e6)
         .showDefault();
-    addDuration(command, "--from", replaySettings.from, "Leave out what came before, since the first record");
-    addDuration(command, "--until", replaySettings.until, "Leave out what came from then on");
-    command.flag("--loop", replaySettings.loop, "Begin anew at the end, until interrupted");
+    addDuration(command, "--from", replaySettings.from, "Start at this time after the first record");
+    addDuration(command, "--until", replaySettings.until, "Stop at this time after the first record");
+    command.flag("--loop", replaySettings.loop, "Repeat until interrupted");
     command
         .option("--only", replaySettings.only,
-                "Publish only channels like this, as recorded; * and ? stand for any characters")
+                "Publish only channels that match PATTERN, where * and ? are wildcards; may be repeated")
         .typeName("PATTERN")
         .repeatable();
-    command.option("--rename", options->renames, "OLD=NEW: publish on another channel than the recorded one")
+    command
+        .option("--rename", options->renames,
+                "Publish the records of channel OLD on channel NEW; may be repeated")
         .check(&checkRename)
         .repeatable()
         .typeName("OLD=NEW");
-    command.flag("--verbose", options->verbose, "Say on standard error how much was published");
-    command.examples("# ten times as slow\n"
+    command.flag("--verbose", options->verbose, "Print the number of published records to standard error");
+    command.examples("# ten times slower\n"
                      "telvane replay /tmp/bus weld.jsonl --speed 0.1\n"
-                     "# a part of it, under another name\n"
+                     "# a part of it, on another channel\n"
                      "telvane replay /tmp/bus weld.jsonl --from 12s --until 1m --rename PSFeedback=Before\n");
     command.run([options] { return replay(*options); });
 }

@@ -27,16 +27,15 @@ struct Options
     BusOptions bus;
     std::string channel;
     std::string json;
-    std::string className;
-    std::vector<std::string> settings;
+    RecordRequest record;
     std::uint64_t count = 0;
     bool verbose = false;
 };
 
-std::string readInput(const BusConnection& session)
+std::string readInput(const BusConnection& bus)
 {
     TextLines lines;
-    lines.open("-", [&session](int fd) { return session.awaitInput(fd); });
+    lines.open("-", [&bus](int fd) { return bus.awaitInput(fd); });
     std::string text;
     std::string_view line;
     while (lines.next(line)) {
@@ -45,17 +44,16 @@ std::string readInput(const BusConnection& session)
     return text;
 }
 
-std::unique_ptr<TelvaneDataTypeBase> buildAnswer(const BusConnection& session, const Options& options,
-                                                 const RecordRequest& request)
+std::unique_ptr<TelvaneDataTypeBase> buildResponse(const BusConnection& bus, const Options& options)
 {
-    const std::string json = options.json == "-" ? readInput(session) : options.json;
+    const std::string json = options.json == "-" ? readInput(bus) : options.json;
     std::string error;
-    auto record = buildRecord(request, options.json.empty() ? nullptr : &json, error);
+    auto record = buildRecord(options.record, options.json.empty() ? nullptr : &json, error);
     if (record != nullptr) {
         error = checkPublicationSize(publicationSize(options.channel, *record));
     }
     if (!error.empty()) {
-        if (!session.stopping()) {
+        if (!bus.stopping()) {
             printError(error);
         }
         record.reset();
@@ -63,52 +61,46 @@ std::unique_ptr<TelvaneDataTypeBase> buildAnswer(const BusConnection& session, c
     return record;
 }
 
-int answerRequests(BusConnection& session, const std::atomic<std::uint64_t>& requests, const Options& options,
-                   TelvaneDataTypeBase& answer)
+int respond(BusConnection& bus, const std::atomic<std::uint64_t>& requests, const Options& options,
+            TelvaneDataTypeBase& response)
 {
-    std::uint64_t answered = 0;
-    while (options.count == 0 || answered < options.count) {
-        if (!session.waitFor([&] { return requests > answered; }, BusConnection::kNoDeadline) ||
-            session.stopping() || !session.publish(options.channel, answer)) {
-            return kBusFailure; // only when the session is stopping, which decides on the exit code
+    std::uint64_t responses = 0;
+    while (options.count == 0 || responses < options.count) {
+        if (!bus.waitFor([&] { return requests > responses; }, BusConnection::kNoDeadline) ||
+            bus.stopping() || !bus.publish(options.channel, response)) {
+            return kBusFailure; // the connection is stopping; finish() sets the exit code
         }
-        ++answered;
+        ++responses;
     }
     return kSuccess;
 }
 
 int reply(const Options& options)
 {
-    RecordRequest recordRequest;
-    recordRequest.settings = options.settings;
-    if ((!options.className.empty() && !findClass(options.className, recordRequest.recordClass))) {
-        return kWrongUsage;
-    }
-    // A callback that published by itself would keep the receiver thread from reading while the server is
-    // busy; so it only counts.
+    // The callback only counts: publishing from it would block the receiver thread while the server is busy.
     std::atomic<std::uint64_t> requests{0};
-    BusConnection session(BusConnection::Output::Unused, options.count == 0
-                                                             ? BusConnection::Interruption::ExpectedExit
-                                                             : BusConnection::Interruption::Aborts);
-    const auto answer = buildAnswer(session, options, recordRequest);
-    if (answer == nullptr) {
-        return session.finish(kWrongInput);
+    BusConnection bus(BusConnection::Output::Unused, options.count == 0
+                                                         ? BusConnection::Interruption::ExpectedExit
+                                                         : BusConnection::Interruption::Aborts);
+    const auto response = buildResponse(bus, options);
+    if (response == nullptr) {
+        return bus.finish(kWrongInput);
     }
-    int result = session.connect(options.bus.path, options.bus.wait);
+    int result = bus.connect(options.bus.path, options.bus.wait);
     if (result == kSuccess) {
-        result = session.subscribe(Telvane::kRequestPrefix + options.channel, Telvane::RequestType(),
-                                   [&](void*, TelvaneDataTypeBase*, int, void*) {
-                                       ++requests;
-                                       session.wake();
-                                   });
+        result = bus.subscribe(Telvane::kRequestPrefix + options.channel, Telvane::RequestType(),
+                               [&](void*, TelvaneDataTypeBase*, int, void*) {
+                                   ++requests;
+                                   bus.wake();
+                               });
     }
     if (options.verbose && result == kSuccess) {
-        printError("listening");
+        printStatus("listening");
     }
     if (result == kSuccess) {
-        result = answerRequests(session, requests, options, *answer);
+        result = respond(bus, requests, options, *response);
     }
-    return session.finish(result);
+    return bus.finish(result);
 }
 
 } // namespace
@@ -116,22 +108,22 @@ int reply(const Options& options)
 void addReplyCommand(CommandLine& line)
 {
     auto options = std::make_shared<Options>();
-    Command command(line, "reply", "Answer every request for a channel with a record, until interrupted");
+    Command command(line, "reply", "Respond to requests for a channel with a record");
     addBusOptions(command, options->bus);
-    command.option("CHANNEL", options->channel, "Channel of the answer; requests come on req_CHANNEL")
+    command.option("CHANNEL", options->channel, "Channel of the response; requests arrive on req_CHANNEL")
         .required()
         .check(&checkChannel);
     command.option("JSON", options->json,
-                   "The answer, or - to read it from standard input; without it, the defaults of the "
-                   "class");
-    command.option("--as", options->className, "Check the answer as this class").typeName("CLASS");
-    command.option("--set", options->settings, "key=value over the record or the class's defaults")
+                   "The response, or - to read it from standard input (default: the default record of --as)");
+    addClass(command, "--as", options->record.recordClass, "Check the response against this class");
+    command.option("--set", options->record.settings, "Set a field of the record, see telvane publish --help")
+        .typeName("KEY=VALUE")
         .needs("--as")
         .repeatable();
-    command.option("--count", options->count, "End after this many answers").positive();
+    command.option("--count", options->count, "Exit after this many responses").positive();
     command.flag("--verbose", options->verbose,
-                 "Say on standard error when no request from then on will be missed");
-    command.examples("# answer as a module would\n"
+                 "Print \"listening\" to standard error once no request will be missed");
+    command.examples("# respond as a module does\n"
                      "telvane reply /tmp/bus HALInfo --as HALInfo --set serialNumber=0042\n");
     command.run([options] { return reply(*options); });
 }

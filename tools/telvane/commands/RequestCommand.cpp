@@ -1,5 +1,5 @@
-// The library's own synchronizer takes whole seconds and waits them out even when the server dies. The steps
-// of a request are few: subscribe, publish an empty request, wait for the first record on the channel.
+// The library's synchronizer takes whole seconds and waits for the full time even if the server dies. So the request is
+// made here: subscribe, publish an empty request, wait for the first record on the channel.
 
 #include "commands/Commands.h"
 #include "common/bus/BusConnection.h"
@@ -29,12 +29,12 @@ struct Options
 {
     BusOptions bus;
     std::string channel;
-    std::string className;
+    const RecordClass* recordClass = nullptr;
     double timeout = 5.0;
     bool pretty = false;
 };
 
-class Answer
+class Response
 {
 public:
     void take(const DecodedRecord& record)
@@ -43,7 +43,7 @@ public:
         if (!m_arrived) {
             m_arrived = true;
             m_text = record.text();
-            m_fault = record.fault();
+            m_decodeError = record.decodeError();
         }
     }
 
@@ -53,63 +53,60 @@ public:
         return m_arrived;
     }
 
-    int print(BusConnection& session, const Options& options)
+    int print(BusConnection& bus, const Options& options)
     {
         const std::lock_guard<std::mutex> guard(m_lock);
-        if (!m_fault.empty()) {
-            printError("the answer on \"" + options.channel + "\" cannot be decoded: " + m_fault);
+        if (!m_decodeError.empty()) {
+            printError("cannot decode the response on \"" + options.channel + "\": " + m_decodeError);
             return kWrongInput;
         }
         std::string error;
         const std::string text = options.pretty ? printJson(parseJson(m_text, error).get(), true) : m_text;
-        return session.write(text + "\n") ? kSuccess : kOutputFailure;
+        return bus.write(text + "\n") ? kSuccess : kOutputFailure;
     }
 
 private:
     std::mutex m_lock;
     bool m_arrived = false;
     std::string m_text;
-    std::string m_fault;
+    std::string m_decodeError;
 };
 
-int ask(BusConnection& session, Answer& answer, const Options& options)
+int sendRequest(BusConnection& bus, Response& response, const Options& options)
 {
     const Nanoseconds deadline = monotonicNow() + nanoseconds(options.timeout);
     Telvane::RequestType request;
-    if (!session.publish(Telvane::kRequestPrefix + options.channel, request)) {
+    if (!bus.publish(Telvane::kRequestPrefix + options.channel, request)) {
         return kBusFailure;
     }
-    const bool arrived = session.waitFor([&answer] { return answer.arrived(); }, deadline);
+    const bool arrived = bus.waitFor([&response] { return response.arrived(); }, deadline);
     if (arrived) {
-        return answer.print(session, options);
+        return response.print(bus, options);
     }
-    if (!session.stopping()) {
-        printError("no answer on \"" + options.channel + "\" in time; is anybody answering " +
-                   Telvane::kRequestPrefix + options.channel + "?");
+    if (!bus.stopping()) {
+        printError("no response on \"" + options.channel + "\" in time; check that a client responds to " +
+                   Telvane::kRequestPrefix + options.channel);
     }
-    return kTimeRanOut;
+    return kTimedOut;
 }
 
 int request(const Options& options)
 {
-    const RecordClass* recordClass = nullptr;
-    if (!classOfChannel(options.className, options.channel, recordClass)) {
-        return kWrongUsage;
-    }
-    Answer answer;
-    BusConnection session(BusConnection::Output::Data, BusConnection::Interruption::Aborts);
-    int result = session.connect(options.bus.path, options.bus.wait);
+    Response response;
+    BusConnection bus(BusConnection::Output::Data, BusConnection::Interruption::Aborts);
+    int result = bus.connect(options.bus.path, options.bus.wait);
     if (result == kSuccess) {
-        result = session.subscribe(options.channel, DecodedRecord(recordClass),
-                                   [&](void*, TelvaneDataTypeBase* record, int, void*) {
-                                       answer.take(static_cast<DecodedRecord&>(*record));
-                                       session.wake();
-                                   });
+        result = bus.subscribe(options.channel,
+                               DecodedRecord(classOfChannel(options.recordClass, options.channel)),
+                               [&](void*, TelvaneDataTypeBase* record, int, void*) {
+                                   response.take(static_cast<DecodedRecord&>(*record));
+                                   bus.wake();
+                               });
     }
-    if (result == kSuccess && !session.stopping()) {
-        result = ask(session, answer, options);
+    if (result == kSuccess && !bus.stopping()) {
+        result = sendRequest(bus, response, options);
     }
-    return session.finish(result);
+    return bus.finish(result);
 }
 
 } // namespace
@@ -117,23 +114,22 @@ int request(const Options& options)
 void addRequestCommand(CommandLine& line)
 {
     auto options = std::make_shared<Options>();
-    Command command(line, "request", "Ask for a record and print the answer");
+    Command command(line, "request", "Request a record and print the response");
     addBusOptions(command, options->bus);
-    command.option("CHANNEL", options->channel, "Channel of the answer; the question goes to req_CHANNEL")
+    command.option("CHANNEL", options->channel, "Channel of the response; the request goes to req_CHANNEL")
         .required()
         .check(&checkChannel);
-    command
-        .option("--as", options->className,
-                "Decode and check the answer as this class (default: the class named like the "
-                "channel; without one, the answer is printed as it comes)")
-        .typeName("CLASS");
-    command.option("--timeout", options->timeout, "Seconds to wait for the answer")
+    addClass(command, "--as", options->recordClass,
+             "Decode the response as this class (default: the class with the channel's name; if there is "
+             "none, the "
+             "response is printed as received)");
+    command.option("--timeout", options->timeout, "Wait up to SECONDS for the response")
         .positive()
         .within(0.0, kMaxSeconds)
         .typeName("SECONDS")
         .showDefault();
-    command.flag("--pretty", options->pretty, "Print over several lines, indented");
-    command.examples("# ask whoever answers on req_HALInfo\n"
+    command.flag("--pretty", options->pretty, "Print indented JSON on several lines");
+    command.examples("# request the record that a client sends in response to req_HALInfo\n"
                      "telvane request /tmp/bus HALInfo --timeout 2 --pretty\n");
     command.run([options] { return request(*options); });
 }

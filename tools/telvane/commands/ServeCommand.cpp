@@ -33,29 +33,29 @@ struct Options
     std::string path;
     std::string mode = "0600";
     int subscriberBuffer = 1024 * 1024;
-    PeerGuardOptions guard;
+    AccessOptions access;
     std::string metricsPipe;
     bool noStatus = false;
     bool verbose = false;
 };
 
-/// Told once: every client is granted the same.
-void tellSmallerBuffer(const EventServer& server, int wanted)
+/// Printed once, because all clients get the same size.
+void printSmallerBuffer(const EventServer& server, int wanted)
 {
-    static bool told = false;
+    static bool printed = false;
     const int granted = server.GrantedSubscriberSendBuffer();
-    if (!told && granted < wanted) {
-        told = true;
-        printError("the kernel grants subscribers a buffer of " + std::to_string(granted) +
-                   " bytes instead of " + std::to_string(wanted) + "; net.core.wmem_max limits it");
+    if (!printed && granted < wanted) {
+        printed = true;
+        printError("subscribers get a buffer of " + std::to_string(granted) + " bytes instead of " +
+                   std::to_string(wanted) + "; net.core.wmem_max limits it");
     }
 }
 
 /// \param user the options
 int checkBuffer(void* server, int /*fd*/, const std::string&, int, cJSON*, void* user)
 {
-    tellSmallerBuffer(*static_cast<EventServer*>(server),
-                      static_cast<const Options*>(user)->subscriberBuffer);
+    printSmallerBuffer(*static_cast<EventServer*>(server),
+                       static_cast<const Options*>(user)->subscriberBuffer);
     return 0;
 }
 
@@ -73,36 +73,36 @@ int logConnect(void* server, int fd, const std::string& header, int sequence, cJ
     if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0) {
         who = " (process " + std::to_string(peer.pid) + ", user " + std::to_string(peer.uid) + ")";
     }
-    printError(client(fd) + who + " has connected");
+    printStatus(client(fd) + who + " connected");
     return 0;
 }
 
 int logDisconnect(void* /*server*/, int fd, const std::string&, int, cJSON*, void*)
 {
-    printError(client(fd) + " has left");
+    printStatus(client(fd) + " disconnected");
     return 0;
 }
 
 int logSubscription(void* /*server*/, int fd, const std::string& header, int, cJSON* payload, void*)
 {
     const char* const channel = cJSON_GetStringValue(cJSON_GetObjectItem(payload, "channel"));
-    // The header is the name of the meta channel, and the verb.
-    printError(client(fd) + " asked to " + header.substr(1) + (header == ".subscribe" ? " to " : " from ") +
-               (channel != nullptr ? channel : "nothing"));
+    // The header, ".subscribe" or ".unsubscribe", is the verb of the message.
+    printStatus(client(fd) + " requested to " + header.substr(1) +
+                (header == ".subscribe" ? " to " : " from ") + (channel != nullptr ? channel : "no channel"));
     return 0;
 }
 
-/// The server replaces any file that nobody serves, so what is no socket must be kept from it.
+/// The server replaces an existing file at the path. Refuse anything but a socket.
 bool checkPath(const std::string& path)
 {
     if (path.empty() || path.size() >= sizeof(sockaddr_un::sun_path)) {
-        printError("\"" + path + "\" cannot be a socket: its path must have 1 to " +
+        printError("\"" + path + "\" is not a socket path; it must have 1 to " +
                    std::to_string(sizeof(sockaddr_un::sun_path) - 1) + " characters");
         return false;
     }
     struct stat status = {};
     if (lstat(path.c_str(), &status) == 0 && !S_ISSOCK(status.st_mode)) {
-        printError(path + " is there already and is not a socket; it is left alone");
+        printError(path + " exists and is not a socket");
         return false;
     }
     return true;
@@ -110,7 +110,7 @@ bool checkPath(const std::string& path)
 
 int start(EventServer& server, const Options& options)
 {
-    // The socket is born with its permissions: setting them later would leave a gap for others to slip in.
+    // Create the socket with its permissions: setting them later would let others connect in between.
     const auto mode = static_cast<mode_t>(std::stoul(options.mode, nullptr, 8));
     const mode_t before = umask(~mode & 0777);
     errno = 0;
@@ -122,11 +122,11 @@ int start(EventServer& server, const Options& options)
     }
     const std::string attempt = "cannot serve " + options.path + ": ";
     if (result == -EADDRINUSE) {
-        printError(attempt + "another server is serving it");
+        printError(attempt + "another server is running there");
     } else if (result > 0) {
         printError(attempt + std::strerror(result));
     } else {
-        printError(attempt + (error != 0 ? std::strerror(error) : "the socket could not be made"));
+        printError(attempt + (error != 0 ? std::strerror(error) : "cannot create the socket"));
     }
     return kBusFailure;
 }
@@ -135,9 +135,9 @@ int startOnInherited(EventServer& server, const std::string& path)
 {
     const int result = server.StartOn(kFirstInheritedSocket);
     if (result == -EINVAL) {
-        printError(
-            "what was handed over to serve is no listening SOCK_SEQPACKET socket; a socket unit makes one by "
-            "ListenSequentialPacket=");
+        printError("the inherited socket is not a listening SOCK_SEQPACKET socket; use "
+                   "ListenSequentialPacket= in the socket "
+                   "unit");
         return kWrongUsage;
     }
     if (result != 0) {
@@ -147,17 +147,15 @@ int startOnInherited(EventServer& server, const std::string& path)
     return kSuccess;
 }
 
-/// \return whether there is one socket to serve, \p inherited or the one that PATH names
+/// \return whether there is exactly one socket to serve, inherited or at PATH
 bool checkSocket(const Options& options, int inherited)
 {
     if (inherited > 1) {
-        printError(std::to_string(inherited) + " sockets were handed over, and a bus has one");
+        printError(std::to_string(inherited) + " sockets were inherited; a bus has one");
     } else if (inherited == 1 && !options.path.empty()) {
-        printError("a socket was handed over, which is served in place of any PATH; leave PATH out");
+        printError("PATH cannot be used with an inherited socket; omit it");
     } else if (inherited == 0 && options.path.empty()) {
-        printError(
-            "PATH is required where no service manager hands a socket over (telvane serve --help tells "
-            "more)");
+        printError("PATH is required unless a service manager passes a socket (see telvane serve --help)");
     } else {
         return inherited == 1 || checkPath(options.path);
     }
@@ -175,7 +173,7 @@ int serve(Options& options)
     }
     EventServer server;
     server.SetSubscriberSendBuffer(options.subscriberBuffer);
-    guardServer(server, options.guard);
+    applyAccessOptions(server, options.access);
     void* const user = &options;
     server.install_OnConnect(options.verbose ? &logConnect : &checkBuffer, user);
     if (options.verbose) {
@@ -185,9 +183,9 @@ int serve(Options& options)
     }
     StatusResponder status(server);
     if (!options.noStatus) {
-        status.prepare(limitsOf(options.guard));
+        status.prepare(limitsOf(options.access));
     }
-    const int signals = openSignals();
+    const FileDescriptor signals = openSignals();
     const int started = inherited != 0 ? startOnInherited(server, options.path) : start(server, options);
     if (started != kSuccess) {
         return started;
@@ -202,22 +200,22 @@ int serve(Options& options)
     }
     notifyServiceManager("READY=1\nSTATUS=Serving " + options.path);
     if (options.verbose) {
-        printError("serving " + options.path);
+        printStatus("serving " + options.path);
     }
-    pollfd watched = {signals, POLLIN, 0};
-    while (poll(&watched, 1, -1) < 0 || readSignal(signals) == 0) {
+    pollfd watched = {signals.get(), POLLIN, 0};
+    while (poll(&watched, 1, -1) < 0 || readSignal(signals.get()) == 0) {
     }
     notifyServiceManager("STOPPING=1");
     status.stop();
     const int result = server.Stop();
     if (options.verbose) {
         const Telvane::EventServerStatistics counts = server.Statistics();
-        printError("stopped; " + std::to_string(counts.received) + " messages received, " +
-                   std::to_string(counts.relayed) + " relayed, " + std::to_string(counts.relaysFailed) +
-                   " missed by slow subscribers");
+        printStatus("stopped; " + std::to_string(counts.received) + " messages received, " +
+                    std::to_string(counts.relayed) + " relayed, " + std::to_string(counts.relaysFailed) +
+                    " missed by slow subscribers");
     }
     if (result != 0) {
-        printError(std::string("could not stop cleanly: ") + std::strerror(-result));
+        printError(std::string("cannot stop cleanly: ") + std::strerror(-result));
         return kBusFailure;
     }
     return kSuccess;
@@ -228,41 +226,40 @@ int serve(Options& options)
 void addServeCommand(CommandLine& line)
 {
     auto options = std::make_shared<Options>();
-    Command command(line, "serve", "Run an event server until SIGINT or SIGTERM");
-    command.option("PATH", options->path, "Socket to serve; left out when a service manager hands one over");
-    command.option("--mode", options->mode, "Permissions of the socket at PATH, octal")
+    Command command(line, "serve", "Run a server until SIGINT or SIGTERM");
+    command.option("PATH", options->path, "Socket to create; omit it if a service manager passes a socket");
+    command.option("--mode", options->mode, "Set the permissions of the socket at PATH, as octal digits")
         .check([](const std::string& text) {
             const bool octal = text.size() >= 3 && text.size() <= 4 &&
                                text.find_first_not_of("01234567") == std::string::npos &&
                                (text.size() == 3 || text.front() == '0');
-            return octal ? std::string() : "permissions are three octal digits, as in 0660";
+            return octal ? std::string() : "permissions must be three octal digits, such as 0660";
         })
         .typeName("OCTAL")
         .showDefault();
     command
         .option("--subscriber-buffer", options->subscriberBuffer,
-                "Bytes that each subscriber may lag behind before it misses records; 0 for the "
-                "kernel's default")
+                "Send buffer of each subscriber, in bytes. A larger buffer lets a slow subscriber fall "
+                "further behind "
+                "before it misses messages. 0 uses the kernel's default")
         .notNegative()
         .showDefault();
-    addPeerGuardOptions(command, options->guard);
+    addAccessOptions(command, options->access);
     command
-        .option(
-            "--metrics-pipe", options->metricsPipe,
-            "Named pipe to make, from which anybody may read how the server fares: OpenMetrics text, to be "
-            "read up to \"# EOF\"")
+        .option("--metrics-pipe", options->metricsPipe,
+                "Create a named pipe at PATH that serves OpenMetrics text. Read it up to \"# EOF\"")
         .typeName("PATH");
     command.flag("--no-status", options->noStatus,
-                 "Do not tell clients, such as telvane top, what channels and clients there are");
+                 "Do not report channels and clients to clients such as telvane top");
     command.flag("--verbose", options->verbose,
-                 "Tell of connects, subscriptions and leavings on standard error");
+                 "Log connections, subscriptions and disconnections to standard error");
     command.examples(
-        "# on a path of your own, for the members of your group, too\n"
+        "# at a path of your choice, also for members of your group\n"
         "telvane serve /tmp/bus --mode 0660 --verbose\n"
-        "# for one group only, watched by a scraper of metrics\n"
+        "# for one group only, with metrics for monitoring\n"
         "telvane serve /tmp/bus --mode 0666 --allow-group welding --metrics-pipe /tmp/bus.metrics\n"
         "sed '/^# EOF$/q' /tmp/bus.metrics\n"
-        "# for good, with systemd: the socket is handed over\n"
+        "# permanently: systemd creates the socket and passes it\n"
         "systemctl enable --now telvane.socket\n");
     command.run([options] { return serve(*options); });
 }

@@ -23,9 +23,9 @@ namespace TelvaneTool
 namespace
 {
 
-constexpr Nanoseconds kResizeLook = kSecond / 5;
-constexpr Nanoseconds kPagePatience = kSecond; ///< a page is drawn again without an answer, too
-constexpr Nanoseconds kPatience = 60 * kSecond;
+constexpr Nanoseconds kResizePoll = kSecond / 5;
+constexpr Nanoseconds kPageTimeout = kSecond; ///< a page is redrawn even without a response
+constexpr Nanoseconds kTimeout = 60 * kSecond;
 
 struct Options
 {
@@ -41,10 +41,10 @@ struct Options
 class Top
 {
 public:
-    Top(BusConnection& session, const Options& options)
-        : m_session(session),
+    Top(BusConnection& bus, const Options& options)
+        : m_bus(bus),
           m_options(options),
-          m_inquiry(session),
+          m_status(bus),
           m_model(getpid()),
           m_isPage(!options.json && isTerminal(STDOUT_FILENO))
     {}
@@ -52,11 +52,11 @@ public:
     /// \return an exit code
     int run()
     {
-        int result = m_inquiry.start(true);
-        if (result == kSuccess && !m_session.stopping()) {
-            result = look();
+        int result = m_status.start(true);
+        if (result == kSuccess && !m_bus.stopping()) {
+            result = update();
         }
-        if (result != kSuccess || m_session.stopping()) {
+        if (result != kSuccess || m_bus.stopping()) {
             return result;
         }
         std::optional<TerminalPage> page;
@@ -64,11 +64,11 @@ public:
             page.emplace();
         }
         if (m_isPage && m_options.count == 0) {
-            draw(); // without rates yet, but at once
+            draw(); // shows rates only after the first interval
         }
         std::uint64_t drawn = 0;
-        while (waitAndAsk()) {
-            result = look();
+        while (waitAndRequest()) {
+            result = update();
             if (result != kSuccess || !draw() || (m_options.count != 0 && ++drawn == m_options.count)) {
                 break;
             }
@@ -77,40 +77,40 @@ public:
     }
 
 private:
-    /// Waits for the next interval, and draws anew when the terminal has got another size.
-    bool waitAndAsk()
+    /// Waits for the next interval. Redraws when the size of the terminal changes.
+    bool waitAndRequest()
     {
         const Nanoseconds due = monotonicNow() + m_options.interval;
-        while (m_isPage && due - monotonicNow() > kResizeLook) {
-            if (!m_session.sleepUntil(monotonicNow() + kResizeLook)) {
+        while (m_isPage && due - monotonicNow() > kResizePoll) {
+            if (!m_bus.sleepUntil(monotonicNow() + kResizePoll)) {
                 return false;
             }
             if (terminalWidth(STDOUT_FILENO) != m_width || terminalHeight(STDOUT_FILENO) != m_height) {
                 draw();
             }
         }
-        if (!m_session.sleepUntil(due)) {
+        if (!m_bus.sleepUntil(due)) {
             return false;
         }
-        const std::uint64_t before = m_inquiry.answers();
-        m_inquiry.ask();
-        m_session.waitFor([&] { return m_inquiry.answers() >= before + 2; },
-                          monotonicNow() + (m_isPage ? kPagePatience : kPatience));
-        return !m_session.stopping();
+        const std::uint64_t before = m_status.responses();
+        m_status.request();
+        m_bus.waitFor([&] { return m_status.responses() >= before + 2; },
+                      monotonicNow() + (m_isPage ? kPageTimeout : kTimeout));
+        return !m_bus.stopping();
     }
 
-    /// Takes what the server has told, and follows the channels that it has told of.
-    int look()
+    /// Updates the model from the server's responses, and subscribes to new channels.
+    int update()
     {
-        m_model.update(m_inquiry.channels(), m_inquiry.clients(), monotonicNow());
-        for (const auto& [channel, text] : m_glimpses.take()) {
+        m_model.update(m_status.channels(), m_status.clients(), monotonicNow());
+        for (const auto& [channel, text] : m_payloads.take()) {
             m_model.setValue(channel, text);
         }
         int result = kSuccess;
         if (!m_options.noValues) {
             for (const TopModel::ChannelRow& row : m_model.channels(TopModel::Order::Name)) {
-                if (result == kSuccess && !m_session.stopping()) {
-                    result = m_glimpses.subscribe(m_session, row.status.name);
+                if (result == kSuccess && !m_bus.stopping()) {
+                    result = m_payloads.subscribe(m_bus, row.status.name);
                 }
             }
         }
@@ -123,23 +123,23 @@ private:
         view.path = m_options.bus.path;
         view.order = m_options.order;
         if (m_options.json) {
-            return m_session.write(printTopJson(m_model, view, realTimeNow()));
+            return m_bus.write(printTopJson(m_model, view, realTimeNow()));
         }
         if (!m_isPage) {
-            view.width = std::numeric_limits<std::size_t>::max(); // who reads lines cuts them as he likes
-            return m_session.write((m_printed++ != 0 ? "\n" : "") + printTop(m_model, view, realTimeNow()));
+            view.width = std::numeric_limits<std::size_t>::max(); // not a terminal: do not cut lines
+            return m_bus.write((m_printed++ != 0 ? "\n" : "") + printTop(m_model, view, realTimeNow()));
         }
         m_width = terminalWidth(STDOUT_FILENO);
         m_height = terminalHeight(STDOUT_FILENO);
         view.width = m_width;
         view.colour = wantsColour(STDOUT_FILENO);
-        return m_session.write(TerminalPage::draw(printTop(m_model, view, realTimeNow()), m_height));
+        return m_bus.write(TerminalPage::draw(printTop(m_model, view, realTimeNow()), m_height));
     }
 
-    BusConnection& m_session;
+    BusConnection& m_bus;
     const Options& m_options;
-    StatusClient m_inquiry;
-    LatestPayloads m_glimpses;
+    StatusClient m_status;
+    LatestPayloads m_payloads;
     TopModel m_model;
     const bool m_isPage;
     std::size_t m_width = 0;
@@ -149,20 +149,20 @@ private:
 
 int top(Options& options)
 {
-    constexpr Nanoseconds kShortest = 50 * kMillisecond;
-    options.interval = std::max(options.interval, kShortest);
+    constexpr Nanoseconds kMinInterval = 50 * kMillisecond;
+    options.interval = std::max(options.interval, kMinInterval);
     if (options.once) {
         options.count = 1;
     }
-    BusConnection session(BusConnection::Output::Data, options.count == 0
-                                                           ? BusConnection::Interruption::ExpectedExit
-                                                           : BusConnection::Interruption::Aborts);
-    Top top(session, options);
-    int result = session.connect(options.bus.path, options.bus.wait);
+    BusConnection bus(BusConnection::Output::Data, options.count == 0
+                                                       ? BusConnection::Interruption::ExpectedExit
+                                                       : BusConnection::Interruption::Aborts);
+    Top top(bus, options);
+    int result = bus.connect(options.bus.path, options.bus.wait);
     if (result == kSuccess) {
         result = top.run();
     }
-    return session.finish(result);
+    return bus.finish(result);
 }
 
 std::string readOrder(const std::string& text, TopModel::Order& order)
@@ -174,7 +174,7 @@ std::string readOrder(const std::string& text, TopModel::Order& order)
     } else if (text == "bytes") {
         order = TopModel::Order::Bytes;
     } else {
-        return "channels are sorted by name, rate or bytes";
+        return "use name, rate or bytes";
     }
     return {};
 }
@@ -184,22 +184,22 @@ std::string readOrder(const std::string& text, TopModel::Order& order)
 void addTopCommand(CommandLine& line)
 {
     auto options = std::make_shared<Options>();
-    Command command(line, "top", "Show what is going on on a bus: channels, rates, clients");
+    Command command(line, "top", "Show the channels, rates and clients of a server");
     addBusOptions(command, options->bus);
-    addDuration(command, "--interval", options->interval, "Time between two looks (default: 1s)");
+    addDuration(command, "--interval", options->interval, "Update at this interval").showDefault("1s");
     command
         .optionReadBy(
             [options = options.get()](const std::string& text) { return readOrder(text, options->order); },
-            "--sort", "Sort channels by name (the default), rate or bytes")
+            "--sort", "Sort channels by name, rate or bytes")
+        .showDefault("name")
         .typeName("ORDER");
-    command.flag("--once", options->once, "Print one table, of the rates in one interval, and end");
-    command.option("--count", options->count, "End after so many tables").positive().excludes("--once");
-    command.flag("--json", options->json, "Print each look as a line of JSON");
-    command.flag("--no-values", options->noValues,
-                 "Do not show values: they cost the server one more subscriber for each channel");
-    command.examples("# all of it, the busiest channels first\n"
+    command.flag("--once", options->once, "Print one table after one interval, and exit");
+    command.option("--count", options->count, "Exit after this many tables").positive().excludes("--once");
+    command.flag("--json", options->json, "Print each update as a line of JSON");
+    command.flag("--no-values", options->noValues, "Hide values; this saves one subscription per channel");
+    command.examples("# the busiest channels first\n"
                      "telvane top /tmp/bus --sort rate\n"
-                     "# who misses records\n"
+                     "# clients that miss messages\n"
                      "telvane top /tmp/bus --once --json | jq '.clients[] | select(.missed > 0)'\n");
     command.run([options] { return top(*options); });
 }

@@ -29,7 +29,7 @@ struct Options
     std::string ledger;
 };
 
-void replay(BusConnection& session, SampleSource& samples, WeldPublisher& publisher, const Options& options)
+void replay(BusConnection& bus, SampleSource& samples, WeldPublisher& publisher, const Options& options)
 {
     WeldDetector::Settings settings = options.detector;
     settings.hold = nanoseconds(options.hold);
@@ -44,7 +44,7 @@ void replay(BusConnection& session, SampleSource& samples, WeldPublisher& publis
         if (next == SampleSource::Next::End) {
             return;
         }
-        if (session.stopping()) {
+        if (bus.stopping()) {
             publisher.abort();
             return;
         }
@@ -57,14 +57,15 @@ void replay(BusConnection& session, SampleSource& samples, WeldPublisher& publis
 }
 
 /// With a ledger somebody is to see everything, from the first record on.
-int awaitListener(BusConnection& session, const LatencyTracker& ledger)
+int awaitListener(BusConnection& bus, const LatencyTracker& ledger)
 {
-    constexpr Nanoseconds kPatience = 10 * kSecond;
-    const Nanoseconds deadline = monotonicNow() + kPatience;
-    while (!ledger.hasListener() && session.sleepUntil(monotonicNow() + 10 * kMillisecond)) {
+    constexpr Nanoseconds kTimeout = 10 * kSecond;
+    const Nanoseconds deadline = monotonicNow() + kTimeout;
+    while (!ledger.hasListener() && bus.sleepUntil(monotonicNow() + 10 * kMillisecond)) {
         if (monotonicNow() >= deadline) {
-            printError("nobody listens with this ledger; start: telvane monitor PATH --ledger FILE");
-            return kTimeRanOut;
+            printError(
+                "no telvane monitor uses this ledger; start one with: telvane monitor PATH --ledger FILE");
+            return kTimedOut;
         }
     }
     return kSuccess;
@@ -100,32 +101,31 @@ int weld(const Options& options)
     // Samples are 20 microseconds apart, and the kernel would by itself sleep 50 longer than asked.
     prctl(PR_SET_TIMERSLACK, 1UL);
 
-    BusConnection session(BusConnection::Output::Unused, BusConnection::Interruption::Aborts);
-    WeldSource source(options.source, [&session](int fd) { return session.awaitInput(fd); });
+    BusConnection bus(BusConnection::Output::Unused, BusConnection::Interruption::Aborts);
+    WeldSource source(options.source, [&bus](int fd) { return bus.awaitInput(fd); });
     if (const int opened = source.open(); opened != kSuccess) {
-        return session.finish(opened);
+        return bus.finish(opened);
     }
-    int result = session.connect(options.bus.path, options.bus.wait);
+    int result = bus.connect(options.bus.path, options.bus.wait);
     if (result == kSuccess && ledger.isOpen()) {
-        result = awaitListener(session, ledger);
+        result = awaitListener(bus, ledger);
     }
     if (result != kSuccess) {
-        return session.finish(result);
+        return bus.finish(result);
     }
-    WeldPublisher publisher(session, source.samples(), ledger, options.setup, options.publisher);
-    replay(session, source.samples(), publisher, options);
+    WeldPublisher publisher(bus, source.samples(), ledger, options.setup, options.publisher);
+    replay(bus, source.samples(), publisher, options);
     ledgerEnd.finish();
     result = source.finish();
-    if (result == kSuccess && publisher.welds() == 0 && !session.stopping()) {
-        printError("there is no weld: the current never rose above --threshold");
+    if (result == kSuccess && publisher.welds() == 0 && !bus.stopping()) {
+        printError("no weld found: the current never exceeded --threshold");
         result = kWrongInput;
     }
-    result = session.finish(result);
-    printError("published " + std::to_string(publisher.welds()) + " welds with " +
-               std::to_string(publisher.samples()) + " samples");
+    result = bus.finish(result);
+    printStatus("published " + std::to_string(publisher.welds()) + " welds with " +
+                std::to_string(publisher.samples()) + " samples");
     if (publisher.late() > 0) {
-        printError("fell behind the wanted pace by " + std::to_string(publisher.late() / kMillisecond) +
-                   " ms");
+        printStatus("the replay is late by " + std::to_string(publisher.late() / kMillisecond) + " ms");
     }
     return result;
 }
@@ -137,12 +137,13 @@ void addCodeOption(Command& command, const char* name, Code& code, const std::st
     const auto read = [&code, &names](const std::string& text) -> std::string {
         const auto known = readConsumableCode(text, names, N);
         if (!known) {
-            return "\"" + text + "\" is neither a name nor a code";
+            return "\"" + text + "\" is not a name or code";
         }
         code = static_cast<Code>(*known);
         return {};
     };
-    command.optionReadBy(read, name, std::string(what) + ", name or code (default: " + names[code] + ")")
+    command.optionReadBy(read, name, std::string(what) + ", name or code")
+        .showDefault(names[code].c_str())
         .group("Consumables")
         .typeName("CODE");
 }
@@ -154,61 +155,72 @@ void addRecordingOptions(Command& command, Options& options)
     const auto add = [&](const char* name, auto& target, const char* what) {
         return command.option(name, target, what).group(group);
     };
-    add("--csv", recording.path, "File with a header line, or - for standard input").typeName("FILE");
-    add("--amps", recording.text(Quantity::Amps), "Column of the current, as in current_dA*0.1 (A)");
-    add("--volts", recording.text(Quantity::Volts), "Column of the voltage (V)");
-    add("--wfs", recording.text(Quantity::Wfs), "Column of the wire-feed speed, or a number (in/min)");
-    add("--gas", recording.text(Quantity::Gas), "Column of the gas flow, or a number (l/min)");
-    add("--motor", recording.text(Quantity::Motor), "Column of the wire-feed motor's load (A)");
+    add("--csv", recording.path, "CSV file with a header line, or - for standard input").typeName("FILE");
+    add("--amps", recording.text(Quantity::Amps),
+        "Column of the current (A); may be scaled, as in current_dA*0.1")
+        .typeName("COLUMN");
+    add("--volts", recording.text(Quantity::Volts), "Column of the voltage (V)").typeName("COLUMN");
+    add("--wfs", recording.text(Quantity::Wfs), "Column of the wire-feed speed (in/min), or a constant")
+        .typeName("COLUMN");
+    add("--gas", recording.text(Quantity::Gas), "Column of the gas flow (l/min), or a constant")
+        .typeName("COLUMN");
+    add("--motor", recording.text(Quantity::Motor), "Column of the wire feeder's motor current (A)")
+        .typeName("COLUMN");
     add("--wire-used", recording.text(Quantity::WireUsed),
-        "Column of the wire fed so far (in); goes before --wfs in the metrics");
+        "Column of the wire fed so far (in); replaces --wfs in the metrics")
+        .typeName("COLUMN");
     add("--time", recording.time,
-        "Column of the time, as in t_ms*0.001 (s) or as clock time, or DATE+TIME for two columns");
-    add("--period-us", options.source.periodMicroseconds, "Time between rows when there is no such column")
+        "Column of the time: seconds, which may be scaled, as in t_ms*0.001, or clock times; DATE+TIME for "
+        "two "
+        "columns")
+        .typeName("COLUMN");
+    add("--period-us", options.source.periodMicroseconds, "Time between rows (µs), without --time")
         .within(1.0, 1e9)
         .excludes("--time");
-    add("--group", recording.group, "Column whose change begins a new weld");
-    add("--delimiter", recording.delimiter, "Character between fields").showDefault();
+    add("--group", recording.group, "Column whose value changes with each new weld").typeName("COLUMN");
+    add("--delimiter", recording.delimiter, "Field separator").showDefault();
 }
 
 void addReplayOptions(Command& command, Options& options)
 {
     const char* const simulation = "Simulation (without --csv; --period-us applies)";
-    command.option("--seed", options.source.simulation.seed, "Welds of one seed are all alike")
+    command
+        .option("--seed", options.source.simulation.seed,
+                "Seed of the random numbers; the same seed gives the same welds")
         .group(simulation)
         .showDefault();
     command.option("--welds", options.source.simulation.welds, "Number of welds")
         .group(simulation)
         .positive()
         .showDefault();
-    command.option("--duration", options.source.duration, "Arc time of each weld, in seconds")
+    command.option("--duration", options.source.duration, "Arc time of each weld (s)")
         .group(simulation)
         .within(1.5, 1e5)
         .showDefault();
 
     const char* const replay = "Replay";
-    command.option("--threshold", options.detector.threshold, "The arc burns above this current (A)")
+    command.option("--threshold", options.detector.threshold, "Current above which the arc burns (A)")
         .group(replay)
         .notNegative()
         .showDefault();
     command
-        .option("--hold", options.hold, "A weld is over when the current has stayed below for this time (s)")
+        .option("--hold", options.hold,
+                "End a weld when the current stays below the threshold for this time (s)")
         .group(replay)
         .notNegative()
         .showDefault();
     command
         .option("--speed", options.publisher.speed,
-                "Times the recorded pace; 0 for as fast as it goes, which slow subscribers miss")
+                "Speed relative to the recording; 0 for the maximum, at which slow subscribers miss records")
         .group(replay)
         .within(0.0, 1e9)
         .showDefault();
     command
         .flag("--stamp-now", options.publisher.stampNow,
-              "Stamp records with the time of publication instead of the recorded one")
+              "Stamp records with the current time instead of the recorded one")
         .group(replay);
     command
-        .option("--ledger", options.ledger,
-                "File shared with telvane monitor, which tells losses and delays by it")
+        .option("--ledger", options.ledger, "File shared with telvane monitor, to report losses and latency")
         .typeName("FILE")
         .group(replay);
 }
@@ -225,9 +237,9 @@ void addSetupOptions(Command& command, WeldSetup& setup)
     add("--set-wfs", setup.setWfs, "Commanded wire-feed speed (in/min)");
     add("--arc-control", setup.setArcControl, "Commanded arc control");
     add("--program", setup.program, "Number of the weld program");
-    add("--tag", setup.firstTag, "Identifier of the first weld; the next ones count on");
+    add("--tag", setup.firstTag, "Tag of the first weld; incremented for each weld");
     add("--feeder-side", setup.feederSide, "Side of a dual feeder");
-    add("--lifetime-hours", setup.lifetimeHours, "Arc time of the machine so far (h)");
+    add("--lifetime-hours", setup.lifetimeHours, "Arc time of the machine before the first weld (h)");
     addCodeOption(command, "--process", setup.process, ProcessIDStrings, "Weld process");
     addCodeOption(command, "--wire-type", setup.wireType, WireTypeStrings, "Wire type");
     addCodeOption(command, "--wire-size", setup.wireSize, WireSizeStrings, "Wire size");
@@ -241,15 +253,15 @@ void addWeldCommand(CommandLine& line)
 {
     auto options = std::make_shared<Options>();
     Command command(line, "weld",
-                    "Play the power source: publish the welds of a recording, or a simulated one");
+                    "Simulate a power source: publish the welds of a CSV file, or simulated ones");
     addBusOptions(command, options->bus);
     addRecordingOptions(command, *options);
     addReplayOptions(command, *options);
     addSetupOptions(command, options->setup);
     command.examples(
-        "# three welds that are made up\n"
+        "# three simulated welds\n"
         "telvane weld /tmp/bus --welds 3 --duration 5\n"
-        "# a recording of your own, ten times as fast\n"
+        "# a CSV file, ten times faster\n"
         "telvane weld /tmp/bus --csv robot.csv --amps current_A --volts voltage_V --period-us 500 \\\n"
         "    --speed 10\n");
     command.run([options, command] {

@@ -37,7 +37,7 @@ bool readCode(const std::string& text, const char* tableName, int& code)
     const ConsumableTable& table = *findConsumableTable(tableName);
     const auto read = readConsumableCode(text, table.texts, table.count);
     if (!read) {
-        printError("\"" + text + "\" is no code of the " + table.title + "; telvane consumables " +
+        printError("\"" + text + "\" is not a name or code of the " + table.title + "; telvane consumables " +
                    tableName + " lists them");
         return false;
     }
@@ -47,6 +47,10 @@ bool readCode(const std::string& text, const char* tableName, int& code)
 
 int show(const Options& options)
 {
+    if (options.size.empty() == (options.diameter <= 0.0)) {
+        printError("give either --size or --diameter");
+        return kWrongUsage;
+    }
     double inches = options.diameter;
     if (!options.size.empty()) {
         int size = 0;
@@ -55,7 +59,7 @@ int show(const Options& options)
         }
         inches = Telvane::GetWireDiameterInInches(static_cast<Telvane::_WireSize_e>(size));
         if (!(inches > 0.0)) {
-            printError("code " + std::to_string(size) + " stands for no wire size");
+            printError("code " + std::to_string(size) + " has no wire size");
             return kWrongUsage;
         }
     }
@@ -97,12 +101,11 @@ void addWireCommand(CommandLine& line)
 {
     auto options = std::make_shared<Options>();
     Command command(line, "wire", "Compute a wire's diameter, nearest size and weight");
-    command.option("--size", options->size, "Code or name of the wire size");
-    command.option("--diameter", options->diameter, "Diameter in inches").positive();
-    command.exactlyOneOf("--size", "--diameter");
-    command.option("--alloy", options->alloy, "Code or name of the alloy (default: 0, unknown)");
+    command.option("--size", options->size, "Wire size, name or code");
+    command.option("--diameter", options->diameter, "Wire diameter in inches").positive();
+    command.option("--alloy", options->alloy, "Alloy, name or code").showDefault("0");
     command.flag("--json", options->json, "Print JSON");
-    command.examples("# by its size, or by what a calliper says\n"
+    command.examples("# by size, or by measured diameter\n"
                      "telvane wire --size 0.045 --alloy STL_E70\n"
                      "telvane wire --diameter 0.0472 --json\n");
     command.run([options] { return show(*options); });

@@ -1,6 +1,5 @@
-// The bus itself lets in whoever reaches its socket and lets him subscribe to as much as he likes; the
-// permissions of the socket know one group and no numbers. What goes beyond that is refused here, by what the
-// kernel says of the peer and not by anything that the peer says.
+// The permissions of the socket allow one user and one group, and limit no counts. These options go beyond that. Peers
+// are identified by the credentials that the kernel reports.
 
 #include "serve/AccessControl.h"
 
@@ -30,7 +29,7 @@ std::optional<Id> idOf(const std::string& text)
     Id id = 0;
     const char* const end = text.data() + text.size();
     const auto [rest, error] = std::from_chars(text.data(), end, id);
-    // The largest one means "nobody" to the system's calls.
+    // System calls use the largest number for "none".
     const bool whole = error == std::errc() && rest == end && id != std::numeric_limits<Id>::max();
     return whole ? std::optional<Id>(id) : std::nullopt;
 }
@@ -41,7 +40,7 @@ std::vector<Id> resolved(const std::vector<std::string>& texts, std::optional<Id
     std::vector<Id> ids;
     ids.reserve(texts.size());
     for (const std::string& text : texts) {
-        ids.push_back(find(text).value()); // it was found when the command line was read
+        ids.push_back(find(text).value()); // the command line was checked
     }
     return ids;
 }
@@ -60,44 +59,45 @@ std::optional<gid_t> findGroup(const std::string& text)
     return entry != nullptr ? std::optional<gid_t>(entry->gr_gid) : idOf<gid_t>(text);
 }
 
-void addPeerGuardOptions(Command& command, PeerGuardOptions& options)
+void addAccessOptions(Command& command, AccessOptions& options)
 {
     command
-        .option(
-            "--allow-user", options.users,
-            "Let this user connect, by name or number; may be given again. With this or --allow-group all "
-            "others are refused, root and the server's own user among them")
+        .option("--allow-user", options.users,
+                "Allow only this user, by name or number, to connect; may be repeated and combined with "
+                "--allow-group. "
+                "All others are refused, including root and the server's own user")
         .check([](const std::string& text) {
-            return findUser(text) ? std::string() : "there is no user \"" + text + "\"";
+            return findUser(text) ? std::string() : "unknown user \"" + text + "\"";
         })
         .typeName("USER")
         .repeatable()
-        .group("Refusing");
+        .group("Access control");
     command
         .option("--allow-group", options.groups,
-                "Let the members of this group connect, by name or number; may be given again")
+                "Allow only members of this group, by name or number, to connect; may be repeated")
         .check([](const std::string& text) {
-            return findGroup(text) ? std::string() : "there is no group \"" + text + "\"";
+            return findGroup(text) ? std::string() : "unknown group \"" + text + "\"";
         })
         .typeName("GROUP")
         .repeatable()
-        .group("Refusing");
-    command.option("--max-clients", options.clients, "Refuse to have more clients than this at a time")
+        .group("Access control");
+    command.option("--max-clients", options.clients, "Limit the number of clients")
         .positive()
-        .group("Refusing");
+        .group("Access control");
     command
         .option("--max-subscriptions", options.subscriptionsPerClient,
-                "Refuse to subscribe a client to more channels than this at a time")
+                "Limit the number of subscriptions of each client")
         .positive()
-        .group("Refusing");
+        .group("Access control");
     command
         .option("--max-channels", options.channels,
-                "Refuse new channels when this many have been subscribed to; a server never forgets one")
+                "Limit the number of channels; a channel exists from its first subscription until the server "
+                "stops")
         .positive()
-        .group("Refusing");
+        .group("Access control");
 }
 
-EventServerLimits limitsOf(const PeerGuardOptions& options)
+EventServerLimits limitsOf(const AccessOptions& options)
 {
     EventServerLimits limits;
     limits.connections = options.clients;
@@ -108,7 +108,7 @@ EventServerLimits limitsOf(const PeerGuardOptions& options)
     return limits;
 }
 
-void guardServer(EventServer& server, const PeerGuardOptions& options)
+void applyAccessOptions(EventServer& server, const AccessOptions& options)
 {
     server.SetLimits(limitsOf(options));
     server.install_OnRefusal([](EventServer&, const EventServerRefusal& refusal) {

@@ -16,8 +16,8 @@ namespace TelvaneTool
 
 class Command;
 
-/// Whom and how much a server takes. Zero, or empty, is without a limit.
-struct PeerGuardOptions
+/// The limits of a server. Zero and empty mean no limit.
+struct AccessOptions
 {
     std::vector<std::string> users;  ///< names or numbers
     std::vector<std::string> groups; ///< names or numbers
@@ -26,14 +26,14 @@ struct PeerGuardOptions
     std::size_t channels = 0;
 };
 
-void addPeerGuardOptions(Command& command, PeerGuardOptions& options);
+void addAccessOptions(Command& command, AccessOptions& options);
 
-Telvane::EventServerLimits limitsOf(const PeerGuardOptions& options);
+Telvane::EventServerLimits limitsOf(const AccessOptions& options);
 
-/// Has the server refuse what goes beyond the options, and each refusal told on standard error.
-void guardServer(Telvane::EventServer& server, const PeerGuardOptions& options);
+/// Sets the limits of a server, and logs each refusal to standard error.
+void applyAccessOptions(Telvane::EventServer& server, const AccessOptions& options);
 
-/// \return who is meant by a name, or by a number that is nobody's name
+/// \return the user or group with a name, or else with a number
 /// @{
 std::optional<uid_t> findUser(const std::string& text);
 std::optional<gid_t> findGroup(const std::string& text);

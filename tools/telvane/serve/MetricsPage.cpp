@@ -1,6 +1,5 @@
-// The text that scrapers of metrics read: families of samples, each with its kind and its meaning. A family
-// is written whole before the next begins, as the format wants it. Why relays were missed stands beside the
-// counters and not in their labels: a counter whose labels change would begin anew.
+// OpenMetrics text: families of samples, each with a type and a description. A family must be complete before the next
+// one begins. The reason for a missed relay has a metric of its own: a counter whose labels change starts again at 0.
 
 #include "serve/MetricsPage.h"
 
@@ -17,7 +16,7 @@ using Telvane::EventServerClientStatus;
 using Telvane::EventServerStatistics;
 using Telvane::EventServerSubscriptionStatus;
 
-/// The labels of a sample, as they stand between braces.
+/// The labels of a sample.
 class Labels
 {
 public:
@@ -39,7 +38,7 @@ private:
     std::string m_text;
 };
 
-/// Writes one family of samples after the other.
+/// Writes families of samples.
 class Page
 {
 public:
@@ -83,17 +82,17 @@ void writeServer(Page& page, const EventServerStatistics& statistics, std::size_
     page.sample(statistics.received);
     page.counter("packets_dispatched", "Packets handed to a handler.");
     page.sample(statistics.dispatched);
-    page.counter("packets_dropped", "Packets that came to nothing, by reason.");
+    page.counter("packets_dropped", "Packets dropped, by reason.");
     page.sample(statistics.tooLarge, Labels().add("reason", "too_large"));
     page.sample(statistics.notJson, Labels().add("reason", "not_json"));
     page.sample(statistics.withoutPayload, Labels().add("reason", "no_payload"));
     page.sample(statistics.unknownChannel, Labels().add("reason", "no_subscriber_ever"));
     page.sample(statistics.outOfMemory, Labels().add("reason", "out_of_memory"));
-    page.counter("relays_sent", "Relays sent whole, one for each subscriber.");
+    page.counter("relays_sent", "Relays sent in full, one for each subscriber.");
     page.sample(statistics.relayed);
-    page.counter("relays_missed", "Relays that a subscriber missed.");
+    page.counter("relays_missed", "Relays that subscribers missed.");
     page.sample(statistics.relaysFailed);
-    page.counter("relays_cut", "Publications whose relay exceeds what a subscriber can receive.");
+    page.counter("relays_cut", "Publications whose relay exceeds the message size limit.");
     page.sample(statistics.relaysTooLarge);
     page.counter("connections_refused", "Connections refused by a limit.");
     page.sample(statistics.connectionsRefused);
@@ -114,12 +113,13 @@ void writeChannels(Page& page, const std::vector<EventServerChannelStatus>& chan
     };
     page.gauge("channel_subscribers", "Subscribers of a channel.");
     all(&EventServerChannelStatus::subscribers);
-    page.counter("channel_publications", "Publications on a channel, be they relayed to nobody.");
+    page.counter("channel_publications", "Publications on a channel, including those without subscribers.");
     all(&EventServerChannelStatus::publications);
-    page.counter("channel_relay_bytes", "Size of those publications as relays, each counted once.", "bytes");
+    page.counter("channel_relay_bytes", "Size of the relays of those publications, each counted once.",
+                 "bytes");
     all(&EventServerChannelStatus::bytes);
     page.counter("channel_relays_missed",
-                 "Relays that subscribers of a channel missed, those included who have left.");
+                 "Relays that subscribers of a channel missed, including disconnected ones.");
     all(&EventServerChannelStatus::missed);
 }
 
@@ -138,8 +138,8 @@ Labels labelsOf(const EventServerClientStatus& client, const EventServerSubscrip
 
 void writeClients(Page& page, const std::vector<EventServerClientStatus>& clients)
 {
-    page.gauge("client_unread_bytes", "Sent to a client and not read yet, with the kernel's own overhead.",
-               "bytes");
+    page.gauge("client_unread_bytes",
+               "Data sent to a client and not yet read, including the kernel's overhead.", "bytes");
     for (const EventServerClientStatus& client : clients) {
         page.sample(client.bytesBehind, labelsOf(client));
     }
@@ -150,11 +150,11 @@ void writeClients(Page& page, const std::vector<EventServerClientStatus>& client
             }
         }
     };
-    page.counter("subscription_relays_sent", "Relays sent whole to a client on a channel.");
+    page.counter("subscription_relays_sent", "Relays sent in full to a client on a channel.");
     all(&EventServerSubscriptionStatus::relayed);
     page.counter("subscription_relays_missed", "Relays that a client missed on a channel.");
     all(&EventServerSubscriptionStatus::missed);
-    page.info("subscription_last_error", "Why a client missed the last relay that it missed on a channel.");
+    page.info("subscription_last_error", "Error of the last relay that a client missed on a channel.");
     for (const EventServerClientStatus& client : clients) {
         for (const EventServerSubscriptionStatus& subscription : client.subscriptions) {
             if (subscription.lastError != 0) {
@@ -162,7 +162,7 @@ void writeClients(Page& page, const std::vector<EventServerClientStatus>& client
                                    .add("error", relayErrorName(subscription.lastError))
                                    .add("text", subscription.lastError < 0
                                                     ? std::strerror(-subscription.lastError)
-                                                    : "only a part went out"));
+                                                    : "only a part was sent"));
             }
         }
     }

@@ -9,7 +9,7 @@
 namespace TelvaneTool
 {
 
-/// \return what a server tells of itself as OpenMetrics text, without the newline behind its last line
+/// \return the status of a server as OpenMetrics text, without the newline at its end
 /// @{
 std::string metricsPage(const Telvane::EventServer& server);
 std::string metricsPage(const Telvane::EventServerStatistics& statistics,
@@ -17,10 +17,10 @@ std::string metricsPage(const Telvane::EventServerStatistics& statistics,
                         const std::vector<Telvane::EventServerClientStatus>& clients);
 /// @}
 
-/// \return a label's value as it stands between quotes
+/// \return the value of a label, escaped for use between quotes
 std::string escapedLabel(std::string_view value);
 
-/// \return the name of an error that a relay ended with: "EAGAIN", or "short" for one that was cut
+/// \return the name of a relay's error, such as "EAGAIN"; "short" if only a part was sent
 std::string relayErrorName(int result);
 
 } // namespace TelvaneTool

@@ -13,7 +13,7 @@ class EventServer;
 namespace TelvaneTool
 {
 
-/// A named pipe from which anybody reads how the server fares, for as long as the object lives.
+/// A named pipe that serves the metrics of a server. The destructor removes it.
 class MetricsPipe
 {
 public:
@@ -23,7 +23,8 @@ public:
     MetricsPipe& operator=(const MetricsPipe&) = delete;
     ~MetricsPipe();
 
-    /// \return an exit code, after a complaint unless it is kSuccess
+    /// Creates the pipe. Prints an error on failure.
+    /// \return an exit code
     int open();
 
 private:

@@ -1,8 +1,10 @@
-// systemd's protocol, which others speak too: sockets are handed over from descriptor 3 on, as LISTEN_FDS tells
-// the process whose number is LISTEN_PID; states go as packets to the socket that NOTIFY_SOCKET names. These few
-// lines are all of it. A library for them would be one more thing to carry to machines that have no systemd.
+// systemd's protocol, which other service managers implement as well. LISTEN_FDS is the number of sockets passed from
+// descriptor 3 on to the process LISTEN_PID. States are sent as datagrams to the socket NOTIFY_SOCKET. A library for
+// these few lines would be one more dependency on machines without systemd.
 
 #include "serve/ServiceManager.h"
+
+#include "common/support/FileDescriptor.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -18,7 +20,7 @@ namespace TelvaneTool
 namespace
 {
 
-/// \return the variable as a positive number; 0 when it is none
+/// \return the value of an environment variable; 0 if it is not a positive number
 int numberIn(const char* variable)
 {
     const char* const text = std::getenv(variable);
@@ -57,15 +59,14 @@ void notifyServiceManager(const std::string& state)
         return;
     }
     std::memcpy(address.sun_path, name, length);
-    if (address.sun_path[0] == '@') { // which stands for the zero that begins a name outside the file system
+    if (address.sun_path[0] == '@') { // an abstract socket, whose name begins with a zero byte
         address.sun_path[0] = '\0';
     }
-    const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    // Nobody could be told that this has failed, and the bus works without.
-    static_cast<void>(sendto(fd, state.data(), state.size(), MSG_NOSIGNAL,
+    const FileDescriptor notify(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    // A failure is ignored: the bus works without a service manager.
+    static_cast<void>(sendto(notify.get(), state.data(), state.size(), MSG_NOSIGNAL,
                              reinterpret_cast<const sockaddr*>(&address),
                              static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + length)));
-    close(fd);
 }
 
 } // namespace TelvaneTool

@@ -1,23 +1,23 @@
 #pragma once
 
-// What a service manager hands over and wants to be told, if there is one.
+// The interface to a service manager, if there is one.
 
 #include <string>
 
 namespace TelvaneTool
 {
 
-/// The descriptor of the first socket that is handed over.
+/// Descriptor of the first inherited socket.
 constexpr int kFirstInheritedSocket = 3;
 
-/// Takes what was handed over to this process out of the environment, so that no child takes it for its own.
-/// \return how many sockets there are
+/// Removes the variables of inherited sockets from the environment, so that child processes do not use them.
+/// \return the number of inherited sockets
 int takeListenSockets();
 
-/// \return the path that a socket is bound to; empty when it has none
+/// \return the path of a socket; empty if it has none
 std::string pathOfSocket(int socket);
 
-/// Tells a state, "READY=1" or "STOPPING=1", to whoever wants to hear it.
+/// Sends a state, such as "READY=1", to the service manager.
 void notifyServiceManager(const std::string& state);
 
 } // namespace TelvaneTool

@@ -25,14 +25,14 @@ std::string programOf(pid_t process)
     std::string name;
     std::getline(std::ifstream(directory + "/comm"), name);
     if (name == "telvane") {
-        // The tool is many programs.
+        // Add the subcommand.
         std::string word;
         std::ifstream words(directory + "/cmdline");
         std::getline(words, word, '\0');
         std::getline(words, word, '\0');
         name += " " + word;
     }
-    // A process names itself as it likes; what is no printable ASCII would not survive terminals and JSON.
+    // A process can set any name; replace everything but printable ASCII.
     for (char& character : name) {
         character = character >= ' ' && character <= '~' ? character : '?';
     }
@@ -53,7 +53,7 @@ std::string nameOf(uid_t user)
 void StatusResponder::prepare(const Telvane::EventServerLimits& limits)
 {
     constexpr std::size_t kOwnSubscriptions = 2;
-    constexpr std::size_t kOwnChannels = 2; // questions; answers have to have somebody who wants them
+    constexpr std::size_t kOwnChannels = 2; // of requests; those of responses count only when subscribed to
     m_limits = limits;
     if (m_limits.connections != 0) {
         ++m_limits.connections;
@@ -61,39 +61,39 @@ void StatusResponder::prepare(const Telvane::EventServerLimits& limits)
     if (m_limits.channels != 0) {
         m_limits.channels += kOwnChannels;
     }
-    Telvane::EventServerLimits entering = m_limits;
-    if (!entering.users.empty() || !entering.groups.empty()) {
-        entering.users.push_back(geteuid());
+    Telvane::EventServerLimits startLimits = m_limits;
+    if (!startLimits.users.empty() || !startLimits.groups.empty()) {
+        startLimits.users.push_back(geteuid());
     }
-    if (entering.subscriptionsPerClient != 0) {
-        entering.subscriptionsPerClient = std::max(entering.subscriptionsPerClient, kOwnSubscriptions);
+    if (startLimits.subscriptionsPerClient != 0) {
+        startLimits.subscriptionsPerClient = std::max(startLimits.subscriptionsPerClient, kOwnSubscriptions);
     }
-    m_server.SetLimits(std::move(entering));
+    m_server.SetLimits(std::move(startLimits));
 }
 
 void StatusResponder::start(const std::string& path)
 {
     using Telvane::TelvaneDataTypeBase;
-    const auto subscribe = [this](const char* channel, void (StatusResponder::*answer)()) {
+    const auto subscribe = [this](const char* channel, void (StatusResponder::*respond)()) {
         return m_client.Subscribe(
             Telvane::kRequestPrefix + std::string(channel),
-            [this, answer](void*, TelvaneDataTypeBase*, int, void*) { (this->*answer)(); },
+            [this, respond](void*, TelvaneDataTypeBase*, int, void*) { (this->*respond)(); },
             DecodedRecord(nullptr), nullptr);
     };
-    if (m_client.Connect(path) != 0 || subscribe(kChannelsStatus, &StatusResponder::answerChannels) != 0 ||
-        subscribe(kClientsStatus, &StatusResponder::answerClients) != 0) {
-        printError("the server cannot tell of its channels and clients: it does not let itself in");
+    if (m_client.Connect(path) != 0 || subscribe(kChannelsStatus, &StatusResponder::sendChannels) != 0 ||
+        subscribe(kClientsStatus, &StatusResponder::sendClients) != 0) {
+        printError("status requests are disabled: the server refused its own connection");
         m_client.Disconnect();
     }
     m_server.SetLimits(m_limits);
 }
 
-void StatusResponder::answerChannels()
+void StatusResponder::sendChannels()
 {
-    publish(kChannelsStatus, printStatus(m_server.Channels()));
+    publish(kChannelsStatus, encodeStatus(m_server.Channels()));
 }
 
-void StatusResponder::answerClients()
+void StatusResponder::sendClients()
 {
     std::vector<ClientStatus> clients;
     for (Telvane::EventServerClientStatus& status : m_server.Clients()) {
@@ -102,7 +102,7 @@ void StatusResponder::answerClients()
         client.program = programOf(client.process);
         client.userName = nameOf(client.user);
     }
-    publish(kClientsStatus, printStatus(clients));
+    publish(kClientsStatus, encodeStatus(clients));
 }
 
 void StatusResponder::publish(const std::string& channel, const std::vector<std::string>& payloads)

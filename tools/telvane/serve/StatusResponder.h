@@ -8,26 +8,26 @@
 namespace TelvaneTool
 {
 
-/// Answers for a server who and what is on its bus: as a client of it, in the same process.
+/// Responds to requests for the channels and clients of a server, as a client in the server's process.
 class StatusResponder
 {
 public:
     explicit StatusResponder(Telvane::EventServer& server) : m_server(server) {}
 
-    /// To be called before the server starts: has it let its own user in, too, for as long as it takes to
-    /// connect.
-    /// \param limits what others are held to, the service's own connection and channels not counted
+    /// Prepares the server's limits. Call this before the server starts: its own user is allowed until start()
+    /// returns.
+    /// \param limits the limits for other clients, not counting this client and its channels
     void prepare(const Telvane::EventServerLimits& limits);
 
-    /// Begins to answer, or complains: a bus without it is a bus all the same.
+    /// Starts to respond. A failure is printed and otherwise ignored.
     void start(const std::string& path);
 
-    /// To be called before the server stops.
+    /// Call this before the server stops.
     void stop() { m_client.Disconnect(); }
 
 private:
-    void answerChannels();
-    void answerClients();
+    void sendChannels();
+    void sendClients();
     void publish(const std::string& channel, const std::vector<std::string>& payloads);
 
     Telvane::EventServer& m_server;

@@ -10,11 +10,11 @@ namespace TelvaneTool
 
 using Telvane::TelvaneDataTypeBase;
 
-/// The client builds one for every message, reads the payload into it and drops it.
-class GlimpsedRecord : public TelvaneDataTypeBase
+/// The client creates one for each message, reads the payload into it and deletes it.
+class SampledRecord : public TelvaneDataTypeBase
 {
 public:
-    explicit GlimpsedRecord(std::shared_ptr<LatestPayloads::Slot> slot) : m_slot(std::move(slot)) {}
+    explicit SampledRecord(std::shared_ptr<LatestPayloads::Slot> slot) : m_slot(std::move(slot)) {}
 
     bool _packageData(cJSON* /*output*/) override { return false; }
     bool _unpackageData(cJSON* input) override
@@ -27,20 +27,20 @@ public:
         return true;
     }
     int copy(TelvaneDataTypeBase* /*other*/) override { return -EINVAL; }
-    TelvaneDataTypeBase* BuildNewDataType() const override { return new GlimpsedRecord(m_slot); }
+    TelvaneDataTypeBase* BuildNewDataType() const override { return new SampledRecord(m_slot); }
 
 private:
     std::shared_ptr<LatestPayloads::Slot> m_slot;
 };
 
-int LatestPayloads::subscribe(BusConnection& session, const std::string& channel)
+int LatestPayloads::subscribe(BusConnection& bus, const std::string& channel)
 {
     auto& slot = m_slots[channel];
     if (slot != nullptr) {
         return kSuccess;
     }
     slot = std::make_shared<Slot>();
-    return session.subscribe(channel, GlimpsedRecord(slot), [](void*, TelvaneDataTypeBase*, int, void*) {});
+    return bus.subscribe(channel, SampledRecord(slot), [](void*, TelvaneDataTypeBase*, int, void*) {});
 }
 
 std::map<std::string, std::string> LatestPayloads::take()

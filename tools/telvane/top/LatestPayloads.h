@@ -11,20 +11,20 @@
 namespace TelvaneTool
 {
 
-/// The latest payload of each channel, looked at now and then.
+/// Samples the payloads of channels.
 ///
-/// Most records of a busy channel are not looked at, and so not turned to text either.
+/// Only the first payload after each take() is printed to text, so a busy channel costs little.
 class LatestPayloads
 {
 public:
     /// \return an exit code
-    int subscribe(BusConnection& session, const std::string& channel);
+    int subscribe(BusConnection& bus, const std::string& channel);
 
-    /// \return by channel, the text of the first payload after the call before
+    /// \return for each channel, the first payload since the previous call
     std::map<std::string, std::string> take();
 
 private:
-    friend class GlimpsedRecord;
+    friend class SampledRecord;
     struct Slot
     {
         std::mutex lock;

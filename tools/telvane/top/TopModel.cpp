@@ -25,7 +25,7 @@ std::string guessClass(const std::string& channel, const std::string& payload)
             continue;
         }
         if (only != nullptr) {
-            return {}; // several look like this
+            return {}; // ambiguous
         }
         only = &candidate;
     }
@@ -36,9 +36,9 @@ void TopModel::update(std::vector<ChannelStatus> channels, std::vector<ClientSta
                       Nanoseconds time)
 {
     const double seconds = inSeconds(time - m_time);
-    const bool comparable = m_looks > 0 && seconds > 0.0;
+    const bool comparable = m_updates > 0 && seconds > 0.0;
     m_clients.clear();
-    std::map<std::string, std::size_t> observed; // by the observer
+    std::map<std::string, std::size_t> observed; // subscriptions of the observer
     for (ClientStatus& client : clients) {
         if (client.process == m_observer) {
             for (const Telvane::EventServerSubscriptionStatus& subscription : client.subscriptions) {
@@ -59,7 +59,7 @@ void TopModel::update(std::vector<ChannelStatus> channels, std::vector<ClientSta
         }
         channel.subscribers -= std::min(channel.subscribers, observed[channel.name]);
         ChannelRow& row = m_channels[channel.name];
-        // A server that was started anew counts from zero.
+        // After a restart the server counts from 0.
         const auto growth = [](std::uint64_t now, std::uint64_t before) {
             return static_cast<double>(now >= before ? now - before : now);
         };
@@ -71,7 +71,7 @@ void TopModel::update(std::vector<ChannelStatus> channels, std::vector<ClientSta
         row.status = std::move(channel);
     }
     m_time = time;
-    ++m_looks;
+    ++m_updates;
 }
 
 void TopModel::setValue(const std::string& channel, const std::string& payload)

@@ -10,23 +10,23 @@
 namespace TelvaneTool
 {
 
-/// What is going on on a bus, computed from what the server tells from time to time.
+/// The contents of `telvane top`, computed from successive status responses.
 class TopModel
 {
 public:
     struct ChannelRow
     {
         ChannelStatus status;
-        double rate = 0.0;           ///< messages per second since the last look
-        double bytesPerSecond = 0.0; ///< the same
-        std::string recordClass;     ///< empty when none is known
-        std::string value;           ///< the last payload seen, JSON; empty when none was
+        double rate = 0.0;           ///< messages per second since the previous update
+        double bytesPerSecond = 0.0; ///< since the previous update
+        std::string recordClass;     ///< empty if unknown
+        std::string value;           ///< the latest payload, as JSON; empty if there is none
     };
     struct ClientRow
     {
         ClientStatus status;
-        std::uint64_t relayed = 0; ///< of all its subscriptions
-        std::uint64_t missed = 0;
+        std::uint64_t relayed = 0; ///< on all its channels
+        std::uint64_t missed = 0;  ///< on all its channels
     };
     enum class Order
     {
@@ -35,14 +35,14 @@ public:
         Bytes,
     };
 
-    /// \param observer the process that looks, which is left out
+    /// \param observer the process to leave out: this one
     explicit TopModel(pid_t observer) : m_observer(observer) {}
 
-    /// Takes what the server has told.
+    /// Takes a response of the server.
     /// \param time on the monotonic clock
     void update(std::vector<ChannelStatus> channels, std::vector<ClientStatus> clients, Nanoseconds time);
 
-    /// Notes the last payload of a channel; its class is found once.
+    /// Sets the latest payload of a channel. The first one determines the class.
     void setValue(const std::string& channel, const std::string& payload);
 
     std::vector<ChannelRow> channels(Order order) const;
@@ -50,19 +50,19 @@ public:
 
     double rate() const;
     double bytesPerSecond() const;
-    /// \return true when there have been two looks, so that rates are known
-    bool hasRates() const { return m_looks > 1; }
+    /// \return whether there were two updates, so that rates are known
+    bool hasRates() const { return m_updates > 1; }
 
 private:
     const pid_t m_observer;
     std::map<std::string, ChannelRow> m_channels;
     std::vector<ClientRow> m_clients;
     Nanoseconds m_time = 0;
-    int m_looks = 0;
+    int m_updates = 0;
 };
 
-/// \return the name of the class whose records look like a payload, or an empty text: the class named like
-///         the channel if there is one, else the only one that has just these keys
+/// \return the record class of a channel, or an empty text: the class with the channel's name, or else the only class
+///         with exactly the payload's keys
 std::string guessClass(const std::string& channel, const std::string& payload);
 
 } // namespace TelvaneTool

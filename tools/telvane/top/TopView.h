@@ -13,8 +13,7 @@ struct TopViewSettings
     bool colour = false;
 };
 
-/// \param moment now, since the Unix epoch
-/// \return lines
+/// \param moment the current time, since the Unix epoch
 std::string printTop(const TopModel& model, const TopViewSettings& settings, Nanoseconds moment);
 
 /// \return one line of JSON
