@@ -1,5 +1,5 @@
 #!/usr/bin/env bats
-# Measuring between processes.
+# Measurements between processes.
 
 load common
 
@@ -10,7 +10,7 @@ load common
     [ "$(ls)" = "" ]
 }
 
-@test "bench measures on the bus that is there, and prints JSON" {
+@test "bench measures on a running server and prints JSON" {
     start_server
     "$TELVANE" bench "$bus" --duration 0.2 --rate 100 --size 1000 --json >result
     [ "$(jq -c '[.publishers, .subscribers, .size, .published > 0, .received == .published, .lost]' result)" = \
@@ -19,13 +19,13 @@ load common
     [ "$(grep -c " connected$" server.err)" -ge 2 ]
 }
 
-@test "bench says once when there is no server" {
+@test "bench reports once that there is no server" {
     run "$TELVANE" bench "$bus" --subscribers 3
     [ "$status" -eq 3 ]
     [ "$output" = "telvane bench: cannot connect to $bus: no such socket; start a server with: telvane serve $bus" ]
 }
 
-@test "bench ends when the server dies, and says so once" {
+@test "bench exits when the server dies, and reports it once" {
     start_server
     start bench "$TELVANE" bench "$bus" --duration 10m --publishers 2 --subscribers 2 --rate 10
     bench=$started
@@ -39,14 +39,14 @@ load common
     [ "$(cat bench.err)" = "telvane bench: the server at $bus has gone away" ]
 }
 
-@test "bench says how many clients the server lets in" {
+@test "bench reports how many clients the server accepted" {
     start_server --max-clients 2
     run "$TELVANE" bench "$bus" --subscribers 3
     [ "$status" -eq 3 ]
     [ "$output" = "telvane bench: only 2 clients could connect to $bus" ]
 }
 
-@test "bench takes its processes along when it is interrupted" {
+@test "bench ends its processes when it is interrupted" {
     start_server
     start bench "$TELVANE" bench "$bus" --duration 10m --publishers 2 --subscribers 2
     bench=$started
@@ -62,19 +62,19 @@ load common
     done
 }
 
-@test "bench shows how far it is on a terminal" {
+@test "bench shows its progress on a terminal" {
     start terminal script -qec "'$TELVANE' bench --self --duration 0.5 --rate 100" page
     finish "$started"
     [ "$status" -eq 0 ]
     grep -q '\[#*-*\] [0-9]* %.*published' page
 }
 
-@test "bench tells when its result cannot be written" {
+@test "bench reports that its result cannot be written" {
     run bash -c '"$0" bench --self --duration 0.01 --rate 100 >/dev/full' "$TELVANE"
     [ "$status" -eq 5 ]
 }
 
-@test "bench refuses options that make no sense" {
+@test "bench refuses invalid options" {
     for arguments in "" "$bus --self" "--self --size 1" "--self --size 20000" "--self --publishers 0" \
         "--self --publishers 100" "--self --rate -1" "--self --duration long"; do
         # shellcheck disable=SC2086

@@ -14,7 +14,7 @@ load common
     grep -Eq '"time":"20[0-9]{2}-[01][0-9]-[0-3][0-9]T[0-2][0-9]:[0-5][0-9]:[0-6][0-9]\.[0-9]{6}Z"' listener.out
 }
 
-@test "listen prints payloads as they come when no class is named like the channel" {
+@test "listen prints payloads as received if no class has the channel's name" {
     start_server
     start_listener Anything --count 1
     "$TELVANE" publish "$bus" Anything '{"b":[1,null],"a":{"c":"d"}}'
@@ -22,7 +22,7 @@ load common
     [ "$(jq -c .payload listener.out)" = '{"b":[1,null],"a":{"c":"d"}}' ]
 }
 
-@test "listen decodes as the class it is told" {
+@test "listen decodes payloads as the class of --as" {
     start_server
     start_listener Anything --as UnitValuePair --count 1
     "$TELVANE" publish "$bus" Anything '{"VALUE":5.9,"unit":"A","more":1}'
@@ -30,7 +30,7 @@ load common
     [ "$(jq -c .payload listener.out)" = '{"Unit":"A","Value":5}' ]
 }
 
-@test "listen says what it could not decode and why, and goes on" {
+@test "listen reports undecodable records with the reason, and continues" {
     start_server
     start_listener LogData --count 1
     printf '{"log":5}\n{"log":"good"}\n' | "$TELVANE" publish "$bus" LogData -
@@ -50,7 +50,7 @@ load common
     [ "$(jq -r .channel listener.out | tr '\n' ' ')" = "Two One " ]
 }
 
-@test "listen prints over several lines when asked to be pretty" {
+@test "listen --pretty prints indented JSON" {
     start_server
     start_listener LogData --pretty --count 1
     "$TELVANE" publish "$bus" LogData '{"log":"x"}'
@@ -59,7 +59,7 @@ load common
     [ "$(jq -r .payload.log listener.out)" = x ]
 }
 
-@test "listen without a count ends well at its timeout" {
+@test "listen without --count succeeds at its time-out" {
     start_server
     run "$TELVANE" listen "$bus" LogData --timeout 0.05
     [ "$status" -eq 0 ]
@@ -74,14 +74,14 @@ load common
     done
 }
 
-@test "listen with a count says how many were missing at its timeout" {
+@test "listen with --count reports the number of missing records at its time-out" {
     start_server
     run "$TELVANE" listen "$bus" LogData --count 3 --timeout 0.05
     [ "$status" -eq 1 ]
     [ "$output" = "telvane listen: only 0 of 3 records arrived in time" ]
 }
 
-@test "listen refuses names that no channel can have" {
+@test "listen refuses invalid channel names" {
     run "$TELVANE" listen "$bus" Channel1
     [ "$status" -eq 2 ]
     [[ $output == *'"Channel1" is not a channel name'* ]]
@@ -95,7 +95,7 @@ load common
     [ "$(jq -r .payload.log listener.out | tr '\n' ' ')" = "1 2 3 " ]
 }
 
-@test "publish stops at the first line that is wrong and names it" {
+@test "publish stops at the first invalid line and reports its number" {
     start_server
     start_listener LogData --count 1
     run "$TELVANE" publish "$bus" LogData - --as LogData <<<$'{"log":"1"}\n{"log":2}\n{"log":"3"}'
@@ -105,7 +105,7 @@ load common
     [ "$(jq -r .payload.log listener.out)" = 1 ]
 }
 
-@test "publish checks a record before it looks for the server" {
+@test "publish checks a record before it connects" {
     run "$TELVANE" publish "$bus" LogData '{"lag":"x"}' --as LogData
     [ "$status" -eq 4 ]
     [ "$output" = "telvane publish: log: missing; expected a string" ]
@@ -121,7 +121,7 @@ load common
         '[7,210.5,"left",0]' ]
 }
 
-@test "publish refuses a record too large to arrive, with its size and the limit" {
+@test "publish refuses a record that is too large, with its size and the limit" {
     start_server
     start_listener LogData --count 1
     # The envelope around the text takes 54 bytes.
@@ -134,13 +134,13 @@ load common
     [ "$(jq -r '.payload.log | length' listener.out)" -eq $((16363 - 54)) ]
 }
 
-@test "publish knows no class that there is not" {
+@test "publish refuses an unknown class" {
     run "$TELVANE" publish "$bus" LogData '{}' --as logdata
     [ "$status" -eq 2 ]
     [ "$output" = 'telvane publish: --as: unknown record class "logdata"; did you mean LogData? (see telvane publish --help)' ]
 }
 
-@test "request prints the answer of reply" {
+@test "request prints the response of reply" {
     start_server
     start reply "$TELVANE" reply "$bus" UnitValuePair --as UnitValuePair --set Unit=A --set Value=5 --count 2 --verbose
     reply=$started
@@ -155,7 +155,7 @@ load common
     [ "$status" -eq 0 ]
 }
 
-@test "request says what is wrong with an answer" {
+@test "request reports an undecodable response" {
     start_server
     start reply "$TELVANE" reply "$bus" Status '{"ttl":"soon"}' --count 1 --verbose
     await reply.err ": listening$"
@@ -164,14 +164,14 @@ load common
     [ "$output" = 'telvane request: cannot decode the response on "Status": ttl: expected an integer, got a string' ]
 }
 
-@test "request gives up when nobody answers" {
+@test "request times out without a response" {
     start_server
     run "$TELVANE" request "$bus" LogData --timeout 0.05
     [ "$status" -eq 1 ]
     [ "$output" = 'telvane request: no response on "LogData" in time; check that a client responds to req_LogData' ]
 }
 
-@test "reply reads its answer from standard input" {
+@test "reply reads its response from standard input" {
     start_server
     printf '{"log":\n"from afar"}' >answer
     start reply bash -c '"$0" reply "$1" LogData - --as LogData --count 1 --verbose <answer' "$TELVANE" "$bus"
@@ -180,13 +180,13 @@ load common
     [ "$output" = '{"log":"from afar"}' ]
 }
 
-@test "an unknown command is named" {
+@test "an unknown command is reported" {
     run "$TELVANE" lissen
     [ "$status" -eq 2 ]
     [ "$output" = 'telvane: unknown command "lissen"; see telvane --help' ]
 }
 
-@test "the help tells the exit codes" {
+@test "the help lists the exit codes" {
     run "$TELVANE" --help
     [ "$status" -eq 0 ]
     [[ $output == *"Exit codes:"* ]]

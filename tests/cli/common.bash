@@ -1,22 +1,22 @@
 # shellcheck shell=bash disable=SC2034 # the tests use what is set here
-# What the tests of the tool share: a directory and a bus of their own, processes that are all gone at the end.
+# Helpers of the tool's tests: each test has its own directory and bus, and its processes are ended after it.
 
 setup() {
     directory=$(mktemp -d)
     bus=$directory/bus
     cd "$directory" || return
     processes=()
-    # Those who run the tests may have a terminal of any kind, and any taste.
+    # Do not depend on the terminal and settings of the user.
     export TERM=xterm
     unset NO_COLOR
-    # Where a call hangs, as Subscribe() does when the server has left, the tool ends without waiting for its threads.
+    # If a call blocks, as Subscribe() does after the server died, the tool exits without joining its threads.
     export TSAN_OPTIONS=${TSAN_OPTIONS:-}:report_thread_leaks=0
 }
 
 teardown() {
     local process
     for process in "${processes[@]}"; do
-        # Only one that stands still: a leak sanitizer at work stops its process in a way that SIGCONT undoes.
+        # Only suspended processes: the leak sanitizer stops its process in a way that SIGCONT would undo.
         if grep -q '^State:.T' "/proc/$process/status" 2>/dev/null; then
             kill -CONT "$process" 2>/dev/null || true
         fi
@@ -27,12 +27,12 @@ teardown() {
     rm -rf "$directory"
 }
 
-# start <name> <command...>: runs it in the background, with its output in <name>.out and <name>.err and its
-# process in $started. Descriptor 3 belongs to bats, which would wait for it.
+# start <name> <command...>: runs a command in the background, with its output in <name>.out and <name>.err and its
+# process ID in $started. Closes descriptor 3, for which bats would wait.
 start() {
     local name=$1
     shift
-    rm -f "$name.out" "$name.err" # nobody is to read what an earlier one has left
+    rm -f "$name.out" "$name.err" # output of an earlier command
     env --default-signal=INT "$@" >"$name.out" 2>"$name.err" </dev/null 3>&- &
     started=$!
     processes+=("$started")
@@ -52,7 +52,7 @@ await() {
     done
 }
 
-# finish <process>: waits for it and puts its exit code into $status.
+# finish <process>: waits for a process and sets $status to its exit code.
 finish() {
     status=0
     wait "$1" || status=$?
@@ -64,8 +64,8 @@ start_server() {
     await server.err "serving"
 }
 
-# start_listener <channel> [option...]: returns when it misses nothing any more. That the server has seen its
-# subscription is too early: the client takes records only when it has the server's answer.
+# start_listener <channel> [option...]: returns when the listener misses no more records. The server's log would be too
+# early: the client takes records only after it has received the server's response.
 start_listener() {
     start listener "$TELVANE" listen "$bus" --verbose "$@"
     listener=$started

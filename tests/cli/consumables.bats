@@ -1,5 +1,5 @@
 #!/usr/bin/env bats
-# The consumables' names, the computations on wires, and names beside the codes of records.
+# Names of consumables, computations on wires, and the names of codes in records.
 
 load common
 
@@ -15,7 +15,7 @@ load common
     [ "${lines[29]}" = "255  unknown" ]
 }
 
-@test "consumables names a code, in or out of the table" {
+@test "consumables prints the name of a code, also of an unknown one" {
     [ "$("$TELVANE" consumables wire-type 10)" = LoadbancCC ]
     [ "$("$TELVANE" consumables alloy 0)" = UNKNOWN ]
     [ "$("$TELVANE" consumables alloy 255)" = unknown ]
@@ -27,7 +27,7 @@ load common
     [[ $output == *'unknown table "flux"'* ]]
 }
 
-@test "wire tells diameter, nearest size and weight, in both systems of units" {
+@test "wire prints diameter, nearest size and weight, in both systems of units" {
     run "$TELVANE" wire --size 4 --alloy STL_E70
     [ "$status" -eq 0 ]
     [ "${lines[0]}" = "diameter      0.045 in  (1.143 mm)" ]
@@ -40,7 +40,7 @@ load common
     [ "${lines[1]}" = "nearest size  255  unknown" ]
 }
 
-@test "wire wants one wire, and one that there is" {
+@test "wire requires exactly one valid wire" {
     run "$TELVANE" wire
     [ "$status" -eq 2 ]
     run "$TELVANE" wire --size 4 --diameter 0.045
@@ -52,7 +52,7 @@ load common
     [ "$status" -eq 2 ]
 }
 
-@test "listen --names puts names beside the codes, in nested records too" {
+@test "listen --names adds the names of codes, also in nested records" {
     start_server
     start_listener WeldTriggerStart --names --count 1
     "$TELVANE" publish "$bus" WeldTriggerStart --as WeldTriggerStart --set wireType=3 --set gas=255
@@ -62,7 +62,7 @@ load common
     [ "$(jq -r '.payload | keys_unsorted | index("wireTypeName") - index("wireType")' listener.out)" -eq 1 ]
 }
 
-@test "listen --names leaves alone what is no code" {
+@test "listen --names ignores fields that are not codes" {
     start_server
     start_listener WeldTraceData --names --count 1
     "$TELVANE" publish "$bus" WeldTraceData --as WeldTraceData

@@ -20,7 +20,7 @@ demo=$BATS_TEST_DIRNAME/../../scripts/demo
     [[ $output == *"published 4, received 4, lost 0"* ]]
 }
 
-@test "demo hands on what weld has to say" {
+@test "demo passes the errors of weld on" {
     run "$demo" missing.csv --amps amps --volts volts --period-us 1000
     [ "$status" -eq 4 ]
     [[ $output == *"cannot open"*"missing.csv: No such file or directory"* ]]
@@ -28,7 +28,7 @@ demo=$BATS_TEST_DIRNAME/../../scripts/demo
     [ "$status" -eq 2 ]
 }
 
-@test "demo ends its weld and everything else when it is interrupted" {
+@test "demo ends its weld and all processes when it is interrupted" {
     mkdir temporary
     # As from a terminal, the signal goes to all processes of the group.
     TMPDIR=$directory/temporary start demo setsid "$demo" --duration 600
@@ -44,7 +44,7 @@ demo=$BATS_TEST_DIRNAME/../../scripts/demo
     [ -z "$output" ]
 }
 
-@test "demo ends quickly when it is told to, though its weld would go on" {
+@test "demo exits quickly on SIGTERM during a weld" {
     mkdir temporary
     TMPDIR=$directory/temporary start demo "$demo" --duration 600
     demo_process=$started

@@ -1,11 +1,11 @@
 #!/usr/bin/env bats
-# Nothing hangs: a server that is away, goes away or does not answer, a reader that has left, an interrupted user.
+# No command hangs: without a server, with a dead or suspended server, with a closed reader, after a signal.
 
 load common
 
 lost="the server at"
 
-@test "every command says so when there is no server" {
+@test "every command reports that there is no server" {
     for command in "listen $bus LogData" "publish $bus LogData {}" "request $bus LogData" \
         "reply $bus LogData {}" "weld $bus" "monitor $bus"; do
         # shellcheck disable=SC2086
@@ -15,7 +15,7 @@ lost="the server at"
     done
 }
 
-@test "a socket that nobody serves is told from one that is not there" {
+@test "a stale socket is distinguished from a missing one" {
     start_server
     kill -KILL "$server"
     finish "$server"
@@ -30,7 +30,7 @@ lost="the server at"
     [[ $output == *"it must have 1 to 107 characters"* ]]
 }
 
-@test "a command waits for its server when asked to" {
+@test "a command with --wait waits for its server" {
     start listener "$TELVANE" listen "$bus" LogData --count 1 --wait 60 --verbose
     listener=$started
     start_server
@@ -40,7 +40,7 @@ lost="the server at"
     [ "$status" -eq 0 ]
 }
 
-@test "listen, request, reply and monitor end when the server dies" {
+@test "listen, request, reply and monitor exit when the server dies" {
     start_server
     start listener "$TELVANE" listen "$bus" LogData
     listener=$started
@@ -62,7 +62,7 @@ lost="the server at"
     done
 }
 
-@test "publish ends when the server dies, though it has more to send" {
+@test "publish exits when the server dies, although it has more input" {
     start_server
     start_listener LogData
     mkfifo lines
@@ -84,7 +84,7 @@ lost="the server at"
     grep -q "$lost $bus has gone away" publish.err
 }
 
-@test "publish ends when the server dies, though nothing comes to be sent" {
+@test "publish exits when the server dies, although no input arrives" {
     start_server
     mkfifo lines
     exec 4<>lines
@@ -122,7 +122,7 @@ lost="the server at"
     exec 4<&-
 }
 
-@test "weld ends when the server dies" {
+@test "weld exits when the server dies" {
     start_server
     start_listener WeldTraceData
     start weld "$TELVANE" weld "$bus" --duration 600
@@ -134,7 +134,7 @@ lost="the server at"
     grep -q "$lost $bus has gone away" weld.err
 }
 
-@test "a server that does not answer is given up" {
+@test "commands time out if the server does not respond" {
     start_server
     kill -STOP "$server"
     run "$TELVANE" listen "$bus" LogData
@@ -160,7 +160,7 @@ lost="the server at"
     [ "$status" -eq 130 ]
 }
 
-@test "listen ends well when interrupted, since that is how it ends" {
+@test "listen succeeds when interrupted, its usual end" {
     start_server
     start_listener LogData
     kill -INT "$listener"
@@ -172,7 +172,7 @@ lost="the server at"
     [ "$status" -eq 0 ]
 }
 
-@test "listen tells by its code that it was interrupted before it had its count" {
+@test "listen with --count fails when interrupted" {
     start_server
     start_listener LogData --count 5
     kill -INT "$listener"
@@ -196,7 +196,7 @@ lost="the server at"
     [ "$status" -eq 0 ]
 }
 
-@test "listen ends without a word when its reader has left" {
+@test "listen exits without a message when its reader closes the pipe" {
     start_server
     mkfifo records
     start cat cat records

@@ -1,10 +1,11 @@
 #!/usr/bin/env bats
-# The programs that the documents quote do what the documents say.
+# The example programs of the documents.
 # shellcheck disable=SC2153 # the harness sets EXAMPLES
 
 load common
 
-# What subscribes tells nobody; that the server has seen it is what there is to wait for.
+# await_subscriptions <channel> <number>: waits for the log of the server, because the programs print nothing when they
+# have subscribed.
 await_subscriptions() {
     local tries=0
     until [ "$(grep -c "requested to subscribe to $1" server.err)" -ge "$2" ]; do
@@ -14,7 +15,7 @@ await_subscriptions() {
     done
 }
 
-@test "first_weld tells of each weld" {
+@test "first_weld prints each weld" {
     start_server
     start first "$EXAMPLES/first_weld" "$bus"
     await_subscriptions WeldTriggerEnd 1
@@ -23,7 +24,7 @@ await_subscriptions() {
     grep -q "^weld 1: 1.5 s, [0-9.]* V$" first.out
 }
 
-@test "weld_monitor tells of each weld and raises an alarm on the bus" {
+@test "weld_monitor prints each weld and publishes an alarm" {
     start_server
     start_listener WeldAlarm --count 1
     start monitor "$EXAMPLES/weld_monitor" "$bus" 30 40
@@ -39,7 +40,7 @@ await_subscriptions() {
     grep -qx "the server has gone" monitor.err
 }
 
-@test "weld_monitor is silent about an arc within its limits" {
+@test "weld_monitor raises no alarm for an arc within its limits" {
     start_server
     start monitor "$EXAMPLES/weld_monitor" "$bus" 0 100
     await_subscriptions WeldTriggerEnd 1

@@ -1,5 +1,5 @@
 #!/usr/bin/env bats
-# The tool on a server that is not ours.
+# The tool with another implementation of the server.
 
 load common
 

@@ -1,13 +1,13 @@
 #!/usr/bin/env bats
-# Whom a server refuses, and what it tells of how it fares.
+# Access control and metrics of a server.
 
 load common
 
 me=$(id -u)
 mine=$(id -g)
-others=4294967290 # nobody has this number
+others=4294967290 # no such user
 
-@test "serve refuses one client more than it is told and says so" {
+@test "serve refuses and reports clients beyond --max-clients" {
     start_server --max-clients 1
     start_listener LogData
     run "$TELVANE" publish "$bus" LogData '{"log":"x"}'
@@ -19,7 +19,7 @@ others=4294967290 # nobody has this number
     [ "$(grep -c refused server.err)" -eq 1 ]
 }
 
-@test "serve refuses subscriptions beyond the number for a client" {
+@test "serve refuses subscriptions beyond --max-subscriptions" {
     start_server --max-subscriptions 2
     run "$TELVANE" listen "$bus" One Two Three
     [ "$status" -eq 3 ]
@@ -27,7 +27,7 @@ others=4294967290 # nobody has this number
     start_listener Three Four
 }
 
-@test "serve refuses new channels beyond their number" {
+@test "serve refuses new channels beyond --max-channels" {
     start_server --max-channels 2
     start_listener One Two
     run "$TELVANE" listen "$bus" Three
@@ -36,7 +36,7 @@ others=4294967290 # nobody has this number
     start_listener Two
 }
 
-@test "serve lets the users in that it is told, by name and by number" {
+@test "serve accepts the users of --allow-user, by name and by number" {
     start_server --allow-user "$others" --allow-user "$(id -un)"
     start_listener LogData
     kill "$server"
@@ -45,7 +45,7 @@ others=4294967290 # nobody has this number
     start_listener LogData
 }
 
-@test "serve lets the members of groups in that it is told, by name and by number" {
+@test "serve accepts the members of --allow-group, by name and by number" {
     start_server --allow-group "$(id -gn)"
     start_listener LogData
     kill "$server"
@@ -55,14 +55,14 @@ others=4294967290 # nobody has this number
     [ "$(grep -c refused server.err)" -eq 0 ]
 }
 
-@test "serve keeps all others out, the listener learns it, and the server says whom" {
+@test "serve refuses all other users, and both sides report it" {
     start_server --allow-user "$others" --allow-group "$others"
     run "$TELVANE" listen "$bus" LogData
     [ "$status" -eq 3 ]
     await server.err "refused client [0-9]* (process [0-9]*, user $me, group $mine): neither its user nor one of its groups is allowed"
 }
 
-@test "serve wants users and groups that there are, and numbers" {
+@test "serve refuses unknown users and groups, and invalid numbers" {
     for option in "--allow-user 'no such'" "--allow-group 'no such'" "--max-clients 0" "--max-channels many"; do
         run eval "$TELVANE serve $bus $option"
         [ "$status" -eq 2 ]
@@ -95,14 +95,14 @@ value() {
     sed -n "s/^$1 //p" metrics
 }
 
-@test "cat on the metrics pipe gives a page" {
+@test "cat on the metrics pipe prints a page" {
     start_server --no-status --metrics-pipe "$directory/pipe"
     cat pipe >metrics
     [ "$(head -n 1 metrics)" = "# TYPE telvane_packets_received counter" ]
     [ "$(tail -n 1 metrics)" = "# EOF" ]
 }
 
-@test "the metrics pipe gives a page of OpenMetrics text each time" {
+@test "each read of the metrics pipe prints a page of OpenMetrics text" {
     start_server --no-status --metrics-pipe "$directory/pipe"
     start_listener LogData --count 2
     scrape
@@ -123,7 +123,7 @@ value() {
     [ "$(grep -c '^# TYPE' metrics)" -eq "$(grep -c '^# HELP' metrics)" ]
 }
 
-@test "the metrics tell who missed what on which channel and why" {
+@test "the metrics show which client missed messages on which channel, and why" {
     start_server --no-status --metrics-pipe "$directory/pipe" --subscriber-buffer 4096
     start_listener LogData
     kill -STOP "$listener"
@@ -151,7 +151,7 @@ value() {
     [ "$(value telvane_channels)" -eq 1 ]
 }
 
-@test "the metrics pipe goes with its server and comes back after one that was killed" {
+@test "the metrics pipe is removed with its server, and reused after a kill" {
     start_server --no-status --metrics-pipe "$directory/pipe"
     kill -KILL "$server"
     finish "$server"
@@ -166,7 +166,7 @@ value() {
     [ ! -s server.out ]
 }
 
-@test "a reader of the metrics that leaves early or reads nothing holds up nobody" {
+@test "a slow or vanishing reader of the metrics does not delay the server" {
     start_server --no-status --metrics-pipe "$directory/pipe"
     head -c 1 pipe >metrics
     exec 7<pipe
@@ -180,7 +180,7 @@ value() {
     exec 7<&-
 }
 
-@test "serve leaves what is no pipe alone" {
+@test "serve does not replace a file with the metrics pipe" {
     echo precious >pipe
     run "$TELVANE" serve "$bus" --metrics-pipe "$directory/pipe"
     [ "$status" -eq 2 ]
@@ -189,13 +189,13 @@ value() {
     [ ! -e "$bus" ]
 }
 
-@test "serve says why it cannot make the metrics pipe" {
+@test "serve reports why it cannot create the metrics pipe" {
     run "$TELVANE" serve "$bus" --metrics-pipe "$directory/missing/pipe"
     [ "$status" -eq 5 ]
     [[ $output == *"cannot create the pipe $directory/missing/pipe: No such file or directory" ]]
 }
 
-@test "listen says at its end that it has missed nothing when that is certain" {
+@test "listen reports at its end that it missed nothing, if that is certain" {
     start_server
     start_listener LogData --count 3
     for n in 1 2 3; do
@@ -205,7 +205,7 @@ value() {
     await listener.err "nothing was missed: the sequence numbers 3 to 5 have no gap"
 }
 
-@test "listen says at its end how many records it may have missed" {
+@test "listen reports at its end how many records it may have missed" {
     start_server
     start other "$TELVANE" listen "$bus" Other --verbose
     await other.err ": listening$"
@@ -219,7 +219,7 @@ value() {
     await listener.err "at most 1 records were missed: so many of the sequence numbers 4 to 6 are missing"
 }
 
-@test "listen says at its end how many records it could not read" {
+@test "listen reports at its end how many records it could not read" {
     start_server
     start_listener LogData --count 1
     "$TELVANE" publish "$bus" LogData '{"log":5}'
@@ -229,7 +229,7 @@ value() {
     await listener.err "records that could not be decoded: 1"
 }
 
-@test "a listener that stood still knows what it missed" {
+@test "a suspended listener reports what it missed" {
     start_server --subscriber-buffer 4096 --metrics-pipe "$directory/pipe"
     start_listener LogData
     kill -STOP "$listener"

@@ -1,5 +1,5 @@
 #!/usr/bin/env bats
-# What the tool says of itself: help, manual pages, completion.
+# Help, manual pages and completion.
 
 load common
 
@@ -17,7 +17,7 @@ commands() {
     done
 }
 
-@test "what the examples of the tables show is what they do" {
+@test "the examples of records, consumables and wire work" {
     for command in records consumables wire; do
         "$TELVANE" $command --help | sed -n "s/^  telvane /telvane /p" >examples
         [ -s examples ]
@@ -28,7 +28,7 @@ commands() {
     done
 }
 
-@test "what the tables show is there as JSON, too" {
+@test "tables are also available as JSON" {
     [ "$("$TELVANE" consumables --json | jq -c 'keys')" = '["alloy","gas","process","wire-size","wire-type"]' ]
     [ "$("$TELVANE" consumables gas 2 --json)" = '{"code":2,"name":"AR75_CO225"}' ]
     [ "$("$TELVANE" consumables gas --json | jq -r '.[2].name')" = AR75_CO225 ]
@@ -38,7 +38,7 @@ commands() {
         $'{"key":"data","kind":"record","class":"WeldTraceDataPoint"}\n0' ]
 }
 
-@test "bash completes what the tool offers" {
+@test "bash completes commands, options and values" {
     offered() { # <word...>, of which the last is unfinished
         bash --norc -c '
             source "$0"
@@ -56,7 +56,7 @@ commands() {
     [ "$(offered lissen "")" = "" ]
 }
 
-@test "zsh completes what the tool offers" {
+@test "zsh completes commands, options and values" {
     offered() {
         zsh -f -c '
             _files() { print files }
@@ -71,7 +71,7 @@ commands() {
     [ "$(offered listen some)" = files ]
 }
 
-@test "the channels of the server that is named are completed" {
+@test "the channels of the given server are completed" {
     start_server
     start_listener ShopFloor
     [ "$("$TELVANE" complete -- listen "$bus" Sh)" = $'ShopFloor\tchannel' ]

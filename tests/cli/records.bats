@@ -21,7 +21,7 @@ classes=$(jq length "$BATS_TEST_DIRNAME/../golden/catalogue.json")
     [ "$(sed '1,/A default record:/d' <<<"$output" | jq -r .mCommandType)" -eq 3 ]
 }
 
-@test "records tells how many records a list begins with, and what stands in JSON as a string" {
+@test "records shows the initial size of lists, and classes that are strings in JSON" {
     run "$TELVANE" records PSMemorySlot
     [[ $output == *'mPrograms      up to 100 ProgramType  8 times {"PROC":0,"WT":0,"WS":0,"GT":0}'* ]]
     run "$TELVANE" records DateTime
@@ -38,7 +38,7 @@ classes=$(jq length "$BATS_TEST_DIRNAME/../golden/catalogue.json")
     [ "$(jq '."$defs" | length' <<<"$output")" -eq "$classes" ]
 }
 
-@test "records knows no class that there is not" {
+@test "records refuses an unknown class" {
     run "$TELVANE" records Nothing
     [ "$status" -eq 2 ]
     [ "$output" = 'telvane records: CLASS: unknown record class "Nothing"; telvane records lists all classes (see telvane records --help)' ]

@@ -3,7 +3,7 @@
 
 load common
 
-@test "serve ends well on SIGTERM and takes its socket away" {
+@test "serve exits on SIGTERM and removes its socket" {
     start_server
     [ -S "$bus" ]
     kill "$server"
@@ -12,7 +12,7 @@ load common
     [ ! -e "$bus" ]
 }
 
-@test "serve ends well on SIGINT, with clients connected" {
+@test "serve exits on SIGINT with clients connected" {
     start_server
     start_listener LogData
     kill -INT "$server"
@@ -22,17 +22,17 @@ load common
     [ "$status" -eq 3 ]
 }
 
-@test "serve lets nobody but its owner in unless told otherwise" {
+@test "serve allows only its owner by default" {
     start_server
     [ "$(stat -c %a "$bus")" = 600 ]
 }
 
-@test "serve gives its socket the permissions that it is told" {
+@test "serve sets the permissions of --mode" {
     start_server --mode 0660
     [ "$(stat -c %a "$bus")" = 660 ]
 }
 
-@test "serve says once when the kernel grants subscribers less than asked for" {
+@test "serve reports once that the kernel limits the send buffer" {
     wanted=$(($(cat /proc/sys/net/core/wmem_max) * 4))
     # The kernel lets those go beyond its limit who may administer the network.
     without_privilege=()
@@ -46,13 +46,13 @@ load common
     [ "$(grep -c "instead of $wanted; net.core.wmem_max limits it" server.err)" -eq 1 ]
 }
 
-@test "serve refuses permissions that are none" {
+@test "serve refuses invalid permissions" {
     run "$TELVANE" serve "$bus" --mode rw
     [ "$status" -eq 2 ]
     [[ $output == *"three octal digits"* ]]
 }
 
-@test "serve leaves a file that is no socket alone" {
+@test "serve does not replace a file that is not a socket" {
     echo precious >"$bus"
     run "$TELVANE" serve "$bus"
     [ "$status" -eq 2 ]
@@ -60,7 +60,7 @@ load common
     [ "$(cat "$bus")" = precious ]
 }
 
-@test "serve replaces a socket that nobody serves any more" {
+@test "serve replaces a stale socket" {
     start_server
     kill -KILL "$server"
     finish "$server"
@@ -69,14 +69,14 @@ load common
     "$TELVANE" publish "$bus" LogData '{"log":"x"}'
 }
 
-@test "serve says so when another server is there" {
+@test "serve reports that another server is running" {
     start_server
     run "$TELVANE" serve "$bus"
     [ "$status" -eq 3 ]
     [ "$output" = "telvane serve: cannot serve $bus: another server is running there" ]
 }
 
-@test "serve says why it cannot make its socket" {
+@test "serve reports why it cannot create its socket" {
     run "$TELVANE" serve "$directory/missing/bus"
     [ "$status" -eq 3 ]
     [[ $output == *"cannot serve $directory/missing/bus: No such file or directory"* ]]
@@ -88,7 +88,7 @@ load common
     [[ $output == *"it must have 1 to 107 characters"* ]]
 }
 
-@test "serve tells of connects, subscriptions and leavings when verbose" {
+@test "serve --verbose logs connections, subscriptions and disconnections" {
     start_server
     start_listener LogData --count 1
     "$TELVANE" publish "$bus" LogData '{"log":"x"}'
@@ -100,7 +100,7 @@ load common
     grep -q "stopped; 4 messages received, 1 relayed, 0 missed" server.err
 }
 
-@test "serve is quiet by itself" {
+@test "serve prints nothing by default" {
     start server "$TELVANE" serve "$bus"
     server=$started
     "$TELVANE" publish "$bus" LogData '{"log":"x"}' --wait 30

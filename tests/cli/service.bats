@@ -1,9 +1,9 @@
 #!/usr/bin/env bats
-# Serving on behalf of a service manager: sockets that it hands over, states that it wants to be told.
+# Serving under a service manager: inherited sockets and notifications.
 
 load common
 
-# listen_to_states <name>: tells in states.out what is told to a service manager there.
+# listen_to_states <name>: writes the notifications to a service manager at <name> to states.out.
 listen_to_states() {
     start states python3 -u -c '
 import socket, sys
@@ -16,7 +16,7 @@ while True:
     await states.out listening
 }
 
-@test "serve begins when the first client comes to a socket that is handed over" {
+@test "serve starts when the first client connects to an inherited socket" {
     start activation systemd-socket-activate --seqpacket --listen="$bus" "$TELVANE" serve --verbose
     server=$started
     await activation.err "Listening on"
@@ -35,7 +35,7 @@ while True:
     [ -S "$bus" ] # it belongs to who made it
 }
 
-@test "serve leaves its clients' connects to the next server on the same socket" {
+@test "pending connections are served by the next server on the same socket" {
     # A service manager in small: keeps the socket, starts servers on it one after the other.
     start manager python3 -u -c '
 import os, socket, sys
@@ -68,7 +68,7 @@ print(client.recv(16384).decode())
     [ "$(tail -n 1 manager.out)" = '{"header":".subscribe","success":true,"channel":"C"}' ]
 }
 
-@test "serve tells its service manager when it is ready and when it stops" {
+@test "serve notifies its service manager when it is ready and when it stops" {
     listen_to_states "$directory/notify"
     start server env NOTIFY_SOCKET="$directory/notify" "$TELVANE" serve "$bus"
     server=$started
@@ -81,20 +81,20 @@ print(client.recv(16384).decode())
     await states.out "^STOPPING=1$"
 }
 
-@test "serve finds a service manager outside the file system, too" {
+@test "serve notifies a service manager on an abstract socket" {
     name=telvane-test-$$-$RANDOM
     listen_to_states "@$name"
     start server env NOTIFY_SOCKET="@$name" "$TELVANE" serve "$bus"
     await states.out "^READY=1$"
 }
 
-@test "serve works where its service manager does not listen" {
+@test "serve works if its service manager does not listen" {
     start server env NOTIFY_SOCKET="$directory/nobody" "$TELVANE" serve "$bus" --verbose
     await server.err "serving"
     "$TELVANE" publish "$bus" LogData '{"log":"x"}'
 }
 
-@test "serve refuses a socket that is none of the bus" {
+@test "serve refuses an inherited socket of another type" {
     start activation systemd-socket-activate --listen="$directory/stream" "$TELVANE" serve
     await activation.err "Listening on"
     python3 -c 'import socket, sys; socket.socket(socket.AF_UNIX).connect(sys.argv[1])' "$directory/stream"
@@ -103,7 +103,7 @@ print(client.recv(16384).decode())
     grep -q "telvane serve: the inherited socket is not a listening SOCK_SEQPACKET socket" activation.err
 }
 
-@test "serve refuses to choose between a socket that is handed over and PATH" {
+@test "serve refuses PATH with an inherited socket" {
     # shellcheck disable=SC2016 # the inner shell expands its own variables
     run env LISTEN_FDS=1 sh -c 'LISTEN_PID=$$ exec "$0" serve "$1"' "$TELVANE" "$bus"
     [ "$status" -eq 2 ]
@@ -111,14 +111,14 @@ print(client.recv(16384).decode())
     [ ! -e "$bus" ]
 }
 
-@test "serve refuses several sockets" {
+@test "serve refuses several inherited sockets" {
     # shellcheck disable=SC2016
     run env LISTEN_FDS=2 sh -c 'LISTEN_PID=$$ exec "$0" serve' "$TELVANE"
     [ "$status" -eq 2 ]
     [ "$output" = "telvane serve: 2 sockets were inherited; a bus has one" ]
 }
 
-@test "serve takes no notice of what was handed over to another process" {
+@test "serve ignores sockets passed to another process" {
     run env LISTEN_FDS=1 LISTEN_PID=1 "$TELVANE" serve
     [ "$status" -eq 2 ]
     [[ $output == "telvane serve: PATH is required unless a service manager passes a socket"* ]]

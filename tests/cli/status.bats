@@ -1,9 +1,9 @@
 #!/usr/bin/env bats
-# What a server tells of itself, and listening to what one does not know yet.
+# The status of a server, and listening to channels by pattern.
 
 load common
 
-@test "a server tells of its channels and clients to whoever asks" {
+@test "a server responds to requests for its channels and clients" {
     start_server
     start_listener LogData
     "$TELVANE" publish "$bus" LogData '{"log":"x"}'
@@ -21,7 +21,7 @@ load common
         "[$(id -u),[{\"channel\":\"LogData\",\"relayed\":1,\"missed\":0}]]" ]
 }
 
-@test "a server does not tell when it is told not to" {
+@test "a server with --no-status does not respond" {
     start_server --no-status
     run "$TELVANE" request "$bus" TelvaneChannels --timeout 0.1
     [ "$status" -eq 1 ]
@@ -29,7 +29,7 @@ load common
     [ "$(grep -c " connected$" server.err)" -eq 1 ]
 }
 
-@test "listen --all follows every channel, and those that appear" {
+@test "listen --all listens on all channels, including new ones" {
     start_server
     start other "$TELVANE" listen "$bus" One
     await server.err "subscribe to One"
@@ -49,7 +49,7 @@ load common
     [ "$(jq -r .channel listener.out | xargs)" = "One Two" ]
 }
 
-@test "listen follows the channels that are like a pattern" {
+@test "listen listens on the channels that match a pattern" {
     start_server
     start other "$TELVANE" listen "$bus" PSOne PSTwo LogData --verbose
     await other.err ": listening$"
@@ -67,14 +67,14 @@ load common
     done
 }
 
-@test "listen --all says so when the server does not report its channels" {
+@test "listen --all reports that the server does not list its channels" {
     start_server --no-status
     run "$TELVANE" listen "$bus" --all
     [ "$status" -eq 3 ]
     [[ $output == "telvane listen: the server does not report its channels"* ]]
 }
 
-@test "listen --all can be interrupted, and ends when the server dies" {
+@test "listen --all can be interrupted, and exits when the server dies" {
     start_server
     start_listener --all --wait 60
     kill -INT "$listener"
@@ -87,13 +87,13 @@ load common
     grep -q "the server at $bus has gone away" listener.err
 }
 
-@test "listen needs a channel or all of them" {
+@test "listen requires a channel or --all" {
     run "$TELVANE" listen "$bus"
     [ "$status" -eq 2 ]
     [ "$output" = "telvane listen: CHANNEL is required; --all listens on every channel" ]
 }
 
-@test "listen prints only what the conditions say, in the form that is asked for" {
+@test "listen prints only records that match, in the given format" {
     start_server
     start_listener Weld --count 2 --where 'n>1' --where 'log~x' -F '%c %{n}:%{log}'
     printf '{"n":%s,"log":"%s"}\n' 1 x 2 x 3 y 4 yx | "$TELVANE" publish "$bus" Weld -
@@ -102,7 +102,7 @@ load common
     [ "$(cat listener.out)" = $'Weld 2:x\nWeld 4:yx' ]
 }
 
-@test "listen tells the time between records" {
+@test "listen --delta prints the time between records" {
     start_server
     start_listener LogData --count 2 --delta
     printf '{"log":"%s"}\n' 1 2 | "$TELVANE" publish "$bus" LogData -
@@ -111,7 +111,7 @@ load common
     [ "$(head -1 listener.out | jq '.delta == 0')" = true ]
 }
 
-@test "conditions and formats that make no sense are refused" {
+@test "invalid conditions and formats are refused" {
     for option in "--where amps" "--where amps>much" "-F %q" "-F 50%" "-F x --pretty"; do
         # shellcheck disable=SC2086
         run "$TELVANE" listen "$bus" LogData $option
@@ -119,7 +119,7 @@ load common
     done
 }
 
-@test "record --all records what every channel brings" {
+@test "record --all records all channels" {
     start_server
     start other "$TELVANE" listen "$bus" One
     await server.err "subscribe to One"

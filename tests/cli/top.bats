@@ -1,5 +1,5 @@
 #!/usr/bin/env bats
-# The table of what is going on on a bus.
+# The table of channels and clients.
 
 load common
 
@@ -15,7 +15,7 @@ load common
     [[ $output != *$'\e'* ]]
 }
 
-@test "top prints JSON for programs, one line for each look" {
+@test "top prints JSON, one line per update" {
     start_server
     start_listener LogData
     start publisher bash -c 'while printf "{\"log\":\"x\"}\n"; do sleep 0.02; done | "$0" publish "$1" LogData -' "$TELVANE" "$bus"
@@ -28,7 +28,7 @@ load common
     [ "$(tail -1 <<<"$output" | jq -c "[.clients[] | select(.pid == $listener) | .subscriptions, .missed]")" = '[["LogData"],0]' ]
 }
 
-@test "top draws on a terminal, and leaves it as it was when interrupted" {
+@test "top draws on a terminal, and restores it when interrupted" {
     start_server
     start terminal script -qec "stty cols 100 rows 30; echo \$\$ >pid; exec '$TELVANE' top '$bus' --interval 0.1 --wait 60" page
     terminal=$started
@@ -41,7 +41,7 @@ load common
     grep -q $'\e\\[7m' page
 }
 
-@test "top is without colour for those who do not want it" {
+@test "top uses no colours with NO_COLOR" {
     start_server
     NO_COLOR=1 start terminal script -qec "echo \$\$ >pid; exec '$TELVANE' top '$bus' --interval 0.1 --wait 60" page
     terminal=$started
@@ -51,7 +51,7 @@ load common
     [ "$(grep -c $'\e\\[[0-9]*m' page)" -eq 0 ]
 }
 
-@test "top leaves the terminal as it was when the server dies or hangs" {
+@test "top restores the terminal when the server dies or hangs" {
     start_server
     start terminal script -qec "echo \$\$ >pid; exec '$TELVANE' top '$bus' --interval 0.1 --wait 60" page
     terminal=$started
@@ -71,7 +71,7 @@ load common
     grep -q $'\e\\[?25h\e\\[?1049l' page2
 }
 
-@test "top says so when there is no server, or one that does not tell" {
+@test "top reports a missing server, and one without status" {
     run "$TELVANE" top "$bus" --once
     [ "$status" -eq 3 ]
     [[ $output == "telvane top: cannot connect to $bus: no such socket"* ]]
@@ -81,7 +81,7 @@ load common
     [[ $output == "telvane top: the server does not report its channels"* ]]
 }
 
-@test "top ends without a word when its reader has left" {
+@test "top exits without a message when its reader closes the pipe" {
     start_server
     mkfifo tables
     start head head -n 1 tables
@@ -98,7 +98,7 @@ load common
     [ ! -s top.err ]
 }
 
-@test "top refuses options that make no sense" {
+@test "top refuses invalid options" {
     for option in "--sort size" "--interval soon" "--count 0" "--once --count 2"; do
         # shellcheck disable=SC2086
         run "$TELVANE" top "$bus" $option

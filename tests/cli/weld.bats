@@ -1,5 +1,5 @@
 #!/usr/bin/env bats
-# Playing the power source.
+# Simulating a power source.
 
 load common
 

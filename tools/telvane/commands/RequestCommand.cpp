@@ -121,8 +121,7 @@ void addRequestCommand(CommandLine& line)
         .check(&checkChannel);
     addClass(command, "--as", options->recordClass,
              "Decode the response as this class (default: the class with the channel's name; if there is "
-             "none, the "
-             "response is printed as received)");
+             "none, the response is printed as received)");
     command.option("--timeout", options->timeout, "Wait up to SECONDS for the response")
         .positive()
         .within(0.0, kMaxSeconds)

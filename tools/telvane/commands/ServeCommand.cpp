@@ -240,8 +240,7 @@ void addServeCommand(CommandLine& line)
     command
         .option("--subscriber-buffer", options->subscriberBuffer,
                 "Send buffer of each subscriber, in bytes. A larger buffer lets a slow subscriber fall "
-                "further behind "
-                "before it misses messages. 0 uses the kernel's default")
+                "further behind before it misses messages. 0 uses the kernel's default")
         .notNegative()
         .showDefault();
     addAccessOptions(command, options->access);

@@ -171,8 +171,7 @@ void addRecordingOptions(Command& command, Options& options)
         .typeName("COLUMN");
     add("--time", recording.time,
         "Column of the time: seconds, which may be scaled, as in t_ms*0.001, or clock times; DATE+TIME for "
-        "two "
-        "columns")
+        "two columns")
         .typeName("COLUMN");
     add("--period-us", options.source.periodMicroseconds, "Time between rows (µs), without --time")
         .within(1.0, 1e9)

@@ -64,8 +64,7 @@ void addAccessOptions(Command& command, AccessOptions& options)
     command
         .option("--allow-user", options.users,
                 "Allow only this user, by name or number, to connect; may be repeated and combined with "
-                "--allow-group. "
-                "All others are refused, including root and the server's own user")
+                "--allow-group. All others are refused, including root and the server's own user")
         .check([](const std::string& text) {
             return findUser(text) ? std::string() : "unknown user \"" + text + "\"";
         })
