@@ -6,14 +6,15 @@
 
 `telvane.aio.Bus` is the same for asyncio, `telvane.read` reads recordings.
 """
-from . import codes, errors, events, records
+from . import aio, codes, data, errors, events, records
 from ._record import Record, record
 from ._version import __version__
 from .bus import Bus, Listener, Subscription
 from .codes import *  # noqa: F401,F403
+from .data import read
 from .errors import *  # noqa: F401,F403
 from .events import *  # noqa: F401,F403
 from .records import *  # noqa: F401,F403
 
-__all__ = ["Bus", "Listener", "Record", "Subscription", "__version__", "record"]
+__all__ = ["Bus", "Listener", "Record", "Subscription", "__version__", "aio", "data", "read", "record"]
 __all__ += codes.__all__ + errors.__all__ + events.__all__ + records.__all__

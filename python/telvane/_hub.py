@@ -241,6 +241,8 @@ class Hub:
 
     def add(self, inbox: Inbox) -> Optional[bytes]:
         self.inboxes[inbox.channel] = (*self.inboxes.get(inbox.channel, ()), inbox)
+        if self.served.get(inbox.channel) is Served.REFUSED:
+            inbox.fail(SubscriptionRefused(inbox.channel))
         return self.acquire(inbox.channel)
 
     def remove(self, inbox: Inbox) -> Optional[bytes]:

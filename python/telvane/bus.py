@@ -21,7 +21,7 @@ from ._hub import ANSWER_TIMEOUT, DEFAULT_QUEUE, FIRST_PAUSE, LONGEST_PAUSE, Ask
     Served, channel_and_class
 from ._packets import MESSAGE_LIMIT, publication
 from ._record import Record
-from ._socket import Reader, checked_path, connect, reason_of, send, wait_for
+from ._socket import Gathering, Reader, checked_path, connect, reason_of, send, wait_for
 from .errors import BusClosed, BusError, NotConnected, RequestTimeout, SubscriptionRefused, WrongContext
 from .events import Counters, Delivery, Event, ListenerCounters, Reason, State, StateChange
 from .records import RequestType
@@ -39,12 +39,6 @@ ErrorHandler = Callable[[BaseException, Optional["Subscription"]], None]
 
 #: Seconds that the threads and callbacks of a bus have to end.
 _END_TIMEOUT = 5.0
-
-# Handing a record from one thread to another costs several times as much as reading it. So when records follow each
-# other closely, in seconds, the receiver lets some gather in the socket, for a time that leaves most of it free.
-_DENSE = 0.001
-_GATHERED = 8
-_LONGEST_GATHERING = 0.004
 
 
 class _Core:
@@ -122,18 +116,16 @@ class _Core:
                 return False
             stood, reason = True, Reason.LOST
             sock.setblocking(True)
-            interval, before = 1.0, time.monotonic()
+            gathering = Gathering()
             while True:
                 packets = reader.read(sock)
                 arrival = time.time()
                 with self.lock:
                     if not self._feed(packets, arrival):
                         return True
-                now = time.monotonic()
-                interval += ((now - before) / len(packets) - interval) / 4
-                before = now
-                if interval < _DENSE:
-                    time.sleep(min(_LONGEST_GATHERING, _GATHERED * interval))
+                pause = gathering.pause(len(packets))
+                if pause:
+                    time.sleep(pause)
         except OSError as error:
             cause = error
             return stood
