@@ -1,4 +1,4 @@
-# The three Debian packages: the library, what building against it takes, and the tool with its units. scripts/package
+# The four Debian packages: the library, what building against it takes, the Python package, and the tool with its units. scripts/package
 # configures a build with Debian's paths for it.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME telvane)
@@ -13,7 +13,7 @@ set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
 set(CPACK_STRIP_FILES ON)
 set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/debian/compress.cmake)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
-set(CPACK_COMPONENTS_ALL runtime development tools)
+set(CPACK_COMPONENTS_ALL runtime development tools python)
 
 # Who calls whom is found out from the binaries, except for what the packages are to each other.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
@@ -52,6 +52,17 @@ foreach(script postinst prerm postrm)
   list(APPEND CPACK_DEBIAN_TOOLS_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/debian/${script})
 endforeach()
 
+set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-telvane)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_ARCHITECTURE all)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SHLIBDEPS OFF)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "python3 (>= 3.9)")
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SUGGESTS
+  "telvane-tools, python3-pytest, python3-pandas, python3-matplotlib, python3-zstandard")
+set(CPACK_COMPONENT_PYTHON_DESCRIPTION "message bus and records for arc-welding equipment (Python 3)
+Typed records, a blocking and an asyncio bus that reconnect, fixtures for
+pytest, and recordings as pandas frames.")
+
 # Each package says what it is and under which terms.
 foreach(component IN LISTS CPACK_COMPONENTS_ALL)
   string(TOUPPER ${component} upper)
@@ -65,7 +76,20 @@ foreach(component IN LISTS CPACK_COMPONENTS_ALL)
       DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides COMPONENT ${component})
   endif()
 endforeach()
-file(GLOB examples CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/examples/*)
+file(GLOB examples LIST_DIRECTORIES false CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/examples/*)
 install(FILES ${examples} DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libtelvane-dev/examples COMPONENT development)
+
+# The Python package where Debian's Python looks for it, with what makes pytest find its plugin.
+set(python_directory lib/python3/dist-packages)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/python/telvane DESTINATION ${python_directory} COMPONENT python
+  FILES_MATCHING PATTERN "*.py" PATTERN py.typed PATTERN __pycache__ EXCLUDE)
+install(FILES ${PROJECT_SOURCE_DIR}/python/pytest_telvane.py DESTINATION ${python_directory} COMPONENT python)
+foreach(file METADATA entry_points.txt)
+  configure_file(${PROJECT_SOURCE_DIR}/packaging/debian/python/${file}.in ${PROJECT_BINARY_DIR}/python/${file} @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/python/${file} COMPONENT python
+    DESTINATION ${python_directory}/telvane-${PROJECT_VERSION}.dist-info)
+endforeach()
+file(GLOB examples CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/examples/python/*.py)
+install(FILES ${examples} DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/python3-telvane/examples COMPONENT python)
 
 include(CPack)

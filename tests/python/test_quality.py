@@ -8,6 +8,7 @@ import subprocess
 import pytest
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
+EXAMPLES = sorted(str(path) for path in (ROOT / "examples").rglob("*.py"))
 
 
 def run(program: str, *arguments: str) -> None:
@@ -19,10 +20,8 @@ def run(program: str, *arguments: str) -> None:
 
 
 def test_types_are_complete() -> None:
-    examples = sorted(str(path) for path in (ROOT / "examples").glob("*.py"))
-    run("mypy", "--strict", "telvane", "pytest_telvane.py", *examples)
+    run("mypy", "--strict", "telvane", "pytest_telvane.py", *EXAMPLES)
 
 
 def test_style_is_clean() -> None:
-    examples = sorted(str(path) for path in (ROOT / "examples").glob("*.py"))
-    run("flake8", ".", "../tests/python", "../scripts/update-python", *examples)
+    run("flake8", ".", "../tests/python", "../scripts/update-python", *EXAMPLES)
