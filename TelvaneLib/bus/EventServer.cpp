@@ -245,13 +245,13 @@ int EventServer::State::descriptorOf(pthread_t thread)
 
 void EventServer::State::serve(int client)
 {
-    char buffer[kMessageLimit];
+    Inbox inbox(client, packetBuffers);
     while (!stopTargets(pthread_self())) {
-        const int length = receivePacket(client, buffer);
-        if (length < 1) {
+        const int number = inbox.receive();
+        if (number < 1) {
             return;
         }
-        handlePacket(client, buffer, length);
+        handlePackets(client, inbox.packets(), number);
     }
 }
 

@@ -8,6 +8,7 @@
 #include "support/Diagnostics.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -50,12 +51,63 @@ int sendToClient(int fd, const char* data, int length)
 
 } // namespace
 
-void EventServer::State::handlePacket(int client, const char* text, int length)
+void EventServer::State::handlePackets(int client, const Packet* packets, int number)
 {
-    count(counters.received);
-    const JsonTree message(cJSON_Parse(text));
+    count(counters.received, static_cast<std::uint64_t>(number));
+    std::array<PrintedPublication, kMostPackets> publications;
+    const Packet* const end = packets + number;
+    while (packets != end) {
+        std::size_t printed = 0;
+        while (packets != end && publications[printed].read(packets->text)) {
+            ++printed;
+            ++packets;
+        }
+        relayPrinted(publications.data(), printed);
+        if (packets != end) {
+            handleParsed(client, *packets);
+            ++packets;
+        }
+    }
+}
+
+/// Relays publications whose payloads need not be parsed.
+void EventServer::State::relayPrinted(PrintedPublication* publications, std::size_t number)
+{
+    PrintedPublication* const end = publications + number;
+    while (publications != end) {
+        std::array<Relay, kMostPackets> relays;
+        std::size_t relayCount = 0;
+        int bytes = 0;
+        // Other clients' messages wait for no more than is taken together.
+        const std::lock_guard<std::mutex> guard(handlerLock);
+        Channel::Entry* channel = nullptr;
+        for (; publications != end && bytes < kMostBytes; ++publications) {
+            if (channel == nullptr || channel->first != publications->header()) {
+                const auto found = channels.find(publications->header());
+                channel = found != channels.end() ? &*found : nullptr;
+            }
+            if (channel == nullptr) {
+                incrementUnshared(counters.unknownChannel);
+                continue;
+            }
+            const int sequenceNumber = sequence.fetch_add(1);
+            const std::string_view text = publications->makeRelay(sequenceNumber);
+            Relay& relay = relays[relayCount++];
+            relay = {&channel->second, text.data(), static_cast<int>(text.size())};
+            noteRelay(channel->second, sequenceNumber, relay.length);
+            bytes += relay.length;
+        }
+        incrementUnshared(counters.dispatched, relayCount);
+        sendToSubscribers(relays.data(), relayCount);
+    }
+}
+
+/// The way of every message that is not a publication in printed form.
+void EventServer::State::handleParsed(int client, const Packet& packet)
+{
+    const JsonTree message(cJSON_Parse(packet.text));
     if (message == nullptr) {
-        count(length < kMessageLimit ? counters.notJson : counters.tooLarge);
+        count(packet.length < kMessageLimit ? counters.notJson : counters.tooLarge);
         return;
     }
     cJSON* const payload = payloadOf(message.get());
@@ -66,10 +118,10 @@ void EventServer::State::handlePacket(int client, const char* text, int length)
     const std::lock_guard<std::mutex> guard(handlerLock);
     const auto found = channels.find(std::string_view(headerOf(message.get())));
     if (found == channels.end()) {
-        count(counters.unknownChannel);
+        incrementUnshared(counters.unknownChannel);
         return;
     }
-    count(counters.dispatched);
+    incrementUnshared(counters.dispatched);
     int result = 0;
     try {
         result = dispatch(client, *found, payload);
@@ -78,7 +130,7 @@ void EventServer::State::handlePacket(int client, const char* text, int length)
     }
     if (result == -ENOMEM) {
         // The message is lost, as it would be to a full buffer; the server goes on.
-        count(counters.outOfMemory);
+        incrementUnshared(counters.outOfMemory);
     }
 }
 
@@ -229,37 +281,74 @@ int EventServer::State::relay(Channel::Entry& channel, int sequenceNumber, cJSON
     if (text == nullptr) {
         return -ENOMEM;
     }
-    Channel& own = channel.second;
-    incrementUnshared(own.publications);
-    incrementUnshared(own.bytes, static_cast<std::uint64_t>(printer.length()));
-    own.lastSequence.store(sequenceNumber, std::memory_order_relaxed);
-    sendToSubscribers(own, text, printer.length());
+    const Relay relay = {&channel.second, text, printer.length()};
+    noteRelay(channel.second, sequenceNumber, relay.length);
+    sendToSubscribers(&relay, 1);
     return 0;
 }
 
-void EventServer::State::sendToSubscribers(Channel& channel, const char* text, int length)
+void EventServer::State::noteRelay(Channel& channel, int sequenceNumber, int length)
 {
+    incrementUnshared(channel.publications);
+    incrementUnshared(channel.bytes, static_cast<std::uint64_t>(length));
+    channel.lastSequence.store(sequenceNumber, std::memory_order_relaxed);
     if (length >= kMessageLimit) {
-        count(counters.relaysTooLarge);
+        incrementUnshared(counters.relaysTooLarge);
     }
+}
+
+/// Sends each subscriber its share of the relays before the next one's, so that each is woken once.
+void EventServer::State::sendToSubscribers(const Relay* relays, std::size_t number)
+{
     const std::lock_guard<std::mutex> guard(subscribersLock);
-    std::uint64_t failed = 0;
-    for (auto& [subscriber, delivery] : channel.subscribers) {
-        const int result = sendToClient(subscriber, text, length);
+    const Relay* const end = relays + number;
+    for (const Relay* relay = relays; relay != end; ++relay) {
+        const auto isOfChannel = [relay](const Relay& earlier) {
+            return earlier.channel == relay->channel;
+        };
+        if (std::any_of(relays, relay, isOfChannel)) {
+            continue;
+        }
+        for (auto& [subscriber, delivery] : relay->channel->subscribers) {
+            const int client = subscriber;
+            const auto isForClient = [client](const Relay& earlier) {
+                return earlier.channel->subscribers.count(client) != 0;
+            };
+            if (std::none_of(relays, relay, isForClient)) {
+                sendShare(subscriber, delivery, relay, end);
+            }
+        }
+    }
+}
+
+/// \param begin the first relay that is for \p subscriber, whose \p delivery that is
+void EventServer::State::sendShare(int subscriber, Delivery& delivery, const Relay* begin, const Relay* end)
+{
+    const Channel* channel = begin->channel;
+    Delivery* own = &delivery;
+    std::uint64_t relayed = 0;
+    for (const Relay* relay = begin; relay != end; ++relay) {
+        if (relay->channel != channel) {
+            channel = relay->channel;
+            const auto found = relay->channel->subscribers.find(subscriber);
+            own = found != relay->channel->subscribers.end() ? &found->second : nullptr;
+        }
+        if (own == nullptr) {
+            continue;
+        }
+        const int result = sendToClient(subscriber, relay->text, relay->length);
         if (result == 0) {
-            ++delivery.relayed;
+            ++own->relayed;
+            ++relayed;
         } else {
-            ++delivery.missed;
-            delivery.lastError = result;
-            ++failed;
+            ++own->missed;
+            own->lastError = result;
+            incrementUnshared(counters.relaysFailed);
+            incrementUnshared(relay->channel->missed);
             reportRelayError(subscriber, result);
         }
     }
-    count(counters.relayed, channel.subscribers.size() - failed);
-    if (failed != 0) {
-        count(counters.relaysFailed, failed);
-        incrementUnshared(channel.missed, failed);
-    }
+    incrementUnshared(counters.relayed, relayed);
 }
 
 int EventServer::writeDataToSocket(int fd, char* data, int length)

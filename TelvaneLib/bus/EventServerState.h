@@ -14,6 +14,7 @@
 #include <Telvane/EventServer.h>
 
 #include "transport/Envelope.h"
+#include "transport/Inbox.h"
 #include "transport/MessagePrinter.h"
 #include "transport/SeqpacketSocket.h"
 
@@ -59,6 +60,14 @@ struct Channel
 };
 
 using ChannelTable = std::map<std::string, Channel, std::less<>>;
+
+/// What is sent to each subscriber of a channel.
+struct Relay
+{
+    Channel* channel = nullptr;
+    const char* text = nullptr;
+    int length = 0;
+};
 
 /// One of the channels that a client is subscribed to.
 struct Subscription
@@ -134,7 +143,8 @@ struct EventServer::State
     void tearDown(int client);
 
     // Messages
-    void handlePacket(int client, const char* text, int length);
+    void handlePackets(int client, const Packet* packets, int number);
+    void handleParsed(int client, const Packet& packet);
     int dispatch(int client, Channel::Entry& channel, cJSON* payload);
     int answer(int client, const char* header, bool success, const char* channel);
     bool subscribe(int client, std::string_view channel);
@@ -143,7 +153,10 @@ struct EventServer::State
     bool unsubscribe(int client, std::string_view channel);
     void forget(int client);
     int relay(Channel::Entry& channel, int sequenceNumber, cJSON* payload);
-    void sendToSubscribers(Channel& channel, const char* text, int length);
+    void relayPrinted(PrintedPublication* publications, std::size_t number);
+    void noteRelay(Channel& channel, int sequenceNumber, int length);
+    void sendToSubscribers(const Relay* relays, std::size_t number);
+    void sendShare(int subscriber, Delivery& delivery, const Relay* begin, const Relay* end);
 
     // Status
     std::vector<EventServerClientStatus> clients();
@@ -192,6 +205,7 @@ struct EventServer::State
     Hook onDisconnect;
     std::function<void(EventServer&, const EventServerRefusal&)> onRefusal;
 
+    PacketBufferPool packetBuffers;
     ServerCounters counters;
     std::atomic<int> sendBuffer{0};
     std::atomic<int> grantedSendBuffer{0};

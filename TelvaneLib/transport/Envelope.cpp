@@ -2,6 +2,10 @@
 
 #include "transport/Envelope.h"
 
+#include "transport/PrintedJson.h"
+
+#include <charconv>
+#include <cstring>
 #include <utility>
 
 namespace Telvane
@@ -78,6 +82,70 @@ cJSON* RelayEnvelope::wrap(const std::string& channel, int sequence, cJSON* payl
     m_payload->valueint = payload->valueint;
     m_payload->valuedouble = payload->valuedouble;
     return m_message.get();
+}
+
+namespace
+{
+
+// A printed publication and its relay, around the channel's name and the sequence number.
+constexpr std::string_view kBeforeHeader = "{\n\t\"header\":\t\"";
+constexpr std::string_view kAfterHeader = "\",\n\t";
+constexpr std::string_view kSequenceKey = "\"sequence\":\t";
+constexpr std::string_view kAfterSequence = ",\n\t";
+constexpr std::string_view kPayloadKey = "\"payload\":\t";
+constexpr std::string_view kEnd = "\n}";
+
+/// \return whether \p text, which ends with a zero, begins so
+bool beginsWith(const char* text, std::string_view beginning)
+{
+    return std::strncmp(text, beginning.data(), beginning.size()) == 0;
+}
+
+} // namespace
+
+bool PrintedPublication::read(char* text)
+{
+    m_begin = text;
+    if (!beginsWith(text, kBeforeHeader)) {
+        return false;
+    }
+    m_header = text + kBeforeHeader.size();
+    // A name with an escape is not what it says, and one with a dot is a request to the server.
+    const char* const headerEnd = skipPrintedString(m_header - 1);
+    if (headerEnd == nullptr || *m_header == '.') {
+        return false;
+    }
+    m_headerLength = static_cast<std::size_t>(headerEnd - 1 - m_header);
+    if (std::memchr(m_header, '\\', m_headerLength) != nullptr) {
+        return false;
+    }
+    text = m_header + m_headerLength;
+    if (!beginsWith(text, kAfterHeader) || !beginsWith(text + kAfterHeader.size(), kPayloadKey)) {
+        return false;
+    }
+    const char* const payloadEnd = skipPrintedValue(text + kAfterHeader.size() + kPayloadKey.size(), 1);
+    if (payloadEnd == nullptr || !beginsWith(payloadEnd, kEnd)) {
+        return false;
+    }
+    m_end = payloadEnd + kEnd.size();
+    return true;
+}
+
+std::string_view PrintedPublication::makeRelay(int sequence)
+{
+    char number[kMostAdded];
+    const auto digits =
+        static_cast<std::size_t>(std::to_chars(number, number + sizeof number, sequence).ptr - number);
+    const std::size_t added = kSequenceKey.size() + digits + kAfterSequence.size();
+    const std::size_t moved = kBeforeHeader.size() + m_headerLength + kAfterHeader.size();
+    char* const relay = m_begin - added;
+    std::memmove(relay, m_begin, moved);
+    char* text = relay + moved;
+    for (const std::string_view part : {kSequenceKey, std::string_view(number, digits), kAfterSequence}) {
+        std::memcpy(text, part.data(), part.size());
+        text += part.size();
+    }
+    return {relay, static_cast<std::size_t>(m_end - relay)};
 }
 
 JsonTree makeSubscribeRequest(const std::string& channel)

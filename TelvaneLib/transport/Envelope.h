@@ -5,7 +5,9 @@
 
 #include "support/JsonTree.h"
 
+#include <cstddef>
 #include <string>
+#include <string_view>
 
 namespace Telvane
 {
@@ -38,6 +40,31 @@ private:
     cJSON* m_header = nullptr;
     cJSON* m_sequence = nullptr;
     cJSON* m_payload = nullptr;
+};
+
+/// A publication in the form in which the JSON library prints it. Its payload stands in the relay as it is: the
+/// relay differs from it by the sequence number alone, for which the part before the number moves forward.
+class PrintedPublication
+{
+public:
+    /// The bytes that a relay has more than its publication.
+    static constexpr int kMostAdded = 20;
+
+    /// \param text the packet, with kMostAdded bytes that may be overwritten in front of it
+    /// \return false when the text is anything else, or may be; then it is unchanged, and to be parsed
+    bool read(char* text);
+
+    /// The channel, as it stands in the text.
+    std::string_view header() const { return {m_header, m_headerLength}; }
+
+    /// Turns the text into the relay.
+    std::string_view makeRelay(int sequence);
+
+private:
+    char* m_begin = nullptr;
+    char* m_header = nullptr;
+    std::size_t m_headerLength = 0;
+    const char* m_end = nullptr;
 };
 
 /// \name Reading

@@ -6,6 +6,7 @@
 #include "support/Diagnostics.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -34,6 +35,11 @@ sockaddr_un addressOf(const std::string& path)
     }
     std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
     return address;
+}
+
+void terminate(char* text, int length)
+{
+    text[std::min(length, kMessageLimit - 1)] = '\0';
 }
 
 } // namespace
@@ -106,7 +112,26 @@ int receivePacket(int fd, char* buffer)
 {
     const auto received = static_cast<int>(recv(fd, buffer, kMessageLimit, 0));
     if (received > 0) {
-        buffer[std::min(received, kMessageLimit - 1)] = '\0';
+        terminate(buffer, received);
+    }
+    return received;
+}
+
+int receivePackets(int fd, Packet* packets, int number, int flags)
+{
+    std::array<iovec, kMostPackets> buffers;
+    std::array<mmsghdr, kMostPackets> messages; // both are written as far as they are read
+    const auto wanted = static_cast<std::size_t>(std::min(number, kMostPackets));
+    for (std::size_t i = 0; i < wanted; ++i) {
+        buffers[i] = {packets[i].text, kMessageLimit};
+        messages[i] = {};
+        messages[i].msg_hdr.msg_iov = &buffers[i];
+        messages[i].msg_hdr.msg_iovlen = 1;
+    }
+    const int received = recvmmsg(fd, messages.data(), static_cast<unsigned int>(wanted), flags, nullptr);
+    for (int i = 0; i < received; ++i) {
+        packets[i].length = static_cast<int>(messages[static_cast<std::size_t>(i)].msg_len);
+        terminate(packets[i].text, packets[i].length);
     }
     return received;
 }

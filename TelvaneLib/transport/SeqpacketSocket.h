@@ -14,6 +14,9 @@ namespace Telvane
 /// message that arrives whole has one byte less.
 constexpr int kMessageLimit = 16384;
 
+/// The most packets that are received in one call.
+constexpr int kMostPackets = 16;
+
 /// A descriptor that is closed with its owner.
 class FileDescriptor
 {
@@ -74,6 +77,20 @@ bool awaitClient(int listener, int wake);
 /// \param buffer of kMessageLimit bytes
 /// \return the packet's length; 0 at the end of the stream; -1 with errno set
 int receivePacket(int fd, char* buffer);
+
+/// A packet, terminated as a text.
+struct Packet
+{
+    char* text = nullptr; ///< kMessageLimit bytes
+    int length = 0;       ///< as it was received
+};
+
+/// Receives several packets in one call, each as receivePacket() does.
+/// \param packets whose texts to fill
+/// \param number  of them, at most kMostPackets
+/// \param flags   `MSG_WAITFORONE` to wait for the first of them, `MSG_DONTWAIT` to wait for none
+/// \return how many have been received; -1 with errno set
+int receivePackets(int fd, Packet* packets, int number, int flags);
 
 /// Who is at the other end of a connection.
 struct Peer

@@ -150,6 +150,7 @@ int __real_accept4(int fd, sockaddr* address, socklen_t* length, int flags);
 int __real_connect(int fd, const sockaddr* address, socklen_t length);
 ssize_t __real_send(int fd, const void* data, std::size_t length, int flags);
 ssize_t __real_recv(int fd, void* data, std::size_t length, int flags);
+int __real_recvmmsg(int fd, mmsghdr* messages, unsigned int number, int flags, timespec* timeout);
 int __real_shutdown(int fd, int how);
 int __real_close(int fd);
 int __real_eventfd(unsigned int count, int flags);
@@ -201,6 +202,11 @@ ssize_t __wrap_send(int fd, const void* data, std::size_t length, int flags)
 ssize_t __wrap_recv(int fd, void* data, std::size_t length, int flags)
 {
     return failOr(Call::Receive, [=] { return __real_recv(fd, data, length, flags); });
+}
+
+int __wrap_recvmmsg(int fd, mmsghdr* messages, unsigned int number, int flags, timespec* timeout)
+{
+    return failOr(Call::Receive, [=] { return __real_recvmmsg(fd, messages, number, flags, timeout); });
 }
 
 int __wrap_shutdown(int fd, int how)
