@@ -144,6 +144,10 @@ def server_seeds(catalogue):
     deep = b'{"header":"weld","payload":' + b'{"":' * 500 + b"1" + b"}" * 501
     text = b'{"header":"weld","payload":{"text":"'
     relay = make_golden.print_value({"header": "weld", "sequence": 1, "payload": {"text": ""}})
+
+    def printed(header):
+        return make_golden.print_value({"header": header, "payload": {"a": [1.5, "b"]}}).encode("utf-8")
+
     conversations = {
         "publish": [weld],
         "subscribe": [subscribe("arc"), message("arc", {"a": 1}), subscribe("arc", ".unsubscribe"),
@@ -162,6 +166,9 @@ def server_seeds(catalogue):
         "numbers": [message("weld", [0, -1, 2**31, 0.1, 1e15, 1e-5, 123456789.125, -2.5e-300])],
         "texts": [b'{"header":"weld","payload":"\\u0001\\u00b5\\ud83d\\udd25\\"\\\\\\/\\b\\f\\n\\r\\t\x01"}'],
         "leave": [subscribe("arc"), weld, b"", weld],
+        "printed": [subscribe("arc")] + [printed(name) for name in ("weld", "arc", "arc", "weld", "unknown", "weld")],
+        "printed-around-a-request": [printed("weld"), subscribe("arc"), printed("arc"), subscribe("arc", ".unsubscribe"),
+                                     printed("arc"), weld, printed("weld")],
         "nested": [nested],
         "nested-deep": [deep],
         "longest": [padded(text, b'"}}', MOST_BYTES - 1)],
@@ -169,6 +176,48 @@ def server_seeds(catalogue):
         "longest-relay": [message("weld", {"text": "x" * (MOST_BYTES - more - len(relay))}) for more in (1, 0)],
     }
     return {name: SEPARATOR.join(packets) for name, packets in conversations.items()}
+
+
+def printed_seeds(catalogue):
+    """Publications as clients print them, and what looks like one and is not."""
+    def publication(payload, header="weld"):
+        return make_golden.print_value({"header": header, "payload": payload}).encode("utf-8")
+
+    def around(value):
+        return publication({"a": "?", "b": ["?"]}).replace(b'"?"', value)
+
+    numbers = ("0", "-0", "00", "01", "1e5", "1E5", "1e+05", "1e15", "1e+15", "1e+16", "999999999999999",
+               "1000000000000000", "123456789012345678", "0.1", "0.10", "1.0", "1.", ".5", "-0.5", "0.0001", "0.00012",
+               "0.00001", "1e-05", "1.5e-05", "1e-5", "123456789.012345", "123456789.0123456", "0.1234567890123456",
+               "0.30000000000000004", "25.100000381469727", "1.7976931348623157e+308", "1e999", "-1e999", "5e-324",
+               "4.9406564584124654e-324", "9" * 63, "9" * 64, "0." + "1" * 70, "1-2", "--1", "1e", "nan")
+    strings = ("", "\\b\\f\\n\\r\\t", "\\u0001\\u001f", "\\u000a", "\\u001F", "\\u0000", "\\u0041", "\\ud83d\\udd25",
+               "\\ud800", "\\/", "/", "\\\\", '\\"', "\x7f", "\x01", "\t", "\\x", "\\")
+    whole = publication(catalogue.filled("WeldMetrics"))
+    seeds = {name: publication(catalogue.filled(name), name) for name in catalogue.names}
+    seeds.update({
+        "numbers": SEPARATOR.join(around(number.encode("ascii")) for number in numbers),
+        "strings": SEPARATOR.join(around(b'"' + text.encode("utf-8") + b'"') for text in strings),
+        "bytes": SEPARATOR.join(around(b'"' + text + b'"') for text in (b"\xff\xfe", b"\xed\xa0\x80", b"\xc3\xa9", b"\xc3")),
+        "words": SEPARATOR.join(around(word) for word in (b"true", b"false", b"null", b"True", b"nul", b"truer")),
+        "spaces": SEPARATOR.join([whole.replace(b"\t", b" "), whole.replace(b"\n", b"\r\n"), whole + b"\n", b" " + whole,
+                                  whole.replace(b":\t", b":"), b"\xef\xbb\xbf" + whole, whole + b"rest", whole + b"\x00"]),
+        "empty": SEPARATOR.join([publication({}), around(b"[]"), around(b"{\n\t\t}"), around(b"{}"), around(b"[{\n\t\t}]")]),
+        "keys": SEPARATOR.join([
+            whole.replace(b'"header"', b'"Header"'), whole.replace(b'"payload"', b'"PAYLOAD"'),
+            whole[:-2] + b',\n\t"header":\t"arc"\n}', whole[:-2] + b',\n\t"Payload":\t1\n}',
+            whole[:-2] + b',\n\t"more":\t1\n}', b'{\n\t"payload":\t1,\n\t"header":\t"weld"\n}',
+            publication({"a": 1}).replace(b'"a":\t1', b'"a":\t1,\n\t\t"A":\t2,\n\t\t"a":\t3')]),
+        "headers": SEPARATOR.join(publication({}).replace(b'"weld"', header) for header in (
+            b'""', b'".subscribe"', b'".weld"', b'"we\\tld"', b'"we\tld"', b'"\\u0041"', b"1", b"null", b'"we\\"ld"')),
+        "payloads": SEPARATOR.join(publication({}).replace(b"{\n\t}", payload) for payload in (
+            b"1", b'"text"', b"null", b"true", b"[]", b'[1, {\n\t\t\t"a":\t[]\n\t\t}]')),
+        "truncated": SEPARATOR.join(publication({"a": [1.5, {"b": "c"}]})[:length] for length in range(1, 60)),
+        "levels": SEPARATOR.join(b'{"header":"weld","payload":' + b"[" * levels + b"]" * levels + b"}"
+                                 for levels in (61, 62, 63, 64, 999, 1000)),
+        "longest": publication({"text": "x" * (MOST_BYTES - 1 - len(publication({"text": ""})))}),
+    })
+    return seeds
 
 
 def client_seeds(catalogue):
@@ -267,6 +316,7 @@ def all_files():
     """The content of every file, by its path."""
     catalogue = Catalogue()
     seeds = {"Record": record_seeds(catalogue), "ServerPacket": server_seeds(catalogue),
+             "PrintedRelay": printed_seeds(catalogue),
              "ClientDispatch": client_seeds(catalogue), "DateTime": time_seeds(), "NumberText": number_seeds(),
              "Publication": publication_seeds(catalogue),
              "ToolRecord": tool_record_seeds(catalogue), "ToolRecording": tool_recording_seeds()}
