@@ -222,6 +222,32 @@ TEST(RelayOnTheWire, PrintsNumbersAndTextsAsTheJsonLibraryDoes)
     }
 }
 
+TEST(RelayOnTheWire, IsTheSameForAPrintedPublicationAndACompactOne)
+{
+    RunningServer running;
+    const RawPeer peer = running.connect();
+    subscribe(peer, "C"); // 0
+    int sequence = 0;
+    for (const std::string payload :
+         {R"({})", R"([])", R"({"a":1})",
+          R"({"a":[1,2.5,-1e-7,1e300,0.30000000000000004,{"b":{}}],"c":null})",
+          R"({"a":"\"\\\b\f\n\r\t\u0001/\u00e9","":[[],[[]]],"a":true,"A":false})"}) {
+        const std::string compact = publication("C", payload);
+        const std::unique_ptr<cJSON, decltype(&cJSON_Delete)> tree(cJSON_Parse(compact.c_str()),
+                                                                   &cJSON_Delete);
+        const std::unique_ptr<char, decltype(&cJSON_free)> printed(cJSON_Print(tree.get()), &cJSON_free);
+        std::string relays[2];
+        for (std::size_t i = 0; i < 2; ++i) {
+            peer.send(i == 0 ? compact : printed.get());
+            relays[i] = peer.receive();
+            const std::string number = "\"sequence\":\t" + std::to_string(++sequence);
+            ASSERT_NE(relays[i].find(number), std::string::npos);
+            relays[i].replace(relays[i].find(number), number.size(), "\"sequence\":\t?");
+        }
+        EXPECT_EQ(relays[0], relays[1]);
+    }
+}
+
 TEST(RelayOnTheWire, TakesTheFirstOfRepeatedEnvelopeKeys)
 {
     RunningServer running;
