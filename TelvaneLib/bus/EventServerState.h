@@ -4,7 +4,8 @@
 //
 //   stopLock         a stop request and its answer
 //   connectionsLock  connections and finishedThreads
-//   handlerLock      around each dispatch: channels (as a table), relayEnvelope, printer; taken alone
+//   handlerLock      around each dispatch, of one message or of several publications: channels (as a table),
+//                    relayEnvelope, printer; taken alone
 //   subscribersLock  leaf: who is subscribed to what, and how that fares; no hook runs under it
 //   limitsLock       leaf: limits
 //
