@@ -88,12 +88,9 @@ private:
     static void checkCounters(const EventClientStatistics& now, const EventClientStatistics& before,
                               const EventClientStatistics& expected)
     {
-        require(now.received - before.received == expected.received, "packets are counted");
-        require(now.notJson - before.notJson == expected.notJson, "what is not JSON is counted");
-        require(now.notSubscribed - before.notSubscribed == expected.notSubscribed,
-                "messages of unknown channels are counted");
-        require(now.undecodable - before.undecodable == expected.undecodable,
-                "payloads that cannot be read are counted");
+        for (const auto& counter : kClientCounters) {
+            require(now.*counter.member - before.*counter.member == expected.*counter.member, counter.name);
+        }
     }
 
     static void checkDeliveries(const std::vector<Delivery>& actual, const std::vector<Delivery>& expected)

@@ -53,6 +53,11 @@ const RecordTable* TelvaneDataTypeBase::_recordTable() const
     return nullptr;
 }
 
+int TelvaneDataTypeBase::_extension(int /*operation*/, void* /*argument*/)
+{
+    return -ENOSYS;
+}
+
 int TelvaneDataTypeBase::Package(cJSON** output)
 {
     *output = cJSON_CreateObject();

@@ -22,11 +22,6 @@ namespace
 
 constexpr auto kDisconnectDeadline = std::chrono::seconds(10);
 
-void count(std::atomic<std::uint64_t>& counter)
-{
-    counter.fetch_add(1, std::memory_order_relaxed);
-}
-
 } // namespace
 
 EventClient::EventClient() : m_state(std::make_unique<State>()) {}
@@ -270,14 +265,12 @@ int EventClient::uninstall_OnConnectionLost()
     return 0;
 }
 
-EventClientStatistics EventClient::Statistics() const
+void EventClient::Statistics(EventClientStatistics& statistics, std::size_t size) const
 {
-    EventClientStatistics statistics;
-    statistics.received = m_state->counters.received;
-    statistics.notJson = m_state->counters.notJson;
-    statistics.notSubscribed = m_state->counters.notSubscribed;
-    statistics.undecodable = m_state->counters.undecodable;
-    return statistics;
+    const ClientCounters& counters = m_state->counters;
+    EventClientStatistics copy;
+    TELVANE_CLIENT_COUNTERS(TELVANE_COPY_COUNTER)
+    copyKnown(copy, statistics, size);
 }
 
 } // namespace Telvane

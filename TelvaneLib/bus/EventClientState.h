@@ -13,6 +13,7 @@
 
 #include <Telvane/EventClient.h>
 
+#include "bus/BusCounters.h"
 #include "bus/PublicationWriter.h"
 #include "transport/Envelope.h"
 #include "transport/SeqpacketSocket.h"
@@ -52,13 +53,10 @@ struct MetaExchange
     void takeResponse(const cJSON* message);
 };
 
-/// The counters behind EventClientStatistics.
+/// The counters of EventClientStatistics.
 struct ClientCounters
 {
-    std::atomic<std::uint64_t> received{0};
-    std::atomic<std::uint64_t> notJson{0};
-    std::atomic<std::uint64_t> notSubscribed{0};
-    std::atomic<std::uint64_t> undecodable{0};
+    TELVANE_CLIENT_COUNTERS(TELVANE_ATOMIC_COUNTER)
 };
 
 /// Runs an operation of the public face, which tells want of memory by its result.

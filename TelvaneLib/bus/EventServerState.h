@@ -14,6 +14,7 @@
 
 #include <Telvane/EventServer.h>
 
+#include "bus/BusCounters.h"
 #include "transport/Envelope.h"
 #include "transport/Inbox.h"
 #include "transport/MessagePrinter.h"
@@ -36,9 +37,8 @@ namespace Telvane
 struct Delivery
 {
     std::size_t position = 0; ///< in the subscriber's list of subscriptions
-    std::uint64_t relayed = 0;
-    std::uint64_t missed = 0;
     int lastError = 0;
+    TELVANE_COUNTER_MEMBERS(TELVANE_SUBSCRIPTION_COUNTERS)
 };
 
 /// A header that messages are dispatched on: a meta channel, or one that somebody has subscribed to. Never
@@ -54,10 +54,8 @@ struct Channel
 
     // Written under handlerLock, or subscribersLock; read without.
     std::atomic<std::size_t> subscriberCount{0};
-    std::atomic<std::uint64_t> publications{0};
-    std::atomic<std::uint64_t> bytes{0};
-    std::atomic<std::uint64_t> missed{0};
     std::atomic<int> lastSequence{-1};
+    TELVANE_CHANNEL_COUNTERS(TELVANE_ATOMIC_COUNTER)
 };
 
 using ChannelTable = std::map<std::string, Channel, std::less<>>;
@@ -92,29 +90,13 @@ struct Hook
     }
 };
 
-/// The counters behind EventServerStatistics.
+/// The counters of EventServerStatistics.
 struct ServerCounters
 {
-    std::atomic<std::uint64_t> received{0};
-    std::atomic<std::uint64_t> dispatched{0};
-    std::atomic<std::uint64_t> tooLarge{0};
-    std::atomic<std::uint64_t> notJson{0};
-    std::atomic<std::uint64_t> withoutPayload{0};
-    std::atomic<std::uint64_t> unknownChannel{0};
-    std::atomic<std::uint64_t> outOfMemory{0};
-    std::atomic<std::uint64_t> relayed{0};
-    std::atomic<std::uint64_t> relaysFailed{0};
-    std::atomic<std::uint64_t> relaysTooLarge{0};
-    std::atomic<std::uint64_t> connectionsRefused{0};
-    std::atomic<std::uint64_t> subscriptionsRefused{0};
+    TELVANE_SERVER_COUNTERS(TELVANE_ATOMIC_COUNTER)
 };
 
-inline void count(std::atomic<std::uint64_t>& counter, std::uint64_t events = 1)
-{
-    counter.fetch_add(events, std::memory_order_relaxed);
-}
-
-/// The same where a lock keeps other writers out.
+/// As count(), where a lock keeps other writers out.
 inline void incrementUnshared(std::atomic<std::uint64_t>& counter, std::uint64_t events = 1)
 {
     counter.store(counter.load(std::memory_order_relaxed) + events, std::memory_order_relaxed);

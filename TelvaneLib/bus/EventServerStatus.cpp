@@ -10,23 +10,12 @@
 namespace Telvane
 {
 
-EventServerStatistics EventServer::Statistics() const
+void EventServer::Statistics(EventServerStatistics& statistics, std::size_t size) const
 {
     const ServerCounters& counters = m_state->counters;
-    EventServerStatistics statistics;
-    statistics.received = counters.received;
-    statistics.dispatched = counters.dispatched;
-    statistics.tooLarge = counters.tooLarge;
-    statistics.notJson = counters.notJson;
-    statistics.withoutPayload = counters.withoutPayload;
-    statistics.unknownChannel = counters.unknownChannel;
-    statistics.outOfMemory = counters.outOfMemory;
-    statistics.relayed = counters.relayed;
-    statistics.relaysFailed = counters.relaysFailed;
-    statistics.relaysTooLarge = counters.relaysTooLarge;
-    statistics.connectionsRefused = counters.connectionsRefused;
-    statistics.subscriptionsRefused = counters.subscriptionsRefused;
-    return statistics;
+    EventServerStatistics copy;
+    TELVANE_SERVER_COUNTERS(TELVANE_COPY_COUNTER)
+    copyKnown(copy, statistics, size);
 }
 
 namespace
@@ -41,8 +30,12 @@ struct Snapshot
 
 EventServerSubscriptionStatus statusOf(const Snapshot& snapshot)
 {
-    return {snapshot.channel->first, snapshot.delivery.relayed, snapshot.delivery.missed,
-            snapshot.delivery.lastError};
+    const Delivery& counters = snapshot.delivery;
+    EventServerSubscriptionStatus copy;
+    copy.channel = snapshot.channel->first;
+    copy.lastError = counters.lastError;
+    TELVANE_SUBSCRIPTION_COUNTERS(TELVANE_COPY_COUNTER)
+    return copy;
 }
 
 } // namespace
@@ -96,14 +89,12 @@ std::vector<EventServerChannelStatus> EventServer::Channels() const
     try {
         const Channel::Entry* entry = m_state->newestChannel;
         for (; entry != nullptr; entry = entry->second.older) {
-            const Channel& channel = entry->second;
-            EventServerChannelStatus& status = all.emplace_back();
-            status.name = entry->first;
-            status.subscribers = channel.subscriberCount;
-            status.publications = channel.publications;
-            status.bytes = channel.bytes;
-            status.missed = channel.missed;
-            status.lastSequence = channel.lastSequence;
+            const Channel& counters = entry->second;
+            EventServerChannelStatus& copy = all.emplace_back();
+            copy.name = entry->first;
+            copy.subscribers = counters.subscriberCount;
+            copy.lastSequence = counters.lastSequence;
+            TELVANE_CHANNEL_COUNTERS(TELVANE_COPY_COUNTER)
         }
     } catch (const std::bad_alloc&) {
         return {};

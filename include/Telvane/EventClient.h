@@ -2,11 +2,13 @@
 /// A process's connection to the event bus.
 #pragma once
 
+#include <Telvane/BusCounters.h>
 #include <Telvane/Export.h>
 #include <Telvane/TelvaneDataTypeBase.h>
 
 #include <cjson/cJSON.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -18,11 +20,11 @@ namespace Telvane
 /// What a client has counted since its construction.
 struct EventClientStatistics
 {
-    std::uint64_t received = 0;      ///< packets received from the server
-    std::uint64_t notJson = 0;       ///< dropped: not JSON (a message too large arrives so, too)
-    std::uint64_t notSubscribed = 0; ///< dropped: a channel without a subscription
-    std::uint64_t undecodable = 0;   ///< dropped: no payload, or one that the record could not read
+    TELVANE_COUNTER_MEMBERS(TELVANE_CLIENT_COUNTERS)
 };
+
+/// All counters of EventClientStatistics.
+constexpr auto kClientCounters = TELVANE_COUNTER_TABLE(EventClientStatistics, TELVANE_CLIENT_COUNTERS);
 
 /// Connects to an EventServer, publishes records on channels and receives them through callbacks.
 ///
@@ -121,8 +123,19 @@ public:
     /// \return 0, or `-EALREADY` when none is installed
     int uninstall_OnConnectionLost();
 
-    /// \return the counters; they are read one by one while the client goes on
-    EventClientStatistics Statistics() const;
+    /// \return what the client has counted; the counters are read one after another while it runs
+    /// \par Threads Any thread. Takes no lock.
+    TELVANE_LOCAL EventClientStatistics Statistics() const
+    {
+        EventClientStatistics statistics;
+        Statistics(statistics, sizeof statistics);
+        return statistics;
+    }
+
+    /// The same for a program and a library of different versions: sets only the counters that both know.
+    /// \param[out] statistics the program's own structure
+    /// \param size its size, in bytes
+    void Statistics(EventClientStatistics& statistics, std::size_t size) const;
     /// @}
 
     /// Entry of the receiver thread; not for callers.

@@ -28,23 +28,6 @@ namespace Telvane
 using EventHandler = int (*)(void* server, int client, const std::string& header, int sequence,
                              cJSON* payload, void* user);
 
-/// What a server has counted since its construction.
-struct EventServerStatistics
-{
-    std::uint64_t received = 0;       ///< packets received from clients
-    std::uint64_t dispatched = 0;     ///< packets handed to a handler; each drew a sequence number
-    std::uint64_t tooLarge = 0;       ///< dropped: 16384 bytes or more
-    std::uint64_t notJson = 0;        ///< dropped: not JSON
-    std::uint64_t withoutPayload = 0; ///< dropped: no "payload"
-    std::uint64_t unknownChannel = 0; ///< dropped: a channel that nobody has ever subscribed to
-    std::uint64_t outOfMemory = 0;    ///< dropped: no memory to handle them
-    std::uint64_t relayed = 0;        ///< relays sent whole, one for each subscriber
-    std::uint64_t relaysFailed = 0;   ///< relays that a subscriber missed, mostly because it reads too slowly
-    std::uint64_t relaysTooLarge = 0; ///< publications whose relay exceeds what a subscriber can receive
-    std::uint64_t connectionsRefused = 0;   ///< by EventServerLimits
-    std::uint64_t subscriptionsRefused = 0; ///< by EventServerLimits
-};
-
 /// Accepts clients on a Unix-domain SOCK_SEQPACKET socket and relays what they publish.
 ///
 /// Each publication on a channel goes to every client that has subscribed to it, the publisher included
@@ -118,8 +101,19 @@ public:
     /// Beyond the bus itself: everything here is off, or only observes, until it is used.
     /// @{
 
-    /// \return the counters; they are read one by one while the server goes on
-    EventServerStatistics Statistics() const;
+    /// \return what the server has counted; the counters are read one after another while it runs
+    /// \par Threads Any thread. Takes no lock.
+    TELVANE_LOCAL EventServerStatistics Statistics() const
+    {
+        EventServerStatistics statistics;
+        Statistics(statistics, sizeof statistics);
+        return statistics;
+    }
+
+    /// The same for a program and a library of different versions: sets only the counters that both know.
+    /// \param[out] statistics the program's own structure
+    /// \param size its size, in bytes
+    void Statistics(EventServerStatistics& statistics, std::size_t size) const;
 
     /// Sets the send buffer of clients that connect from now on: how far each may fall behind before it
     /// misses relays. The kernel's default holds some 100 samples of a weld.

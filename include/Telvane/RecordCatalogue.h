@@ -18,6 +18,7 @@ struct RecordClass
     const char* base;                ///< the name of the class it derives from
     const RecordTable& (*table)();   ///< the fields that stand in its JSON object, in order
     TelvaneDataTypeBase* (*build)(); ///< a new default record, owned by the caller
+    const void* reserved[2] = {};    ///< null, for members to come
 };
 
 /// The record classes of the library. Safe from any thread.

@@ -65,6 +65,7 @@ struct RecordField
         /// becomes its copy if that succeeds.
         bool (*readElement)(void* field, std::size_t index,
                             bool (*read)(void* source, TelvaneDataTypeBase& element), void* source);
+        const void* reserved[2] = {}; ///< null, for operations to come
     };
 
     const char* key;                ///< JSON key, spelled as it is written
@@ -73,6 +74,7 @@ struct RecordField
     std::uint32_t limit;            ///< capacity of an array, maximum length of a vector, else 0
     std::ptrdiff_t offset;          ///< of the field, from the record's TelvaneDataTypeBase
     const NestedOperations* nested; ///< for fields that hold records, else null
+    const void* reserved = nullptr; ///< null, for members to come
 };
 
 /// How a class whose JSON form is one string is written and read.
@@ -211,6 +213,7 @@ private:
     const std::type_info* m_recordClass = nullptr;
     const TextForm* m_textForm = nullptr;
     std::vector<RecordField> m_fields;
+    void* m_reserved = nullptr; // for what the library may come to keep with a table
 };
 
 } // namespace Telvane

@@ -6,6 +6,7 @@
 #include <Telvane/AutomationStatus.h>
 #include <Telvane/BoolFlag.h>
 #include <Telvane/Bus.h>
+#include <Telvane/BusCounters.h>
 #include <Telvane/Consumables.h>
 #include <Telvane/DateTime.h>
 #include <Telvane/DeviceRecords.h>

@@ -167,6 +167,11 @@ protected:
     bool _unpackageFields(const RecordTable& table, cJSON* input);
     /// @}
 
+    /// Room for operations of later versions: what a class compiled for an earlier version has not got is the
+    /// base's. Not for callers.
+    /// \return `-ENOSYS` for an unknown operation, thus for any
+    virtual int _extension(int operation, void* argument);
+
 private:
     friend class RecordEngine; // the library's own, which works on lists of fields
 };

@@ -36,7 +36,7 @@ std::vector<std::string> describeAll(const std::vector<Status>& all)
 using Texts = std::vector<std::string>;
 
 /// A server whose clients' descriptors are known.
-class StatusPayload : public ::testing::Test
+class EventServerStatus : public ::testing::Test
 {
 protected:
     RawPeer connect()
@@ -63,7 +63,7 @@ protected:
     int descriptor = -1; ///< of the client that connected last
 };
 
-TEST_F(StatusPayload, TellsWhoIsConnected)
+TEST_F(EventServerStatus, TellsWhoIsConnected)
 {
     EXPECT_TRUE(running.server.Clients().empty());
     const RawPeer peer = connect();
@@ -76,7 +76,7 @@ TEST_F(StatusPayload, TellsWhoIsConnected)
     EXPECT_EQ(running.server.Clients().size(), 1U);
 }
 
-TEST_F(StatusPayload, ForgetsWhoHasLeft)
+TEST_F(EventServerStatus, ForgetsWhoHasLeft)
 {
     std::optional<RawPeer> leaving = connect();
     const RawPeer staying = connect();
@@ -88,7 +88,7 @@ TEST_F(StatusPayload, ForgetsWhoHasLeft)
     EXPECT_EQ(describeAll(running.server.Channels()), Texts{"C of 1: 0 to #-1"});
 }
 
-TEST_F(StatusPayload, CountsTheRelaysOfEachSubscription)
+TEST_F(EventServerStatus, CountsTheRelaysOfEachSubscription)
 {
     const RawPeer first = connect();
     const int firstDescriptor = descriptor;
@@ -104,7 +104,7 @@ TEST_F(StatusPayload, CountsTheRelaysOfEachSubscription)
     EXPECT_EQ(describeAll(statusOf(descriptor).subscriptions), Texts{"B 2/0 0"});
 }
 
-TEST_F(StatusPayload, KeepsCountsApartWhenASubscriptionEnds)
+TEST_F(EventServerStatus, KeepsCountsApartWhenASubscriptionEnds)
 {
     const RawPeer peer = connect();
     const Texts names = {"A", "B", "C", "D"};
@@ -128,7 +128,7 @@ TEST_F(StatusPayload, KeepsCountsApartWhenASubscriptionEnds)
     EXPECT_TRUE(statusOf(descriptor).subscriptions.empty());
 }
 
-TEST_F(StatusPayload, TellsHowFarASubscriberIsBehindAndWhatItMissed)
+TEST_F(EventServerStatus, TellsHowFarASubscriberIsBehindAndWhatItMissed)
 {
     const RawPeer slow = connect();
     const int slowDescriptor = descriptor;
@@ -155,7 +155,7 @@ TEST_F(StatusPayload, TellsHowFarASubscriberIsBehindAndWhatItMissed)
     EXPECT_EQ(statusOf(slowDescriptor).bytesBehind, 0U);
 }
 
-TEST_F(StatusPayload, CountsWhatIsPublishedOnEachChannel)
+TEST_F(EventServerStatus, CountsWhatIsPublishedOnEachChannel)
 {
     const RawPeer peer = connect();
     subscribe(peer, "Second");
@@ -178,7 +178,7 @@ TEST_F(StatusPayload, CountsWhatIsPublishedOnEachChannel)
     EXPECT_EQ(channels[1].bytes, bytes);
 }
 
-TEST_F(StatusPayload, KeepsTheChannelsWhenTheServerIsStartedAgain)
+TEST_F(EventServerStatus, KeepsTheChannelsWhenTheServerIsStartedAgain)
 {
     {
         const RawPeer peer = connect();
@@ -193,7 +193,7 @@ TEST_F(StatusPayload, KeepsTheChannelsWhenTheServerIsStartedAgain)
     EXPECT_EQ(describeAll(running.server.Channels()), Texts{"C of 0: 1 to #1"});
 }
 
-TEST_F(StatusPayload, CanBeAskedForAtAnyTime)
+TEST_F(EventServerStatus, CanBeAskedForAtAnyTime)
 {
     std::atomic<bool> done{false};
     JoiningThreads threads;
@@ -223,6 +223,50 @@ TEST_F(StatusPayload, CanBeAskedForAtAnyTime)
     done = true;
     threads.join();
     EXPECT_EQ(running.server.Channels().size(), 21U);
+}
+
+constexpr std::uint64_t kUntouched = 77;
+
+/// The counters that a program of an earlier version gets, which knew only the first few.
+template <class Statistics, class Source, class Counters>
+Statistics readFirst(const Source& source, const Counters& counters, std::size_t count)
+{
+    Statistics statistics;
+    for (const auto& counter : counters) {
+        statistics.*counter.member = kUntouched;
+    }
+    source.Statistics(statistics, count * sizeof(std::uint64_t));
+    return statistics;
+}
+
+TEST(BusCounters, AreSetAsFarAsTheProgramKnowsThem)
+{
+    const auto ofServer = readFirst<EventServerStatistics>(EventServer(), kServerCounters, 2);
+    EXPECT_EQ(ofServer.received, 0U);
+    EXPECT_EQ(ofServer.dispatched, 0U);
+    EXPECT_EQ(ofServer.tooLarge, kUntouched);
+    const auto ofClient = readFirst<EventClientStatistics>(EventClient(), kClientCounters, 1);
+    EXPECT_EQ(ofClient.received, 0U);
+    EXPECT_EQ(ofClient.notJson, kUntouched);
+}
+
+TEST(BusCounters, AreLeftAsTheyAreWhereTheLibraryDoesNotKnowThem)
+{
+    struct
+    {
+        EventServerStatistics known;
+        std::uint64_t unknown = kUntouched;
+    } later;
+    EventServer().Statistics(later.known, sizeof later);
+    EXPECT_EQ(later.unknown, kUntouched);
+}
+
+TEST(BusCounters, DoNotChangeTheSizeOfWhatIsReturnedInVectors)
+{
+    constexpr std::size_t kCounters = 8 * sizeof(std::uint64_t);
+    EXPECT_EQ(sizeof(EventServerChannelStatus),
+              sizeof(std::string) + sizeof(std::size_t) + sizeof(std::size_t) + kCounters);
+    EXPECT_EQ(sizeof(EventServerSubscriptionStatus), sizeof(std::string) + sizeof(std::uint64_t) + kCounters);
 }
 
 } // namespace

@@ -40,7 +40,7 @@ ClientStatus client(int descriptor, std::size_t subscriptions)
     status.bytesBehind = 123'456;
     for (std::size_t i = 0; i < subscriptions; ++i) {
         status.subscriptions.push_back(
-            {"AChannelWithALongName_" + std::string(1 + i % 26, 'x'), i, i / 2, 0});
+            {"AChannelWithALongName_" + std::string(1 + i % 26, 'x'), 0, i, i / 2});
     }
     return status;
 }

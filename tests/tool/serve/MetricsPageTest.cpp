@@ -32,9 +32,9 @@ std::string busyPage()
     statistics.connectionsRefused = 11;
     statistics.subscriptionsRefused = 12;
     const std::vector<EventServerChannelStatus> channels = {
-        {"FlagType", 1, 20, 2000, 0, 65535}, {"LogData", 1, 30, 3000, 18446744073709551615U, 4}};
+        {"FlagType", 1, 65535, 20, 2000, 0}, {"LogData", 1, 4, 30, 3000, 18446744073709551615U}};
     const std::vector<EventServerClientStatus> clients = {
-        {6, 1234, 1000, 100, 4096, {{"FlagType", 20, 0, 0}, {"LogData", 22, 8, -EAGAIN}}},
+        {6, 1234, 1000, 100, 4096, {{"FlagType", 0, 20, 0}, {"LogData", -EAGAIN, 22, 8}}},
         {7, 99, 0, 0, 0, {}}};
     return metricsPage(statistics, channels, clients);
 }
@@ -79,6 +79,24 @@ TEST(MetricsPage, TellsWhatTheServerCounted)
              "telvane_clients 2",
              "telvane_channels 2",
          }) {
+        EXPECT_TRUE(hasLine(page, line)) << line;
+    }
+}
+
+TEST(MetricsPage, HasEveryCounterOfTheServer)
+{
+    EventServerStatistics statistics;
+    std::uint64_t value = 100;
+    for (const auto& counter : Telvane::kServerCounters) {
+        statistics.*counter.member = ++value;
+    }
+    const std::string page = metricsPage(statistics, {}, {});
+    value = 100;
+    for (const auto& counter : Telvane::kServerCounters) {
+        const std::string label =
+            counter.reason != nullptr ? std::string("{reason=\"") + counter.reason + "\"}" : "";
+        const std::string line =
+            std::string("telvane_") + counter.metric + "_total" + label + " " + std::to_string(++value);
         EXPECT_TRUE(hasLine(page, line)) << line;
     }
 }
@@ -141,7 +159,17 @@ TEST(MetricsPage, DescribesEachFamilyOnceBeforeItsSamples)
             EXPECT_EQ(line.substr(0, line.find_first_of(" {")), family + suffix);
         }
     }
-    EXPECT_EQ(families.size(), 18U);
+    std::set<std::string> expected = {"telvane_clients", "telvane_channels", "telvane_channel_subscribers",
+                                      "telvane_client_unread_bytes", "telvane_subscription_last_error"};
+    const auto expect = [&](const auto& counters) {
+        for (const auto& counter : counters) {
+            expected.insert(std::string("telvane_") + counter.metric);
+        }
+    };
+    expect(Telvane::kServerCounters);
+    expect(Telvane::kChannelCounters);
+    expect(Telvane::kSubscriptionCounters);
+    EXPECT_EQ(families, expected);
 }
 
 TEST(MetricsPage, EscapesWhatWouldEndALabel)

@@ -38,6 +38,22 @@ Number wholeNumber(const cJSON* object, const char* key)
     return static_cast<Number>(value > kMin ? std::min(value, kMax) : kMin);
 }
 
+template <class Status, class Counters>
+void addCounters(cJSON* object, const Status& status, const Counters& counters)
+{
+    for (const auto& counter : counters) {
+        addNumber(object, counter.name, status.*counter.member);
+    }
+}
+
+template <class Status, class Counters>
+void readCounters(const cJSON* object, Status& status, const Counters& counters)
+{
+    for (const auto& counter : counters) {
+        status.*counter.member = wholeNumber<std::uint64_t>(object, counter.name);
+    }
+}
+
 std::string readText(const cJSON* object, const char* key)
 {
     const char* const value = cJSON_GetStringValue(cJSON_GetObjectItemCaseSensitive(object, key));
@@ -49,9 +65,7 @@ JsonTree toJson(const ChannelStatus& channel)
     JsonTree item(cJSON_CreateObject());
     addText(item.get(), "channel", channel.name);
     addNumber(item.get(), "subscribers", channel.subscribers);
-    addNumber(item.get(), "publications", channel.publications);
-    addNumber(item.get(), "bytes", channel.bytes);
-    addNumber(item.get(), "missed", channel.missed);
+    addCounters(item.get(), channel, Telvane::kChannelCounters);
     addNumber(item.get(), "lastSequence", channel.lastSequence);
     return item;
 }
@@ -70,8 +84,7 @@ JsonTree toJson(const ClientStatus& client)
     for (const Telvane::EventServerSubscriptionStatus& subscription : client.subscriptions) {
         cJSON* const object = cJSON_CreateObject();
         addText(object, "channel", subscription.channel);
-        addNumber(object, "relayed", subscription.relayed);
-        addNumber(object, "missed", subscription.missed);
+        addCounters(object, subscription, Telvane::kSubscriptionCounters);
         cJSON_AddItemToArray(subscriptions, object);
     }
     return item;
@@ -81,9 +94,7 @@ void read(const cJSON* item, ChannelStatus& channel)
 {
     channel.name = readText(item, "channel");
     channel.subscribers = wholeNumber<std::size_t>(item, "subscribers");
-    channel.publications = wholeNumber<std::uint64_t>(item, "publications");
-    channel.bytes = wholeNumber<std::uint64_t>(item, "bytes");
-    channel.missed = wholeNumber<std::uint64_t>(item, "missed");
+    readCounters(item, channel, Telvane::kChannelCounters);
     channel.lastSequence = wholeNumber<int>(item, "lastSequence");
 }
 
@@ -101,8 +112,7 @@ void read(const cJSON* item, ClientStatus& client)
     {
         Telvane::EventServerSubscriptionStatus& subscription = client.subscriptions.emplace_back();
         subscription.channel = readText(object, "channel");
-        subscription.relayed = wholeNumber<std::uint64_t>(object, "relayed");
-        subscription.missed = wholeNumber<std::uint64_t>(object, "missed");
+        readCounters(object, subscription, Telvane::kSubscriptionCounters);
     }
 }
 

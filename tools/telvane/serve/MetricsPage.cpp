@@ -4,6 +4,7 @@
 #include "serve/MetricsPage.h"
 
 #include <cstring>
+#include <set>
 
 namespace TelvaneTool
 {
@@ -42,15 +43,9 @@ private:
 class Page
 {
 public:
-    void counter(const char* name, const char* help, const char* unit = nullptr)
-    {
-        begin(name, "counter", "_total", help, unit);
-    }
-    void gauge(const char* name, const char* help, const char* unit = nullptr)
-    {
-        begin(name, "gauge", "", help, unit);
-    }
-    void info(const char* name, const char* help) { begin(name, "info", "_info", help, nullptr); }
+    void counter(const char* name, const char* help) { begin(name, "counter", "_total", help); }
+    void gauge(const char* name, const char* help) { begin(name, "gauge", "", help); }
+    void info(const char* name, const char* help) { begin(name, "info", "_info", help); }
 
     void sample(std::uint64_t value, const Labels& labels = {})
     {
@@ -60,12 +55,13 @@ public:
     std::string end() { return std::move(m_text.append("# EOF")); }
 
 private:
-    void begin(const char* name, const char* kind, const char* suffix, const char* help, const char* unit)
+    void begin(const char* name, const char* kind, const char* suffix, const char* help)
     {
+        constexpr std::string_view kBytes = "_bytes"; // the only unit; the family's name ends with it
         const std::string family = std::string("telvane_") + name;
         m_text += "# TYPE " + family + " " + kind + "\n";
-        if (unit != nullptr) {
-            m_text += "# UNIT " + family + " " + unit + "\n";
+        if (family.size() > kBytes.size() && family.substr(family.size() - kBytes.size()) == kBytes) {
+            m_text += "# UNIT " + family + " bytes\n";
         }
         m_text += "# HELP " + family + " " + help + "\n";
         m_sample = family + suffix;
@@ -78,26 +74,19 @@ private:
 void writeServer(Page& page, const EventServerStatistics& statistics, std::size_t clients,
                  std::size_t channels)
 {
-    page.counter("packets_received", "Packets received from clients.");
-    page.sample(statistics.received);
-    page.counter("packets_dispatched", "Packets handed to a handler.");
-    page.sample(statistics.dispatched);
-    page.counter("packets_dropped", "Packets dropped, by reason.");
-    page.sample(statistics.tooLarge, Labels().add("reason", "too_large"));
-    page.sample(statistics.notJson, Labels().add("reason", "not_json"));
-    page.sample(statistics.withoutPayload, Labels().add("reason", "no_payload"));
-    page.sample(statistics.unknownChannel, Labels().add("reason", "no_subscriber_ever"));
-    page.sample(statistics.outOfMemory, Labels().add("reason", "out_of_memory"));
-    page.counter("relays_sent", "Relays sent in full, one for each subscriber.");
-    page.sample(statistics.relayed);
-    page.counter("relays_missed", "Relays that subscribers missed.");
-    page.sample(statistics.relaysFailed);
-    page.counter("relays_cut", "Publications whose relay exceeds the message size limit.");
-    page.sample(statistics.relaysTooLarge);
-    page.counter("connections_refused", "Connections refused by a limit.");
-    page.sample(statistics.connectionsRefused);
-    page.counter("subscriptions_refused", "Subscriptions refused by a limit.");
-    page.sample(statistics.subscriptionsRefused);
+    std::set<std::string_view> families;
+    for (const auto& first : Telvane::kServerCounters) {
+        if (!families.insert(first.metric).second) {
+            continue;
+        }
+        page.counter(first.metric, first.reason == nullptr ? first.meaning : "Packets dropped, by reason.");
+        for (const auto& counter : Telvane::kServerCounters) {
+            if (std::string_view(counter.metric) == first.metric) {
+                page.sample(statistics.*counter.member,
+                            counter.reason == nullptr ? Labels() : Labels().add("reason", counter.reason));
+            }
+        }
+    }
     page.gauge("clients", "Clients connected.");
     page.sample(clients);
     page.gauge("channels", "Channels that have ever been subscribed to.");
@@ -113,14 +102,10 @@ void writeChannels(Page& page, const std::vector<EventServerChannelStatus>& chan
     };
     page.gauge("channel_subscribers", "Subscribers of a channel.");
     all(&EventServerChannelStatus::subscribers);
-    page.counter("channel_publications", "Publications on a channel, including those without subscribers.");
-    all(&EventServerChannelStatus::publications);
-    page.counter("channel_relay_bytes", "Size of the relays of those publications, each counted once.",
-                 "bytes");
-    all(&EventServerChannelStatus::bytes);
-    page.counter("channel_relays_missed",
-                 "Relays that subscribers of a channel missed, including disconnected ones.");
-    all(&EventServerChannelStatus::missed);
+    for (const auto& counter : Telvane::kChannelCounters) {
+        page.counter(counter.metric, counter.meaning);
+        all(counter.member);
+    }
 }
 
 Labels labelsOf(const EventServerClientStatus& client)
@@ -139,21 +124,18 @@ Labels labelsOf(const EventServerClientStatus& client, const EventServerSubscrip
 void writeClients(Page& page, const std::vector<EventServerClientStatus>& clients)
 {
     page.gauge("client_unread_bytes",
-               "Data sent to a client and not yet read, including the kernel's overhead.", "bytes");
+               "Data sent to a client and not yet read, including the kernel's overhead.");
     for (const EventServerClientStatus& client : clients) {
         page.sample(client.bytesBehind, labelsOf(client));
     }
-    const auto all = [&](std::uint64_t EventServerSubscriptionStatus::*member) {
+    for (const auto& counter : Telvane::kSubscriptionCounters) {
+        page.counter(counter.metric, counter.meaning);
         for (const EventServerClientStatus& client : clients) {
             for (const EventServerSubscriptionStatus& subscription : client.subscriptions) {
-                page.sample(subscription.*member, labelsOf(client, subscription));
+                page.sample(subscription.*counter.member, labelsOf(client, subscription));
             }
         }
-    };
-    page.counter("subscription_relays_sent", "Relays sent in full to a client on a channel.");
-    all(&EventServerSubscriptionStatus::relayed);
-    page.counter("subscription_relays_missed", "Relays that a client missed on a channel.");
-    all(&EventServerSubscriptionStatus::missed);
+    }
     page.info("subscription_last_error", "Error of the last relay that a client missed on a channel.");
     for (const EventServerClientStatus& client : clients) {
         for (const EventServerSubscriptionStatus& subscription : client.subscriptions) {

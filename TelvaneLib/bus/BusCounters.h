@@ -1,0 +1,30 @@
+#pragma once
+
+// Counting, and copying counters to structures of programs that know fewer of them.
+
+#include <algorithm>
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+/// A counter of a list in Telvane/BusCounters.h, as it is held here; and its copy to the member of that name.
+#define TELVANE_ATOMIC_COUNTER(member, metric, reason, meaning) std::atomic<std::uint64_t> member{0};
+#define TELVANE_COPY_COUNTER(member, metric, reason, meaning) copy.member = counters.member;
+
+namespace Telvane
+{
+
+inline void count(std::atomic<std::uint64_t>& counter, std::uint64_t events = 1)
+{
+    counter.fetch_add(events, std::memory_order_relaxed);
+}
+
+/// \param size of the caller's structure, which may be of an earlier or a later version
+template <class Statistics>
+void copyKnown(const Statistics& copy, Statistics& statistics, std::size_t size)
+{
+    std::memcpy(&statistics, &copy, std::min(size, sizeof copy));
+}
+
+} // namespace Telvane
