@@ -6,6 +6,7 @@
 // turns.
 
 #include "bus/EventClientState.h"
+#include "bus/PendingRequest.h"
 
 #include <Telvane/RequestType.h>
 
@@ -20,7 +21,7 @@ namespace Telvane
 namespace
 {
 
-constexpr auto kResponseDeadline = std::chrono::seconds(1);
+constexpr unsigned int kResponseSeconds = 1;
 
 } // namespace
 
@@ -117,7 +118,7 @@ int EventClient::State::runExchange(MetaExchange& exchange, const std::string& c
         return result;
     }
     while (!exchange.done) {
-        const auto deadline = std::chrono::system_clock::now() + kResponseDeadline;
+        const auto deadline = std::chrono::system_clock::now() + std::chrono::seconds(kResponseSeconds);
         if (exchange.condition.wait_until(guard, deadline) == std::cv_status::timeout && !exchange.done) {
             return -ETIMEDOUT;
         }
@@ -225,47 +226,6 @@ int EventClient::Request(const std::string& channel, TelvaneDataTypeBase& record
     return catchBadAlloc([&] { return m_state->request(*this, channel, record); });
 }
 
-namespace
-{
-
-/// Where the thread that asks and the receiver thread meet.
-struct Reply
-{
-    explicit Reply(TelvaneDataTypeBase& record) : target(record) {}
-
-    void take(TelvaneDataTypeBase* received)
-    {
-        const std::lock_guard<std::mutex> guard(lock);
-        try {
-            target.copy(received);
-        } catch (const std::bad_alloc&) {
-            return; // as if it had not arrived
-        }
-        answered = true;
-        condition.notify_all();
-    }
-
-    /// \return 0 or ETIMEDOUT
-    int await()
-    {
-        std::unique_lock<std::mutex> guard(lock);
-        while (!answered) {
-            const auto deadline = std::chrono::system_clock::now() + kResponseDeadline;
-            if (condition.wait_until(guard, deadline) == std::cv_status::timeout && !answered) {
-                return ETIMEDOUT;
-            }
-        }
-        return 0;
-    }
-
-    TelvaneDataTypeBase& target;
-    std::mutex lock;
-    std::condition_variable condition;
-    bool answered = false;
-};
-
-} // namespace
-
 /// A request's closure while it waits. What the table held before stands behind it: nothing, a subscription,
 /// or the closure of another thread's request, which gets each answer, too.
 class EventClient::State::RequestClosure : public SubscriptionCallbackClosure
@@ -322,9 +282,10 @@ bool EventClient::State::endRequest(const std::string& channel, RequestClosure& 
 
 int EventClient::State::request(EventClient& client, const std::string& channel, TelvaneDataTypeBase& record)
 {
-    Reply reply(record);
+    PendingRequest pending;
+    pending.begin(record);
     auto closure = makeSubscription<RequestClosure>(
-        [&reply](void*, TelvaneDataTypeBase* received, int, void*) { reply.take(received); }, record,
+        [&pending](void*, TelvaneDataTypeBase* received, int, void*) { pending.take(received); }, record,
         nullptr);
     RequestClosure& own = *closure;
     ClosureEntry entry = makeEntry(channel, std::move(closure));
@@ -339,11 +300,7 @@ int EventClient::State::request(EventClient& client, const std::string& channel,
         return result;
     }
     enterRequest(std::move(entry), own);
-    RequestType request;
-    result = client.Publish(requestChannel, request);
-    if (result == 0) {
-        result = reply.await();
-    }
+    pending.ask(client, requestChannel, kResponseSeconds, result);
     if (!endRequest(channel, own, false)) {
         client.unsubscribeFromServer(channel);
         endRequest(channel, own, true);

@@ -1,47 +1,21 @@
-// One request, one reply, one waiting thread. The lock is held from before the request goes out until the
-// wait begins, so a quick reply waits for the waiter. The caller's record is the reply's prototype and its
-// target.
+// A request over the public operations of a client. The caller's record is the prototype of the reply as well as
+// its target.
 
 #include <Telvane/EventClientSynchronizer.h>
 
 #include <Telvane/RequestType.h>
 
-#include "support/Deadline.h"
-#include "transport/Envelope.h"
+#include "bus/PendingRequest.h"
 
 #include <cerrno>
-#include <chrono>
-#include <condition_variable>
-#include <mutex>
 #include <new>
-#include <string>
 #include <utility>
 
 namespace Telvane
 {
 
-struct EventClientSynchronizer::State
-{
-    std::mutex lock;
-    std::condition_variable replyCondition;
-    bool answered = false;
-    TelvaneDataTypeBase* replyTarget = nullptr;
-
-    void take(TelvaneDataTypeBase* reply)
-    {
-        const std::lock_guard<std::mutex> guard(lock);
-        if (replyTarget == nullptr) {
-            return;
-        }
-        try {
-            replyTarget->copy(reply);
-        } catch (const std::bad_alloc&) {
-            return; // as if it had not arrived
-        }
-        answered = true;
-        replyCondition.notify_all();
-    }
-};
+struct EventClientSynchronizer::State : PendingRequest
+{};
 
 EventClientSynchronizer::EventClientSynchronizer() : m_state(std::make_shared<State>()) {}
 
@@ -57,8 +31,7 @@ int EventClientSynchronizer::Request(EventClient& client, const std::string& cha
     EventClient::Callback takeReply;
     try {
         requestChannel = kRequestPrefix + channel;
-        // The subscription holds the state itself: should it outlive the synchronizer, because the server did
-        // not end it, it finds no target there and does nothing.
+        // The subscription shares the state: if the server does not end it, it may outlive the synchronizer.
         takeReply = [state = m_state](void*, TelvaneDataTypeBase* record, int, void*) {
             state->take(record);
         };
@@ -69,27 +42,12 @@ int EventClientSynchronizer::Request(EventClient& client, const std::string& cha
         return result;
     }
     int result = 0;
-    {
-        RequestType request;
-        std::unique_lock<std::mutex> guard(m_state->lock);
-        m_state->answered = false;
-        m_state->replyTarget = &reply;
-        if (client.Publish(requestChannel, request) == 0) {
-            const auto deadline = deadlineAfter(std::chrono::system_clock::now(), timeout);
-            const auto answered = [this] {
-                return m_state->answered;
-            };
-            if (timeout == 0 || !m_state->replyCondition.wait_until(guard, deadline, answered)) {
-                result = ETIMEDOUT;
-            }
-        }
+    m_state->begin(reply);
+    if (!m_state->ask(client, requestChannel, timeout, result)) {
+        result = 0; // the request ends without a reply
     }
     const int unsubscribed = client.Unsubscribe(channel);
-    {
-        // A late reply must not be copied into a record that is gone.
-        const std::lock_guard<std::mutex> guard(m_state->lock);
-        m_state->replyTarget = nullptr;
-    }
+    m_state->end();
     return unsubscribed != 0 ? unsubscribed : result;
 }
 

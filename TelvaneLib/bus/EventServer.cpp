@@ -140,7 +140,7 @@ int EventServer::State::listenOn(FileDescriptor& socket, FileDescriptor wakeOfIn
     const int result = startThread(listenerThread, &EventServer::connectionListener, &server, stackSize);
     if (result != 0) {
         listener = -1;
-        wake.reset(-1);
+        wake.reset();
         return result;
     }
     socket.release();
@@ -262,7 +262,7 @@ void EventServer::State::tearDown(int client)
         {
             const std::lock_guard<std::mutex> connectionsGuard(connectionsLock);
             forget(client);
-            FileDescriptor(client).reset(-1);
+            FileDescriptor(client).reset();
             finishedThreads.insert(connections.extract(client));
         }
         if (stopTargets(pthread_self())) {
@@ -331,7 +331,7 @@ int EventServer::State::stopListener()
         return -ETIMEDOUT;
     }
     pthread_join(listenerThread, nullptr);
-    wake.reset(-1);
+    wake.reset();
     return 0;
 }
 

@@ -54,7 +54,7 @@ int sendToClient(int fd, const char* data, int length)
 void EventServer::State::handlePackets(int client, const Packet* packets, int number)
 {
     count(counters.received, static_cast<std::uint64_t>(number));
-    std::array<PrintedPublication, kMostPackets> publications;
+    std::array<PrintedPublication, kMaxPackets> publications;
     const Packet* const end = packets + number;
     while (packets != end) {
         std::size_t printed = 0;
@@ -75,7 +75,7 @@ void EventServer::State::relayPrinted(PrintedPublication* publications, std::siz
 {
     PrintedPublication* const end = publications + number;
     while (publications != end) {
-        std::array<Relay, kMostPackets> relays;
+        std::array<Relay, kMaxPackets> relays;
         std::size_t relayCount = 0;
         int bytes = 0;
         // Other clients' messages wait for no more than is taken together.

@@ -24,6 +24,7 @@
 #include <Telvane/DynamicFileInterface.h>
 
 #include "support/Diagnostics.h"
+#include "support/FileDescriptor.h"
 
 #include <cerrno>
 #include <chrono>
@@ -50,26 +51,6 @@ constexpr useconds_t kPauseMicroseconds = 1000;
 constexpr std::chrono::milliseconds kHandlerPatience(100);
 // Waited out only at a pipe that was replaced by another one; otherwise the listener comes at once.
 constexpr std::chrono::seconds kOpenPatience(1);
-
-class Descriptor
-{
-public:
-    explicit Descriptor(int number) : m_number(number) {}
-    Descriptor(Descriptor&& other) noexcept : m_number(std::exchange(other.m_number, -1)) {}
-    Descriptor& operator=(Descriptor&&) = delete;
-    ~Descriptor()
-    {
-        if (isOpen()) {
-            ::close(m_number);
-        }
-    }
-
-    bool isOpen() const { return m_number >= 0; }
-    int number() const { return m_number; }
-
-private:
-    int m_number;
-};
 
 class CancellationWindow
 {
@@ -102,9 +83,9 @@ struct DynamicFileInterface::State
 
     void listen();
     bool enter(Phase next);
-    Descriptor openForWriting() const;
+    FileDescriptor openForWriting() const;
     int waitForReader() const;
-    void serve(Descriptor opened);
+    void serve(FileDescriptor opened);
 
     const std::string path;
     pthread_t listener = {};
@@ -151,18 +132,18 @@ bool DynamicFileInterface::State::endsWhenAsked()
     if (phase != Phase::Opening) {
         return phaseChanged.wait_for(lock, kHandlerPatience, ended);
     }
-    const Descriptor reader(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    return reader.isOpen() && phaseChanged.wait_for(lock, kOpenPatience, ended);
+    const FileDescriptor reader(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    return reader.valid() && phaseChanged.wait_for(lock, kOpenPatience, ended);
 }
 
 void DynamicFileInterface::State::listen()
 {
     while (enter(Phase::Opening)) {
-        Descriptor opened = openForWriting();
+        FileDescriptor opened = openForWriting();
         if (!enter(Phase::Serving)) {
             return;
         }
-        if (opened.isOpen()) {
+        if (opened.valid()) {
             serve(std::move(opened));
         }
         ::usleep(kPauseMicroseconds);
@@ -177,13 +158,13 @@ bool DynamicFileInterface::State::enter(Phase next)
     return !stopping;
 }
 
-Descriptor DynamicFileInterface::State::openForWriting() const
+FileDescriptor DynamicFileInterface::State::openForWriting() const
 {
-    Descriptor opened(waitForReader());
-    if (opened.number() == 0) {
+    FileDescriptor opened(waitForReader());
+    if (opened.get() == 0) {
         // Standard input is closed. Left at 0 the descriptor would not be served, and while open it would
         // keep every reader from its end of the file.
-        return Descriptor(::fcntl(opened.number(), F_DUPFD, 1));
+        return FileDescriptor(::fcntl(opened.get(), F_DUPFD, 1));
     }
     return opened;
 }
@@ -194,14 +175,14 @@ int DynamicFileInterface::State::waitForReader() const
     return ::open(path.c_str(), O_WRONLY | O_SYNC);
 }
 
-void DynamicFileInterface::State::serve(Descriptor opened)
+void DynamicFileInterface::State::serve(FileDescriptor opened)
 {
     const std::lock_guard<std::mutex> lock(handlerLock);
-    const Descriptor file(std::move(opened));
+    const FileDescriptor file(std::move(opened));
     const CancellationWindow window;
-    handler(file.number());
+    handler(file.get());
     // Fails for good when the reader has gone, which is the reader's affair.
-    while (::write(file.number(), "\n", 1) < 0 && errno == EINTR) {
+    while (::write(file.get(), "\n", 1) < 0 && errno == EINTR) {
     }
 }
 

@@ -87,7 +87,7 @@ int Inbox::receiveSeveral()
 /// \param expected bytes of each packet
 int Inbox::receiveMore(int expected)
 {
-    const int number = std::min(kMostBytes / expected, kMostPackets) - 2;
+    const int number = std::min(kMostBytes / expected, kMaxPackets) - 2;
     m_borrowed = number > 0 ? m_pool.borrow() : nullptr;
     if (m_borrowed == nullptr) {
         return 0;

@@ -27,7 +27,7 @@ class PacketBufferPool
 {
 public:
     /// What a connection needs beside two buffers of its own.
-    using Set = std::array<PacketBuffer, kMostPackets - 2>;
+    using Set = std::array<PacketBuffer, kMaxPackets - 2>;
 
     /// \return null when all are in use
     Set* borrow();
@@ -67,7 +67,7 @@ private:
     bool m_ended = false;
     int m_attempts; ///< left to find several
     int m_lone = 0; ///< received without an attempt
-    std::array<Packet, kMostPackets> m_packets;
+    std::array<Packet, kMaxPackets> m_packets;
     std::array<PacketBuffer, 2> m_buffers; // not touched before they are used
 };
 

@@ -17,7 +17,6 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <unistd.h>
 
 namespace Telvane
 {
@@ -43,14 +42,6 @@ void terminate(char* text, int length)
 }
 
 } // namespace
-
-void FileDescriptor::reset(int fd)
-{
-    if (m_fd >= 0) {
-        close(m_fd);
-    }
-    m_fd = fd;
-}
 
 FileDescriptor openSocket()
 {
@@ -119,9 +110,9 @@ int receivePacket(int fd, char* buffer)
 
 int receivePackets(int fd, Packet* packets, int number, int flags)
 {
-    std::array<iovec, kMostPackets> buffers;
-    std::array<mmsghdr, kMostPackets> messages; // both are written as far as they are read
-    const auto wanted = static_cast<std::size_t>(std::min(number, kMostPackets));
+    std::array<iovec, kMaxPackets> buffers;
+    std::array<mmsghdr, kMaxPackets> messages; // both are written as far as they are read
+    const auto wanted = static_cast<std::size_t>(std::min(number, kMaxPackets));
     for (std::size_t i = 0; i < wanted; ++i) {
         buffers[i] = {packets[i].text, kMessageLimit};
         messages[i] = {};

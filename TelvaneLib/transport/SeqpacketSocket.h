@@ -2,6 +2,8 @@
 
 // The transport: Unix-domain SOCK_SEQPACKET sockets, on which one message is one packet.
 
+#include "support/FileDescriptor.h"
+
 #include <cstddef>
 #include <string>
 #include <sys/types.h>
@@ -15,35 +17,7 @@ namespace Telvane
 constexpr int kMessageLimit = 16384;
 
 /// The most packets that are received in one call.
-constexpr int kMostPackets = 16;
-
-/// A descriptor that is closed with its owner.
-class FileDescriptor
-{
-public:
-    FileDescriptor() = default;
-    explicit FileDescriptor(int fd) : m_fd(fd) {}
-    FileDescriptor(FileDescriptor&& other) noexcept : m_fd(other.release()) {}
-    FileDescriptor& operator=(FileDescriptor&& other) noexcept
-    {
-        reset(other.release());
-        return *this;
-    }
-    ~FileDescriptor() { reset(-1); }
-
-    int get() const { return m_fd; }
-    bool valid() const { return m_fd >= 0; }
-    void reset(int fd);
-    int release()
-    {
-        const int fd = m_fd;
-        m_fd = -1;
-        return fd;
-    }
-
-private:
-    int m_fd = -1;
-};
+constexpr int kMaxPackets = 16;
 
 /// \return a new socket; invalid, with errno set, when there is none to be had
 FileDescriptor openSocket();
@@ -87,7 +61,7 @@ struct Packet
 
 /// Receives several packets in one call, each as receivePacket() does.
 /// \param packets whose texts to fill
-/// \param number  of them, at most kMostPackets
+/// \param number  of them, at most kMaxPackets
 /// \param flags   `MSG_WAITFORONE` to wait for the first of them, `MSG_DONTWAIT` to wait for none
 /// \return how many have been received; -1 with errno set
 int receivePackets(int fd, Packet* packets, int number, int flags);
