@@ -5,9 +5,10 @@
 ///
 ///     X(member, metric, reason, meaning)
 ///
-/// From it follow the structure's member, the counter in the library, the metrics page and the status answers of
-/// `telvane serve`, the tables in docs/server-status.md and the tests. What is left to do is to count. All
-/// counters are 64 bits wide and start at 0 with the server, client, channel or subscription that they belong to.
+/// From it follow the structure's member, the counter in the library, the metrics page and the status answers
+/// of `telvane serve`, the tables in docs/server-status.md and the tests. What is left to do is to count. All
+/// counters are 64 bits wide and start at 0 with the server, client, channel or subscription that they belong
+/// to.
 #pragma once
 
 #include <array>
@@ -74,8 +75,9 @@ struct BusCounter
 #define TELVANE_COUNTER_MEMBERS(list) list(TELVANE_COUNTER_MEMBER)
 #define TELVANE_COUNTER_MEMBER(member, metric, reason, meaning) std::uint64_t member = 0;
 
-/// The counters of \p list as a std::array of BusCounter, in a function of no arguments. A table made from it must
-/// have internal linkage, as `constexpr` variables have: each program has the counters that it was compiled with.
+/// The counters of \p list as a std::array of BusCounter, in a function of no arguments. A table made from it
+/// must have internal linkage, as `constexpr` variables have: each program has the counters that it was
+/// compiled with.
 #define TELVANE_COUNTER_TABLE(Counters, list)                                                                \
     [] {                                                                                                     \
         using Self = Counters;                                                                               \

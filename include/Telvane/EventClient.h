@@ -1,5 +1,5 @@
 /// \file
-/// A process's connection to the event bus.
+/// The client of the event bus.
 #pragma once
 
 #include <Telvane/BusCounters.h>
@@ -26,105 +26,122 @@ struct EventClientStatistics
 /// All counters of EventClientStatistics.
 constexpr auto kClientCounters = TELVANE_COUNTER_TABLE(EventClientStatistics, TELVANE_CLIENT_COUNTERS);
 
-/// Connects to an EventServer, publishes records on channels and receives them through callbacks.
+/// A connection to an EventServer: publishes records and receives them through callbacks.
 ///
-/// A channel that is subscribed to is named by ASCII letters and underscores only. Callbacks run on the
-/// client's one receiver thread with the closure-table lock held: a callback may Publish(), but must not
-/// Subscribe(), Unsubscribe() or Request() on the same client, whose answers only that thread could read. The
-/// first would time out, the others are refused with `-EDEADLK`.
+/// Names of channels that are subscribed to consist of ASCII letters and underscores.
 ///
-/// Results are 0, negated POSIX error numbers, or a positive count where told. Any operation that sends may
-/// also return `-ENOMEM`, having sent nothing; nothing is thrown, but by the constructor `std::bad_alloc`,
-/// and by a callback of the application's, whose exceptions pass. All operations may be called from several
-/// threads, except that Connect(), Disconnect() and destruction belong to one thread at a time.
+/// **Results** are 0, negated POSIX error numbers, or positive counts where documented. Each operation that
+/// sends may also return `-ENOMEM`, and has then sent nothing. Nothing throws except the constructor
+/// (`std::bad_alloc`) and an application's own callback: its exceptions end the process.
+///
+/// **Threads**: Callbacks run on the client's one receiver thread with the table of closures locked. A
+/// callback may call Publish(), but neither Subscribe(), which times out there, nor Unsubscribe() or
+/// Request(), which return `-EDEADLK`: only the receiver thread could read their responses. All operations
+/// may be called from several threads, except that Connect(), Disconnect() and the destructor must be called
+/// from one thread at a time.
 class TELVANE_EXPORT EventClient
 {
 public:
-    /// What is called with a received record.
+    /// Receives the records of a subscription.
     /// \param client   the EventClient
-    /// \param record   lives only for the call: copy() what is kept
-    /// \param sequence the relay's sequence number, 0 to 65535; 0 when it had none
-    /// \param user     the pointer given to Subscribe()
+    /// \param record   the record; valid only during the call: copy() what you keep
+    /// \param sequence sequence number of the message, 0 to 65535; 0 without one
+    /// \param user     pointer that was given to Subscribe()
     using Callback = std::function<void(void* client, TelvaneDataTypeBase* record, int sequence, void* user)>;
 
+    /// Creates a client that is not connected.
     EventClient();
-    /// Disconnects.
+    /// Disconnects, and waits for the receiver thread.
     virtual ~EventClient();
     EventClient(const EventClient&) = delete;
     EventClient& operator=(const EventClient&) = delete;
 
     /// Connects to the server at \p path and starts the receiver thread.
-    /// \param path at most 107 characters; a longer one ends the process
-    /// \return 0; `-EADDRINUSE` when already connected; -1 when nobody serves the path; `-ENOMEM`
+    /// \param path at most 107 characters; a longer path aborts the process
+    /// \return 0; `-EADDRINUSE` if already connected; -1 if no server listens on \p path; `-ENOMEM`
     int Connect(const std::string& path);
 
-    /// Closes the connection, ends the receiver thread and forgets all subscriptions.
-    /// \return 0; `-ENOTCONN`; `-EALREADY` when the socket could not be shut down; `-ETIMEDOUT` when the
-    ///         receiver thread did not end within 10 seconds (a callback that does not return)
+    /// Closes the connection, ends the receiver thread and removes all subscriptions.
+    /// \return 0; `-ENOTCONN` if not connected; `-EALREADY` if the socket cannot be shut down; `-ETIMEDOUT`
+    ///         if the receiver thread did not end within 10 seconds because a callback did not return
     int Disconnect();
 
-    /// \return true between Connect() and Disconnect(), even when the server has gone away in the meantime
+    /// \return true from Connect() to Disconnect(), even if the server has closed the connection
     bool IsConnected();
 
-    /// Sends \p record to every subscriber of \p channel. Blocks while the server is busy, and for good when
-    /// the server has gone away, until Disconnect() is called.
-    /// \return 0, also for a message of more than 16383 bytes, which nobody can read; `-ENOTCONN`; what
-    ///         Package() returned if negative; the count sent when the system took only a part
+    /// Publishes \p record on \p channel.
+    /// \return 0, even for a message of more than 16383 bytes, which no subscriber can read; `-ENOTCONN`; a
+    ///         negative result of TelvaneDataTypeBase::Package(); the count of bytes sent if that was only a
+    ///         part
+    /// \par Threads Any thread, also a callback. Blocks while the server is busy. Blocks until Disconnect()
+    ///      is called if the server has closed the connection.
     int Publish(const std::string& channel, TelvaneDataTypeBase& record);
 
-    /// Subscribes to \p channel, in place of any earlier subscription to it. Waits up to 1 second.
-    /// \param callback  called on the receiver thread for each record
-    /// \param prototype its class decides what payloads are read into; only used during the call
-    /// \param user      handed to the callback
-    /// \return 0; `-ENOTCONN`; -1 when the server refused the channel's name; `-ETIMEDOUT`
+    /// Subscribes to \p channel. Replaces an earlier subscription to it. Waits up to 1 second for the
+    /// response.
+    /// \param channel   name of the channel
+    /// \param callback  called for each record
+    /// \param prototype a record of the class to read payloads into
+    /// \param user      passed to \p callback
+    /// \return 0; `-ENOTCONN`; -1 if the server refused; `-ETIMEDOUT`
+    /// \par Ownership The client copies \p callback and does not keep \p prototype. The caller owns \p user,
+    ///      which must stay valid while subscribed.
     int Subscribe(const std::string& channel, Callback callback, const TelvaneDataTypeBase& prototype,
                   void* user);
 
-    /// Ends a subscription. Waits up to 1 second.
-    /// \return 0; `-ENOTCONN`; `-EINVAL` when not subscribed; -1 when the server refused; `-ETIMEDOUT`
+    /// Removes the subscription to \p channel. Waits up to 1 second for the response.
+    /// \return 0; `-ENOTCONN`; `-EINVAL` if not subscribed; -1 if the server refused; `-ETIMEDOUT`;
+    ///         `-EDEADLK` in a callback. The subscription is kept unless the result is 0.
     int Unsubscribe(const std::string& channel);
 
-    /// Asks on "req_" + \p channel and waits one second for the next record on \p channel, which goes to all
-    /// threads that wait for one, and not to a subscription that stands behind them. A Subscribe() meanwhile
-    /// takes the channel over, and the answer with it.
-    /// \param[out] record  filled with the answer; its class decides what the answer is read into
-    /// \param      timeout not consulted; EventClientSynchronizer::Request() has one that is
-    /// \return 0; `-ENOTCONN`; `-ETIMEDOUT` when there was no answer
+    /// Publishes a request for \p channel and waits up to 1 second for the next record on it.
+    ///
+    /// The request is a RequestType on the channel kRequestPrefix + \p channel. All threads that wait for a
+    /// record on the channel get it; a subscription to the channel does not. If another thread subscribes to
+    /// the channel meanwhile, its callback gets the record, and the request times out.
+    /// \param      channel name of the channel
+    /// \param[out] record  set to the reply, whose payload is read as this record's class
+    /// \param      timeout ignored; EventClientSynchronizer::Request() has a time-out of the caller's choice
+    /// \return 0; `-ENOTCONN`; `-ETIMEDOUT` without a response or reply; `-EDEADLK` in a callback; a negative
+    ///         result of Publish(), or a positive one negated
     int Request(const std::string& channel, TelvaneDataTypeBase& record, int timeout);
 
-    /// Sends one message, retrying for as long as nothing goes out and the client stays connected.
-    /// \param length clamped to 0 to 16384
-    /// \return 0; the count sent when that was short; `-ENOTCONN` when the client was disconnected meanwhile
+    /// Sends one message. Retries until at least a part is sent or the client is disconnected.
+    /// \param data   the message; remains the caller's
+    /// \param length its length in bytes, clamped to the range 0 to 16384
+    /// \return 0; the count of bytes sent if that was less than the length; `-ENOTCONN`
     int writeDataToSocket(char* data, int length);
 
-    /// \name Meta exchanges
-    /// The exchanges behind Subscribe() and Unsubscribe().
-    /// \return 0; -1 refused; `-ETIMEDOUT`; a short count
+    /// \name Requests to the server
+    /// Subscribe() and Unsubscribe() use these functions, which leave the client's callbacks alone.
     /// @{
 
-    /// Sends the request and waits for its answer.
+    /// Sends a request for \p channel and waits up to 1 second for the response.
+    /// \return 0; -1 if the server refused; `-ETIMEDOUT`; `-ENOTCONN`; the count of bytes sent if that was
+    ///         only a part
     int subscribeToServer(const std::string& channel);
     int unsubscribeFromServer(const std::string& channel);
-    /// What the receiver thread calls for the answers.
+    /// Hands a response to the thread that waits for it. Do not call.
     static void subscribeResponseHandler(EventClient* client, cJSON* message);
     static void unsubscribeResponseHandler(EventClient* client, cJSON* message);
     /// @}
 
     /// \name Additions
-    /// Beyond the bus itself: everything here is off, or only observes, until it is used.
+    /// Notification and statistics of this library, switched off by default. They change nothing on the wire.
     /// @{
 
-    /// Calls \p fn when the connection has ended without Disconnect(): the server stopped or died. To be
-    /// installed before Connect(). It runs on the receiver thread, as the last thing there (thus not while a
-    /// callback's own Publish() hangs), no lock held; it may call Disconnect(), which ends a Publish() that
-    /// hangs, whether or not another thread calls it, too, but not Connect(), nor destroy the client.
-    /// \return 0, or `-EINVAL` for an empty function
+    /// Installs a function that is called when the server has closed the connection. Install it before
+    /// Connect().
+    /// \param fn called on the receiver thread without locks, as the last thing there, so after a Publish()
+    ///        that hangs in a callback. It may call Disconnect(), which also ends a hanging Publish(), but
+    ///        must neither call Connect() nor destroy the client.
+    /// \return 0, or `-EINVAL` if \p fn is empty
     int install_OnConnectionLost(std::function<void(EventClient& client)> fn);
-    /// \return 0, or `-EALREADY` when none is installed
+    /// \return 0, or `-EALREADY` if no function is installed
     int uninstall_OnConnectionLost();
 
-    /// \return what the client has counted; the counters are read one after another while it runs
-    /// \par Threads Any thread. Takes no lock.
+    /// \return what the client has counted since its construction
+    /// \par Threads Any thread. Takes no lock, so counters that are read together may differ by a message.
     TELVANE_LOCAL EventClientStatistics Statistics() const
     {
         EventClientStatistics statistics;
@@ -132,16 +149,19 @@ public:
         return statistics;
     }
 
-    /// The same for a program and a library of different versions: sets only the counters that both know.
-    /// \param[out] statistics the program's own structure
-    /// \param size its size, in bytes
+    /// Reads as many counters as both the program and the library know. Statistics() without arguments uses
+    /// it.
+    /// \param[out] statistics the program's structure; counters that the library does not know keep their
+    ///         values
+    /// \param      size       its size in bytes
+    /// \par Threads Any thread. Takes no lock.
     void Statistics(EventClientStatistics& statistics, std::size_t size) const;
     /// @}
 
-    /// Entry of the receiver thread; not for callers.
+    /// Runs the receiver thread. Do not call.
     static void* rx_handler(void* client);
 
-    /// What the receiver thread calls for messages of one header.
+    /// Handles the messages of one channel on the receiver thread.
     class CallbackClosure
     {
     public:
@@ -150,13 +170,13 @@ public:
         virtual int ExecuteCallback(EventClient* client, cJSON* message) = 0;
     };
 
-    /// The client's own handling of a meta response.
+    /// Handles the server's responses.
     class InternalOperationClosure : public CallbackClosure
     {
     public:
-        /// What is called with the answer.
+        /// Called with each response.
         using Operation = void (*)(EventClient* client, cJSON* message);
-        /// Keeps the function.
+        /// Creates a closure that calls \p operation.
         explicit InternalOperationClosure(Operation operation);
         int ExecuteCallback(EventClient* client, cJSON* message) override;
 
@@ -164,11 +184,11 @@ public:
         Operation m_operation;
     };
 
-    /// A subscription: builds the record and calls the application.
+    /// Handles the messages of a subscription: reads the payload into a record and calls the application.
     class SubscriptionCallbackClosure : public CallbackClosure
     {
     public:
-        /// \param prototype owned by the closure from here on
+        /// \par Ownership The closure owns \p prototype.
         SubscriptionCallbackClosure(TelvaneDataTypeBase* prototype, void* user, Callback callback);
         int ExecuteCallback(EventClient* client, cJSON* message) override;
 

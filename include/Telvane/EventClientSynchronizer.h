@@ -1,5 +1,5 @@
 /// \file
-/// Blocking requests with a time-out of the caller's choice.
+/// Requests with a time-out.
 #pragma once
 
 #include <Telvane/EventClient.h>
@@ -11,32 +11,39 @@
 namespace Telvane
 {
 
-/// Makes one request at a time over an EventClient: subscribes to the channel, publishes an empty request on
-/// "req_" + channel, waits for the first record on the channel, and unsubscribes. Several synchronizers may
-/// share a client as long as their channels differ. Must not be used on the client's receiver thread.
+/// Makes requests over an EventClient, one at a time.
+///
+/// Several synchronizers may share a client if their channels differ.
 class TELVANE_EXPORT EventClientSynchronizer
 {
 public:
+    /// Creates a synchronizer that can be used with any client.
     EventClientSynchronizer();
     virtual ~EventClientSynchronizer();
     EventClientSynchronizer(const EventClientSynchronizer&) = delete;
     EventClientSynchronizer& operator=(const EventClientSynchronizer&) = delete;
 
-    /// \param[out] reply   filled with the answer; its class decides what the answer is read into
-    /// \param      timeout whole seconds to wait for the answer; 0 gives up without waiting. With a
-    ///                `time_t` of 32 bits no wait outlasts 2038-01-19T03:14:07Z.
-    /// \return 0; `-ENOTCONN`; -1 when the channel's name was refused; `-ETIMEDOUT` when the server did not
-    ///         answer the subscription; `+ETIMEDOUT` (positive) when no reply came in time; a non-zero result
-    ///         of the final unsubscription, before all others
+    /// Subscribes to \p channel, publishes a RequestType on kRequestPrefix + \p channel, waits for the first
+    /// record on
+    /// \p channel, and unsubscribes. Ends an earlier subscription of \p client to the channel.
+    /// \param      client  a connected client; must stay valid during the call
+    /// \param      channel name of the channel
+    /// \param[out] reply   set to the reply, whose payload is read as this record's class
+    /// \param      timeout time to wait for the reply, in seconds; 0 returns without waiting. Where `time_t`
+    ///             has 32 bits, the wait ends by 2038-01-19T03:14:07Z.
+    /// \return the result of the unsubscription unless it is 0; then 0, also if the request could not be
+    ///         sent; `+ETIMEDOUT` (positive) without a reply. If not subscribed: `-ENOTCONN`; -1 if the
+    ///         server refused; `-ETIMEDOUT` (negative) without a response; `-ENOMEM`
+    /// \par Threads One thread at a time, but not a callback or notification of \p client.
     int Request(EventClient& client, const std::string& channel, TelvaneDataTypeBase& reply,
                 unsigned int timeout);
 
-    /// Takes the reply; \p user is the synchronizer. Not for callers.
+    /// Takes the reply. Do not call.
     static void callback(void* client, TelvaneDataTypeBase* record, int sequence, void* user);
 
 private:
     struct TELVANE_LOCAL State;
-    std::shared_ptr<State> m_state; ///< shared with a subscription that could not be ended
+    std::shared_ptr<State> m_state; ///< shared with a subscription that the server did not end
 };
 
 } // namespace Telvane

@@ -1,5 +1,5 @@
 /// \file
-/// The hub of the event bus.
+/// The server of the event bus.
 #pragma once
 
 #include <Telvane/EventServerStatus.h>
@@ -17,70 +17,74 @@
 namespace Telvane
 {
 
-/// Signature of channel handlers and hooks.
+/// A hook, or the handler of a channel.
 /// \param server   the EventServer
 /// \param client   descriptor of the client's socket
-/// \param header   the message's header (its channel), or empty
-/// \param sequence the sequence number drawn for the message, or -1
-/// \param payload  the message's payload, not to be kept beyond the call, or null
-/// \param user     the pointer given when the hook was installed
+/// \param header   "header" of the message, which is its channel; empty without a message
+/// \param sequence sequence number of the message, 0 to 65535; -1 without a message
+/// \param payload  payload of the message, or null; valid only during the call
+/// \param user     pointer that was installed with the hook
 /// \return ignored by the server
 using EventHandler = int (*)(void* server, int client, const std::string& header, int sequence,
                              cJSON* payload, void* user);
 
-/// Accepts clients on a Unix-domain SOCK_SEQPACKET socket and relays what they publish.
+/// The server of a bus: accepts clients on a Unix-domain SOCK_SEQPACKET socket and relays what they publish.
 ///
-/// Each publication on a channel goes to every client that has subscribed to it, the publisher included
-/// when it has. Delivery is at most once: the server never waits for a slow subscriber, which then misses
-/// the message. The server runs one listening thread and one receiver thread per client.
+/// The server relays each message to all clients that are subscribed to its channel, including the publisher
+/// if it is. It never waits for a slow subscriber, which misses messages instead.
 ///
-/// Results are 0 or negated POSIX error numbers unless told otherwise; nothing is thrown, but by the
-/// constructor `std::bad_alloc`. A server that runs out of memory loses messages, which it counts, and
-/// clients that come, and goes on.
+/// **Results** are 0 or negated POSIX error numbers, except where an operation documents others. Only the
+/// constructor throws (`std::bad_alloc`). A server that is out of memory drops messages, which it counts, and
+/// new clients, and continues to run.
 ///
-/// Threading: Start() and Stop() belong to one thread at a time and must not be called from a hook. Hooks
-/// are to be installed before Start(). Everything under "Additions" may be called from any thread unless it
-/// says otherwise.
+/// **Threads**: One thread accepts clients, and one thread per client receives. Call Start(), StartOn() and
+/// Stop() from one thread at a time, and not from a hook. Install hooks before Start(). Operations under
+/// "Additions" may be called from any thread except where they document otherwise.
 class TELVANE_EXPORT EventServer
 {
 public:
+    /// Creates a server that is not started.
     EventServer();
     /// Does not stop a running server: call Stop() first.
     virtual ~EventServer();
     EventServer(const EventServer&) = delete;
     EventServer& operator=(const EventServer&) = delete;
 
-    /// Binds \p path and begins to accept clients. A socket file that nobody serves any more is replaced.
-    /// \param path at most 107 characters; a longer one ends the process
-    /// \return 0; -1 when already started, or when a socket cannot be had or bound; `-EADDRINUSE` when a live
-    ///         server answers on \p path; a positive error number when no thread could be created;
-    ///         `-ENOMEM`
+    /// Creates the socket \p path and accepts clients on it. Replaces a socket file without a server.
+    /// \param path at most 107 characters; a longer path aborts the process
+    /// \return 0; -1 if already started, or if the socket cannot be created or bound; `-EADDRINUSE` if
+    ///         another server listens on \p path; `-ENOMEM`; a positive error number if the thread cannot be
+    ///         created
     int Start(const std::string& path);
 
-    /// Disconnects every client, ends all threads and removes the socket file. Subscribable channels and the
-    /// sequence counter are kept for the next Start().
-    /// \return 0; `-ENOTCONN` when not started; `-EALREADY` when the socket could not be shut down;
-    ///         `-ETIMEDOUT` when a thread did not end within 10 seconds (a hook that does not return): it goes
-    ///         on, and the server is neither to be started again nor destroyed
+    /// Disconnects all clients, ends all threads and removes the socket file.
+    ///
+    /// Keeps channels and the sequence number for the next Start(). Blocks until the threads have ended, for
+    /// each up to 10 seconds.
+    /// \return 0; `-ENOTCONN` if not started; `-EALREADY` if the socket cannot be shut down; `-ETIMEDOUT` if
+    ///         a thread did not end because a hook did not return: then neither start nor destroy the server
     int Stop();
 
-    /// \return true between a successful Start(), or StartOn(), and Stop()
+    /// \return true from a successful Start() or StartOn() until Stop()
+    /// \par Threads Any thread.
     bool IsStarted();
 
     /// \name Hooks
-    /// - connect: on the listener thread, with the connections lock held, when a client's thread runs
-    /// - disconnect: on the client's receiver thread, no lock held, when its descriptor has been closed
-    /// - subscribe, unsubscribe: on the client's receiver thread, with the handler lock held, when the
-    ///   response to the request was sent, whether it was accepted or refused
+    /// | Hook | Called | On thread | Lock held |
+    /// |---|---|---|---|
+    /// | connect | when a client's thread has started | listener | connections |
+    /// | disconnect | after the client's descriptor was closed | the client's receiver | none |
+    /// | subscribe, unsubscribe | after the response, positive or negative, was sent | the client's receiver | handler |
     ///
-    /// A hook must not throw, only that want of memory (`std::bad_alloc`) in a subscribe or unsubscribe hook is
-    /// borne and counted.
+    /// A hook must not throw, except `std::bad_alloc` from a subscribe or unsubscribe hook, which is caught
+    /// and counted. docs/threads-and-locks.md describes the locks.
     ///
-    /// Installing returns 0, or `-EINVAL` for a null function; uninstalling 0, or `-EALREADY` when there was
-    /// none.
+    /// The install functions replace the hook and return 0, or `-EINVAL` if \p fn is null, and then change
+    /// nothing. The uninstall functions return 0, or `-EALREADY` if no hook is installed.
+    /// \par Ownership The caller owns \p user, which must stay valid while the server runs.
     /// @{
 
-    /// One of the hooks, as told above.
+    /// Installs or uninstalls a hook.
     int install_OnSubscribe(EventHandler fn, void* user);
     int install_OnUnsubscribe(EventHandler fn, void* user);
     int install_OnConnect(EventHandler fn, void* user);
@@ -91,18 +95,21 @@ public:
     int uninstall_OnDisconnect();
     /// @}
 
-    /// Sends one message to a client without ever blocking.
-    /// \param length clamped to 0 to 16384
-    /// \return 0; the count sent when that was short; a negated error number (`-EAGAIN` when the client's
-    ///         buffer is full)
+    /// Sends one message to a client.
+    /// \param fd     descriptor of the client's socket
+    /// \param data   the message; remains the caller's
+    /// \param length its length in bytes, clamped to the range 0 to 16384
+    /// \return 0; the count of bytes sent if that was less than the length; a negated error number, for
+    ///         example `-EAGAIN` if the client's buffer is full
+    /// \par Threads Any thread. Does not block.
     int writeDataToSocket(int fd, char* data, int length);
 
     /// \name Additions
-    /// Beyond the bus itself: everything here is off, or only observes, until it is used.
+    /// Status, limits and settings of this library, switched off by default. They change nothing on the wire.
     /// @{
 
-    /// \return what the server has counted; the counters are read one after another while it runs
-    /// \par Threads Any thread. Takes no lock.
+    /// \return what the server has counted since its construction
+    /// \par Threads Any thread. Takes no lock, so counters that are read together may differ by a message.
     TELVANE_LOCAL EventServerStatistics Statistics() const
     {
         EventServerStatistics statistics;
@@ -110,63 +117,71 @@ public:
         return statistics;
     }
 
-    /// The same for a program and a library of different versions: sets only the counters that both know.
-    /// \param[out] statistics the program's own structure
-    /// \param size its size, in bytes
+    /// Reads as many counters as both the program and the library know. Statistics() without arguments uses
+    /// it.
+    /// \param[out] statistics the program's structure; counters that the library does not know keep their
+    ///         values
+    /// \param      size       its size in bytes
+    /// \par Threads Any thread. Takes no lock.
     void Statistics(EventServerStatistics& statistics, std::size_t size) const;
 
-    /// Sets the send buffer of clients that connect from now on: how far each may fall behind before it
-    /// misses relays. The kernel's default holds some 100 samples of a weld.
-    /// \param bytes 0 for the kernel's default
-    /// \return 0, or `-EINVAL` for a negative size
+    /// Sets the send buffer of clients that connect after this call.
+    ///
+    /// A larger buffer lets a slow subscriber fall further behind before it misses messages. The kernel's
+    /// default holds about 100 samples of a weld. More than the system's limit needs CAP_NET_ADMIN.
+    /// \param bytes size in bytes; 0 for the kernel's default
+    /// \return 0, or `-EINVAL` if \p bytes is negative
     int SetSubscriberSendBuffer(int bytes);
 
-    /// \return the usable size that the kernel granted to the client that connected last, 0 before any has
+    /// \return the send buffer, in bytes, of the client that connected last; 0 before the first
     int GrantedSubscriberSendBuffer() const;
 
-    /// Sets the stack size of the threads that are created from now on. Hooks run on them. The default of
-    /// 512 KiB leaves about 256 KiB to a hook while the deepest message that is accepted is handled.
-    /// \return 0, or `-EINVAL` for less than 256 KiB, which leave it next to nothing
+    /// Sets the stack size of threads that are created after this call. Hooks run on these threads.
+    /// \param bytes size in bytes, at least 256 KiB. The default is 512 KiB: handling the deepest message
+    ///        that the server accepts leaves about 256 KiB of it to a hook.
+    /// \return 0, or `-EINVAL` if \p bytes is too small
     int SetThreadStackSize(std::size_t bytes);
 
-    /// Relays wait for no longer than the list of one client is copied; clients that come or go wait for all
-    /// of it. Not to be called from a connect hook.
-    /// \return every connected client and how its subscriptions fare; nothing when memory has run out
+    /// \return all connected clients with their subscriptions; empty if out of memory
+    /// \par Threads Any thread, but not from a connect hook. Connecting and disconnecting clients wait until
+    ///      it returns; a message waits while one client's subscriptions are copied.
     std::vector<EventServerClientStatus> Clients() const;
 
-    /// Takes no lock: nobody waits.
-    /// \return every channel ever subscribed to, by name; nothing when memory has run out
+    /// \return all channels that have ever had a subscriber, in alphabetical order; empty if out of memory
+    /// \par Threads Any thread. Takes no lock.
     std::vector<EventServerChannelStatus> Channels() const;
 
-    /// Refuses from now on what goes beyond \p limits; what is there already stays.
+    /// Refuses connections and subscriptions beyond \p limits from now on. Existing ones stay.
     void SetLimits(EventServerLimits limits);
 
-    /// Calls \p fn for each refusal that SetLimits() brings about, in place of a line on standard error. It
-    /// is to be installed before Start(). A refused connection is told on the listener thread with no lock
-    /// held, a refused subscription on the client's receiver thread with the handler lock held.
-    /// \return 0, or `-EINVAL` for an empty function
+    /// Installs a function that is called for each refusal. Without one, the server prints a line on standard
+    /// error. Install it before Start().
+    /// \param fn called on the listener thread without locks for a connection, and on the client's receiver
+    ///        thread with the handler lock held for a subscription; must not throw, except `std::bad_alloc`
+    /// \return 0, or `-EINVAL` if \p fn is empty
     int install_OnRefusal(std::function<void(EventServer& server, const EventServerRefusal& refusal)> fn);
-    /// \return 0, or `-EALREADY` when none is installed
+    /// \return 0, or `-EALREADY` if no function is installed
     int uninstall_OnRefusal();
 
-    /// Begins to accept clients on a socket that is there already, as a service manager hands it over. The
-    /// socket belongs to whoever made it: neither this nor Stop() touches its file, and Stop() does not shut
-    /// it down either, so that clients which come between two servers wait in it for the next one. For the
-    /// rest this is Start(), and Stop() ends it.
-    /// \param listeningDescriptor an AF_UNIX SOCK_SEQPACKET socket that listens. On success the server owns
-    ///        it: it makes it non-blocking and closed on exec, and Stop() closes it. On failure it stays the
-    ///        caller's.
-    /// \return 0; `-EALREADY` when already started; `-EINVAL` for anything but such a socket; another negated
-    ///         error number (`-EMFILE`) when the server cannot have a descriptor to be woken by; a positive
-    ///         error number when no thread could be created
+    /// Accepts clients on a socket that exists already, for example one from a service manager. Otherwise
+    /// like Start().
+    ///
+    /// Neither this function nor Stop() removes the socket's file or shuts the socket down, so clients that
+    /// connect between two servers wait in its backlog for the second one.
+    /// \param listeningDescriptor an AF_UNIX SOCK_SEQPACKET socket that listens
+    /// \return 0; `-EALREADY` if already started; `-EINVAL` if it is not such a socket; another negated error
+    ///         number, for example `-EMFILE`, if a descriptor for waking the thread cannot be created; a
+    ///         positive error number if the thread cannot be created
+    /// \par Ownership On success the server owns the descriptor: it makes it non-blocking and close-on-exec,
+    ///      and Stop() closes it. On failure it remains the caller's.
     int StartOn(int listeningDescriptor);
     /// @}
 
     /// \name Thread entries and handlers
-    /// Not for callers.
+    /// The server's own functions. Do not call them.
     /// @{
 
-    /// What a thread begins with, or a message is dispatched to.
+    /// Runs a thread, or handles the messages of a channel.
     static void* connectionListener(void* server);
     static void* rx_handler(void* server);
     static int meta_subscribeHandler(void* server, int fd, const std::string& header, int sequence,

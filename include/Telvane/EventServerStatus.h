@@ -1,5 +1,5 @@
 /// \file
-/// What an EventServer tells of its clients and channels, and what it can be told to refuse.
+/// Status, limits and refusals of an EventServer.
 #pragma once
 
 #include <Telvane/BusCounters.h>
@@ -62,44 +62,43 @@ struct EventServerChannelStatus
 /// All counters of EventServerChannelStatus.
 constexpr auto kChannelCounters = TELVANE_COUNTER_TABLE(EventServerChannelStatus, TELVANE_CHANNEL_COUNTERS);
 
-/// What a server refuses beyond the bus's own rules, which know no limits. Zero, or empty, refuses nothing.
+/// Limits of an EventServer. A limit that is 0 or empty is not applied.
 struct EventServerLimits
 {
-    /// Clients connected at a time. One more is disconnected at once.
-    std::size_t connections = 0;
-    /// Channels that a client is subscribed to at a time. One more is answered with "success": false.
-    std::size_t subscriptionsPerClient = 0;
-    /// Names that have ever been subscribed to; a server never forgets one. A new one is answered so, too.
+    std::size_t connections = 0; ///< maximum of connected clients; the server disconnects one more at once
+    std::size_t subscriptionsPerClient = 0; ///< maximum per client; the server refuses one more
+    /// Maximum of channels that have ever had a subscriber, which the server never forgets. It refuses
+    /// subscriptions to new channels beyond.
     std::size_t channels = 0;
-    /// Who may connect: these users, root not included by itself ...
+    /// User IDs that may connect, in addition to the members of `groups`. The server disconnects others at
+    /// once, including root. Without users and groups, everybody may connect.
     std::vector<uid_t> users;
-    /// ... and the members of these groups. Everybody when both are empty. Others are disconnected at once.
-    std::vector<gid_t> groups;
+    std::vector<gid_t> groups;      ///< group IDs whose members may connect, in addition to `users`
     std::uint64_t reserved[4] = {}; ///< 0, for limits to come
 };
 
-/// One refusal, and whom it met.
+/// A connection or subscription that the server refused because of its limits.
 struct EventServerRefusal
 {
-    /// What the refused has run into.
+    /// Reasons of refusals.
     enum class Reason
     {
-        NotAllowed,           ///< neither user nor group is among those allowed
+        NotAllowed,           ///< EventServerLimits::users and EventServerLimits::groups
         TooManyConnections,   ///< EventServerLimits::connections
         TooManySubscriptions, ///< EventServerLimits::subscriptionsPerClient
         TooManyChannels,      ///< EventServerLimits::channels
     };
 
-    Reason reason = Reason::NotAllowed; ///< why
-    int client = -1;                    ///< descriptor; of a refused connection about to be closed
-    pid_t process = 0;                  ///< who connected
-    uid_t user = 0;                     ///< with which rights
-    gid_t group = 0;                    ///< with which rights
-    std::string channel;                ///< of a refused subscription
-    std::uint64_t reserved[4] = {};     ///< 0, for members to come
+    Reason reason = Reason::NotAllowed; ///< the limit that was exceeded
+    int client = -1;   ///< descriptor of the client's socket; the server closes that of a refused connection
+    pid_t process = 0; ///< process ID of the client when it connected; 0 if unknown
+    uid_t user = 0;    ///< effective user ID of that process
+    gid_t group = 0;   ///< effective group ID of that process
+    std::string channel;            ///< channel of a refused subscription; empty for a connection
+    std::uint64_t reserved[4] = {}; ///< 0, for members to come
 };
 
-/// \return the refusal as part of a sentence: whom it met, what it was about, and why
+/// \return the refusal in words: client, channel and reason
 TELVANE_EXPORT std::string describe(const EventServerRefusal& refusal);
 
 } // namespace Telvane

@@ -1,8 +1,8 @@
 /// \file
-/// Weld settings stored in the power source's memory slots, and the requests and replies around them.
+/// Weld settings in the memory slots of the power source, and requests and replies for them.
 ///
-/// The records carry every setting as a whole number. Its unit and resolution are the power source's, and no
-/// number is range-checked.
+/// All settings are whole numbers. The power source defines their units and resolutions ("device units"
+/// below) and their codes. The library does not check them.
 #pragma once
 
 #include <Telvane/RecordTable.h>
@@ -10,105 +10,105 @@
 namespace Telvane
 {
 
-/// Asks for a report of the weld-process library, written as JSON to a file.
+/// Request to write the library of weld processes to a JSON file.
 class TELVANE_EXPORT WeldProcessLibraryRequest : public TelvaneDataTypeBase
 {
 public:
-    std::string JsonFilePath;   ///< path of the JSON file
+    std::string JsonFilePath;   ///< path of the file to write
     std::string LibraryJsonKey; ///< JSON key of the library
 
     TELVANE_RECORD(WeldProcessLibraryRequest, JsonFilePath, LibraryJsonKey)
 };
 
-/// Answers a WeldProcessLibraryRequest.
+/// Reply to a WeldProcessLibraryRequest.
 class TELVANE_EXPORT WeldProcessLibraryReport : public TelvaneDataTypeBase
 {
 public:
-    bool IsJsonReportReady = false; ///< the JSON report has been written and is ready
+    bool IsJsonReportReady = false; ///< true once the file is written
 
     TELVANE_RECORD(WeldProcessLibraryReport, IsJsonReportReady)
 };
 
-/// Asks for the settings of memory slots.
+/// Request for the settings of memory slots.
 class TELVANE_EXPORT GetMemorySlotSettingsRequest : public TelvaneDataTypeBase
 {
 public:
-    bool All = false; ///< the settings of all slots are asked for
+    bool All = false; ///< true to request the settings of all slots
 
     TELVANE_RECORD(GetMemorySlotSettingsRequest, All)
 };
 
-/// Announces a download of slots.
+/// Notice that settings of slots are going to be downloaded.
 class TELVANE_EXPORT MemorySlotDownloadSummary : public TelvaneDataTypeBase
 {
 public:
-    int NumberOfIncomingSlots = 0; ///< how many slot records follow
+    int NumberOfIncomingSlots = 0; ///< count of MemorySlotFleetManagementDownloadSettings records that follow
 
     TELVANE_RECORD(MemorySlotDownloadSummary, NumberOfIncomingSlots)
 };
 
-/// The complete settings of one slot as downloaded from fleet management.
+/// Complete settings of one slot, downloaded from fleet management. Numbers are in device units.
 class TELVANE_EXPORT MemorySlotFleetManagementDownloadSettings : public TelvaneDataTypeBase
 {
 public:
-    int Id = 0;                    ///< slot number
-    int ControlByte = 0;           ///< control byte
-    int presetArcControl = 0;      ///< arc control preset
+    int Id = 0;                    ///< number of the slot
+    int ControlByte = 0;           ///< control byte, which the power source defines
+    int presetArcControl = 0;      ///< preset of the arc control
     int limitArcControlHigh = 0;   ///< upper limit of the arc control
     int limitArcControlLow = 0;    ///< lower limit of the arc control
-    int presetArcLength = 0;       ///< arc length preset
+    int presetArcLength = 0;       ///< preset of the arc length
     int limitArcLengthHigh = 0;    ///< upper limit of the arc length
     int limitArcLengthLow = 0;     ///< lower limit of the arc length
-    int presetCurrent = 0;         ///< current preset
+    int presetCurrent = 0;         ///< preset of the current
     int limitCurrentHigh = 0;      ///< upper limit of the current
     int limitCurrentLow = 0;       ///< lower limit of the current
-    int presetWireFeedSpeed = 0;   ///< wire-feed speed preset
+    int presetWireFeedSpeed = 0;   ///< preset of the wire-feed speed
     int limitWfsHigh = 0;          ///< upper limit of the wire-feed speed
     int limitWfsLow = 0;           ///< lower limit of the wire-feed speed
-    int presetVoltage = 0;         ///< voltage preset
-    int limitVoltHigh = 0;         ///< upper limit of the voltage
-    int limitVoltLow = 0;          ///< lower limit of the voltage
-    int presetSequenceType = 0;    ///< sequence type
-    int triggerSelect = 0;         ///< trigger selection
-    int triggerSelectMemory = 0;   ///< trigger memory selection
-    int triggerTackTime = 0;       ///< trigger tack time
-    int presetWireCleanTime = 0;   ///< wire clean time
-    int presetPreflow = 0;         ///< preflow
+    int presetVoltage = 0;         ///< preset of the arc voltage
+    int limitVoltHigh = 0;         ///< upper limit of the arc voltage
+    int limitVoltLow = 0;          ///< lower limit of the arc voltage
+    int presetSequenceType = 0;    ///< sequence type, a code
+    int triggerSelect = 0;         ///< trigger selection, a code
+    int triggerSelectMemory = 0;   ///< selection of memory slots by the trigger, a code
+    int triggerTackTime = 0;       ///< tack time with the trigger
+    int presetWireCleanTime = 0;   ///< wire cleaning time
+    int presetPreflow = 0;         ///< preflow: shielding gas before the arc
     int presetPreflowTime = 0;     ///< preflow time
-    int presetAutoJogDistance = 0; ///< automatic jog distance
-    int presetAutoPurgeTime = 0;   ///< automatic purge time
-    int presetRunInMode = 0;       ///< run-in mode
-    int presetRunInSpeed = 0;      ///< run-in speed
-    int presetStartMode = 0;       ///< start-of-weld mode
+    int presetAutoJogDistance = 0; ///< length of wire that is jogged (fed without an arc) automatically
+    int presetAutoPurgeTime = 0;   ///< time of the automatic gas purge
+    int presetRunInMode = 0;       ///< run-in mode, a code; run-in is the feeding of wire until the arc ignites
+    int presetRunInSpeed = 0;      ///< wire-feed speed until the arc ignites
+    int presetStartMode = 0;       ///< start of weld: mode, a code
     int presetSureStartTime = 0;   ///< start of weld: sure-start time
     int startArcLength = 0;        ///< start of weld: arc length
     int startDwellTime = 0;        ///< start of weld: dwell time
     int startRampTime = 0;         ///< start of weld: ramp time
     int startSpeed = 0;            ///< start of weld: speed
     int startTackTime = 0;         ///< start of weld: tack time
-    int startVoltage = 0;          ///< start of weld: voltage
-    int presetCraterMode = 0;      ///< crater (end-of-weld) mode
-    int craterArcLength = 0;       ///< crater: arc length
-    int craterDwellTime = 0;       ///< crater: dwell time
-    int craterRampTime = 0;        ///< crater: ramp time
-    int craterSpeed = 0;           ///< crater: speed
-    int craterTackTime = 0;        ///< crater: tack time
-    int craterVoltage = 0;         ///< crater: voltage
-    int presetBurnbackTime = 0;    ///< burnback time
-    int presetPostflow = 0;        ///< postflow
+    int startVoltage = 0;          ///< start of weld: arc voltage
+    int presetCraterMode = 0;      ///< end crater: mode, a code
+    int craterArcLength = 0;       ///< end crater: arc length
+    int craterDwellTime = 0;       ///< end crater: dwell time
+    int craterRampTime = 0;        ///< end crater: ramp time
+    int craterSpeed = 0;           ///< end crater: speed
+    int craterTackTime = 0;        ///< end crater: tack time
+    int craterVoltage = 0;         ///< end crater: arc voltage
+    int presetBurnbackTime = 0;    ///< burnback time: the arc burns on after the wire feed has stopped
+    int presetPostflow = 0;        ///< postflow: shielding gas after the arc
     int presetPostflowTime = 0;    ///< postflow time
     int retractDistance = 0;       ///< wire retract distance
-    int retractEnable = 0;         ///< wire retract enabled, carried as an integer
-    int weldTackTime = 0;          ///< weld tack time
-    int presetProfileMode = 0;     ///< profile mode
+    int retractEnable = 0;         ///< 0 if wire retract is off, another number if it is on
+    int weldTackTime = 0;          ///< tack time of the weld
+    int presetProfileMode = 0;     ///< profile: mode, a code
     int profileArcLength = 0;      ///< profile: arc length
     int profileFrequence = 0;      ///< profile: frequency
     int profileSpeed = 0;          ///< profile: speed
-    int profileSpeedDelta = 0;     ///< profile: difference of speed
-    int profileVoltage = 0;        ///< profile: voltage
-    int enablePresetLimits = 0;    ///< limits switched on, carried as an integer
-    int programPartNumber = 0;     ///< program part number
-    int presetSynergic = 0;        ///< synergic preset
+    int profileSpeedDelta = 0;     ///< profile: difference of speeds
+    int profileVoltage = 0;        ///< profile: arc voltage
+    int enablePresetLimits = 0;    ///< 0 if the limits are off, another number if they are on
+    int programPartNumber = 0;     ///< part number of the weld program
+    int presetSynergic = 0;        ///< preset of the synergic control
 
     TELVANE_RECORD(MemorySlotFleetManagementDownloadSettings, Id, ControlByte, presetArcControl,
                    limitArcControlHigh, limitArcControlLow, presetArcLength, limitArcLengthHigh,
@@ -124,31 +124,31 @@ public:
                    profileSpeedDelta, profileVoltage, enablePresetLimits, programPartNumber, presetSynergic)
 };
 
-/// Sets some of the four weld-control values of one slot: those whose flag is true.
+/// Request to set weld controls of one slot: those whose flag is true. Numbers are in device units.
 class TELVANE_EXPORT SetMemorySlotSettingsWeldControlRequest : public TelvaneDataTypeBase
 {
 public:
-    int Id = 0;                          ///< slot number
-    int Voltage = 0;                     ///< voltage to set
-    bool ShouldSetVoltage = false;       ///< set the voltage
-    int ArcLength = 0;                   ///< arc length to set
-    bool ShouldSetArcLength = false;     ///< set the arc length
-    int WireFeedSpeed = 0;               ///< wire-feed speed to set
-    bool ShouldSetWireFeedSpeed = false; ///< set the wire-feed speed
-    int ArcControl = 0;                  ///< arc control to set
-    bool ShouldSetArcControl = false;    ///< set the arc control
+    int Id = 0;                          ///< number of the slot
+    int Voltage = 0;                     ///< new voltage; ignored unless ShouldSetVoltage
+    bool ShouldSetVoltage = false;       ///< true to set Voltage
+    int ArcLength = 0;                   ///< new arc length; ignored unless ShouldSetArcLength
+    bool ShouldSetArcLength = false;     ///< true to set ArcLength
+    int WireFeedSpeed = 0;               ///< new wire-feed speed; ignored unless ShouldSetWireFeedSpeed
+    bool ShouldSetWireFeedSpeed = false; ///< true to set WireFeedSpeed
+    int ArcControl = 0;                  ///< new arc control; ignored unless ShouldSetArcControl
+    bool ShouldSetArcControl = false;    ///< true to set ArcControl
 
     TELVANE_RECORD(SetMemorySlotSettingsWeldControlRequest, Id, Voltage, ShouldSetVoltage, ArcLength,
                    ShouldSetArcLength, WireFeedSpeed, ShouldSetWireFeedSpeed, ArcControl, ShouldSetArcControl)
 };
 
-/// The settings of one slot as read back. What each lettered parameter means is the power source's.
+/// Settings of one slot, read from the power source, which defines the meaning and unit of each parameter.
 class TELVANE_EXPORT MemorySlotSettingsReport : public TelvaneDataTypeBase
 {
 public:
-    bool IsActive = false; ///< the slot is the active one
-    int SlotId = 0;        ///< slot number
-    int ControlByte = 0;   ///< control byte
+    bool IsActive = false; ///< true if this slot is the active one
+    int SlotId = 0;        ///< number of the slot
+    int ControlByte = 0;   ///< control byte, which the power source defines
     int A = 0;             ///< slot parameter 1
     int B = 0;             ///< slot parameter 2
     int C = 0;             ///< slot parameter 3
@@ -188,43 +188,43 @@ public:
     int AK = 0;            ///< slot parameter 37
     int AL = 0;            ///< slot parameter 38
     int AM = 0;            ///< slot parameter 39
-    std::string PartText;  ///< part text of the slot
+    std::string PartText;  ///< text for the part that the slot is for
 
     TELVANE_RECORD(MemorySlotSettingsReport, IsActive, SlotId, ControlByte, A, B, C, D, E, F, G, H, I, J, K,
                    L, M, N, O, P, Q, R, S, T, U, V, W, X, Y, Z, AA, AB, AC, AD, AE, AF, AG, AH, AI, AJ, AK,
                    AL, AM, PartText)
 };
 
-/// Answers a SetMemorySlotSettingsWeldControlRequest with the values now in force.
+/// Reply to a SetMemorySlotSettingsWeldControlRequest with the values now in force, in device units.
 class TELVANE_EXPORT MemorySlotSettingsWeldControlReply : public TelvaneDataTypeBase
 {
 public:
-    int Id = 0;            ///< slot number
-    int Voltage = 0;       ///< voltage
-    int ArcLength = 0;     ///< arc length
-    int WireFeedSpeed = 0; ///< wire-feed speed
-    int ArcControl = 0;    ///< arc control
+    int Id = 0;            ///< number of the slot
+    int Voltage = 0;       ///< arc voltage of the slot
+    int ArcLength = 0;     ///< arc length of the slot
+    int WireFeedSpeed = 0; ///< wire-feed speed of the slot
+    int ArcControl = 0;    ///< arc control of the slot
 
     TELVANE_RECORD(MemorySlotSettingsWeldControlReply, Id, Voltage, ArcLength, WireFeedSpeed, ArcControl)
 };
 
-/// The settings that all slots share.
+/// Settings that apply to all slots, in device units.
 class TELVANE_EXPORT MemorySlotSettingsGlobal : public TelvaneDataTypeBase
 {
 public:
-    int PresetJogSpeed = 0;  ///< jog speed
-    int AutoJogDistance = 0; ///< automatic jog distance
-    int AutoPurgeTime = 0;   ///< automatic purge time
-    int LockCode = 0;        ///< lock code; carried, not checked
+    int PresetJogSpeed = 0;  ///< speed at which wire is jogged (fed without an arc)
+    int AutoJogDistance = 0; ///< length of wire that is jogged (fed without an arc) automatically
+    int AutoPurgeTime = 0;   ///< time of the automatic gas purge
+    int LockCode = 0;        ///< lock code; the library does not check it
 
     TELVANE_RECORD(MemorySlotSettingsGlobal, PresetJogSpeed, AutoJogDistance, AutoPurgeTime, LockCode)
 };
 
-/// Switches the slot limits on or off.
+/// Request to switch the limits of the slots on or off.
 class TELVANE_EXPORT MemorySlotLimitsEnable : public TelvaneDataTypeBase
 {
 public:
-    bool Enable = false; ///< limits enabled
+    bool Enable = false; ///< true to apply the limits
 
     TELVANE_RECORD(MemorySlotLimitsEnable, Enable)
 };

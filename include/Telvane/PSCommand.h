@@ -1,10 +1,9 @@
 /// \file
-/// Commands to the power source: a kind, two ordered lists of labelled integers (modes to switch, values to
-/// set) and two flags about the response.
+/// Commands to the power source: a kind, lists of modes and values, and two flags for the response.
 ///
-/// The numbers of the enumerations are the contract with the power source and what stands in JSON; their
-/// names are this library's. Every number may be carried, named or not, and none is checked but where an
-/// accessor says so. Negative numbers count there as very large ones.
+/// The power source defines the numbers of the enumerations, which travel in JSON; the names are the
+/// library's. Other numbers are allowed. The library checks a number only where an operation says so, and
+/// treats a negative one as a very large one.
 #pragma once
 
 #include <Telvane/PSPrimitives.h>
@@ -16,22 +15,22 @@
 namespace Telvane
 {
 
-/// The kind of a command. Kinds without a name here are carried like the others.
+/// Kinds of commands.
 enum PSCommandType_e : int
 {
     PSCommandType_Weld = 0,       ///< a PSWeldCommand
     PSCommandType_General = 3,    ///< a PSCommand
     PSCommandType_Program = 4,    ///< a PSProgramCommand
-    PSCommandType_OutOfRange = 7, ///< what GetCommandType() makes of every number from 7 on
+    PSCommandType_OutOfRange = 7, ///< returned by GetCommandType() for each number from 7
 };
 
-/// Which quantity a mode or value of a PSCommand is. The power source assigns the numbers, for example
-/// `PSValues_e(5)`; the library only carries them.
+/// Quantities of the modes and values of a PSCommand. The power source defines the numbers; write for example
+/// `PSValues_e(5)`.
 enum PSValues_e : int
 {
 };
 
-/// The entries of a PSProgramCommand, in the order of the members of ProgramType.
+/// Entries of a PSProgramCommand, in the order of the members of ProgramType.
 enum ProgramCommand_e : int
 {
     ProgramCommand_Process = 0,  ///< weld process
@@ -40,75 +39,75 @@ enum ProgramCommand_e : int
     ProgramCommand_GasType = 3,  ///< shielding gas
 };
 
-/// The data of every command, and its JSON form.
+/// Data of a command.
 class TELVANE_EXPORT PSCommandBase : public TelvaneDataTypeBase
 {
 public:
-    std::string mLabel;                  ///< name of the command
-    int mCommandType = 0;                ///< kind of command, a number of PSCommandType_e
-    bool mResponseFlag = false;          ///< a response is requested
-    bool mPublishResponse = false;       ///< the response is to be published on the bus
-    std::vector<ValueLabelType> mModes;  ///< modes to apply, in order
-    std::vector<ValueLabelType> mValues; ///< values to apply, in order
+    std::string mLabel;                  ///< name of the command, for people
+    int mCommandType = 0;                ///< kind, a number of PSCommandType_e
+    bool mResponseFlag = false;          ///< true to request a response
+    bool mPublishResponse = false;       ///< true to publish the response on the bus
+    std::vector<ValueLabelType> mModes;  ///< modes, in the order in which they are applied
+    std::vector<ValueLabelType> mValues; ///< values, in the order in which they are applied
 
     TELVANE_RECORD(PSCommandBase, mLabel, mCommandType, mResponseFlag, mPublishResponse, mModes, mValues)
 };
 
-/// The general command, filled by appending modes and values.
+/// General command with any number of modes and values.
 class TELVANE_EXPORT PSCommand : public PSCommandBase
 {
 public:
-    /// A command of the general kind, called "PSCommand", without modes and values. There is room for 17
-    /// modes and 35 values, so that an ordinary command is built without another allocation.
+    /// Creates a command of kind PSCommandType_General with the label "PSCommand", without modes and values.
+    ///
+    /// Reserves memory for 17 modes and 35 values, so that an ordinary command needs no further allocation.
     PSCommand();
 
     /// Sets the kind of the command.
     void SetCommandType(PSCommandType_e type);
-    /// \return the stored kind, or 7 when it is 7 or more
+    /// \return the kind; 7 if it is 7 or more
     PSCommandType_e GetCommandType() const;
 
-    /// Appends a mode, with its status set.
-    /// \return true; false when memory is exhausted, after one line on standard error
+    /// Appends a mode with `Status` true.
+    /// \return true; false if out of memory, with one line on standard error and nothing appended
     bool InsertMode(PSValues_e label, int value);
 
-    /// Appends a value, with its status set.
-    /// \return true; false when memory is exhausted, after one line on standard error
+    /// Appends a value with `Status` true.
+    /// \return true; false if out of memory, with one line on standard error and nothing appended
     bool InsertValue(PSValues_e label, int value);
 
-    /// Empties the values and keeps their room. The modes stay, and so accumulate until their owner clears
-    /// them.
+    /// Removes the values but keeps their memory. Keeps the modes: clear `mModes` yourself.
     void ResetBuffers();
 
     TELVANE_DERIVED_RECORD(PSCommand)
 };
 
-/// A command that selects a weld program by four entries of `mValues`, one per ProgramCommand_e.
+/// Command that selects a weld program with four entries of `mValues`, one for each ProgramCommand_e.
 ///
-/// The four entries are there from construction. ResetBuffers() removes them, and reading may bring another
-/// number of them; only reading or `copy` brings them back.
+/// The constructor creates the four entries. After ResetBuffers() there are none, and after unpackaging as
+/// many as were received. Only unpackaging and copy() restore them.
 class TELVANE_EXPORT PSProgramCommand : public PSCommandBase
 {
 public:
-    /// A command of the program kind, called "PSProgramCommand", with four default entries.
+    /// Creates a command of kind PSCommandType_Program, labelled "PSProgramCommand", with four default
+    /// entries.
     PSProgramCommand();
 
-    /// Stores \p value, with its label and status, in the entry of \p command.
-    /// \return true; false, with nothing changed, for a number above 4. (Number 4 passes, although Get()
-    ///         refuses it.)
-    /// \throws std::out_of_range when `mValues` has no entry of that number; with four entries: always for 4
+    /// Sets the entry of \p command to \p value, its label to \p command and its status to true.
+    /// \return true; false if \p command is above 4 (not 3), and nothing changes
+    /// \throws std::out_of_range if `mValues` has no such entry: with four entries, if \p command is 4
     bool Set(ProgramCommand_e command, int value);
 
-    /// \return the value of the entry of \p command, whatever its status; 2147483647 for a number above 3,
-    ///         when `mValues` does not hold exactly four entries, or when the entry bears another label (as
-    ///         every entry but the first does until it is set)
+    /// \return the value of the entry of \p command, regardless of its status; 2147483647 if \p command is
+    ///         above 3, if `mValues` does not have exactly four entries, or if the entry has another label
+    ///         (as all but the first have until they are set)
     int Get(ProgramCommand_e command) const;
 
     /// Sets the kind of the command.
     void SetCommandType(PSCommandType_e type);
-    /// \return the stored kind, or 7 when it is 7 or more
+    /// \return the kind; 7 if it is 7 or more
     PSCommandType_e GetCommandType() const;
 
-    /// Removes all entries and keeps their room.
+    /// Removes all entries but keeps their memory.
     void ResetBuffers();
 
     TELVANE_DERIVED_RECORD(PSProgramCommand)

@@ -1,5 +1,5 @@
 /// \file
-/// What the power source reports back: readiness, weld flags and a table of values.
+/// Feedback of the power source: readiness, weld flags and values.
 #pragma once
 
 #include <Telvane/PSWeldCommand.h>
@@ -10,8 +10,7 @@
 namespace Telvane
 {
 
-/// The feedback values by their place in the array. The numbers are the contract; what is reported in each
-/// place, and in which unit, is the power source's.
+/// Indices of the feedback values. The power source defines the quantity and the unit of each.
 enum PSFeedback_e : int
 {
     PSFeedback_Value0 = 0,   ///< feedback value 0
@@ -40,38 +39,39 @@ enum PSFeedback_e : int
     PSFeedback_Value23 = 23, ///< feedback value 23
 };
 
-/// The number of feedback values.
+/// Count of feedback values.
 constexpr unsigned kPSFeedbackValueCount = 24;
 
-/// The data of a feedback record, and its JSON form.
+/// Data of a feedback record.
 class TELVANE_EXPORT PSFeedbackBase : public TelvaneDataTypeBase
 {
 public:
-    std::string mLabel;                        ///< name of the record
-    bool mPSReady = false;                     ///< the power source reports ready
-    bool mWeldFlags[kPSWeldFlagCount] = {};    ///< the weld flags as reported, by PSWeldFlags_e
-    int mPSValues[kPSFeedbackValueCount] = {}; ///< the feedback values, by PSFeedback_e
+    std::string mLabel;                        ///< name of the record, for people
+    bool mPSReady = false;                     ///< true if the power source reports that it is ready
+    bool mWeldFlags[kPSWeldFlagCount] = {};    ///< reported weld flags, indexed by PSWeldFlags_e
+    int mPSValues[kPSFeedbackValueCount] = {}; ///< values, indexed by PSFeedback_e, each in its own unit
 
     TELVANE_RECORD(PSFeedbackBase, mLabel, mPSReady, mWeldFlags, mPSValues)
 };
 
-/// A feedback record, called "PSFeedback". Numbers outside the arrays, negative ones too, are refused.
+/// Feedback record with access to flags and values by index.
 class TELVANE_EXPORT PSFeedback : public PSFeedbackBase
 {
 public:
+    /// Creates a record with the label "PSFeedback", all flags false and all values 0.
     PSFeedback();
 
-    /// Gives label, flags and values their defaults. `mPSReady` keeps what it holds: whether the power source
-    /// is ready does not depend on what it has reported.
+    /// Resets label, flags and values to what the constructor sets. Keeps `mPSReady`: whether the power
+    /// source is ready does not depend on what it has reported.
     void Initialize();
 
-    /// \return true; false, with nothing changed, when there is no such flag
+    /// \return true; false if \p flag is not below kPSWeldFlagCount, and nothing changes
     bool Set(PSWeldFlags_e flag, bool value);
-    /// \return true; false, with nothing changed, when there is no such value
+    /// \return true; false if \p index is not below kPSFeedbackValueCount, and nothing changes
     bool Set(PSFeedback_e index, int value);
-    /// \return the flag; false when there is no such flag
+    /// \return the flag; false if \p flag is not below kPSWeldFlagCount
     bool Get(PSWeldFlags_e flag) const;
-    /// \return the value; 0 when there is no such value
+    /// \return the value; 0 if \p index is not below kPSFeedbackValueCount
     int Get(PSFeedback_e index) const;
 
     TELVANE_DERIVED_RECORD(PSFeedback)

@@ -1,5 +1,5 @@
 /// \file
-/// The command that sets the weld flags.
+/// Command that sets the weld flags.
 #pragma once
 
 #include <Telvane/PSCommand.h>
@@ -11,8 +11,7 @@
 namespace Telvane
 {
 
-/// The weld flags of PSWeldCommand and PSFeedback, by their place in the array. The numbers are the contract;
-/// which function a flag switches is the power source's.
+/// Indices of the weld flags of PSWeldCommand and PSFeedback. The power source defines the function of each.
 enum PSWeldFlags_e : int
 {
     PSWeldFlags_Flag0 = 0, ///< the first weld flag
@@ -21,40 +20,42 @@ enum PSWeldFlags_e : int
     PSWeldFlags_Flag3 = 3, ///< the fourth weld flag
 };
 
-/// The number of weld flags.
+/// Count of weld flags.
 constexpr unsigned kPSWeldFlagCount = 4;
 
-/// The data of a weld command, and its JSON form.
+/// Data of a weld command.
 class TELVANE_EXPORT PSWeldCommandBase : public TelvaneDataTypeBase
 {
 public:
-    std::string mLabel;                         ///< name of the record
-    int mCommandType = 0;                       ///< kind of command, a number of PSCommandType_e
-    bool mResponseFlag = false;                 ///< a response is requested
-    FlagType mWeldFlags[kPSWeldFlagCount] = {}; ///< the weld flags by PSWeldFlags_e, each with a status
+    std::string mLabel;                         ///< name of the command, for people
+    int mCommandType = 0;                       ///< kind, a number of PSCommandType_e
+    bool mResponseFlag = false;                 ///< true to request a response
+    FlagType mWeldFlags[kPSWeldFlagCount] = {}; ///< weld flags, indexed by PSWeldFlags_e
 
     TELVANE_RECORD(PSWeldCommandBase, mLabel, mCommandType, mResponseFlag, mWeldFlags)
 };
 
-/// A weld command, called "PSWeldCommand". Flag numbers above 3, and negative ones, are refused.
+/// Weld command with access to flags by index.
 class TELVANE_EXPORT PSWeldCommand : public PSWeldCommandBase
 {
 public:
+    /// Creates a command of kind PSCommandType_Weld with the label "PSWeldCommand" and all flags cleared.
     PSWeldCommand();
 
-    /// \return true; false, with nothing changed, when there is no such flag
+    /// Sets a flag and its status.
+    /// \return true; false if \p flag is not below kPSWeldFlagCount, and nothing changes
     bool Set(PSWeldFlags_e flag, bool value, bool status);
-    /// \return the flag; false when there is no such flag
+    /// \return the flag; false if \p flag is not below kPSWeldFlagCount
     bool Get(PSWeldFlags_e flag) const;
-    /// \return the flag's status; false when there is no such flag
+    /// \return the flag's status; false if \p flag is not below kPSWeldFlagCount
     bool GetStatus(PSWeldFlags_e flag) const;
 
-    /// Clears all flags and their statuses; label, kind and response flag stay.
+    /// Clears all flags and their statuses. Keeps label, kind and response flag.
     void ResetBuffers();
 
     /// Sets the kind of the command.
     void SetCommandType(PSCommandType_e type);
-    /// \return the stored kind, or 7 when it is 7 or more
+    /// \return the kind; 7 if it is 7 or more
     PSCommandType_e GetCommandType() const;
 
     TELVANE_DERIVED_RECORD(PSWeldCommand)

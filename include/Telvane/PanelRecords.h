@@ -1,8 +1,7 @@
 /// \file
-/// Indicator lights and operator-facing controls: what the status lights show, the state of each light, the
-/// torches of a dual setup, the memory lock, and the status lines of the user-interface menu.
+/// Operator panel: status lights, torches of a dual setup, the memory lock, and the status lines of the menu.
 ///
-/// Light states and event codes are set by the producers on the bus.
+/// Publishers define the states of lights and the codes of events; the library does not check them.
 #pragma once
 
 #include <Telvane/RecordTable.h>
@@ -10,113 +9,113 @@
 namespace Telvane
 {
 
-/// The connectivity state that the status lights present.
+/// State of the module's connections, which the status lights show.
 class TELVANE_EXPORT SystemLedStatus : public TelvaneDataTypeBase
 {
 public:
-    bool ethernetIsUp = false;       ///< the wired network link is up
-    bool wifiIsUp = false;           ///< the wireless link is up
-    bool operatorIsUp = false;       ///< an operator is identified
-    bool internetIsUp = false;       ///< the internet is reachable
-    bool internetQueried = false;    ///< reachability of the internet has been checked at least once
-    bool isAccessingUSB = false;     ///< the module is reading or writing a USB stick
-    bool doNotSendToCarrier = false; ///< data is not to be forwarded to the carrier board
+    bool ethernetIsUp = false;       ///< true while the wired network link is up
+    bool wifiIsUp = false;           ///< true while the wireless link is up
+    bool operatorIsUp = false;       ///< true while an operator is identified
+    bool internetIsUp = false;       ///< true if the internet was reachable when last checked
+    bool internetQueried = false;    ///< true once the internet has been checked
+    bool isAccessingUSB = false;     ///< true while the module reads or writes a USB stick
+    bool doNotSendToCarrier = false; ///< true to send no data to the carrier board
 
     TELVANE_RECORD(SystemLedStatus, ethernetIsUp, wifiIsUp, operatorIsUp, internetIsUp, internetQueried,
                    isAccessingUSB, doNotSendToCarrier)
 };
 
-/// The reduced state set for the module's own status light.
+/// State of the module's connections, as far as its own status light shows it.
 class TELVANE_EXPORT TelvaneLedStatus : public TelvaneDataTypeBase
 {
 public:
-    bool operatorIsUp = false;    ///< an operator is identified
-    bool internetIsUp = false;    ///< the internet is reachable
-    bool internetQueried = false; ///< reachability of the internet has been checked
+    bool operatorIsUp = false;    ///< true while an operator is identified
+    bool internetIsUp = false;    ///< true if the internet was reachable when last checked
+    bool internetQueried = false; ///< true once the internet has been checked
 
     TELVANE_RECORD(TelvaneLedStatus, operatorIsUp, internetIsUp, internetQueried)
 };
 
-/// The commanded state of each light: a state code of the producer's, 0 when the light is off.
+/// Commanded state of each light: 0 for off, another number for a state that the publisher defines.
 class TELVANE_EXPORT LedSettings : public TelvaneDataTypeBase
 {
 public:
-    int cloudGreenLed = 0;         ///< cloud connection, green
-    int cloudYellowLed = 0;        ///< cloud connection, yellow
-    int wifiGreenLed = 0;          ///< wireless, green
-    int wifiYellowLed = 0;         ///< wireless, yellow
-    int ethernetGreenLed = 0;      ///< wired network, green
-    int ethernetYellowLed = 0;     ///< wired network, yellow
-    int usbGreenLed = 0;           ///< USB, green (there is no yellow USB light)
-    int opIDGreenLed = 0;          ///< operator identification, green
-    int opIDYellowLed = 0;         ///< operator identification, yellow
-    int robotConnectedLed = 0;     ///< robot interface connected
-    int robotActivityLed = 0;      ///< robot interface activity
-    int touchSenseEnabledBool = 0; ///< touch sensing enabled; an integer in spite of its name
+    int cloudGreenLed = 0;         ///< green light of the cloud connection
+    int cloudYellowLed = 0;        ///< yellow light of the cloud connection
+    int wifiGreenLed = 0;          ///< green light of the wireless link
+    int wifiYellowLed = 0;         ///< yellow light of the wireless link
+    int ethernetGreenLed = 0;      ///< green light of the wired link
+    int ethernetYellowLed = 0;     ///< yellow light of the wired link
+    int usbGreenLed = 0;           ///< green light of the USB port, which has no yellow one
+    int opIDGreenLed = 0;          ///< green light of the operator identification
+    int opIDYellowLed = 0;         ///< yellow light of the operator identification
+    int robotConnectedLed = 0;     ///< light for a connected robot interface
+    int robotActivityLed = 0;      ///< light for activity of the robot interface
+    int touchSenseEnabledBool = 0; ///< light for touch sensing; an integer despite its name
 
     TELVANE_RECORD(LedSettings, cloudGreenLed, cloudYellowLed, wifiGreenLed, wifiYellowLed, ethernetGreenLed,
                    ethernetYellowLed, usbGreenLed, opIDGreenLed, opIDYellowLed, robotConnectedLed,
                    robotActivityLed, touchSenseEnabledBool)
 };
 
-/// The indicator flags of an attached Ferrolux unit.
+/// Lights of an attached Ferrolux unit.
 class TELVANE_EXPORT FerroluxLedFlags : public TelvaneDataTypeBase
 {
 public:
-    int LedFlags = 0;              ///< the flags as one integer
-    int Network = 0;               ///< state code of the network light
-    bool NetworkAmber = false;     ///< network light amber
-    bool PartArrowCircle = false;  ///< part (arrow and circle) light on
-    bool PartAmber = false;        ///< part light amber
-    bool Trigger = false;          ///< trigger light on
-    bool Gear = false;             ///< gear light on
-    bool TriggerGearAmber = false; ///< trigger and gear lights amber
-    bool User = false;             ///< user light on
-    bool UserAmber = false;        ///< user light amber
+    int LedFlags = 0;              ///< the flags of the lights in one integer, bits as the unit defines them
+    int Network = 0;               ///< state of the network light, a code of the unit
+    bool NetworkAmber = false;     ///< true if the network light is amber
+    bool PartArrowCircle = false;  ///< true if the part light (arrow and circle) is on
+    bool PartAmber = false;        ///< true if the part light is amber
+    bool Trigger = false;          ///< true if the trigger light is on
+    bool Gear = false;             ///< true if the gear light is on
+    bool TriggerGearAmber = false; ///< true if the trigger and gear lights are amber
+    bool User = false;             ///< true if the user light is on
+    bool UserAmber = false;        ///< true if the user light is amber
 
     TELVANE_RECORD(FerroluxLedFlags, LedFlags, Network, NetworkAmber, PartArrowCircle, PartAmber, Trigger,
                    Gear, TriggerGearAmber, User, UserAmber)
 };
 
-/// Which torches of a dual setup are disabled; the opposite sense of LtdTorchConfiguration.
+/// Torches of a dual setup that are disabled; the opposite of LtdTorchConfiguration.
 class TELVANE_EXPORT TorchDisable : public TelvaneDataTypeBase
 {
 public:
-    bool DisableLeft = false;  ///< the left torch is disabled
-    bool DisableRight = false; ///< the right torch is disabled
+    bool DisableLeft = false;  ///< true if the left torch is disabled
+    bool DisableRight = false; ///< true if the right torch is disabled
 
     TELVANE_RECORD(TorchDisable, DisableLeft, DisableRight)
 };
 
-/// Which torches of a dual setup are enabled; the opposite sense of TorchDisable.
+/// Torches of a dual setup that are enabled; the opposite of TorchDisable.
 class TELVANE_EXPORT LtdTorchConfiguration : public TelvaneDataTypeBase
 {
 public:
-    bool EnabledLeft = false;  ///< the left torch is enabled
-    bool EnabledRight = false; ///< the right torch is enabled
+    bool EnabledLeft = false;  ///< true if the left torch is enabled
+    bool EnabledRight = false; ///< true if the right torch is enabled
 
     TELVANE_RECORD(LtdTorchConfiguration, EnabledLeft, EnabledRight)
 };
 
-/// A torch button was used.
+/// Use of a torch button.
 class TELVANE_EXPORT LtdTorchButtonRequest : public TelvaneDataTypeBase
 {
 public:
-    int EventEnum = 0; ///< code of the torch button event
+    int EventEnum = 0; ///< what was done with the button, a code of the publisher
 
     TELVANE_RECORD(LtdTorchButtonRequest, EventEnum)
 };
 
-/// The lock of the memory slots.
+/// Lock of the memory slots.
 class TELVANE_EXPORT SystemLockMemoryState : public TelvaneDataTypeBase
 {
 public:
-    bool Lock = false; ///< the memory lock is engaged
+    bool Lock = false; ///< true while the memory slots are locked
 
     TELVANE_RECORD(SystemLockMemoryState, Lock)
 };
 
-/// The status lines of the user-interface menu. The numbers are the contract; see UIMenuStatus::statusType.
+/// Status lines of the menu. The numbers travel in UIMenuStatus::statusType and never change.
 enum UIMenuStatusString_e : int
 {
     UIMenuStatusString_Unknown = 0,                ///< an unknown line
@@ -143,21 +142,21 @@ enum UIMenuStatusString_e : int
 };
 
 /// \name Names of the menu lines
-/// Line 4 is called "EtherneMAC"; the spelling is part of the contract.
-/// \return the line's name, for example "WifiSSID"; "?unknown?" for 255 and every number without a name
+/// Line 4 is named "EtherneMAC": the misspelling is part of the interface.
+/// \return the line's name, for example "WifiSSID"; "?unknown?" for 255 and for each number without a name
 /// @{
 
-/// Looks the name up.
+/// Returns the name of a menu line.
 TELVANE_EXPORT std::string GetUIMenuStatusStringType(int code);
 TELVANE_EXPORT std::string GetUIMenuStatusStringType(UIMenuStatusString_e code);
 /// @}
 
-/// One status line of the user-interface menu.
+/// One status line of the menu.
 class TELVANE_EXPORT UIMenuStatus : public TelvaneDataTypeBase
 {
 public:
-    int statusType = 0;     ///< which line, a number of UIMenuStatusString_e
-    std::string statusInfo; ///< the text shown on that line
+    int statusType = 0;     ///< the line, a number of UIMenuStatusString_e
+    std::string statusInfo; ///< the text to show on the line
 
     TELVANE_RECORD(UIMenuStatus, statusType, statusInfo)
 };

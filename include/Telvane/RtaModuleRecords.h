@@ -1,6 +1,5 @@
 /// \file
-/// Data exchanged with an Rta module. The slots are positional: the processes on both ends give them their
-/// meaning and unit.
+/// Data exchanged with an Rta module. The programs at both ends define the meaning and unit of each slot.
 #pragma once
 
 #include <Telvane/RecordTable.h>
@@ -8,7 +7,7 @@
 namespace Telvane
 {
 
-/// The values sent out to the module.
+/// Values for the module.
 class TELVANE_EXPORT RtaModuleOutBoundData : public TelvaneDataTypeBase
 {
 public:
@@ -21,12 +20,12 @@ public:
     int Seven = 0;         ///< slot 7
     int Eight = 0;         ///< slot 8
     int Nine = 0;          ///< slot 9
-    std::string PartLabel; ///< label of the part
+    std::string PartLabel; ///< label of the part that is made
 
     TELVANE_RECORD(RtaModuleOutBoundData, One, Two, Three, Four, Five, Six, Seven, Eight, Nine, PartLabel)
 };
 
-/// The values received from the module: four slots where the outbound block has nine.
+/// Values from the module: four slots, where RtaModuleOutBoundData has nine.
 class TELVANE_EXPORT RtaModuleInBoundData : public TelvaneDataTypeBase
 {
 public:
@@ -34,23 +33,23 @@ public:
     int Two = 0;           ///< slot 2
     int Three = 0;         ///< slot 3
     int Four = 0;          ///< slot 4
-    std::string PartLabel; ///< label of the part
+    std::string PartLabel; ///< label of the part that is made
 
     TELVANE_RECORD(RtaModuleInBoundData, One, Two, Three, Four, PartLabel)
 };
 
-/// Both blocks and the module's status.
+/// The values of both directions, and the module's status.
 class TELVANE_EXPORT RtaModuleData : public TelvaneDataTypeBase
 {
 public:
-    RtaModuleOutBoundData OutBoundData; ///< the outbound block
-    RtaModuleInBoundData InBoundData;   ///< the inbound block
-    int Status = 0;                     ///< status code of the module
+    RtaModuleOutBoundData OutBoundData; ///< values for the module
+    RtaModuleInBoundData InBoundData;   ///< values from the module
+    int Status = 0;                     ///< status, a code of the module
 
     TELVANE_RECORD(RtaModuleData, OutBoundData, InBoundData, Status)
 };
 
-/// Asks for the current RtaModuleData.
+/// Request for the current RtaModuleData.
 class TELVANE_EXPORT RtaModuleDataRequest : public TelvaneDataTypeBase
 {
 public:

@@ -1,9 +1,8 @@
-/// \file
-/// What happens at the arc: weld start and end, metrics, trace samples, and the small records that
-/// acknowledge, throttle and log the flow of that data.
+/// \file Weld data: weld start and end, metrics, trace samples, and the small records that confirm, throttle
+/// and log them.
 ///
-/// The unit texts and channel descriptions are set by the producer; the records only carry them. For how arc
-/// energy is measured see ISO/TR 18491.
+/// Publishers set the texts of units and channel descriptions; the library does not check them. ISO/TR 18491
+/// describes how arc energy is measured.
 #pragma once
 
 #include <Telvane/DateTime.h>
@@ -12,142 +11,142 @@
 namespace Telvane
 {
 
-/// A quantity with a whole-number value and the name of its unit.
+/// A quantity with its unit, as a whole number.
 class TELVANE_EXPORT UnitValuePair : public TelvaneDataTypeBase
 {
 public:
-    std::string Unit; ///< unit in which the value is expressed
-    int Value = 0;    ///< the quantity
+    std::string Unit; ///< unit of Value, for example "A"
+    int Value = 0;    ///< magnitude, in the unit that Unit holds
 
     TELVANE_RECORD(UnitValuePair, Unit, Value)
 };
 
-/// A quantity with a fractional value and the name of its unit.
+/// A quantity with its unit, as a decimal number.
 class TELVANE_EXPORT UnitValueDoublePair : public TelvaneDataTypeBase
 {
 public:
-    std::string Unit;   ///< unit in which the value is expressed
-    double Value = 0.0; ///< the quantity
+    std::string Unit;   ///< unit of Value, for example "A"
+    double Value = 0.0; ///< magnitude, in the unit that Unit holds
 
     TELVANE_RECORD(UnitValueDoublePair, Unit, Value)
 };
 
-/// The commanded set points of the power source at the start of a weld.
+/// Set points of the power source when a weld starts.
 class TELVANE_EXPORT MachineSettings : public TelvaneDataTypeBase
 {
 public:
-    UnitValueDoublePair CommandVoltage;    ///< commanded arc voltage
-    UnitValueDoublePair CommandAmperage;   ///< commanded current
-    UnitValueDoublePair CommandWFS;        ///< commanded wire-feed speed
-    UnitValueDoublePair CommandArcControl; ///< commanded arc-control setting
+    UnitValueDoublePair CommandVoltage;    ///< set point of the arc voltage
+    UnitValueDoublePair CommandAmperage;   ///< set point of the current
+    UnitValueDoublePair CommandWFS;        ///< set point of the wire-feed speed
+    UnitValueDoublePair CommandArcControl; ///< set point of the arc control
 
     TELVANE_RECORD(MachineSettings, CommandVoltage, CommandAmperage, CommandWFS, CommandArcControl)
 };
 
-/// The summary of one weld. Durations, voltage and deposition carry fractions, the others are whole numbers.
+/// Summary of one weld. Each quantity holds its own unit.
 class TELVANE_EXPORT WeldMetrics : public TelvaneDataTypeBase
 {
 public:
-    UnitValueDoublePair ArcDuration;     ///< time the arc burned
+    UnitValueDoublePair ArcDuration;     ///< time for which the arc burned
     UnitValueDoublePair AverageVoltage;  ///< mean arc voltage
     UnitValuePair AverageAmperage;       ///< mean current
     UnitValuePair AverageWFS;            ///< mean wire-feed speed
     UnitValuePair AverageGas;            ///< mean shielding-gas flow
     UnitValueDoublePair TotalDeposition; ///< weld metal deposited
-    UnitValuePair TotalEnergy;           ///< arc energy of the weld
-    UnitValuePair AverageMotor;          ///< mean wire-feed motor load
+    UnitValuePair TotalEnergy;           ///< arc energy over the whole weld
+    UnitValuePair AverageMotor;          ///< mean load of the wire-feed motor
 
     TELVANE_RECORD(WeldMetrics, ArcDuration, AverageVoltage, AverageAmperage, AverageWFS, AverageGas,
                    TotalDeposition, TotalEnergy, AverageMotor)
 };
 
-/// One sample of the weld trace, one number per channel.
+/// One sample of a weld trace. The WeldTriggerStart of the weld holds the units, in `data`.
 class TELVANE_EXPORT WeldTraceDataPoint : public TelvaneDataTypeBase
 {
 public:
-    double amps = 0.0;  ///< current
-    double volts = 0.0; ///< arc voltage
-    double wfs = 0.0;   ///< wire-feed speed
-    double gas = 0.0;   ///< gas flow
-    double power = 0.0; ///< arc power
-    double motor = 0.0; ///< wire-feed motor load
+    double amps = 0.0;  ///< current, in the unit in WeldTraceDataPointDefinition::amps
+    double volts = 0.0; ///< arc voltage, in the unit in WeldTraceDataPointDefinition::volts
+    double wfs = 0.0;   ///< wire-feed speed, in the unit in WeldTraceDataPointDefinition::wfs
+    double gas = 0.0;   ///< gas flow, in the unit in WeldTraceDataPointDefinition::gas
+    double power = 0.0; ///< arc power, in the unit in WeldTraceDataPointDefinition::power
+    double motor = 0.0; ///< load of the wire-feed motor, in the unit in WeldTraceDataPointDefinition::motor
 
     TELVANE_RECORD(WeldTraceDataPoint, amps, volts, wfs, gas, power, motor)
 };
 
-/// The description of the trace channels: the unit or label that a reader shows beside a sample's numbers.
+/// Units or labels of the channels of a weld trace, to show with the numbers of a WeldTraceDataPoint.
 class TELVANE_EXPORT WeldTraceDataPointDefinition : public TelvaneDataTypeBase
 {
 public:
-    std::string amps;  ///< description of the current channel
-    std::string volts; ///< description of the voltage channel
-    std::string wfs;   ///< description of the wire-feed-speed channel
-    std::string gas;   ///< description of the gas-flow channel
-    std::string power; ///< description of the power channel
-    std::string motor; ///< description of the motor channel
+    std::string amps;  ///< unit or label of the current
+    std::string volts; ///< unit or label of the arc voltage
+    std::string wfs;   ///< unit or label of the wire-feed speed
+    std::string gas;   ///< unit or label of the gas flow
+    std::string power; ///< unit or label of the arc power
+    std::string motor; ///< unit or label of the load of the wire-feed motor
 
     TELVANE_RECORD(WeldTraceDataPointDefinition, amps, volts, wfs, gas, power, motor)
 };
 
-/// One trace sample as published during a weld.
+/// One sample of a weld trace, published while the arc burns.
 class TELVANE_EXPORT WeldTraceData : public TelvaneDataTypeBase
 {
 public:
-    int sequence = 0;        ///< running number of the sample within the weld
+    int sequence = 0;        ///< number of the sample within its weld; not the sequence number of the bus
     DateTime timestamp;      ///< when the sample was taken
-    WeldTraceDataPoint data; ///< the sample
-    int messageSerial = 0;   ///< serial number of the message, see MessageSerialType
+    WeldTraceDataPoint data; ///< the measured values
+    int messageSerial = 0;   ///< publisher's number for the message; see MessageSerialType
 
     TELVANE_RECORD(WeldTraceData, sequence, timestamp, data, messageSerial)
 };
 
-/// A weld starts. The trace channels are described once here; each later WeldTraceData carries only numbers.
+/// Start of a weld. Holds the units of the trace once; each WeldTraceData that follows holds only numbers.
 class TELVANE_EXPORT WeldTriggerStart : public TelvaneDataTypeBase
 {
 public:
-    int tag = 0;                       ///< identifier of the weld, repeated in the matching WeldTriggerEnd
+    int tag = 0;                       ///< identifies the weld; its WeldTriggerEnd has the same
     DateTime timestamp;                ///< when the trigger was pulled
-    int samplePeriodus = 0;            ///< period of the trace samples, in microseconds
-    int program = 0;                   ///< number of the weld program in use
-    int process = 0;                   ///< weld process code, a number of _ProcessID_e
-    int wireType = 0;                  ///< wire-type code, a number of _WireType_e
-    int wireSize = 0;                  ///< wire-size code, a number of _WireSize_e
-    int alloy = 0;                     ///< alloy code, a number of _AlloyID_e
-    int gas = 0;                       ///< shielding-gas code, a number of _GasID_e
-    MachineSettings settings;          ///< commanded set points
-    WeldTraceDataPointDefinition data; ///< description of the trace channels
-    int messageSerial = 0;             ///< serial number of the message
-    std::string FeederSide;            ///< which feeder (side of a dual feeder) made the weld
+    int samplePeriodus = 0;            ///< time between two samples of the trace, in microseconds
+    int program = 0;                   ///< number of the weld program, as the power source numbers them
+    int process = 0;                   ///< weld process, a code of _ProcessID_e
+    int wireType = 0;                  ///< wire type, a code of _WireType_e
+    int wireSize = 0;                  ///< wire size, a code of _WireSize_e
+    int alloy = 0;                     ///< wire alloy, a code of _AlloyID_e
+    int gas = 0;                       ///< shielding gas, a code of _GasID_e
+    MachineSettings settings;          ///< set points of the power source
+    WeldTraceDataPointDefinition data; ///< units of the trace samples
+    int messageSerial = 0;             ///< publisher's number for the message; see MessageSerialType
+    std::string FeederSide;            ///< side of a dual wire feeder that made the weld
 
     TELVANE_RECORD(WeldTriggerStart, tag, timestamp, samplePeriodus, program, process, wireType, wireSize,
                    alloy, gas, settings, data, messageSerial, FeederSide)
 };
 
-/// A weld ends. The time stamp comes before the tag, the other way round from WeldTriggerStart.
+/// End of a weld. Unlike in WeldTriggerStart, the time stamp precedes the tag.
 class TELVANE_EXPORT WeldTriggerEnd : public TelvaneDataTypeBase
 {
 public:
-    DateTime timestamp;            ///< when the arc ended
-    int tag = 0;                   ///< identifier of the weld, equal to the start event's
-    double lifetimeArcHours = 0.0; ///< the machine's accumulated arc time, in hours
-    WeldMetrics metrics;           ///< summary of the weld
-    int messageSerial = 0;         ///< serial number of the message
+    DateTime timestamp;            ///< when the arc went out
+    int tag = 0;                   ///< identifies the weld; its WeldTriggerStart has the same
+    double lifetimeArcHours = 0.0; ///< accumulated arc time of the machine, in hours
+    WeldMetrics metrics;           ///< averages and totals of the weld
+    int messageSerial = 0;         ///< publisher's number for the message; see MessageSerialType
 
     TELVANE_RECORD(WeldTriggerEnd, timestamp, tag, lifetimeArcHours, metrics, messageSerial)
 };
 
-/// Acknowledges that a published record has been taken over by its receiver.
+/// Confirmation by a receiver that it has accepted or rejected a record.
 class TELVANE_EXPORT TelvaneDataConfirmation : public TelvaneDataTypeBase
 {
 public:
-    std::string id;         ///< the `_id` of the record being confirmed
-    std::string channel;    ///< the bus channel on which that record travelled
-    bool confirmed = false; ///< true when the record was accepted
+    std::string id;         ///< `_id` of that record
+    std::string channel;    ///< channel on which that record was published
+    bool confirmed = false; ///< true if the receiver accepted the record
 
     TELVANE_RECORD(TelvaneDataConfirmation, id, channel, confirmed)
 };
 
-/// Reports whether the store of records is full.
+/// State of the store of records.
 class TELVANE_EXPORT TelvaneDataFullStatus : public TelvaneDataTypeBase
 {
 public:
@@ -156,20 +155,20 @@ public:
     TELVANE_RECORD(TelvaneDataFullStatus, isFull)
 };
 
-/// A time-to-live notice for data.
+/// Time to live of data.
 class TELVANE_EXPORT DataStatus : public TelvaneDataTypeBase
 {
 public:
-    int ttl = 0; ///< time to live of the data
+    int ttl = 0; ///< time to live; the unit is the publisher's
 
     TELVANE_RECORD(DataStatus, ttl)
 };
 
-/// One line of log text sent over the bus.
+/// One line of a log.
 class TELVANE_EXPORT LogData : public TelvaneDataTypeBase
 {
 public:
-    std::string log; ///< the log text
+    std::string log; ///< text of the line
 
     TELVANE_RECORD(LogData, log)
 };
