@@ -1,20 +1,20 @@
 /// \file
-/// A two-state flag for arrays of flags.
+/// A flag for arrays of flags.
 #pragma once
 
 namespace Telvane
 {
 
-/// One byte that is either 0 (false) or 1 (true). It is written and read as a JSON `true` or `false`, just
-/// as `bool` is, but is a type of its own so that arrays of flags stay apart from arrays of plain booleans.
+/// A flag of one byte. It is written to JSON and read from it like a `bool`, but is a type of its own, so
+/// that functions can tell arrays of flags from arrays of `bool`.
 struct BoolFlag
 {
-    unsigned char state = 0; ///< 0 or 1
+    unsigned char state = 0; ///< 0 for false, 1 for true
 
     BoolFlag() = default;
-    /// Implicit, as is the way back: a flag stands wherever a bool is meant.
+    /// Converts from `bool`. Both conversions are implicit, so that a flag can be used like a `bool`.
     BoolFlag(bool on) : state(on ? 1 : 0) {}
-    /// \return whether it is set
+    /// \return true if the flag is set
     operator bool() const { return state != 0; }
 };
 

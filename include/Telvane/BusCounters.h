@@ -1,14 +1,13 @@
 /// \file
-/// Every counter of the bus, in one list for each structure that holds some.
+/// Counters of server and client, in one list for each structure.
 ///
-/// A list is where a counter is added: at its end, with a line
+/// To add a counter, add a line at the end of a list and count it in the library:
 ///
 ///     X(member, metric, reason, meaning)
 ///
-/// From it follow the structure's member, the counter in the library, the metrics page and the status answers
-/// of `telvane serve`, the tables in docs/server-status.md and the tests. What is left to do is to count. All
-/// counters are 64 bits wide and start at 0 with the server, client, channel or subscription that they belong
-/// to.
+/// The member of the structure, the metrics page and the status answers of `telvane serve`, the tables in
+/// docs/server-status.md and the tests follow from it. Counters have 64 bits and start at 0 with the server,
+/// client, channel or subscription that they belong to.
 #pragma once
 
 #include <array>
@@ -17,7 +16,7 @@
 namespace Telvane
 {
 
-/// One counter of the structure \p Counters, for programs that show all of them.
+/// One counter of the structure \p Counters, for programs that show all counters.
 template <class Counters>
 struct BusCounter
 {
@@ -75,9 +74,8 @@ struct BusCounter
 #define TELVANE_COUNTER_MEMBERS(list) list(TELVANE_COUNTER_MEMBER)
 #define TELVANE_COUNTER_MEMBER(member, metric, reason, meaning) std::uint64_t member = 0;
 
-/// The counters of \p list as a std::array of BusCounter, in a function of no arguments. A table made from it
-/// must have internal linkage, as `constexpr` variables have: each program has the counters that it was
-/// compiled with.
+/// The counters of \p list as a `std::array` of BusCounter. Tables need internal linkage, which `constexpr`
+/// variables have: each program keeps the counters that it was compiled with.
 #define TELVANE_COUNTER_TABLE(Counters, list)                                                                \
     [] {                                                                                                     \
         using Self = Counters;                                                                               \
@@ -86,7 +84,6 @@ struct BusCounter
 #define TELVANE_COUNTER_ROW(member, metric, reason, meaning)                                                 \
     BusCounter<Self>{#member, metric, reason, meaning, &Self::member},
 
-/// Room for counters to come in a structure that is returned in a vector: those of \p list and the reserved
-/// ones are 8 together, so that the structure's size never changes.
+/// Space for more counters in a structure whose size must not change. It has 8, including those of \p list.
 #define TELVANE_COUNTER_ROOM(list) std::uint64_t reserved[8 - (0 list(TELVANE_COUNTER_ONE))] = {};
 #define TELVANE_COUNTER_ONE(member, metric, reason, meaning) +1

@@ -1,9 +1,9 @@
 /// \file
-/// The welding consumables that the power source reports or is told about, as small codes with names.
+/// Codes and names of weld processes and consumables.
 ///
-/// The numbers are the contract: they travel in the records and come from the power source. The enumerators
-/// and the texts of the processes are this library's names for them. Codes without an enumerator are not
-/// assigned; 255 stands for "unknown" in every enumeration. Everything here may be used from any thread.
+/// The power source defines the numbers, which travel in records and never change; the names are the
+/// library's. Numbers without an enumerator are not assigned. 255 means "unknown" in each enumeration.
+/// Everything here may be used from any thread.
 #pragma once
 
 #include <Telvane/Export.h>
@@ -13,14 +13,14 @@
 namespace Telvane
 {
 
-/// \name Counts of codes
-/// Codes run from 0 to the count less one.
+/// \name Lengths of the name tables
+/// Codes range from 0 to the length - 1, and 255.
 /// @{
-constexpr unsigned kProcessIDCount = 24; ///< weld processes
-constexpr unsigned kWireTypeCount = 16;  ///< wire types
-constexpr unsigned kWireSizeCount = 29;  ///< wire sizes
-constexpr unsigned kGasIDCount = 21;     ///< shielding gases
-constexpr unsigned kAlloyIDCount = 40;   ///< wire alloys
+constexpr unsigned kProcessIDCount = 24; ///< length of ProcessIDStrings
+constexpr unsigned kWireTypeCount = 16;  ///< length of WireTypeStrings
+constexpr unsigned kWireSizeCount = 29;  ///< length of WireSizeStrings
+constexpr unsigned kGasIDCount = 21;     ///< length of GasIDStrings
+constexpr unsigned kAlloyIDCount = 40;   ///< length of AlloyIDStrings
 /// @}
 
 /// Weld processes.
@@ -132,7 +132,7 @@ enum _GasID_e : int
 /// Wire alloys, by the classes of the filler-metal standards. The codes 20, 21 and 31 to 34 are not assigned.
 enum _AlloyID_e : int
 {
-    AlloyID_Unspecified = 0, ///< no alloy is told; named "UNKNOWN"
+    AlloyID_Unspecified = 0, ///< not specified; its name is "UNKNOWN"
     AlloyID_STL_E70 = 1,     ///< steel, E70 class
     AlloyID_STL_E80 = 2,     ///< steel, E80 class
     AlloyID_STL_E100 = 3,    ///< steel, E100 class
@@ -169,13 +169,12 @@ enum _AlloyID_e : int
     AlloyID_Unknown = 255,   ///< unknown
 };
 
-/// \name Name tables
-/// The display name of each code, by code. Codes that are not assigned hold a placeholder that begins with
-/// "NA". The spelling of wire type 10, "LoadbancCC", is part of the contract. Filled when the library is
-/// loaded, and constant from then on.
+/// \name Name tables The name of each code, indexed by the code. Codes that are not assigned have names that
+/// begin with "NA". The misspelling of wire type 10, "LoadbancCC", is part of the interface. The tables are
+/// filled when the library is loaded.
 /// @{
 
-/// The names of one table, by code.
+/// The names of one enumeration.
 extern TELVANE_EXPORT const std::string ProcessIDStrings[kProcessIDCount];
 extern TELVANE_EXPORT const std::string WireTypeStrings[kWireTypeCount];
 extern TELVANE_EXPORT const std::string WireSizeStrings[kWireSizeCount];
@@ -184,10 +183,10 @@ extern TELVANE_EXPORT const std::string AlloyIDStrings[kAlloyIDCount];
 /// @}
 
 /// \name Names of codes
-/// \return the name of the code; "unknown" for 255 and every other number outside the table
+/// \return the name of the code; "unknown" for 255 and for any other number outside the table
 /// @{
 
-/// Looks the code up in its table.
+/// Returns the name of a code.
 TELVANE_EXPORT std::string GetProcessIDString(_ProcessID_e code);
 TELVANE_EXPORT std::string GetWireTypeString(_WireType_e code);
 TELVANE_EXPORT std::string GetWireSizeString(_WireSize_e code);
@@ -195,8 +194,10 @@ TELVANE_EXPORT std::string GetGasIDString(_GasID_e code);
 TELVANE_EXPORT std::string GetAlloyIDString(_AlloyID_e code);
 /// @}
 
-/// \param type not used: the alloy's name tells the wire type as well
-/// \return the name of \p alloy, as GetAlloyIDString() gives it
+/// Returns the name of \p alloy, which includes the wire type.
+/// \param type  ignored
+/// \param alloy the alloy
+/// \return GetAlloyIDString(\p alloy)
 TELVANE_EXPORT std::string GetCompleteWireDescriptor(_WireType_e type, _AlloyID_e alloy);
 
 } // namespace Telvane

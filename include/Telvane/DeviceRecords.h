@@ -25,8 +25,8 @@ public:
     int feederType = 0;                          ///< type of the wire feeder, a code of its maker
     std::string feederSerialNumber;              ///< serial number of the feeder
     std::string feederFirmwareRev;               ///< firmware revision of the feeder
-    int feederIsDual = 0;                        ///< 0 for a single wire feeder, another number for a dual one
-    int cultureSelection = 0;                    ///< language and region, a code of the power source
+    int feederIsDual = 0;     ///< 0 for a single wire feeder, another number for a dual one
+    int cultureSelection = 0; ///< language and region, a code of the power source
 
     TELVANE_RECORD(DeviceIdentity, powerSourceType, powerSourceStockNumber, powerSourceReportedSerialNumber,
                    powerSourceFirmwareRev, programSetPartNumber, standardLibraryPartNUmber,
@@ -79,8 +79,8 @@ public:
     std::string feederDescription;               ///< description of the wire feeder for people
     std::string feederSerialNumber;              ///< serial number of the feeder
     std::string feederFirmwareRev;               ///< firmware revision of the feeder
-    int messageSerial = 0;                       ///< publisher's number for the message; see MessageSerialType
-    int arcStartThreshold = 0;                   ///< threshold of an arc's start; unit of the publisher
+    int messageSerial = 0;     ///< publisher's number for the message; see MessageSerialType
+    int arcStartThreshold = 0; ///< threshold of an arc's start; unit of the publisher
 
     TELVANE_RECORD(DeviceSettings, timestamp, operatorIDVersion, operatorID, currentSensorConfig,
                    batteryVoltage, lifetimeArc, powerSourceDescription, powerSourceStockNumber,

@@ -1,5 +1,5 @@
 /// \file
-/// A file whose content is made afresh for every reader.
+/// A named pipe whose content is generated for each reader.
 #pragma once
 
 #include <Telvane/Export.h>
@@ -11,63 +11,64 @@
 namespace Telvane
 {
 
-/// Serves a named pipe: whoever opens it for reading gets what the handler writes at that moment, a newline,
-/// and the end of the file. `cat` is all a reader needs.
+/// A named pipe. Each reader gets what a handler writes at that moment, a newline, and the end of the file,
+/// for example with `cat`.
 ///
-/// One listener thread per pipe waits for readers and runs the handler. Readers are served one after another.
-/// Two that open at the same time share the pipe, so that each gets a part of the bytes. A reader that keeps
-/// the pipe open for more than a millisecond after its content is taken for a new one.
+/// One listener thread per pipe waits for readers and runs the handler, for one reader after another. If two
+/// processes open the pipe at the same time, each gets a part of the bytes. A process that keeps the pipe
+/// open for more than a millisecond after the end counts as a new reader.
 ///
 /// The handler
-/// - is given an open descriptor greater than 0, writes the content to it, and leaves it open;
+/// - gets an open descriptor greater than 0, writes the content to it, and does not close it;
 /// - runs on the listener thread with the handler lock held: it must not call setHandlerFunction(), Open() or
-///   Close() of its own interface;
-/// - must expect `EPIPE` when the reader leaves early (`SIGPIPE` is ignored for the whole process), and to
-///   block when the reader is slow;
-/// - can be cancelled (pthread_cancel) by Close() when it has blocked for more than 100 ms. It is unwound as
-///   by an exception, so objects release what they hold. A handler that is `noexcept`, ends the unwinding in
-///   a `catch (...)`, or blocks in a destructor (as one that flushes a stream) ends the process then;
-/// - ends the process with an exception that it lets out. An empty handler does so with
-///   `std::bad_function_call` at the first reader.
+///   Close() of its own pipe;
+/// - gets `EPIPE` if the reader closes the pipe early (`SIGPIPE` is ignored for the whole process), and
+///   blocks while the reader is slow;
+/// - is cancelled (pthread_cancel) by Close() if it blocks for more than 100 ms. The cancellation unwinds the
+///   stack as an exception does, so destructors run. It ends the process if the handler is `noexcept`, stops
+///   the unwinding in a `catch (...)`, or blocks in a destructor, for example of a stream that is flushed;
+/// - must not throw: an exception ends the process. An empty handler throws `std::bad_function_call` for the
+///   first reader.
 ///
-/// Threading: Open() and Close() belong to one thread at a time; setHandlerFunction() may be called from any
-/// thread but the listener.
+/// **Threads**: Call Open() and Close() from one thread at a time. setHandlerFunction() may be called from
+/// any thread except the listener.
 class TELVANE_EXPORT DynamicFileInterface
 {
 public:
-    /// Keeps copies of both; creates no file and no thread.
-    /// \param path    where the pipe is to be; fixed for the life of the object
-    /// \param handler writes the content
+    /// Creates neither the pipe nor a thread; Open() does.
+    /// \param path    path of the pipe
+    /// \param handler writes the content; copied
     DynamicFileInterface(const std::string& path, std::function<void(int fd)> handler);
-    /// Neither stops the listener nor removes the pipe: call Close() first. A listener left running goes on
-    /// serving, with the handler kept alive, until the process ends.
+    /// Neither ends the listener nor removes the pipe: call Close() first. Without it, the listener serves
+    /// readers with the handler until the process ends.
     virtual ~DynamicFileInterface();
     DynamicFileInterface(const DynamicFileInterface&) = delete;
     DynamicFileInterface& operator=(const DynamicFileInterface&) = delete;
 
-    /// Creates the pipe (mode 0644 less the process's umask) and starts to serve it. What already exists at
-    /// the path is served as it is: a plain file is written anew every millisecond. When the pipe is already
-    /// open, its listener is replaced, which also brings back a pipe whose file was removed by others.
+    /// Creates the pipe with mode 0644, less the umask, and starts the listener.
     ///
-    /// Writes one line to standard output at every call, also on success: "ERROR[", the current `errno`,
-    /// "]: " and its text.
+    /// If the path exists, the listener serves it as it is: it writes a plain file again every millisecond.
+    /// If the pipe is open already, its listener is replaced, which also restores a pipe that another process
+    /// has removed.
     ///
-    /// A listener that cannot be started for want of resources is not reported: readers then wait in vain.
-    /// \return 0 when the pipe was created, 1 when it was not: because the path exists (it is served all the
-    ///         same) or for another reason (nothing is served)
+    /// Prints a line to standard output in any case: "ERROR[", the current `errno`, "]: " and its text. Does
+    /// not report a thread that cannot be created: readers then wait forever.
+    /// \return 0 if the pipe was created; 1 if not, because the path exists, which is then served, or for
+    ///         another reason, and then nothing is served
     int Open();
 
-    /// Ends the listener and removes whatever is at the path. A handler at work may finish within 100 ms; one
-    /// that blocks longer is cancelled, and its reader gets what was written until then. Takes up to a second
-    /// when another pipe was put in the place of this one. Harmless when not open.
-    /// \return 0; -1 with `errno` when there was nothing to remove or it could not be removed
+    /// Ends the listener and removes the file at the path. Does nothing else if not open.
+    ///
+    /// Waits up to 100 ms for a handler that runs, then cancels it: the reader gets what was written until
+    /// then. Waits up to 1 s if another pipe has replaced this one at the path.
+    /// \return 0; -1 with `errno` set if the file does not exist or cannot be removed
     int Close();
 
-    /// Replaces the handler. Waits for a handler at work; the next reader is served by the new one.
-    /// \throws std::system_error when the handler lock cannot be taken
+    /// Replaces the handler. Waits until a handler that runs has returned.
+    /// \throws std::system_error if the handler lock cannot be taken
     void setHandlerFunction(std::function<void(int fd)> handler);
 
-    /// Entry of the listener thread. Not for callers.
+    /// Runs the listener thread. Do not call.
     static void* dynamicFile_listener(void* interface);
 
 private:

@@ -74,7 +74,7 @@ public:
     /// |---|---|---|---|
     /// | connect | when a client's thread has started | listener | connections |
     /// | disconnect | after the client's descriptor was closed | the client's receiver | none |
-    /// | subscribe, unsubscribe | after the response, positive or negative, was sent | the client's receiver | handler |
+    /// | subscribe, unsubscribe | after the response was sent, also a refusal | the client's receiver | handler |
     ///
     /// A hook must not throw, except `std::bad_alloc` from a subscribe or unsubscribe hook, which is caught
     /// and counted. docs/threads-and-locks.md describes the locks.

@@ -1,11 +1,10 @@
-/// \file
-/// What the library exports: it is built with hidden visibility, and only declarations that carry this
-/// mark can be seen from outside. The mark stands for applications too, so that their run-time type tests
-/// agree with the library's however they themselves are built.
+/// \file Visibility of symbols. The library is built with hidden visibility and exports only declarations
+/// with TELVANE_EXPORT. The attribute applies to applications as well: `dynamic_cast` then works across the
+/// library's boundary regardless of an application's own visibility settings.
 #pragma once
 
-/// For what applications use.
+/// Marks a declaration for applications.
 #define TELVANE_EXPORT __attribute__((visibility("default")))
 
-/// For what stands inside an exported class but is not for callers.
+/// Marks a member of an exported class that is not exported itself.
 #define TELVANE_LOCAL __attribute__((visibility("hidden")))

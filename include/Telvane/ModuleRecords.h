@@ -82,9 +82,9 @@ public:
     std::string firmwareFilePath;           ///< path of a firmware file to install; empty for none
     int currentSensorType = 0;              ///< type code of the current sensor; see the next member
     bool currentSensorTypeReceived = false; ///< true if currentSensorType was received
-    double arcStartThreshold = 0.0;         ///< threshold for the start of an arc; the unit is the publisher's
-    bool logFilesAreRequested = false;      ///< true to send the log files
-    std::string operatorName;               ///< name of the operator
+    double arcStartThreshold = 0.0;    ///< threshold for the start of an arc; the unit is the publisher's
+    bool logFilesAreRequested = false; ///< true to send the log files
+    std::string operatorName;          ///< name of the operator
 
     TELVANE_RECORD(IncomingCommands, firmwareFilePath, currentSensorType, currentSensorTypeReceived,
                    arcStartThreshold, logFilesAreRequested, operatorName)

@@ -1,5 +1,5 @@
 /// \file
-/// All record classes by name, their fields, and a factory.
+/// All record classes of the library, by name.
 #pragma once
 
 #include <Telvane/RecordTable.h>
@@ -11,27 +11,27 @@
 namespace Telvane
 {
 
-/// One class of the catalogue. Never changes and lives as long as the process.
+/// One class of the catalogue. It is valid until the process ends and never changes.
 struct RecordClass
 {
-    const char* name;                ///< the class's name, without namespace
-    const char* base;                ///< the name of the class it derives from
-    const RecordTable& (*table)();   ///< the fields that stand in its JSON object, in order
-    TelvaneDataTypeBase* (*build)(); ///< a new default record, owned by the caller
+    const char* name;                ///< name of the class, without the namespace
+    const char* base;                ///< name of the class that it derives from
+    const RecordTable& (*table)();   ///< returns its list of fields
+    TelvaneDataTypeBase* (*build)(); ///< returns a new record with default values; the caller owns it
     const void* reserved[2] = {};    ///< null, for members to come
 };
 
-/// The record classes of the library. Safe from any thread.
+/// The record classes of the library. May be used from any thread.
 class TELVANE_EXPORT RecordCatalogue
 {
 public:
-    /// \return every class, in alphabetical order
+    /// \return all classes, in alphabetical order
     static const std::vector<RecordClass>& classes();
 
-    /// \return the class of that name (exactly spelled), or null
+    /// \return the class with this name, in the same letter case; null without one
     static const RecordClass* find(const std::string& name);
 
-    /// \return a new default record of the class of that name, or null when there is none
+    /// \return a new record of the class with this name, with default values; null without one
     static std::unique_ptr<TelvaneDataTypeBase> build(const std::string& name);
 };
 

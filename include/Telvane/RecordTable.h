@@ -1,7 +1,7 @@
 /// \file
-/// How a record class is made of its list of fields.
+/// Lists of fields, from which record classes get their operations.
 ///
-/// A record class is its members, with their defaults beside them, and their list:
+/// A record class consists of members with default values, and a list of them:
 ///
 ///     class TELVANE_EXPORT SystemHealth : public Telvane::TelvaneDataTypeBase
 ///     {
@@ -12,9 +12,9 @@
 ///         TELVANE_RECORD(SystemHealth, code, processName)
 ///     };
 ///
-/// and in one source file `TELVANE_DEFINE_RECORD(SystemHealth)`. The list gives the JSON keys (the members'
-/// own names), their order and, through the members' types, their kinds. Applications may build records of
-/// their own the same way.
+/// A source file adds `TELVANE_DEFINE_RECORD(SystemHealth)`. The list determines the JSON keys, which are the
+/// names of the members, their order, and their kinds, which follow from the members' types. Applications can
+/// define records of their own in the same way.
 #pragma once
 
 #include <Telvane/TelvaneDataTypeBase.h>
@@ -31,73 +31,78 @@
 namespace Telvane
 {
 
-/// How a field is held and how it stands in JSON.
+/// Kinds of fields: the type of the member, and of the value in JSON.
 enum class FieldKind : std::uint8_t
 {
-    Integer,      ///< `int`: a number; enumerations are carried this way too
+    Integer,      ///< `int`: a number, also for enumerations
     Number,       ///< `double`: a number
     Flag,         ///< `bool`: `true` or `false`
     Text,         ///< `std::string`: a string
-    Record,       ///< a record: an object (for a DateTime: a string)
-    FlagArray,    ///< fixed-size array of `bool`
-    IntegerArray, ///< fixed-size array of `int`
-    RecordArray,  ///< fixed-size array of one record class
-    RecordVector, ///< `std::vector` of one record class, with a maximum length
+    Record,       ///< a record: an object, or a string for a DateTime
+    FlagArray,    ///< array of `bool` of fixed size: an array of `true` and `false`
+    IntegerArray, ///< array of `int` of fixed size: an array of numbers
+    RecordArray,  ///< array of records of one class, of fixed size: an array of objects
+    RecordVector, ///< `std::vector` of records of one class: an array of objects, limited on reading
 };
 
-/// The most elements that a vector of records may have when it is read.
+/// Maximum length of a vector of records on reading.
 constexpr unsigned kRecordVectorLimit = 100;
 
 class RecordTable;
 
-/// One field of a record class, without its type: the engine that writes and reads records works on these.
+/// One field of a record class. The library writes and reads records by these descriptions.
 struct RecordField
 {
-    /// What the engine needs of a field that holds records.
+    /// Access to a field that holds records.
     struct NestedOperations
     {
-        const RecordTable& (*table)();                                   ///< the fields of the class
-        const std::type_info* recordClass;                               ///< the class
-        std::size_t (*size)(const void* field);                          ///< elements now held
-        void (*resize)(void* field, std::size_t size);                   ///< vectors only
-        TelvaneDataTypeBase& (*element)(void* field, std::size_t index); ///< element \p index
-        /// Arrays only: reads a new record with \p read, which is called with \p source, and element \p index
-        /// becomes its copy if that succeeds.
+        const RecordTable& (*table)();                 ///< returns the list of fields of the records' class
+        const std::type_info* recordClass;             ///< class of the records
+        std::size_t (*size)(const void* field);        ///< returns the count of elements
+        void (*resize)(void* field, std::size_t size); ///< vectors: changes the count of elements
+        TelvaneDataTypeBase& (*element)(void* field,
+                                        std::size_t index); ///< arrays and vectors: returns element \p index
+        /// Arrays: calls \p read with \p source and a new record, and copies that to element \p index if the
+        /// result is true.
         bool (*readElement)(void* field, std::size_t index,
                             bool (*read)(void* source, TelvaneDataTypeBase& element), void* source);
         const void* reserved[2] = {}; ///< null, for operations to come
     };
 
-    const char* key;                ///< JSON key, spelled as it is written
-    FieldKind kind;                 ///< how the field is held
-    std::uint16_t keyLength;        ///< of \p key
-    std::uint32_t limit;            ///< capacity of an array, maximum length of a vector, else 0
-    std::ptrdiff_t offset;          ///< of the field, from the record's TelvaneDataTypeBase
-    const NestedOperations* nested; ///< for fields that hold records, else null
+    const char* key;         ///< JSON key, as it is written
+    FieldKind kind;          ///< type of the member
+    std::uint16_t keyLength; ///< length of #key, in bytes
+    std::uint32_t limit;     ///< length of an array, maximum length of a vector; 0 for other kinds
+    std::ptrdiff_t offset;   ///< distance of the member from the record's TelvaneDataTypeBase, in bytes
+    const NestedOperations* nested; ///< access to records; null for other kinds
     const void* reserved = nullptr; ///< null, for members to come
 };
 
-/// How a class whose JSON form is one string is written and read.
+/// Writing and reading of a class that is a string in JSON.
 struct TextForm
 {
-    static constexpr std::size_t kSize = 64; ///< the most that #write may need
+    static constexpr std::size_t kSize = 64; ///< maximum length of the string, in bytes
 
-    /// Writes the string, which needs no escapes. \return its end
+    /// Writes the string, without characters that JSON escapes, to \p text. \return its end
     char* (*write)(const TelvaneDataTypeBase& record, char* text);
-    /// \return false, with nothing reported, for a string that `_unpackageData` is to decide on
+    /// Reads the string. \return false, without a report, to have `_unpackageData` read it
     bool (*read)(TelvaneDataTypeBase& record, const char* begin, const char* end);
+    const void* reserved[2] = {}; ///< null, for operations to come
 };
 
-/// The fields of one record class, in order. Built once per class, on first use; never changed after that.
+/// The list of fields of one record class. Each class creates its list on first use; it never changes after
+/// that and may be read from any thread.
 class TELVANE_EXPORT RecordTable
 {
 public:
-    /// The table of a class without fields.
+    /// Creates the list of a class without fields.
     explicit RecordTable(const char* className) : m_className(className) {}
 
-    /// \param className the class's own name
-    /// \param prototype an object of the class, only used to find out where its members lie
-    /// \param names the members' names, separated by commas, in the order of \p members
+    /// Creates the list of a class. TELVANE_RECORD uses it.
+    /// \param className name of the class, a literal
+    /// \param prototype an object of the class, from which the offsets of the members are taken
+    /// \param names     names of the members, separated by commas
+    /// \param members   members of \p prototype, in the same order
     template <class Record, class... Members>
     RecordTable(const char* className, Record& prototype, const char* names, Members&... members)
         : RecordTable(className)
@@ -113,30 +118,30 @@ public:
 
     /// \return the name of the class
     const char* className() const { return m_className; }
-    /// \return the fields in packaging order
+    /// \return the fields, in the order in which they are written
     const std::vector<RecordField>& fields() const { return m_fields; }
 
-    /// States that objects of \p recordClass are written and read by this list and nothing else.
+    /// Declares that this list describes the JSON form of \p recordClass completely.
     RecordTable* coverExactly(const std::type_info& recordClass)
     {
         m_recordClass = &recordClass;
         return this;
     }
 
-    /// \return this list; null for a class that writes or reads itself in another way, or only inherits the list
+    /// \return this list if it describes the JSON form of \p recordClass completely, else null
     const RecordTable* ifCovers(const std::type_info& recordClass) const
     {
         return m_recordClass != nullptr && *m_recordClass == recordClass ? this : nullptr;
     }
 
-    /// States that the class is one string in JSON.
+    /// Declares that the class is a string in JSON.
     RecordTable* useTextForm(const TextForm& form)
     {
         m_textForm = &form;
         return this;
     }
 
-    /// \return null for a class that is an object in JSON
+    /// \return the functions for a class that is a string in JSON; null for an object
     const TextForm* textForm() const { return m_textForm; }
 
 private:
@@ -213,13 +218,13 @@ private:
     const std::type_info* m_recordClass = nullptr;
     const TextForm* m_textForm = nullptr;
     std::vector<RecordField> m_fields;
-    void* m_reserved = nullptr; // for what the library may come to keep with a table
+    void* m_reserved = nullptr; // null, for later versions of the library
 };
 
 } // namespace Telvane
 
-/// Makes the class a record with the members listed, in packaging order. Stands last in the class; what
-/// follows it is public.
+/// Declares the operations of a record class with these members, in the order in which they are written. Put
+/// it at the end of the class. What follows it is public.
 #define TELVANE_RECORD(Class, ...)                                                                           \
 public:                                                                                                      \
     bool _packageData(cJSON* output) override;                                                               \
@@ -241,7 +246,7 @@ private:                                                                        
                                                                                                              \
 public:
 
-/// The same for a class without fields of its own.
+/// The same for a class without members of its own.
 #define TELVANE_RECORD_WITHOUT_FIELDS(Class)                                                                 \
 public:                                                                                                      \
     bool _packageData(cJSON* output) override;                                                               \
@@ -263,8 +268,8 @@ private:                                                                        
                                                                                                              \
 public:
 
-/// For a class that adds defaults and accessors to another record but no fields: its JSON form is its
-/// base's.
+/// Declares the operations of a class that adds defaults and functions to another record class, but no
+/// members. Its JSON form is that of its base.
 #define TELVANE_DERIVED_RECORD(Class)                                                                        \
 public:                                                                                                      \
     bool _packageData(cJSON* output) override;                                                               \
@@ -272,8 +277,8 @@ public:                                                                         
     ::Telvane::TelvaneDataTypeBase* BuildNewDataType() const override;                                       \
     const ::Telvane::RecordTable* _recordTable() const override;
 
-/// Defines what TELVANE_RECORD or TELVANE_RECORD_WITHOUT_FIELDS declares. The table stays until the process
-/// ends: threads of the bus may still read records while static objects are destroyed.
+/// Defines what TELVANE_RECORD or TELVANE_RECORD_WITHOUT_FIELDS declares. The list is never destroyed,
+/// because threads of the bus may still read records while static objects are destroyed.
 #define TELVANE_DEFINE_RECORD(Class)                                                                         \
     const ::Telvane::RecordTable& Class::recordTable()                                                       \
     {                                                                                                        \
@@ -306,7 +311,7 @@ public:                                                                         
     }                                                                                                        \
     TELVANE_DEFINE_RECORD_COPY(Class, Base)
 
-/// What the two above have in common.
+/// Defines the operations that the two macros above share.
 #define TELVANE_DEFINE_RECORD_COPY(Class, Base)                                                              \
     int Class::copy(::Telvane::TelvaneDataTypeBase* other)                                                   \
     {                                                                                                        \

@@ -1,5 +1,5 @@
 /// \file
-/// The body of every request.
+/// The record that requests carry.
 #pragma once
 
 #include <Telvane/RecordTable.h>

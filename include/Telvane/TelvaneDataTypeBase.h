@@ -1,5 +1,5 @@
 /// \file
-/// The base class of every message record, and its mapping to JSON.
+/// The base class of all records, and how they are written to JSON and read from it.
 #pragma once
 
 #include <Telvane/BoolFlag.h>
@@ -15,122 +15,126 @@ namespace Telvane
 
 class RecordTable;
 
-/// Base of every record that travels on the bus.
+/// Base of all records that are published on the bus.
 ///
-/// A record is a value object whose public members are named by their JSON keys. It writes itself to a
-/// JSON object and reads itself back; the bus needs nothing else of it. Keys are written exactly as they
-/// are spelled and in the order of the record's list; on reading they match without regard to ASCII letter
-/// case, every key of the record is required, and no value is converted or range-checked. A failed read
-/// leaves the record partly updated: fields before the failing one keep their new values.
+/// A record holds values in public members, which have the names of their JSON keys. Keys are written in the
+/// order of the record's list. On reading, all of them are required, in any order and any ASCII letter case;
+/// values are neither converted nor checked for a range. If reading fails at a field, the fields before it
+/// have their new values.
 ///
-/// Results are true/false, or 0 and negated POSIX error numbers. Nothing here throws, except that reading
-/// a DateTime lets `std::out_of_range` pass, and that the virtual operations, as values do that hold texts,
-/// may throw `std::bad_alloc`; the others tell want of memory by their result. Field failures are reported as
-/// one line each on standard error or standard output.
+/// **Results** are true or false, or 0 and negated POSIX error numbers. A failure of a field is reported in
+/// one line on standard error or standard output. Virtual operations may throw `std::bad_alloc`, and reading
+/// a DateTime `std::out_of_range`. The other operations report a lack of memory in their result.
 ///
-/// A record object must not be used by two threads at the same time.
+/// **Threads**: Do not use a record in two threads at the same time. Records share nothing.
+///
+/// **Ownership**: JSON objects that are passed in remain the caller's, and are used only during the call.
 class TELVANE_EXPORT TelvaneDataTypeBase
 {
 public:
-    std::string _id; ///< identifier of this instance, 36 characters of UUID text, or empty; see generate_id()
-    int _sequence_tag = -1; ///< sequence number of this instance; a negative value means that none is set
+    std::string _id;        ///< identifier of this record, normally a UUID in 36 characters; empty for none
+    int _sequence_tag = -1; ///< number that the publisher gave this record; negative for none
 
     TelvaneDataTypeBase() = default;
     /// \name Copying and moving
-    /// The identifier and the sequence number go along.
+    /// Copies and moves include `_id` and `_sequence_tag`.
     /// @{
 
-    /// As for the members.
+    /// Copies or moves all members.
     TelvaneDataTypeBase(const TelvaneDataTypeBase&) = default;
     TelvaneDataTypeBase(TelvaneDataTypeBase&&) = default;
     TelvaneDataTypeBase& operator=(const TelvaneDataTypeBase&) = default;
     TelvaneDataTypeBase& operator=(TelvaneDataTypeBase&&) = default;
     /// @}
 
-    /// Adds the record's keys to \p output, in order, then "_id" and "_sequence_tag" where they are set.
-    /// \return true when every field was written; false after one failure line, what was added stays
+    /// Adds the record's keys to \p output, in order, then "_id" and "_sequence_tag" if they are set.
+    /// \return true; false if a field could not be written, which is reported; fields before it remain in \p
+    ///         output
     virtual bool _packageData(cJSON* output);
 
-    /// Reads the record's keys from \p input, which is only borrowed. "_id" and "_sequence_tag" are optional.
-    /// \return true when every required key was there with the right type; false after one failure line
+    /// Sets the record from \p input. "_id" and "_sequence_tag" are optional.
+    /// \return true; false if a key is missing or its value has another type, which is reported
     virtual bool _unpackageData(cJSON* input);
 
     virtual ~TelvaneDataTypeBase();
 
-    /// Takes every member from \p other, which must be of this record's class or derived from it.
-    /// \return 0, or `-EINVAL` (nothing changed) when \p other is null or of another class
+    /// Copies all members of \p other.
+    /// \return 0; `-EINVAL` if \p other is null, or neither of this record's class nor derived from it, and
+    ///         then nothing changes
     virtual int copy(TelvaneDataTypeBase* other);
 
-    /// \return a new, default-constructed record of this object's own class; the caller owns it
+    /// \return a new record of this object's class with default values; the caller owns it
     virtual TelvaneDataTypeBase* BuildNewDataType() const = 0;
 
-    /// \return the list that describes the JSON form of this object completely, so that it can be written and
-    ///         read without `_packageData` and `_unpackageData`; null if there is none, as for every class that
-    ///         has operations of its own
+    /// \return the list of fields that describes the JSON form of this object completely, so that the library
+    ///         need not call `_packageData` and `_unpackageData`; null without one, as for classes that
+    ///         override them
     virtual const RecordTable* _recordTable() const;
 
-    /// Packages the record into a new JSON object.
-    /// \param[out] output the object, owned by the caller whatever the result; null on `-ENOMEM`
-    /// \return 0; `-ENOMEM` when memory ran out; -1 when some field could not be written
-    ///         (\p output holds the partly filled object)
+    /// Writes the record to a new JSON object.
+    /// \param[out] output set to the object, which the caller owns even on failure; null on `-ENOMEM`
+    /// \return 0; `-ENOMEM`; -1 if a field could not be written, and \p output holds the fields before it
     int Package(cJSON** output);
 
-    /// Fills this record from a JSON object, which is only borrowed.
-    /// \return 0; `-EINVAL` when a required key is missing or of the wrong type; `-ENOMEM`
+    /// Sets this record from a JSON object.
+    /// \return 0; `-EINVAL` if a key is missing or its value has another type; `-ENOMEM`
     int Unpackage(cJSON* input);
 
-    /// Builds a new record of this object's class from a JSON object; this object itself is not changed.
-    /// \param[out] output the new record, owned by the caller; meaningless unless the result is 0
-    /// \return 0; `-ENOMEM` when no record could be built; `-EINVAL` when reading failed
+    /// Creates a record of this object's class from a JSON object. Does not change this record.
+    /// \param      input  the JSON object
+    /// \param[out] output set to the new record, which the caller owns; undefined unless the result is 0
+    /// \return 0; `-EINVAL` if a key is missing or its value has another type; `-ENOMEM`
     int Unpackage(cJSON* input, TelvaneDataTypeBase** output);
 
-    /// Prints the record as indented JSON text.
-    /// \param[out] text replaced by the text on success, untouched on failure
+    /// Writes the record to indented JSON text.
+    /// \param[out] text set to the text; unchanged on failure
+    /// \return true; false if a field could not be written or memory ran out
     bool ToJson(std::string& text);
 
-    /// Fills this record from JSON text.
-    /// \return false when the text does not parse (silently) or a required key is missing or mistyped
+    /// Sets this record from JSON text.
+    /// \return true; false if \p text is not JSON, which is not reported, if a key is missing or its value
+    ///         has another type, or if memory ran out
     bool FromJson(const std::string& text);
 
-    /// \return what ToJson() prints; empty when the record could not be packaged
+    /// \return the text that ToJson() sets; empty if that fails
     std::string GetString();
 
-    /// Gives the record a new random UUID as `_id`, unless it has an `_id` already. Without memory it stays
-    /// without.
+    /// Sets `_id` to a new random UUID, unless it is set. Leaves it empty if memory runs out.
     void generate_id();
 
 protected:
     /// \name Writing one field
-    /// Each adds \p field_name to \p output. The scalar forms always return true; the record form returns
-    /// what the nested record's `_packageData` returns, and adds nothing when that is false.
+    /// Each function adds the key \p field_name to \p output.
+    /// \return true; for a record, the result of its `_packageData`: if that is false, nothing is added
     /// @{
     bool _toJson(const std::string& field_name, int value, cJSON* output);
     bool _toJson(const std::string& field_name, const std::string& value, cJSON* output);
     bool _toJson(const std::string& field_name, double value, cJSON* output);
     bool _toJson(const std::string& field_name, bool value, cJSON* output);
     bool _toJson(const std::string& field_name, TelvaneDataTypeBase& value, cJSON* output);
-    /// Without this a text literal would choose the form for `bool`.
+    /// Accepts string literals, which would otherwise convert to `bool`.
     bool _toJson(const std::string& field_name, const char* value, cJSON* output);
     /// @}
 
-    /// \name Reading one field
-    /// Each looks \p field_name up without regard to letter case; the first match counts. Integers are
-    /// truncated toward zero and saturate at the 32-bit limits.
-    /// \return false when the key is missing or of another JSON type; \p target is then unchanged
+    /// \name Reading one field Each function reads the first key that equals \p field_name in any letter
+    /// case. Numbers for an `int` are truncated towards 0 and limited to its range.
+    /// \return true; false if there is no such key or its value has another type, and \p target is unchanged
     /// @{
     bool _int_fromJson(const std::string& field_name, int* target, cJSON* input);
     bool _str_fromJson(const std::string& field_name, std::string* target, cJSON* input);
     bool _double_fromJson(const std::string& field_name, double* target, cJSON* input);
     bool _bool_fromJson(const std::string& field_name, bool* target, cJSON* input);
-    /// A missing key is also reported by a line on standard output.
+    /// Reads a nested record. Reports a missing key in a line on standard output. After a failure, \p value
+    /// may have been changed in part.
     bool _object_fromJson(const std::string& field_name, TelvaneDataTypeBase* value, cJSON* input);
     /// @}
 
-    /// \name Reading one array element
-    /// A value of another type is reported by a line on standard output (for a record: standard error).
+    /// \name Reading one array element Each function reports a value of another type in a line on standard
+    /// output, or on standard error for a record.
     /// @{
 
-    /// \return false when the element is of another type, which leaves a number or a flag as it was
+    /// Sets \p target to the element.
+    /// \return true; false if it has another type; a number or flag is then unchanged
     bool _readFromJsonItem(cJSON* item, double& target);
     bool _readFromJsonItem(cJSON* item, int& target);
     bool _readFromJsonItem(cJSON* item, bool& target);
@@ -139,10 +143,10 @@ protected:
     /// @}
 
     /// \name Appending one array element
-    /// A record that cannot be packaged is left out.
+    /// A record that cannot be written is left out, as is any element if memory runs out.
     /// @{
 
-    /// Adds one element at the end.
+    /// Adds an element at the end of \p array.
     void _addItemToJsonArray(cJSON* array, double value);
     void _addItemToJsonArray(cJSON* array, int value);
     void _addItemToJsonArray(cJSON* array, bool value);
@@ -150,30 +154,31 @@ protected:
     void _addItemToJsonArray(cJSON* array, TelvaneDataTypeBase& value);
     /// @}
 
-    /// Reads a fixed-size array field into `target[0..n-1]`, where n, the number of elements given, must lie
-    /// between 1 and \p capacity. Slots beyond n keep their values. Provided for `bool`, `int` and FlagType.
-    /// \return false when the key is missing, not an array, empty or too long, or when an element is of the
-    ///         wrong type (reported by a line on standard output; elements before it keep their new values)
+    /// Reads an array of 1 to \p capacity elements. Elements of \p target that were not received keep their
+    /// values. Available for `bool`, `int` and FlagType.
+    /// \return true; false if there is no such key, if its value is not an array of that length, or if an
+    ///         element has another type, which is reported in a line on standard output; elements before it
+    ///         have their new values
     template <typename T>
     bool _array_fromJson(const std::string& field_name, T* target, unsigned int capacity, cJSON* input);
 
-    /// \name Records made of a list of fields
-    /// What TELVANE_DEFINE_RECORD builds a record's operations from; see RecordTable.h.
+    /// \name Records with a list of fields
+    /// TELVANE_DEFINE_RECORD uses these functions; see RecordTable.h.
     /// @{
 
-    /// Writes what the list has.
+    /// Writes the fields of \p table, "_id" and "_sequence_tag". The result is that of `_packageData`.
     bool _packageFields(const RecordTable& table, cJSON* output);
-    /// Reads what the list has.
+    /// Reads the fields of \p table, "_id" and "_sequence_tag". The result is that of `_unpackageData`.
     bool _unpackageFields(const RecordTable& table, cJSON* input);
     /// @}
 
-    /// Room for operations of later versions: what a class compiled for an earlier version has not got is the
-    /// base's. Not for callers.
-    /// \return `-ENOSYS` for an unknown operation, thus for any
+    /// Reserved for operations of later versions, which a class compiled for an earlier version does not
+    /// override. Do not call or override.
+    /// \return `-ENOSYS` for an unknown operation; this version knows none
     virtual int _extension(int operation, void* argument);
 
 private:
-    friend class RecordEngine; // the library's own, which works on lists of fields
+    friend class RecordEngine; // private to the library
 };
 
 } // namespace Telvane

@@ -1,38 +1,38 @@
 /// \file
-/// Diameter and weight of welding wire from its consumable codes.
+/// Diameter and weight of welding wires.
 ///
-/// The program supplies one function, ConvertmmToInches(). A program that calls nothing here may still have
-/// to satisfy its linker: link the static library TelvaneMillimetreConversion (CMake target
-/// `Telvane::MillimetreConversion`), which holds the natural definition, or define the function.
+/// The library calls ConvertmmToInches() and does not define it, so that the program chooses how to round. If
+/// the linker reports it as undefined, define it, or link the static library TelvaneMillimetreConversion
+/// (CMake target `Telvane::MillimetreConversion`), which divides by 25.4.
 ///
-/// Everything here may be used from any thread, as far as the program's ConvertmmToInches() may.
+/// These functions may be called from any thread if the program's ConvertmmToInches() may.
 #pragma once
 
 #include <Telvane/Consumables.h>
 #include <Telvane/Export.h>
 
-/// Converts a length from millimetres to inches. The library calls this function for the metric wire sizes
-/// and does not define it: the program chooses how to round. Dividing by 25.4 is the natural choice.
+/// Converts a length from millimetres to inches, for metric wire sizes. Defined by the program.
 /// \param millimetres length in millimetres
-/// \return the length in inches
+/// \return length in inches
 TELVANE_EXPORT double ConvertmmToInches(double millimetres);
 
 namespace Telvane
 {
 
-/// \return the nominal diameter of that wire size, in inches; 0.0 for a code without a size
+/// \return the nominal diameter of a wire size, in inches; 0 for a code that is not a size
 TELVANE_EXPORT double GetWireDiameterInInches(_WireSize_e size);
 
-/// Finds the wire size nearest to a diameter. The bounds between neighbouring sizes lie about halfway, and a
-/// diameter on a bound belongs to the larger size.
-/// \param diameter in inches
-/// \return the nearest size; WireSize_Unknown below 0.0115, from 0.171875 on, and for what is not a number
+/// Finds the wire size that is nearest to a diameter. A diameter on the bound between two sizes belongs to
+/// the larger.
+/// \param diameter diameter in inches
+/// \return the size; WireSize_Unknown below 0.0115 in, from 0.171875 in, and if \p diameter is not a number
 TELVANE_EXPORT _WireSize_e GetWireDiameterFromInches(float diameter);
 
-/// \param alloy decides on the density; a code without an alloy counts as steel, one above 39 (255 too) as
-///              the alloys from 36 to 39
-/// \param diameter in inches
-/// \return the weight of one foot of wire, in pounds; 0.0 for a radius below 0.01 inches
+/// Computes the weight of wire from the density of its alloy.
+/// \param alloy    the alloy. A code below 40 that is not an alloy counts as steel; a code from 40, including
+///                 255, counts as an alloy from 36 to 39.
+/// \param diameter diameter in inches
+/// \return the weight of one foot of wire, in pounds; 0 if the radius is below 0.01 in
 TELVANE_EXPORT float GetWireWeight(_AlloyID_e alloy, float diameter);
 
 } // namespace Telvane
