@@ -39,7 +39,7 @@ struct BusCounter
     X(unknownChannel, "packets_dropped", "no_subscriber_ever",                                               \
       "Packets dropped: the channel has never had a subscriber.")                                            \
     X(outOfMemory, "packets_dropped", "out_of_memory", "Packets dropped: out of memory.")                    \
-    X(relayed, "relays_sent", nullptr, "Relays sent in full, one for each subscriber.")                        \
+    X(relayed, "relays_sent", nullptr, "Relays sent in full, one for each subscriber.")                      \
     X(relaysFailed, "relays_missed", nullptr,                                                                \
       "Relays that a subscriber missed, mostly because it reads too slowly.")                                \
     X(relaysTooLarge, "relays_cut", nullptr,                                                                 \
@@ -58,7 +58,7 @@ struct BusCounter
 
 /// Counters of one client's subscription to one channel.
 #define TELVANE_SUBSCRIPTION_COUNTERS(X)                                                                     \
-    X(relayed, "subscription_relays_sent", nullptr, "Relays sent in full to a client on a channel.")           \
+    X(relayed, "subscription_relays_sent", nullptr, "Relays sent in full to a client on a channel.")         \
     X(missed, "subscription_relays_missed", nullptr, "Relays that a client missed on a channel.")
 
 /// Counters of an EventClient. They are on no metrics page.
