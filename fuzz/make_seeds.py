@@ -138,6 +138,44 @@ def publication_seeds(catalogue):
     return seeds
 
 
+def relay_reading_seeds(catalogue):
+    """The records as such, and relays as they are printed with the edges of what can be read."""
+    seeds = {name: seed[:1] + b"\x80" + seed[1:].split(SEPARATOR)[0]
+             for name, seed in record_seeds(catalogue).items()}
+
+    def relay(name, payload, edit=lambda text: text, **more):
+        value = {"header": name, "sequence": 7, "payload": payload, **more}
+        text = edit(make_golden.print_value(value))
+        return bytes([catalogue.names.index(name), 64]) + text.encode("utf-8", "surrogateescape")
+
+    numbers = ("0", "-0", "007", "1.", ".5", "-", "1e5", "1E+5", "1e-5", "1e400", "1e-400", "4.9e-324", "1.5.3", "+1",
+               "999999999999999", "9999999999999999", "9007199254740993", "123456789012345678901", "0.1", "2147483648",
+               "-2147483649", "0.1000000000000000055", "1" * 63, "1" * 64, "0." + "1" * 61, "0." + "1" * 62, "1-2")
+    point = catalogue.filled("UnitValueDoublePair")
+    for index, number in enumerate(numbers):
+        seeds[f"number-{index}"] = relay("UnitValueDoublePair", {**point, "Value": 4711},
+                                         lambda text, number=number: text.replace("4711", number))
+    log = catalogue.filled("LogData")
+    texts = ("\\/", "\\u0041", "\\u0000", "\\ud83d\\udd25", "\\q", "\x01", "\\n\\t\\\"\\\\", "\udcff\udc80")
+    for index, text in enumerate(texts):
+        seeds[f"text-{index}"] = relay("LogData", {**log, "log": "TEXT"},
+                                       lambda whole, text=text: whole.replace("TEXT", text))
+    flag = catalogue.filled("FlagType")
+    seeds.update({
+        "keys-twice": relay("FlagType", flag, lambda text: text.replace("\n\t}", ",\n\t\t\"Flag\":\tfalse\n\t}")),
+        "keys-in-capitals": relay("FlagType", flag, lambda text: text.replace("Flag\"", "FLAG\"")),
+        "keys-in-another-order": relay("FlagType", dict(reversed(flag.items()))),
+        "payload-twice": relay("FlagType", flag, lambda text: text[:-2] + ",\n\t\"payload\":\t{}\n}"),
+        "bytes-behind": relay("FlagType", flag, lambda text: text + "}"),
+        "spaces": relay("FlagType", flag, lambda text: text.replace("\t", " ")),
+        "truncated": relay("FlagType", flag, lambda text: text[:-1]),
+        "empty-array": relay("PSFeedback", {**catalogue.filled("PSFeedback"), "mWeldFlags": []}),
+        "short-array": relay("PSFeedback", {**catalogue.filled("PSFeedback"), "mWeldFlags": [True]}),
+        "time-without-digits": relay("TimeSyncType", {"serverTimestamp": "/Date()/"}),
+    })
+    return seeds
+
+
 def server_seeds(catalogue):
     weld = message("weld", catalogue.filled("UnitValueDoublePair"))
     nested = b'{"header":"weld","payload":' + b"[" * 990 + b"]" * 990 + b"}"
@@ -318,7 +356,7 @@ def all_files():
     seeds = {"Record": record_seeds(catalogue), "ServerPacket": server_seeds(catalogue),
              "PrintedRelay": printed_seeds(catalogue),
              "ClientDispatch": client_seeds(catalogue), "DateTime": time_seeds(), "NumberText": number_seeds(),
-             "Publication": publication_seeds(catalogue),
+             "Publication": publication_seeds(catalogue), "RelayReading": relay_reading_seeds(catalogue),
              "ToolRecord": tool_record_seeds(catalogue), "ToolRecording": tool_recording_seeds()}
     files = {HERE / "records.dict": dictionary(catalogue)}
     for target, contents in seeds.items():

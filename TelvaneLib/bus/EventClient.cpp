@@ -6,6 +6,8 @@
 
 #include "bus/EventClientState.h"
 
+#include "base/RecordEngine.h"
+#include "support/JsonScanner.h"
 #include "support/Thread.h"
 
 #include <cerrno>
@@ -174,6 +176,9 @@ void* EventClient::rx_handler(void* client)
 void EventClient::State::dispatch(EventClient& client, const char* text)
 {
     count(counters.received);
+    if (deliver(client, text)) {
+        return;
+    }
     const JsonTree message(cJSON_Parse(text));
     if (message == nullptr) {
         count(counters.notJson);
@@ -186,6 +191,24 @@ void EventClient::State::dispatch(EventClient& client, const char* text)
     } else if (found->second->ExecuteCallback(&client, message.get()) != 0) {
         count(counters.undecodable);
     }
+}
+
+bool EventClient::State::deliver(EventClient& client, const char* text)
+{
+    JsonScanner relay(text);
+    std::string_view channel;
+    int sequence = 0;
+    if (!beginRelay(relay, channel, sequence)) {
+        return false;
+    }
+    const std::lock_guard<std::mutex> guard(closuresLock);
+    const auto found = closures.find(channel);
+    if (found == closures.end()) {
+        return false;
+    }
+    CallbackClosure& closure = *found->second;
+    return typeid(closure) == typeid(SubscriptionCallbackClosure) &&
+           static_cast<SubscriptionCallbackClosure&>(closure).deliver(client, relay, sequence);
 }
 
 EventClient::State::ClosureEntry EventClient::State::makeEntry(const std::string& header, Closure closure)
@@ -245,6 +268,25 @@ int EventClient::SubscriptionCallbackClosure::ExecuteCallback(EventClient* clien
     const std::unique_ptr<TelvaneDataTypeBase> record(unpackaged);
     m_callback(client, record.get(), sequenceOf(message), m_user);
     return 0;
+}
+
+bool EventClient::SubscriptionCallbackClosure::deliver(EventClient& client, JsonScanner& relay, int sequence)
+{
+    std::unique_ptr<TelvaneDataTypeBase> record;
+    try {
+        // Whatever fails here is tried, and counted and reported, once more with a tree.
+        if (m_prototype->_recordTable() == nullptr) {
+            return false;
+        }
+        record.reset(m_prototype->BuildNewDataType());
+        if (record == nullptr || !RecordEngine::scan(*record, relay, 1) || !endRelay(relay)) {
+            return false;
+        }
+    } catch (const std::exception&) {
+        return false;
+    }
+    m_callback(&client, record.get(), sequence, m_user);
+    return true;
 }
 
 int EventClient::install_OnConnectionLost(std::function<void(EventClient& client)> fn)

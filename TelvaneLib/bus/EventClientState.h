@@ -93,6 +93,9 @@ struct EventClient::State
     bool isReceiver();
 
     void dispatch(EventClient& client, const char* text);
+    /// Delivers a relay whose record can be read from the text.
+    /// \return false, and nothing has been done, when \p text has to be parsed
+    bool deliver(EventClient& client, const char* text);
     static ClosureEntry makeEntry(const std::string& header, Closure closure);
     /// To be called under closuresLock.
     /// \return the closure that the table held before, or null

@@ -2,6 +2,7 @@
 
 #include "transport/Envelope.h"
 
+#include "support/JsonScanner.h"
 #include "transport/PrintedJson.h"
 
 #include <charconv>
@@ -196,6 +197,17 @@ const char* channelOf(const cJSON* object)
 bool isSuccess(const cJSON* response)
 {
     return cJSON_IsTrue(cJSON_GetObjectItem(response, "success")) != 0;
+}
+
+bool beginRelay(JsonScanner& relay, std::string_view& channel, int& sequence)
+{
+    return relay.skip("{\n\t\"header\":\t") && relay.plainString(channel) &&
+           relay.skip(",\n\t\"sequence\":\t") && relay.integer(sequence) && relay.skip(",\n\t\"payload\":\t");
+}
+
+bool endRelay(JsonScanner& relay)
+{
+    return relay.skip("\n}");
 }
 
 } // namespace Telvane

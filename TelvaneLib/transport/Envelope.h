@@ -12,6 +12,8 @@
 namespace Telvane
 {
 
+class JsonScanner;
+
 constexpr const char* kSubscribeHeader = ".subscribe";
 constexpr const char* kUnsubscribeHeader = ".unsubscribe";
 
@@ -77,6 +79,15 @@ int sequenceOf(const cJSON* message);
 /// \return "channel" of a meta request's payload or of a response; null when it is missing or not a string
 const char* channelOf(const cJSON* object);
 bool isSuccess(const cJSON* response);
+/// @}
+
+/// \name Reading relays without a tree
+/// Both return false when the text has to be parsed.
+/// @{
+/// Reads a relay up to its payload.
+bool beginRelay(JsonScanner& relay, std::string_view& channel, int& sequence);
+/// Reads what follows the payload.
+bool endRelay(JsonScanner& relay);
 /// @}
 
 } // namespace Telvane

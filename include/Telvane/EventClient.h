@@ -17,6 +17,8 @@
 namespace Telvane
 {
 
+class JsonScanner;
+
 /// What a client has counted since its construction.
 struct EventClientStatistics
 {
@@ -191,6 +193,9 @@ public:
         /// \par Ownership The closure owns \p prototype.
         SubscriptionCallbackClosure(TelvaneDataTypeBase* prototype, void* user, Callback callback);
         int ExecuteCallback(EventClient* client, cJSON* message) override;
+        /// The same with a record that is read from the text of the message.
+        /// \return false, and nothing has been done, when the text has to be parsed
+        TELVANE_LOCAL bool deliver(EventClient& client, JsonScanner& relay, int sequence);
 
     private:
         std::unique_ptr<TelvaneDataTypeBase> m_prototype;
