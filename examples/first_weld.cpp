@@ -1,4 +1,4 @@
-// Tells of each weld on a bus when it has ended, until Ctrl-C.
+// Prints a line at the end of each weld, until Ctrl-C.
 #include <Telvane/Telvane.h>
 
 #include <cstdio>
@@ -8,7 +8,7 @@ int main(int argc, char** argv)
 {
     Telvane::EventClient client;
     if (argc != 2 || client.Connect(argv[1]) != 0) {
-        std::fprintf(stderr, "usage: first_weld PATH (of a bus that is served)\n");
+        std::fprintf(stderr, "usage: first_weld PATH (of a running server)\n");
         return 1;
     }
     const auto print = [](void*, Telvane::TelvaneDataTypeBase* record, int, void*) {

@@ -1,15 +1,15 @@
-// A record that is not in the catalogue, on its way over a bus.
+// Sends a record that is not in the catalogue over a bus.
 #include <Telvane/Telvane.h>
 
 #include <cstdio>
 #include <future>
 
-/// How the shop's extraction fares.
+/// Status of the fume extraction.
 class ExtractionStatus : public Telvane::TelvaneDataTypeBase
 {
 public:
-    double flow = 0.0; ///< cubic metres an hour
-    bool filterIsFull = false;
+    double flow = 0.0;         ///< volume flow, m3/h
+    bool filterIsFull = false; ///< replace the filter
 
     TELVANE_RECORD(ExtractionStatus, flow, filterIsFull)
 };

@@ -1,4 +1,4 @@
-// Publishes a sample of a weld and receives it again, over a bus that it serves itself.
+// Runs a server, publishes a sample of a weld and receives it again.
 #include <Telvane/Telvane.h>
 
 #include <cstdio>
@@ -6,7 +6,7 @@
 
 int main(int argc, char** argv)
 {
-    Telvane::EventServer server; // usually a process of its own: telvane serve PATH
+    Telvane::EventServer server; // usually another process: telvane serve PATH
     Telvane::EventClient client;
     if (argc != 2 || server.Start(argv[1]) != 0 || client.Connect(argv[1]) != 0) {
         std::puts("usage: publish_subscribe PATH (of a new socket)");

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Prints what comes on a channel: subscribe.py PATH CHANNEL"""
+"""Prints the messages of a channel: subscribe.py PATH CHANNEL"""
 import json
 import socket
 import sys

@@ -1,5 +1,5 @@
-// A small weld monitor: a line for each weld, and an alarm, on the bus as well, when the arc leaves its limits.
-// docs/tutorial.md goes through it.
+// A small weld monitor. Prints a line for each weld and publishes an alarm if the arc voltage leaves its limits.
+// docs/tutorial.md explains it.
 #include <Telvane/Telvane.h>
 
 #include <cstdio>
@@ -16,30 +16,30 @@ using Telvane::TelvaneDataTypeBase;
 
 struct Limits
 {
-    double least; ///< volts
-    double most;  ///< volts
+    double min; ///< V
+    double max; ///< V
 };
 
-/// What there is to say of one weld.
+/// The statistics of one weld.
 class Weld
 {
 public:
     explicit Weld(const Telvane::WeldTriggerStart& start) : m_tag(start.tag) {}
 
-    /// \return whether the mean voltage has just left the limits, for the first time in this weld
+    /// \return true if the average voltage leaves the limits for the first time in this weld
     bool add(const Telvane::WeldTraceData& sample, const Limits& limits)
     {
         m_lost += sample.sequence - m_next;
         m_next = sample.sequence + 1;
-        // The arc of a short-circuiting process goes out a hundred times a second, which is no fault: what
-        // counts is the mean of some tenths of a second, once there has been so much of the weld.
-        constexpr double kShare = 1.0 / 500;
-        m_volts += (sample.data.volts - m_volts) * (m_samples == 0 ? 1 : kShare);
+        // In a short-circuiting process the arc goes out a hundred times a second, which is normal. So check a
+        // moving average over some tenths of a second, after the start of the weld.
+        constexpr double kWeight = 1.0 / 500;
+        m_volts += (sample.data.volts - m_volts) * (m_samples == 0 ? 1 : kWeight);
         ++m_samples;
-        const bool outside = m_samples > 1000 && (m_volts < limits.least || m_volts > limits.most);
-        const bool news = outside && !m_alarmed;
+        const bool outside = m_samples > 1000 && (m_volts < limits.min || m_volts > limits.max);
+        const bool isNew = outside && !m_alarmed;
         m_alarmed = m_alarmed || outside;
-        return news;
+        return isNew;
     }
 
     std::string alarm() const
@@ -58,19 +58,19 @@ public:
 private:
     int m_tag;
     int m_samples = 0;
-    int m_next = 0; ///< number of the sample that is due
+    int m_next = 0; ///< number of the next sample
     int m_lost = 0;
     double m_volts = 0.0;
     bool m_alarmed = false;
 };
 
-/// Its callbacks all run on the client's one receiver thread, so that they need no lock among themselves.
+/// All callbacks run on the receiver thread of the client, so they need no locks.
 class Monitor
 {
 public:
     Monitor(EventClient& client, const Limits& limits) : m_client(client), m_limits(limits) {}
 
-    /// \return 0 or the result of the subscription that failed
+    /// \return 0, or the result of the subscription that failed
     int begin()
     {
         int result = on<Telvane::WeldTriggerStart>("WeldTriggerStart", &Monitor::started);
@@ -84,7 +84,7 @@ public:
     }
 
 private:
-    /// Has a member called for each record of a class.
+    /// Subscribes to a channel; a member function receives its records.
     template <class Record>
     int on(const char* channel, void (Monitor::*member)(const Record& record))
     {
@@ -101,7 +101,7 @@ private:
         if (m_weld != nullptr && m_weld->add(sample, m_limits)) {
             Telvane::LogData alarm;
             alarm.log = m_weld->alarm();
-            m_client.Publish("WeldAlarm", alarm); // which a callback may do
+            m_client.Publish("WeldAlarm", alarm); // allowed in a callback
         }
     }
 
@@ -115,7 +115,7 @@ private:
 
     EventClient& m_client;
     const Limits m_limits;
-    std::unique_ptr<Weld> m_weld; ///< null until a start has been seen: the monitor may come in the middle
+    std::unique_ptr<Weld> m_weld; ///< null before the first start: the monitor may start during a weld
 };
 
 } // namespace
@@ -123,12 +123,12 @@ private:
 int main(int argc, char** argv)
 {
     if (argc != 4) {
-        std::fprintf(stderr, "usage: weld_monitor PATH LEAST-VOLTS MOST-VOLTS\n");
+        std::fprintf(stderr, "usage: weld_monitor PATH MIN-VOLTS MAX-VOLTS\n");
         return 2;
     }
     EventClient client;
-    std::promise<void> over;
-    client.install_OnConnectionLost([&](EventClient&) { over.set_value(); });
+    std::promise<void> lost;
+    client.install_OnConnectionLost([&](EventClient&) { lost.set_value(); });
     if (const int result = client.Connect(argv[1]); result != 0) {
         std::fprintf(stderr, "cannot connect to %s (%d)\n", argv[1], result);
         return 1;
@@ -138,7 +138,7 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "cannot subscribe (%d)\n", result);
         return 1;
     }
-    over.get_future().wait();
+    lost.get_future().wait();
     std::fprintf(stderr, "the server has gone\n");
     client.Disconnect();
     return 1;
