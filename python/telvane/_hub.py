@@ -27,9 +27,9 @@ ANSWER_TIMEOUT = 1.0
 FIRST_PAUSE, LONGEST_PAUSE = 0.1, 5.0
 # Nobody subscribes to it: the server's answer proves that it accepts this client.
 _HELLO = "TelvaneHello"
-# Identifiers of requests begin like this, so that an answer to somebody else differs from a record with an `_id` of
-# its own.
-_ASK = "ask-"
+# Identifiers of requests begin like this, here and in C++, so that an answer to somebody else differs from a record
+# with an `_id` of its own.
+_ASK = "request:"
 
 What = Union[str, Type[Record]]
 
@@ -175,8 +175,13 @@ class Asked:
         except (RecordError, NoPayload):
             return False
         identifier = record._id if isinstance(record, Record) else record.get("_id") if isinstance(record, dict) else ""
-        if isinstance(identifier, str) and identifier.startswith(_ASK) and identifier != self.id:
-            return False
+        if isinstance(identifier, str) and identifier.startswith(_ASK):
+            if identifier != self.id:
+                return False
+            if isinstance(record, Record):
+                record._id = ""
+            else:
+                del record["_id"]
         self.finish(record, None)
         return True
 

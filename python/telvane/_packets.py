@@ -157,11 +157,11 @@ def decoder_of(cls: Optional[Type[Record]]) -> Decoder:
     def decode(data: bytes) -> Decoded:
         try:
             found = match(data.decode())
-        except UnicodeDecodeError:
-            found = None
-        if found is None:
-            return decode_any(data)
-        groups = found.groups()
-        return Decoded(build(groups), int(groups[0]))
+            if found is not None:
+                groups = found.groups()
+                return Decoded(build(groups), int(groups[0]))
+        except ValueError:  # not UTF-8, or not a number
+            pass
+        return decode_any(data)
 
     return decode

@@ -100,6 +100,10 @@ class Reader:
             return [first]
         return [first, *self._more(sock.fileno())]
 
+    def gathered(self, sock: socket.socket) -> List[bytes]:
+        """The packets that are there, possibly none; does not wait and keeps the interpreter's lock."""
+        return self._more(sock.fileno()) if self._more is not None else []
+
 
 def _recvmmsg() -> Optional[Callable[[int], List[bytes]]]:
     if sys.implementation.name != "cpython":

@@ -116,9 +116,11 @@ class _Core:
                 return False
             stood, reason = True, Reason.LOST
             sock.setblocking(True)
-            gathering = Gathering()
+            gathering, pause = Gathering(), 0.0
             while True:
-                packets = reader.read(sock)
+                packets = reader.gathered(sock) if pause else []
+                if not packets:
+                    packets = reader.read(sock)
                 arrival = time.time()
                 with self.lock:
                     if not self._feed(packets, arrival):
@@ -721,9 +723,9 @@ class Bus:
         """Asks for a record and returns the answer.
 
         The question, an empty record unless one is given, is published on the channel ``req_`` and the name. The
-        answer is the record with the question's `_id`, which a responder of this package repeats, or the next one
-        without such an `_id`. The bus cannot tell that nobody answers: RequestTimeout is raised then. A lost
-        connection ends the request with NotConnected.
+        answer is the record with the question's `_id`, which responders of this package and of the C++ class Bus
+        repeat, or the next one without such an `_id`. The bus cannot tell that nobody answers: RequestTimeout is raised
+        then. A lost connection ends the request with NotConnected.
         """
         core = self._checked()
         deadline = time.monotonic() + timeout
@@ -816,17 +818,14 @@ class Bus:
 def question_packet(name: str, question: Optional[Record], asked: Asked) -> bytes:
     """The message that asks, with an identifier that finds its answer."""
     record = RequestType() if question is None else copy.copy(question)
-    if record._id:
-        asked.id = record._id
-    else:
-        record._id = asked.id
+    record._id = asked.id
     return publication("req_" + name, record)
 
 
 def answer_packet(name: str, record: Record, asked: Any) -> bytes:
     """The message that answers, with the identifier of the question."""
     identifier = getattr(asked, "_id", "")
-    if identifier and not record._id:
+    if identifier:
         record = copy.copy(record)
         record._id = identifier
     return publication(name, record)

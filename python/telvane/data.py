@@ -401,37 +401,42 @@ class Columns:
             for number, data in enumerate(lines.split(b"\n"), first):
                 self._add_line(path, number, data)
             return
-        rows = self._find(decode_text(lines))
+        try:
+            self._add_matches(path, first, lines, self._find(decode_text(lines)))
+        except ValueError:  # what looked like a number is none
+            for number, data in enumerate(lines.split(b"\n"), first):
+                self._add_line(path, number, data)
+
+    def _add_matches(self, path: str, first: int, lines: bytes, rows: List[Tuple[str, ...]]) -> None:
         others = [(number, row[-1]) for number, row in enumerate(rows, first) if not row[0]]
-        if not others:
-            self._add_rows(rows)
-            return
         # The order of arrival is kept: matches up to the next line in another form, then that line.
-        begin = 0
+        converted, slow, begin = [], [], 0
         for number, text in others:
             data = text.encode("utf-8", "surrogateescape")
-            if _channel_of(data) not in (None, self._channel):
-                continue
-            self._add_rows(row for row in rows[begin:number - first] if row[0])
-            self._add_line(path, number, data)
-            begin = number - first + 1
-        self._add_rows(row for row in rows[begin:] if row[0])
+            if _channel_of(data) in (None, self._channel):
+                converted.append(self._converted([row for row in rows[begin:number - first] if row[0]]))
+                slow.append((number, data))
+                begin = number - first + 1
+        converted.append(self._converted([row for row in rows[begin:] if row[0]] if others else rows))
+        for index, columns in enumerate(converted):
+            for column, values in zip((self.ns, self.number, *self._values), columns):
+                column.extend(values)
+            if index < len(slow):
+                self._add_line(path, *slow[index])
 
-    def _add_rows(self, rows: Any) -> None:
-        columns = list(zip(*rows))
-        if not columns:
-            return
-        self.ns.extend(map(int, columns[0]))
-        self.number.extend(map(int, columns[1]))
-        for leaf, values, texts in zip(self._leaves, self._values, columns[2:]):
-            if leaf.kind == "float":
-                values.extend(map(float, texts))
-            elif leaf.kind in ("int", "time"):
-                values.extend(map(int, texts))
-            elif leaf.kind == "bool":
-                values.extend([text == "true" for text in texts])
+    def _converted(self, rows: List[Tuple[str, ...]]) -> List[Any]:
+        """The values of some matches by column; raises ValueError."""
+        made: List[Any] = []
+        for kind, texts in zip(("int", "int", *(leaf.kind for leaf in self._leaves)), zip(*rows)):
+            if kind == "float":
+                made.append(list(map(float, texts)))
+            elif kind in ("int", "time"):
+                made.append(list(map(int, texts)))
+            elif kind == "bool":
+                made.append([text == "true" for text in texts])
             else:
-                values.extend(texts)
+                made.append(texts)
+        return made
 
     def _add_line(self, path: str, number: int, data: bytes) -> None:
         try:

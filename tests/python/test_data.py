@@ -210,6 +210,18 @@ def test_a_damaged_line_is_counted_and_passed_over(recording: pathlib.Path, wron
         assert len(read.columns()) == 7
 
 
+@pytest.mark.parametrize("number, value", [("1.2.3", None), ("1e5", 1e5), ("+1", None), ("--1", None), ("-.5", -0.5),
+                                           ("1-", None), ("007", 7.0), ("1e", None), ("1" * 60, 1.1111111111111112e59)])
+def test_odd_numbers_are_read_as_by_the_library(recording: pathlib.Path, number: str, value: Any) -> None:
+    recording.write_text(recording.read_text(encoding="utf-8").replace("201.5", number), encoding="utf-8")
+    read = telvane.read(recording)
+    with warnings.catch_warnings():
+        warnings.simplefilter("ignore")
+        amps = list(read.columns()["data.amps"])
+    assert amps == ([200.5, value, 202.5] * 2 if value is not None else [200.5, 202.5] * 2) + [209.5]
+    assert read.damaged == (2 if value is None else 0)
+
+
 @pytest.mark.parametrize("text, reason", [
     ("", "not JSON"), ("x\n", "not JSON"), ("{}\n", "no key telvaneRecording"), ('{"telvaneRecording":2}\n', "form 2"),
     ('{"telvaneRecording":1,"started":"yesterday"}\n', "does not say when"), ("[" * 5000 + "\n", "not JSON")])
