@@ -209,6 +209,12 @@ class Hub:
         self.online = False
         self.epoch = 0
         self.lost_at = 0.0
+        self.responders = 0
+
+    @property
+    def urgent(self) -> bool:
+        """Whether somebody may wait for each message: an asker here, or one elsewhere that a responder serves."""
+        return bool(self.asked or self.answers or self.responders)
 
     # Subscriptions. Each of these returns what has to be sent.
 
@@ -246,6 +252,7 @@ class Hub:
 
     def add(self, inbox: Inbox) -> Optional[bytes]:
         self.inboxes[inbox.channel] = (*self.inboxes.get(inbox.channel, ()), inbox)
+        self.responders += inbox.channel.startswith("req_")
         if self.served.get(inbox.channel) is Served.REFUSED:
             inbox.fail(SubscriptionRefused(inbox.channel))
         return self.acquire(inbox.channel)
@@ -254,6 +261,7 @@ class Hub:
         listeners = self.inboxes.get(inbox.channel, ())
         if inbox not in listeners:
             return None
+        self.responders -= inbox.channel.startswith("req_")
         self.inboxes[inbox.channel] = tuple(other for other in listeners if other is not inbox)
         if not self.inboxes[inbox.channel]:
             del self.inboxes[inbox.channel]

@@ -191,7 +191,7 @@ class _Core:
         """Reads by the clock while packets follow each other closely, otherwise when there are some."""
         assert self.loop is not None and self.sock is not None
         pause = self.gathering.pause(packets)
-        if pause and packets:
+        if pause and packets and not self.hub.urgent:
             if self.reading is None:
                 self.loop.remove_reader(self.sock.fileno())
             self.reading = self.loop.call_later(pause if packets < BATCH else 0, self.read)

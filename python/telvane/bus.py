@@ -125,7 +125,7 @@ class _Core:
                 with self.lock:
                     if not self._feed(packets, arrival):
                         return True
-                pause = gathering.pause(len(packets))
+                pause = gathering.pause(len(packets)) if not self.hub.urgent else 0.0
                 if pause:
                     time.sleep(pause)
         except OSError as error:
