@@ -178,7 +178,8 @@ class _Reader:
                 out.append(raw[at:])
                 return "".join(out)
             out.append(raw[at:escape])
-            letter = raw[escape + 1]
+            # After a "\\u" without digits that has swallowed a backslash, the closing quote can be what is escaped.
+            letter = raw[escape + 1:escape + 2] or '"'
             if letter != "u":
                 if letter not in _ESCAPES:
                     self.fail()

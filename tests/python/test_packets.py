@@ -80,7 +80,8 @@ def test_a_hostile_packet_is_counted_and_the_next_record_arrives(packet: bytes) 
     assert counters.not_json + counters.too_large + counters.unexpected + counters.invalid == 1
 
 
-@pytest.mark.parametrize("text, log", [(b'"\xff"', "\udcff"), (b'"a\\u0000b"', "a"), (b'"\x01"', "\x01")])
+@pytest.mark.parametrize("text, log", [(b'"\xff"', "\udcff"), (b'"a\\u0000b"', "a"), (b'"\x01"', "\x01"),
+                                       (b'"\\u00411\\\\"', "A1\\"), (b'"\\u123\\\\"', "")])
 def test_odd_texts_arrive_as_in_the_library(text: bytes, log: str) -> None:
     decode = _packets.decoder_of(telvane.LogData)
     packet = b'{\n\t"header":\t"LogData",\n\t"sequence":\t3,\n\t"payload":\t{\n\t\t"log":\t' + text + b"\n\t}\n}"
