@@ -208,7 +208,7 @@ class AlloyID(Code):
     """Wire alloys, by the classes of the filler-metal standards. The codes 20, 21 and 31 to 34 are not assigned."""
 
     Unspecified = 0
-    """No alloy is told; named "UNKNOWN"."""
+    """Not specified; its name is "UNKNOWN"."""
     STL_E70 = 1
     """Steel, E70 class."""
     STL_E80 = 2
@@ -280,7 +280,7 @@ class AlloyID(Code):
 
 
 class PSCommandType(Code):
-    """The kind of a command. Kinds without a name here are carried like the others."""
+    """Kinds of commands."""
 
     Weld = 0
     """A PSWeldCommand."""
@@ -289,11 +289,11 @@ class PSCommandType(Code):
     Program = 4
     """A PSProgramCommand."""
     OutOfRange = 7
-    """What GetCommandType() makes of every number from 7 on."""
+    """Returned by GetCommandType() for each number from 7."""
 
 
 class ProgramCommand(Code):
-    """The entries of a PSProgramCommand, in the order of the members of ProgramType."""
+    """Entries of a PSProgramCommand, in the order of the members of ProgramType."""
 
     Process = 0
     """Weld process."""
@@ -306,9 +306,7 @@ class ProgramCommand(Code):
 
 
 class PSFeedbackValue(Code):
-    """The feedback values by their place in the array. The numbers are the contract; what is reported in each
-    place, and in which unit, is the power source's.
-    """
+    """Indices of the feedback values. The power source defines the quantity and the unit of each."""
 
     Value0 = 0
     """Feedback value 0."""
@@ -361,9 +359,7 @@ class PSFeedbackValue(Code):
 
 
 class PSWeldFlag(Code):
-    """The weld flags of PSWeldCommand and PSFeedback, by their place in the array. The numbers are the contract;
-    which function a flag switches is the power source's.
-    """
+    """Indices of the weld flags of PSWeldCommand and PSFeedback. The power source defines the function of each."""
 
     Flag0 = 0
     """The first weld flag."""
@@ -376,7 +372,7 @@ class PSWeldFlag(Code):
 
 
 class UIMenuStatusString(Code):
-    """The status lines of the user-interface menu. The numbers are the contract; see UIMenuStatus::statusType."""
+    """Status lines of the menu. The numbers travel in UIMenuStatus::statusType and never change."""
 
     Unknown = 0
     """An unknown line."""

@@ -10,7 +10,7 @@ from typing import Dict, List, Type
 
 from ._codecs import EPOCH
 from ._record import DateTime, Record
-from .codes import AlloyID, GasID, PSCommandType, ProcessID, UIMenuStatusString, WireSize, WireType
+from .codes import PSCommandType, UIMenuStatusString
 
 __all__ = [
     "CATALOGUE", "AdminAccessSettings", "ApiErrorMessage", "AutomationStatus", "CanTelvaneUpdateCode",
@@ -36,52 +36,52 @@ __all__ = [
 
 @dataclass(eq=False)
 class AdminAccessSettings(Record):
-    """The administrator's access to the module's maintenance interfaces."""
+    """Access of an administrator to the module for maintenance."""
 
     expiryDate: str = ""
-    """Date after which the access ends, as text; not checked."""
+    """Date after which the access ends, as text; the format is the publisher's."""
     enableShell: bool = False
-    """A maintenance shell is allowed."""
+    """True if a maintenance shell is allowed."""
     enableConsole: bool = False
-    """A console login is allowed."""
+    """True if a login at the console is allowed."""
 
 
 @dataclass(eq=False)
 class ApiErrorMessage(Record):
-    """An error that an interface of the module returned."""
+    """An error that a programming interface of the module returned."""
 
     ErrorCode: int = 0
-    """Error number."""
+    """Error code of that interface; the library defines none."""
     ErrorString: str = ""
-    """Error text."""
+    """Error message for people."""
 
 
 @dataclass(eq=False)
 class AutomationStatus(Record):
-    """The state of the module's automation links, with a running counter."""
+    """State of the module's automation links."""
 
     PowersourceConnection: bool = False
-    """The power source is connected."""
+    """True while the power source is connected."""
     ModbusConnected: bool = False
-    """A Modbus link is connected."""
+    """True while a Modbus link is connected."""
     ModbusActive: bool = False
-    """Modbus is active."""
+    """True while Modbus is active."""
     EIPConnected: bool = False
-    """An EIP link is connected."""
+    """True while an EIP (EtherNet/IP) link is connected."""
     StatusCounter: int = 0
-    """Status counter, advanced by the producer."""
+    """Counter that the publisher increments; the library does not."""
     TouchSenseEnabled: bool = False
-    """Touch sensing is enabled."""
+    """True while touch sensing is enabled."""
     CoProcLinkUp: bool = False
-    """The link to the co-processor is up."""
+    """True while the link to the co-processor is up."""
 
 
 @dataclass(eq=False)
 class CanTelvaneUpdateCode(Record):
-    """Answers whether the module may update its code."""
+    """Reply to the question whether the module may update its code."""
 
     Code: int = 0
-    """Answer code, set by the producer."""
+    """The answer, a code of the publisher."""
 
 
 @dataclass(eq=False)
@@ -89,153 +89,153 @@ class CarrierFileInfo(Record):
     """A file for or from the carrier board."""
 
     fileFullPath: str = ""
-    """Full path of the file."""
+    """Path, with the directory."""
     fileName: str = ""
-    """File name."""
+    """Name without the directory."""
     fileSize: int = 0
     """Size, in bytes."""
 
 
 @dataclass(eq=False)
 class CarrierInfo(Record):
-    """The versions of the carrier board's software."""
+    """Versions of the software on the carrier board."""
 
     appVersion: str = ""
-    """Application version."""
+    """Version of the application."""
     bootloaderVersion: str = ""
-    """Bootloader version."""
+    """Version of the boot loader."""
     HALVersion: int = 0
     """Version of the hardware layer."""
 
 
 @dataclass(eq=False)
 class ConfigReply(Record):
-    """Answers a ConfigRequest. Its JSON form is that of PostConfig, but the two are distinct classes."""
+    """Reply to a ConfigRequest. It looks like a PostConfig in JSON but is a class of its own."""
 
     Key: str = ""
-    """The key asked for."""
+    """Name of the value."""
     Value: str = ""
-    """Its value, as text."""
+    """The value, as text."""
 
 
 @dataclass(eq=False)
 class ConfigRequest(Record):
-    """Asks for a configuration value."""
+    """Request for a configuration value."""
 
     Key: str = ""
-    """Configuration key asked for."""
+    """Name of the value."""
 
 
 @dataclass(eq=False)
 class DataStatus(Record):
-    """A time-to-live notice for data."""
+    """Time to live of data."""
 
     ttl: int = 0
-    """Time to live of the data."""
+    """Time to live; the unit is the publisher's."""
 
 
 @dataclass(eq=False)
 class DeviceCapabilities(Record):
-    """What the connected power source is able to report."""
+    """What the connected power source can report."""
 
     allowsFeederAttachment: bool = False
-    """A wire feeder can be attached."""
+    """True if a wire feeder can be attached."""
     realTimeStatusDrivenByEvents: bool = False
-    """Real-time status is driven by events."""
+    """True if its real-time status is driven by events."""
     reportsBatteryVoltage: bool = False
-    """Reports a battery voltage."""
+    """True if it reports the voltage of its battery."""
     reportsVolts: bool = False
-    """Reports arc voltage."""
+    """True if it reports the arc voltage."""
     reportsAmps: bool = False
-    """Reports current."""
+    """True if it reports the current."""
     reportsWireFeedSpeed: bool = False
-    """Reports wire-feed speed."""
+    """True if it reports the wire-feed speed."""
     reportsProgramNumber: bool = False
-    """Reports the active program number."""
+    """True if it reports the number of the weld program."""
     reportsProcess: bool = False
-    """Reports the weld process."""
+    """True if it reports the weld process."""
     reportsPowerSupplySerialNumber: bool = False
-    """Reports its serial number."""
+    """True if it reports its serial number."""
     reportsGasType: bool = False
-    """Reports the gas type."""
+    """True if it reports the shielding gas."""
     reportsWireAlloy: bool = False
-    """Reports the wire alloy."""
+    """True if it reports the wire alloy."""
     reportsWireDiameter: bool = False
-    """Reports the wire diameter."""
+    """True if it reports the wire diameter."""
     reportsLifetimeArcHours: bool = False
-    """Reports accumulated arc hours."""
+    """True if it reports its accumulated arc hours."""
     reportsWeldEvents: bool = False
-    """Reports weld start and end events."""
+    """True if it reports start and end of each weld."""
     reportsPower: bool = False
-    """Reports arc power."""
+    """True if it reports the arc power."""
     reportsGasFlowRate: bool = False
-    """Reports gas flow rate."""
+    """True if it reports the gas flow."""
 
 
 @dataclass(eq=False)
 class DeviceIdentity(Record):
-    """The identity of the power source and the wire feeder."""
+    """Identity of the power source and the wire feeder."""
 
     powerSourceType: int = 0
-    """Type code of the power source."""
+    """Type of the power source, a code of its maker."""
     powerSourceStockNumber: str = ""
-    """Stock (catalogue) number of the power source."""
+    """Number of the power source in its maker's catalogue."""
     powerSourceReportedSerialNumber: str = ""
     """Serial number as the power source reports it."""
     powerSourceFirmwareRev: str = ""
     """Firmware revision of the power source."""
     programSetPartNumber: str = ""
-    """Part number of the set of weld programs loaded."""
+    """Part number of the weld programs that are loaded."""
     standardLibraryPartNUmber: str = ""
     """Part number of the standard weld-program library."""
     custommLibraryPartNumber: str = ""
     """Part number of the custom weld-program library."""
     feederType: int = 0
-    """Type code of the wire feeder."""
+    """Type of the wire feeder, a code of its maker."""
     feederSerialNumber: str = ""
     """Serial number of the feeder."""
     feederFirmwareRev: str = ""
     """Firmware revision of the feeder."""
     feederIsDual: int = 0
-    """Non-zero when the feeder has two sides."""
+    """0 for a single wire feeder, another number for a dual one."""
     cultureSelection: int = 0
-    """Locale (culture) selection code of the power source."""
+    """Language and region, a code of the power source."""
 
 
 @dataclass(eq=False)
 class DeviceSettings(Record):
-    """The settings and last-known state that the module holds for the connected equipment."""
+    """Settings and last known state of the connected equipment, as the module keeps them."""
 
     timestamp: datetime = EPOCH
-    """When the settings were taken."""
+    """When the module read them."""
     operatorIDVersion: str = ""
-    """Version of the operator-identification data."""
+    """Version of the data that identify operators."""
     operatorID: str = ""
-    """Identification of the current operator."""
+    """Identifier of the current operator."""
     currentSensorConfig: int = 0
     """Configuration code of the current sensor."""
     batteryVoltage: float = 0.0
-    """Battery voltage."""
+    """Battery voltage; the unit is the publisher's."""
     lifetimeArc: float = 0.0
-    """Accumulated arc time of the power source."""
+    """Accumulated arc time; the unit is the publisher's."""
     powerSourceDescription: str = ""
-    """Description text of the power source."""
+    """Description of the power source for people."""
     powerSourceStockNumber: str = ""
-    """Stock number of the power source."""
+    """Number of the power source in its maker's catalogue."""
     powerSourceReportedSerialNumber: str = ""
     """Serial number as the power source reports it."""
     powerSourceFirmwareRev: str = ""
     """Firmware revision of the power source."""
     feederDescription: str = ""
-    """Description text of the feeder."""
+    """Description of the wire feeder for people."""
     feederSerialNumber: str = ""
     """Serial number of the feeder."""
     feederFirmwareRev: str = ""
     """Firmware revision of the feeder."""
     messageSerial: int = 0
-    """Serial number of the message, see MessageSerialType."""
+    """Publisher's number for the message; see MessageSerialType."""
     arcStartThreshold: int = 0
-    """Threshold at which an arc counts as started."""
+    """Threshold of an arc's start; unit of the publisher."""
 
 
 @dataclass(eq=False)
@@ -243,293 +243,293 @@ class ErrorLogType(Record):
     """One entry of the error log."""
 
     code: str = ""
-    """Error code, as text (in SystemHealth the key of this name is a number)."""
+    """Error code of the publisher, as text; SystemHealth::code is a number."""
     message: str = ""
-    """Error text."""
+    """Error message for people."""
     timestamp: datetime = EPOCH
     """When the error occurred."""
     messageSerial: int = 0
-    """Serial number of the message."""
+    """Publisher's number for the message; see MessageSerialType."""
 
 
 @dataclass(eq=False)
 class FerroluxLedFlags(Record):
-    """The indicator flags of an attached Ferrolux unit."""
+    """Lights of an attached Ferrolux unit."""
 
     LedFlags: int = 0
-    """The flags as one integer."""
+    """The flags of the lights in one integer, bits as the unit defines them."""
     Network: int = 0
-    """State code of the network light."""
+    """State of the network light, a code of the unit."""
     NetworkAmber: bool = False
-    """Network light amber."""
+    """True if the network light is amber."""
     PartArrowCircle: bool = False
-    """Part (arrow and circle) light on."""
+    """True if the part light (arrow and circle) is on."""
     PartAmber: bool = False
-    """Part light amber."""
+    """True if the part light is amber."""
     Trigger: bool = False
-    """Trigger light on."""
+    """True if the trigger light is on."""
     Gear: bool = False
-    """Gear light on."""
+    """True if the gear light is on."""
     TriggerGearAmber: bool = False
-    """Trigger and gear lights amber."""
+    """True if the trigger and gear lights are amber."""
     User: bool = False
-    """User light on."""
+    """True if the user light is on."""
     UserAmber: bool = False
-    """User light amber."""
+    """True if the user light is amber."""
 
 
 @dataclass(eq=False)
 class FileInfoType(Record):
-    """Names a file for another process."""
+    """A file for another process."""
 
     typeEnum: int = 0
-    """Kind of file, a code of the producer's."""
+    """Kind of file, a code of the publisher."""
     fileName: str = ""
-    """File name."""
+    """Name without the directory."""
     filePath: str = ""
-    """Directory or full path of the file."""
+    """Directory, or the full path."""
 
 
 @dataclass(eq=False)
 class FirmwareUpdateEnd(Record):
-    """A firmware update has ended."""
+    """End of a firmware update."""
 
     partThatWasUpdated: str = ""
-    """The part whose firmware was updated."""
+    """Name of the part that was updated."""
     wasUpdateSuccessful: bool = False
-    """The update succeeded."""
+    """True if the update succeeded."""
 
 
 @dataclass(eq=False)
 class FirmwareUpdateStart(Record):
-    """A firmware update begins."""
+    """Start of a firmware update."""
 
     partGettingUpdated: str = ""
-    """The part whose firmware is being updated."""
+    """Name of the part that is updated."""
 
 
 @dataclass(eq=False)
 class FlagLabelType(Record):
-    """An on/off flag with the label that says which flag it is."""
+    """A flag with a label for its function."""
 
     Label: int = 0
-    """Which flag."""
+    """The function, a number of the power source."""
     Flag: bool = False
-    """The flag."""
+    """True for on."""
     Status: bool = False
-    """The flag has been set and is valid."""
+    """True once the flag has been set."""
 
 
 @dataclass(eq=False)
 class FlagType(Record):
-    """One on/off flag with a status."""
+    """A flag with a status."""
 
     Flag: bool = False
-    """The flag."""
+    """True for on."""
     Status: bool = False
-    """The flag has been set and is valid."""
+    """True once the flag has been set."""
 
 
 @dataclass(eq=False)
 class GetMemorySlotSettingsRequest(Record):
-    """Asks for the settings of memory slots."""
+    """Request for the settings of memory slots."""
 
     All: bool = False
-    """The settings of all slots are asked for."""
+    """True to request the settings of all slots."""
 
 
 @dataclass(eq=False)
 class HALInfo(Record):
-    """The identity of the module's hardware layer."""
+    """Identity of the module's hardware."""
 
     serialNumber: str = ""
     """Serial number of the module."""
     machineType: str = ""
-    """Machine type text."""
+    """Type of the machine, as text."""
     hardwareRevisionNumber: int = 0
-    """Hardware revision."""
+    """Revision of the module's hardware."""
     firmwareImageType: int = 0
-    """Type code of the firmware image running."""
+    """Type of the running firmware image, a code of the publisher."""
     revisionNumber: int = 0
-    """Firmware revision number."""
+    """Revision of the running firmware."""
 
 
 @dataclass(eq=False)
 class HALStatus(Record):
-    """The state of the module's hardware layer."""
+    """State of the module's hardware layer."""
 
     ready: bool = False
-    """The hardware layer is ready."""
+    """True once the hardware layer is ready."""
 
 
 @dataclass(eq=False)
 class IncomingCommands(Record):
-    """Commands and settings received from outside the module and handed to its processes."""
+    """Commands and settings from outside the module, for its processes."""
 
     firmwareFilePath: str = ""
-    """Path of a firmware file to install."""
+    """Path of a firmware file to install; empty for none."""
     currentSensorType: int = 0
-    """Type code of the current sensor to use."""
+    """Type code of the current sensor; see the next member."""
     currentSensorTypeReceived: bool = False
-    """CurrentSensorType holds a received value."""
+    """True if currentSensorType was received."""
     arcStartThreshold: float = 0.0
-    """Threshold at which an arc counts as started."""
+    """Threshold for the start of an arc; the unit is the publisher's."""
     logFilesAreRequested: bool = False
-    """The log files are to be sent."""
+    """True to send the log files."""
     operatorName: str = ""
     """Name of the operator."""
 
 
 @dataclass(eq=False)
 class LedSettings(Record):
-    """The commanded state of each light: a state code of the producer's, 0 when the light is off."""
+    """Commanded state of each light: 0 for off, another number for a state that the publisher defines."""
 
     cloudGreenLed: int = 0
-    """Cloud connection, green."""
+    """Green light of the cloud connection."""
     cloudYellowLed: int = 0
-    """Cloud connection, yellow."""
+    """Yellow light of the cloud connection."""
     wifiGreenLed: int = 0
-    """Wireless, green."""
+    """Green light of the wireless link."""
     wifiYellowLed: int = 0
-    """Wireless, yellow."""
+    """Yellow light of the wireless link."""
     ethernetGreenLed: int = 0
-    """Wired network, green."""
+    """Green light of the wired link."""
     ethernetYellowLed: int = 0
-    """Wired network, yellow."""
+    """Yellow light of the wired link."""
     usbGreenLed: int = 0
-    """USB, green (there is no yellow USB light)."""
+    """Green light of the USB port, which has no yellow one."""
     opIDGreenLed: int = 0
-    """Operator identification, green."""
+    """Green light of the operator identification."""
     opIDYellowLed: int = 0
-    """Operator identification, yellow."""
+    """Yellow light of the operator identification."""
     robotConnectedLed: int = 0
-    """Robot interface connected."""
+    """Light for a connected robot interface."""
     robotActivityLed: int = 0
-    """Robot interface activity."""
+    """Light for activity of the robot interface."""
     touchSenseEnabledBool: int = 0
-    """Touch sensing enabled; an integer in spite of its name."""
+    """Light for touch sensing; an integer despite its name."""
 
 
 @dataclass(eq=False)
 class LogData(Record):
-    """One line of log text sent over the bus."""
+    """One line of a log."""
 
     log: str = ""
-    """The log text."""
+    """Text of the line."""
 
 
 @dataclass(eq=False)
 class LtdTorchButtonRequest(Record):
-    """A torch button was used."""
+    """Use of a torch button."""
 
     EventEnum: int = 0
-    """Code of the torch button event."""
+    """What was done with the button, a code of the publisher."""
 
 
 @dataclass(eq=False)
 class LtdTorchConfiguration(Record):
-    """Which torches of a dual setup are enabled; the opposite sense of TorchDisable."""
+    """Torches of a dual setup that are enabled; the opposite of TorchDisable."""
 
     EnabledLeft: bool = False
-    """The left torch is enabled."""
+    """True if the left torch is enabled."""
     EnabledRight: bool = False
-    """The right torch is enabled."""
+    """True if the right torch is enabled."""
 
 
 @dataclass(eq=False)
 class UnitValueDoublePair(Record):
-    """A quantity with a fractional value and the name of its unit."""
+    """A quantity with its unit, as a decimal number."""
 
     Unit: str = ""
-    """Unit in which the value is expressed."""
+    """Unit of Value, for example "A"."""
     Value: float = 0.0
-    """The quantity."""
+    """Magnitude, in the unit that Unit holds."""
 
 
 @dataclass(eq=False)
 class MachineSettings(Record):
-    """The commanded set points of the power source at the start of a weld."""
+    """Set points of the power source when a weld starts."""
 
     CommandVoltage: UnitValueDoublePair = field(default_factory=UnitValueDoublePair)
-    """Commanded arc voltage."""
+    """Set point of the arc voltage."""
     CommandAmperage: UnitValueDoublePair = field(default_factory=UnitValueDoublePair)
-    """Commanded current."""
+    """Set point of the current."""
     CommandWFS: UnitValueDoublePair = field(default_factory=UnitValueDoublePair)
-    """Commanded wire-feed speed."""
+    """Set point of the wire-feed speed."""
     CommandArcControl: UnitValueDoublePair = field(default_factory=UnitValueDoublePair)
-    """Commanded arc-control setting."""
+    """Set point of the arc control."""
 
 
 @dataclass(eq=False)
 class MemorySlotDownloadSummary(Record):
-    """Announces a download of slots."""
+    """Notice that settings of slots are going to be downloaded."""
 
     NumberOfIncomingSlots: int = 0
-    """How many slot records follow."""
+    """Count of MemorySlotFleetManagementDownloadSettings records that follow."""
 
 
 @dataclass(eq=False)
 class MemorySlotFleetManagementDownloadSettings(Record):
-    """The complete settings of one slot as downloaded from fleet management."""
+    """Complete settings of one slot, downloaded from fleet management. Numbers are in device units."""
 
     Id: int = 0
-    """Slot number."""
+    """Number of the slot."""
     ControlByte: int = 0
-    """Control byte."""
+    """Control byte, which the power source defines."""
     presetArcControl: int = 0
-    """Arc control preset."""
+    """Preset of the arc control."""
     limitArcControlHigh: int = 0
     """Upper limit of the arc control."""
     limitArcControlLow: int = 0
     """Lower limit of the arc control."""
     presetArcLength: int = 0
-    """Arc length preset."""
+    """Preset of the arc length."""
     limitArcLengthHigh: int = 0
     """Upper limit of the arc length."""
     limitArcLengthLow: int = 0
     """Lower limit of the arc length."""
     presetCurrent: int = 0
-    """Current preset."""
+    """Preset of the current."""
     limitCurrentHigh: int = 0
     """Upper limit of the current."""
     limitCurrentLow: int = 0
     """Lower limit of the current."""
     presetWireFeedSpeed: int = 0
-    """Wire-feed speed preset."""
+    """Preset of the wire-feed speed."""
     limitWfsHigh: int = 0
     """Upper limit of the wire-feed speed."""
     limitWfsLow: int = 0
     """Lower limit of the wire-feed speed."""
     presetVoltage: int = 0
-    """Voltage preset."""
+    """Preset of the arc voltage."""
     limitVoltHigh: int = 0
-    """Upper limit of the voltage."""
+    """Upper limit of the arc voltage."""
     limitVoltLow: int = 0
-    """Lower limit of the voltage."""
+    """Lower limit of the arc voltage."""
     presetSequenceType: int = 0
-    """Sequence type."""
+    """Sequence type, a code."""
     triggerSelect: int = 0
-    """Trigger selection."""
+    """Trigger selection, a code."""
     triggerSelectMemory: int = 0
-    """Trigger memory selection."""
+    """Selection of memory slots by the trigger, a code."""
     triggerTackTime: int = 0
-    """Trigger tack time."""
+    """Tack time with the trigger."""
     presetWireCleanTime: int = 0
-    """Wire clean time."""
+    """Wire cleaning time."""
     presetPreflow: int = 0
-    """Preflow."""
+    """Preflow: shielding gas before the arc."""
     presetPreflowTime: int = 0
     """Preflow time."""
     presetAutoJogDistance: int = 0
-    """Automatic jog distance."""
+    """Length of wire that is jogged (fed without an arc) automatically."""
     presetAutoPurgeTime: int = 0
-    """Automatic purge time."""
+    """Time of the automatic gas purge."""
     presetRunInMode: int = 0
-    """Run-in mode."""
+    """Run-in mode, a code; run-in is the feeding of wire until the arc ignites."""
     presetRunInSpeed: int = 0
-    """Run-in speed."""
+    """Wire-feed speed until the arc ignites."""
     presetStartMode: int = 0
-    """Start-of-weld mode."""
+    """Start of weld: mode, a code."""
     presetSureStartTime: int = 0
     """Start of weld: sure-start time."""
     startArcLength: int = 0
@@ -543,35 +543,35 @@ class MemorySlotFleetManagementDownloadSettings(Record):
     startTackTime: int = 0
     """Start of weld: tack time."""
     startVoltage: int = 0
-    """Start of weld: voltage."""
+    """Start of weld: arc voltage."""
     presetCraterMode: int = 0
-    """Crater (end-of-weld) mode."""
+    """End crater: mode, a code."""
     craterArcLength: int = 0
-    """Crater: arc length."""
+    """End crater: arc length."""
     craterDwellTime: int = 0
-    """Crater: dwell time."""
+    """End crater: dwell time."""
     craterRampTime: int = 0
-    """Crater: ramp time."""
+    """End crater: ramp time."""
     craterSpeed: int = 0
-    """Crater: speed."""
+    """End crater: speed."""
     craterTackTime: int = 0
-    """Crater: tack time."""
+    """End crater: tack time."""
     craterVoltage: int = 0
-    """Crater: voltage."""
+    """End crater: arc voltage."""
     presetBurnbackTime: int = 0
-    """Burnback time."""
+    """Burnback time: the arc burns on after the wire feed has stopped."""
     presetPostflow: int = 0
-    """Postflow."""
+    """Postflow: shielding gas after the arc."""
     presetPostflowTime: int = 0
     """Postflow time."""
     retractDistance: int = 0
     """Wire retract distance."""
     retractEnable: int = 0
-    """Wire retract enabled, carried as an integer."""
+    """0 if wire retract is off, another number if it is on."""
     weldTackTime: int = 0
-    """Weld tack time."""
+    """Tack time of the weld."""
     presetProfileMode: int = 0
-    """Profile mode."""
+    """Profile: mode, a code."""
     profileArcLength: int = 0
     """Profile: arc length."""
     profileFrequence: int = 0
@@ -579,49 +579,49 @@ class MemorySlotFleetManagementDownloadSettings(Record):
     profileSpeed: int = 0
     """Profile: speed."""
     profileSpeedDelta: int = 0
-    """Profile: difference of speed."""
+    """Profile: difference of speeds."""
     profileVoltage: int = 0
-    """Profile: voltage."""
+    """Profile: arc voltage."""
     enablePresetLimits: int = 0
-    """Limits switched on, carried as an integer."""
+    """0 if the limits are off, another number if they are on."""
     programPartNumber: int = 0
-    """Program part number."""
+    """Part number of the weld program."""
     presetSynergic: int = 0
-    """Synergic preset."""
+    """Preset of the synergic control."""
 
 
 @dataclass(eq=False)
 class MemorySlotLimitsEnable(Record):
-    """Switches the slot limits on or off."""
+    """Request to switch the limits of the slots on or off."""
 
     Enable: bool = False
-    """Limits enabled."""
+    """True to apply the limits."""
 
 
 @dataclass(eq=False)
 class MemorySlotSettingsGlobal(Record):
-    """The settings that all slots share."""
+    """Settings that apply to all slots, in device units."""
 
     PresetJogSpeed: int = 0
-    """Jog speed."""
+    """Speed at which wire is jogged (fed without an arc)."""
     AutoJogDistance: int = 0
-    """Automatic jog distance."""
+    """Length of wire that is jogged (fed without an arc) automatically."""
     AutoPurgeTime: int = 0
-    """Automatic purge time."""
+    """Time of the automatic gas purge."""
     LockCode: int = 0
-    """Lock code; carried, not checked."""
+    """Lock code; the library does not check it."""
 
 
 @dataclass(eq=False)
 class MemorySlotSettingsReport(Record):
-    """The settings of one slot as read back. What each lettered parameter means is the power source's."""
+    """Settings of one slot, read from the power source, which defines the meaning and unit of each parameter."""
 
     IsActive: bool = False
-    """The slot is the active one."""
+    """True if this slot is the active one."""
     SlotId: int = 0
-    """Slot number."""
+    """Number of the slot."""
     ControlByte: int = 0
-    """Control byte."""
+    """Control byte, which the power source defines."""
     A: int = 0
     """Slot parameter 1."""
     B: int = 0
@@ -701,248 +701,246 @@ class MemorySlotSettingsReport(Record):
     AM: int = 0
     """Slot parameter 39."""
     PartText: str = ""
-    """Part text of the slot."""
+    """Text for the part that the slot is for."""
 
 
 @dataclass(eq=False)
 class MemorySlotSettingsWeldControlReply(Record):
-    """Answers a SetMemorySlotSettingsWeldControlRequest with the values now in force."""
+    """Reply to a SetMemorySlotSettingsWeldControlRequest with the values now in force, in device units."""
 
     Id: int = 0
-    """Slot number."""
+    """Number of the slot."""
     Voltage: int = 0
-    """Voltage."""
+    """Arc voltage of the slot."""
     ArcLength: int = 0
-    """Arc length."""
+    """Arc length of the slot."""
     WireFeedSpeed: int = 0
-    """Wire-feed speed."""
+    """Wire-feed speed of the slot."""
     ArcControl: int = 0
-    """Arc control."""
+    """Arc control of the slot."""
 
 
 @dataclass(eq=False)
 class MessageSerialType(Record):
-    """The serial number of a message."""
+    """Serial number of a message."""
 
     messageSerial: int = 0
-    """Serial number, as in the records that carry a messageSerial themselves."""
+    """The number, equal to messageSerial of the message."""
 
 
 @dataclass(eq=False)
 class NetworkInfo(Record):
-    """The state of the network links at a moment."""
+    """State of the network links."""
 
     timestamp: datetime = EPOCH
-    """When the state was taken."""
+    """When the state was read."""
     signalStrength: int = 0
-    """Strength of the wireless signal."""
+    """Strength of the wireless signal; the unit is the publisher's."""
     wiFiIsConnected: bool = False
-    """The wireless link is connected."""
+    """True if the wireless link is connected."""
     ethernetIsConnected: bool = False
-    """The wired link is connected."""
+    """True if the wired link is connected."""
 
 
 @dataclass(eq=False)
 class ValueLabelType(Record):
-    """An integer value with the label that says which quantity it is. Commands carry their modes and values as
-    sequences of these.
-    """
+    """An integer with a label for its quantity. Commands hold their modes and values as vectors of these."""
 
     Label: int = 0
-    """Which quantity: a number of PSValues_e or ProgramCommand_e."""
+    """The quantity, a number of PSValues_e or ProgramCommand_e."""
     Value: int = 0
-    """The value."""
+    """The value; the power source defines the unit for each label."""
     Status: bool = False
-    """The value has been set and is valid."""
+    """True once the value has been set."""
 
 
 @dataclass(eq=False)
 class PSCommandBase(Record):
-    """The data of every command, and its JSON form."""
+    """Data of a command."""
 
     mLabel: str = ""
-    """Name of the command."""
+    """Name of the command, for people."""
     mCommandType: PSCommandType = PSCommandType(0)
-    """Kind of command."""
+    """Kind."""
     mResponseFlag: bool = False
-    """A response is requested."""
+    """True to request a response."""
     mPublishResponse: bool = False
-    """The response is to be published on the bus."""
+    """True to publish the response on the bus."""
     mModes: List[ValueLabelType] = field(default_factory=list, metadata={"limit": 100})
-    """Modes to apply, in order."""
+    """Modes, in the order in which they are applied."""
     mValues: List[ValueLabelType] = field(default_factory=list, metadata={"limit": 100})
-    """Values to apply, in order."""
+    """Values, in the order in which they are applied."""
 
 
 @dataclass(eq=False)
 class PSCommand(PSCommandBase):
-    """The general command, filled by appending modes and values."""
+    """General command with any number of modes and values."""
 
     mLabel: str = "PSCommand"
-    """Name of the command."""
+    """Name of the command, for people."""
     mCommandType: PSCommandType = PSCommandType(3)
-    """Kind of command."""
+    """Kind."""
     mResponseFlag: bool = False
-    """A response is requested."""
+    """True to request a response."""
     mPublishResponse: bool = False
-    """The response is to be published on the bus."""
+    """True to publish the response on the bus."""
     mModes: List[ValueLabelType] = field(default_factory=list, metadata={"limit": 100})
-    """Modes to apply, in order."""
+    """Modes, in the order in which they are applied."""
     mValues: List[ValueLabelType] = field(default_factory=list, metadata={"limit": 100})
-    """Values to apply, in order."""
+    """Values, in the order in which they are applied."""
 
 
 @dataclass(eq=False)
 class PSFeedbackBase(Record):
-    """The data of a feedback record, and its JSON form."""
+    """Data of a feedback record."""
 
     mLabel: str = ""
-    """Name of the record."""
+    """Name of the record, for people."""
     mPSReady: bool = False
-    """The power source reports ready."""
+    """True if the power source reports that it is ready."""
     mWeldFlags: List[bool] = field(default_factory=lambda: [False] * 4, metadata={"size": 4})
-    """The weld flags as reported, by PSWeldFlags_e."""
+    """Reported weld flags, indexed by PSWeldFlags_e."""
     mPSValues: List[int] = field(default_factory=lambda: [0] * 24, metadata={"size": 24})
-    """The feedback values, by PSFeedback_e."""
+    """Values, indexed by PSFeedback_e, each in its own unit."""
 
 
 @dataclass(eq=False)
 class PSFeedback(PSFeedbackBase):
-    """A feedback record, called "PSFeedback". Numbers outside the arrays, negative ones too, are refused."""
+    """Feedback record with access to flags and values by index."""
 
     mLabel: str = "PSFeedback"
-    """Name of the record."""
+    """Name of the record, for people."""
     mPSReady: bool = False
-    """The power source reports ready."""
+    """True if the power source reports that it is ready."""
     mWeldFlags: List[bool] = field(default_factory=lambda: [False] * 4, metadata={"size": 4})
-    """The weld flags as reported, by PSWeldFlags_e."""
+    """Reported weld flags, indexed by PSWeldFlags_e."""
     mPSValues: List[int] = field(default_factory=lambda: [0] * 24, metadata={"size": 24})
-    """The feedback values, by PSFeedback_e."""
+    """Values, indexed by PSFeedback_e, each in its own unit."""
 
 
 @dataclass(eq=False)
 class PSFunctionRequest(Record):
-    """A request for a function of the power source."""
+    """Request for a function of the power source."""
 
     RequestID: int = 0
-    """Which function is requested."""
+    """The function, a number of the power source."""
     Value: int = 0
-    """The request's argument."""
+    """Argument of the function; the power source defines its unit."""
 
 
 @dataclass(eq=False)
 class ProgramType(Record):
-    """One weld program. The numbers are the consumable codes of Consumables.h."""
+    """One weld program: a process and its consumables, as codes of Consumables.h."""
 
-    PROC: ProcessID = ProcessID(0)
-    """Weld process."""
-    WT: WireType = WireType(0)
-    """Wire type."""
-    WS: WireSize = WireSize(0)
-    """Wire size."""
-    GT: GasID = GasID(0)
-    """Shielding gas."""
+    PROC: int = 0
+    """Weld process, a code of _ProcessID_e."""
+    WT: int = 0
+    """Wire type, a code of _WireType_e."""
+    WS: int = 0
+    """Wire size, a code of _WireSize_e."""
+    GT: int = 0
+    """Shielding gas, a code of _GasID_e."""
 
 
 @dataclass(eq=False)
 class PSMemorySlotBase(Record):
-    """The data of a memory slot, and its JSON form."""
+    """Data of a memory slot."""
 
     mMemory: int = 0
-    """Number of the memory slot."""
+    """Number of the slot."""
     mPrograms: List[ProgramType] = field(default_factory=list, metadata={"limit": 100})
-    """The programs of the slot, in order."""
+    """Weld programs of the slot, in order."""
 
 
 @dataclass(eq=False)
 class PSMemorySlot(PSMemorySlotBase):
-    """A memory slot, with 8 empty programs from construction."""
+    """Memory slot with access to its number and programs."""
 
     mMemory: int = 0
-    """Number of the memory slot."""
+    """Number of the slot."""
     mPrograms: List[ProgramType] = field(
         default_factory=lambda: [ProgramType() for _ in range(8)], metadata={"limit": 100})
-    """The programs of the slot, in order."""
+    """Weld programs of the slot, in order."""
 
 
 @dataclass(eq=False)
 class PSProgramCommand(PSCommandBase):
-    """A command that selects a weld program by four entries of mValues, one per ProgramCommand_e.  The four entries
-    are there from construction. ResetBuffers() removes them, and reading may bring another number of them; only
-    reading or copy brings them back.
+    """Command that selects a weld program with four entries of mValues, one for each ProgramCommand_e.  The
+    constructor creates the four entries. After ResetBuffers() there are none, and after unpackaging as many as
+    were received. Only unpackaging and copy() restore them.
     """
 
     mLabel: str = "PSProgramCommand"
-    """Name of the command."""
+    """Name of the command, for people."""
     mCommandType: PSCommandType = PSCommandType(4)
-    """Kind of command."""
+    """Kind."""
     mResponseFlag: bool = False
-    """A response is requested."""
+    """True to request a response."""
     mPublishResponse: bool = False
-    """The response is to be published on the bus."""
+    """True to publish the response on the bus."""
     mModes: List[ValueLabelType] = field(default_factory=list, metadata={"limit": 100})
-    """Modes to apply, in order."""
+    """Modes, in the order in which they are applied."""
     mValues: List[ValueLabelType] = field(
         default_factory=lambda: [ValueLabelType() for _ in range(4)], metadata={"limit": 100})
-    """Values to apply, in order."""
+    """Values, in the order in which they are applied."""
 
 
 @dataclass(eq=False)
 class PSWeldCommandBase(Record):
-    """The data of a weld command, and its JSON form."""
+    """Data of a weld command."""
 
     mLabel: str = ""
-    """Name of the record."""
+    """Name of the command, for people."""
     mCommandType: PSCommandType = PSCommandType(0)
-    """Kind of command."""
+    """Kind."""
     mResponseFlag: bool = False
-    """A response is requested."""
+    """True to request a response."""
     mWeldFlags: List[FlagType] = field(default_factory=lambda: [FlagType() for _ in range(4)], metadata={"size": 4})
-    """The weld flags by PSWeldFlags_e, each with a status."""
+    """Weld flags, indexed by PSWeldFlags_e."""
 
 
 @dataclass(eq=False)
 class PSWeldCommand(PSWeldCommandBase):
-    """A weld command, called "PSWeldCommand". Flag numbers above 3, and negative ones, are refused."""
+    """Weld command with access to flags by index."""
 
     mLabel: str = "PSWeldCommand"
-    """Name of the record."""
+    """Name of the command, for people."""
     mCommandType: PSCommandType = PSCommandType(0)
-    """Kind of command."""
+    """Kind."""
     mResponseFlag: bool = False
-    """A response is requested."""
+    """True to request a response."""
     mWeldFlags: List[FlagType] = field(default_factory=lambda: [FlagType() for _ in range(4)], metadata={"size": 4})
-    """The weld flags by PSWeldFlags_e, each with a status."""
+    """Weld flags, indexed by PSWeldFlags_e."""
 
 
 @dataclass(eq=False)
 class PostConfig(Record):
-    """Sets a configuration value."""
+    """Request to set a configuration value."""
 
     Key: str = ""
-    """Configuration key to set."""
+    """Name of the value."""
     Value: str = ""
     """New value, as text."""
 
 
 @dataclass(eq=False)
 class PowerDownStatus(Record):
-    """Announces that the module is about to power down."""
+    """Notice that the module is going to power down."""
 
     isPoweringDown: bool = False
-    """A power-down is in progress."""
+    """True once the power-down has begun."""
     nameOfCaller: str = ""
-    """The process that asked for it."""
+    """Name of the process that requested it."""
     reasonForPowerdown: str = ""
-    """Why."""
+    """Reason, as a text for people."""
 
 
 @dataclass(eq=False)
 class PowerSourceConnection(Record):
-    """Whether there is a power source to talk to."""
+    """Connection of the module to its power source."""
 
     isConnected: bool = False
-    """A power source is connected."""
+    """True while a power source is connected."""
 
 
 @dataclass(eq=False)
@@ -950,7 +948,7 @@ class ProcessSettings(Record):
     """Whether the weld process may run."""
 
     IsProcessEnabled: bool = False
-    """The weld process is enabled."""
+    """True if the weld process is enabled."""
 
 
 @dataclass(eq=False)
@@ -960,7 +958,7 @@ class RequestType(Record):
 
 @dataclass(eq=False)
 class RtaModuleOutBoundData(Record):
-    """The values sent out to the module."""
+    """Values for the module."""
 
     One: int = 0
     """Slot 1."""
@@ -981,12 +979,12 @@ class RtaModuleOutBoundData(Record):
     Nine: int = 0
     """Slot 9."""
     PartLabel: str = ""
-    """Label of the part."""
+    """Label of the part that is made."""
 
 
 @dataclass(eq=False)
 class RtaModuleInBoundData(Record):
-    """The values received from the module: four slots where the outbound block has nine."""
+    """Values from the module: four slots, where RtaModuleOutBoundData has nine."""
 
     One: int = 0
     """Slot 1."""
@@ -997,24 +995,24 @@ class RtaModuleInBoundData(Record):
     Four: int = 0
     """Slot 4."""
     PartLabel: str = ""
-    """Label of the part."""
+    """Label of the part that is made."""
 
 
 @dataclass(eq=False)
 class RtaModuleData(Record):
-    """Both blocks and the module's status."""
+    """The values of both directions, and the module's status."""
 
     OutBoundData: RtaModuleOutBoundData = field(default_factory=RtaModuleOutBoundData)
-    """The outbound block."""
+    """Values for the module."""
     InBoundData: RtaModuleInBoundData = field(default_factory=RtaModuleInBoundData)
-    """The inbound block."""
+    """Values from the module."""
     Status: int = 0
-    """Status code of the module."""
+    """Status, a code of the module."""
 
 
 @dataclass(eq=False)
 class RtaModuleDataRequest(Record):
-    """Asks for the current RtaModuleData."""
+    """Request for the current RtaModuleData."""
 
     Request: bool = False
     """True to request the data."""
@@ -1022,99 +1020,99 @@ class RtaModuleDataRequest(Record):
 
 @dataclass(eq=False)
 class SetMemorySlotSettingsWeldControlRequest(Record):
-    """Sets some of the four weld-control values of one slot: those whose flag is true."""
+    """Request to set weld controls of one slot: those whose flag is true. Numbers are in device units."""
 
     Id: int = 0
-    """Slot number."""
+    """Number of the slot."""
     Voltage: int = 0
-    """Voltage to set."""
+    """New voltage; ignored unless ShouldSetVoltage."""
     ShouldSetVoltage: bool = False
-    """Set the voltage."""
+    """True to set Voltage."""
     ArcLength: int = 0
-    """Arc length to set."""
+    """New arc length; ignored unless ShouldSetArcLength."""
     ShouldSetArcLength: bool = False
-    """Set the arc length."""
+    """True to set ArcLength."""
     WireFeedSpeed: int = 0
-    """Wire-feed speed to set."""
+    """New wire-feed speed; ignored unless ShouldSetWireFeedSpeed."""
     ShouldSetWireFeedSpeed: bool = False
-    """Set the wire-feed speed."""
+    """True to set WireFeedSpeed."""
     ArcControl: int = 0
-    """Arc control to set."""
+    """New arc control; ignored unless ShouldSetArcControl."""
     ShouldSetArcControl: bool = False
-    """Set the arc control."""
+    """True to set ArcControl."""
 
 
 @dataclass(eq=False)
 class SocketConnectionStatus(Record):
-    """The state of a socket connection."""
+    """State of a network connection."""
 
     Errno: int = 0
-    """Error number (errno) of the connection."""
+    """Error number of the system (errno); 0 without an error."""
 
 
 @dataclass(eq=False)
 class SocketInfo(Record):
-    """The address of a socket connection's peer."""
+    """Address of the peer of a network connection."""
 
     IPAddress: str = ""
-    """Address of the peer, as text."""
+    """IP address, as text."""
     Port: int = 0
-    """Port of the peer."""
+    """Port number."""
 
 
 @dataclass(eq=False)
 class SystemHealth(Record):
-    """The health report of one process on the module."""
+    """Health report of one process of the module."""
 
     code: int = 0
-    """Health or error code."""
+    """Health or error, a code of the reporting process."""
     processName: str = ""
     """Name of the reporting process."""
 
 
 @dataclass(eq=False)
 class SystemLedStatus(Record):
-    """The connectivity state that the status lights present."""
+    """State of the module's connections, which the status lights show."""
 
     ethernetIsUp: bool = False
-    """The wired network link is up."""
+    """True while the wired network link is up."""
     wifiIsUp: bool = False
-    """The wireless link is up."""
+    """True while the wireless link is up."""
     operatorIsUp: bool = False
-    """An operator is identified."""
+    """True while an operator is identified."""
     internetIsUp: bool = False
-    """The internet is reachable."""
+    """True if the internet was reachable when last checked."""
     internetQueried: bool = False
-    """Reachability of the internet has been checked at least once."""
+    """True once the internet has been checked."""
     isAccessingUSB: bool = False
-    """The module is reading or writing a USB stick."""
+    """True while the module reads or writes a USB stick."""
     doNotSendToCarrier: bool = False
-    """Data is not to be forwarded to the carrier board."""
+    """True to send no data to the carrier board."""
 
 
 @dataclass(eq=False)
 class SystemLockMemoryState(Record):
-    """The lock of the memory slots."""
+    """Lock of the memory slots."""
 
     Lock: bool = False
-    """The memory lock is engaged."""
+    """True while the memory slots are locked."""
 
 
 @dataclass(eq=False)
 class TelvaneDataConfirmation(Record):
-    """Acknowledges that a published record has been taken over by its receiver."""
+    """Confirmation by a receiver that it has accepted or rejected a record."""
 
     id: str = ""
-    """The _id of the record being confirmed."""
+    """_id of that record."""
     channel: str = ""
-    """The bus channel on which that record travelled."""
+    """Channel on which that record was published."""
     confirmed: bool = False
-    """True when the record was accepted."""
+    """True if the receiver accepted the record."""
 
 
 @dataclass(eq=False)
 class TelvaneDataFullStatus(Record):
-    """Reports whether the store of records is full."""
+    """State of the store of records."""
 
     isFull: bool = False
     """True while the store is full."""
@@ -1122,100 +1120,100 @@ class TelvaneDataFullStatus(Record):
 
 @dataclass(eq=False)
 class TelvaneError(Record):
-    """An error, told in words."""
+    """An error, as a text."""
 
     Message: str = ""
-    """Error text."""
+    """Error message for people."""
 
 
 @dataclass(eq=False)
 class TelvaneLedStatus(Record):
-    """The reduced state set for the module's own status light."""
+    """State of the module's connections, as far as its own status light shows it."""
 
     operatorIsUp: bool = False
-    """An operator is identified."""
+    """True while an operator is identified."""
     internetIsUp: bool = False
-    """The internet is reachable."""
+    """True if the internet was reachable when last checked."""
     internetQueried: bool = False
-    """Reachability of the internet has been checked."""
+    """True once the internet has been checked."""
 
 
 @dataclass(eq=False)
 class TimeSyncType(Record):
-    """The result of a time synchronisation."""
+    """Result of a time synchronisation."""
 
     serverTimestamp: datetime = EPOCH
-    """The time given by the server."""
+    """Time according to the server."""
     receivedTimeFromCloud: bool = False
-    """The time came from the cloud service."""
+    """True if the time came from the cloud service."""
 
 
 @dataclass(eq=False)
 class TimeType(Record):
-    """A bare time stamp."""
+    """A point in time."""
 
     timestamp: datetime = EPOCH
-    """The time."""
+    """The point in time."""
 
 
 @dataclass(eq=False)
 class TorchDisable(Record):
-    """Which torches of a dual setup are disabled; the opposite sense of LtdTorchConfiguration."""
+    """Torches of a dual setup that are disabled; the opposite of LtdTorchConfiguration."""
 
     DisableLeft: bool = False
-    """The left torch is disabled."""
+    """True if the left torch is disabled."""
     DisableRight: bool = False
-    """The right torch is disabled."""
+    """True if the right torch is disabled."""
 
 
 @dataclass(eq=False)
 class UIMenuStatus(Record):
-    """One status line of the user-interface menu."""
+    """One status line of the menu."""
 
     statusType: UIMenuStatusString = UIMenuStatusString(0)
-    """Which line."""
+    """The line."""
     statusInfo: str = ""
-    """The text shown on that line."""
+    """The text to show on the line."""
 
 
 @dataclass(eq=False)
 class USBDetection(Record):
-    """A USB stick was inserted, or its use ended."""
+    """Insertion of a USB stick, or the end of its use."""
 
     USBPresent: bool = False
-    """A USB stick is present."""
+    """True while a USB stick is inserted."""
     USBDone: bool = False
-    """Work on the stick is finished."""
+    """True once the module has finished with it."""
     USB_path: str = ""
-    """Mount path of the stick."""
+    """Directory at which it is mounted."""
 
 
 @dataclass(eq=False)
 class UnitValuePair(Record):
-    """A quantity with a whole-number value and the name of its unit."""
+    """A quantity with its unit, as a whole number."""
 
     Unit: str = ""
-    """Unit in which the value is expressed."""
+    """Unit of Value, for example "A"."""
     Value: int = 0
-    """The quantity."""
+    """Magnitude, in the unit that Unit holds."""
 
 
 @dataclass(eq=False)
 class ValueType(Record):
-    """One integer value with a status."""
+    """An integer with a status."""
 
     Value: int = 0
-    """The value."""
+    """The value; the record that has this member defines the unit."""
     Status: bool = False
-    """The value has been set and is valid."""
+    """True once the value has been set."""
 
 
 @dataclass(eq=False)
 class WeldMetrics(Record):
-    """The summary of one weld. Durations, voltage and deposition carry fractions, the others are whole numbers."""
+    """Summary of one weld. Each quantity holds its own unit."""
 
     ArcDuration: UnitValueDoublePair = field(default_factory=UnitValueDoublePair)
-    """Time the arc burned."""
+    """Time for which the arc burned."""
     AverageVoltage: UnitValueDoublePair = field(default_factory=UnitValueDoublePair)
     """Mean arc voltage."""
     AverageAmperage: UnitValuePair = field(default_factory=UnitValuePair)
@@ -1227,125 +1225,125 @@ class WeldMetrics(Record):
     TotalDeposition: UnitValueDoublePair = field(default_factory=UnitValueDoublePair)
     """Weld metal deposited."""
     TotalEnergy: UnitValuePair = field(default_factory=UnitValuePair)
-    """Arc energy of the weld."""
+    """Arc energy over the whole weld."""
     AverageMotor: UnitValuePair = field(default_factory=UnitValuePair)
-    """Mean wire-feed motor load."""
+    """Mean load of the wire-feed motor."""
 
 
 @dataclass(eq=False)
 class WeldProcessLibraryReport(Record):
-    """Answers a WeldProcessLibraryRequest."""
+    """Reply to a WeldProcessLibraryRequest."""
 
     IsJsonReportReady: bool = False
-    """The JSON report has been written and is ready."""
+    """True once the file is written."""
 
 
 @dataclass(eq=False)
 class WeldProcessLibraryRequest(Record):
-    """Asks for a report of the weld-process library, written as JSON to a file."""
+    """Request to write the library of weld processes to a JSON file."""
 
     JsonFilePath: str = ""
-    """Path of the JSON file."""
+    """Path of the file to write."""
     LibraryJsonKey: str = ""
     """JSON key of the library."""
 
 
 @dataclass(eq=False)
 class WeldTraceDataPoint(Record):
-    """One sample of the weld trace, one number per channel."""
+    """One sample of a weld trace. The WeldTriggerStart of the weld holds the units, in data."""
 
     amps: float = 0.0
-    """Current."""
+    """Current, in the unit in WeldTraceDataPointDefinition::amps."""
     volts: float = 0.0
-    """Arc voltage."""
+    """Arc voltage, in the unit in WeldTraceDataPointDefinition::volts."""
     wfs: float = 0.0
-    """Wire-feed speed."""
+    """Wire-feed speed, in the unit in WeldTraceDataPointDefinition::wfs."""
     gas: float = 0.0
-    """Gas flow."""
+    """Gas flow, in the unit in WeldTraceDataPointDefinition::gas."""
     power: float = 0.0
-    """Arc power."""
+    """Arc power, in the unit in WeldTraceDataPointDefinition::power."""
     motor: float = 0.0
-    """Wire-feed motor load."""
+    """Load of the wire-feed motor, in the unit in WeldTraceDataPointDefinition::motor."""
 
 
 @dataclass(eq=False)
 class WeldTraceData(Record):
-    """One trace sample as published during a weld."""
+    """One sample of a weld trace, published while the arc burns."""
 
     sequence: int = 0
-    """Running number of the sample within the weld."""
+    """Number of the sample within its weld; not the sequence number of the bus."""
     timestamp: datetime = EPOCH
     """When the sample was taken."""
     data: WeldTraceDataPoint = field(default_factory=WeldTraceDataPoint)
-    """The sample."""
+    """The measured values."""
     messageSerial: int = 0
-    """Serial number of the message, see MessageSerialType."""
+    """Publisher's number for the message; see MessageSerialType."""
 
 
 @dataclass(eq=False)
 class WeldTraceDataPointDefinition(Record):
-    """The description of the trace channels: the unit or label that a reader shows beside a sample's numbers."""
+    """Units or labels of the channels of a weld trace, to show with the numbers of a WeldTraceDataPoint."""
 
     amps: str = ""
-    """Description of the current channel."""
+    """Unit or label of the current."""
     volts: str = ""
-    """Description of the voltage channel."""
+    """Unit or label of the arc voltage."""
     wfs: str = ""
-    """Description of the wire-feed-speed channel."""
+    """Unit or label of the wire-feed speed."""
     gas: str = ""
-    """Description of the gas-flow channel."""
+    """Unit or label of the gas flow."""
     power: str = ""
-    """Description of the power channel."""
+    """Unit or label of the arc power."""
     motor: str = ""
-    """Description of the motor channel."""
+    """Unit or label of the load of the wire-feed motor."""
 
 
 @dataclass(eq=False)
 class WeldTriggerEnd(Record):
-    """A weld ends. The time stamp comes before the tag, the other way round from WeldTriggerStart."""
+    """End of a weld. Unlike in WeldTriggerStart, the time stamp precedes the tag."""
 
     timestamp: datetime = EPOCH
-    """When the arc ended."""
+    """When the arc went out."""
     tag: int = 0
-    """Identifier of the weld, equal to the start event's."""
+    """Identifies the weld; its WeldTriggerStart has the same."""
     lifetimeArcHours: float = 0.0
-    """The machine's accumulated arc time, in hours."""
+    """Accumulated arc time of the machine, in hours."""
     metrics: WeldMetrics = field(default_factory=WeldMetrics)
-    """Summary of the weld."""
+    """Averages and totals of the weld."""
     messageSerial: int = 0
-    """Serial number of the message."""
+    """Publisher's number for the message; see MessageSerialType."""
 
 
 @dataclass(eq=False)
 class WeldTriggerStart(Record):
-    """A weld starts. The trace channels are described once here; each later WeldTraceData carries only numbers."""
+    """Start of a weld. Holds the units of the trace once; each WeldTraceData that follows holds only numbers."""
 
     tag: int = 0
-    """Identifier of the weld, repeated in the matching WeldTriggerEnd."""
+    """Identifies the weld; its WeldTriggerEnd has the same."""
     timestamp: datetime = EPOCH
     """When the trigger was pulled."""
     samplePeriodus: int = 0
-    """Period of the trace samples, in microseconds."""
+    """Time between two samples of the trace, in microseconds."""
     program: int = 0
-    """Number of the weld program in use."""
-    process: ProcessID = ProcessID(0)
-    """Weld process code."""
-    wireType: WireType = WireType(0)
-    """Wire-type code."""
-    wireSize: WireSize = WireSize(0)
-    """Wire-size code."""
-    alloy: AlloyID = AlloyID(0)
-    """Alloy code."""
-    gas: GasID = GasID(0)
-    """Shielding-gas code."""
+    """Number of the weld program, as the power source numbers them."""
+    process: int = 0
+    """Weld process, a code of _ProcessID_e."""
+    wireType: int = 0
+    """Wire type, a code of _WireType_e."""
+    wireSize: int = 0
+    """Wire size, a code of _WireSize_e."""
+    alloy: int = 0
+    """Wire alloy, a code of _AlloyID_e."""
+    gas: int = 0
+    """Shielding gas, a code of _GasID_e."""
     settings: MachineSettings = field(default_factory=MachineSettings)
-    """Commanded set points."""
+    """Set points of the power source."""
     data: WeldTraceDataPointDefinition = field(default_factory=WeldTraceDataPointDefinition)
-    """Description of the trace channels."""
+    """Units of the trace samples."""
     messageSerial: int = 0
-    """Serial number of the message."""
+    """Publisher's number for the message; see MessageSerialType."""
     FeederSide: str = ""
-    """Which feeder (side of a dual feeder) made the weld."""
+    """Side of a dual wire feeder that made the weld."""
 
 
 #: Every class by its name, which is also the name of its channel.
