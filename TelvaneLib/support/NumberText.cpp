@@ -5,13 +5,13 @@
 // - a whole number below 10^15 is its own 15 digits;
 // - so is a whole number of hundredths or millionths: an exactly rounded division gives the double that is
 //   nearest to such a decimal, and if that is the number at hand, the decimal is its text;
-// - a number whose shortest exact text has at most 15 digits has those very digits when rounded to 15,
-// because
-//   neighbouring doubles lie closer together than neighbouring texts of 15 digits do (not so for subnormals);
-// - any other number takes the long way, with conversions that do not consult the locale.
+// - from 10^-8 to 10^15, a double times a power of ten fits into 128 bits, so that 15 and 17 digits of it are exact
+//   integers, and what 15 digits read back to is an exactly rounded division;
+// - any other number is rare and takes the long way, with conversions that do not consult the locale.
 
 #include "support/NumberText.h"
 
+#include <array>
 #include <cfloat>
 #include <charconv>
 #include <cmath>
@@ -82,28 +82,6 @@ char* layOut(const char* digits, int count, int exponent, char* text)
     return copyText(digits + whole, end, text);
 }
 
-/// \return the end of the text; null when the shortest text has more digits than fit
-char* formatShort(double magnitude, char* text)
-{
-    char shortest[kNumberTextSize];
-    const char* const end =
-        std::to_chars(shortest, shortest + sizeof shortest, magnitude, std::chars_format::scientific).ptr;
-    const auto* const mark =
-        static_cast<const char*>(std::memchr(shortest, 'e', static_cast<std::size_t>(end - shortest)));
-
-    char digits[kNumberTextSize] = {};
-    digits[0] = shortest[0];
-    const int count = mark - shortest > 1 ? static_cast<int>(mark - shortest) - 1 : 1;
-    if (count > kDigits) {
-        return nullptr;
-    }
-    std::memcpy(digits + 1, shortest + 2, static_cast<std::size_t>(count - 1));
-
-    int exponent = 0;
-    std::from_chars(mark + 2, end, exponent);
-    return layOut(digits, count, mark[1] == '-' ? -exponent : exponent, text);
-}
-
 /// \return the end of the text; null when the number is no whole multiple of 1 / 10^places
 char* formatDecimal(double magnitude, double scale, int places, char* text)
 {
@@ -130,6 +108,92 @@ bool sameNumber(double left, double right)
 {
     const double larger = std::fabs(left) > std::fabs(right) ? std::fabs(left) : std::fabs(right);
     return std::fabs(left - right) <= larger * DBL_EPSILON;
+}
+
+constexpr int kMostPlaces = 25;
+constexpr double kLeastExact = 1e-8;
+
+constexpr auto kPowersOfFive = [] {
+    std::array<std::uint64_t, kMostPlaces + 1> powers = {};
+    std::uint64_t power = 1;
+    for (std::uint64_t& each : powers) {
+        each = power;
+        power *= 5;
+    }
+    return powers;
+}();
+
+// All that a double holds exactly.
+constexpr std::array<double, 23> kPowersOfTen = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                                 1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
+                                                 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+
+/// A positive number: mantissa * 2^exponent.
+struct Binary
+{
+    std::uint64_t mantissa;
+    int exponent;
+};
+
+constexpr int kFractionBits = DBL_MANT_DIG - 1;
+
+/// \param value normal and positive
+Binary binaryOf(double value)
+{
+    constexpr std::uint64_t kHiddenBit = std::uint64_t{1} << kFractionBits;
+    constexpr int kBias = DBL_MAX_EXP - 1 + kFractionBits;
+    std::uint64_t bits = 0;
+    std::memcpy(&bits, &value, sizeof bits);
+    return {(bits & (kHiddenBit - 1)) | kHiddenBit, static_cast<int>(bits >> kFractionBits) - kBias};
+}
+
+/// \return \p number * 10^places, rounded to the nearest integer and half way to the even one, as printf() does.
+///         It has to be less than 2^64, and the number to have at least so many binary places.
+std::uint64_t scaled(Binary number, int places)
+{
+    const std::uint64_t factor = kPowersOfFive[static_cast<std::size_t>(places)];
+    const std::uint64_t low = (number.mantissa & 0xFFFFFFFF) * (factor & 0xFFFFFFFF);
+    const std::uint64_t middle = (number.mantissa >> 32) * (factor & 0xFFFFFFFF) + (low >> 32);
+    const std::uint64_t other = (number.mantissa & 0xFFFFFFFF) * (factor >> 32) + (middle & 0xFFFFFFFF);
+    const std::uint64_t highWord = (number.mantissa >> 32) * (factor >> 32) + (middle >> 32) + (other >> 32);
+    const std::uint64_t lowWord = (other << 32) | (low & 0xFFFFFFFF);
+
+    const int shift = -(number.exponent + places); // 1 to 63
+    const std::uint64_t whole = (highWord << (64 - shift)) | (lowWord >> shift);
+    const std::uint64_t rest = lowWord & ((std::uint64_t{1} << shift) - 1);
+    const std::uint64_t half = std::uint64_t{1} << (shift - 1);
+    return whole + ((rest > half || (rest == half && whole % 2 != 0)) ? 1 : 0);
+}
+
+/// \param digits   significant digits as an integer, with trailing zeros
+/// \param exponent of ten, of the last digit
+char* layOutInteger(std::uint64_t digits, int exponent, char* text)
+{
+    while (digits % 10 == 0) {
+        digits /= 10;
+        ++exponent;
+    }
+    char buffer[20];
+    const auto count = static_cast<int>(std::to_chars(buffer, buffer + sizeof buffer, digits).ptr - buffer);
+    return layOut(buffer, count, exponent + count - 1, text);
+}
+
+/// \param magnitude from kLeastExact up to kWholeNumberLimit
+char* formatExact(double magnitude, char* text)
+{
+    const Binary number = binaryOf(magnitude);
+    // The logarithm of the power of two, so the first digit's exponent of ten is this or one more.
+    int exponent = ((number.exponent + kFractionBits) * 1233) >> 12;
+    std::uint64_t digits = scaled(number, kAllDigits - 1 - exponent);
+    if (digits >= 100'000'000'000'000'000) {
+        ++exponent;
+        digits = scaled(number, kAllDigits - 1 - exponent);
+    }
+    const int places = kDigits - 1 - exponent;
+    const std::uint64_t fewer = scaled(number, places);
+    const double readBack = static_cast<double>(fewer) / kPowersOfTen[static_cast<std::size_t>(places)];
+    return sameNumber(readBack, magnitude) ? layOutInteger(fewer, -places, text)
+                                           : layOutInteger(digits, -places - 2, text);
 }
 
 char* formatLong(double value, char* text)
@@ -172,10 +236,8 @@ char* formatNumber(double value, char* text)
             return terminate(end);
         }
     }
-    if (magnitude >= DBL_MIN) {
-        if (char* const end = formatShort(magnitude, text)) {
-            return terminate(end);
-        }
+    if (magnitude >= kLeastExact && magnitude < kWholeNumberLimit) {
+        return terminate(formatExact(magnitude, text));
     }
     return terminate(formatLong(magnitude, text));
 }

@@ -149,6 +149,21 @@ TEST(NumberText, PrintsAnyDoubleAsTheLibraryDoes)
     expectLibraryDigits([](std::mt19937_64& random) { return fromBits(random()); });
 }
 
+TEST(NumberText, PrintsNumbersOfUsualSizeAsTheLibraryDoes)
+{
+    constexpr int kBias = 1023;
+    const auto fromParts = [](std::uint64_t fraction, std::uint64_t exponent) {
+        return fromBits((kBias + exponent - 30) << 52 | (fraction & 0xF'FFFF'FFFF'FFFFULL));
+    };
+    expectLibraryDigits([&](std::mt19937_64& random) { return fromParts(random(), random() % 84); });
+    // Few bits: many lie half way between two texts.
+    expectLibraryDigits(
+        [&](std::mt19937_64& random) { return fromParts(random() << (random() % 52), random() % 84); });
+    expectLibraryDigits([](std::mt19937_64& random) {
+        return static_cast<double>(static_cast<float>(random() % 100'000) * 0.01013F);
+    });
+}
+
 TEST(NumberText, PrintsSubnormalsAsTheLibraryDoes)
 {
     expectLibraryDigits(
