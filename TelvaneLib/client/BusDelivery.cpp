@@ -16,6 +16,7 @@ namespace Telvane::Detail
 namespace
 {
 
+constexpr const char* kAnswerStart = "{\"header\":\"."; ///< relays are printed over several lines
 constexpr auto kLinger = std::chrono::seconds(1); ///< a channel stays subscribed so long after a request
 
 /// \return the record read from \p payload, or null
@@ -53,6 +54,10 @@ void BusState::take(const char* text)
             const std::lock_guard<std::mutex> guard(lock);
             ++m_counters.received;
             ++m_counters.notJson;
+            if (m_link != nullptr && std::strncmp(text, kAnswerStart, std::strlen(kAnswerStart)) == 0) {
+                // An answer is lost, if memory has run out: a new connection brings another.
+                m_link->shutDown();
+            }
             return;
         }
         header = headerOf(message.get());

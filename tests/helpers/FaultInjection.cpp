@@ -14,6 +14,12 @@
 #include <sys/socket.h>
 #include <vector>
 
+namespace Telvane::Detail
+{
+void* runReceiver(void* argument); // the threads of a Bus
+void* runWorker(void* argument);
+} // namespace Telvane::Detail
+
 namespace Telvane::Testing
 {
 
@@ -66,7 +72,9 @@ Caller callerOf(ThreadEntry entry)
     if (entry == &EventServer::rx_handler) {
         return Caller::Receiver;
     }
-    return entry == &EventClient::rx_handler ? Caller::ClientReceiver : Caller::Application;
+    const bool ofClient =
+        entry == &EventClient::rx_handler || entry == &Detail::runReceiver || entry == &Detail::runWorker;
+    return ofClient ? Caller::ClientReceiver : Caller::Application;
 }
 
 struct ThreadStart
