@@ -1,5 +1,4 @@
-# One interface target carries how everything of ours is compiled: the language, the warnings (all of
-# them errors) and the sanitizers of the chosen preset.
+# All targets link TelvaneBuildFlags, which sets the language, the warnings (as errors) and the sanitizers of the preset.
 set(CMAKE_CXX_STANDARD 17)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
@@ -19,7 +18,7 @@ target_compile_options(TelvaneBuildFlags INTERFACE -Wall -Wextra -Wpedantic -Wsh
 if(TELVANE_SANITIZE)
   target_compile_options(TelvaneBuildFlags INTERFACE
     -fsanitize=${TELVANE_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
-  # What is tested is searched for undefined behaviour; in the tests that would double the time of compiling.
+  # Only the tested code is checked for undefined behaviour. In tests, this would double the compile time.
   target_compile_options(TelvaneBuildFlags INTERFACE
     $<$<BOOL:$<TARGET_PROPERTY:TELVANE_IS_TEST>>:-fno-sanitize=undefined>)
   target_link_options(TelvaneBuildFlags INTERFACE -fsanitize=${TELVANE_SANITIZE})

@@ -1,13 +1,12 @@
-# Everything we call comes from the distribution. A missing piece stops the configuration with the name
-# of the Debian package that holds it.
+# All dependencies come from the distribution. If one is missing, the configuration fails and names its Debian package.
 find_package(Threads REQUIRED)
 find_package(PkgConfig QUIET)
 if(NOT PKG_CONFIG_FOUND)
   message(FATAL_ERROR "pkg-config was not found: install the Debian package pkg-config")
 endif()
 
-# telvane_pkg_config(<target> <pkg-config module> <Debian package>): an imported target for a library
-# that is known to pkg-config.
+# telvane_pkg_config(<target> <pkg-config module> <Debian package>): creates an imported target for a library with
+# pkg-config.
 function(telvane_pkg_config target module package)
   pkg_check_modules(${target} QUIET IMPORTED_TARGET GLOBAL ${module})
   if(NOT ${target}_FOUND)
@@ -16,7 +15,7 @@ function(telvane_pkg_config target module package)
   add_library(Dependency::${target} ALIAS PkgConfig::${target})
 endfunction()
 
-# telvane_cmake_package(<package name> <Debian package>): the same for one that ships a CMake package.
+# telvane_cmake_package(<package name> <Debian package>): the same for a library with a CMake package.
 macro(telvane_cmake_package name package)
   find_package(${name} QUIET)
   if(NOT ${name}_FOUND)

@@ -1,4 +1,4 @@
-# What `cmake --install` lays down: the library, its headers, the CMake package and the pkg-config file.
+# Installs the library, its headers, the CMake package and the pkg-config file.
 include(CMakePackageConfigHelpers)
 
 install(TARGETS Telvane EXPORT TelvaneTargets
@@ -17,7 +17,7 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/TelvaneConfigVersion.cmak
 install(FILES ${PROJECT_BINARY_DIR}/TelvaneConfig.cmake ${PROJECT_BINARY_DIR}/TelvaneConfigVersion.cmake
   DESTINATION ${package_dir} COMPONENT development)
 
-# Relative to the file, so that `cmake --install --prefix` and a moved prefix work.
+# Paths relative to this file, so that `cmake --install --prefix` and a moved prefix work.
 file(RELATIVE_PATH up /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
 string(REGEX REPLACE "/$" "" telvane_pc_prefix "\${pcfiledir}/${up}")
 configure_file(${PROJECT_SOURCE_DIR}/cmake/telvane.pc.in ${PROJECT_BINARY_DIR}/telvane.pc @ONLY)

@@ -1,5 +1,5 @@
-# The four Debian packages: the library, what building against it takes, the Python package, and the tool with its units. scripts/package
-# configures a build with Debian's paths for it.
+# Four Debian packages: the library, the files for building against it, the Python package, and the tool with its units.
+# scripts/package configures the build with Debian's paths.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME telvane)
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "") # each package has its own
@@ -15,7 +15,7 @@ set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/debian/compress.cmak
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_COMPONENTS_ALL runtime development tools python)
 
-# Who calls whom is found out from the binaries, except for what the packages are to each other.
+# Dependencies are found in the binaries, except those between these packages.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
@@ -65,7 +65,7 @@ set(CPACK_COMPONENT_PYTHON_DESCRIPTION "message bus and records for arc-welding 
 Typed records, a blocking and an asyncio bus that reconnect, fixtures for
 pytest, and recordings as pandas frames.")
 
-# Each package says what it is and under which terms.
+# Each package contains a changelog and a copyright file.
 foreach(component IN LISTS CPACK_COMPONENTS_ALL)
   string(TOUPPER ${component} upper)
   set(package ${CPACK_DEBIAN_${upper}_PACKAGE_NAME})

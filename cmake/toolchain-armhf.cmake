@@ -1,6 +1,6 @@
-# Cross-builds for 32-bit ARM (Debian's armhf: ARMv7-A, hard float, 32-bit time_t up to Debian 12) and runs what
-# was built under qemu-user. The C and C++ headers and start-up files come with the cross compiler, everything
-# else from a tree of unpacked armhf packages, which scripts/test-armhf makes:
+# Cross-compiles for 32-bit ARM (Debian's armhf: ARMv7-A, hard float, 32-bit time_t up to Debian 12) and runs programs
+# under qemu-user. The C and C++ headers come with the cross compiler, the other libraries from unpacked armhf packages,
+# which scripts/test-armhf prepares:
 #
 #   scripts/test-armhf --sysroot-only && cmake --preset armhf && cmake --build --preset armhf
 set(CMAKE_SYSTEM_NAME Linux)
@@ -16,7 +16,7 @@ if(NOT EXISTS "${CMAKE_SYSROOT}/usr/lib/arm-linux-gnueabihf")
 endif()
 
 set(CMAKE_CXX_COMPILER arm-linux-gnueabihf-g++)
-# All of it is compiled by one compiler, so what compilers before GCC 7 passed otherwise needs no note.
+# Everything is compiled by one compiler, so suppress the notes on ABI changes since GCC 7.
 set(CMAKE_CXX_FLAGS_INIT -Wno-psabi)
 set(CMAKE_LIBRARY_ARCHITECTURE arm-linux-gnueabihf)
 find_program(TELVANE_QEMU_ARM NAMES qemu-arm qemu-arm-static)
@@ -25,7 +25,7 @@ if(NOT TELVANE_QEMU_ARM)
 endif()
 set(CMAKE_CROSSCOMPILING_EMULATOR "${TELVANE_QEMU_ARM};-L;${CMAKE_SYSROOT}")
 
-# Programs are the build machine's, all else is the target's.
+# Use programs of the build machine, and everything else of the target.
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
