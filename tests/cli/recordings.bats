@@ -72,7 +72,7 @@ payloads() {
     truncate -s -5 a.jsonl
     run "$TELVANE" info a.jsonl
     [ "$status" -eq 0 ]
-    [[ $output == *"a.jsonl: the last line is incomplete"*"records   1 on 1 channels"*"torn end"* ]]
+    [[ $output == *"a.jsonl: the last line is incomplete"*"records   1 on 1 channel,"*"torn end"* ]]
     start_listener LogData --count 1
     run "$TELVANE" replay "$bus" a.jsonl
     [ "$status" -eq 0 ]
@@ -121,7 +121,7 @@ payloads() {
     echo precious >a.jsonl
     run "$TELVANE" record "$bus" -o a.jsonl LogData
     [ "$status" -eq 5 ]
-    [ "$output" = "telvane record: a.jsonl is there already; it is left alone (--force replaces it)" ]
+    [ "$output" = "telvane record: a.jsonl exists; use --force to replace it" ]
     [ "$(cat a.jsonl)" = precious ]
     start_recorder a.jsonl LogData --force --count 1
     publish_logs 1
@@ -157,7 +157,7 @@ payloads() {
     finish "$recorder"
     [ "$status" -eq 0 ]
     [ "$(tail -n +2 fault-0001.jsonl | jq -r '.channel + (.payload.log // "")' | xargs)" = "LogData1 LogData2 Fault LogData3" ]
-    grep -q "triggered by Fault" recorder.err
+    grep -q "saving the buffered records: Fault [0-9]" recorder.err
 }
 
 # save_until <payloads>: signals the recorder to save its buffer until the file has these payloads. The records may
@@ -326,10 +326,196 @@ recording_of() {
     [ "$(jq -r .payload.log listener.out)" = 2 ]
 }
 
+@test "record --all records channels that no other client has subscribed to" {
+    start_server
+    start_recorder weld.jsonl --all
+    "$TELVANE" weld "$bus" --duration 1.5 --period-us 20000
+    await weld.jsonl '"channel":"WeldTriggerEnd"'
+    kill "$recorder"
+    finish "$recorder"
+    [ "$status" -eq 0 ]
+    "$TELVANE" info weld.jsonl --json >info.json
+    [ "$(jq -c '[.missed, (.channels[] | select(.channel == "WeldTriggerStart") | .records), .welds[0].missing]' info.json)" = '[0,1,0]' ]
+    [ "$(jq '.welds[0] | .ended and .samples > 50' info.json)" = true ]
+}
+
+
+@test "record goes on with the record classes if the server gives no status" {
+    start_server --no-status
+    start_recorder a.jsonl --all --count 1
+    grep -q "continuing without channels that are not named like a record class" recorder.err
+    publish_logs 1
+    finish "$recorder"
+    [ "$(payloads a.jsonl)" = '{"log":"1"}' ]
+}
+
+@test "what is kept is saved if the server dies" {
+    start_server
+    start_recorder fault.jsonl --all --keep 30s
+    publish_logs 1 2
+    "$TELVANE" request "$bus" TelvaneChannels >/dev/null # has the server relay what came before
+    kill -KILL "$server"
+    finish "$recorder"
+    [ "$status" -eq 3 ]
+    grep -q "saving the buffered records: the connection was lost" recorder.err
+    [ "$(payloads fault-0001.jsonl | xargs)" = "{log:1} {log:2}" ]
+}
+
+@test "what is kept is saved on SIGTERM, but not with --trigger-only or without records" {
+    start_server
+    for option in --verbose --trigger-only; do
+        start_recorder "fault$option.jsonl" LogData --keep 30s $option
+        start_listener LogData --count 1
+        publish_logs 1
+        finish "$listener"
+        "$TELVANE" request "$bus" TelvaneChannels >/dev/null
+        kill -TERM "$recorder"
+        finish "$recorder"
+        [ "$status" -eq 0 ]
+    done
+    [ "$(payloads fault--verbose-0001.jsonl)" = '{"log":"1"}' ]
+    [ ! -e fault--trigger-only-0001.jsonl ]
+    start_recorder none.jsonl LogData --keep 30s
+    kill -TERM "$recorder"
+    finish "$recorder"
+    [ ! -e none-0001.jsonl ]
+}
+
+@test "missed records are reported, noted in the file and part of the exit code" {
+    start_server
+    start_recorder a.jsonl LogData Other
+    publish_logs first
+    await a.jsonl '"log":"first"'
+    kill -STOP "$recorder"
+    seq 1 3000 | sed 's/.*/{"log":"&"}/' | "$TELVANE" publish "$bus" LogData -
+    kill -CONT "$recorder"
+    await recorder.err "missed [0-9]* records so far: LogData [0-9]*$"
+    await a.jsonl '"missed":'
+    kill "$recorder"
+    finish "$recorder"
+    [ "$status" -eq 1 ]
+    received=$(grep -c '"payload":' a.jsonl)
+    missed=$(jq -s 'map(.missed // 0) | add' a.jsonl)
+    [ "$((received + missed))" -eq 3001 ]
+    run "$TELVANE" info a.jsonl
+    [[ $output == *"missed    $missed records"* ]]
+    [ "$("$TELVANE" info a.jsonl --json | jq -c '[.missed, .channels[0].missed]')" = "[$missed,$missed]" ]
+    "$TELVANE" show a.jsonl >shown 2>errors
+    [ "$(wc -l <shown)" -eq "$received" ]
+    grep -q "missed [0-9]* records* on LogData between 20.*Z and 20" errors
+    # Notes are not messages to publish.
+    run "$TELVANE" replay "$bus" a.jsonl --speed 0 --verbose
+    [ "$output" = "telvane replay: published $received records" ]
+}
+
+@test "records that do not fit into the queue are counted as missed" {
+    start_server
+    start_recorder a.jsonl LogData --queue-size 40
+    seq 1 200 | sed 's/.*/{"log":"&"}/' | "$TELVANE" publish "$bus" LogData -
+    "$TELVANE" request "$bus" TelvaneChannels >/dev/null
+    kill "$recorder"
+    finish "$recorder"
+    [ "$status" -eq 1 ]
+    received=$(grep -c '"payload":' a.jsonl)
+    missed=$(jq -s 'map(.missed // 0) | add' a.jsonl)
+    [ "$((received + missed))" -eq 200 ]
+}
+
+@test "the count after a full disk is that of the file" {
+    start_server
+    start recorder bash -c 'ulimit -f 16; trap "" XFSZ; exec "$0" "$@"' "$TELVANE" record "$bus" -o a.jsonl LogData --verbose
+    recorder=$started
+    await recorder.err ": recording$"
+    for i in $(seq 1 40); do
+        printf '{"log":"%s %01000d"}\n' "$i" 0
+    done | "$TELVANE" publish "$bus" LogData -
+    finish "$recorder"
+    [ "$status" -eq 5 ]
+    grep -q "cannot write a.jsonl: File too large" recorder.err
+    records=$(tail -n +2 a.jsonl | wc -l)
+    [ "$records" -ge 1 ]
+    [ "$records" -lt 40 ]
+    [ "$(tail -c 1 a.jsonl | xxd -p)" = 0a ]
+    grep -q ": $records records*, " recorder.err
+    [ "$("$TELVANE" info a.jsonl --json | jq -c '[.records, .tornBytes, .damagedLines]')" = "[$records,0,0]" ]
+}
+
+@test "record --force replaces a file and leaves the old one to its readers" {
+    start_server
+    echo precious >a.jsonl
+    exec 5<a.jsonl
+    start_recorder a.jsonl LogData --force --count 1
+    publish_logs 1
+    finish "$recorder"
+    [ "$(cat <&5)" = precious ]
+    exec 5<&-
+    [ "$(payloads a.jsonl)" = '{"log":"1"}' ]
+    [ "$(ls -A | grep -c a.jsonl)" -eq 1 ]
+}
+
+@test "recordings can be compressed, and read up to where the recorder was killed" {
+    start_server
+    for suffix in gz zst; do
+        start_recorder "a.jsonl.$suffix" LogData --split-after 1h
+        publish_logs 1 2
+        until "$TELVANE" info "a-0001.jsonl.$suffix" 2>/dev/null | grep -q "records   2"; do
+            sleep 0.02
+        done
+        kill -KILL "$recorder"
+        finish "$recorder"
+        [ "$("$TELVANE" show "a-0001.jsonl.$suffix" -F '%{log}' | xargs)" = "1 2" ]
+    done
+    start_recorder b.jsonl LogData --compress zstd --count 2
+    publish_logs 1 2
+    finish "$recorder"
+    [ "$(zstd -dcq b.jsonl.zst | tail -n +2 | jq -r .payload.log | xargs)" = "1 2" ]
+    start_recorder c.jsonl LogData --compress gzip --count 2
+    publish_logs 1 2
+    finish "$recorder"
+    [ "$(gzip -dc c.jsonl.gz | tail -n +2 | jq -r .payload.log | xargs)" = "1 2" ]
+    printf 'x' | dd of=b.jsonl.zst bs=1 seek=20 conv=notrunc status=none
+    run "$TELVANE" info b.jsonl.zst
+    [ "$status" -eq 4 ]
+    [[ $output == *"cannot read b.jsonl.zst: Bad message"* ]]
+}
+
+@test "show prints a part of recordings in the requested form" {
+    recording_of 100 101 102 103 >a.jsonl
+    run "$TELVANE" show a.jsonl --from 1 --to 3s
+    [ "$status" -eq 0 ]
+    [ "$(jq -r .payload.log <<<"$output" | xargs)" = "101 102" ]
+    [ "$(jq -r .time <<<"${lines[0]}")" = 2024-01-02T03:05:46.000000Z ]
+    [ "$("$TELVANE" show a.jsonl --from 2024-01-02T03:05:47Z --to 2024-01-02T03:05:48Z -F '%{log}')" = 102 ]
+    [ "$("$TELVANE" show a.jsonl --where log=103 -F '%d %c %n %{log}')" = "0.000000 LogData 1 103" ]
+    [ "$("$TELVANE" show a.jsonl --csv log,none --to 1)" = "$(printf 'time,channel,sequence,log,none\n2024-01-02T03:05:45.000000Z,LogData,1,100,')" ]
+    [ -z "$("$TELVANE" show a.jsonl --only 'PS*')" ]
+    # Several files are one recording: times count from the first one.
+    recording_of 5 | sed 's/03:04:05Z/03:06:05Z/' >b.jsonl
+    [ "$("$TELVANE" show a.jsonl b.jsonl -F '%u' | tail -1)" = "$(date -u -d 2024-01-02T03:06:10Z +%s).000000" ]
+    [ "$("$TELVANE" show a.jsonl b.jsonl --from 20 -F '%{log}')" = 5 ]
+    run "$TELVANE" show a.jsonl missing.jsonl -F '%{log}'
+    [ "$status" -eq 4 ]
+    [[ $output == *"cannot read missing.jsonl"* ]]
+    run bash -c '"$0" show a.jsonl >/dev/full' "$TELVANE"
+    [ "$status" -eq 5 ]
+}
+
+@test "info summarizes several files and a part of one" {
+    recording_of 100 101 102 >a.jsonl
+    recording_of 5 >b.jsonl
+    [ "$("$TELVANE" info a.jsonl b.jsonl --json | jq -s -c 'map(.records)')" = "[3,1]" ]
+    [ "$("$TELVANE" info a.jsonl --from 1 --to 2 --json | jq .records)" = 1 ]
+    run "$TELVANE" info missing.jsonl b.jsonl
+    [ "$status" -eq 4 ]
+    [[ $output == *"records   1 on 1 channel,"* ]]
+}
+
 @test "options that make no sense are refused" {
     for arguments in "record $bus LogData" "record $bus -o x 1" "record $bus -o x LogData --keep never" \
         "record $bus -o x LogData --after 5" "record $bus -o - LogData --keep 5" "record $bus -o x LogData --split-size -1" \
-        "replay $bus" "replay $bus x --rename a" "replay $bus x --rename a=1" "replay $bus x --speed -1" "info"; do
+        "replay $bus" "replay $bus x --rename a" "replay $bus x --rename a=1" "replay $bus x --speed -1" "info" "show" "show x --from never" "show x --csv a,,b" \
+        "show x --csv a --pretty" "show x --where a" "record $bus -o x LogData --compress lzma" \
+        "record $bus -o x LogData --trigger-only"; do
         # shellcheck disable=SC2086
         run "$TELVANE" $arguments
         [ "$status" -eq 2 ]

@@ -226,3 +226,42 @@ CSV
     [ "$status" -eq 0 ]
     grep -q "^received 11, lost 0 by the samples' numbers$" monitor.out
 }
+
+@test "weld converts a CSV file to a recording without a bus" {
+    printf 'part,t,amps,volts\n"a ""1""",0,0,0\n"a ""1""",0.1,150,17\n"a ""1""",0.2,151,18\n"a ""1""",0.3,0,0\nb,0,0,0\nb,0.1,152,17\nb,0.2,0,0\n' >robot.csv
+    convert=("$TELVANE" weld --csv robot.csv --amps amps --volts volts --time t --group part)
+    run "${convert[@]}" -o robot.jsonl
+    [ "$status" -eq 0 ]
+    [ "$output" = "telvane weld: wrote 2 welds with 3 samples" ]
+    [ "$(tail -n +2 robot.jsonl | jq -r .channel | xargs)" = "WeldTriggerStart WeldTraceData WeldTraceData WeldTriggerEnd WeldTriggerStart WeldTraceData WeldTriggerEnd" ]
+    [ "$(tail -n +2 robot.jsonl | jq -s -c 'map(select(.group)) | map([.channel, .group, .payload.tag])')" = \
+        '[["WeldTriggerStart","a \"1\"",1],["WeldTriggerStart","b",2]]' ]
+    [ "$("$TELVANE" info robot.jsonl --json | jq -c '[.records, .missed, (.welds | map([.tag, .samples, .missing, .ended, .group]))]')" = '[7,0,[[1,2,0,true,"a \"1\""],[2,1,0,true,"b"]]]' ]
+    run "${convert[@]}" -o robot.jsonl
+    [ "$status" -eq 5 ]
+    [ "$output" = "telvane weld: robot.jsonl exists; use --force to replace it" ]
+    "${convert[@]}" -o robot.jsonl.gz
+    [ "$("$TELVANE" info robot.jsonl.gz --json | jq .records)" = 7 ]
+    for arguments in "weld" "weld $bus -o x" "weld --force"; do
+        # shellcheck disable=SC2086
+        run "$TELVANE" $arguments
+        [ "$status" -eq 2 ]
+    done
+}
+
+@test "weld counts one weld in the singular" {
+    start_server
+    run "$TELVANE" weld "$bus" --duration 1.5 --period-us 500000
+    [[ $output == *"published 1 weld with "* ]]
+}
+
+@test "weld and monitor refuse a ledger that is another file" {
+    start_server
+    echo precious >notes
+    for command in weld monitor; do
+        run "$TELVANE" "$command" "$bus" --ledger notes
+        [ "$status" -eq 5 ]
+        [ "$output" = "telvane $command: cannot use notes as a ledger: the file exists and is not a ledger" ]
+        [ "$(cat notes)" = precious ]
+    done
+}

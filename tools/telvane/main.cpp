@@ -25,6 +25,7 @@ int main(int argc, char** argv)
     addMonitorCommand(line);
     addRecordCommand(line);
     addInfoCommand(line);
+    addShowCommand(line);
     addReplayCommand(line);
     addTopCommand(line);
     addPlotCommand(line);

@@ -16,7 +16,7 @@ TELVANE_CONF_OPTS = \
 	-DTELVANE_BUILD_EXAMPLES=OFF
 
 ifeq ($(BR2_PACKAGE_TELVANE_TOOL),y)
-TELVANE_DEPENDENCIES += cli11
+TELVANE_DEPENDENCIES += cli11 zlib zstd
 TELVANE_CONF_OPTS += -DTELVANE_BUILD_TOOL=ON
 
 # Whoever is to use the bus becomes a member of the group.

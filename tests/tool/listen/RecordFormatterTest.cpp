@@ -13,11 +13,7 @@ const std::string kOther = "LogData";
 std::string print(RecordFormatter& lines, const std::string& payload, Nanoseconds time = 0,
                   const std::string& channel = kChannel)
 {
-    std::string error;
-    const JsonTree tree = parseJson(payload, error);
-    DecodedRecord record(nullptr);
-    record.Unpackage(tree.get());
-    return lines.print({channel, 17, record, nullptr, 1'704'164'645'678'901'999 + time, time});
+    return lines.print({channel, 17, payload, nullptr, 1'704'164'645'678'901'999 + time, time});
 }
 
 RecordFormatter formatted(const std::string& format)

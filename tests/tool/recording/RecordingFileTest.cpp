@@ -28,6 +28,11 @@ std::string lineOf(Nanoseconds time, const std::string& log)
     return line;
 }
 
+RecordedMessage at(Nanoseconds time)
+{
+    return {time, "LogData", 1, "{}"};
+}
+
 std::string contents(const std::string& path)
 {
     std::ostringstream text;
@@ -64,8 +69,8 @@ TEST(RecordingWriter, WritesWhatTheReaderReads)
     const TestDirectory directory;
     RecordingWriter writer(settingsFor(directory.path("a.jsonl")));
     ASSERT_TRUE(writer.open(kHeader));
-    EXPECT_TRUE(writer.add(lineOf(1, "x"), 1));
-    EXPECT_TRUE(writer.add(lineOf(2, "y"), 2));
+    EXPECT_TRUE(writer.add(lineOf(1, "x"), at(1)));
+    EXPECT_TRUE(writer.add(lineOf(2, "y"), at(2)));
     EXPECT_TRUE(writer.close());
     EXPECT_EQ(contents(directory.path("a.jsonl")), printHeader(kHeader) + lineOf(1, "x") + lineOf(2, "y"));
     EXPECT_THAT(timesOf(directory.path("a.jsonl")), ElementsAre(1, 2));
@@ -77,7 +82,7 @@ TEST(RecordingWriter, WritesTheHeaderOnOpenAndLinesOnFlush)
     RecordingWriter writer(settingsFor(directory.path("a.jsonl")));
     ASSERT_TRUE(writer.open(kHeader));
     EXPECT_EQ(contents(directory.path("a.jsonl")), printHeader(kHeader));
-    EXPECT_TRUE(writer.add(lineOf(1, "x"), 1));
+    EXPECT_TRUE(writer.add(lineOf(1, "x"), at(1)));
     EXPECT_TRUE(writer.flush());
     EXPECT_EQ(contents(directory.path("a.jsonl")), printHeader(kHeader) + lineOf(1, "x"));
 }
@@ -103,7 +108,7 @@ TEST(RecordingWriter, StartsANewFileAtTheSplitSize)
     RecordingWriter writer(settings);
     ASSERT_TRUE(writer.open(kHeader));
     for (Nanoseconds time = 1; time <= 5; ++time) {
-        EXPECT_TRUE(writer.add(lineOf(time, "x"), time));
+        EXPECT_TRUE(writer.add(lineOf(time, "x"), at(time)));
     }
     EXPECT_TRUE(writer.close());
     EXPECT_EQ(writer.files(), 3);
@@ -125,7 +130,7 @@ TEST(RecordingWriter, StartsANewFileAfterTheSplitTime)
     RecordingWriter writer(settings);
     ASSERT_TRUE(writer.open(kHeader));
     for (const Nanoseconds time : {5 * kSecond, 6 * kSecond - 1, 6 * kSecond}) {
-        EXPECT_TRUE(writer.add(lineOf(time, "x"), time));
+        EXPECT_TRUE(writer.add(lineOf(time, "x"), at(time)));
     }
     EXPECT_TRUE(writer.close());
     EXPECT_THAT(timesOf(directory.path("weld-0001")), ElementsAre(5 * kSecond, 6 * kSecond - 1));

@@ -26,8 +26,7 @@ RecordingSummary::File file()
 /// \return a number of the summary's JSON, or of its first channel's
 double number(const RecordingSummary& summary, const char* key, bool ofChannel = false)
 {
-    std::string error;
-    const JsonTree tree = parseJson(summary.json(file()), error);
+    const JsonTree tree = summary.json(file());
     const cJSON* const object =
         ofChannel ? cJSON_GetArrayItem(cJSON_GetObjectItem(tree.get(), "channels"), 0) : tree.get();
     const cJSON* const item = cJSON_GetObjectItem(object, key);

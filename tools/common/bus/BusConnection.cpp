@@ -257,7 +257,7 @@ void BusConnection::watch()
         if (stopping() && now - m_stopTime >= kDisconnectAfter) {
             tryDisconnect();
         }
-        if (stopping() && now - m_stopTime >= kExitAfter && !m_finished) {
+        if (stopping() && now - m_stopTime >= kExitAfter && !m_finished && !m_returned) {
             restoreTerminal();
             printStopReason();
             _exit(stopCode());
@@ -307,7 +307,8 @@ void BusConnection::tryDisconnect()
 
 int BusConnection::finish(int result)
 {
-    disconnect(); // the callbacks may use objects that are destroyed before this one
+    disconnect();      // the callbacks may use objects that are destroyed before this one
+    m_returned = true; // from here on, saving a result may take as long as it needs
     if (!stopping()) {
         return result;
     }

@@ -68,6 +68,10 @@ public:
     /// \return whether the main thread should end; finish() returns the reason
     bool stopping() const { return m_stop.load(std::memory_order_relaxed) != Stop::None; }
 
+    bool connectionLost() const { return m_stop == Stop::ConnectionLost; }
+    /// \return the signal that stopped the connection, or 0
+    int signal() const { return m_signal; }
+
     /// Waits until a descriptor can be read.
     /// \return false if the connection is stopping
     bool awaitInput(int fd) const;
@@ -124,6 +128,7 @@ private:
     std::atomic<int> m_signal{0};
     std::atomic<int> m_outputError{0};
     std::atomic<Nanoseconds> m_connectTime{0}; ///< start of the connect in progress, or 0
+    std::atomic<bool> m_returned{false};       ///< finish() has been called: the main thread does not hang
     std::atomic<bool> m_finished{false};
     std::atomic<bool> m_stopReported{false};
 

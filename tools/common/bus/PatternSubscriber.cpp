@@ -7,6 +7,8 @@
 #include "common/cli/Messages.h"
 #include "common/support/ChannelPattern.h"
 
+#include <Telvane/RecordCatalogue.h>
+
 #include <algorithm>
 
 namespace TelvaneTool
@@ -40,26 +42,40 @@ int PatternSubscriber::start()
     for (std::size_t i = 0; i < m_names.size() && result == kSuccess; ++i) {
         result = add(m_names[i]);
     }
-    if (result == kSuccess && m_status.has_value()) {
-        result = m_status->start(false);
-        if (result == kSuccess) {
-            result = addMatching();
+    if (result != kSuccess || !m_status.has_value()) {
+        return result;
+    }
+    // A server relays a channel only after a first subscription, so its answer lacks channels that nobody else
+    // has subscribed to yet.
+    for (const Telvane::RecordClass& recordClass : Telvane::RecordCatalogue::classes()) {
+        if (matchesAnyPattern(m_patterns, recordClass.name)) {
+            addOptional(recordClass.name);
         }
+    }
+    result = m_status->start(false);
+    if (result == kSuccess) {
+        addMatching();
         m_nextPoll = monotonicNow() + kPollInterval;
+    } else if (!m_subscribed.empty()) {
+        printError("continuing without channels that are not named like a record class");
+        result = kSuccess;
     }
     return result;
 }
 
 int PatternSubscriber::follow()
 {
-    if (!m_status.has_value() || m_bus.stopping()) {
+    if (m_nextPoll < 0 || m_bus.stopping()) {
         return kSuccess;
     }
     if (const Nanoseconds now = monotonicNow(); now >= m_nextPoll) {
         m_nextPoll = now + kPollInterval;
         m_status->request();
     }
-    return m_status->responses() != m_responses ? addMatching() : static_cast<int>(kSuccess);
+    if (m_status->responses() != m_responses) {
+        addMatching();
+    }
+    return kSuccess;
 }
 
 Nanoseconds PatternSubscriber::nextWake(Nanoseconds deadline) const
@@ -70,17 +86,22 @@ Nanoseconds PatternSubscriber::nextWake(Nanoseconds deadline) const
     return std::min(deadline, m_nextPoll);
 }
 
-int PatternSubscriber::addMatching()
+void PatternSubscriber::addMatching()
 {
     m_responses = m_status->responses();
-    int result = kSuccess;
     for (const ChannelStatus& channel : m_status->channels()) {
-        if (result == kSuccess && !m_bus.stopping() && !isStatusChannel(channel.name) &&
-            matchesAnyPattern(m_patterns, channel.name)) {
-            result = add(channel.name);
+        if (!isStatusChannel(channel.name) && matchesAnyPattern(m_patterns, channel.name)) {
+            addOptional(channel.name);
         }
     }
-    return result;
+}
+
+/// A refusal of a channel that was not named by the user is reported, but is not a failure.
+void PatternSubscriber::addOptional(const std::string& channel)
+{
+    if (!m_bus.stopping() && checkChannel(channel).empty()) {
+        add(channel);
+    }
 }
 
 int PatternSubscriber::add(const std::string& channel)

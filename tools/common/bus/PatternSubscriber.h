@@ -42,7 +42,8 @@ public:
 
 private:
     int add(const std::string& channel);
-    int addMatching();
+    void addMatching();
+    void addOptional(const std::string& channel);
 
     BusConnection& m_bus;
     std::vector<std::string> m_patterns;

@@ -12,9 +12,12 @@ namespace TelvaneTool
 using Telvane::RecordCatalogue;
 using Telvane::RecordClass;
 
-void addBusOptions(Command& command, BusOptions& options)
+void addBusOptions(Command& command, BusOptions& options, bool required)
 {
-    command.option("PATH", options.path, "Socket of the server").required();
+    Option path = command.option("PATH", options.path, "Socket of the server");
+    if (required) {
+        path.required();
+    }
     command.option("--wait", options.wait, "Wait up to SECONDS for the server to start")
         .within(0.0, 1e6)
         .typeName("SECONDS");

@@ -24,7 +24,7 @@ struct BusOptions
     double wait = 0.0; ///< for the server to start, s
 };
 
-void addBusOptions(Command& command, BusOptions& options);
+void addBusOptions(Command& command, BusOptions& options, bool required = true);
 
 /// Adds an option that takes "1.5", "30s", "5m" or "250ms".
 Option addDuration(Command& command, const char* name, Nanoseconds& duration, const std::string& what);

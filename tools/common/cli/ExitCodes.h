@@ -9,6 +9,7 @@ enum ExitCode : int
 {
     kSuccess = 0,
     kTimedOut = 1,
+    kRecordsMissed = 1,  ///< a recording lacks records
     kWrongUsage = 2,     ///< invalid arguments; nothing was done
     kBusFailure = 3,     ///< no server, refused by the server, or connection lost
     kWrongInput = 4,     ///< invalid record or recording, in whole or in part

@@ -127,6 +127,11 @@ std::string printSpan(Nanoseconds span)
                      static_cast<int>(span % kHour / kMinute));
 }
 
+std::string printNumber(std::uint64_t count, const std::string& noun)
+{
+    return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
+}
+
 std::string printMoment(Nanoseconds sinceEpoch)
 {
     const auto seconds = static_cast<time_t>(sinceEpoch / kSecond);

@@ -31,6 +31,9 @@ std::string printSpan(Nanoseconds span);
 /// \return "2024-01-02T03:04:05.678901Z"
 std::string printMoment(Nanoseconds sinceEpoch);
 
+/// \return "1 record", "2 records"
+std::string printNumber(std::uint64_t count, const std::string& noun);
+
 /// Formats as printf() does.
 [[gnu::format(printf, 1, 2)]] std::string formatted(const char* format, ...);
 

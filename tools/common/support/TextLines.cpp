@@ -3,6 +3,7 @@
 
 #include "common/support/TextLines.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -16,6 +17,7 @@ namespace
 {
 
 constexpr std::size_t kPieceSize = 262144;
+constexpr std::size_t kCompressedPiece = 16384;
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
 } // namespace
@@ -49,9 +51,12 @@ bool TextLines::refill()
         m_ended = true;
         return false;
     }
+    // A compressed piece becomes many times as large.
+    const std::size_t room = m_buffer.size() - m_end;
     ssize_t size = 0;
     do {
-        size = read(m_fd, m_buffer.data() + m_end, m_buffer.size() - m_end);
+        size = read(m_fd, m_buffer.data() + m_end,
+                    m_decompressor != nullptr ? std::min(room, kCompressedPiece) : room);
     } while (size < 0 && errno == EINTR);
     if (size < 0) {
         m_error = errno;
@@ -60,8 +65,29 @@ bool TextLines::refill()
         m_ended = true;
         return false;
     }
-    m_end += static_cast<std::size_t>(size);
-    return true;
+    return decompress(static_cast<std::size_t>(size));
+}
+
+/// Takes the bytes just read, which are after the end of the data.
+bool TextLines::decompress(std::size_t size)
+{
+    const std::string_view added(m_buffer.data() + m_end, size);
+    if (!m_begun) {
+        m_begun = true;
+        m_decompressor = makeDecompressor(compressionOfData(added));
+    }
+    if (m_decompressor == nullptr) {
+        m_end += size;
+        return true;
+    }
+    m_decompressed.clear();
+    m_damaged = !m_decompressor->decompress(added, m_decompressed);
+    m_ended = m_damaged;
+    m_buffer.resize(std::max(m_buffer.size(), m_end + m_decompressed.size() + 1));
+    std::copy(m_decompressed.begin(), m_decompressed.end(),
+              m_buffer.begin() + static_cast<std::ptrdiff_t>(m_end));
+    m_end += m_decompressed.size();
+    return !m_ended;
 }
 
 bool TextLines::next(std::string_view& line)
@@ -76,6 +102,9 @@ bool TextLines::next(std::string_view& line)
         const std::size_t pending = m_end - m_begin;
         refill();
         searched = m_begin + pending;
+    }
+    if (newline == nullptr && m_damaged) {
+        m_error = EBADMSG;
     }
     if (m_error != 0 || m_stopped || (newline == nullptr && m_begin == m_end)) {
         return false;

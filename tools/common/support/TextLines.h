@@ -1,10 +1,12 @@
 #pragma once
 
+#include "common/support/Compression.h"
 #include "common/support/FileDescriptor.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -12,7 +14,7 @@
 namespace TelvaneTool
 {
 
-/// Reads a text file line by line, in large pieces.
+/// Reads a text file line by line, in large pieces. The file may be compressed with gzip or zstd.
 class TextLines
 {
 public:
@@ -38,11 +40,15 @@ public:
     /// \return the error number that ended the reading (positive errno), or 0
     int error() const { return m_error; }
 
+    /// \return whether the file is compressed; known after the first line
+    bool compressed() const { return m_decompressor != nullptr; }
+
     /// \return whether the waiter stopped the reading; an incomplete line is then dropped
     bool stopped() const { return m_stopped; }
 
 private:
     bool refill();
+    bool decompress(std::size_t size);
 
     Waiter m_waiter;
     FileDescriptor m_file; ///< closed when reading standard input
@@ -52,6 +58,10 @@ private:
     bool m_whole = true;
     int m_error = 0;
     std::uint64_t m_number = 0;
+    bool m_begun = false;                         ///< the compression is known
+    bool m_damaged = false;                       ///< the compressed data is
+    std::unique_ptr<Decompressor> m_decompressor; ///< null if not compressed
+    std::string m_decompressed;
     std::vector<char> m_buffer;
     std::size_t m_begin = 0; ///< of the unread part
     std::size_t m_end = 0;   ///< of the data

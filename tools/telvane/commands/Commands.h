@@ -20,6 +20,7 @@ void addMonitorCommand(CommandLine& line);
 void addRecordCommand(CommandLine& line);
 void addReplayCommand(CommandLine& line);
 void addInfoCommand(CommandLine& line);
+void addShowCommand(CommandLine& line);
 void addTopCommand(CommandLine& line);
 void addBenchCommand(CommandLine& line);
 void addPlotCommand(CommandLine& line);

@@ -10,7 +10,7 @@
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
 #include "common/support/ChannelPattern.h"
-#include "listen/RecordFormatter.h"
+#include "listen/FormatOptions.h"
 #include "listen/SequenceGaps.h"
 
 #include <cstdint>
@@ -35,8 +35,7 @@ struct Options
     std::uint64_t count = 0;
     double timeout = 0.0;
     bool all = false;
-    RecordFormatter::Settings lines;
-    std::vector<std::string> conditions;
+    FormatOptions format;
     bool verbose = false;
 };
 
@@ -44,7 +43,9 @@ struct Options
 class Arrivals
 {
 public:
-    explicit Arrivals(const Options& options) : m_options(options), m_lines(options.lines) {}
+    explicit Arrivals(const Options& options)
+        : m_options(options), m_lines(options.format.settings), m_output(m_lines.heading())
+    {}
 
     /// Called on the receiver thread.
     void take(const std::string& channel, const DecodedRecord& record, const RecordClass* recordClass,
@@ -57,7 +58,7 @@ public:
             return;
         }
         const std::string line =
-            m_lines.print({channel, sequence, record, recordClass, realTimeNow(), monotonicNow()});
+            m_lines.print({channel, sequence, record.text(), recordClass, realTimeNow(), monotonicNow()});
         if (line.empty()) {
             return;
         }
@@ -129,12 +130,8 @@ private:
 /// Parses the conditions. Prints an error on failure.
 bool readOptions(Options& options)
 {
-    for (const std::string& condition : options.conditions) {
-        const std::string error = options.lines.filters.emplace_back().read(condition);
-        if (!error.empty()) {
-            printError("--where: " + error);
-            return false;
-        }
+    if (!readFilters(options.format)) {
+        return false;
     }
     if (options.channels.empty() && !options.all) {
         printError("CHANNEL is required; --all listens on every channel");
@@ -195,11 +192,12 @@ void addListenCommand(CommandLine& line)
     Command command(line, "listen", "Print the records of channels as lines of JSON");
     addBusOptions(command, options->bus);
     command
-        .option("CHANNEL", options->channels,
-                "Channels to listen on; patterns such as 'PS*' also match channels that appear later")
+        .option("CHANNEL", options->channels, "Channels to listen on, or patterns such as 'PS*' (see --all)")
         .check(&checkChannelPattern);
-    command.flag("--all", options->all,
-                 "Listen on all channels that have or had a subscriber, and on new ones");
+    command.flag(
+        "--all", options->all,
+        "Listen on all channels that are named like a record class, and on all others that have or get a "
+        "subscriber. Not shown: other channels without a subscriber");
     addClass(command, "--as", options->recordClass,
              "Decode payloads as this class (default: the class with the channel's name; if there is none, "
              "payloads are printed as received)");
@@ -208,23 +206,7 @@ void addListenCommand(CommandLine& line)
         .positive()
         .within(0.0, kMaxSeconds)
         .typeName("SECONDS");
-    RecordFormatter::Settings& lines = options->lines;
-    command
-        .option(
-            "--where", options->conditions,
-            "Print only records that match CONDITION: a field, an operator (=, !=, <, <=, >, >=, or ~ for "
-            "\"contains\") and a value, for example data.amps>100 or log~arc. If repeated, all conditions "
-            "must match")
-        .repeatable()
-        .typeName("CONDITION");
-    command
-        .option("-F,--format", lines.format, std::string("Print each record in this format: ") + kFormatHelp)
-        .typeName("FORMAT")
-        .check(&checkFormat);
-    command.flag("--delta", lines.delta, "Add the seconds since the previous record");
-    command.flag("--pretty", lines.pretty, "Print indented JSON on several lines").excludes("--format");
-    command.flag("--names", lines.names,
-                 "Add the names of consumable codes, for example processName after process");
+    addFormatOptions(command, options->format);
     command.flag("--verbose", options->verbose,
                  "Print \"listening\" to standard error once no message will be missed");
     command.examples("# all channels, until Ctrl-C\n"

@@ -5,7 +5,7 @@
 #include "common/support/OutputFile.h"
 #include "plot/Gnuplot.h"
 #include "plot/WeldPlot.h"
-#include "recording/RecordingReader.h"
+#include "recording/RecordingInput.h"
 
 #include <algorithm>
 #include <cstring>
@@ -21,7 +21,8 @@ constexpr std::size_t kMaxWelds = 40; ///< in one picture
 
 struct Options
 {
-    std::string file;
+    std::vector<std::string> files;
+    RecordingRange range;
     std::string output;
     std::vector<std::string> welds;
 };
@@ -63,6 +64,11 @@ int reportWriteError(const std::string& path, int error)
     return kOutputFailure;
 }
 
+std::string titleOf(const std::vector<std::string>& files)
+{
+    return files.size() == 1 ? files.front() : files.front() + " to " + files.back();
+}
+
 int draw(const std::vector<RecordedWeld>& welds, const Options& options)
 {
     OutputFile file;
@@ -71,7 +77,8 @@ int draw(const std::vector<RecordedWeld>& welds, const Options& options)
         return reportWriteError(options.output, error);
     }
     std::string picture;
-    const int result = runGnuplot(printPlot(welds, plotTerminal(options.output), options.file), picture);
+    const int result =
+        runGnuplot(printPlot(welds, plotTerminal(options.output), titleOf(options.files)), picture);
     if (result != kSuccess) {
         return result;
     }
@@ -102,20 +109,22 @@ int reportMissing(const WeldTraces& traces)
 
 int plot(const Options& options)
 {
-    if (isSameFile(options.file, options.output)) {
-        printError("FILE and --output are the same file");
-        return kWrongUsage;
+    for (const std::string& file : options.files) {
+        if (isSameFile(file, options.output)) {
+            printError("FILE and --output are the same file");
+            return kWrongUsage;
+        }
     }
-    RecordingReader reader;
-    if (!reader.open(options.file)) {
+    RecordingInput input(options.files, options.range);
+    if (!input.open()) {
         return kWrongInput;
     }
     WeldTraces traces;
     RecordedMessage message;
-    while (reader.next(message)) {
+    while (input.next(message)) {
         traces.add(message);
     }
-    const int readResult = reader.finish();
+    const int readResult = input.finish();
     const int result = std::max(reportMissing(traces), readResult);
     std::vector<RecordedWeld> welds = traces.welds();
     if (!choose(welds, options.welds)) {
@@ -131,7 +140,8 @@ void addPlotCommand(CommandLine& line)
 {
     auto options = std::make_shared<Options>();
     Command command(line, "plot", "Draw the welds of a recording with gnuplot");
-    command.option("FILE", options->file, "Recording, or - for standard input").required();
+    command.option("FILE", options->files, "Recordings, in order; - is standard input").required();
+    addRangeOptions(command, options->range);
     command
         .option("-o,--output", options->output,
                 "Write the picture to FILE, whose name ends with .svg or .png")

@@ -8,10 +8,13 @@
 #include "common/cli/Messages.h"
 #include "common/support/ChannelPattern.h"
 #include "common/support/HumanReadable.h"
+#include "common/support/Saturating.h"
+#include "recording/MissTracker.h"
 #include "recording/Recorder.h"
 
 #include <csignal>
 #include <memory>
+#include <numeric>
 #include <pthread.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
@@ -34,6 +37,7 @@ struct Options
     bool all = false;
     Recorder::Settings recorder;
     Nanoseconds duration = 0;
+    bool triggerOnly = false;
     bool verbose = false;
 };
 
@@ -61,6 +65,29 @@ private:
     FileDescriptor m_fd;
 };
 
+std::string readCompression(const std::string& text, Options& options)
+{
+    if (text == "gzip") {
+        options.recorder.output.compression = Compression::Gzip;
+    } else if (text == "zstd") {
+        options.recorder.output.compression = Compression::Zstd;
+    } else {
+        return "expected gzip or zstd";
+    }
+    return {};
+}
+
+/// Makes the name of the file and the compression agree.
+void completeCompression(RecordingWriter::Settings& output)
+{
+    const Compression byName = compressionOfPath(output.path);
+    if (output.compression == Compression::None) {
+        output.compression = byName;
+    } else if (output.compression != byName && output.path != "-") {
+        output.path += output.compression == Compression::Gzip ? ".gz" : ".zst";
+    }
+}
+
 bool checkOptions(const Options& options)
 {
     const Recorder::Settings& recorder = options.recorder;
@@ -75,36 +102,101 @@ bool checkOptions(const Options& options)
     return true;
 }
 
-void printResult(const Recorder& recorder)
+using Missed = std::map<std::string, std::uint64_t>;
+
+std::uint64_t totalOf(const Missed& missed)
 {
-    const RecordingWriter& writer = recorder.writer();
-    std::string text = std::to_string(recorder.records()) + " records";
-    if (writer.files() != 0) {
-        text += ", " + printBytes(static_cast<double>(writer.bytes())) + " in " +
-                std::to_string(writer.files()) + (writer.files() == 1 ? " file" : " files");
+    return std::accumulate(missed.begin(), missed.end(), std::uint64_t(0),
+                           [](std::uint64_t sum, const auto& entry) { return sum + entry.second; });
+}
+
+void reportMissed(const Missed& missed)
+{
+    std::string text = "missed " + printNumber(totalOf(missed), "record") + " so far";
+    const char* separator = ": ";
+    for (const auto& [channel, count] : missed) {
+        text += separator + channel + " " + std::to_string(count);
+        separator = ", ";
     }
     printStatus(text);
 }
 
-/// \return an exit code
-int write(BusConnection& bus, Recorder& recorder, PatternSubscriber& channels, const WriteSignal& signal,
-          Nanoseconds duration)
+void reportResult(Recorder& recorder)
 {
-    const Nanoseconds deadline = duration > 0 ? monotonicNow() + duration : BusConnection::kNoDeadline;
-    for (;;) {
-        const Nanoseconds next = monotonicNow() + kWritePeriod;
-        const bool complete = bus.waitFor([&recorder] { return recorder.complete(); },
-                                          deadline >= 0 ? std::min(deadline, next) : next);
-        if (!recorder.write(signal.take())) {
-            return kOutputFailure;
-        }
-        if (const int result = channels.follow(); result != kSuccess) {
-            return result;
-        }
-        if (complete || bus.stopping() || (deadline >= 0 && monotonicNow() >= deadline)) {
-            return kSuccess;
+    const RecordingWriter& writer = recorder.writer();
+    std::string text = printNumber(writer.records(), "record");
+    if (writer.files() != 0) {
+        text += ", " + printBytes(static_cast<double>(writer.bytes())) + " in " +
+                printNumber(static_cast<std::uint64_t>(writer.files()), "file");
+    }
+    printStatus(text);
+}
+
+/// Writes what arrives, until there is a reason to end.
+class RecordLoop
+{
+public:
+    RecordLoop(BusConnection& bus, Recorder& recorder, PatternSubscriber& channels, MissTracker& misses)
+        : m_bus(bus), m_recorder(recorder), m_channels(channels), m_misses(misses)
+    {}
+
+    /// \return an exit code
+    int run(const WriteSignal& signal, Nanoseconds duration)
+    {
+        const Nanoseconds deadline =
+            duration > 0 ? addSaturated(monotonicNow(), duration) : BusConnection::kNoDeadline;
+        for (;;) {
+            const Nanoseconds next = monotonicNow() + kWritePeriod;
+            const bool complete = m_bus.waitFor([this] { return m_recorder.complete(); },
+                                                deadline >= 0 ? std::min(deadline, next) : next);
+            if (!m_recorder.write(signal.take() ? "SIGUSR1" : "")) {
+                return kOutputFailure;
+            }
+            if (const int result = m_channels.follow(); result != kSuccess) {
+                return result;
+            }
+            m_misses.follow();
+            reportNewMisses();
+            if (complete || m_bus.stopping() || (deadline >= 0 && monotonicNow() >= deadline)) {
+                return kSuccess;
+            }
         }
     }
+
+    /// Reports misses while they happen, but at most once a second.
+    void reportNewMisses(bool last = false)
+    {
+        const Nanoseconds now = monotonicNow();
+        if (now < m_nextReport && !last) {
+            return;
+        }
+        const Missed missed = m_recorder.missed();
+        if (const std::uint64_t total = totalOf(missed); total > m_reported) {
+            reportMissed(missed);
+            m_reported = total;
+            m_nextReport = now + kSecond;
+        }
+    }
+
+private:
+    BusConnection& m_bus;
+    Recorder& m_recorder;
+    PatternSubscriber& m_channels;
+    MissTracker& m_misses;
+    std::uint64_t m_reported = 0;
+    Nanoseconds m_nextReport = 0;
+};
+
+/// \return why the buffered records are saved at the end; empty if they are not
+std::string finalTrigger(const BusConnection& bus, const Options& options)
+{
+    if (options.triggerOnly) {
+        return {};
+    }
+    if (bus.connectionLost()) {
+        return "the connection was lost";
+    }
+    return bus.signal() == SIGTERM ? "SIGTERM" : "";
 }
 
 int record(Options& options)
@@ -115,6 +207,7 @@ int record(Options& options)
     if (!checkOptions(options)) {
         return kWrongUsage;
     }
+    completeCompression(settings.output);
     const WriteSignal signal;
     const bool toStandardOutput = settings.output.path == "-";
     BusConnection bus(toStandardOutput ? BusConnection::Output::Data : BusConnection::Output::Unused,
@@ -128,11 +221,19 @@ int record(Options& options)
     if (!recorder.open()) {
         return bus.finish(kOutputFailure);
     }
+    MissTracker misses(bus, [&recorder](const std::string& channel, std::uint64_t count, Nanoseconds from,
+                                        Nanoseconds to) { recorder.addMissed(channel, count, from, to); });
+    result = misses.start();
     const auto subscribe = [&](const std::string& channel) {
         return bus.subscribe(channel, DecodedRecord(nullptr),
                              [&, channel](void*, TelvaneDataTypeBase* incoming, int sequence, void*) {
-                                 recorder.take(channel, sequence,
-                                               static_cast<DecodedRecord&>(*incoming).text());
+                                 const std::string& text = static_cast<DecodedRecord&>(*incoming).text();
+                                 recorder.take(channel, sequence, text);
+                                 if (channel == kClientsStatus) { // in place of the tracker's subscription
+                                     misses.takeAnswer(text, sequence);
+                                 } else {
+                                     misses.arrived(channel, sequence);
+                                 }
                                  if (recorder.complete()) {
                                      bus.wake();
                                  }
@@ -143,21 +244,30 @@ int record(Options& options)
         wanted.push_back(settings.trigger);
     }
     PatternSubscriber channels(bus, wanted, options.all, subscribe);
-    result = channels.start();
+    RecordLoop loop(bus, recorder, channels, misses);
+    result = result == kSuccess ? channels.start() : result;
     if (result == kSuccess) {
         if (options.verbose) {
             printStatus("recording");
         }
-        result = write(bus, recorder, channels, signal, options.duration);
+        result = loop.run(signal, options.duration);
     }
-    result = bus.finish(result); // no more records arrive
-    if (!recorder.finish() && result == kSuccess) {
+    if (!bus.connectionLost()) {
+        misses.finish();
+    }
+    result = bus.finish(result); // from here on nothing arrives
+    if (!recorder.finish(finalTrigger(bus, options)) && result == kSuccess) {
         result = kOutputFailure;
     }
-    if (options.verbose || (isatty(STDERR_FILENO) != 0 && !toStandardOutput)) {
-        printResult(recorder);
+    loop.reportNewMisses(true);
+    if (misses.uncertain() && totalOf(recorder.missed()) == 0) {
+        printError(
+            "the sequence numbers have gaps, and the server does not report whether records were missed");
     }
-    return result;
+    if (options.verbose || (isatty(STDERR_FILENO) != 0 && !toStandardOutput)) {
+        reportResult(recorder);
+    }
+    return result == kSuccess && recorder.writer().missed() != 0 ? static_cast<int>(kRecordsMissed) : result;
 }
 
 } // namespace
@@ -167,16 +277,20 @@ void addRecordCommand(CommandLine& line)
     constexpr std::uint64_t kMaxKept = 256ULL * 1024 * 1024;
     auto options = std::make_shared<Options>();
     Recorder::Settings& recorder = options->recorder;
-    recorder.mostKept = kMaxKept;
+    recorder.maxKept = kMaxKept;
     recorder.after = 5 * kSecond;
     Command command(line, "record", "Record channels to a file");
     addBusOptions(command, options->bus);
-    command
-        .option("CHANNEL", options->channels,
-                "Channels to record; patterns such as 'PS*' also match channels that appear later")
+    command.option("CHANNEL", options->channels, "Channels to record, or patterns such as 'PS*' (see --all)")
         .check(&checkChannelPattern);
-    command.flag("--all", options->all, "Record all channels that have or had a subscriber, and new ones");
-    command.option("-o,--output", recorder.output.path, "Write to FILE; - is standard output")
+    command.flag("--all", options->all,
+                 "Record all channels that are named like a record class, and all others that have or get a "
+                 "subscriber. Not recorded: other channels without a subscriber");
+    command
+        .option("-o,--output", recorder.output.path,
+                "Write to FILE; - is standard output. Records that were missed are noted there, and make the "
+                "exit "
+                "code 1")
         .required()
         .typeName("FILE");
     command.flag("--force", recorder.output.replace, "Overwrite an existing file");
@@ -184,10 +298,15 @@ void addRecordCommand(CommandLine& line)
             "Start a new file at this size; -o weld.jsonl then writes weld-0001.jsonl, weld-0002.jsonl and "
             "so on");
     addDuration(command, "--split-after", recorder.output.splitAfter, "Start a new file after this time");
+    command
+        .optionReadBy(
+            [options](const std::string& text) { return readCompression(text, *options); }, "--compress",
+            "Compress with gzip or zstd, and add .gz or .zst to the name (default: as the name ends)")
+        .typeName("METHOD");
     addDuration(command, "--keep", recorder.keep,
-                "Buffer the latest records in memory, and save them to a numbered file only on SIGUSR1 or "
-                "--trigger");
-    addSize(command, "--keep-size", recorder.mostKept, "Limit the buffer of --keep to this size")
+                "Buffer the latest records in memory, and save them to a numbered file only on SIGUSR1, on "
+                "--trigger, on SIGTERM or if the connection is lost");
+    addSize(command, "--keep-size", recorder.maxKept, "Limit the buffer of --keep to this size")
         .showDefault("256M")
         .needs("--keep");
     command
@@ -195,20 +314,27 @@ void addRecordCommand(CommandLine& line)
                 "Save the buffered records when a record arrives on CHANNEL, which is recorded as well")
         .check(&checkChannel)
         .typeName("CHANNEL")
+        .check(&checkChannel)
         .needs("--keep");
     addDuration(command, "--after", recorder.after, "Continue to record for this time after a trigger")
         .showDefault("5s")
         .needs("--keep");
+    command
+        .flag("--trigger-only", options->triggerOnly, "Do not save on SIGTERM or if the connection is lost")
+        .needs("--keep");
     addDuration(command, "--duration", options->duration, "Exit after this time");
     command.option("--count", recorder.count, "Exit after this many records").positive();
+    addSize(command, "--queue-size", recorder.maxQueued,
+            "Limit the queue of records that wait for a slow disk; further records are missed")
+        .showDefault("64M");
     command.flag(
         "--verbose", options->verbose,
         "Print \"recording\" to standard error once no message will be missed, and a summary at the end");
     command.examples("# the welds of a power source\n"
                      "telvane record /tmp/bus -o weld.jsonl WeldTriggerStart WeldTraceData WeldTriggerEnd\n"
-                     "# all channels, in files of 100 MB\n"
-                     "telvane record /tmp/bus -o bus.jsonl --all --split-size 100M\n"
-                     "# from 30 seconds before an error to 5 seconds after it\n"
+                     "# all channels, in compressed files of 100 MB\n"
+                     "telvane record /tmp/bus -o bus.jsonl.zst --all --split-size 100M\n"
+                     "# from 30 seconds before an error to 5 seconds after it, also if the server dies\n"
                      "telvane record /tmp/bus -o fault.jsonl --all --keep 30s --trigger ErrorData\n");
     command.run([options] { return record(*options); });
 }

@@ -5,7 +5,10 @@
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
 #include "common/support/ChannelPattern.h"
+#include "common/support/HumanReadable.h"
 #include "recording/Replay.h"
+
+#include <algorithm>
 
 #include <memory>
 #include <unistd.h>
@@ -20,7 +23,7 @@ namespace
 struct Options
 {
     BusOptions bus;
-    std::string file;
+    std::vector<std::string> files;
     Replay::Settings replay;
     std::vector<std::string> renames;
     bool verbose = false;
@@ -39,14 +42,14 @@ int replay(Options& options)
         const std::size_t equals = rename.find('=');
         options.replay.renames[rename.substr(0, equals)] = rename.substr(equals + 1);
     }
-    if (options.replay.loop && options.file == "-") {
+    const bool fromInput = std::find(options.files.begin(), options.files.end(), "-") != options.files.end();
+    if (options.replay.loop && fromInput) {
         printError("--loop cannot repeat standard input");
         return kWrongUsage;
     }
-    if (options.file != "-") {
-        // Report an unreadable recording before sending anything.
-        RecordingReader reader;
-        if (!reader.open(options.file)) {
+    for (const std::string& file : options.files) {
+        // Report a file that cannot be replayed before sending anything.
+        if (file != "-" && !RecordingReader().open(file)) {
             return kWrongInput;
         }
     }
@@ -55,10 +58,10 @@ int replay(Options& options)
                                                          : BusConnection::Interruption::Aborts);
     int result = bus.connect(options.bus.path, options.bus.wait);
     if (result == kSuccess) {
-        Replay run(bus, options.file, options.replay);
+        Replay run(bus, options.files, options.replay);
         result = run.run();
         if (options.verbose || isatty(STDERR_FILENO) != 0) {
-            printStatus(std::to_string(run.published()) + " records published");
+            printStatus("published " + printNumber(run.published(), "record"));
         }
     }
     return bus.finish(result);
@@ -72,14 +75,13 @@ void addReplayCommand(CommandLine& line)
     Replay::Settings& replaySettings = options->replay;
     Command command(line, "replay", "Publish the records of a recording at their original times");
     addBusOptions(command, options->bus);
-    command.option("FILE", options->file, "Recording, or - for standard input").required();
+    command.option("FILE", options->files, "Recordings, in order; - is standard input").required();
     command
         .option("--speed", replaySettings.speed,
                 "Speed relative to the recording; 0 does not wait between records")
         .within(0.0, 1e6)
         .showDefault();
-    addDuration(command, "--from", replaySettings.from, "Start at this time after the first record");
-    addDuration(command, "--until", replaySettings.until, "Stop at this time after the first record");
+    addRangeOptions(command, replaySettings.range);
     command.flag("--loop", replaySettings.loop, "Repeat until interrupted");
     command
         .option("--only", replaySettings.only,
@@ -96,7 +98,7 @@ void addReplayCommand(CommandLine& line)
     command.examples("# ten times slower\n"
                      "telvane replay /tmp/bus weld.jsonl --speed 0.1\n"
                      "# a part of it, on another channel\n"
-                     "telvane replay /tmp/bus weld.jsonl --from 12s --until 1m --rename PSFeedback=Before\n");
+                     "telvane replay /tmp/bus weld.jsonl --from 12s --to 1m --rename PSFeedback=Before\n");
     command.run([options] { return replay(*options); });
 }
 

@@ -1,9 +1,11 @@
 #include "catalogue/ConsumableCode.h"
 #include "commands/Commands.h"
+#include "common/bus/BusConnection.h"
 #include "common/cli/CommandLine.h"
 #include "common/cli/CommandOptions.h"
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
+#include "common/support/HumanReadable.h"
 #include "weld/WeldPublisher.h"
 #include "weld/WeldSource.h"
 
@@ -27,6 +29,8 @@ struct Options
     WeldPublisher::Settings publisher;
     WeldSetup setup;
     std::string ledger;
+    std::string output;
+    bool force = false;
 };
 
 void replay(BusConnection& bus, SampleSource& samples, WeldPublisher& publisher, const Options& options)
@@ -71,7 +75,7 @@ int awaitListener(BusConnection& bus, const LatencyTracker& ledger)
     return kSuccess;
 }
 
-/// Whatever ends the command ends the listener's wait, too.
+/// Ends the wait of the listener, however the command ends.
 class LedgerEnd
 {
 public:
@@ -91,14 +95,69 @@ private:
     LatencyTracker& m_ledger;
 };
 
+void reportResult(const WeldPublisher& publisher, const char* what)
+{
+    printStatus(std::string(what) + printNumber(publisher.welds(), "weld") + " with " +
+                printNumber(publisher.samples(), "sample"));
+    if (publisher.late() > 0) {
+        printStatus("the replay is late by " + std::to_string(publisher.late() / kMillisecond) + " ms");
+    }
+}
+
+/// \return an exit code
+int finish(WeldSource& source, const WeldPublisher& publisher, const BusConnection& bus)
+{
+    const int result = source.finish();
+    if (result == kSuccess && publisher.welds() == 0 && !bus.stopping()) {
+        printError("no weld found: the current never exceeded --threshold");
+        return kWrongInput;
+    }
+    return result;
+}
+
+/// Writes a recording instead of publishing.
+int convert(const Options& options)
+{
+    BusConnection bus(BusConnection::Output::Unused, BusConnection::Interruption::Aborts);
+    WeldSource source(options.source, [&bus](int fd) { return bus.awaitInput(fd); });
+    if (const int opened = source.open(); opened != kSuccess) {
+        return bus.finish(opened);
+    }
+    RecordingSink sink(bus);
+    if (!sink.open(options.output, options.force)) {
+        return bus.finish(kOutputFailure);
+    }
+    LatencyTracker closed;
+    WeldPublisher::Settings settings = options.publisher;
+    settings.speed = 0.0;
+    WeldPublisher publisher(sink, source.samples(), closed, options.setup, settings);
+    replay(bus, source.samples(), publisher, options);
+    int result = finish(source, publisher, bus);
+    if (!bus.stopping() && publisher.welds() != 0) {
+        if (!sink.finish()) {
+            return bus.finish(kOutputFailure);
+        }
+        reportResult(publisher, "wrote ");
+    }
+    result = bus.finish(result);
+    return result;
+}
+
 int weld(const Options& options)
 {
+    if (options.bus.path.empty() == options.output.empty()) {
+        printError("either PATH or -o FILE is required");
+        return kWrongUsage;
+    }
+    if (!options.output.empty()) {
+        return convert(options);
+    }
     LatencyTracker ledger;
     if (!options.ledger.empty() && !ledger.open(options.ledger, LatencyTracker::Role::Publisher)) {
         return kOutputFailure;
     }
     LedgerEnd ledgerEnd(ledger);
-    // Samples are 20 microseconds apart, and the kernel would by itself sleep 50 longer than asked.
+    // Samples can be 20 microseconds apart. By default, the kernel sleeps up to 50 longer than requested.
     prctl(PR_SET_TIMERSLACK, 1UL);
 
     BusConnection bus(BusConnection::Output::Unused, BusConnection::Interruption::Aborts);
@@ -113,20 +172,12 @@ int weld(const Options& options)
     if (result != kSuccess) {
         return bus.finish(result);
     }
-    WeldPublisher publisher(bus, source.samples(), ledger, options.setup, options.publisher);
+    BusSink sink(bus);
+    WeldPublisher publisher(sink, source.samples(), ledger, options.setup, options.publisher);
     replay(bus, source.samples(), publisher, options);
     ledgerEnd.finish();
-    result = source.finish();
-    if (result == kSuccess && publisher.welds() == 0 && !bus.stopping()) {
-        printError("no weld found: the current never exceeded --threshold");
-        result = kWrongInput;
-    }
-    result = bus.finish(result);
-    printStatus("published " + std::to_string(publisher.welds()) + " welds with " +
-                std::to_string(publisher.samples()) + " samples");
-    if (publisher.late() > 0) {
-        printStatus("the replay is late by " + std::to_string(publisher.late() / kMillisecond) + " ms");
-    }
+    result = bus.finish(finish(source, publisher, bus));
+    reportResult(publisher, "published ");
     return result;
 }
 
@@ -176,7 +227,8 @@ void addRecordingOptions(Command& command, Options& options)
     add("--period-us", options.source.periodMicroseconds, "Time between rows (µs), without --time")
         .within(1.0, 1e9)
         .excludes("--time");
-    add("--group", recording.group, "Column whose value changes with each new weld").typeName("COLUMN");
+    add("--group", recording.group, "Column whose value changes with each new weld; -o keeps its values")
+        .typeName("COLUMN");
     add("--delimiter", recording.delimiter, "Field separator").showDefault();
 }
 
@@ -253,7 +305,10 @@ void addWeldCommand(CommandLine& line)
     auto options = std::make_shared<Options>();
     Command command(line, "weld",
                     "Simulate a power source: publish the welds of a CSV file, or simulated ones");
-    addBusOptions(command, options->bus);
+    addBusOptions(command, options->bus, false);
+    command.option("-o,--output", options->output, "Write a recording to FILE instead of publishing on PATH")
+        .typeName("FILE");
+    command.flag("--force", options->force, "Overwrite an existing file").needs("--output");
     addRecordingOptions(command, *options);
     addReplayOptions(command, *options);
     addSetupOptions(command, options->setup);
@@ -262,7 +317,10 @@ void addWeldCommand(CommandLine& line)
         "telvane weld /tmp/bus --welds 3 --duration 5\n"
         "# a CSV file, ten times faster\n"
         "telvane weld /tmp/bus --csv robot.csv --amps current_A --volts voltage_V --period-us 500 \\\n"
-        "    --speed 10\n");
+        "    --speed 10\n"
+        "# convert a CSV file to a recording; the weld number is kept with each weld\n"
+        "telvane weld -o robot.jsonl --csv robot.csv --amps current_A --volts voltage_V --time t --group "
+        "weld\n");
     command.run([options, command] {
         if (options->source.recording.path.empty() && !command.given("--set-volts")) {
             options->setup.setVolts = SimulatedWeld::kSetVolts;

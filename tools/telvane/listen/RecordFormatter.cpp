@@ -31,6 +31,19 @@ std::string unixTime(Nanoseconds moment)
     return text;
 }
 
+/// \return the text as a CSV field, in quotes if necessary
+std::string csvText(const std::string& text)
+{
+    if (text.find_first_of(",\"\r\n") == std::string::npos) {
+        return text;
+    }
+    std::string quoted = "\"";
+    for (const char character : text) {
+        quoted += character == '"' ? "\"\"" : std::string(1, character);
+    }
+    return quoted + "\"";
+}
+
 /// One element of a format: a conversion, with its path if it is "%{path}", or a character.
 struct Element
 {
@@ -90,12 +103,15 @@ std::string RecordFormatter::print(const Arrival& arrival)
     const bool wantsNames = m_settings.names && arrival.recordClass != nullptr;
     JsonTree tree;
     std::string error;
-    if (wantsFields || wantsNames || !m_settings.filters.empty()) {
-        tree = parseJson(arrival.record.text(), error);
+    if (wantsFields || wantsNames || !m_settings.filters.empty() || !m_settings.csvFields.empty()) {
+        tree = parseJson(arrival.payload, error);
     }
     if (!std::all_of(m_settings.filters.begin(), m_settings.filters.end(),
                      [&tree](const FieldFilter& filter) { return filter.accepts(tree.get()); })) {
         return {};
+    }
+    if (!m_settings.csvFields.empty()) {
+        return printCsv(arrival, tree.get());
     }
     if (wantsNames) {
         addConsumableNames(tree.get(), arrival.recordClass->table());
@@ -105,9 +121,31 @@ std::string RecordFormatter::print(const Arrival& arrival)
     const auto [last, isFirst] = m_lastOfChannel.try_emplace(arrival.channel, arrival.time);
     const Nanoseconds channelDelta = arrival.time - last->second;
     last->second = arrival.time;
-    const std::string& payload = wantsNames ? printJson(tree.get()) : arrival.record.text();
+    const std::string& payload = wantsNames ? printJson(tree.get()) : arrival.payload;
     return m_settings.format.empty() ? printJsonLine(arrival, payload, delta)
                                      : printFormat(arrival, payload, tree.get(), delta, channelDelta);
+}
+
+std::string RecordFormatter::heading() const
+{
+    if (m_settings.csvFields.empty()) {
+        return {};
+    }
+    std::string line = "time,channel,sequence";
+    for (const std::string& field : m_settings.csvFields) {
+        line += "," + csvText(field);
+    }
+    return line + "\n";
+}
+
+std::string RecordFormatter::printCsv(const Arrival& arrival, const cJSON* tree) const
+{
+    std::string line =
+        printMoment(arrival.moment) + "," + arrival.channel + "," + std::to_string(arrival.sequence);
+    for (const std::string& field : m_settings.csvFields) {
+        line += "," + csvText(fieldText(findField(tree, field)));
+    }
+    return line + "\n";
 }
 
 std::string RecordFormatter::printJsonLine(const Arrival& arrival, const std::string& payload,

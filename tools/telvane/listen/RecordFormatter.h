@@ -1,9 +1,10 @@
 #pragma once
 
-#include "common/bus/DecodedRecord.h"
 #include "common/support/Clock.h"
 #include "common/support/Json.h"
 #include "listen/FieldFilter.h"
+
+#include <Telvane/RecordCatalogue.h>
 
 #include <map>
 #include <string>
@@ -18,7 +19,8 @@ class RecordFormatter
 public:
     struct Settings
     {
-        std::string format; ///< see kFormatHelp; empty for JSON
+        std::string format;                 ///< see kFormatHelp; empty for JSON
+        std::vector<std::string> csvFields; ///< fields to print as CSV; empty for JSON
         bool pretty = false;
         bool names = false;               ///< add the names of consumable codes
         bool delta = false;               ///< add the time since the previous record
@@ -27,11 +29,14 @@ public:
 
     explicit RecordFormatter(Settings settings) : m_settings(std::move(settings)) {}
 
+    /// \return the line before the first record; empty if there is none
+    std::string heading() const;
+
     struct Arrival
     {
         const std::string& channel;
         int sequence;
-        const DecodedRecord& record;
+        const std::string& payload;              ///< JSON text of an object
         const Telvane::RecordClass* recordClass; ///< null if the channel has no class
         Nanoseconds moment;                      ///< arrival, ns since the Unix epoch
         Nanoseconds time;                        ///< arrival on the monotonic clock
@@ -41,6 +46,7 @@ public:
     std::string print(const Arrival& arrival);
 
 private:
+    std::string printCsv(const Arrival& arrival, const cJSON* tree) const;
     std::string printJsonLine(const Arrival& arrival, const std::string& payload, Nanoseconds delta) const;
     std::string printFormat(const Arrival& arrival, const std::string& payload, const cJSON* tree,
                             Nanoseconds delta, Nanoseconds channelDelta) const;

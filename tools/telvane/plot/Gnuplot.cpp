@@ -6,6 +6,7 @@
 
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
+#include "common/support/FileDescriptor.h"
 
 #include <array>
 #include <cerrno>
@@ -16,7 +17,6 @@
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <utility>
 
 extern char** environ;
 
@@ -29,26 +29,6 @@ namespace
 /// The exit code of a child that could not start its program, where posix_spawn() cannot report it: without
 /// memory shared with the child, as under an emulator.
 constexpr int kNotStarted = 127;
-
-class Descriptor
-{
-public:
-    explicit Descriptor(int fd = -1) : m_fd(fd) {}
-    ~Descriptor() { reset(); }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    void reset(int fd = -1)
-    {
-        if (m_fd >= 0) {
-            close(m_fd);
-        }
-        m_fd = fd;
-    }
-    int get() const { return m_fd; }
-
-private:
-    int m_fd;
-};
 
 /// \return an error number
 int start(int input, int output, int errors, pid_t& process)
@@ -108,20 +88,20 @@ std::string reasonIn(std::string messages)
 
 int runGnuplot(const std::string& script, std::string& output)
 {
-    const Descriptor input(memfd_create("script", MFD_CLOEXEC));
-    const Descriptor errors(memfd_create("errors", MFD_CLOEXEC));
+    const FileDescriptor input(memfd_create("script", MFD_CLOEXEC));
+    const FileDescriptor errors(memfd_create("errors", MFD_CLOEXEC));
     int ends[2] = {-1, -1};
     if (input.get() < 0 || errors.get() < 0 || writeFully(input.get(), script) != 0 ||
         lseek(input.get(), 0, SEEK_SET) != 0 || pipe2(ends, O_CLOEXEC) != 0) {
         return reportStartFailure(errno);
     }
-    const Descriptor pipe(ends[0]);
-    Descriptor writeEnd(ends[1]);
+    const FileDescriptor pipe(ends[0]);
+    FileDescriptor writeEnd(ends[1]);
     pid_t process = 0;
     if (const int error = start(input.get(), writeEnd.get(), errors.get(), process); error != 0) {
         return reportStartFailure(error);
     }
-    writeEnd.reset();
+    writeEnd = FileDescriptor();
     output = readAll(pipe.get());
     int status = 0;
     while (waitpid(process, &status, 0) < 0 && errno == EINTR) {

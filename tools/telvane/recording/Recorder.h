@@ -1,9 +1,10 @@
 #pragma once
 
-#include "common/bus/BusConnection.h"
+#include "common/support/Clock.h"
 #include "recording/PreTriggerBuffer.h"
 #include "recording/RecordingWriter.h"
 
+#include <map>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -11,63 +12,83 @@
 namespace TelvaneTool
 {
 
-/// Brings what arrives into a recording: all of it, or what was around a trigger.
+/// Takes messages as they arrive and writes them to a recording: all of them, or those around a trigger.
 ///
-/// take() is for the receiver thread, all else for the main thread.
+/// take() and addMissed() are for the receiver thread, everything else is for the main thread. In between is a
+/// queue of limited size, so that a slow disk does not slow down the receiver.
 class Recorder
 {
 public:
     struct Settings
     {
         RecordingWriter::Settings output;
-        Nanoseconds keep = 0; ///< keep this much in memory and write on a trigger only; 0 writes everything
-        std::uint64_t mostKept = 0; ///< bytes
-        Nanoseconds after = 0;      ///< how long to go on after a trigger
-        std::string trigger;        ///< channel whose records are triggers; empty for none
-        std::uint64_t count = 0;    ///< take no more than so many records; 0 takes all
+        Nanoseconds keep = 0;      ///< keep so much in memory and write it on a trigger; 0 writes everything
+        std::uint64_t maxKept = 0; ///< maximum size of what is kept, bytes
+        Nanoseconds after = 0;     ///< how long to continue after a trigger
+        std::string trigger;       ///< channel whose messages are triggers; empty for none
+        std::uint64_t count = 0;   ///< number of messages to take; 0 for no limit
+        std::uint64_t maxQueued = 64 * 1024 * 1024; ///< bytes
     };
 
     Recorder(Settings settings, RecordingHeader header);
 
-    /// Opens the file, unless there is only one to be when something has happened.
-    bool open() { return m_ring.has_value() || m_writer.open(m_header); }
+    /// Opens the file, unless files are only written on a trigger.
+    bool open() { return m_buffer.has_value() || m_writer.open(m_header); }
 
     void take(const std::string& channel, int sequence, std::string_view payload);
 
-    /// Writes what has arrived.
-    /// \param triggered somebody wants what is kept in memory
-    /// \return false after a complaint
-    bool write(bool triggered);
+    /// Notes that messages did not arrive.
+    /// \param from, to  when they were sent at the earliest and at the latest, on the monotonic clock
+    void addMissed(const std::string& channel, std::uint64_t count, Nanoseconds from, Nanoseconds to);
 
-    /// Writes the rest and closes.
-    bool finish();
+    /// Writes the queued messages.
+    /// \param reason  a trigger from outside, for the user; empty for none
+    /// \return false if it fails, after printing the reason
+    bool write(const std::string& reason = {});
 
-    /// \return true when all records that were wanted have been taken
+    /// Writes the rest and closes the file.
+    /// \param reason  as for write(); ignored if nothing is kept
+    bool finish(const std::string& reason = {});
+
+    /// \return true if the requested number of messages has been taken
     bool complete();
 
-    std::uint64_t records() const { return m_records; } ///< taken by write()
+    /// \return messages missed so far, by channel
+    std::map<std::string, std::uint64_t> missed();
+
     const RecordingWriter& writer() const { return m_writer; }
-    bool keeps() const { return m_ring.has_value(); }
 
 private:
     bool writeLines(std::string_view lines);
-    bool writeLine(std::string_view line, Nanoseconds time);
+    bool writeLine(std::string_view line, const RecordedMessage& message);
+    bool trigger(const std::string& reason, Nanoseconds time);
     bool begin();
     bool endAfter(Nanoseconds time);
+    void append(const RecordedMessage& message);
+    void noteDropped();
 
     const Settings m_settings;
     const RecordingHeader m_header;
     const Nanoseconds m_origin; ///< RecordingHeader::started on the monotonic clock
     RecordingWriter m_writer;
-    std::optional<PreTriggerBuffer> m_ring;
+    std::optional<PreTriggerBuffer> m_buffer;
     RecordingLineReader m_reader;
-    Nanoseconds m_until = -1;    ///< end of the time after the last trigger
-    std::uint64_t m_records = 0; ///< used by the main thread only
+    Nanoseconds m_until = -1; ///< end of the time after the last trigger
     std::string m_batch;
 
+    struct Dropped
+    {
+        std::uint64_t count = 0;
+        Nanoseconds from = 0;
+        Nanoseconds to = 0;
+    };
+
     std::mutex m_lock;
-    std::string m_arrived;
+    std::string m_queue;
     std::uint64_t m_taken = 0;
+    Nanoseconds m_lastTime = 0;
+    std::map<std::string, Dropped> m_dropped; ///< while the queue is full
+    std::map<std::string, std::uint64_t> m_missed;
 };
 
 } // namespace TelvaneTool

@@ -29,6 +29,7 @@ bool RecordingReader::open(const std::string& path, TextLines::Waiter waiter)
         return false;
     }
     m_bytes = line.size() + 1;
+    m_size = m_lines.compressed() ? 0 : m_size;
     std::string error;
     if (!readHeader(std::string(line), m_header, error)) {
         printError(m_path + ": " + error);

@@ -2,6 +2,7 @@
 
 #include "common/support/HumanReadable.h"
 #include "common/support/Json.h"
+#include "common/support/Saturating.h"
 #include "common/support/Table.h"
 
 #include <algorithm>
@@ -12,8 +13,8 @@ namespace TelvaneTool
 namespace
 {
 
-constexpr int kSequences = 65536;  ///< numbers of the server, which begin anew behind the last
-constexpr int kMaxSkipped = 32768; ///< a longer step is one back: the server was started anew
+constexpr int kSequences = 65536;  ///< sequence numbers of the server, which then start again at 0
+constexpr int kMaxSkipped = 32768; ///< a larger step means that the server was restarted
 
 double perSecond(double amount, Nanoseconds span)
 {
@@ -24,10 +25,14 @@ double perSecond(double amount, Nanoseconds span)
 
 void RecordingSummary::count(Channel& channel, const RecordedMessage& message)
 {
+    if (message.missed != 0) {
+        channel.missed = addSaturated(channel.missed, message.missed);
+        return;
+    }
     if (channel.count++ == 0) {
         channel.first = message.time;
     } else {
-        channel.longestPause = std::max(channel.longestPause, message.time - channel.last);
+        channel.longestPause = std::max(channel.longestPause, subtractSaturated(message.time, channel.last));
     }
     channel.last = message.time;
     channel.bytes += message.payload.size();
@@ -35,23 +40,37 @@ void RecordingSummary::count(Channel& channel, const RecordedMessage& message)
 
 double RecordingSummary::rate(const Channel& channel)
 {
-    // So many messages have so many intervals less one.
-    return channel.count > 1 ? perSecond(static_cast<double>(channel.count - 1), channel.last - channel.first)
+    // There is one interval less than messages.
+    return channel.count > 1 ? perSecond(static_cast<double>(channel.count - 1),
+                                         subtractSaturated(channel.last, channel.first))
                              : 0.0;
+}
+
+Nanoseconds RecordingSummary::span() const
+{
+    return subtractSaturated(m_total.last, m_total.first);
+}
+
+void RecordingSummary::countGaps(int sequence)
+{
+    const std::int64_t difference = std::int64_t(sequence) - m_lastSequence;
+    const auto step = static_cast<int>((difference % kSequences + kSequences) % kSequences);
+    if (step == 0 || step > kMaxSkipped) {
+        ++m_restarts;
+    } else if (step > 1) {
+        ++m_gaps;
+        m_missing += static_cast<std::uint64_t>(step - 1);
+    }
 }
 
 void RecordingSummary::add(const RecordedMessage& message)
 {
-    if (m_total.count != 0) {
-        const int step = (message.sequence - m_lastSequence + kSequences) % kSequences;
-        if (step == 0 || step > kMaxSkipped) {
-            ++m_restarts;
-        } else if (step > 1) {
-            ++m_gaps;
-            m_missing += static_cast<std::uint64_t>(step - 1);
+    if (message.missed == 0) {
+        if (m_total.count != 0) {
+            countGaps(message.sequence);
         }
+        m_lastSequence = message.sequence;
     }
-    m_lastSequence = message.sequence;
     count(m_total, message);
     const auto found = m_channels.find(message.channel);
     count(found != m_channels.end() ? found->second : m_channels[std::string(message.channel)], message);
@@ -65,54 +84,59 @@ std::string RecordingSummary::text(const File& file) const
     }
     text += "\nserver    " + file.header.server + "\n";
     if (m_total.count != 0) {
-        text += "from      " + printMoment(file.header.started + m_total.first) + "\n" + "until     " +
-                printMoment(file.header.started + m_total.last) + " (" + printSpan(span()) + ")\n";
+        text += "from      " + printMoment(addSaturated(file.header.started, m_total.first)) +
+                "\nuntil     " + printMoment(addSaturated(file.header.started, m_total.last)) + " (" +
+                printSpan(span()) + ")\n";
     }
-    text += "records   " + std::to_string(m_total.count) + " on " + std::to_string(m_channels.size()) +
-            " channels, " + printCount(rate(m_total)) + "/s\n";
+    text += "records   " + std::to_string(m_total.count) + " on " +
+            printNumber(m_channels.size(), "channel") + ", " + printCount(rate(m_total)) + "/s\n";
+    if (m_total.missed != 0) {
+        text += "missed    " + printNumber(m_total.missed, "record") + "\n";
+    }
     text += "sequence  ";
-    if (m_gaps == 0) {
-        text += "without gaps";
-    } else {
-        text += std::to_string(m_gaps) + " gaps, " + std::to_string(m_missing) +
-                " numbers are not here: of other channels, of subscriptions, or lost";
-    }
+    text += m_gaps == 0 ? "without gaps"
+                        : printNumber(m_gaps, "gap") + ", " + printNumber(m_missing, "number") +
+                              " of other channels, of subscriptions, or missed";
     if (m_restarts != 0) {
-        text += "; begins anew " + std::to_string(m_restarts) + " times";
+        text += "; restarted " + printNumber(m_restarts, "time");
     }
     text += "\n";
     if (file.tornBytes != 0) {
-        text += "torn end  " + std::to_string(file.tornBytes) + " bytes of a last line\n";
+        text += "torn end  " + printNumber(file.tornBytes, "byte") + "\n";
     }
     if (file.damagedLines != 0) {
-        text += "damaged   " + std::to_string(file.damagedLines) + " lines are no records\n";
+        text += "damaged   " + printNumber(file.damagedLines, "line") + "\n";
     }
-    Table table({{"channel"}, {"records", true}, {"rate/s", true}, {"bytes", true}, {"longest pause", true}});
+    Table table({{"channel"},
+                 {"records", true},
+                 {"missed", true},
+                 {"rate/s", true},
+                 {"bytes", true},
+                 {"longest pause", true}});
     for (const auto& [name, channel] : m_channels) {
-        table.add({name, std::to_string(channel.count), printCount(rate(channel)),
-                   printBytes(static_cast<double>(channel.bytes)),
+        table.add({name, std::to_string(channel.count), std::to_string(channel.missed),
+                   printCount(rate(channel)), printBytes(static_cast<double>(channel.bytes)),
                    channel.count > 1 ? printSpan(channel.longestPause) : "-"});
     }
     text += "\n" + table.print();
     return text;
 }
 
-std::string RecordingSummary::json(const File& file) const
+JsonTree RecordingSummary::json(const File& file) const
 {
-    const JsonTree tree(cJSON_CreateObject());
+    JsonTree tree(cJSON_CreateObject());
     addText(tree.get(), "file", file.path);
     addNumber(tree.get(), "bytes", file.bytes);
     addNumber(tree.get(), "part", file.header.part);
     addText(tree.get(), "server", file.header.server);
     addText(tree.get(), "started", printMoment(file.header.started));
     if (m_total.count != 0) {
-        const std::string first = printMoment(file.header.started + m_total.first);
-        const std::string last = printMoment(file.header.started + m_total.last);
-        addText(tree.get(), "from", first);
-        addText(tree.get(), "until", last);
+        addText(tree.get(), "from", printMoment(addSaturated(file.header.started, m_total.first)));
+        addText(tree.get(), "until", printMoment(addSaturated(file.header.started, m_total.last)));
     }
     addNumber(tree.get(), "seconds", inSeconds(span()));
     addNumber(tree.get(), "records", m_total.count);
+    addNumber(tree.get(), "missed", m_total.missed);
     addNumber(tree.get(), "rate", rate(m_total));
     addNumber(tree.get(), "sequenceGaps", m_gaps);
     addNumber(tree.get(), "sequencesMissing", m_missing);
@@ -124,14 +148,15 @@ std::string RecordingSummary::json(const File& file) const
         cJSON* const item = cJSON_CreateObject();
         addText(item, "channel", name);
         addNumber(item, "records", channel.count);
+        addNumber(item, "missed", channel.missed);
         addNumber(item, "rate", rate(channel));
         addNumber(item, "bytes", channel.bytes);
-        addNumber(item, "firstSeconds", inSeconds(channel.first - m_total.first));
-        addNumber(item, "lastSeconds", inSeconds(channel.last - m_total.first));
+        addNumber(item, "firstSeconds", inSeconds(subtractSaturated(channel.first, m_total.first)));
+        addNumber(item, "lastSeconds", inSeconds(subtractSaturated(channel.last, m_total.first)));
         addNumber(item, "longestPauseSeconds", inSeconds(channel.longestPause));
         cJSON_AddItemToArray(channels, item);
     }
-    return printJson(tree.get()) + "\n";
+    return tree;
 }
 
 } // namespace TelvaneTool

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "common/support/Json.h"
 #include "recording/RecordingLine.h"
 
 #include <cstdint>
@@ -9,13 +10,13 @@
 namespace TelvaneTool
 {
 
-/// What a recording holds, in numbers.
+/// Counts the messages of a recording.
 class RecordingSummary
 {
 public:
     void add(const RecordedMessage& message);
 
-    /// What is known of the file besides its messages.
+    /// The file without its messages.
     struct File
     {
         std::string path;
@@ -25,7 +26,7 @@ public:
         std::uint64_t damagedLines = 0;
     };
     std::string text(const File& file) const;
-    std::string json(const File& file) const;
+    JsonTree json(const File& file) const;
 
 private:
     struct Channel
@@ -35,9 +36,11 @@ private:
         Nanoseconds first = 0;
         Nanoseconds last = 0;
         Nanoseconds longestPause = 0;
+        std::uint64_t missed = 0; ///< by the notes of the recorder
     };
 
-    Nanoseconds span() const { return m_total.count != 0 ? m_total.last - m_total.first : 0; }
+    Nanoseconds span() const;
+    void countGaps(int sequence);
     static void count(Channel& channel, const RecordedMessage& message);
     static double rate(const Channel& channel);
 
@@ -45,7 +48,7 @@ private:
     Channel m_total;
     int m_lastSequence = 0;
     std::uint64_t m_gaps = 0;
-    std::uint64_t m_missing = 0; ///< numbers that no message has
+    std::uint64_t m_missing = 0; ///< sequence numbers that no message has
     std::uint64_t m_restarts = 0;
 };
 

@@ -1,17 +1,20 @@
-// A recording is wanted most when something has gone wrong, also with the recorder's machine: so there is no
-// index and no footer, a file is complete with each line, and one that cannot be written on is cut back to its
-// last whole line.
+// A recording matters most when something goes wrong, even with the machine of the recorder. So there is no index
+// and no footer: the file is complete after each line. If the disk is full, the file is cut back to its last whole
+// line.
 
 #include "recording/RecordingWriter.h"
 
-#include "common/bus/BusConnection.h"
 #include "common/cli/Messages.h"
+#include "common/support/Clock.h"
+#include "common/support/OutputFile.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <unistd.h>
+#include <utility>
 
 namespace TelvaneTool
 {
@@ -22,6 +25,20 @@ namespace
 constexpr std::size_t kMaxPending = 262144;
 constexpr Nanoseconds kSyncPeriod = kSecond;
 constexpr int kMaxFiles = 1'000'000;
+
+/// \return number of messages, without the first line and notes
+std::uint64_t countRecords(std::string_view lines)
+{
+    std::uint64_t count = 0;
+    RecordingLineReader reader;
+    RecordedMessage message;
+    while (!lines.empty()) {
+        const std::string_view line = lines.substr(0, lines.find('\n'));
+        lines.remove_prefix(line.size() + 1);
+        count += reader.read(line, message) && message.missed == 0 ? 1 : 0;
+    }
+    return count;
+}
 
 } // namespace
 
@@ -34,100 +51,150 @@ std::string RecordingWriter::numberedPath(int number) const
 {
     const std::string& path = m_settings.path;
     const std::size_t name = path.find_last_of('/') + 1; // npos + 1 is 0
-    std::size_t dot = path.find_last_of('.');
+    const std::size_t end = path.size() - compressionSuffix(path).size();
+    std::size_t dot = path.find_last_of('.', end - 1);
     if (dot == std::string::npos || dot <= name) {
-        dot = path.size();
+        dot = end;
     }
     char digits[16];
     std::snprintf(digits, sizeof digits, "-%04d", number);
     return path.substr(0, dot) + digits + path.substr(dot);
 }
 
-bool RecordingWriter::openFile(const std::string& path, int& error)
+std::string RecordingWriter::encode(std::string_view lines, bool last)
 {
-    const int flags = O_WRONLY | O_CREAT | O_CLOEXEC | (m_settings.replace ? O_TRUNC : O_EXCL);
-    m_fd = ::open(path.c_str(), flags, 0666);
-    error = m_fd < 0 ? errno : 0;
+    return m_compressor != nullptr ? m_compressor->compress(lines, last) : std::string(lines);
+}
+
+/// Opens a file and writes its first line.
+/// \return 0 or an error number
+int RecordingWriter::openFile(const std::string& path)
+{
     m_path = path;
-    return m_fd >= 0;
+    m_compressor = makeCompressor(m_settings.compression);
+    const std::string header = encode(printHeader(m_header), false);
+    int error = 0;
+    if (m_settings.replace && path != "-") {
+        // The old file stays complete for those who have it open.
+        OutputFile file;
+        error = file.open(path);
+        error = error == 0 ? file.write(header) : error;
+        error = error == 0 ? file.publish() : error;
+        m_fd = error == 0 ? file.release() : -1;
+    } else {
+        m_fd =
+            path == "-" ? STDOUT_FILENO : ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+        error = m_fd < 0 ? errno : writeFully(m_fd, header);
+        if (error != 0 && m_fd > STDOUT_FILENO) {
+            ::close(m_fd);
+            unlink(path.c_str());
+        }
+        m_fd = error == 0 ? m_fd : -1;
+    }
+    m_writtenBytes = header.size();
+    return error;
 }
 
 bool RecordingWriter::open(const RecordingHeader& header)
 {
     int error = 0;
     m_header = header;
-    m_header.part = ++m_files;
-    if (m_settings.path == "-") {
-        m_fd = STDOUT_FILENO;
-        m_path = "standard output";
-    } else if (m_settings.numbered) {
-        // After a restart the numbers go on behind the files that are there.
+    m_header.part = m_files + 1;
+    if (m_settings.numbered) {
+        // After a restart, the numbers continue after those of the existing files.
         do {
             ++m_number;
-        } while (!openFile(numberedPath(m_number), error) && error == EEXIST && m_number < kMaxFiles);
+            error = openFile(numberedPath(m_number));
+        } while (error == EEXIST && m_number < kMaxFiles);
     } else {
-        openFile(m_settings.path, error);
+        error = openFile(m_settings.path);
     }
-    if (m_fd < 0) {
-        printError(error == EEXIST ? m_path + " is there already; it is left alone (--force replaces it)"
+    if (m_path == "-") {
+        m_path = "standard output";
+    }
+    if (error != 0) {
+        printError(error == EEXIST ? m_path + " exists; use --force to replace it"
                                    : "cannot write " + m_path + ": " + std::strerror(error));
         return false;
     }
-    m_pending = printHeader(m_header);
-    m_fileBytes = m_pending.size();
-    m_written = 0;
+    ++m_files;
+    m_fileBytes = m_writtenBytes;
+    m_totalBytes += m_writtenBytes;
     m_firstTime = -1;
-    return flush();
+    m_syncTime = 0;
+    return true;
 }
 
-bool RecordingWriter::add(std::string_view lines, Nanoseconds time)
+bool RecordingWriter::add(std::string_view line, const RecordedMessage& message)
 {
     const bool begun = m_firstTime >= 0;
-    if (begun && ((m_settings.splitSize != 0 && m_fileBytes + lines.size() > m_settings.splitSize) ||
-                  (m_settings.splitAfter != 0 && time - m_firstTime >= m_settings.splitAfter))) {
+    if (begun && ((m_settings.splitSize != 0 && m_fileBytes + line.size() > m_settings.splitSize) ||
+                  (m_settings.splitAfter != 0 && message.time - m_firstTime >= m_settings.splitAfter))) {
         if (!close() || !open(m_header)) {
             return false;
         }
     }
     if (m_firstTime < 0) {
-        m_firstTime = time;
+        m_firstTime = message.time;
     }
-    m_pending.append(lines);
-    m_fileBytes += lines.size();
+    m_pending.append(line);
+    m_fileBytes += line.size();
+    m_pendingRecords += message.missed == 0 ? 1 : 0;
+    m_missed += message.missed;
     return m_pending.size() < kMaxPending || write();
 }
 
-bool RecordingWriter::write()
+bool RecordingWriter::write(bool last)
 {
-    std::string_view rest = m_pending;
-    while (!rest.empty()) {
-        const ssize_t size = ::write(m_fd, rest.data(), rest.size());
-        if (size < 0 && errno == EINTR) {
-            continue;
-        }
-        if (size < 0) {
-            return fail(errno, rest.size() != m_pending.size());
-        }
-        rest.remove_prefix(static_cast<std::size_t>(size));
+    if (m_pending.empty() && !last) {
+        return true;
     }
-    m_written += m_pending.size();
-    m_totalBytes += m_pending.size();
+    if (!writeData(encode(m_pending, last))) {
+        return false;
+    }
+    m_records += std::exchange(m_pendingRecords, 0);
     m_pending.clear();
+    m_fileBytes = m_writtenBytes;
     return true;
 }
 
-bool RecordingWriter::fail(int error, bool torn)
+bool RecordingWriter::writeData(std::string_view data)
+{
+    std::string_view rest = data;
+    while (!rest.empty()) {
+        const ssize_t size = ::write(m_fd, rest.data(), rest.size());
+        if (size < 0 && errno != EINTR) {
+            return fail(errno, data.size() - rest.size());
+        }
+        rest.remove_prefix(size > 0 ? static_cast<std::size_t>(size) : 0);
+    }
+    m_writtenBytes += data.size();
+    m_totalBytes += data.size();
+    return true;
+}
+
+/// \param written  bytes of the data that were written before the error
+bool RecordingWriter::fail(int error, std::uint64_t written)
 {
     printError("cannot write " + m_path + ": " + std::strerror(error));
+    // Compressed data can only be cut at the end of the last flush.
+    const std::string_view kept =
+        m_compressor != nullptr
+            ? std::string_view()
+            : std::string_view(m_pending).substr(0, std::string_view(m_pending).rfind('\n', written - 1) + 1);
+    const std::string_view whole = written == 0 ? std::string_view() : kept;
+    m_records += countRecords(whole);
+    m_totalBytes += whole.size();
     if (m_fd != STDOUT_FILENO) {
-        // What was written of the last piece may end in the middle of a line.
-        if (torn && ftruncate(m_fd, static_cast<off_t>(m_written)) != 0) {
-            printError("the end of " + m_path + " may be torn");
+        if (written != whole.size() &&
+            ftruncate(m_fd, static_cast<off_t>(m_writtenBytes + whole.size())) != 0) {
+            printError("the last line of " + m_path + " may be incomplete");
         }
         ::close(m_fd);
     }
     m_fd = -1;
     m_pending.clear();
+    m_pendingRecords = 0;
     return false;
 }
 
@@ -137,13 +204,13 @@ bool RecordingWriter::flush()
         return true;
     }
     const bool written = !m_pending.empty();
-    if (written && !write()) {
+    if (!write()) {
         return false;
     }
     const Nanoseconds now = monotonicNow();
-    if (written && m_fd != STDOUT_FILENO && now - m_synced >= kSyncPeriod) {
-        fdatasync(m_fd); // where a file cannot be synchronised, as in a pipe, there is nothing to lose
-        m_synced = now;
+    if (written && m_fd != STDOUT_FILENO && now - m_syncTime >= kSyncPeriod) {
+        fdatasync(m_fd); // a pipe, which cannot be synchronised, has nothing to lose
+        m_syncTime = now;
     }
     return true;
 }
@@ -153,11 +220,10 @@ bool RecordingWriter::close()
     if (m_fd < 0) {
         return true;
     }
-    if (!write()) {
+    if (!write(true)) {
         return false;
     }
-    const int fd = m_fd;
-    m_fd = -1;
+    const int fd = std::exchange(m_fd, -1);
     if (fd == STDOUT_FILENO) {
         return true;
     }

@@ -1,28 +1,31 @@
 #pragma once
 
+#include "common/support/Compression.h"
 #include "recording/RecordingLine.h"
 
 #include <cstdint>
+#include <memory>
 #include <string>
 
 namespace TelvaneTool
 {
 
-/// Writes recordings, whole lines at a time, into one file or, numbered, into several.
+/// Writes a recording into one file or into several numbered files, always in whole lines.
 ///
-/// Lines are collected for as long as the caller does not flush(), at most some hundred kilobytes, and go out
-/// in one write, so that whoever ends the process leaves whole lines. What flush() has written reaches the
-/// disk within a second and at the latest with close().
+/// Lines are collected until the caller calls flush(), up to some hundred kilobytes, and written at once. So if
+/// the process is killed, the file ends with a whole line. What flush() has written is on the disk within a
+/// second, and at the latest after close().
 class RecordingWriter
 {
 public:
     struct Settings
     {
         std::string path;            ///< "-" for standard output
-        bool replace = false;        ///< what is there already
-        bool numbered = false;       ///< "weld.jsonl" makes "weld-0001.jsonl" and so on, the next free number
-        std::uint64_t splitSize = 0; ///< begin a new file when this is reached; 0 never
-        Nanoseconds splitAfter = 0;  ///< the same for a span of recorded time
+        bool replace = false;        ///< replace an existing file
+        bool numbered = false;       ///< "weld.jsonl" gives "weld-0001.jsonl", from the first free number
+        std::uint64_t splitSize = 0; ///< start a new file at this size; 0 for never
+        Nanoseconds splitAfter = 0;  ///< start a new file after this time; 0 for never
+        Compression compression = Compression::None;
     };
 
     explicit RecordingWriter(Settings settings) : m_settings(std::move(settings)) {}
@@ -30,45 +33,53 @@ public:
     RecordingWriter(const RecordingWriter&) = delete;
     RecordingWriter& operator=(const RecordingWriter&) = delete;
 
-    /// Opens the first file, or complains. After close() it opens the next one.
-    /// \param[in] header its part is counted up for each file
+    /// Opens the first file; after close(), the next one. Prints the reason if it fails.
+    /// \param header  its part is set for each file
     bool open(const RecordingHeader& header);
     bool isOpen() const { return m_fd >= 0; }
 
-    /// Adds a line made by appendMessage(), or several; all of them go into the same file.
-    /// \param time of the first of them
-    /// \return false after a complaint; the file then ends with a whole line
-    bool add(std::string_view lines, Nanoseconds time);
+    /// Adds a line made by appendMessage().
+    /// \param message  the same, for its time and kind
+    /// \return false if it fails, after printing the reason; the file then ends with a whole line
+    bool add(std::string_view line, const RecordedMessage& message);
 
-    /// Writes what has been added, and every second sees to it that it reaches the disk.
-    /// \return false after a complaint
+    /// Writes what has been added, and every second has the disk store it.
+    /// \return false if it fails, after printing the reason
     bool flush();
 
-    /// \return false after a complaint
+    /// \return false if it fails, after printing the reason
     bool close();
 
-    std::uint64_t bytes() const { return m_totalBytes; } ///< of all files
+    std::uint64_t bytes() const { return m_totalBytes; } ///< written to all files
+    std::uint64_t records() const { return m_records; }  ///< written to all files
+    std::uint64_t missed() const { return m_missed; }    ///< by the notes added to all files
     int files() const { return m_files; }
     const std::string& currentPath() const { return m_path; }
 
 private:
-    bool openFile(const std::string& path, int& error);
-    bool write();
-    bool fail(int error, bool torn);
+    int openFile(const std::string& path);
+    std::string encode(std::string_view lines, bool last);
+    bool write(bool last = false);
+    bool writeData(std::string_view data);
+    bool fail(int error, std::uint64_t written);
     std::string numberedPath(int number) const;
 
     const Settings m_settings;
     RecordingHeader m_header;
     std::string m_path; ///< of the current file
     int m_fd = -1;
-    int m_number = 0; ///< of the current file's name
+    int m_number = 0; ///< in the current file's name
     int m_files = 0;
     std::string m_pending;
-    std::uint64_t m_fileBytes = 0; ///< written and pending
-    std::uint64_t m_written = 0;   ///< of the current file
+    std::uint64_t m_pendingRecords = 0;
+    std::uint64_t m_fileBytes = 0;    ///< written and pending
+    std::uint64_t m_writtenBytes = 0; ///< of the current file
     std::uint64_t m_totalBytes = 0;
+    std::uint64_t m_records = 0;
+    std::uint64_t m_missed = 0;
+    std::unique_ptr<Compressor> m_compressor;
     Nanoseconds m_firstTime = -1;
-    Nanoseconds m_synced = 0; ///< when, on the monotonic clock
+    Nanoseconds m_syncTime = 0; ///< on the monotonic clock
 };
 
 } // namespace TelvaneTool

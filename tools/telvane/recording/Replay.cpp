@@ -8,6 +8,7 @@
 #include "common/support/HumanReadable.h"
 #include "common/support/Json.h"
 #include "common/support/Pacer.h"
+#include "common/support/Saturating.h"
 
 namespace TelvaneTool
 {
@@ -44,34 +45,28 @@ int Replay::run()
 
 int Replay::pass(Pacer& pacer, ProgressBar& bar)
 {
-    RecordingReader reader;
-    if (!reader.open(m_path, [this](int fd) { return m_session.awaitInput(fd); })) {
+    RecordingInput input(m_paths, m_settings.range, [this](int fd) { return m_session.awaitInput(fd); });
+    if (!input.open()) {
         return m_session.stopping() ? kSuccess : kWrongInput;
     }
     RecordedMessage message;
-    Nanoseconds origin = -1;
     bool begun = false;
-    while (!m_session.stopping() && reader.next(message)) {
-        origin = origin < 0 ? message.time : origin;
-        const Nanoseconds time = message.time - origin;
-        if (m_settings.until >= 0 && time >= m_settings.until) {
-            return kSuccess;
-        }
-        if (time < m_settings.from || !matchesAnyPattern(m_settings.only, message.channel)) {
+    while (!m_session.stopping() && input.next(message)) {
+        if (message.missed != 0 || !matchesAnyPattern(m_settings.only, message.channel)) {
             continue;
         }
         if (!begun) {
             // Start at the requested time, to keep a pause before the first message.
-            pacer.begin(m_settings.from, kPacerPeriod);
+            pacer.begin(input.begin(), kPacerPeriod);
             begun = true;
         }
-        show(bar, reader, time);
-        if (!pacer.waitUntil(time) || !publish(message)) {
+        show(bar, input, subtractSaturated(message.time, input.origin()));
+        if (!pacer.waitUntil(message.time) || !publish(message)) {
             return m_session.stopping() ? kSuccess : kBusFailure;
         }
     }
     bar.clear();
-    return reader.finish();
+    return input.finish();
 }
 
 bool Replay::publish(const RecordedMessage& message)
@@ -100,13 +95,10 @@ bool Replay::publish(const RecordedMessage& message)
     return true;
 }
 
-void Replay::show(ProgressBar& bar, const RecordingReader& reader, Nanoseconds time) const
+void Replay::show(ProgressBar& bar, const RecordingInput& input, Nanoseconds time) const
 {
     if (bar.due()) {
-        const double fraction = reader.size() != 0
-                                    ? static_cast<double>(reader.bytes()) / static_cast<double>(reader.size())
-                                    : -1.0;
-        bar.draw(fraction, printSpan(time) + "  " + std::to_string(m_published) + " records");
+        bar.draw(input.fraction(), printSpan(time) + "  " + printNumber(m_published, "record"));
     }
 }
 

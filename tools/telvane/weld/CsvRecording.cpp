@@ -27,6 +27,15 @@ constexpr double kLatestSeconds = 4.0e9;
 constexpr std::array<const char*, kQuantities> kQuantityOptions = {"--amps", "--volts", "--wfs",
                                                                    "--gas",  "--motor", "--wire-used"};
 
+/// \return a field with its doubled quotes made single
+std::string unescaped(std::string text)
+{
+    for (std::size_t at = text.find("\"\""); at != std::string::npos; at = text.find("\"\"", at + 1)) {
+        text.erase(at, 1);
+    }
+    return text;
+}
+
 } // namespace
 
 CsvRecording::CsvRecording(Options options, std::function<void(const std::string&)> onInvalidRow)
@@ -121,6 +130,9 @@ SampleSource::Next CsvRecording::next(WeldSample& sample)
     } else if (!readRow(row)) {
         return Next::End;
     }
+    if (row.newGroup) {
+        m_traits.group = row.group;
+    }
     if (row.newGroup && m_timeForm != TimeForm::Rows) {
         lookAhead(row);
     }
@@ -180,8 +192,10 @@ bool CsvRecording::readFields(Row& row)
         m_inGroup = false;
     }
     row.newGroup = !m_inGroup;
+    row.group.clear();
     if (row.newGroup) {
         m_rowInGroup = 0;
+        row.group = unescaped(m_group);
     }
     // An invalid row still takes its time.
     const std::uint64_t number = m_rowInGroup++;

@@ -51,6 +51,7 @@ private:
     {
         WeldSample sample;
         bool newGroup = false;
+        std::string group; ///< if \p newGroup
     };
 
     bool mapColumns(std::string& error);

@@ -2,6 +2,7 @@
 
 #include "common/cli/Terminal.h"
 #include "common/support/HumanReadable.h"
+#include "common/support/Saturating.h"
 
 #include <algorithm>
 #include <cmath>
@@ -27,7 +28,8 @@ constexpr std::size_t kMaxColumns = 60;
 
 Nanoseconds timeOf(const DateTime& stamp)
 {
-    return static_cast<Nanoseconds>(stamp.time.tv_sec) * kSecond + stamp.time.tv_nsec;
+    return addSaturated<Nanoseconds>(multiplySaturated<Nanoseconds>(stamp.time.tv_sec, kSecond),
+                                     stamp.time.tv_nsec);
 }
 
 std::string withUnit(double value, const std::string& unit)
@@ -37,7 +39,7 @@ std::string withUnit(double value, const std::string& unit)
     return unit.empty() ? text : text + (" " + unit);
 }
 
-/// A line for each metric that has a unit: those without were not measured.
+/// One line for each metric that was measured, that is, has a unit.
 class MetricLines
 {
 public:
@@ -71,7 +73,7 @@ std::string describe(const WeldMetrics& metrics)
         .text();
 }
 
-/// Set points that are zero have not been told.
+/// \return an empty text for 0, which means that the set point is unknown
 std::string describe(const char* name, const UnitValueDoublePair& pair)
 {
     return pair.Value != 0.0 ? std::string(", ") + name + " " + withUnit(pair.Value, pair.Unit)
@@ -116,12 +118,12 @@ void WeldMonitor::take(const WeldTraceData& trace)
     arrived(trace.messageSerial);
     ++m_samples;
     if (!m_welding) {
-        return; // came in the middle of a weld
+        return; // the start was before the subscription
     }
     if (trace.sequence > m_nextSequence) {
         m_missed += static_cast<std::uint64_t>(trace.sequence - m_nextSequence);
     }
-    m_nextSequence = trace.sequence + 1;
+    m_nextSequence = std::int64_t(trace.sequence) + 1;
     m_latest = timeOf(trace.timestamp);
     addToChart(m_latest, trace.data);
 }
@@ -136,7 +138,7 @@ void WeldMonitor::take(const WeldTriggerEnd& end)
 
 void WeldMonitor::addToChart(Nanoseconds time, const WeldTraceDataPoint& point)
 {
-    if (m_columns.empty() || time - m_columns.back().begin >= kColumnTime) {
+    if (m_columns.empty() || subtractSaturated(time, m_columns.back().begin) >= kColumnTime) {
         if (!m_columns.empty()) {
             const Column& whole = m_columns.back();
             m_ampsScale = std::max(m_ampsScale, whole.amps / whole.samples);
@@ -172,7 +174,7 @@ std::string WeldMonitor::chart(std::size_t columns) const
     const std::size_t first = m_columns.size() > columns ? m_columns.size() - columns : 0;
     for (std::size_t i = first; i < m_columns.size(); ++i) {
         const double level = m_columns[i].amps / m_columns[i].samples / m_ampsScale * double{kTop};
-        text += levels[std::clamp(std::lround(level), 0L, kTop)];
+        text += levels[std::isfinite(level) ? std::lround(std::clamp(level, 0.0, double{kTop})) : 0];
     }
     return text;
 }
@@ -183,12 +185,12 @@ std::string WeldMonitor::liveLine(std::size_t width) const
     if (!m_welding || m_columns.empty()) {
         return {};
     }
-    // The column in progress may hold a sample or two only, the one before is calmer.
+    // The current column may have only a few samples; the previous one is steadier.
     const Column& shown = m_columns.size() > 1 ? m_columns[m_columns.size() - 2] : m_columns.back();
     char text[96];
-    const int length =
-        std::snprintf(text, sizeof text, "weld %d %6.1f s %5.0f A %5.1f V  ", m_tag,
-                      inSeconds(m_latest - m_start), shown.amps / shown.samples, shown.volts / shown.samples);
+    const int length = std::snprintf(text, sizeof text, "weld %d %6.1f s %5.0f A %5.1f V  ", m_tag,
+                                     inSeconds(subtractSaturated(m_latest, m_start)),
+                                     shown.amps / shown.samples, shown.volts / shown.samples);
     const auto used = static_cast<std::size_t>(std::max(length, 0)) + 1;
     return text + (width > used ? chart(width - used) : "");
 }

@@ -14,28 +14,28 @@
 namespace TelvaneTool
 {
 
-/// Follows the welds on a bus and puts them into words and pictures.
+/// Collects the records of welds and formats them for a terminal.
 ///
-/// take() is for the receiver thread, all else for the one that draws.
+/// take() is for the receiver thread, everything else is for the thread that draws.
 class WeldMonitor
 {
 public:
-    /// \param ledger may be closed
+    /// \param ledger  may be closed, to measure no latency
     explicit WeldMonitor(const LatencyTracker& ledger) : m_ledger(ledger) {}
 
     void take(const Telvane::WeldTriggerStart& start);
     void take(const Telvane::WeldTraceData& trace);
     void take(const Telvane::WeldTriggerEnd& end);
 
-    /// \return what has happened since the last call: texts of whole lines
+    /// \return lines for the events since the last call
     std::string takeEvents();
 
-    /// \param width columns that the line may take
-    /// \return the line that shows the weld in progress, or an empty text when there is none
+    /// \param width  maximum number of columns
+    /// \return a line about the weld in progress; empty if there is none
     std::string liveLine(std::size_t width) const;
 
     std::uint64_t received() const;
-    /// \param undecodable records that the client could not read
+    /// \param undecodable  number of records that could not be decoded
     std::string summary(std::uint64_t undecodable) const;
 
 private:
@@ -43,7 +43,7 @@ private:
     void addToChart(Nanoseconds time, const Telvane::WeldTraceDataPoint& point);
     std::string chart(std::size_t columns) const;
 
-    /// What falls into one column of the chart.
+    /// The samples of one column of the chart.
     struct Column
     {
         Nanoseconds begin = 0;
@@ -57,15 +57,15 @@ private:
     std::string m_events;
     bool m_welding = false;
     int m_tag = 0;
-    Nanoseconds m_start = 0; ///< by the records' time stamps
+    Nanoseconds m_start = 0; ///< by the time stamps of the records
     Nanoseconds m_latest = 0;
-    int m_nextSequence = 0;
+    std::int64_t m_nextSequence = 0;
     std::deque<Column> m_columns;
     double m_ampsScale = 100.0; ///< the top of the chart
 
     std::uint64_t m_received = 0;
     std::uint64_t m_samples = 0;
-    std::uint64_t m_missed = 0; ///< by gaps in the samples' numbers
+    std::uint64_t m_missed = 0; ///< by gaps in the sample numbers
     LatencyHistogram m_latency;
 };
 

@@ -95,14 +95,14 @@ WeldMetrics weldMetrics(const WeldSummary& summary, const SampleSource::Traits& 
     return metrics;
 }
 
-WeldPublisher::WeldPublisher(BusConnection& session, const SampleSource& source, LatencyTracker& ledger,
+WeldPublisher::WeldPublisher(RecordSink& sink, const SampleSource& source, LatencyTracker& ledger,
                              const WeldSetup& setup, const Settings& settings)
-    : m_session(session),
+    : m_sink(sink),
       m_source(source),
       m_ledger(ledger),
       m_setup(setup),
       m_settings(settings),
-      m_pacer([&session](Nanoseconds deadline) { return session.sleepUntil(deadline); }, settings.speed),
+      m_pacer([&sink](Nanoseconds deadline) { return sink.sleepUntil(deadline); }, settings.speed),
       m_tag(setup.firstTag),
       m_lifetimeHours(setup.lifetimeHours)
 {}
@@ -127,9 +127,10 @@ bool WeldPublisher::waitUntil(Nanoseconds moment)
     return !m_aborted;
 }
 
-DateTime WeldPublisher::stamp(Nanoseconds moment) const
+DateTime WeldPublisher::stamp(Nanoseconds moment)
 {
-    return m_settings.stampNow ? DateTime::Now() : toDateTime(moment + m_stampOffset);
+    m_stamp = m_settings.stampNow ? realTimeNow() : moment + m_stampOffset;
+    return toDateTime(m_stamp);
 }
 
 void WeldPublisher::publish(const std::string& channel, Telvane::TelvaneDataTypeBase& record, int& serial)
@@ -138,7 +139,8 @@ void WeldPublisher::publish(const std::string& channel, Telvane::TelvaneDataType
     if (m_ledger.isOpen()) {
         m_ledger.note(serial);
     }
-    m_session.publish(channel, record);
+    m_sink.publish(channel, record, m_stamp,
+                   &channel == &kStartChannel ? m_source.traits().group : std::string());
 }
 
 void WeldPublisher::arcStarted(const WeldSample& first)

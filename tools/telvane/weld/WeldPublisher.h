@@ -1,8 +1,8 @@
 #pragma once
 
-#include "common/bus/BusConnection.h"
 #include "common/support/Pacer.h"
 #include "weld/LatencyTracker.h"
+#include "weld/RecordSink.h"
 #include "weld/WeldDetector.h"
 #include "weld/WeldSummary.h"
 
@@ -47,7 +47,7 @@ public:
     };
 
     /// \param ledger  may be closed, to measure nothing
-    WeldPublisher(BusConnection& session, const SampleSource& source, LatencyTracker& ledger,
+    WeldPublisher(RecordSink& sink, const SampleSource& source, LatencyTracker& ledger,
                   const WeldSetup& setup, const Settings& settings);
 
     /// Starts a new group of samples.
@@ -67,10 +67,10 @@ public:
 private:
     bool waitUntil(Nanoseconds moment);
     void endWeld(const WeldSample& end);
-    Telvane::DateTime stamp(Nanoseconds moment) const;
+    Telvane::DateTime stamp(Nanoseconds moment);
     void publish(const std::string& channel, Telvane::TelvaneDataTypeBase& record, int& serial);
 
-    BusConnection& m_session;
+    RecordSink& m_sink;
     const SampleSource& m_source;
     LatencyTracker& m_ledger;
     const WeldSetup m_setup;
@@ -85,6 +85,7 @@ private:
     WeldSummary m_summary{false};
     Telvane::WeldTraceData m_trace;
     int m_serial = 0;
+    Nanoseconds m_stamp = 0; ///< of the last record
     int m_tag;
     double m_lifetimeHours;
     std::uint64_t m_welds = 0;

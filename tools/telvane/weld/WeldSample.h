@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cstddef>
+#include <string>
 
 namespace TelvaneTool
 {
@@ -46,6 +47,7 @@ public:
     {
         std::array<bool, kQuantities> measured = {}; ///< quantities with values
         bool absoluteTime = false;                   ///< times are since the Unix epoch
+        std::string group;                           ///< value of the group column; empty without one
         Nanoseconds period = 0;                      ///< of the current group; the median if it varies
 
         bool has(Quantity quantity) const { return measured[static_cast<std::size_t>(quantity)]; }

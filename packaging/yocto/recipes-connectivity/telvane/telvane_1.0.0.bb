@@ -12,7 +12,7 @@ SRCREV ?= "${AUTOREV}"
 S = "${WORKDIR}/git"
 
 # cjson and cli11 are of meta-openembedded (meta-oe).
-DEPENDS = "cjson cli11 util-linux-libuuid"
+DEPENDS = "cjson cli11 util-linux-libuuid zlib zstd"
 
 inherit cmake pkgconfig systemd useradd
 
