@@ -6,22 +6,16 @@
 
 int main(int argc, char** argv)
 {
-    Telvane::EventClient client;
-    if (argc != 2 || client.Connect(argv[1]) != 0) {
-        std::fprintf(stderr, "usage: first_weld PATH (of a running server)\n");
+    if (argc != 2) {
+        std::fprintf(stderr, "usage: first_weld PATH (of a bus)\n");
         return 1;
     }
-    const auto print = [](void*, Telvane::TelvaneDataTypeBase* record, int, void*) {
-        const auto& weld = static_cast<const Telvane::WeldTriggerEnd&>(*record);
+    Telvane::Bus bus(argv[1]);
+    auto welds = bus.subscribe<Telvane::WeldTriggerEnd>([](const Telvane::WeldTriggerEnd& weld) {
         std::printf("weld %d: %.1f s, %.1f V\n", weld.tag, weld.metrics.ArcDuration.Value,
                     weld.metrics.AverageVoltage.Value);
         std::fflush(stdout);
-    };
-    const int result = client.Subscribe("WeldTriggerEnd", print, Telvane::WeldTriggerEnd(), nullptr);
-    if (result != 0) {
-        std::fprintf(stderr, "cannot subscribe to WeldTriggerEnd (%d)\n", result);
-        return 1;
-    }
+    });
     for (;;) {
         pause();
     }

@@ -2,7 +2,6 @@
 #include <Telvane/Telvane.h>
 
 #include <cstdio>
-#include <future>
 
 /// Status of the fume extraction.
 class ExtractionStatus : public Telvane::TelvaneDataTypeBase
@@ -18,23 +17,21 @@ TELVANE_DEFINE_RECORD(ExtractionStatus)
 int main(int argc, char** argv)
 {
     Telvane::EventServer server;
-    Telvane::EventClient client;
-    if (argc != 2 || server.Start(argv[1]) != 0 || client.Connect(argv[1]) != 0) {
+    if (argc != 2 || server.Start(argv[1]) != 0) {
         std::fprintf(stderr, "usage: own_record PATH (of a new socket)\n");
         return 1;
     }
-    std::promise<void> received;
-    const auto print = [&](void*, Telvane::TelvaneDataTypeBase* record, int, void*) {
-        const auto& status = static_cast<const ExtractionStatus&>(*record);
-        std::printf("%.0f m3/h, the filter is %s\n", status.flow, status.filterIsFull ? "full" : "clean");
-        received.set_value();
-    };
-    client.Subscribe("ExtractionStatus", print, ExtractionStatus(), nullptr);
+    Telvane::Bus bus(argv[1]);
+    auto states = bus.queue<ExtractionStatus>();
+    states.waitActive(std::chrono::seconds(1));
 
     ExtractionStatus status;
     status.flow = 1200;
-    client.Publish("ExtractionStatus", status);
-    received.get_future().wait();
-    client.Disconnect();
+    bus.publish(status);
+    if (const auto received = states.next(std::chrono::seconds(1))) {
+        std::printf("%.0f m3/h, the filter is %s\n", received->flow,
+                    received->filterIsFull ? "full" : "clean");
+    }
+    bus.close();
     return server.Stop();
 }

@@ -4,15 +4,14 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <future>
 #include <memory>
 #include <string>
+#include <unistd.h>
 
 namespace
 {
 
-using Telvane::EventClient;
-using Telvane::TelvaneDataTypeBase;
+using Telvane::Run;
 
 struct Limits
 {
@@ -64,36 +63,20 @@ private:
     bool m_alarmed = false;
 };
 
-/// All callbacks run on the receiver thread of the client, so they need no locks.
+/// Its callbacks all run on the receiver thread of the bus, in the order of the messages, and need no lock.
 class Monitor
 {
 public:
-    Monitor(EventClient& client, const Limits& limits) : m_client(client), m_limits(limits) {}
-
-    /// \return 0, or the result of the subscription that failed
-    int begin()
+    Monitor(Telvane::Bus& bus, const Limits& limits) : m_bus(bus), m_limits(limits)
     {
-        int result = on<Telvane::WeldTriggerStart>("WeldTriggerStart", &Monitor::started);
-        if (result == 0) {
-            result = on<Telvane::WeldTraceData>("WeldTraceData", &Monitor::sampled);
-        }
-        if (result == 0) {
-            result = on<Telvane::WeldTriggerEnd>("WeldTriggerEnd", &Monitor::ended);
-        }
-        return result;
+        m_starts = bus.subscribe<Telvane::WeldTriggerStart>([this](const auto& start) { started(start); },
+                                                            Run::Direct);
+        m_samples = bus.subscribe<Telvane::WeldTraceData>([this](const auto& sample) { sampled(sample); },
+                                                          Run::Direct);
+        m_ends = bus.subscribe<Telvane::WeldTriggerEnd>([this](const auto& end) { ended(end); }, Run::Direct);
     }
 
 private:
-    /// Subscribes to a channel; a member function receives its records.
-    template <class Record>
-    int on(const char* channel, void (Monitor::*member)(const Record& record))
-    {
-        const auto call = [this, member](void*, TelvaneDataTypeBase* record, int, void*) {
-            (this->*member)(static_cast<const Record&>(*record));
-        };
-        return m_client.Subscribe(channel, call, Record(), nullptr);
-    }
-
     void started(const Telvane::WeldTriggerStart& start) { m_weld = std::make_unique<Weld>(start); }
 
     void sampled(const Telvane::WeldTraceData& sample)
@@ -101,7 +84,7 @@ private:
         if (m_weld != nullptr && m_weld->add(sample, m_limits)) {
             Telvane::LogData alarm;
             alarm.log = m_weld->alarm();
-            m_client.Publish("WeldAlarm", alarm); // allowed in a callback
+            m_bus.publish("WeldAlarm", alarm); // allowed in a callback
         }
     }
 
@@ -113,9 +96,12 @@ private:
         }
     }
 
-    EventClient& m_client;
+    Telvane::Bus& m_bus;
     const Limits m_limits;
-    std::unique_ptr<Weld> m_weld; ///< null before the first start: the monitor may start during a weld
+    std::unique_ptr<Weld> m_weld;   ///< null until a start has been seen: the monitor may come in the middle
+    Telvane::Subscription m_starts; ///< ended first, before what their callbacks use
+    Telvane::Subscription m_samples;
+    Telvane::Subscription m_ends;
 };
 
 } // namespace
@@ -126,20 +112,15 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "usage: weld_monitor PATH MIN-VOLTS MAX-VOLTS\n");
         return 2;
     }
-    EventClient client;
-    std::promise<void> lost;
-    client.install_OnConnectionLost([&](EventClient&) { lost.set_value(); });
-    if (const int result = client.Connect(argv[1]); result != 0) {
-        std::fprintf(stderr, "cannot connect to %s (%d)\n", argv[1], result);
-        return 1;
+    Telvane::BusOptions options;
+    options.onEvent = [](const Telvane::BusEvent& event) {
+        const bool connected = event.state == Telvane::ConnectionState::Connected;
+        const std::string text = connected ? "connected" : "not connected: " + event.reason.message();
+        std::fprintf(stderr, "%s\n", text.c_str());
+    };
+    Telvane::Bus bus(argv[1], options);
+    const Monitor monitor(bus, {std::atof(argv[2]), std::atof(argv[3])});
+    for (;;) {
+        pause();
     }
-    Monitor monitor(client, {std::atof(argv[2]), std::atof(argv[3])});
-    if (const int result = monitor.begin(); result != 0) {
-        std::fprintf(stderr, "cannot subscribe (%d)\n", result);
-        return 1;
-    }
-    lost.get_future().wait();
-    std::fprintf(stderr, "the server has gone\n");
-    client.Disconnect();
-    return 1;
 }

@@ -216,9 +216,11 @@ void BusState::pushToQueues(Item::Kind kind, std::error_code why)
 {
     for (auto& [name, channel] : m_channels) {
         for (const EndpointPointer& endpoint : channel.endpoints) {
-            if (endpoint->settings.kind != EndpointSettings::Kind::Queue) {
-                continue;
+            if (endpoint->settings.kind != EndpointSettings::Kind::Queue ||
+                (kind == Item::Kind::Connected && !endpoint->knowsLoss)) {
+                continue; // the first connection is not a change to a queue
             }
+            endpoint->knowsLoss = kind == Item::Kind::Lost;
             if (endpoint->items.size() - endpoint->messages >= kMaxChanges) {
                 const auto oldest =
                     std::find_if(endpoint->items.begin(), endpoint->items.end(),

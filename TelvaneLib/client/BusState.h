@@ -103,6 +103,7 @@ public:
     std::deque<Item> items;
     std::size_t messages = 0; ///< of the items
     bool overflowing = false; ///< dropping, since the queue was empty last
+    bool knowsLoss = false;   ///< queues: has been given a loss, and no connection since
     bool ended = false;
     std::error_code error;
     EndpointStatistics counters;

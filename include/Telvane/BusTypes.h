@@ -308,7 +308,7 @@ public:
     explicit operator bool() const { return m_item.kind == Detail::Item::Kind::Message; }
     /// \return whether nothing came before the deadline
     bool timedOut() const { return m_item.kind == Detail::Item::Kind::TimedOut; }
-    /// \return whether the connection has been made
+    /// \return whether the connection has been made again after a loss
     bool connected() const { return m_item.kind == Detail::Item::Kind::Connected; }
     /// \return whether the connection has been lost; the bus makes it again
     bool lost() const { return m_item.kind == Detail::Item::Kind::Lost; }

@@ -4,15 +4,20 @@
 
 load common
 
-# await_subscriptions <channel> <number>: waits for the log of the server, because the programs print nothing when they
-# have subscribed.
-await_subscriptions() {
+# await_count <file> <regex> <number>: waits until that many lines match.
+await_count() {
     local tries=0
-    until [ "$(grep -c "requested to subscribe to $1" server.err)" -ge "$2" ]; do
+    until [ "$(grep -c "$2" "$1")" -ge "$3" ]; do
         tries=$((tries + 1))
         [ "$tries" -lt 2000 ]
         sleep 0.02
     done
+}
+
+# await_subscriptions <channel> <number>: waits for the log of the server, because the programs print nothing when they
+# have subscribed.
+await_subscriptions() {
+    await_count server.err "requested to subscribe to $1" "$2"
 }
 
 @test "first_weld prints each weld" {
@@ -35,9 +40,29 @@ await_subscriptions() {
     finish "$listener"
     [ "$(jq -r .payload.log listener.out | sed 's/[0-9.]* V$/some V/')" = "weld 1: the arc is at some V" ]
     kill "$server"
-    finish "$monitor"
-    [ "$status" -eq 1 ]
-    grep -qx "the server has gone" monitor.err
+    finish "$server"
+    await monitor.err "^not connected: the connection to the server was lost$"
+    start_server
+    await_subscriptions WeldTriggerEnd 1
+    "$TELVANE" weld "$bus" --duration 3 --period-us 2000
+    await_count monitor.out "^weld 1: 3.0 s" 2
+}
+
+@test "event_loop serves two queues and a timer" {
+    start_server
+    start loop "$EXAMPLES/event_loop" "$bus" 600
+    await_subscriptions WeldTriggerEnd 1
+    await_subscriptions WeldAlarm 1
+    "$TELVANE" weld "$bus" --duration 1.5 --period-us 20000 --speed 0
+    await loop.out "^weld 1: 1.5 s$"
+    "$TELVANE" publish "$bus" WeldAlarm '{"log":"hot"}'
+    await loop.out "^alarm: hot$"
+    await loop.out "^1 s$"
+    kill "$server"
+    finish "$server"
+    await loop.out "^the server has gone$"
+    start_server
+    await loop.out "^connected$"
 }
 
 @test "weld_monitor raises no alarm for an arc within its limits" {
