@@ -15,6 +15,8 @@ namespace
 
 constexpr auto kSendDeadline = std::chrono::seconds(1);
 
+} // namespace
+
 std::string printRequest(const JsonTree& request)
 {
     const JsonText text(request != nullptr ? cJSON_Print(request.get()) : nullptr);
@@ -23,8 +25,6 @@ std::string printRequest(const JsonTree& request)
     }
     return text.get();
 }
-
-} // namespace
 
 BusState::Channels::iterator BusState::findOrAddChannel(const std::string& name)
 {

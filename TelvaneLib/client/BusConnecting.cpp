@@ -59,15 +59,6 @@ int pollTimeout(Clock::time_point deadline)
     return left <= 0 ? 0 : static_cast<int>(std::min<std::int64_t>(left, 3'600'000));
 }
 
-std::string printed(const JsonTree& message)
-{
-    if (message == nullptr) {
-        return {};
-    }
-    const JsonText text(cJSON_Print(message.get()));
-    return text != nullptr ? std::string(text.get()) : std::string();
-}
-
 } // namespace
 
 void Link::shutDown() const
@@ -167,8 +158,8 @@ BusState::Step BusState::nextStep(const LinkPointer& link, Kept& message)
     }
     if (!m_answered) {
         // Nothing to subscribe to: any answer shows that the server accepts this client.
+        message.text = printRequest(makeUnsubscribeRequest(kPingChannel));
         m_pinged = true;
-        message.text = printed(makeUnsubscribeRequest(kPingChannel));
         return Step::Send;
     }
     dropExpired(Clock::now());

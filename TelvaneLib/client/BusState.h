@@ -36,6 +36,9 @@ constexpr std::string_view kRequestId = "request:";
 /// \return the moment \p timeout from now; never later than a time_t of 32 bits can name
 Clock::time_point deadlineAfter(std::chrono::nanoseconds timeout);
 
+/// \return the text of a request to the server itself; throws `std::bad_alloc`, also for a null request
+std::string printRequest(const JsonTree& request);
+
 /// A connection, closed by the last user of its descriptor.
 struct Link
 {

@@ -2,6 +2,8 @@
 
 #include <Telvane/BusTypes.h>
 
+#include <new>
+
 namespace Telvane
 {
 
@@ -103,7 +105,8 @@ private:
 const std::error_category& busCategory() noexcept
 {
     // Never destroyed: threads of the bus may still use it while static objects are.
-    static const BusCategory& category = *new BusCategory;
+    alignas(BusCategory) static unsigned char storage[sizeof(BusCategory)];
+    static const BusCategory& category = *new (storage) BusCategory;
     return category;
 }
 

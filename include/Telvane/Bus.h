@@ -8,6 +8,7 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <new>
 #include <optional>
 #include <string>
 #include <type_traits>
@@ -176,13 +177,15 @@ public:
     template <class Record>
     Publication publish(const Record& record)
     {
-        return publish(Detail::channelNamedAs<Record>(), record);
+        return withNameOf<Record, Publication>(
+            [&](const std::string& name) { return publish(name, record); });
     }
     /// The same with a deadline of its own.
     template <class Record>
     Publication publish(const Record& record, std::chrono::nanoseconds timeout)
     {
-        return publish(Detail::channelNamedAs<Record>(), record, timeout);
+        return withNameOf<Record, Publication>(
+            [&](const std::string& name) { return publish(name, record, timeout); });
     }
     /// Publishes on \p channel.
     Publication publish(const std::string& channel, const TelvaneDataTypeBase& record);
@@ -204,7 +207,9 @@ public:
     std::enable_if_t<!std::is_convertible_v<Callable, std::string>, Subscription>
     subscribe(Callable callable, Run run = Run::Default, Limit limit = {})
     {
-        return subscribe<Record>(Detail::channelNamedAs<Record>(), std::move(callable), run, limit);
+        return withNameOf<Record, Subscription>([&](const std::string& name) {
+            return subscribe<Record>(name, std::move(callable), run, limit);
+        });
     }
     /// Subscribes to \p channel.
     template <class Record, class Callable>
@@ -227,7 +232,8 @@ public:
     template <class Record>
     Queue<Record> queue(Limit limit = {})
     {
-        return queue<Record>(Detail::channelNamedAs<Record>(), limit);
+        return withNameOf<Record, Queue<Record>>(
+            [&](const std::string& name) { return queue<Record>(name, limit); });
     }
     /// Subscribes to \p channel, for messages that the application takes.
     template <class Record>
@@ -254,26 +260,30 @@ public:
     template <class Answer>
     std::error_code request(Answer& answer, std::chrono::nanoseconds timeout)
     {
-        return request(Detail::channelNamedAs<Answer>(), RequestType(), answer, timeout);
+        return withNameOf<Answer, std::error_code>(
+            [&](const std::string& name) { return request(name, RequestType(), answer, timeout); });
     }
     /// The same within the deadline of BusOptions.
     template <class Answer>
     std::error_code request(Answer& answer)
     {
-        return request(Detail::channelNamedAs<Answer>(), RequestType(), answer);
+        return withNameOf<Answer, std::error_code>(
+            [&](const std::string& name) { return request(name, RequestType(), answer); });
     }
     /// Sends \p argument along with the request.
     template <class Answer, class = std::enable_if_t<std::is_base_of_v<TelvaneDataTypeBase, Answer>>>
     std::error_code request(const TelvaneDataTypeBase& argument, Answer& answer,
                             std::chrono::nanoseconds timeout)
     {
-        return request(Detail::channelNamedAs<Answer>(), argument, answer, timeout);
+        return withNameOf<Answer, std::error_code>(
+            [&](const std::string& name) { return request(name, argument, answer, timeout); });
     }
     /// The same within the deadline of BusOptions.
     template <class Answer, class = std::enable_if_t<std::is_base_of_v<TelvaneDataTypeBase, Answer>>>
     std::error_code request(const TelvaneDataTypeBase& argument, Answer& answer)
     {
-        return request(Detail::channelNamedAs<Answer>(), argument, answer);
+        return withNameOf<Answer, std::error_code>(
+            [&](const std::string& name) { return request(name, argument, answer); });
     }
     /// Requests the record of \p channel.
     std::error_code request(const std::string& channel, const TelvaneDataTypeBase& argument,
@@ -289,7 +299,9 @@ public:
     std::enable_if_t<!std::is_convertible_v<Callable, std::string>, Responder>
     respond(Callable callable, Run run = Run::Default, Limit limit = {})
     {
-        return respond<Answer, Argument>(Detail::channelNamedAs<Answer>(), std::move(callable), run, limit);
+        return withNameOf<Answer, Responder>([&](const std::string& name) {
+            return respond<Answer, Argument>(name, std::move(callable), run, limit);
+        });
     }
     /// Answers requests for \p channel.
     template <class Answer, class Argument = RequestType, class Callable>
@@ -319,6 +331,32 @@ private:
         std::unique_ptr<TelvaneDataTypeBase> prototype;
         std::unique_ptr<Detail::MessageHandler> handler;
     };
+
+    static Publication failure(const Publication* /*kind*/)
+    {
+        Publication publication;
+        publication.error = BusError::OutOfMemory;
+        return publication;
+    }
+    static std::error_code failure(const std::error_code* /*kind*/) { return BusError::OutOfMemory; }
+    template <class Handle>
+    static Handle failure(const Handle* /*kind*/)
+    {
+        return Handle(nullptr, BusError::OutOfMemory);
+    }
+
+    /// Calls \p operation with the name of a class, which takes memory the first time.
+    template <class Record, class Result, class Operation>
+    static Result withNameOf(Operation operation)
+    {
+        const std::string* name = nullptr;
+        try {
+            name = &Detail::channelNamedAs<Record>();
+        } catch (const std::bad_alloc&) {
+            return failure(static_cast<const Result*>(nullptr));
+        }
+        return operation(*name);
+    }
 
     template <class Handle, class Maker>
     Handle make(const std::string& channel, const Detail::EndpointSettings& settings, Maker maker)
