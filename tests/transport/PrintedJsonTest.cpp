@@ -228,7 +228,7 @@ TEST(PrintedJson, CountsTheLevelsAroundAValue)
 
 TEST(PrintedJson, TakesSixtyThreeLevelsAndRefusesMore)
 {
-    for (const std::size_t levels : {62, 63, 64, 200}) {
+    for (const std::size_t levels : {62U, 63U, 64U, 200U}) {
         const std::string arrays = std::string(levels, '[') + "1" + std::string(levels, ']');
         EXPECT_EQ(isPrinted(arrays), levels <= 63) << levels;
         std::string objects;
