@@ -20,7 +20,7 @@ namespace
 {
 
 constexpr int kMostLevels = 63;
-constexpr std::size_t kMostBytes = 16383; // that a packet holds beside its terminator
+constexpr std::size_t kMaxBytes = 16383; // that a packet holds beside its terminator
 constexpr std::size_t kChanges = 24;
 
 /// A packet as a receiver has it, on the heap, where a sanitizer guards its ends.
@@ -28,11 +28,11 @@ class ReceivedPacket
 {
 public:
     explicit ReceivedPacket(const std::string& text)
-        : m_bytes(new char[PrintedPublication::kMostAdded + text.size() + 1])
+        : m_bytes(new char[PrintedPublication::kMaxAdded + text.size() + 1])
     {
         std::copy_n(text.c_str(), text.size() + 1, this->text());
     }
-    char* text() { return m_bytes.get() + PrintedPublication::kMostAdded; }
+    char* text() { return m_bytes.get() + PrintedPublication::kMaxAdded; }
 
 private:
     std::unique_ptr<char[]> m_bytes;
@@ -66,7 +66,7 @@ std::string parsedRelay(const std::string& text, int sequence)
 /// \return whether \p text is taken for a printed publication
 bool check(const std::string& text)
 {
-    const std::string packet = text.substr(0, std::min(text.find('\0'), kMostBytes));
+    const std::string packet = text.substr(0, std::min(text.find('\0'), kMaxBytes));
     bool taken = false;
     for (const int sequence : {0, 47, 65535}) {
         ReceivedPacket received(packet);
@@ -112,8 +112,8 @@ bool isPlainName(const std::string& name)
 void checkPacket(const std::string& packet)
 {
     check(packet);
-    const std::string printed = printedPublication(packet.substr(0, kMostBytes));
-    if (printed.empty() || printed.size() > kMostBytes) {
+    const std::string printed = printedPublication(packet.substr(0, kMaxBytes));
+    if (printed.empty() || printed.size() > kMaxBytes) {
         return;
     }
     const JsonTree message(cJSON_Parse(packet.c_str()));

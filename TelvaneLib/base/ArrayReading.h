@@ -1,7 +1,7 @@
 #pragma once
 
-// Reads fixed-size arrays. The element types of `_array_fromJson` are instantiated where they are defined, so
-// that the base of the records includes none of them.
+// Reading of fixed-size arrays. `_array_fromJson` is instantiated in the source of each element type, so that
+// the base includes no record.
 
 #include <Telvane/TelvaneDataTypeBase.h>
 
@@ -10,10 +10,12 @@
 namespace Telvane
 {
 
-/// Reports an element that could not be read, in one line, and the name of \p input, if it has one, in another.
+/// Reports an element that could not be read in one line, and the name of \p input, if it has one, in
+/// another.
 void reportArrayElement(const cJSON& item, int size, int index, const cJSON& input);
 
-/// \param readElement called with each element and its index
+/// Reads all elements.
+/// \param readElement called with each element and its index; returns false on failure
 template <class ReadElement>
 bool readArray(const cJSON* array, unsigned int capacity, const cJSON* input, ReadElement readElement)
 {
@@ -55,7 +57,7 @@ bool TelvaneDataTypeBase::_array_fromJson(const std::string& field_name, T* targ
 
 } // namespace Telvane
 
-/// Provides `_array_fromJson` for elements of type \p T.
+/// Instantiates `_array_fromJson` for elements of type \p T.
 #define TELVANE_DEFINE_ARRAY_READER(T)                                                                       \
     template TELVANE_EXPORT bool TelvaneDataTypeBase::_array_fromJson<T>(const std::string&, T*,             \
                                                                          unsigned int, cJSON*);

@@ -13,8 +13,8 @@ class JsonWriter;
 inline constexpr char kIdKey[] = "_id";
 inline constexpr char kSequenceTagKey[] = "_sequence_tag";
 
-/// The operations on a record and its list. A friend of the base class, because array elements go through the
-/// field operations that derived classes use.
+/// Writes and reads records. A friend of the base class, because it uses the protected operations for array
+/// elements.
 class RecordEngine
 {
 public:
@@ -25,7 +25,8 @@ public:
     /// \return whether every field could be written; without memory \p output has failed
     static bool print(TelvaneDataTypeBase& record, JsonWriter& output, int depth);
     /// Reads a record from text, as read() does from its tree. Reports nothing.
-    /// \return false when the text has to be parsed, for whatever reason; \p record may then be changed partly
+    /// \return false when the text has to be parsed, for whatever reason; \p record may then be changed
+    ///         partly
     static bool scan(TelvaneDataTypeBase& record, JsonScanner& input, int depth);
     static bool readNested(cJSON* item, TelvaneDataTypeBase& target);
 
@@ -69,7 +70,7 @@ T& fieldOf(TelvaneDataTypeBase& record, const RecordField& field)
     return *static_cast<T*>(addressOf(record, field));
 }
 
-/// \return the beginning of the line that tells of a field that could not be written
+/// \return the start of the line that reports a field that could not be written
 inline const char* writeFailure(FieldKind kind)
 {
     switch (kind) {

@@ -1,10 +1,9 @@
-// The one engine that writes and reads every record class from its table of fields.
+// Writes all record classes to JSON trees and reads them, from their lists of fields.
 //
-// Writing and reading follow the table's order and stop at the first field that fails, after one line that
-// names it. Reading goes in step with the members of the JSON object: keys nearly always arrive in the order
-// in which they were written, and as long as member i has matched field i for all fields so far, the next
-// member is, if it matches, provably the first match for the next field. Only when the step is lost does a
-// field need the search through the whole object. What is read is the same either way.
+// Both follow the order of the list and stop at the first field that fails, which is reported in one line.
+// Reading first compares field i with member i of the JSON object, because keys nearly always arrive in the
+// order in which they are written: while all fields so far have matched, a match is the first one for the
+// field. After a mismatch, each field is searched in the whole object. The result is the same.
 
 #include <Telvane/RecordTable.h>
 
@@ -29,7 +28,7 @@ RecordTable::~RecordTable()
 void RecordTable::append(TelvaneDataTypeBase& base, const char*& names, FieldKind kind, const void* member,
                          std::size_t limit, const RecordField::NestedOperations* nested)
 {
-    // The names come as one text, as the preprocessor leaves them: "first, second, third".
+    // The preprocessor makes one text of all names: "first, second, third".
     const std::size_t length = std::strcspn(names, ", ");
     char* const key = new char[length + 1];
     std::memcpy(key, names, length);
@@ -65,7 +64,7 @@ void RecordTable::add(TelvaneDataTypeBase& base, const char*& names, std::string
 namespace
 {
 
-/// Adds \p item under a key that outlives every tree: the key is not copied.
+/// Adds \p item without copying \p key, which exists longer than any tree.
 bool addItem(cJSON* output, const char* key, JsonTree item)
 {
     if (item == nullptr || cJSON_AddItemToObjectCS(output, key, item.get()) == 0) {
@@ -121,7 +120,7 @@ bool RecordEngine::writeBaseMembers(const TelvaneDataTypeBase& record, cJSON* ou
 
 bool RecordEngine::writeField(TelvaneDataTypeBase& record, const RecordField& field, cJSON* output)
 {
-    // A scalar that cannot be added for want of memory is left out, and that is not a failure of the field.
+    // A scalar is left out if memory runs out. That is not a failure of the field.
     switch (field.kind) {
     case FieldKind::Integer:
         addItem(output, field.key, JsonTree(cJSON_CreateNumber(fieldOf<int>(record, field))));
@@ -169,7 +168,7 @@ bool RecordEngine::writeArray(TelvaneDataTypeBase& record, const RecordField& fi
             }
         }
     }
-    // One element lost for want of memory would shift the others to places that are not theirs.
+    // If memory ran out for one element, the others would have wrong indices.
     if (field.kind != FieldKind::RecordVector &&
         cJSON_GetArraySize(array.get()) != static_cast<int>(field.limit)) {
         return false;
@@ -181,7 +180,7 @@ bool RecordEngine::writeArray(TelvaneDataTypeBase& record, const RecordField& fi
 namespace
 {
 
-/// Finds the members of a JSON object in the order in which a record asks for them.
+/// Finds members of a JSON object, fastest in the order of the object.
 class FieldReader
 {
 public:
@@ -202,7 +201,7 @@ public:
         return cJSON_GetObjectItem(m_object, key);
     }
 
-    /// Finds a member that may be missing. In step, the members passed so far were all somebody else's.
+    /// Finds an optional member. While in step, it cannot be among the members before m_next.
     cJSON* findOptional(const char* key) const
     {
         if (!m_inStep) {

@@ -1,6 +1,6 @@
-// The one place where a record is mapped to JSON. Results follow one rule: field operations say true or
-// false and never throw; operations of the whole record say 0 or a negated error number. What goes wrong in
-// a field is told in one line, whose text and stream the users of the bus know and filter for.
+// The operations of all records. Operations for fields return true or false and never throw; operations for
+// whole records return 0 or a negated error number. A failure of a field is reported in one line. Users
+// filter for its text and stream, so neither may change.
 
 #include <Telvane/TelvaneDataTypeBase.h>
 
@@ -88,7 +88,7 @@ int TelvaneDataTypeBase::Unpackage(cJSON* input, TelvaneDataTypeBase** output)
     try {
         record.reset(BuildNewDataType());
     } catch (const std::bad_alloc&) {
-        // The same as none.
+        // Handled below.
     }
     *output = record.get();
     const int result = record != nullptr ? record->Unpackage(input) : -ENOMEM;
@@ -124,8 +124,8 @@ bool TelvaneDataTypeBase::FromJson(const std::string& text)
     if (object == nullptr) {
         return false;
     }
-    // The error position belongs to the whole process: only one inside this very text can be ours to tell,
-    // any other is a thread's that may have freed its text by now.
+    // The whole process shares the error position. Unless it is in this text, it belongs to another thread,
+    // which may have freed its text.
     const char* const position = cJSON_GetErrorPtr();
     if (position >= text.c_str() && position <= text.c_str() + text.size()) {
         writeErrorLine(position);
@@ -152,7 +152,7 @@ void TelvaneDataTypeBase::generate_id()
     try {
         _id = text;
     } catch (const std::bad_alloc&) {
-        // Without memory the record stays without an identifier, as its user can see.
+        // The identifier stays empty.
     }
 }
 

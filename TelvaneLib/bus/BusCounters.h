@@ -1,6 +1,6 @@
 #pragma once
 
-// Counting, and copying counters to structures of programs that know fewer of them.
+// Counters, and copies of them for programs that were compiled with fewer counters.
 
 #include <algorithm>
 #include <atomic>
@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <cstring>
 
-/// A counter of a list in Telvane/BusCounters.h, as it is held here; and its copy to the member of that name.
+/// An atomic counter for a line of a list in Telvane/BusCounters.h; and its copy to the member with its name.
 #define TELVANE_ATOMIC_COUNTER(member, metric, reason, meaning) std::atomic<std::uint64_t> member{0};
 #define TELVANE_COPY_COUNTER(member, metric, reason, meaning) copy.member = counters.member;
 
@@ -20,7 +20,7 @@ inline void count(std::atomic<std::uint64_t>& counter, std::uint64_t events = 1)
     counter.fetch_add(events, std::memory_order_relaxed);
 }
 
-/// \param size of the caller's structure, which may be of an earlier or a later version
+/// \param size size of the caller's structure, which may belong to an earlier or later version
 template <class Statistics>
 void copyKnown(const Statistics& copy, Statistics& statistics, std::size_t size)
 {

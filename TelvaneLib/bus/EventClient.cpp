@@ -1,8 +1,8 @@
-// The client's connection and its one receiver thread.
+// The client's connection and its receiver thread.
 //
-// Everything that the server sends is read by the receiver thread and dispatched by its header to a closure:
-// the client's own for the two meta headers, the application's for channels. The thread must survive whatever
-// arrives: what cannot be read is dropped and counted. Only what an application's own callback throws passes.
+// The receiver thread reads all messages and dispatches them by their header to closures: the client's own
+// for responses of the server, the application's for channels. No message must end the thread: messages that
+// cannot be read are dropped and counted. Only exceptions of an application's own callback are not caught.
 
 #include "bus/EventClientState.h"
 
@@ -31,7 +31,7 @@ EventClient::EventClient() : m_state(std::make_unique<State>()) {}
 EventClient::~EventClient()
 {
     Disconnect();
-    m_state->joinLeftReceiver();
+    m_state->joinEndedReceiver();
 }
 
 int EventClient::Connect(const std::string& path)
@@ -44,7 +44,7 @@ int EventClient::Connect(const std::string& path)
 
 int EventClient::State::connect(EventClient& client, const std::string& newPath)
 {
-    // All that takes memory comes first: there is no way back once the thread runs.
+    // Allocate first: nothing can be undone once the thread runs.
     std::string ownPath = newPath;
     ClosureEntry subscribeEntry = makeEntry(
         kSubscribeHeader, std::make_unique<InternalOperationClosure>(&EventClient::subscribeResponseHandler));
@@ -56,7 +56,7 @@ int EventClient::State::connect(EventClient& client, const std::string& newPath)
     if (socket < 0 || connectSocket(socket, newPath) != 0) {
         return -1;
     }
-    joinLeftReceiver();
+    joinEndedReceiver();
     setConnection(std::move(newConnection));
     {
         const std::lock_guard<std::mutex> guard(disconnectLock);
@@ -80,7 +80,7 @@ int EventClient::Disconnect()
     {
         std::unique_lock<std::mutex> guard(m_state->disconnectLock);
         if (m_state->currentConnection() != connection) {
-            return -ENOTCONN; // whoever was told of the loss was quicker
+            return -ENOTCONN; // another thread has disconnected meanwhile
         }
         connection->open = false;
         if (shutdown(connection->socket.get(), SHUT_RDWR) != 0) {
@@ -94,7 +94,7 @@ int EventClient::Disconnect()
             return -ETIMEDOUT;
         }
     }
-    m_state->joinLeftReceiver();
+    m_state->joinEndedReceiver();
     const std::lock_guard<std::mutex> guard(m_state->closuresLock);
     m_state->closures.clear();
     return 0;
@@ -113,17 +113,17 @@ ConnectionPointer EventClient::State::currentConnection()
 
 void EventClient::State::setConnection(ConnectionPointer newConnection)
 {
-    // The old one is let go, and perhaps closed, outside the lock.
+    // The old connection is released, and perhaps closed, after the lock.
     const std::lock_guard<std::mutex> guard(connectionLock);
     connection.swap(newConnection);
 }
 
-void EventClient::State::joinLeftReceiver()
+void EventClient::State::joinEndedReceiver()
 {
     pthread_t left = {};
     {
-        // Told of the loss on the receiver thread itself, the application may be here on it: that thread is
-        // joined by whoever comes next. It may also be about to ask for this lock, so nobody joins under it.
+        // The notification of a lost connection may call this function on the receiver thread, which a later
+        // call joins. Join without the lock, which the receiver thread takes before it ends.
         const std::lock_guard<std::mutex> guard(disconnectLock);
         if (!receiverJoinable || pthread_equal(receiverThread, pthread_self()) != 0) {
             return;
@@ -227,7 +227,7 @@ EventClient::State::Closure EventClient::State::enter(ClosureEntry entry)
 
 void EventClient::State::removeClosure(const std::string& header)
 {
-    ClosureEntry removed; // destroyed, with what the application's callback holds, outside the lock
+    ClosureEntry removed; // destroyed after the lock: the application's callback may own anything
     const std::lock_guard<std::mutex> guard(closuresLock);
     removed = closures.extract(header);
 }
@@ -262,7 +262,7 @@ int EventClient::SubscriptionCallbackClosure::ExecuteCallback(EventClient* clien
             return result;
         }
     } catch (const std::exception&) {
-        // A time text without digits, say: no peer may end this thread by what it sends.
+        // For example a time without digits. No message must end this thread.
         return -EINVAL;
     }
     const std::unique_ptr<TelvaneDataTypeBase> record(unpackaged);

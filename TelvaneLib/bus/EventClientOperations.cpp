@@ -1,9 +1,8 @@
-// What an application asks of the client: publishing, subscribing, requesting.
+// Publishing, subscribing and requesting.
 //
-// A send is retried for as long as nothing goes out, because a publication that was accepted must not be lost
-// to a busy server; only the application's own Disconnect() ends that. Waits are bounded. The answer to a
-// meta request carries no identifier but the channel, so one is outstanding at a time, and threads take
-// turns.
+// A send is retried until at least a part is sent, so that a busy server loses no message; only Disconnect()
+// ends that. Other waits have a time-out. A response of the server identifies its request only by the
+// channel, so there is one request to the server at a time, and threads take turns.
 
 #include "bus/EventClientState.h"
 #include "bus/PendingRequest.h"
@@ -53,7 +52,7 @@ std::unique_ptr<PublicationWriter> EventClient::State::takeWriter()
 
 void EventClient::State::returnWriter(std::unique_ptr<PublicationWriter> writer)
 {
-    // One is kept. What another thread returned in the meantime goes.
+    // Keep this one. Delete one that another thread has returned meanwhile.
     writer.reset(idleWriter.exchange(writer.release()));
 }
 
@@ -148,7 +147,7 @@ void EventClient::unsubscribeResponseHandler(EventClient* client, cJSON* message
 namespace
 {
 
-/// \return a closure of a class that is made like EventClient::SubscriptionCallbackClosure
+/// \return a closure of SubscriptionCallbackClosure or a class with the same constructor
 template <class Closure>
 std::unique_ptr<Closure> makeSubscription(EventClient::Callback callback,
                                           const TelvaneDataTypeBase& prototype, void* user)
@@ -158,7 +157,7 @@ std::unique_ptr<Closure> makeSubscription(EventClient::Callback callback,
         throw std::bad_alloc();
     }
     auto closure = std::make_unique<Closure>(own.get(), user, std::move(callback));
-    own.release(); // the closure's from here on
+    own.release(); // the closure owns it now
     return closure;
 }
 
@@ -167,7 +166,7 @@ std::unique_ptr<Closure> makeSubscription(EventClient::Callback callback,
 int EventClient::Subscribe(const std::string& channel, Callback callback,
                            const TelvaneDataTypeBase& prototype, void* user)
 {
-    // Not kept open by the wait for the answer: the server is to see its end at once.
+    // Weak, so that the wait for the response does not keep a connection open.
     const std::weak_ptr<Connection> connection = m_state->currentConnection();
     if (connection.expired()) {
         return -ENOTCONN;
@@ -180,11 +179,11 @@ int EventClient::Subscribe(const std::string& channel, Callback callback,
     });
 }
 
-/// \return `-ENOTCONN` when the connection that was subscribed on is no more: Disconnect() has forgotten all
-/// that was, and nothing may come after it
+/// \return `-ENOTCONN` if the connection that was subscribed on was closed: after Disconnect() the table must
+/// stay empty
 int EventClient::State::enterSubscription(ClosureEntry entry, const std::weak_ptr<Connection>& subscribedOn)
 {
-    Closure earlier; // destroyed, with what the application's callback holds, outside the lock
+    Closure earlier; // destroyed after the lock: the application's callback may own anything
     const std::lock_guard<std::mutex> guard(closuresLock);
     const ConnectionPointer current = currentConnection();
     if (current == nullptr || current != subscribedOn.lock()) {
@@ -226,8 +225,9 @@ int EventClient::Request(const std::string& channel, TelvaneDataTypeBase& record
     return catchBadAlloc([&] { return m_state->request(*this, channel, record); });
 }
 
-/// A request's closure while it waits. What the table held before stands behind it: nothing, a subscription,
-/// or the closure of another thread's request, which gets each answer, too.
+/// The closure of a request that waits for its reply. It keeps the closure that it replaced in the table: a
+/// subscription, which gets no messages meanwhile, or another thread's request, which gets each reply as
+/// well.
 class EventClient::State::RequestClosure : public SubscriptionCallbackClosure
 {
 public:
@@ -252,21 +252,21 @@ void EventClient::State::enterRequest(ClosureEntry entry, RequestClosure& reques
     request.earlier = enter(std::move(entry));
 }
 
-bool EventClient::State::endRequest(const std::string& channel, RequestClosure& request, bool evenTheLast)
+bool EventClient::State::endRequest(const std::string& channel, RequestClosure& request, bool removeLast)
 {
-    // Destroyed outside the lock.
+    // Destroyed after the lock.
     Closure ended;
     ClosureEntry removed;
     const std::lock_guard<std::mutex> guard(closuresLock);
     const auto found = closures.find(channel);
     if (found == closures.end()) {
-        return true; // somebody has unsubscribed
+        return true; // another thread has unsubscribed
     }
     Closure* place = &found->second;
     while (place->get() != &request) {
         auto* const later = dynamic_cast<RequestClosure*>(place->get());
         if (later == nullptr) {
-            return true; // somebody has subscribed
+            return true; // another thread has subscribed
         }
         place = &later->earlier;
     }
@@ -274,10 +274,10 @@ bool EventClient::State::endRequest(const std::string& channel, RequestClosure& 
         ended = std::exchange(*place, std::move(request.earlier));
         return true;
     }
-    if (evenTheLast) {
+    if (removeLast) {
         removed = closures.extract(found);
     }
-    return evenTheLast;
+    return removeLast;
 }
 
 int EventClient::State::request(EventClient& client, const std::string& channel, TelvaneDataTypeBase& record)
@@ -292,7 +292,7 @@ int EventClient::State::request(EventClient& client, const std::string& channel,
     const std::string requestChannel = kRequestPrefix + channel;
     int result = client.subscribeToServer(channel);
     if (result == -ENOMEM) {
-        return result; // the server has not been asked
+        return result; // nothing was sent
     }
     if (result == -ETIMEDOUT) {
         client.unsubscribeFromServer(channel);

@@ -1,15 +1,6 @@
 #pragma once
 
-// What an EventClient holds. Locks:
-//
-//   exchange.turn     one meta exchange at a time; taken before exchange.lock
-//   exchange.lock     the answer that is waited for; taken by the receiver thread under closuresLock
-//   closuresLock      the closure table, also while a callback runs; taken before the others
-//   disconnectLock    the receiver thread's end
-//   connectionLock    leaf: which connection is the current one
-//
-// A connection is shared by all who use its descriptor, and closed by the last: so nobody can send to, or
-// receive from, whoever is given the number next.
+// The state of an EventClient. docs/threads-and-locks.md describes its locks.
 
 #include <Telvane/EventClient.h>
 
@@ -31,16 +22,18 @@
 namespace Telvane
 {
 
+/// A connection, shared by all threads that use its descriptor. The last one closes it, so that no thread
+/// sends to a later owner of the number.
 struct Connection
 {
     explicit Connection(FileDescriptor fd) : socket(std::move(fd)) {}
 
     FileDescriptor socket;
-    std::atomic<bool> open{true}; ///< false as soon as Disconnect() has begun
+    std::atomic<bool> open{true}; ///< false from the start of Disconnect()
 };
 using ConnectionPointer = std::shared_ptr<Connection>;
 
-/// A request to the server itself, and the wait for its response.
+/// A request to the server, and the wait for its response.
 struct MetaExchange
 {
     std::mutex turn;
@@ -59,7 +52,7 @@ struct ClientCounters
     TELVANE_CLIENT_COUNTERS(TELVANE_ATOMIC_COUNTER)
 };
 
-/// Runs an operation of the public face, which tells want of memory by its result.
+/// Runs a public operation; returns `-ENOMEM` if it throws `std::bad_alloc`.
 template <class Operation>
 int catchBadAlloc(Operation operation)
 {
@@ -74,7 +67,7 @@ struct EventClient::State
 {
     using Closure = std::unique_ptr<CallbackClosure>;
     using ClosureTable = std::map<std::string, Closure, std::less<>>;
-    /// An entry of the table, made before it is needed: entering it takes no memory.
+    /// An entry that is allocated before it is needed, so that inserting it cannot fail.
     using ClosureEntry = ClosureTable::node_type;
     class RequestClosure;
 
@@ -86,10 +79,10 @@ struct EventClient::State
     void setConnection(ConnectionPointer newConnection);
     bool connected() { return currentConnection() != nullptr; }
 
-    /// Waits for the end of a receiver thread that is not the caller's own.
-    void joinLeftReceiver();
+    /// Joins a receiver thread that has ended or is about to, unless it is the calling thread.
+    void joinEndedReceiver();
     void endReceiver();
-    /// \return whether the caller is a callback, under closuresLock
+    /// \return true on the receiver thread, which holds closuresLock
     bool isReceiver();
 
     void dispatch(EventClient& client, const char* text);
@@ -97,8 +90,8 @@ struct EventClient::State
     /// \return false, and nothing has been done, when \p text has to be parsed
     bool deliver(EventClient& client, const char* text);
     static ClosureEntry makeEntry(const std::string& header, Closure closure);
-    /// To be called under closuresLock.
-    /// \return the closure that the table held before, or null
+    /// Requires closuresLock.
+    /// \return the closure that the entry replaced, or null
     Closure enter(ClosureEntry entry);
     void removeClosure(const std::string& header);
 
@@ -109,9 +102,10 @@ struct EventClient::State
     int connect(EventClient& client, const std::string& newPath);
     int enterSubscription(ClosureEntry entry, const std::weak_ptr<Connection>& subscribedOn);
     void enterRequest(ClosureEntry entry, RequestClosure& request);
-    /// Takes a request's closure out again, unless the channel is then nobody's and not \p evenTheLast may go.
-    /// \return whether it is out
-    bool endRequest(const std::string& channel, RequestClosure& request, bool evenTheLast);
+    /// Removes the closure of a request.
+    /// \param removeLast whether to remove it even if it is the channel's last one
+    /// \return whether it is removed
+    bool endRequest(const std::string& channel, RequestClosure& request, bool removeLast);
     int request(EventClient& client, const std::string& channel, TelvaneDataTypeBase& record);
     int runExchange(MetaExchange& exchange, const std::string& channel, cJSON* request);
 
@@ -131,7 +125,7 @@ struct EventClient::State
     MetaExchange subscribing;
     MetaExchange unsubscribing;
 
-    /// The writer that is not in use; another thread that publishes meanwhile makes one of its own.
+    /// The writer, or null while a thread uses it. Another thread that publishes then creates its own.
     std::atomic<PublicationWriter*> idleWriter{nullptr};
 
     std::function<void(EventClient&)> onConnectionLost;

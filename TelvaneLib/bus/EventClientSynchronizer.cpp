@@ -1,5 +1,5 @@
-// A request over the public operations of a client. The caller's record is the prototype of the reply as well as
-// its target.
+// Requests with the public operations of a client. The caller's record is both prototype and target of the
+// reply.
 
 #include <Telvane/EventClientSynchronizer.h>
 
@@ -31,7 +31,8 @@ int EventClientSynchronizer::Request(EventClient& client, const std::string& cha
     EventClient::Callback takeReply;
     try {
         requestChannel = kRequestPrefix + channel;
-        // The subscription shares the state: if the server does not end it, it may outlive the synchronizer.
+        // The subscription shares the state, because it may outlive the synchronizer if the server does not
+        // end it.
         takeReply = [state = m_state](void*, TelvaneDataTypeBase* record, int, void*) {
             state->take(record);
         };

@@ -1,9 +1,9 @@
-// The server's life: starting, accepting, serving each client on a thread of its own, stopping.
+// Start and stop of the server, accepting of clients, and a receiver thread for each.
 //
-// Results are numbers, 0 or negated error numbers, and errors that have no caller are lines on standard
-// error. Stopping is a conversation: Stop() names the thread that it wants to end, shuts that thread's socket
-// down and waits until the thread, on its way out, says so. A socket is closed only when no thread can use
-// its number any more. The locks and their order stand in EventServerState.h.
+// Results are 0 or negated error numbers. Errors without a caller are lines on standard error. Stop() sets
+// the thread to end as its target, shuts the thread's socket down, and waits until the thread confirms. A
+// socket is closed only when no thread can use its number any more. docs/threads-and-locks.md describes the
+// locks.
 
 #include "bus/EventServerState.h"
 
@@ -31,11 +31,11 @@ constexpr auto kStopDeadline = std::chrono::seconds(10);
 constexpr auto kPauseAfterFailedAccept = std::chrono::milliseconds(20);
 constexpr int kBacklog = 5;
 
-// The numbers behind the source path are part of the lines that logs are filtered by.
+// Numbers in the error lines. Logs are filtered by them.
 constexpr int kSocketErrorLine = 288;
 constexpr int kBindErrorLine = 298;
 
-/// Tells of the error that stands in errno.
+/// Reports the error in errno.
 void reportBindingError(int code, int line)
 {
     const int error = errno;
@@ -48,8 +48,8 @@ void reportBindingError(int code, int line)
     writeErrorLine(text);
 }
 
-/// Makes way for a new socket file.
-/// \return 0; -1 when no socket is to be had; `-EADDRINUSE` when somebody serves the path
+/// Removes a socket file without a server.
+/// \return 0; -1 if no socket can be created; `-EADDRINUSE` if a server listens on the path
 int clearStalePath(const std::string& path)
 {
     if (access(path.c_str(), F_OK) != 0) {
@@ -62,7 +62,7 @@ int clearStalePath(const std::string& path)
     int connected = -1;
     do {
         connected = connectSocket(probe.get(), path);
-    } while (connected != 0 && errno == EINTR); // which says nothing about who serves the path
+    } while (connected != 0 && errno == EINTR); // says nothing about a server
     if (connected == 0 || errno == EADDRINUSE) {
         return -EADDRINUSE;
     }
@@ -128,7 +128,7 @@ int EventServer::StartOn(int listeningDescriptor)
     adoptListeningSocket(listeningDescriptor);
     FileDescriptor listener(listeningDescriptor);
     const int result = m_state->listenOn(listener, std::move(wake));
-    listener.release(); // by now it is the server's, or still the caller's
+    listener.release(); // either the server or still the caller owns it
     return result;
 }
 
@@ -162,12 +162,12 @@ void* EventServer::connectionListener(void* server)
         FileDescriptor client(acceptClient(state.listener));
         const int error = errno;
         if (client.valid()) {
-            state.admit(std::move(client));
+            state.addClient(std::move(client));
         } else if (error == EINVAL || error == EBADF) {
             break;
         } else {
-            // Mostly no descriptor is to be had, which only time can mend. The client stays in the backlog:
-            // trying again at once would only burn the processor.
+            // Usually the process is out of descriptors. The client stays in the backlog, so trying again at
+            // once would only use the processor.
             std::this_thread::sleep_for(kPauseAfterFailedAccept);
         }
         state.joinFinishedThreads();
@@ -176,14 +176,14 @@ void* EventServer::connectionListener(void* server)
     return nullptr;
 }
 
-void EventServer::State::admit(FileDescriptor client)
+void EventServer::State::addClient(FileDescriptor client)
 {
     if (refusesConnection(client.get())) {
         return;
     }
     applySendBuffer(client.get());
-    // The new thread begins by looking itself up under this lock, so it always finds its entry, which is made
-    // first: once the thread runs, nothing may fail for want of memory.
+    // The new thread first looks up its entry under this lock, so it always finds it. The entry is allocated
+    // before the thread runs, after which nothing can be undone.
     const std::lock_guard<std::mutex> guard(connectionsLock);
     auto entry = connections.end();
     try {
@@ -207,7 +207,7 @@ void EventServer::State::applySendBuffer(int client)
     int granted = 0;
     socklen_t length = sizeof granted;
     if (getsockopt(client, SOL_SOCKET, SO_SNDBUF, &granted, &length) == 0) {
-        grantedSendBuffer = granted / 2; // the kernel doubles what it is asked for, for its own bookkeeping
+        grantedSendBuffer = granted / 2; // the kernel doubles the size, for its overhead
     }
 }
 
@@ -261,7 +261,7 @@ void EventServer::State::tearDown(int client)
         const std::lock_guard<std::mutex> stopGuard(stopLock);
         {
             const std::lock_guard<std::mutex> connectionsGuard(connectionsLock);
-            forget(client);
+            removeSubscriptions(client);
             FileDescriptor(client).reset();
             finishedThreads.insert(connections.extract(client));
         }
@@ -313,7 +313,7 @@ int EventServer::State::stopListener()
 {
     std::unique_lock<std::mutex> stopGuard(stopLock);
     stopTarget = listenerThread;
-    stopPending = !listenerEnded; // nobody waits for a farewell that was said long ago
+    stopPending = !listenerEnded; // a thread that has ended does not confirm
     const int fd = listener;
     if (wake.valid()) {
         wakeUp(wake.get());
@@ -321,7 +321,7 @@ int EventServer::State::stopListener()
         stopPending = false;
         return -EALREADY;
     }
-    // Closed on return, when the listening thread can no longer use the number.
+    // Closed on return, when the listener thread can no longer use it.
     const FileDescriptor socket(fd);
     listener = -1;
     if (!wake.valid()) {
@@ -338,7 +338,7 @@ int EventServer::State::stopListener()
 int EventServer::State::stopReceivers()
 {
     for (;;) {
-        // While this lock is held no receiver thread gets as far as closing its socket.
+        // While this lock is held, no receiver thread closes its socket.
         std::unique_lock<std::mutex> stopGuard(stopLock);
         {
             const std::lock_guard<std::mutex> guard(connectionsLock);

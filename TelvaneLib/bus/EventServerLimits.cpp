@@ -1,5 +1,5 @@
-// What the server refuses when it has been given limits. The bus itself knows none: whoever reaches the
-// socket may connect and subscribe as often as it likes, and the server never forgets the name of a channel.
+// Refusal of connections and subscriptions. Without limits, every process that can open the socket may
+// connect and subscribe as often as it likes, and the server keeps the name of each channel forever.
 
 #include "bus/EventServerState.h"
 
@@ -50,7 +50,7 @@ bool isAllowed(const EventServerLimits& limits, int client)
     if (limits.groups.empty()) {
         return false;
     }
-    const std::vector<gid_t> groups = groupsOfPeer(client);
+    const std::vector<gid_t> groups = peerGroups(client);
     return std::any_of(groups.begin(), groups.end(),
                        [&limits](gid_t group) { return contains(limits.groups, group); });
 }
@@ -72,13 +72,13 @@ std::string describe(const EventServerRefusal& refusal)
 bool EventServer::State::refusesConnection(int client)
 {
     bool allowed = false;
-    std::size_t most = 0;
+    std::size_t maxConnections = 0;
     try {
         const std::lock_guard<std::mutex> guard(limitsLock);
         allowed = isAllowed(limits, client);
-        most = limits.connections;
+        maxConnections = limits.connections;
     } catch (const std::bad_alloc&) {
-        // Whoever cannot be told from others is not allowed.
+        // Do not allow a client whose identity cannot be checked.
     }
     if (!allowed) {
         refuse(EventServerRefusal::Reason::NotAllowed, client, {});
@@ -89,7 +89,7 @@ bool EventServer::State::refusesConnection(int client)
         const std::lock_guard<std::mutex> guard(connectionsLock);
         connected = connections.size();
     }
-    if (most != 0 && connected >= most) {
+    if (maxConnections != 0 && connected >= maxConnections) {
         refuse(EventServerRefusal::Reason::TooManyConnections, client, {});
         return true;
     }
@@ -98,33 +98,33 @@ bool EventServer::State::refusesConnection(int client)
 
 bool EventServer::State::refusesSubscription(int client, std::string_view channel, bool newChannel)
 {
-    std::size_t mostSubscriptions = 0;
-    std::size_t mostChannels = 0;
+    std::size_t maxSubscriptions = 0;
+    std::size_t maxChannels = 0;
     {
         const std::lock_guard<std::mutex> guard(limitsLock);
-        mostSubscriptions = limits.subscriptionsPerClient;
-        mostChannels = limits.channels;
+        maxSubscriptions = limits.subscriptionsPerClient;
+        maxChannels = limits.channels;
     }
-    if (mostSubscriptions != 0) {
+    if (maxSubscriptions != 0) {
         std::size_t subscribed = 0;
         {
             const std::lock_guard<std::mutex> guard(subscribersLock);
             const auto found = subscriptions.find(client);
             subscribed = found != subscriptions.end() ? found->second.size() : 0;
         }
-        if (subscribed >= mostSubscriptions) {
+        if (subscribed >= maxSubscriptions) {
             refuse(EventServerRefusal::Reason::TooManySubscriptions, client, channel);
             return true;
         }
     }
-    if (mostChannels != 0 && newChannel && channelCount >= mostChannels) {
+    if (maxChannels != 0 && newChannel && channelCount >= maxChannels) {
         refuse(EventServerRefusal::Reason::TooManyChannels, client, channel);
         return true;
     }
     return false;
 }
 
-/// Counts and tells a refusal.
+/// Counts and reports a refusal.
 void EventServer::State::refuse(EventServerRefusal::Reason reason, int client, std::string_view channel)
 {
     const bool ofConnection = reason == EventServerRefusal::Reason::NotAllowed ||

@@ -1,7 +1,6 @@
-// What the server does with a message. Everything here runs on the receiver thread of the client that sent
-// it; dispatch is serialised by the handler lock. A message that cannot be dispatched is dropped without an
-// answer and counted. Sends never wait: a subscriber whose buffer is full misses the relay, the others do
-// not.
+// Dispatch of messages, on the receiver thread of the client that sent them. The handler lock serialises it.
+// Messages that cannot be dispatched are dropped and counted. Sends do not wait: a subscriber whose buffer is
+// full misses the relay, and the others get it.
 
 #include "bus/EventServerState.h"
 
@@ -78,10 +77,10 @@ void EventServer::State::relayPrinted(PrintedPublication* publications, std::siz
         std::array<Relay, kMaxPackets> relays;
         std::size_t relayCount = 0;
         int bytes = 0;
-        // Other clients' messages wait for no more than is taken together.
+        // Limit the time for which messages of other clients wait.
         const std::lock_guard<std::mutex> guard(handlerLock);
         Channel::Entry* channel = nullptr;
-        for (; publications != end && bytes < kMostBytes; ++publications) {
+        for (; publications != end && bytes < kMaxBytes; ++publications) {
             if (channel == nullptr || channel->first != publications->header()) {
                 const auto found = channels.find(publications->header());
                 channel = found != channels.end() ? &*found : nullptr;
@@ -102,7 +101,7 @@ void EventServer::State::relayPrinted(PrintedPublication* publications, std::siz
     }
 }
 
-/// The way of every message that is not a publication in printed form.
+/// Dispatches a message that is not a publication in printed form.
 void EventServer::State::handleParsed(int client, const Packet& packet)
 {
     const JsonTree message(cJSON_Parse(packet.text));
@@ -129,7 +128,7 @@ void EventServer::State::handleParsed(int client, const Packet& packet)
         result = -ENOMEM;
     }
     if (result == -ENOMEM) {
-        // The message is lost, as it would be to a full buffer; the server goes on.
+        // Only this message is lost.
         incrementUnshared(counters.outOfMemory);
     }
 }
@@ -175,7 +174,7 @@ int EventServer::meta_unsubscribeHandler(void* server, int fd, const std::string
     return result;
 }
 
-/// \return false when it is refused, or memory has run out
+/// \return false if it is refused or memory runs out
 bool EventServer::State::subscribe(int client, std::string_view channel)
 {
     try {
@@ -190,7 +189,7 @@ bool EventServer::State::subscribe(int client, std::string_view channel)
         const std::lock_guard<std::mutex> guard(subscribersLock);
         std::vector<Subscription>& own = subscriptions[client];
         if (own.size() == own.capacity()) {
-            own.reserve(std::max<std::size_t>(4, 2 * own.size())); // nothing may fail between the next two
+            own.reserve(std::max<std::size_t>(4, 2 * own.size())); // the next two must not fail separately
         }
         Delivery& delivery = entry.second.subscribers[client];
         delivery.position = own.size();
@@ -217,7 +216,7 @@ Channel::Entry& EventServer::State::addChannel(std::string_view name)
     return entry;
 }
 
-/// \return whether the channel exists, subscribed to by this client or not
+/// \return whether the channel exists, even if the client is not subscribed to it
 bool EventServer::State::unsubscribe(int client, std::string_view channel)
 {
     const auto found = channels.find(channel);
@@ -228,7 +227,7 @@ bool EventServer::State::unsubscribe(int client, std::string_view channel)
     const std::lock_guard<std::mutex> guard(subscribersLock);
     const auto subscriber = entry.subscribers.find(client);
     if (subscriber != entry.subscribers.end()) {
-        // The last subscription of the list takes the place of this one.
+        // Move the last subscription of the list to this place.
         std::vector<Subscription>& own = subscriptions.find(client)->second;
         const std::size_t position = subscriber->second.position;
         own[position] = own.back();
@@ -240,7 +239,7 @@ bool EventServer::State::unsubscribe(int client, std::string_view channel)
     return true;
 }
 
-void EventServer::State::forget(int client)
+void EventServer::State::removeSubscriptions(int client)
 {
     const std::lock_guard<std::mutex> guard(subscribersLock);
     const auto found = subscriptions.find(client);
@@ -273,7 +272,8 @@ int EventServer::subscriptionHandler(void* server, int /*fd*/, const std::string
 
 int EventServer::State::relay(Channel::Entry& channel, int sequenceNumber, cJSON* payload)
 {
-    // The relay refers to the payload, and the printer skips references: the payload's numbers come first.
+    // The relay refers to the payload, and the printer skips references, so preformat the payload's numbers
+    // first.
     printer.preformatNumbers(payload);
     cJSON* const message = relayEnvelope.wrap(channel.first, sequenceNumber, payload);
     const char* const text =
@@ -297,7 +297,7 @@ void EventServer::State::noteRelay(Channel& channel, int sequenceNumber, int len
     }
 }
 
-/// Sends each subscriber its share of the relays before the next one's, so that each is woken once.
+/// Sends all relays of one subscriber before those of the next, so that each subscriber is woken once.
 void EventServer::State::sendToSubscribers(const Relay* relays, std::size_t number)
 {
     const std::lock_guard<std::mutex> guard(subscribersLock);

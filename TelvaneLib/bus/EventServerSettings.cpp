@@ -1,5 +1,5 @@
-// What an application installs and sets. Hooks are plain fields, because they are installed before Start();
-// what may be set at any time is atomic or has a lock of its own.
+// Hooks and settings. Hooks need no lock, because they are installed before Start(). Settings that may change
+// at any time are atomic or have a lock.
 
 #include "bus/EventServerState.h"
 
@@ -12,8 +12,8 @@ namespace Telvane
 namespace
 {
 
-// The deepest message that the JSON library accepts takes up to 160 KiB.
-constexpr std::size_t kSmallestStack = std::size_t{256} * 1024;
+// The deepest message that the JSON library accepts needs up to 160 KiB of stack.
+constexpr std::size_t kMinStackSize = std::size_t{256} * 1024;
 
 } // namespace
 
@@ -116,7 +116,7 @@ int EventServer::GrantedSubscriberSendBuffer() const
 
 int EventServer::SetThreadStackSize(std::size_t bytes)
 {
-    if (bytes < kSmallestStack) {
+    if (bytes < kMinStackSize) {
         return -EINVAL;
     }
     m_state->stackSize = bytes;

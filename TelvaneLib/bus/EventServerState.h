@@ -1,16 +1,6 @@
 #pragma once
 
-// What an EventServer holds. Locks, in the order in which they are taken:
-//
-//   stopLock         a stop request and its answer
-//   connectionsLock  connections and finishedThreads
-//   handlerLock      around each dispatch, of one message or of several publications: channels (as a table),
-//                    relayEnvelope, printer; taken alone
-//   subscribersLock  leaf: who is subscribed to what, and how that fares; no hook runs under it
-//   limitsLock       leaf: limits
-//
-// A descriptor leaves the subscribers before it is closed, under subscribersLock, which a relay holds too:
-// so no relay can reach whoever is given the number next.
+// The state of an EventServer. docs/threads-and-locks.md describes its locks and their order.
 
 #include <Telvane/EventServer.h>
 
@@ -33,26 +23,26 @@
 namespace Telvane
 {
 
-/// How the relays of one channel to one subscriber fare.
+/// Relays of one channel to one subscriber.
 struct Delivery
 {
-    std::size_t position = 0; ///< in the subscriber's list of subscriptions
+    std::size_t position = 0; ///< index in the subscriber's list of subscriptions
     int lastError = 0;
     TELVANE_COUNTER_MEMBERS(TELVANE_SUBSCRIPTION_COUNTERS)
 };
 
-/// A header that messages are dispatched on: a meta channel, or one that somebody has subscribed to. Never
-/// removed, so that whoever tells of channels can walk them without a lock.
+/// A channel that has ever had a subscriber, or a meta channel. Channels are never removed, so that their
+/// list can be read without a lock.
 struct Channel
 {
     using Entry = std::pair<const std::string, Channel>;
 
-    EventHandler metaHandler = nullptr;            ///< null where messages are relayed to subscribers
+    EventHandler metaHandler = nullptr;            ///< null for channels whose messages are relayed
     std::unordered_map<int, Delivery> subscribers; ///< by descriptor
 
-    const Entry* older = nullptr; ///< the next in the list that begins at newestChannel
+    const Entry* older = nullptr; ///< next element of the list that starts at newestChannel
 
-    // Written under handlerLock, or subscribersLock; read without.
+    // Written under handlerLock or subscribersLock, read without a lock.
     std::atomic<std::size_t> subscriberCount{0};
     std::atomic<int> lastSequence{-1};
     TELVANE_CHANNEL_COUNTERS(TELVANE_ATOMIC_COUNTER)
@@ -60,7 +50,7 @@ struct Channel
 
 using ChannelTable = std::map<std::string, Channel, std::less<>>;
 
-/// What is sent to each subscriber of a channel.
+/// A message for the subscribers of a channel.
 struct Relay
 {
     Channel* channel = nullptr;
@@ -68,7 +58,7 @@ struct Relay
     int length = 0;
 };
 
-/// One of the channels that a client is subscribed to.
+/// A client's subscription to a channel.
 struct Subscription
 {
     Channel::Entry* channel;
@@ -96,7 +86,7 @@ struct ServerCounters
     TELVANE_SERVER_COUNTERS(TELVANE_ATOMIC_COUNTER)
 };
 
-/// As count(), where a lock keeps other writers out.
+/// Like count(), for counters whose writers hold a lock.
 inline void incrementUnshared(std::atomic<std::uint64_t>& counter, std::uint64_t events = 1)
 {
     counter.store(counter.load(std::memory_order_relaxed) + events, std::memory_order_relaxed);
@@ -106,7 +96,7 @@ struct EventServer::State
 {
     explicit State(EventServer& owner);
 
-    /// \return the server's own state, for the static entries
+    /// \return the state of a server, for its static functions
     static State& of(void* server) { return *static_cast<EventServer*>(server)->m_state; }
 
     // Start and stop
@@ -119,7 +109,7 @@ struct EventServer::State
     void joinFinishedThreads();
 
     // Clients
-    void admit(FileDescriptor client);
+    void addClient(FileDescriptor client);
     void applySendBuffer(int client);
     int descriptorOf(pthread_t thread);
     void serve(int client);
@@ -134,7 +124,7 @@ struct EventServer::State
     bool isSubscribed(int client, const Channel& channel);
     Channel::Entry& addChannel(std::string_view name);
     bool unsubscribe(int client, std::string_view channel);
-    void forget(int client);
+    void removeSubscriptions(int client);
     int relay(Channel::Entry& channel, int sequenceNumber, cJSON* payload);
     void relayPrinted(PrintedPublication* publications, std::size_t number);
     void noteRelay(Channel& channel, int sequenceNumber, int length);
@@ -144,7 +134,7 @@ struct EventServer::State
     // Status
     std::vector<EventServerClientStatus> clients();
 
-    // Guards
+    // Limits
     bool refusesConnection(int client);
     bool refusesSubscription(int client, std::string_view channel, bool newChannel);
     void refuse(EventServerRefusal::Reason reason, int client, std::string_view channel);
@@ -153,18 +143,18 @@ struct EventServer::State
     std::atomic<int> listener{-1};
     std::string path;
     pthread_t listenerThread = {};
-    /// Wakes the listening thread of a socket that is not ours to shut down; invalid with one that is.
+    /// Wakes the listener thread if the socket was inherited and must not be shut down; else invalid.
     FileDescriptor wake;
 
     std::mutex connectionsLock;
     std::map<int, pthread_t> connections;
-    /// By the descriptor that they had: an ending thread moves its entry here, which takes no memory.
+    /// By descriptor. A thread that ends moves its entry here, which allocates no memory.
     std::multimap<int, pthread_t> finishedThreads;
 
     std::mutex handlerLock;
     ChannelTable channels;
     std::atomic<const Channel::Entry*> newestChannel{nullptr};
-    std::size_t channelCount = 0; ///< without the meta channels
+    std::size_t channelCount = 0; ///< count of channels without the meta channels
     RelayEnvelope relayEnvelope;
     MessagePrinter printer;
 

@@ -1,6 +1,6 @@
-// What the server tells of itself while it goes on. Whoever asks waits, not whoever publishes: counters are
-// read as they stand, channels are walked without a lock, and the lock that relays need is held for one
-// client's list at a time and for no allocation of a text.
+// Status of a running server. It does not delay messages: counters and channels are read without a lock, and
+// the lock that relays need is held only while the subscriptions of one client are copied, without allocating
+// texts.
 
 #include "bus/EventServerState.h"
 
@@ -21,7 +21,7 @@ void EventServer::Statistics(EventServerStatistics& statistics, std::size_t size
 namespace
 {
 
-/// A subscription as it stands under the lock; its channel's name stays where it is.
+/// A copy of a subscription, without the name of its channel.
 struct Snapshot
 {
     const Channel::Entry* channel;
@@ -53,7 +53,7 @@ std::vector<EventServerClientStatus> EventServer::State::clients()
 {
     std::vector<EventServerClientStatus> all;
     std::vector<Snapshot> snapshots;
-    // While this lock is held no descriptor is closed.
+    // While this lock is held, no descriptor is closed.
     const std::lock_guard<std::mutex> connectionsGuard(connectionsLock);
     all.reserve(connections.size());
     for (const auto& connection : connections) {
@@ -75,7 +75,7 @@ std::vector<EventServerClientStatus> EventServer::State::clients()
         status.process = peer.process;
         status.user = peer.user;
         status.group = peer.group;
-        status.bytesBehind = bytesUnread(client);
+        status.bytesBehind = unreadBytes(client);
         status.subscriptions.reserve(snapshots.size());
         std::transform(snapshots.begin(), snapshots.end(), std::back_inserter(status.subscriptions),
                        &statusOf);

@@ -1,7 +1,7 @@
 #pragma once
 
-// The part of a request that EventClient and EventClientSynchronizer share. Both subscribe to the channel of the
-// reply before, and give the subscription up after it, each in its own way.
+// The part of a request that EventClient and EventClientSynchronizer share. Each subscribes and unsubscribes
+// in its own way, before and after it.
 
 #include <Telvane/EventClient.h>
 
@@ -12,24 +12,26 @@
 namespace Telvane
 {
 
-/// One request at a time, and the wait for its reply.
+/// A request and the wait for its reply, one at a time.
 class PendingRequest
 {
 public:
-    /// From now on take() copies replies to \p reply.
+    /// Makes take() copy replies to \p reply.
     void begin(TelvaneDataTypeBase& reply);
 
-    /// Publishes a request on \p requestChannel and waits for the first reply since begin(). The lock is held until
-    /// the wait begins: a reply that is quicker has to wait.
-    /// \param timeout in seconds; 0 gives up even if there is a reply already
-    /// \param[out] result 0, or `ETIMEDOUT`; what Publish() returned if the request was not sent
-    /// \return whether the request was sent
+    /// Publishes a request and waits for the first reply since begin(). Holds the lock until the wait begins,
+    /// so that a quick reply waits for it.
+    /// \param      client         the client
+    /// \param      requestChannel channel of the request
+    /// \param      timeout        time-out in seconds; with 0 it times out even if there is a reply
+    /// \param[out] result         0 or `ETIMEDOUT`; the result of Publish() if the request was not sent
+    /// \return true if the request was sent
     bool ask(EventClient& client, const std::string& requestChannel, unsigned int timeout, int& result);
 
-    /// From now on take() ignores replies. A late one must not be copied into a record that is gone.
+    /// Makes take() ignore replies: the record for the reply may not exist any more.
     void end();
 
-    /// Called with each reply, on the receiver thread. One for which memory runs out is ignored.
+    /// Takes a reply, on the receiver thread. Ignores it if memory runs out.
     void take(TelvaneDataTypeBase* reply);
 
 private:

@@ -18,11 +18,11 @@ public:
     PublicationWriter();
 
     /// \param[out] text the publication, valid until the next call; ends at kMessageLimit bytes
-    /// \return 0; `-ENOMEM`; -1 when a field of the record could not be written
+    /// \return 0; `-ENOMEM`; -1 if a field of the record could not be written
     int write(const std::string& channel, TelvaneDataTypeBase& record, const char*& text);
 
     /// Prints a message that is not a record's publication.
-    /// \return the text, as above; null without memory
+    /// \return the text, as above; null if memory runs out
     const char* print(const cJSON* message);
 
     /// \return the length of the text printed last

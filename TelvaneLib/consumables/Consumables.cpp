@@ -1,5 +1,5 @@
-// The tables are plain arrays that applications may index themselves. The lookups test the bounds: codes come
-// off the wire, where any number may stand.
+// The tables are arrays that applications may index. The functions check the bounds, because codes come from
+// messages and may be any number.
 
 #include <Telvane/Consumables.h>
 

@@ -1,5 +1,5 @@
-// The bands are a table in the order in which they are searched. All arithmetic is in double precision and in
-// the order written, so that builds agree to the last digit.
+// The table of diameters is searched in its order. All arithmetic uses double precision in the written order,
+// so that all builds give the same digits.
 
 #include <Telvane/WireComputations.h>
 
@@ -11,7 +11,7 @@ namespace
 
 struct SizeBand
 {
-    double below; ///< the first diameter, in inches, that does not belong to this size
+    double below; ///< upper bound of the diameter, in inches; exclusive
     _WireSize_e size;
 };
 
@@ -58,7 +58,7 @@ double densityOf(_AlloyID_e alloy)
     if (alloy > AlloyID_MC_VANT) {
         return 0.246;
     }
-    // The bronzes, and the four codes behind the metal-cored wires that no alloy has been given yet.
+    // The bronzes, and the four codes after the metal-cored wires that are not assigned.
     if (alloy == AlloyID_SIBR || alloy == AlloyID_ALBR ||
         (alloy > AlloyID_MC_MATRIX && alloy < AlloyID_MC_VANT)) {
         return 0.308;

@@ -1,5 +1,5 @@
-// Time stamps. The text on the bus counts milliseconds; what is finer is lost there on purpose. Arithmetic
-// is 64 bits wide, so that only the platform's time_t limits the range.
+// Time stamps. The string in JSON has milliseconds; fractions are cut off. Arithmetic uses 64 bits, so that
+// only the platform's time_t limits the range.
 
 #include <Telvane/DateTime.h>
 
@@ -21,7 +21,7 @@ namespace
 
 constexpr long kNanosecondsPerMillisecond = 1'000'000;
 
-/// Reads the first run of digits.
+/// Reads the first digits as milliseconds.
 /// \return `invalid_argument` if there is none
 std::errc readMilliseconds(const char* begin, const char* end, timespec& time)
 {
@@ -35,7 +35,7 @@ std::errc readMilliseconds(const char* begin, const char* end, timespec& time)
     return error;
 }
 
-/// A time as it stands in JSON.
+/// The string in JSON.
 struct WireText
 {
     static constexpr std::string_view kPrefix = "/Date(";
@@ -43,7 +43,7 @@ struct WireText
 
     explicit WireText(const timespec& time) { write(time, text); }
 
-    /// \return the terminator's position
+    /// \return the position of the terminator
     static char* write(const timespec& time, char* text)
     {
         const long long milliseconds =
@@ -160,14 +160,14 @@ int DateTime::FromISO8601String(std::string& text, DateTime& result)
     if (point != std::string::npos) {
         std::string fraction = text.substr(point + 1);
         if (!fraction.empty()) {
-            fraction.pop_back(); // the zone's letter
+            fraction.pop_back(); // the letter of the time zone
         }
         if (!fraction.empty()) {
             milliseconds = std::stoi(fraction);
         }
     }
     result.time.tv_sec = seconds;
-    // Any count of milliseconds is taken; one too large for 32 bits of nanoseconds wraps.
+    // More milliseconds than 32 bits of nanoseconds can hold wrap around.
     result.time.tv_nsec = static_cast<int>(static_cast<unsigned>(milliseconds) *
                                            static_cast<unsigned>(kNanosecondsPerMillisecond));
     return 0;
@@ -180,7 +180,7 @@ bool DateTime::_packageData(cJSON* output)
     }
     cJSON* const text = cJSON_CreateString(WireText(time).text);
     if (text != nullptr) {
-        // The node at hand becomes the string: it takes over the text of the one just made.
+        // Make the given node the string, with the text of the new one.
         std::swap(output->valuestring, text->valuestring);
         std::swap(output->type, text->type);
         cJSON_Delete(text);

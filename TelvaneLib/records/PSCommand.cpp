@@ -1,6 +1,6 @@
-// A failed append is an answer, not an exception, and its line is put together without allocating, because
-// what failed is an allocation. All else is as unchecked as its users expect: kinds and labels are carried as
-// given, and a program command reports an entry that it does not have by the vector's own exception.
+// Appending reports a lack of memory in its result and in a line that is formatted without allocating. Kinds
+// and labels are not checked. A program command throws the vector's exception for an entry that it does not
+// have.
 
 #include <Telvane/PSCommand.h>
 
@@ -23,7 +23,7 @@ constexpr std::size_t kUsualModes = 17;
 constexpr std::size_t kUsualValues = 35;
 constexpr unsigned kProgramEntries = 4;
 
-/// \param failure how the line begins that tells of exhausted memory
+/// \param failure start of the line that reports a lack of memory
 bool append(std::vector<ValueLabelType>& list, PSValues_e label, int value, const char* failure)
 {
     ValueLabelType entry;
@@ -33,7 +33,7 @@ bool append(std::vector<ValueLabelType>& list, PSValues_e label, int value, cons
     try {
         list.push_back(entry);
     } catch (const std::exception&) {
-        // Of the value the line shows the low 16 bits only.
+        // The line contains only the low 16 bits of the value.
         std::array<char, 128> line{};
         std::snprintf(line.data(), line.size(), "%s vector push_back failed - label: %u value: %u\n", failure,
                       static_cast<unsigned>(label), static_cast<unsigned>(static_cast<std::uint16_t>(value)));

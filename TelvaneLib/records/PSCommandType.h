@@ -5,7 +5,7 @@
 namespace Telvane
 {
 
-/// The kind that a command's stored number stands for. A negative number counts as a very large one.
+/// \return the kind; PSCommandType_OutOfRange for numbers from there on and for negative ones
 inline PSCommandType_e commandType(int stored)
 {
     return static_cast<unsigned>(stored) < static_cast<unsigned>(PSCommandType_OutOfRange)

@@ -1,4 +1,4 @@
-// A number that is out of range, negative numbers included, is refused by one unsigned comparison.
+// One unsigned comparison checks for numbers that are too large and for negative ones.
 
 #include <Telvane/PSFeedback.h>
 

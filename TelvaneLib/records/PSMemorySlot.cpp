@@ -1,4 +1,4 @@
-// The count of programs belongs to the data, not to the class: 8 is only where a new slot begins.
+// A new slot has 8 programs. The count may change when a slot is read.
 
 #include <Telvane/PSMemorySlot.h>
 

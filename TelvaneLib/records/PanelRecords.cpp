@@ -1,5 +1,5 @@
-// The names of the menu lines are shown to operators and compared by other programs, so their spelling must
-// not change.
+// Operators read the names of the menu lines and other programs compare them, so their spelling must not
+// change.
 
 #include <Telvane/PanelRecords.h>
 

@@ -1,4 +1,4 @@
-// Not a standard encoder: what it makes of a short last group is what its readers expect.
+// Encodes a short last group differently from the standard, as existing decoders expect.
 
 #include <Telvane/Ascii85.h>
 
@@ -10,7 +10,8 @@ namespace
 constexpr int kGroupBytes = 4;
 constexpr int kGroupCharacters = 5;
 
-/// \return the group of the first \p count bytes of \p data (at most four); missing low bytes are zero
+/// \return the first \p count bytes of \p data (at most 4), the first as the most significant; missing bytes
+///         are 0
 unsigned int groupOf(const char* data, int count)
 {
     unsigned int value = 0;

@@ -1,6 +1,6 @@
-// When a wait on the wall clock has to end. A time-out may be as long as 136 years, and a deadline beyond
-// what the system can name wraps into the past: the wait would return at once, again and again, and burn a
-// processor until the real deadline. So the last moment that can be named stands for all later ones.
+// Deadlines of waits on the wall clock. A time-out may be as long as 136 years. A deadline beyond the range
+// of the system's time would wrap into the past, and the wait would return at once again and again. So
+// deadlines are limited to that range.
 #pragma once
 
 #include <algorithm>
@@ -12,14 +12,14 @@
 namespace Telvane
 {
 
-/// The last whole second that both the wall clock and the system's waits can name.
-/// \tparam Seconds what the system counts seconds in
+/// The last whole second in the range of both the wall clock and the system's waits.
+/// \tparam Seconds the system's type for seconds
 template <class Seconds = std::time_t>
 constexpr std::chrono::system_clock::time_point kLastDeadline{std::chrono::seconds(std::min<std::int64_t>(
     std::numeric_limits<Seconds>::max(),
     std::chrono::duration_cast<std::chrono::seconds>(std::chrono::system_clock::duration::max()).count()))};
 
-/// \return \p timeout seconds after \p now, but never after kLastDeadline
+/// \return \p timeout seconds after \p now, at most kLastDeadline
 template <class Seconds = std::time_t>
 constexpr std::chrono::system_clock::time_point deadlineAfter(std::chrono::system_clock::time_point now,
                                                               unsigned int timeout)

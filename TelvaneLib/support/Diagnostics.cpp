@@ -1,5 +1,5 @@
-// A line is put together first and written in one piece, so that lines of several threads do not mix. Want of
-// memory, which lines are often about, must not keep one from being written: then it goes out in pieces.
+// Each line is written in one piece, so that lines of several threads do not mix. If there is no memory to
+// assemble it, it is written in pieces.
 
 #include "support/Diagnostics.h"
 

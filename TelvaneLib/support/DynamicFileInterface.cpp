@@ -1,25 +1,22 @@
-// Serving a named pipe means waiting in open() for a reader, and ending that wait from another thread
-// without losing the descriptor that open() may be about to return.
+// The listener waits for a reader in open(). Close() has to end that wait without losing a descriptor that
+// open() is about to return.
 //
-// Cancelling the thread in open() will not do: in the C libraries in use (2.36 among them) a cancellation
-// that arrives when the kernel has opened the pipe, but before the call has returned, unwinds the thread with
-// the new descriptor in a register, where nobody can close it. Therefore:
+// Cancelling the thread in open() can lose it: with current C libraries (for example 2.36), a cancellation
+// between the opening of the pipe and the return of the call unwinds the thread while only a register holds
+// the new descriptor. Therefore:
 //
-// - Close() asks first. It sets the stop flag, and when the listener waits in open() it lets it out by
-//   opening the reading end itself. The listener sees the flag, closes what it got and ends.
-// - Close() cancels a listener that does not end then. Either its handler blocks; or it waits at a pipe that
-//   the path no longer leads to (removed or replaced behind our back), where no reader can come and open()
-//   is not about to return; or this process may serve the pipe but not read it. Only there could a reader
-//   that comes at the very instant of the cancellation still cost a descriptor.
-// - Cancellation is disabled but for the open() and for the handler with its newline. Around these two
-//   windows each descriptor and lock belongs to an object whose destructor the unwinding runs. No destructor
-//   of ours runs inside one, since a cancellation in close() would then end the process.
+// - Close() first sets the stop flag. If the listener waits in open(), Close() opens the reading end itself.
+//   Then the listener sees the flag, closes the pipe and ends.
+// - Close() cancels a listener that does not end. Then either its handler blocks; or the pipe was removed or
+//   replaced, so that no reader can come and open() does not return; or this process may write to the pipe
+//   but not read it. Only in the last case can a reader that comes at the moment of the cancellation cost a
+//   descriptor.
+// - Cancellation is enabled only during open() and during the handler and its newline. Objects around these
+//   two windows own all descriptors and locks, and the unwinding runs their destructors. No destructor of
+//   this file runs inside a window, because a cancellation in close() would end the process.
 //
-// The listener shares the state with the interface, so an interface that is destroyed without Close() leaves
-// a working listener behind and not one that reads freed memory.
-//
-// Locks: the handler lock is held while the handler runs and while it is replaced, the phase lock for
-// moments; neither is taken under the other.
+// The listener shares the state with the interface. If the interface is destroyed without Close(), the
+// listener continues to work. docs/threads-and-locks.md describes the locks.
 
 #include <Telvane/DynamicFileInterface.h>
 
@@ -45,12 +42,12 @@ namespace Telvane
 namespace
 {
 
-// Lets a reader see the end of the file before the pipe is opened for the next one.
+// Lets a reader see the end of the file before the pipe is opened again.
 constexpr useconds_t kPauseMicroseconds = 1000;
-// Few handlers are written with cancellation in mind: one that is merely at work may finish.
-constexpr std::chrono::milliseconds kHandlerPatience(100);
-// Waited out only at a pipe that was replaced by another one; otherwise the listener comes at once.
-constexpr std::chrono::seconds kOpenPatience(1);
+// Lets a handler finish that is not stuck: few handlers expect a cancellation.
+constexpr std::chrono::milliseconds kHandlerTimeout(100);
+// Takes this long only if another pipe has replaced this one; otherwise the listener wakes at once.
+constexpr std::chrono::seconds kOpenTimeout(1);
 
 class CancellationWindow
 {
@@ -79,7 +76,7 @@ struct DynamicFileInterface::State
 
     void startListener(DynamicFileInterface* interface);
     void stopListener();
-    bool endsWhenAsked();
+    bool endGracefully();
 
     void listen();
     bool enter(Phase next);
@@ -115,14 +112,14 @@ void DynamicFileInterface::State::stopListener()
     if (!hasListener) {
         return;
     }
-    if (!endsWhenAsked()) {
+    if (!endGracefully()) {
         pthread_cancel(listener);
     }
     pthread_join(listener, nullptr);
     hasListener = false;
 }
 
-bool DynamicFileInterface::State::endsWhenAsked()
+bool DynamicFileInterface::State::endGracefully()
 {
     std::unique_lock<std::mutex> lock(phaseLock);
     stopping = true;
@@ -130,10 +127,10 @@ bool DynamicFileInterface::State::endsWhenAsked()
         return phase == Phase::Ended;
     };
     if (phase != Phase::Opening) {
-        return phaseChanged.wait_for(lock, kHandlerPatience, ended);
+        return phaseChanged.wait_for(lock, kHandlerTimeout, ended);
     }
     const FileDescriptor reader(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    return reader.valid() && phaseChanged.wait_for(lock, kOpenPatience, ended);
+    return reader.valid() && phaseChanged.wait_for(lock, kOpenTimeout, ended);
 }
 
 void DynamicFileInterface::State::listen()
@@ -162,8 +159,8 @@ FileDescriptor DynamicFileInterface::State::openForWriting() const
 {
     FileDescriptor opened(waitForReader());
     if (opened.get() == 0) {
-        // Standard input is closed. Left at 0 the descriptor would not be served, and while open it would
-        // keep every reader from its end of the file.
+        // Standard input is closed. Handlers get descriptors greater than 0, and an open descriptor 0 would
+        // keep readers from seeing the end of the file.
         return FileDescriptor(::fcntl(opened.get(), F_DUPFD, 1));
     }
     return opened;
@@ -181,7 +178,7 @@ void DynamicFileInterface::State::serve(FileDescriptor opened)
     const FileDescriptor file(std::move(opened));
     const CancellationWindow window;
     handler(file.get());
-    // Fails for good when the reader has gone, which is the reader's affair.
+    // Fails with another error if the reader has closed the pipe, which is no error here.
     while (::write(file.get(), "\n", 1) < 0 && errno == EINTR) {
     }
 }
@@ -212,7 +209,7 @@ int DynamicFileInterface::Close()
 
 void DynamicFileInterface::setHandlerFunction(std::function<void(int fd)> handler)
 {
-    // The old handler is released when the lock is free again: what it holds may do anything.
+    // The old handler is destroyed after the lock: it may own anything.
     const std::lock_guard<std::mutex> lock(m_state->handlerLock);
     m_state->handler.swap(handler);
 }

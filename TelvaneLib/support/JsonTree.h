@@ -1,6 +1,6 @@
 #pragma once
 
-// cJSON's trees and texts with owners, so that every path out of a function frees them.
+// Owners of cJSON's trees and texts.
 
 #include <cjson/cJSON.h>
 

@@ -1,14 +1,14 @@
 #pragma once
 
-// Numbers as the JSON library prints them, only faster.
+// Formats numbers like the JSON library, but faster.
 
 namespace Telvane
 {
 
-/// Room for the longest text that formatNumber() writes.
+/// Size of a buffer for formatNumber().
 constexpr int kNumberTextSize = 32;
 
-/// Writes \p value digit for digit as cJSON's printer would, terminated.
+/// Writes \p value as cJSON prints it, and a terminator.
 /// \return the terminator's position
 char* formatNumber(double value, char* text);
 

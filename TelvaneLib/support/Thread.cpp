@@ -11,8 +11,8 @@ namespace Telvane
 namespace
 {
 
-/// Blocks signals for the calling thread, whose new threads inherit that, and restores them. Signals that a
-/// thread brings upon itself stay open: blocked, they would end the process without its crash handler.
+/// Blocks signals on the calling thread, from which new threads inherit them. Signals that a thread causes
+/// itself are not blocked: they would end the process without calling its handler.
 class SignalsBlocked
 {
 public:

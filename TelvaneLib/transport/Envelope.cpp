@@ -1,4 +1,4 @@
-// Keys and borrowed texts are referenced, not copied: a message's tree lives shorter than they do.
+// Trees refer to keys and texts without copying them, because those exist longer than the tree.
 
 #include "transport/Envelope.h"
 
@@ -71,12 +71,13 @@ cJSON* RelayEnvelope::wrap(const std::string& channel, int sequence, cJSON* payl
     if (m_message == nullptr && !build()) {
         return nullptr;
     }
-    m_header->valuestring = const_cast<char*>(channel.c_str()); // a reference: neither changed nor freed
-    // The number may have been readied for the printer the time before.
+    m_header->valuestring =
+        const_cast<char*>(channel.c_str()); // a reference, which is neither changed nor freed
+    // The printer may have replaced the number before.
     m_sequence->type = cJSON_Number | cJSON_StringIsConst;
     m_sequence->valuestring = nullptr;
     cJSON_SetNumberHelper(m_sequence, sequence);
-    // Whatever the payload is, this node is it by reference.
+    // Make this node a reference to the payload, of any type.
     m_payload->type = (payload->type & 0xFF) | cJSON_IsReference | cJSON_StringIsConst;
     m_payload->child = payload->child;
     m_payload->valuestring = payload->valuestring;
@@ -88,7 +89,7 @@ cJSON* RelayEnvelope::wrap(const std::string& channel, int sequence, cJSON* payl
 namespace
 {
 
-// A printed publication and its relay, around the channel's name and the sequence number.
+// Parts of a printed publication and its relay, around the name of the channel and the sequence number.
 constexpr std::string_view kBeforeHeader = "{\n\t\"header\":\t\"";
 constexpr std::string_view kAfterHeader = "\",\n\t";
 constexpr std::string_view kSequenceKey = "\"sequence\":\t";
@@ -96,7 +97,7 @@ constexpr std::string_view kAfterSequence = ",\n\t";
 constexpr std::string_view kPayloadKey = "\"payload\":\t";
 constexpr std::string_view kEnd = "\n}";
 
-/// \return whether \p text, which ends with a zero, begins so
+/// \return whether \p text, which is terminated, starts with this
 bool beginsWith(const char* text, std::string_view beginning)
 {
     return std::strncmp(text, beginning.data(), beginning.size()) == 0;
@@ -111,7 +112,7 @@ bool PrintedPublication::read(char* text)
         return false;
     }
     m_header = text + kBeforeHeader.size();
-    // A name with an escape is not what it says, and one with a dot is a request to the server.
+    // A name with an escape stands for another one, and a name with a dot is a request to the server.
     const char* const headerEnd = skipPrintedString(m_header - 1);
     if (headerEnd == nullptr || *m_header == '.') {
         return false;
@@ -134,7 +135,7 @@ bool PrintedPublication::read(char* text)
 
 std::string_view PrintedPublication::makeRelay(int sequence)
 {
-    char number[kMostAdded];
+    char number[kMaxAdded];
     const auto digits =
         static_cast<std::size_t>(std::to_chars(number, number + sizeof number, sequence).ptr - number);
     const std::size_t added = kSequenceKey.size() + digits + kAfterSequence.size();
@@ -156,7 +157,7 @@ JsonTree makeSubscribeRequest(const std::string& channel)
 
 JsonTree makeUnsubscribeRequest(const std::string& channel)
 {
-    // The keys stand the other way round from every other message with a payload.
+    // The order of the keys is the reverse of that in all other messages with a payload.
     JsonTree message(cJSON_CreateObject());
     const bool added = add(message, "payload", makeChannelPayload(channel).release()) &&
                        addText(message, "header", kUnsubscribeHeader);

@@ -1,7 +1,7 @@
 #pragma once
 
-// The six messages of the bus: their keys, the order of the keys, how they are printed, and how they are
-// read. Server and client share this; nothing else knows an envelope.
+// The six messages of the protocol: their keys, the order of the keys, writing and reading. Only this file
+// and its source know them.
 
 #include "support/JsonTree.h"
 
@@ -18,21 +18,21 @@ constexpr const char* kSubscribeHeader = ".subscribe";
 constexpr const char* kUnsubscribeHeader = ".unsubscribe";
 
 /// \name Building
-/// Texts are borrowed: channel and header must outlive the tree. Null when memory runs out.
+/// The trees refer to the texts, which must exist longer. Null if memory runs out.
 /// @{
-/// \param payload owned by the tree from here on
+/// \param payload moved into the tree
 JsonTree makePublication(const char* channel, JsonTree payload);
 JsonTree makeSubscribeRequest(const std::string& channel);
 JsonTree makeUnsubscribeRequest(const std::string& channel);
 JsonTree makeResponse(const char* header, bool success, const char* channel);
 /// @}
 
-/// The envelope of relays, used again from one to the next.
+/// The envelope of relays, which is reused.
 class RelayEnvelope
 {
 public:
-    /// \param channel, payload borrowed, not copied, until the next call
-    /// \return the relay, owned by this; null when memory runs out
+    /// \param channel, payload must exist until the next call; not copied
+    /// \return the relay, which this object owns; null if memory runs out
     cJSON* wrap(const std::string& channel, int sequence, cJSON* payload);
 
 private:
@@ -44,22 +44,22 @@ private:
     cJSON* m_payload = nullptr;
 };
 
-/// A publication in the form in which the JSON library prints it. Its payload stands in the relay as it is: the
-/// relay differs from it by the sequence number alone, for which the part before the number moves forward.
+/// A publication in the form in which the JSON library prints it. Its relay differs only by the sequence
+/// number: the text before the number is moved forward, and the payload stays in place.
 class PrintedPublication
 {
 public:
-    /// The bytes that a relay has more than its publication.
-    static constexpr int kMostAdded = 20;
+    /// Maximum of bytes that a relay is longer than its publication.
+    static constexpr int kMaxAdded = 20;
 
-    /// \param text the packet, with kMostAdded bytes that may be overwritten in front of it
-    /// \return false when the text is anything else, or may be; then it is unchanged, and to be parsed
+    /// \param text the packet, with kMaxAdded writable bytes in front of it
+    /// \return false if the text is, or may be, anything else; it is then unchanged and must be parsed
     bool read(char* text);
 
-    /// The channel, as it stands in the text.
+    /// \return the channel, in the text
     std::string_view header() const { return {m_header, m_headerLength}; }
 
-    /// Turns the text into the relay.
+    /// Changes the text to the relay.
     std::string_view makeRelay(int sequence);
 
 private:
@@ -71,12 +71,13 @@ private:
 
 /// \name Reading
 /// @{
-/// \return "header", or the empty text when it is missing or not a string
+/// \return "header"; an empty text if it is missing or not a string
 const char* headerOf(const cJSON* message);
 cJSON* payloadOf(const cJSON* message);
-/// \return "sequence" as an integer, or 0 when it is missing or not a number
+/// \return "sequence" as an integer; 0 if it is missing or not a number
 int sequenceOf(const cJSON* message);
-/// \return "channel" of a meta request's payload or of a response; null when it is missing or not a string
+/// \return "channel" of a response or of the payload of a request to the server; null if missing or not a
+///         string
 const char* channelOf(const cJSON* object);
 bool isSuccess(const cJSON* response);
 /// @}

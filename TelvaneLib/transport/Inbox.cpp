@@ -1,8 +1,8 @@
-// A message to many subscribers costs more than the next one's journey to the server, so in a burst packets wait.
-// Taken together, they wake each subscriber once.
+// Relaying to many subscribers takes longer than sending to the server, so packets queue up in a burst. If
+// the server receives them together, it wakes each subscriber once.
 //
-// Asking for several packets costs a lone one a fifth more than a plain recv(), although both are one system call. So
-// after a number of attempts in vain only one receive in some is an attempt, until one of them finds several.
+// recvmmsg() for a single packet costs a fifth more than recv(). So after a number of attempts that found
+// only one packet, most receives use recv(), until an attempt finds several packets.
 
 #include "transport/Inbox.h"
 
@@ -54,9 +54,9 @@ int Inbox::receive()
     if (m_ended) {
         return 0;
     }
-    const bool attempt = m_attempts > 0 || ++m_lone % kReceivesPerAttempt == 0;
+    const bool attempt = m_attempts > 0 || ++m_singles % kReceivesPerAttempt == 0;
     const int number = attempt ? receiveSeveral() : receiveOne();
-    // A packet without a byte cannot be told from the end of the stream.
+    // An empty packet looks like the end of the stream.
     for (int i = 0; i < number; ++i) {
         if (m_packets[static_cast<std::size_t>(i)].length == 0) {
             m_ended = true;
@@ -84,10 +84,10 @@ int Inbox::receiveSeveral()
     return shorter > 0 ? number + receiveMore(longer) : number;
 }
 
-/// \param expected bytes of each packet
+/// \param expected size of each packet, in bytes
 int Inbox::receiveMore(int expected)
 {
-    const int number = std::min(kMostBytes / expected, kMaxPackets) - 2;
+    const int number = std::min(kMaxBytes / expected, kMaxPackets) - 2;
     m_borrowed = number > 0 ? m_pool.borrow() : nullptr;
     if (m_borrowed == nullptr) {
         return 0;

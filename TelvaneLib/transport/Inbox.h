@@ -1,6 +1,6 @@
 #pragma once
 
-// What a connection receives: mostly one packet, and several at once where several wait.
+// Receives packets of a connection: usually one, or several at once if several wait.
 
 #include "transport/SeqpacketSocket.h"
 
@@ -11,25 +11,25 @@
 namespace Telvane
 {
 
-/// The most bytes that are taken and handled together; a last packet may go beyond.
-constexpr int kMostBytes = 65536;
+/// Limit of bytes that are received and handled together; the last packet may exceed it.
+constexpr int kMaxBytes = 65536;
 
-/// Room for a packet, and in front of it for what a relay has more than its publication.
+/// Buffer for a packet, with space in front of it for the longer relay.
 struct PacketBuffer
 {
     char front[32];
     char text[kMessageLimit];
 };
 
-/// Buffers for packets that wait together. They are shared, because few connections have any at the same time:
-/// those that find none take less at once. Their memory becomes resident as far as it is used.
+/// Buffers for packets that are received together. Connections share them, because few need them at the same
+/// time; a connection that gets none receives fewer packets at once.
 class PacketBufferPool
 {
 public:
-    /// What a connection needs beside two buffers of its own.
+    /// Buffers that a connection needs in addition to its own two.
     using Set = std::array<PacketBuffer, kMaxPackets - 2>;
 
-    /// \return null when all are in use
+    /// \return null if all are in use
     Set* borrow();
     void giveBack(const Set* set);
 
@@ -48,11 +48,11 @@ public:
     Inbox(const Inbox&) = delete;
     Inbox& operator=(const Inbox&) = delete;
 
-    /// Waits for a packet and takes those that wait with it, which packets() then returns until the next call.
-    /// \return how many there are; less than 1 when the connection has ended or fails
+    /// Waits for a packet and receives those that wait. packets() returns them until the next call.
+    /// \return their count; less than 1 if the connection was closed or failed
     int receive();
 
-    /// Each with the room in front of it that PacketBuffer has.
+    /// \return the packets, each with the space of a PacketBuffer in front of it
     Packet* packets() { return m_packets.data(); }
 
 private:
@@ -65,10 +65,10 @@ private:
     PacketBufferPool& m_pool;
     PacketBufferPool::Set* m_borrowed = nullptr;
     bool m_ended = false;
-    int m_attempts; ///< left to find several
-    int m_lone = 0; ///< received without an attempt
+    int m_attempts;    ///< attempts left to receive several
+    int m_singles = 0; ///< packets received since the last attempt
     std::array<Packet, kMaxPackets> m_packets;
-    std::array<PacketBuffer, 2> m_buffers; // not touched before they are used
+    std::array<PacketBuffer, 2> m_buffers; // not initialised
 };
 
 } // namespace Telvane

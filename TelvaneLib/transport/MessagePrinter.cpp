@@ -1,10 +1,9 @@
-// The JSON library builds and prints every message. Two of its habits cost more than all the rest, though: it
-// formats each number by way of sprintf and sscanf, and it prints into memory that it allocates, grows and
-// copies each time. So numbers are handed to it as raw nodes that hold the very digits it would print, and it
-// prints into a buffer that stays. Where memory runs out, its own ways remain.
+// The JSON library formats numbers with sprintf and sscanf, and prints into memory that it allocates,
+// enlarges and copies each time. Both cost more than the rest of printing. So it gets numbers as raw nodes
+// with the same digits, and a buffer that is reused. If memory runs out, it prints in its own way.
 //
-// A formatted text grows with depth times size: a publication of 16 KiB can be one of megabytes, of which no
-// more than the message limit travels. So printing ends where the buffer does.
+// A formatted text grows with depth times size: a message of 16 KiB can become megabytes, of which only the
+// message limit is sent. So printing stops at the end of the buffer.
 
 #include "transport/MessagePrinter.h"
 
@@ -21,9 +20,9 @@ namespace Telvane
 namespace
 {
 
-// Enough for most messages; and the largest that is kept, large enough for any message that arrives.
-constexpr int kFirstBuffer = 4096;
-constexpr int kLargestBuffer = 65536;
+// Enough for most messages; and for any message that can be received.
+constexpr int kInitialBuffer = 4096;
+constexpr int kMaxBuffer = 65536;
 constexpr int kBlockSize = 4096 - static_cast<int>(sizeof(void*));
 
 } // namespace
@@ -31,7 +30,7 @@ constexpr int kBlockSize = 4096 - static_cast<int>(sizeof(void*));
 struct MessagePrinter::DigitBlock
 {
     DigitBlock* next = nullptr;
-    char texts[kBlockSize]; // written before they are read
+    char texts[kBlockSize]; // not initialised
 };
 
 MessagePrinter::~MessagePrinter()
@@ -43,7 +42,7 @@ MessagePrinter::~MessagePrinter()
     }
 }
 
-char* MessagePrinter::roomForNumber()
+char* MessagePrinter::allocateNumber()
 {
     if (m_block == nullptr || m_blockUsed + kNumberTextSize > kBlockSize) {
         DigitBlock*& next = m_block == nullptr ? m_firstBlock : m_block->next;
@@ -65,7 +64,7 @@ void MessagePrinter::preformatNumbers(cJSON* tree)
         return;
     }
     if ((tree->type & 0xFF) == cJSON_Number) {
-        if (char* const text = roomForNumber()) {
+        if (char* const text = allocateNumber()) {
             m_blockUsed += static_cast<int>(formatNumber(tree->valuedouble, text) - text) + 1;
             tree->type = (tree->type & ~0xFF) | cJSON_Raw | cJSON_IsReference;
             tree->valuestring = text;
@@ -100,15 +99,15 @@ const char* MessagePrinter::printIntoBuffer(cJSON* message, bool formatted)
     for (;;) {
         if (m_buffer != nullptr) {
             if (m_size > kMessageLimit) {
-                m_buffer[kMessageLimit - 1] = '\0'; // shows whether the text has come that far
+                m_buffer[kMessageLimit - 1] = '\0'; // shows whether the text reaches this far
             }
             if (cJSON_PrintPreallocated(message, m_buffer.get(), m_size, formatted ? 1 : 0) != 0) {
                 return m_buffer.get();
             }
         }
-        const int larger = m_buffer == nullptr ? kFirstBuffer : m_size * 4;
-        if (larger > kLargestBuffer) {
-            // Texts are written from front to back: what stands before the limit is what would travel.
+        const int larger = m_buffer == nullptr ? kInitialBuffer : m_size * 4;
+        if (larger > kMaxBuffer) {
+            // The library writes from front to back, so the text up to the limit is complete.
             m_buffer[kMessageLimit] = '\0';
             return m_buffer[kMessageLimit - 1] != '\0' ? m_buffer.get() : nullptr;
         }

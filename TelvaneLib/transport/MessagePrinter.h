@@ -1,6 +1,6 @@
 #pragma once
 
-// Prints messages into a buffer that is kept from one to the next, with numbers as ready digits.
+// Prints messages into a buffer that is reused, with preformatted numbers.
 
 #include "support/JsonTree.h"
 
@@ -9,8 +9,8 @@
 namespace Telvane
 {
 
-/// Only for trees of the library's own that are deleted right after: their number nodes do not survive.
-/// Not for two threads at a time.
+/// Changes number nodes of the trees that it prints, so it is only for trees that are deleted afterwards. Not
+/// for two threads at a time.
 class MessagePrinter
 {
 public:
@@ -25,23 +25,23 @@ public:
     MessagePrinter(const MessagePrinter&) = delete;
     MessagePrinter& operator=(const MessagePrinter&) = delete;
 
-    /// Replaces the numbers in \p tree by raw nodes that hold the digits to print, until the next print().
-    /// Does not go into references, whose children belong to somebody else.
+    /// Replaces the numbers in \p tree with raw nodes that hold their digits until the next print(). Skips
+    /// references, whose children belong to another tree.
     void preformatNumbers(cJSON* tree);
 
-    /// Readies the numbers of \p message and prints it. A text of more than kMessageLimit bytes may end
+    /// Preformats the numbers of \p message and prints it. A text of more than kMessageLimit bytes may be cut
     /// there.
-    /// \return the text, valid until the next print(); null when memory runs out
+    /// \return the text, valid until the next print(); null if memory runs out
     const char* print(cJSON* message, Form form);
 
-    /// \return the length of the text printed last; at least kMessageLimit when that was cut
+    /// \return the length of the last text; at least kMessageLimit if it was cut
     int length() const { return m_length; }
 
 private:
     struct DigitBlock;
 
     const char* printIntoBuffer(cJSON* message, bool formatted);
-    char* roomForNumber();
+    char* allocateNumber();
 
     std::unique_ptr<char[]> m_buffer;
     int m_size = 0;

@@ -1,14 +1,13 @@
-// The rules of the library's formatted printing:
+// The rules of the JSON library's formatted printing:
 //
-// - an object's members have a line each, indented by one tabulator for each level, with a tabulator after the
-//   colon. An empty object has two lines;
+// - each member of an object has a line, indented by a tab per level, with a tab after the colon. An empty
+//   object has two lines;
 // - an array is one line, with a space after each comma. It counts as a level for the objects in it;
 // - in strings `"`, `\` and the characters below 32 are escaped, everything else is printed as it is, valid
-//   UTF-8 or not. A zero ends a string, so its escape never comes out again;
-// - a number has 15 significant digits, or 17 where 15 give another number. A text of at most 15 digits
-//   survives being read and printed as a double, if it is laid out as the printer does: no leading zeros in
-//   front of the point, no trailing ones after it, no exponent from 0.0001 to 10^15. Any other text is compared
-//   with its own printing.
+//   UTF-8 or not. A zero ends a string, so its escape is never printed;
+// - a number has 15 significant digits, or 17 where 15 give another number. A text of at most 15 digits is
+//   unchanged by reading and printing if it has the printer's layout: no leading zeros before the point, no
+//   trailing zeros after it, no exponent from 0.0001 to 10^15. Any other text is printed and compared.
 
 #include "transport/PrintedJson.h"
 
@@ -25,10 +24,10 @@ namespace Telvane
 namespace
 {
 
-constexpr int kMostDigits = 15;
-constexpr int kMostLevels = 63;
+constexpr int kMaxDigits = 15;
+constexpr int kMaxLevels = 63;
 
-/// Those that stand for themselves in a string.
+/// Characters that are printed as they are in a string.
 constexpr std::array<bool, 256> plainCharacters()
 {
     std::array<bool, 256> plain = {};
@@ -45,7 +44,7 @@ bool isPlain(const char* text)
     return kPlain[static_cast<unsigned char>(*text)];
 }
 
-/// In steps of four, which takes a quarter less time.
+/// Checks four characters at a time, which saves a quarter of the time.
 const char* skipPlain(const char* text)
 {
     for (;; text += 4) {
@@ -70,7 +69,7 @@ const char* skipDigits(const char* text)
     return text;
 }
 
-/// \param text at the character after a backslash
+/// \param text position after a backslash
 const char* skipEscape(const char* text)
 {
     switch (*text) {
@@ -87,7 +86,7 @@ const char* skipEscape(const char* text)
     default:
         return nullptr;
     }
-    // Control characters that have no escape of one letter, in small letters.
+    // Control characters without a one-letter escape, in lower case.
     if (text[1] != '0' || text[2] != '0' || (text[3] != '0' && text[3] != '1')) {
         return nullptr;
     }
@@ -98,7 +97,7 @@ const char* skipEscape(const char* text)
     return (last >= '1' && last <= '7') || last == 'b' || last == 'e' || last == 'f' ? text + 5 : nullptr;
 }
 
-/// The numbers that have no rule of their own.
+/// For numbers that no rule above covers.
 const char* skipNumberByPrinting(const char* text)
 {
     const char* end = text;
@@ -126,7 +125,7 @@ const char* skipWord(const char* text, const char* word)
     return text;
 }
 
-/// \param text at the end of the line before
+/// \param text position at the end of the previous line
 /// \return the position after the indentation
 const char* skipNewLine(const char* text, int depth)
 {
@@ -193,15 +192,15 @@ const char* skipPrintedNumber(const char* const text)
     } else if (startsWithZero && whole != text) {
         return skipNumberByPrinting(text);
     }
-    return digits <= kMostDigits && *at != 'e' ? at : skipNumberByPrinting(text);
+    return digits <= kMaxDigits && *at != 'e' ? at : skipNumberByPrinting(text);
 }
 
 const char* skipPrintedValue(const char* text, int depth)
 {
     const int outside = depth;
-    std::uint64_t objects = 0; // the innermost level is the lowest bit: an object, or else an array
+    std::uint64_t objects = 0; // bit 0 is the innermost level: 1 for an object, 0 for an array
     for (;;) {
-        // A value begins here.
+        // Start of a value.
         switch (*text) {
         case '"':
             text = skipPrintedString(text);
@@ -215,7 +214,7 @@ const char* skipPrintedValue(const char* text, int depth)
                 ++text;
                 break;
             }
-            if (*text != '\t' || depth == kMostLevels) {
+            if (*text != '\t' || depth == kMaxLevels) {
                 return nullptr;
             }
             ++depth;
@@ -230,7 +229,7 @@ const char* skipPrintedValue(const char* text, int depth)
                 text += 2;
                 break;
             }
-            if (depth == kMostLevels) {
+            if (depth == kMaxLevels) {
                 return nullptr;
             }
             ++depth;
@@ -249,7 +248,7 @@ const char* skipPrintedValue(const char* text, int depth)
         default:
             text = skipPrintedNumber(text);
         }
-        // A value ends here, and with it perhaps what is around it.
+        // End of a value, and perhaps of those around it.
         for (;;) {
             if (text == nullptr || depth == outside) {
                 return text;

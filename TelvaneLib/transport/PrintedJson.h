@@ -1,14 +1,14 @@
 #pragma once
 
-// Proves that a text is exactly what the JSON library would print for it, in one pass and without a tree.
-// What holds need not be parsed and printed: it is its own printed form.
+// Checks in one pass, without a tree, that a text equals the JSON library's printed form of it. Such a text
+// need not be parsed and printed again.
 
 namespace Telvane
 {
 
 /// \name Skipping
-/// The text ends with a zero, which none of them passes.
-/// \return the position after the token; null when the library would print it otherwise, or not read it
+/// The text must be terminated; the functions stop at the terminator.
+/// \return the position after the token; null if the library would print it differently or not read it
 /// @{
 
 /// \param text at the opening quote
@@ -16,8 +16,8 @@ const char* skipPrintedString(const char* text);
 
 const char* skipPrintedNumber(const char* text);
 
-/// \param depth objects and arrays around the value; more than 63 levels in all are refused, since nothing
-///        that is published gets near that
+/// \param depth count of objects and arrays around the value; more than 63 levels in all are refused, which
+///        no message needs
 const char* skipPrintedValue(const char* text, int depth);
 /// @}
 

@@ -1,5 +1,5 @@
-// Every socket of the bus is opened, sent to and received from here. All are closed on exec: a child that
-// inherited one would keep a connection alive that its owner believes closed.
+// All sockets of the bus. They are close-on-exec: a child process that inherited one would keep a connection
+// open after its owner has closed it.
 
 #include "transport/SeqpacketSocket.h"
 
@@ -111,7 +111,7 @@ int receivePacket(int fd, char* buffer)
 int receivePackets(int fd, Packet* packets, int number, int flags)
 {
     std::array<iovec, kMaxPackets> buffers;
-    std::array<mmsghdr, kMaxPackets> messages; // both are written as far as they are read
+    std::array<mmsghdr, kMaxPackets> messages; // initialised as far as they are used
     const auto wanted = static_cast<std::size_t>(std::min(number, kMaxPackets));
     for (std::size_t i = 0; i < wanted; ++i) {
         buffers[i] = {packets[i].text, kMessageLimit};
@@ -138,7 +138,7 @@ bool identifyPeer(int fd, Peer& peer)
     return true;
 }
 
-std::vector<gid_t> groupsOfPeer(int fd)
+std::vector<gid_t> peerGroups(int fd)
 {
     std::vector<gid_t> groups(32);
     for (;;) {
@@ -153,7 +153,7 @@ std::vector<gid_t> groupsOfPeer(int fd)
     }
 }
 
-std::size_t bytesUnread(int fd)
+std::size_t unreadBytes(int fd)
 {
     int bytes = 0;
     return ioctl(fd, SIOCOUTQ, &bytes) == 0 && bytes > 0 ? static_cast<std::size_t>(bytes) : 0;

@@ -27,10 +27,10 @@ std::string relay(const std::string& header, int sequence, const std::string& pa
 /// \return the relay; "parse" when the packet has to be parsed for it
 std::string relayOf(const std::string& packet, int sequence = 47)
 {
-    std::string buffer = std::string(PrintedPublication::kMostAdded, '#') + packet;
+    std::string buffer = std::string(PrintedPublication::kMaxAdded, '#') + packet;
     PrintedPublication printed;
-    if (!printed.read(buffer.data() + PrintedPublication::kMostAdded)) {
-        EXPECT_EQ(buffer, std::string(PrintedPublication::kMostAdded, '#') + packet);
+    if (!printed.read(buffer.data() + PrintedPublication::kMaxAdded)) {
+        EXPECT_EQ(buffer, std::string(PrintedPublication::kMaxAdded, '#') + packet);
         return "parse";
     }
     return std::string(printed.makeRelay(sequence));
@@ -50,9 +50,9 @@ TEST(PrintedPublication, HasAHeaderOfAnyPlainCharacters)
          std::vector<std::string>{"", "C", "Log-Data 1", "\xc3\xa9\xff", "a.b", std::string(1000, 'x')}) {
         EXPECT_EQ(relayOf(publication(header, "1")), relay(header, 47, "1"));
     }
-    std::string buffer = std::string(PrintedPublication::kMostAdded, '#') + publication("LogData", "1");
+    std::string buffer = std::string(PrintedPublication::kMaxAdded, '#') + publication("LogData", "1");
     PrintedPublication printed;
-    ASSERT_TRUE(printed.read(buffer.data() + PrintedPublication::kMostAdded));
+    ASSERT_TRUE(printed.read(buffer.data() + PrintedPublication::kMaxAdded));
     EXPECT_EQ(printed.header(), "LogData");
 }
 
