@@ -10,7 +10,7 @@ from typing import Dict, List, Type
 
 from ._codecs import EPOCH
 from ._record import DateTime, Record
-from .codes import PSCommandType, UIMenuStatusString
+from .codes import AlloyID, GasID, PSCommandType, ProcessID, UIMenuStatusString, WireSize, WireType
 
 __all__ = [
     "CATALOGUE", "AdminAccessSettings", "ApiErrorMessage", "AutomationStatus", "CanTelvaneUpdateCode",
@@ -832,14 +832,14 @@ class PSFunctionRequest(Record):
 class ProgramType(Record):
     """One weld program: a process and its consumables, as codes of Consumables.h."""
 
-    PROC: int = 0
-    """Weld process, a code of _ProcessID_e."""
-    WT: int = 0
-    """Wire type, a code of _WireType_e."""
-    WS: int = 0
-    """Wire size, a code of _WireSize_e."""
-    GT: int = 0
-    """Shielding gas, a code of _GasID_e."""
+    PROC: ProcessID = ProcessID(0)
+    """Weld process."""
+    WT: WireType = WireType(0)
+    """Wire type."""
+    WS: WireSize = WireSize(0)
+    """Wire size."""
+    GT: GasID = GasID(0)
+    """Shielding gas."""
 
 
 @dataclass(eq=False)
@@ -1326,16 +1326,16 @@ class WeldTriggerStart(Record):
     """Time between two samples of the trace, in microseconds."""
     program: int = 0
     """Number of the weld program, as the power source numbers them."""
-    process: int = 0
-    """Weld process, a code of _ProcessID_e."""
-    wireType: int = 0
-    """Wire type, a code of _WireType_e."""
-    wireSize: int = 0
-    """Wire size, a code of _WireSize_e."""
-    alloy: int = 0
-    """Wire alloy, a code of _AlloyID_e."""
-    gas: int = 0
-    """Shielding gas, a code of _GasID_e."""
+    process: ProcessID = ProcessID(0)
+    """Weld process."""
+    wireType: WireType = WireType(0)
+    """Wire type."""
+    wireSize: WireSize = WireSize(0)
+    """Wire size."""
+    alloy: AlloyID = AlloyID(0)
+    """Wire alloy."""
+    gas: GasID = GasID(0)
+    """Shielding gas."""
     settings: MachineSettings = field(default_factory=MachineSettings)
     """Set points of the power source."""
     data: WeldTraceDataPointDefinition = field(default_factory=WeldTraceDataPointDefinition)

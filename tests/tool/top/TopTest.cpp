@@ -38,7 +38,7 @@ ClientStatus client(int descriptor, pid_t process)
     status.process = process;
     status.userName = "welder";
     status.program = "feeder";
-    status.subscriptions = {{"One", 100, 3, 0}, {"Two", 10, 4, 0}};
+    status.subscriptions = {{"One", 0, 100, 3}, {"Two", 0, 10, 4}};
     return status;
 }
 
@@ -71,7 +71,7 @@ TEST(TopModel, LeavesTheObserverAndItsQuestionsOut)
 {
     TopModel model(kObserver);
     ClientStatus observer = client(7, kObserver);
-    observer.subscriptions = {{"One", 5, 0, 0}};
+    observer.subscriptions = {{"One", 0, 5, 0}};
     model.update({channel("One", 1, 1, 2), channel("TelvaneChannels", 1, 1)}, {client(5, 4711), observer}, 0);
     const auto rows = model.channels(TopModel::Order::Name);
     ASSERT_THAT(rows, SizeIs(1));
