@@ -72,6 +72,7 @@ struct BusCounter
 
 /// The counters of \p list as members of a structure.
 #define TELVANE_COUNTER_MEMBERS(list) list(TELVANE_COUNTER_MEMBER)
+/// One counter as a member.
 #define TELVANE_COUNTER_MEMBER(member, metric, reason, meaning) std::uint64_t member = 0;
 
 /// The counters of \p list as a `std::array` of BusCounter. Tables need internal linkage, which `constexpr`
@@ -81,9 +82,11 @@ struct BusCounter
         using Self = Counters;                                                                               \
         return std::array{list(TELVANE_COUNTER_ROW)};                                                        \
     }()
+/// One counter as a row of the table.
 #define TELVANE_COUNTER_ROW(member, metric, reason, meaning)                                                 \
     BusCounter<Self>{#member, metric, reason, meaning, &Self::member},
 
 /// Space for more counters in a structure whose size must not change. It has 8, including those of \p list.
 #define TELVANE_COUNTER_ROOM(list) std::uint64_t reserved[8 - (0 list(TELVANE_COUNTER_ONE))] = {};
+/// One counter as a term of their number.
 #define TELVANE_COUNTER_ONE(member, metric, reason, meaning) +1

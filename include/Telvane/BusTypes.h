@@ -360,7 +360,9 @@ private:
 
 } // namespace Telvane
 
+/// \cond
 /// Makes BusError values convert to `std::error_code`.
 template <>
 struct std::is_error_code_enum<Telvane::BusError> : std::true_type
 {};
+/// \endcond

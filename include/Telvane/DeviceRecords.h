@@ -1,4 +1,5 @@
-/// \file Identity, capabilities and settings of the power source and the wire feeder; state of the module's
+/// \file
+/// Identity, capabilities and settings of the power source and the wire feeder; state of the module's
 /// hardware layer and processes; power-down notices, access settings and errors.
 ///
 /// Some keys are misspelled ("standardLibraryPartNUmber", "custommLibraryPartNumber"). They stay, because

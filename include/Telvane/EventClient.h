@@ -122,9 +122,11 @@ public:
     /// \return 0; -1 if the server refused; `-ETIMEDOUT`; `-ENOTCONN`; the count of bytes sent if that was
     ///         only a part
     int subscribeToServer(const std::string& channel);
+    /// Sends a request to end the subscription to \p channel, with the same results.
     int unsubscribeFromServer(const std::string& channel);
     /// Hands a response to the thread that waits for it. Do not call.
     static void subscribeResponseHandler(EventClient* client, cJSON* message);
+    /// Hands a response to the thread that waits for it. Do not call.
     static void unsubscribeResponseHandler(EventClient* client, cJSON* message);
     /// @}
 

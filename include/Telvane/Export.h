@@ -1,4 +1,5 @@
-/// \file Visibility of symbols. The library is built with hidden visibility and exports only declarations
+/// \file
+/// Visibility of symbols. The library is built with hidden visibility and exports only declarations
 /// with TELVANE_EXPORT. The attribute applies to applications as well: `dynamic_cast` then works across the
 /// library's boundary regardless of an application's own visibility settings.
 #pragma once

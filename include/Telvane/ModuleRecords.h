@@ -1,4 +1,5 @@
-/// \file The module itself: network links, time, USB stick, files and error logs, commands from outside, the
+/// \file
+/// The module itself: network links, time, USB stick, files and error logs, commands from outside, the
 /// carrier board, firmware updates, configuration, and socket connections.
 ///
 /// Publishers define the codes. The library does not check paths, addresses, ports or sizes.

@@ -218,7 +218,7 @@ private:
     const std::type_info* m_recordClass = nullptr;
     const TextForm* m_textForm = nullptr;
     std::vector<RecordField> m_fields;
-    void* m_reserved = nullptr; // null, for later versions of the library
+    [[maybe_unused]] void* m_reserved = nullptr; // null, for later versions of the library
 };
 
 } // namespace Telvane

@@ -1,4 +1,5 @@
-/// \file Weld data: weld start and end, metrics, trace samples, and the small records that confirm, throttle
+/// \file
+/// Weld data: weld start and end, metrics, trace samples, and the small records that confirm, throttle
 /// and log them.
 ///
 /// Publishers set the texts of units and channel descriptions; the library does not check them. ISO/TR 18491
