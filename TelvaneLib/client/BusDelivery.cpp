@@ -61,10 +61,7 @@ void BusState::take(const char* text)
             return;
         }
         header = headerOf(message.get());
-        if (header[0] != '.') {
-            takeRelay(header, message.get());
-        } else if (std::strcmp(header, kSubscribeHeader) == 0 ||
-                   std::strcmp(header, kUnsubscribeHeader) == 0) {
+        if (std::strcmp(header, kSubscribeHeader) == 0 || std::strcmp(header, kUnsubscribeHeader) == 0) {
             takeAnswer(header, message.get());
         } else {
             takeRelay(header, message.get());

@@ -105,7 +105,7 @@ public:
         if (!option->get_default_str().empty()) {
             remarks.push_back("default: " + option->get_default_str());
         }
-        const std::string text = option->get_description();
+        const std::string& text = option->get_description();
         return wrapped(remarks.empty() ? text : text + " (" + CLI::detail::join(remarks, "; ") + ")",
                        kWidth - kOptionColumn);
     }

@@ -27,7 +27,7 @@ public:
         Nanoseconds after = 0;     ///< how long to continue after a trigger
         std::string trigger;       ///< channel whose messages are triggers; empty for none
         std::uint64_t count = 0;   ///< number of messages to take; 0 for no limit
-        std::uint64_t maxQueued = 64 * 1024 * 1024; ///< bytes
+        std::uint64_t maxQueued = 64U << 20U; ///< bytes
     };
 
     Recorder(Settings settings, RecordingHeader header);
