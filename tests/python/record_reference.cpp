@@ -28,7 +28,10 @@ bool readLength(std::uint32_t& length)
     if (std::fread(bytes, 1, sizeof bytes, stdin) != sizeof bytes) {
         return false;
     }
-    length = bytes[0] | bytes[1] << 8U | bytes[2] << 16U | static_cast<std::uint32_t>(bytes[3]) << 24U;
+    length = 0;
+    for (int i = 3; i >= 0; --i) {
+        length = length << 8U | bytes[i];
+    }
     return true;
 }
 
