@@ -1,15 +1,15 @@
 #!/usr/bin/env python3
 """Writes records/<Class>.default.json and records/<Class>.filled.json from catalogue.json.
 
-The golden files show every record class exactly as it prints, once with its defaults and once with no
-field at its default. They are made from the table alone, without the library, so that the two can be held
-against each other. The printer below follows cJSON's formatted one to the byte.
+The golden files contain every record class as it prints, once with its defaults and once with no field at its default.
+They are generated from the table alone, so tests can compare the library with them. The printer below prints the same
+bytes as cJSON's formatted one.
 
     make_golden.py            write the files
-    make_golden.py --check    write nothing; fail when a file is missing, stale or no longer in the table
+    make_golden.py --check    write nothing; fail if a file is missing, outdated or no longer in the table
 
-How catalogue.json states a default: numbers, flags and texts as they print; {} for a record or an element
-with its own class's defaults; "text" for the one class whose JSON form is a string.
+Defaults in catalogue.json: numbers, flags and texts as they print; {} for a record or an element with the defaults of
+its class; "text" for the one class whose JSON form is a string.
 """
 
 import json
@@ -50,7 +50,7 @@ def print_text(value):
 
 
 def print_value(value, depth=0):
-    """Objects stand on lines of their own, one tab per level; arrays stay on the line but count as one."""
+    """Each member of an object gets its own line, indented by tabs. Arrays are on one line but count as a level."""
     if isinstance(value, bool):
         return "true" if value else "false"
     if isinstance(value, (int, float)):
