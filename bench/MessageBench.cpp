@@ -4,10 +4,12 @@
 //
 // The figures are for comparing with each other in one run; absolute times move with the machine.
 
+#include "base/RecordEngine.h"
 #include "bus/PublicationWriter.h"
+#include "support/JsonScanner.h"
 #include "support/JsonTree.h"
+#include "support/JsonWriter.h"
 #include "transport/Envelope.h"
-#include "transport/MessagePrinter.h"
 
 #include <Telvane/Telvane.h>
 
@@ -15,6 +17,7 @@
 
 #include <array>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -132,23 +135,7 @@ void PackageAndPrintByHand(benchmark::State& state)
 }
 BENCHMARK(PackageAndPrintByHand);
 
-template <class Record>
-void PackageAndPrint(benchmark::State& state)
-{
-    Record record = make<Record>();
-    MessagePrinter printer;
-    for (auto _ : state) {
-        cJSON* packaged = nullptr;
-        record.Package(&packaged);
-        const JsonTree object(packaged);
-        benchmark::DoNotOptimize(printer.print(object.get(), MessagePrinter::Form::Formatted));
-    }
-}
-BENCHMARK(PackageAndPrint<WeldTraceData>);
-BENCHMARK(PackageAndPrint<PSMemorySlot>);
-BENCHMARK(PackageAndPrint<MemorySlotFleetManagementDownloadSettings>);
-
-/// What Publish() does but for the socket: the tree is used again, its values exchanged.
+/// What Publish() does but for the socket.
 template <class Record>
 void WritePublication(benchmark::State& state)
 {
@@ -265,31 +252,72 @@ BENCHMARK(Copy<WeldTraceData>);
 BENCHMARK(Copy<PSMemorySlot>);
 BENCHMARK(Copy<MemorySlotFleetManagementDownloadSettings>);
 
-/// Parse the publication, ready its numbers, print the relay: all of a relay but the sockets and locks.
 template <class Record>
-void ServerRelay(benchmark::State& state)
+std::string publicationOf()
 {
     Record record = make<Record>();
     record._id = "5e1f8f9c-6f1d-4c3a-9b1e-2f6d6f0a7b1c";
-    cJSON* packaged = nullptr;
-    record.Package(&packaged);
-    MessagePrinter publicationPrinter;
-    const std::string channel = "WeldTraceData";
-    const JsonTree publication = makePublication(channel.c_str(), JsonTree(packaged));
-    const std::string text = publicationPrinter.print(publication.get(), MessagePrinter::Form::Formatted);
-    MessagePrinter printer;
-    RelayEnvelope envelope;
+    PublicationWriter writer;
+    const char* text = nullptr;
+    writer.write("WeldTraceData", record, text);
+    return text;
+}
+
+/// All of a relay but the sockets and locks, for a publication in printed form.
+template <class Record>
+void ServerRelay(benchmark::State& state)
+{
+    const std::string text = std::string(PrintedPublication::kMostAdded, ' ') + publicationOf<Record>();
     for (auto _ : state) {
-        const JsonTree message(cJSON_Parse(text.c_str()));
-        benchmark::DoNotOptimize(headerOf(message.get()));
-        cJSON* const payload = payloadOf(message.get());
-        printer.preformatNumbers(payload);
-        cJSON* const relay = envelope.wrap(channel, 4711, payload);
-        benchmark::DoNotOptimize(printer.print(relay, MessagePrinter::Form::Formatted));
+        std::string packet = text;
+        PrintedPublication publication;
+        publication.read(&packet[PrintedPublication::kMostAdded]);
+        benchmark::DoNotOptimize(publication.makeRelay(4711));
     }
 }
 BENCHMARK(ServerRelay<WeldTraceData>);
 BENCHMARK(ServerRelay<PSMemorySlot>);
+
+/// The same for any other publication.
+template <class Record>
+void ServerRelayByTree(benchmark::State& state)
+{
+    const std::string text = publicationOf<Record>();
+    JsonWriter relay(65536);
+    for (auto _ : state) {
+        const JsonTree message(cJSON_Parse(text.c_str()));
+        writeRelay(relay, headerOf(message.get()), 4711, payloadOf(message.get()));
+        benchmark::DoNotOptimize(relay.finish());
+    }
+}
+BENCHMARK(ServerRelayByTree<WeldTraceData>);
+BENCHMARK(ServerRelayByTree<PSMemorySlot>);
+
+/// What a subscriber does with a relay, but for the socket and the callback.
+template <class Record>
+void ReadRelay(benchmark::State& state)
+{
+    std::string text = publicationOf<Record>();
+    PrintedPublication publication;
+    text.insert(0, PrintedPublication::kMostAdded, ' ');
+    publication.read(&text[PrintedPublication::kMostAdded]);
+    const std::string relay(publication.makeRelay(4711));
+    const Record prototype;
+    for (auto _ : state) {
+        JsonScanner scanner(relay.c_str());
+        std::string_view channel;
+        int sequence = 0;
+        const std::unique_ptr<TelvaneDataTypeBase> record(prototype.BuildNewDataType());
+        if (!beginRelay(scanner, channel, sequence) || !RecordEngine::scan(*record, scanner, 1) ||
+            !endRelay(scanner)) {
+            state.SkipWithError("a relay is not read straight");
+        }
+        benchmark::DoNotOptimize(record.get());
+    }
+}
+BENCHMARK(ReadRelay<WeldTraceData>);
+BENCHMARK(ReadRelay<PSMemorySlot>);
+BENCHMARK(ReadRelay<MemorySlotFleetManagementDownloadSettings>);
 
 void ServerRelayByHand(benchmark::State& state)
 {

@@ -257,9 +257,9 @@ void EventServer::State::removeSubscriptions(int client)
 int EventServer::State::answer(int client, const char* header, bool success, const char* channel)
 {
     const JsonTree response = makeResponse(header, success, channel);
-    const char* const text =
-        response != nullptr ? printer.print(response.get(), MessagePrinter::Form::Compact) : nullptr;
-    return text != nullptr ? sendToClient(client, text, printer.length()) : -ENOMEM;
+    const JsonText text(response != nullptr ? cJSON_PrintUnformatted(response.get()) : nullptr);
+    return text != nullptr ? sendToClient(client, text.get(), static_cast<int>(std::strlen(text.get())))
+                           : -ENOMEM;
 }
 
 int EventServer::subscriptionHandler(void* server, int /*fd*/, const std::string& channel, int sequence,
@@ -272,16 +272,12 @@ int EventServer::subscriptionHandler(void* server, int /*fd*/, const std::string
 
 int EventServer::State::relay(Channel::Entry& channel, int sequenceNumber, cJSON* payload)
 {
-    // The relay refers to the payload, and the printer skips references, so preformat the payload's numbers
-    // first.
-    printer.preformatNumbers(payload);
-    cJSON* const message = relayEnvelope.wrap(channel.first, sequenceNumber, payload);
-    const char* const text =
-        message != nullptr ? printer.print(message, MessagePrinter::Form::Formatted) : nullptr;
+    writeRelay(relayText, channel.first, sequenceNumber, payload);
+    const char* const text = relayText.finish();
     if (text == nullptr) {
         return -ENOMEM;
     }
-    const Relay relay = {&channel.second, text, printer.length()};
+    const Relay relay = {&channel.second, text, static_cast<int>(relayText.length())};
     noteRelay(channel.second, sequenceNumber, relay.length);
     sendToSubscribers(&relay, 1);
     return 0;

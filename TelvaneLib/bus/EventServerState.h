@@ -5,9 +5,9 @@
 #include <Telvane/EventServer.h>
 
 #include "bus/BusCounters.h"
+#include "support/JsonWriter.h"
 #include "transport/Envelope.h"
 #include "transport/Inbox.h"
-#include "transport/MessagePrinter.h"
 #include "transport/SeqpacketSocket.h"
 
 #include <atomic>
@@ -22,6 +22,9 @@
 
 namespace Telvane
 {
+
+/// Of a longer relay no more is written. What travels of it is not JSON.
+constexpr std::size_t kLongestRelay = 65536;
 
 /// Relays of one channel to one subscriber.
 struct Delivery
@@ -155,8 +158,7 @@ struct EventServer::State
     ChannelTable channels;
     std::atomic<const Channel::Entry*> newestChannel{nullptr};
     std::size_t channelCount = 0; ///< count of channels without the meta channels
-    RelayEnvelope relayEnvelope;
-    MessagePrinter printer;
+    JsonWriter relayText{kLongestRelay};
 
     std::mutex subscribersLock;
     std::unordered_map<int, std::vector<Subscription>> subscriptions; ///< by descriptor

@@ -1,7 +1,7 @@
 #include "bus/PublicationWriter.h"
 
 #include "base/RecordEngine.h"
-#include "transport/SeqpacketSocket.h"
+#include "transport/Envelope.h"
 
 #include <Telvane/TelvaneDataTypeBase.h>
 
@@ -11,14 +11,9 @@
 namespace Telvane
 {
 
-PublicationWriter::PublicationWriter() : m_text(kMessageLimit) {}
-
 int PublicationWriter::write(const std::string& channel, TelvaneDataTypeBase& record, const char*& text)
 {
-    m_text.clear();
-    m_text.put("{\n\t\"header\":\t");
-    m_text.string(channel.c_str());
-    m_text.put(",\n\t\"payload\":\t");
+    beginPublication(m_text, channel);
     try {
         if (!RecordEngine::print(record, m_text, 1)) {
             return -1;
@@ -26,7 +21,7 @@ int PublicationWriter::write(const std::string& channel, TelvaneDataTypeBase& re
     } catch (const std::bad_alloc&) {
         return -ENOMEM;
     }
-    m_text.put("\n}");
+    endPublication(m_text);
     text = m_text.finish();
     return text != nullptr ? 0 : -ENOMEM;
 }

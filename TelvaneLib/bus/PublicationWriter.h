@@ -3,6 +3,7 @@
 // Turns records into the text of publications.
 
 #include "support/JsonWriter.h"
+#include "transport/SeqpacketSocket.h"
 
 #include <string>
 
@@ -15,14 +16,15 @@ class TelvaneDataTypeBase;
 class PublicationWriter
 {
 public:
-    PublicationWriter();
+    /// \param limit bytes at which a text ends
+    explicit PublicationWriter(std::size_t limit = kMessageLimit) : m_text(limit) {}
 
-    /// \param[out] text the publication, valid until the next call; ends at kMessageLimit bytes
+    /// \param[out] text the publication, valid until the next call
     /// \return 0; `-ENOMEM`; -1 if a field of the record could not be written
     int write(const std::string& channel, TelvaneDataTypeBase& record, const char*& text);
 
     /// Prints a message that is not a record's publication.
-    /// \return the text, as above; null if memory runs out
+    /// \return the text, valid until the next call; null if memory runs out
     const char* print(const cJSON* message);
 
     /// \return the length of the text printed last

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <ctime>
 #include <new>
 #include <poll.h>
@@ -29,14 +30,12 @@ bool awaitRoom(int fd, Clock::time_point deadline)
     return ppoll(&watched, 1, &time, nullptr) != 0;
 }
 
-/// \return the size of a publication that is too large for the printer's buffer
+/// \return the size of a publication that is too large to be written as a whole
 std::size_t measure(const std::string& channel, TelvaneDataTypeBase& record)
 {
-    cJSON* payload = nullptr;
-    record.Package(&payload);
-    const JsonTree message = makePublication(channel.c_str(), JsonTree(payload));
-    const JsonText text(message != nullptr ? cJSON_Print(message.get()) : nullptr);
-    return text != nullptr ? std::char_traits<char>::length(text.get()) : 0;
+    PublicationWriter writer(INT_MAX / 2);
+    const char* text = nullptr;
+    return writer.write(channel, record, text) == 0 ? static_cast<std::size_t>(writer.length()) : 0;
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 #include "transport/Envelope.h"
 
 #include "support/JsonScanner.h"
+#include "support/JsonWriter.h"
 #include "transport/PrintedJson.h"
 
 #include <charconv>
@@ -44,48 +45,6 @@ JsonTree makeChannelPayload(const std::string& channel)
 
 } // namespace
 
-JsonTree makePublication(const char* channel, JsonTree payload)
-{
-    JsonTree message(cJSON_CreateObject());
-    const bool added = addText(message, "header", channel) && add(message, "payload", payload.release());
-    return complete(std::move(message), added);
-}
-
-bool RelayEnvelope::build()
-{
-    JsonTree message(cJSON_CreateObject());
-    const bool added = addText(message, "header", "") && add(message, "sequence", cJSON_CreateNumber(0)) &&
-                       add(message, "payload", cJSON_CreateObjectReference(nullptr));
-    if (!added) {
-        return false;
-    }
-    m_message = std::move(message);
-    m_header = m_message->child;
-    m_sequence = m_header->next;
-    m_payload = m_sequence->next;
-    return true;
-}
-
-cJSON* RelayEnvelope::wrap(const std::string& channel, int sequence, cJSON* payload)
-{
-    if (m_message == nullptr && !build()) {
-        return nullptr;
-    }
-    m_header->valuestring =
-        const_cast<char*>(channel.c_str()); // a reference, which is neither changed nor freed
-    // The printer may have replaced the number before.
-    m_sequence->type = cJSON_Number | cJSON_StringIsConst;
-    m_sequence->valuestring = nullptr;
-    cJSON_SetNumberHelper(m_sequence, sequence);
-    // Make this node a reference to the payload, of any type.
-    m_payload->type = (payload->type & 0xFF) | cJSON_IsReference | cJSON_StringIsConst;
-    m_payload->child = payload->child;
-    m_payload->valuestring = payload->valuestring;
-    m_payload->valueint = payload->valueint;
-    m_payload->valuedouble = payload->valuedouble;
-    return m_message.get();
-}
-
 namespace
 {
 
@@ -104,6 +63,31 @@ bool beginsWith(const char* text, std::string_view beginning)
 }
 
 } // namespace
+
+void beginPublication(JsonWriter& text, const std::string& channel)
+{
+    text.clear();
+    text.put("{\n\t\"header\":\t");
+    text.string(channel.c_str());
+    text.put(",\n\t\"payload\":\t");
+}
+
+void endPublication(JsonWriter& text)
+{
+    text.put("\n}");
+}
+
+void writeRelay(JsonWriter& text, const std::string& channel, int sequence, const cJSON* payload)
+{
+    text.clear();
+    text.put("{\n\t\"header\":\t");
+    text.string(channel.c_str());
+    text.put(",\n\t\"sequence\":\t");
+    text.integer(sequence);
+    text.put(",\n\t\"payload\":\t");
+    text.tree(payload, 1);
+    text.put("\n}");
+}
 
 bool PrintedPublication::read(char* text)
 {
@@ -152,7 +136,10 @@ std::string_view PrintedPublication::makeRelay(int sequence)
 
 JsonTree makeSubscribeRequest(const std::string& channel)
 {
-    return makePublication(kSubscribeHeader, makeChannelPayload(channel));
+    JsonTree message(cJSON_CreateObject());
+    const bool added = addText(message, "header", kSubscribeHeader) &&
+                       add(message, "payload", makeChannelPayload(channel).release());
+    return complete(std::move(message), added);
 }
 
 JsonTree makeUnsubscribeRequest(const std::string& channel)

@@ -13,6 +13,7 @@ namespace Telvane
 {
 
 class JsonScanner;
+class JsonWriter;
 
 constexpr const char* kSubscribeHeader = ".subscribe";
 constexpr const char* kUnsubscribeHeader = ".unsubscribe";
@@ -20,29 +21,20 @@ constexpr const char* kUnsubscribeHeader = ".unsubscribe";
 /// \name Building
 /// The trees refer to the texts, which must exist longer. Null if memory runs out.
 /// @{
-/// \param payload moved into the tree
-JsonTree makePublication(const char* channel, JsonTree payload);
 JsonTree makeSubscribeRequest(const std::string& channel);
 JsonTree makeUnsubscribeRequest(const std::string& channel);
 JsonTree makeResponse(const char* header, bool success, const char* channel);
 /// @}
 
-/// The envelope of relays, which is reused.
-class RelayEnvelope
-{
-public:
-    /// \param channel, payload must exist until the next call; not copied
-    /// \return the relay, which this object owns; null if memory runs out
-    cJSON* wrap(const std::string& channel, int sequence, cJSON* payload);
-
-private:
-    bool build();
-
-    JsonTree m_message;
-    cJSON* m_header = nullptr;
-    cJSON* m_sequence = nullptr;
-    cJSON* m_payload = nullptr;
-};
+/// \name Writing
+/// @{
+/// Writes a publication up to its payload.
+void beginPublication(JsonWriter& text, const std::string& channel);
+/// Writes what follows the payload.
+void endPublication(JsonWriter& text);
+/// Writes a relay as a new text.
+void writeRelay(JsonWriter& text, const std::string& channel, int sequence, const cJSON* payload);
+/// @}
 
 /// A publication in the form in which the JSON library prints it. Its relay differs only by the sequence
 /// number: the text before the number is moved forward, and the payload stays in place.
