@@ -203,7 +203,8 @@ telvane_ctest() {
         shift
     done
     shift
-    local status=0 failed count
+    local status=0 failed count final log=$telvane_root/build/$preset/Testing/Temporary/LastTestsFailed.log
+    rm -f "$log"
     "${prefix[@]}" ctest --preset "$preset" --schedule-random --no-tests=error "$@" </dev/null || status=$?
     if [ -z "${TELVANE_REPEAT_DEADLINES:-}" ]; then
         return "$status"
@@ -212,17 +213,20 @@ telvane_ctest() {
         telvane_say "0 tests repeated"
         return 0
     fi
-    failed=$(ctest --preset "$preset" --rerun-failed -N "$@")
-    count=$(sed -n 's/^Total Tests: //p' <<<"$failed")
-    if [ "${count:-0}" -eq 0 ]; then
+    if [ ! -s "$log" ]; then
         return "$status" # ctest itself failed
     fi
-    if [ "$(ctest --preset "$preset" --rerun-failed -N -L '^deadline$' "$@" | sed -n 's/^Total Tests: //p')" != "$count" ]; then
-        telvane_say "0 tests repeated: not all of the $count failed tests have a deadline"
+    # ctest --rerun-failed ignores labels, so compare the names.
+    failed=$(sed 's/^[0-9]*://' "$log" | LC_ALL=C sort)
+    count=$(wc -l <<<"$failed")
+    final=$(ctest --preset "$preset" -N -L '^deadline$' | sed -n 's/^ *Test *#[0-9]*: //p' | LC_ALL=C sort |
+        LC_ALL=C comm -13 - <(printf '%s\n' "$failed"))
+    if [ -n "$final" ]; then
+        telvane_say "0 tests repeated; $(wc -l <<<"$final") of the $count failed tests have no deadline"
         return "$status"
     fi
     telvane_say "repeating $count tests with a deadline:"
-    sed -n 's/^ *Test *#[0-9]*: /  /p' <<<"$failed" >&2
+    printf '  %s\n' "${failed//$'\n'/$'\n  '}" >&2
     status=0
     "${prefix[@]}" ctest --preset "$preset" --rerun-failed "$@" </dev/null || status=$?
     telvane_say "$count tests repeated"
