@@ -17,7 +17,7 @@ namespace
 {
 
 constexpr int kAttempts = 32;
-constexpr int kReceivesPerAttempt = 16;
+constexpr unsigned kReceivesPerAttempt = 16;
 
 } // namespace
 

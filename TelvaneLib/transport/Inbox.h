@@ -65,8 +65,8 @@ private:
     PacketBufferPool& m_pool;
     PacketBufferPool::Set* m_borrowed = nullptr;
     bool m_ended = false;
-    int m_attempts;    ///< attempts left to receive several
-    int m_singles = 0; ///< packets received since the last attempt
+    int m_attempts;         ///< attempts left to receive several
+    unsigned m_singles = 0; ///< packets received since the last attempt
     std::array<Packet, kMaxPackets> m_packets;
     std::array<PacketBuffer, 2> m_buffers; // not initialised
 };
