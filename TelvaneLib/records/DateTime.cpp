@@ -53,7 +53,7 @@ struct WireText
         return std::copy(std::begin(kSuffix), std::end(kSuffix), end) - 1;
     }
 
-    char text[TextForm::kSize];
+    char text[TextForm::kSize] = {};
 };
 
 constexpr TextForm kTextForm = {

@@ -38,9 +38,7 @@ int MissTracker::start()
 void MissTracker::arrived(const std::string& channel, int sequence)
 {
     const std::lock_guard<std::mutex> guard(m_lock);
-    if (m_channels.find(channel) == m_channels.end()) {
-        m_channels.insert(channel);
-    }
+    m_channels.insert(channel);
     addSequence(sequence);
     ++m_unconfirmed;
 }

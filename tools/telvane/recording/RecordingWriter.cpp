@@ -158,15 +158,15 @@ bool RecordingWriter::write(bool last)
     return true;
 }
 
-bool RecordingWriter::writeData(std::string_view data)
+bool RecordingWriter::writeData(const std::string& data)
 {
-    std::string_view rest = data;
-    while (!rest.empty()) {
-        const ssize_t size = ::write(m_fd, rest.data(), rest.size());
+    std::size_t written = 0;
+    while (written < data.size()) {
+        const ssize_t size = ::write(m_fd, data.data() + written, data.size() - written);
         if (size < 0 && errno != EINTR) {
-            return fail(errno, data.size() - rest.size());
+            return fail(errno, written);
         }
-        rest.remove_prefix(size > 0 ? static_cast<std::size_t>(size) : 0);
+        written += size > 0 ? static_cast<std::size_t>(size) : 0;
     }
     m_writtenBytes += data.size();
     m_totalBytes += data.size();

@@ -60,7 +60,7 @@ private:
     int openFile(const std::string& path);
     std::string encode(std::string_view lines, bool last);
     bool write(bool last = false);
-    bool writeData(std::string_view data);
+    bool writeData(const std::string& data);
     bool fail(int error, std::uint64_t written);
     std::string numberedPath(int number) const;
 
