@@ -80,3 +80,45 @@ commands() {
     finish "$server"
     [ "$("$TELVANE" complete -- listen "$bus" Sh 2>/dev/null)" = "" ]
 }
+
+# program <name> <line...>: makes a script telvane-NAME in a directory of PATH
+program() {
+    mkdir -p programs
+    printf '%s\n' '#!/bin/sh' "${@:2}" >"programs/telvane-$1"
+    chmod +x "programs/telvane-$1"
+    PATH=$PWD/programs:$PATH
+}
+
+@test "telvane NAME executes telvane-NAME with all arguments" {
+    # shellcheck disable=SC2016 # for the program
+    program greeting 'printf "%s|" "$0" "$@"' 'exit 7'
+    [ "$("$TELVANE" greeting a 'b c' --version)" = "$PWD/programs/telvane-greeting|a|b c|--version|" ]
+    status=0
+    "$TELVANE" greeting >output || status=$?
+    [ "$status" -eq 7 ]
+}
+
+@test "a program that is executed has no blocked signals" {
+    # shellcheck disable=SC2016 # for the program
+    program mask 'sed -n "s/^SigBlk:[[:space:]]*//p" /proc/$$/status'
+    [ "$("$TELVANE" mask)" = 0000000000000000 ]
+}
+
+@test "a command that is unknown and not installed is an error" {
+    program web
+    status=0
+    "$TELVANE" lissen 2>error || status=$?
+    [ "$status" -eq 2 ]
+    grep -q '^telvane: unknown command "lissen", and no program telvane-lissen is installed (installed: .*web' error
+    grep -q 'see telvane --help$' error
+    status=0
+    "$TELVANE" ../x 2>error || status=$?
+    [ "$status" -eq 2 ]
+    grep -q '^telvane: unknown command "../x" (installed' error
+}
+
+@test "programs that are installed are in the help and completed" {
+    program welds
+    "$TELVANE" --help | sed -n '/^Programs:/,/^$/p' | grep -q "^  welds  *Query archived welds$"
+    "$TELVANE" complete -- weld | grep -qx $'welds\tQuery archived welds'
+}

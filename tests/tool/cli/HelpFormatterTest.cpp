@@ -104,5 +104,37 @@ TEST_F(HelpTest, ListsTheCommandsThatAreNotHidden)
                                                    "The end.\n");
 }
 
+TEST_F(HelpTest, ShowsAProgramWithoutSubcommands)
+{
+    CommandLine line("Do one thing", "1.2.3", "The end.", "doer");
+    Command program(line);
+    program.option("--where", m_text, "Where to").typeName("PLACE");
+    program.examples("doer --where here\n");
+    EXPECT_EQ(help(line, {"doer", "--help"}), "Do one thing\n"
+                                              "\n"
+                                              "Usage: doer [OPTION]...\n"
+                                              "\n"
+                                              "Options:\n"
+                                              "  --version                 Print the version and exit\n"
+                                              "  -h, --help                Print this help and exit\n"
+                                              "  --where PLACE             Where to\n"
+                                              "\n"
+                                              "Examples:\n"
+                                              "  doer --where here\n"
+                                              "\n"
+                                              "The end.\n");
+}
+
+TEST_F(HelpTest, AProgramWithoutSubcommandsTakesArguments)
+{
+    CommandLine line("Do one thing", "1.2.3", "The end.", "doer");
+    Command program(line);
+    program.option("PLACE", m_text, "Where to");
+    program.run([] { return 7; });
+    const std::vector<const char*> arguments = {"doer", "here"};
+    EXPECT_EQ(line.run(2, arguments.data()), 7);
+    EXPECT_EQ(m_text, "here");
+}
+
 } // namespace
 } // namespace TelvaneTool

@@ -119,6 +119,12 @@ Command::Command(CommandLine& line, const char* name, const char* what)
     m_app->group("Commands");
 }
 
+Command::Command(CommandLine& line) : m_line(line), m_app(line.m_app.get())
+{
+    m_app->require_subcommand(0);
+    line.m_hasCommands = false;
+}
+
 template <class Value>
 Option Command::option(const char* name, Value& value, const std::string& what)
 {
@@ -149,7 +155,9 @@ bool Command::given(const char* name) const
 void Command::examples(const std::string& lines)
 {
     const std::string trimmed = lines.substr(0, lines.find_last_not_of('\n') + 1);
-    m_app->footer("Examples:\n  " + CLI::detail::find_and_replace(trimmed, "\n", "\n  "));
+    const std::string text = "Examples:\n  " + CLI::detail::find_and_replace(trimmed, "\n", "\n  ");
+    const std::string footer = m_app->get_parent() == nullptr ? m_app->get_footer() : std::string();
+    m_app->footer(footer.empty() ? text : text + "\n\n" + footer);
 }
 
 void Command::hide()
@@ -160,13 +168,14 @@ void Command::hide()
 void Command::run(const std::function<int()>& work)
 {
     m_app->callback([line = &m_line, app = m_app, work] {
-        setMessagePrefix("telvane " + app->get_name());
+        setMessagePrefix(app->get_parent() != nullptr ? line->m_program + " " + app->get_name()
+                                                      : line->m_program);
         line->m_exitCode = work();
     });
 }
 
-CommandLine::CommandLine(const char* what, const char* version, const char* footer)
-    : m_app(std::make_unique<CLI::App>(what, "telvane")), m_exitCode(kSuccess)
+CommandLine::CommandLine(const char* what, const char* version, const char* footer, const char* program)
+    : m_program(program), m_app(std::make_unique<CLI::App>(what, program)), m_exitCode(kSuccess)
 {
     m_app->set_version_flag("--version", version, "Print the version and exit");
     m_app->set_help_flag("-h,--help", "Print this help and exit");
@@ -199,8 +208,8 @@ std::vector<CommandInfo> CommandLine::describe() const
 
 int CommandLine::run(int argc, const char* const* argv)
 {
-    if (argc > 1 && argv[1][0] != '-' && !hasCommand(argv[1])) {
-        printError("unknown command \"" + std::string(argv[1]) + "\"; see telvane --help");
+    if (m_hasCommands && argc > 1 && argv[1][0] != '-' && !hasCommand(argv[1])) {
+        printError("unknown command \"" + std::string(argv[1]) + "\"; see " + m_program + " --help");
         return kWrongUsage;
     }
     try {
@@ -209,7 +218,7 @@ int CommandLine::run(int argc, const char* const* argv)
         if (error.get_exit_code() == 0) {
             return m_app->exit(error); // prints the help or the version
         }
-        std::string command = "telvane";
+        std::string command = m_program;
         for (const CLI::App* const chosen : m_app->get_subcommands()) {
             command += " " + chosen->get_name();
         }

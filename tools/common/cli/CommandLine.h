@@ -56,11 +56,14 @@ private:
 
 class CommandLine;
 
-/// A subcommand. The variables of its options must exist until CommandLine::run() returns.
+/// A subcommand, or all of a program without subcommands. The variables of its options must exist until
+/// CommandLine::run() returns.
 class Command
 {
 public:
     Command(CommandLine& line, const char* name, const char* what);
+    /// Makes the program one without subcommands: the options are its own.
+    explicit Command(CommandLine& line);
 
     /// Adds an option ("--speed") or an argument ("PATH").
     /// \tparam Value std::string, a vector of them, or a number; see the end of CommandLine.cpp
@@ -90,12 +93,13 @@ private:
     CLI::App* m_app;
 };
 
-/// The command line of a whole tool.
+/// The command line of a whole program.
 class CommandLine
 {
 public:
-    /// \param footer end of the tool's help
-    CommandLine(const char* what, const char* version, const char* footer);
+    /// \param footer end of the program's help
+    /// \param program name of the program, for its help and its messages
+    CommandLine(const char* what, const char* version, const char* footer, const char* program = "telvane");
     CommandLine(const CommandLine&) = delete;
     CommandLine& operator=(const CommandLine&) = delete;
     ~CommandLine();
@@ -107,11 +111,14 @@ public:
     /// \return the subcommands for completion; the first one, without a name, has the tool's own options
     std::vector<CommandInfo> describe() const;
 
-private:
-    friend class Command;
     bool hasCommand(const std::string& name) const;
 
+private:
+    friend class Command;
+
+    std::string m_program;
     std::unique_ptr<CLI::App> m_app;
+    bool m_hasCommands = true;
     int m_exitCode;
 };
 

@@ -61,7 +61,7 @@ public:
 
     std::string make_usage(const CLI::App* app, std::string name) const override
     {
-        const bool isCommand = app->get_parent() != nullptr;
+        const bool isCommand = app->get_parent() != nullptr || app->get_require_subcommand_max() == 0;
         std::string text =
             "Usage: " + name + (isCommand ? " [OPTION]..." : " COMMAND [OPTION]... [ARGUMENT]...");
         for (const CLI::Option* const option : app->get_options()) {

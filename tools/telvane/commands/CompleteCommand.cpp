@@ -4,6 +4,7 @@
 #include "common/cli/CommandLine.h"
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
+#include "common/cli/Programs.h"
 
 #include <memory>
 
@@ -51,7 +52,11 @@ void addCompleteCommand(CommandLine& line)
     command.hide();
     command.option("WORD", *words, "The words typed so far, after --");
     command.run([words, &line] {
-        return print(complete(line.describe(), *words, completionValues(&channelsOfServer)));
+        std::vector<CommandInfo> commands = line.describe();
+        for (const Program& program : installedPrograms(programDirectories())) {
+            commands.push_back({program.name, program.what, {}});
+        }
+        return print(complete(commands, *words, completionValues(&channelsOfServer)));
     });
 }
 
