@@ -1,12 +1,12 @@
 #pragma once
 
 #include "common/support/Clock.h"
+#include "common/weld/WeldMatcher.h"
 #include "recording/RecordingReader.h"
 
 #include <Telvane/WeldRecords.h>
 
 #include <cstdint>
-#include <deque>
 #include <string>
 #include <vector>
 
@@ -32,13 +32,9 @@ struct RecordedWeld
     bool ended = false;           ///< the recording has the end of the weld
 };
 
-/// \return ns since the Unix epoch, or the nearest value in range
-Nanoseconds stampOf(const Telvane::DateTime& stamp);
-
 /// Collects the welds of a recording.
 ///
-/// Welds may overlap, and any of their records may be missing. An end belongs to the weld with its tag. A sample
-/// has no tag: it belongs to the weld whose sample numbers, serial numbers and times it continues.
+/// WeldMatcher decides which weld a record belongs to.
 class WeldTraces
 {
 public:
@@ -59,31 +55,15 @@ public:
     std::uint64_t missed() const { return m_missed; }
 
 private:
-    /// What the next record of a weld is compared with.
-    struct Progress
-    {
-        int number = -1;       ///< of the last sample
-        int serial = 0;        ///< of the last record
-        Nanoseconds stamp = 0; ///< of the last record
-        int firstNumber = -1;  ///< of the first sample
-        Nanoseconds firstStamp = 0;
-        Nanoseconds period = 0; ///< between samples according to the start; 0 if unknown
-
-        Nanoseconds interval() const;
-    };
-    struct Fit;
-
     template <class Record>
     bool read(std::string_view payload, Record& record);
     void addStart(const Telvane::WeldTriggerStart& start, std::string_view group);
     void addSample(const Telvane::WeldTraceData& trace);
     void addEnd(const Telvane::WeldTriggerEnd& end);
-    static Fit fitOf(const Progress& progress, const Telvane::WeldTraceData& trace);
 
     const bool m_keepSamples;
     std::vector<RecordedWeld> m_welds;
-    std::vector<Progress> m_progress; ///< of each weld
-    std::deque<std::size_t> m_open;   ///< welds without an end
+    WeldMatcher m_matcher; ///< knows welds by their index
     std::uint64_t m_strays = 0;
     std::vector<int> m_strayEnds;
     std::uint64_t m_undecodable = 0;
