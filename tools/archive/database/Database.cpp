@@ -1,0 +1,72 @@
+#include "archive/database/Database.h"
+
+namespace TelvaneArchive
+{
+
+std::int64_t wholeOf(const Value& value)
+{
+    if (const auto* whole = std::get_if<std::int64_t>(&value)) {
+        return *whole;
+    }
+    constexpr double kLimit = 9e18;
+    const auto* number = std::get_if<double>(&value);
+    return number != nullptr && *number > -kLimit && *number < kLimit ? static_cast<std::int64_t>(*number)
+                                                                      : 0;
+}
+
+double numberOf(const Value& value)
+{
+    if (const auto* number = std::get_if<double>(&value)) {
+        return *number;
+    }
+    const auto* whole = std::get_if<std::int64_t>(&value);
+    return whole != nullptr ? static_cast<double>(*whole) : 0.0;
+}
+
+const std::string& textOf(const Value& value)
+{
+    static const std::string empty;
+    const auto* text = std::get_if<std::string>(&value);
+    return text != nullptr ? *text : empty;
+}
+
+const std::string& bytesOf(const Value& value)
+{
+    static const std::string empty;
+    const auto* blob = std::get_if<Blob>(&value);
+    return blob != nullptr ? blob->bytes : empty;
+}
+
+Transaction::Transaction(Database& database)
+    : m_database(database),
+      m_begun(database.kind() == Database::Kind::Sqlite ? database.run("BEGIN IMMEDIATE")
+                                                        : database.run("BEGIN")),
+      m_open(static_cast<bool>(m_begun))
+{}
+
+Transaction::~Transaction()
+{
+    if (m_open) {
+        m_database.run("ROLLBACK");
+    }
+}
+
+Status Transaction::commit()
+{
+    Status status = m_database.run("COMMIT");
+    m_open = m_open && !status;
+    return status;
+}
+
+bool isPostgresLocation(const std::string& location)
+{
+    return location.rfind("postgresql://", 0) == 0 || location.rfind("postgres://", 0) == 0;
+}
+
+std::unique_ptr<Database> openDatabase(const std::string& location, Database::Access access, Status& status)
+{
+    return isPostgresLocation(location) ? openPostgres(location, access, status)
+                                        : openSqlite(location, access, status);
+}
+
+} // namespace TelvaneArchive

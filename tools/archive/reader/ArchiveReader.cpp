@@ -1,0 +1,214 @@
+#include "archive/reader/ArchiveReader.h"
+
+#include "archive/samples/SampleCodec.h"
+#include "archive/samples/SampleFile.h"
+#include "archive/welds/Schema.h"
+#include "archive/welds/WeldMeasures.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace TelvaneArchive
+{
+
+namespace
+{
+
+Weld weldOf(const Row& row)
+{
+    Weld weld;
+    weld.id = wholeOf(row[0]);
+    std::copy(row.begin() + 1, row.end(), weld.values.begin());
+    return weld;
+}
+
+} // namespace
+
+std::unique_ptr<ArchiveReader> ArchiveReader::open(const std::string& location, Status& status)
+{
+    std::unique_ptr<Database> database = openDatabase(location, Database::Access::ReadOnly, status);
+    if (!database) {
+        return nullptr;
+    }
+    std::int64_t version = 0;
+    status = readSchemaVersion(*database, version);
+    if (status && version == 0) {
+        status = {Status::Code::Refused, "this is not an archive of welds"};
+    }
+    // A newer version may have more columns than this program knows, which does no harm to reading.
+    if (status && version < kSchemaVersion) {
+        status = {Status::Code::Refused, "the archive has version " + std::to_string(version) +
+                                             " of the schema; telvane-archive brings it up to date"};
+    }
+    if (!status) {
+        return nullptr;
+    }
+    return std::unique_ptr<ArchiveReader>(new ArchiveReader(std::move(database), location));
+}
+
+Status ArchiveReader::list(const Query& query, std::vector<Weld>& welds)
+{
+    Sql statement = "SELECT id, " + columnList() + " FROM weld";
+    Row values;
+    WeldFilter filter = query.filter;
+    if (query.beforeNs) {
+        filter.add(Column::StartNs, Condition::Comparison::Less, *query.beforeNs);
+    }
+    if (query.order && *query.order != Column::StartNs) {
+        filter.add(*query.order, Condition::Comparison::Known, {});
+    }
+    appendWhere(filter, statement, values);
+    statement += " ORDER BY " + sqlOf(query.order.value_or(Column::StartNs));
+    statement += query.ascending ? Sql(" ASC, id ASC LIMIT ") : Sql(" DESC, id DESC LIMIT ");
+    values.emplace_back(static_cast<std::int64_t>(std::min(query.limit, kMaxList)));
+    statement.parameter(values.size());
+    std::vector<Row> rows;
+    Status status = m_database->run(statement, values, &rows);
+    for (const Row& row : rows) {
+        welds.push_back(weldOf(row));
+    }
+    return status;
+}
+
+Status ArchiveReader::count(const WeldFilter& filter, std::size_t limit, std::int64_t& count)
+{
+    Sql statement = "SELECT count(*) FROM (SELECT 1 FROM weld";
+    Row values;
+    appendWhere(filter, statement, values);
+    values.emplace_back(static_cast<std::int64_t>(limit));
+    statement += " LIMIT ";
+    statement.parameter(values.size()) += ") AS found";
+    std::vector<Row> rows;
+    Status status = m_database->run(statement, values, &rows);
+    count = status ? wholeOf(rows[0][0]) : 0;
+    return status;
+}
+
+Status ArchiveReader::weld(std::int64_t id, std::optional<Weld>& weld)
+{
+    std::vector<Row> rows;
+    Status status = m_database->run("SELECT id, " + columnList() + " FROM weld WHERE id = $1", {id}, &rows);
+    weld = rows.empty() ? std::nullopt : std::optional(weldOf(rows[0]));
+    return status;
+}
+
+Status ArchiveReader::envelope(std::int64_t id, std::size_t parts, std::optional<Envelope>& envelope)
+{
+    envelope.reset();
+    std::vector<Row> rows;
+    Status status = m_database->run("SELECT data FROM envelope WHERE weld_id = $1 AND parts = $2",
+                                    {id, static_cast<std::int64_t>(parts)}, &rows);
+    if (!status || rows.empty()) {
+        return status;
+    }
+    Envelope read;
+    if (!decodeEnvelope(bytesOf(rows[0][0]), read)) {
+        return {Status::Code::Damaged, "the envelope of weld " + std::to_string(id) + " is damaged"};
+    }
+    envelope = std::move(read);
+    return status;
+}
+
+Status ArchiveReader::samples(std::int64_t id, std::int64_t fromNs, std::int64_t toNs, std::size_t limit,
+                              std::vector<Sample>& samples, std::uint64_t* damaged)
+{
+    std::optional<Weld> found;
+    Status status = weld(id, found);
+    if (!status || !found) {
+        return status;
+    }
+    const std::int64_t start = found->whole(Column::StartNs);
+    const SampleClock clock(start, found->whole(Column::SamplePeriodUs));
+    constexpr std::int64_t kForever = std::int64_t{1} << 62;
+    const std::int64_t last = toNs > kForever - start ? kForever : start + toNs;
+    std::int64_t next = 0;
+    const std::size_t wanted = samples.size() + limit;
+    while (status && samples.size() < wanted) {
+        std::vector<Row> rows;
+        status = m_database->run("SELECT number, file, place, size, data FROM chunk WHERE weld_id = $1 AND "
+                                 "number >= $2 AND last_ns >= $3 AND first_ns < $4 ORDER BY number LIMIT 16",
+                                 {id, next, start + fromNs, last}, &rows);
+        if (rows.empty()) {
+            break;
+        }
+        for (const Row& row : rows) {
+            next = wholeOf(row[0]) + 1;
+            std::string bytes = bytesOf(row[4]);
+            ChunkHeader header;
+            std::vector<Sample> read;
+            if (bytes.empty()) {
+                readFilePart(sampleFolder(m_location) + "/" + textOf(row[1]),
+                             {wholeOf(row[2]), wholeOf(row[3])}, bytes);
+            }
+            if (!decodeChunk(bytes, header, read)) {
+                if (damaged != nullptr) {
+                    ++*damaged;
+                }
+                continue;
+            }
+            for (Sample sample : read) {
+                sample.time = clock.momentOf(sample) - start;
+                if (sample.time >= fromNs && sample.time < toNs && samples.size() < wanted) {
+                    samples.push_back(sample);
+                }
+            }
+        }
+    }
+    return status;
+}
+
+Status ArchiveReader::events(std::int64_t id, std::vector<Event>& events)
+{
+    std::vector<Row> rows;
+    Status status = m_database->run(
+        "SELECT time_ns, channel, record FROM event WHERE weld_id = $1 ORDER BY time_ns, id LIMIT 1000", {id},
+        &rows);
+    for (const Row& row : rows) {
+        events.push_back({wholeOf(row[0]), textOf(row[1]), textOf(row[2])});
+    }
+    return status;
+}
+
+Status ArchiveReader::findings(std::int64_t id, std::vector<Finding>& findings)
+{
+    std::vector<Row> rows;
+    Status status =
+        m_database->run("SELECT judged_ns, level, metric, value, low, high, from_s, to_s, reference "
+                        "FROM finding WHERE weld_id = $1 ORDER BY id LIMIT 1000",
+                        {id}, &rows);
+    for (const Row& row : rows) {
+        findings.push_back({wholeOf(row[0]), textOf(row[1]), textOf(row[2]), numberOf(row[3]),
+                            numberOf(row[4]), numberOf(row[5]), numberOf(row[6]), numberOf(row[7]),
+                            textOf(row[8])});
+    }
+    return status;
+}
+
+Status ArchiveReader::trend(Column metric, const WeldFilter& filter, bool byPart,
+                            std::vector<TrendPoint>& points)
+{
+    const bool sqlite = m_database->kind() == Database::Kind::Sqlite;
+    const Sql day =
+        sqlite ? Sql("strftime('%Y-%m-%d', start_ns / 1000000000, 'unixepoch')")
+               : Sql("to_char(to_timestamp(start_ns / 1000000000) AT TIME ZONE 'UTC', 'YYYY-MM-DD')");
+    const Sql group = byPart ? Sql("coalesce(part_number, '')") : day;
+    const Sql value = "CAST(" + sqlOf(metric) + " AS DOUBLE PRECISION)";
+    Sql statement = "SELECT " + group + " AS name, count(*), avg(" + value + "), min(" + value + "), max(" +
+                    value + "), avg(" + value + " * " + value + ") FROM weld";
+    Row values;
+    WeldFilter known = filter;
+    known.add(metric, Condition::Comparison::Known, {});
+    appendWhere(known, statement, values);
+    statement += " GROUP BY name ORDER BY name LIMIT 5000";
+    std::vector<Row> rows;
+    Status status = m_database->run(statement, values, &rows);
+    for (const Row& row : rows) {
+        const double mean = numberOf(row[2]);
+        const double variance = std::max(0.0, numberOf(row[5]) - mean * mean);
+        points.push_back(
+            {textOf(row[0]), wholeOf(row[1]), mean, numberOf(row[3]), numberOf(row[4]), std::sqrt(variance)});
+    }
+    return status;
+}
+
+} // namespace TelvaneArchive

@@ -1,0 +1,125 @@
+#pragma once
+
+#include "archive/database/Database.h"
+#include "archive/reader/WeldFilter.h"
+#include "archive/samples/Envelope.h"
+#include "archive/samples/Sample.h"
+#include "archive/welds/WeldColumns.h"
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace TelvaneArchive
+{
+
+/// Reads an archive, in SQLite or PostgreSQL, while another process may write to it.
+///
+///     Status status;
+///     auto reader = ArchiveReader::open("/var/lib/telvane/welds.db", status);
+///     if (!reader) { ... status.text says why ... }
+///     std::vector<Weld> welds;
+///     status = reader->list({}, welds);
+///     for (const Weld& weld : welds) {
+///         std::printf("%lld %.0f A\n", (long long)weld.id, weld.number(Column::MeanAmps));
+///     }
+///
+/// Every call is bounded: lists and samples have a limit, so that no call returns more than a page can show.
+/// \par Errors   Each function returns a Status. After Status::Code::Lost, open the archive again.
+/// \par Threads  One at a time. Open one reader for each thread.
+class ArchiveReader
+{
+public:
+    /// Which welds, and in which order.
+    struct Query
+    {
+        WeldFilter filter;                    ///< see readWhere() for a filter from a text
+        std::optional<Column> order;          ///< default: the start of the weld
+        bool ascending = false;               ///< default: newest or largest first
+        std::size_t limit = 100;              ///< at most kMaxList
+        std::optional<std::int64_t> beforeNs; ///< only welds that started before; for paging
+    };
+    static constexpr std::size_t kMaxList = 10'000;
+
+    /// An event on the bus while a weld was under way.
+    struct Event
+    {
+        std::int64_t time = 0; ///< ns since the Unix epoch
+        std::string channel;
+        std::string record; ///< JSON text
+    };
+
+    /// What the judge found in a weld.
+    struct Finding
+    {
+        std::int64_t judged = 0; ///< ns since the Unix epoch
+        std::string level;       ///< "ok", "warning" or "not_ok"
+        std::string metric;      ///< name of a column, or "course of amps" and the like
+        double value = 0.0;
+        double low = 0.0; ///< limits
+        double high = 0.0;
+        double fromSeconds = 0.0; ///< where in the weld; both 0 for the whole weld
+        double toSeconds = 0.0;
+        std::string reference; ///< what the limits came from
+    };
+
+    /// A metric over the welds of one day or one part.
+    struct TrendPoint
+    {
+        std::string group; ///< "2026-11-22", or the part number
+        std::int64_t welds = 0;
+        double mean = 0.0;
+        double min = 0.0;
+        double max = 0.0;
+        double deviation = 0.0;
+    };
+
+    /// Opens an archive.
+    /// \param location  path of an SQLite archive, or postgresql://user@host/name
+    /// \param[out] status  why it failed
+    /// \return null if it failed
+    static std::unique_ptr<ArchiveReader> open(const std::string& location, Status& status);
+
+    /// Lists welds with all their columns.
+    Status list(const Query& query, std::vector<Weld>& welds);
+
+    /// \param[out] count  number of welds that match, at most \p limit
+    Status count(const WeldFilter& filter, std::size_t limit, std::int64_t& count);
+
+    /// \param[out] weld  empty if there is no such weld
+    Status weld(std::int64_t id, std::optional<Weld>& weld);
+
+    /// Reads the envelope of a weld that has ended.
+    /// \param parts  kFineParts or kCoarseParts
+    /// \param[out] envelope  empty if there is none
+    Status envelope(std::int64_t id, std::size_t parts, std::optional<Envelope>& envelope);
+
+    /// Reads the samples of a weld, also of one that is under way up to the last commit.
+    /// \param fromNs, toNs  range of time, ns since the start of the weld; \p toNs is not part of it
+    /// \param limit  most samples; to go on, call again from the time of the last one + 1
+    /// \param[out] samples  their `time` is ns since the start of the weld
+    /// \param[out] damaged  number of stored chunks that could not be read; null to ignore it
+    Status samples(std::int64_t id, std::int64_t fromNs, std::int64_t toNs, std::size_t limit,
+                   std::vector<Sample>& samples, std::uint64_t* damaged = nullptr);
+
+    Status events(std::int64_t id, std::vector<Event>& events);
+    Status findings(std::int64_t id, std::vector<Finding>& findings);
+
+    /// Summarises a metric by day (UTC) or by part number, in order.
+    /// \param byPart  false for by day
+    Status trend(Column metric, const WeldFilter& filter, bool byPart, std::vector<TrendPoint>& points);
+
+    Database& database() { return *m_database; }
+
+private:
+    ArchiveReader(std::unique_ptr<Database> database, std::string location)
+        : m_database(std::move(database)), m_location(std::move(location))
+    {}
+
+    std::unique_ptr<Database> m_database;
+    std::string m_location;
+};
+
+} // namespace TelvaneArchive

@@ -1,0 +1,53 @@
+#pragma once
+
+#include "archive/welds/WeldColumns.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace TelvaneArchive
+{
+
+/// A condition on a column.
+struct Condition
+{
+    enum class Comparison
+    {
+        Equal,
+        NotEqual,
+        Less,
+        LessOrEqual,
+        Greater,
+        GreaterOrEqual,
+        Like,    ///< text with * and ? as wildcards
+        Unknown, ///< the column is empty
+        Known,
+    };
+
+    Column column = Column::StartNs;
+    Comparison comparison = Comparison::Equal;
+    Value value;
+};
+
+/// Which welds: all conditions must hold.
+struct WeldFilter
+{
+    std::vector<Condition> conditions;
+
+    void add(Column column, Condition::Comparison comparison, const Value& value);
+};
+
+/// Reads conditions such as "mean_amps > 180 and part_number = 'A-17' and operator is empty".
+///
+/// A name must be a column, a number must fit it, and everything else is an error. The text never becomes part of a
+/// statement.
+/// \param[out] error  what is wrong, and where
+/// \return whether \p text was understood
+bool readWhere(const std::string& text, WeldFilter& filter, std::string& error);
+
+/// Appends " WHERE ..." and the values.
+void appendWhere(const WeldFilter& filter, Sql& statement, Row& values);
+
+} // namespace TelvaneArchive

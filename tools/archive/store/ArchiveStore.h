@@ -1,0 +1,167 @@
+#pragma once
+
+#include "archive/database/Database.h"
+#include "archive/samples/SampleFile.h"
+#include "archive/welds/WeldColumns.h"
+#include "archive/welds/WeldMeasures.h"
+#include "common/support/Clock.h"
+#include "common/support/FileDescriptor.h"
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace TelvaneArchive
+{
+
+/// An event on the bus that belongs to a weld or to no weld.
+struct Event
+{
+    std::int64_t weld = 0; ///< handle of a weld in ArchiveStore; 0 for none
+    std::int64_t time = 0; ///< ns since the Unix epoch
+    std::string module;
+    std::string channel;
+    std::string record; ///< JSON text
+};
+
+/// The one writer of an SQLite archive.
+///
+/// Everything waits in memory until commit() stores it in one transaction. If that fails, everything still waits, and
+/// the next commit() tries again. Waiting samples are bounded: more are counted as not stored.
+/// \par Threads  One.
+class ArchiveStore
+{
+public:
+    struct Settings
+    {
+        std::size_t maxWaiting = 500'000;      ///< samples that wait for the disk at most
+        std::size_t ballast = 1024UL * 1024UL; ///< bytes to delete when the disk is full; 0 for none
+        MeasureSettings measures;
+    };
+
+    struct Counters
+    {
+        std::uint64_t commits = 0;
+        std::uint64_t welds = 0;        ///< closed
+        std::uint64_t samples = 0;      ///< stored
+        std::uint64_t bytes = 0;        ///< of stored samples
+        std::uint64_t unstored = 0;     ///< samples that found no room
+        std::uint64_t recovered = 0;    ///< welds of an earlier run that were closed
+        std::uint64_t removedBytes = 0; ///< torn ends of sample files
+    };
+
+    ~ArchiveStore();
+    ArchiveStore(const ArchiveStore&) = delete;
+    ArchiveStore& operator=(const ArchiveStore&) = delete;
+
+    /// Opens or creates an archive, and closes the welds that an earlier run left open.
+    /// \return null with \p status set, for example if another process writes to the archive
+    static std::unique_ptr<ArchiveStore> open(const std::string& path, const Settings& settings,
+                                              Status& status);
+
+    /// Begins a weld.
+    /// \param weld  what is known at the start; Uid, StartNs and SamplePeriodUs are needed
+    /// \param ending  "importing" for a weld that is deleted if its import is cut off
+    /// \return the handle of the weld, not its id
+    std::int64_t begin(Weld weld, const std::string& ending = "running");
+    /// Adds a sample.
+    /// \param missing  samples that are missing before it
+    void add(std::int64_t handle, const Sample& sample, std::uint64_t missing);
+    /// Changes columns of a weld that has not ended.
+    Weld* find(std::int64_t handle);
+    /// Ends a weld, whose metrics are computed by the next commit().
+    void end(std::int64_t handle, const std::string& ending);
+    void add(Event event);
+
+    /// \return whether commit() has something to do
+    bool isDirty() const;
+    /// Stores everything that waits.
+    Status commit();
+
+    /// \return ids of the welds that were closed since the last call
+    std::vector<std::int64_t> takeClosed();
+    /// \return whether the disk was full at the last commit
+    bool isFull() const { return m_full; }
+
+    const Counters& counters() const { return m_counters; }
+    Database& database() { return *m_database; }
+    const std::string& path() const { return m_path; }
+
+    /// Reads the samples of a weld in order, chunk by chunk.
+    /// \param[out] damaged  chunks that could not be read
+    Status readSamples(std::int64_t id, const std::function<void(const std::vector<Sample>&)>& take,
+                       std::uint64_t& damaged);
+
+private:
+    struct Running
+    {
+        Weld weld;
+        bool begun = false; ///< the row is in the database
+        std::deque<Sample> waiting;
+        std::uint32_t chunks = 0;
+        std::string ending; ///< empty while it runs
+        bool changed = false;
+    };
+    struct NewChunk
+    {
+        Running* running;
+        std::size_t samples;
+        std::int64_t firstNs;
+        std::int64_t lastNs;
+        SampleFile::Place place;
+        std::string file;
+    };
+
+    ArchiveStore(std::string path, const Settings& settings) : m_path(std::move(path)), m_settings(settings)
+    {}
+
+    Status lock();
+    Status prepare();
+    Status commitOnce();
+    Status beginWaiting();
+    Status appendWaiting(std::vector<NewChunk>& chunks);
+    Status appendChunks(Running& running, std::vector<NewChunk>& chunks);
+    Status appendPiece(Running& running, const Sample* samples, std::size_t count, SampleFile& file,
+                       std::vector<NewChunk>& chunks);
+    Status indexChunks(const std::vector<NewChunk>& chunks);
+    void forgetChunks(const std::vector<NewChunk>& chunks);
+    Status insertEvents();
+    Status closeEnded();
+    Status closeWeld(Running& running);
+    Status storeWeld(const Weld& weld);
+    Status recoverWelds();
+    Status recoverWeld(Running& running);
+    Status fileFor(const Weld& weld, SampleFile*& file);
+    void dropWaiting();
+    void makeBallast();
+
+    std::string m_path;
+    Settings m_settings;
+    TelvaneTool::FileDescriptor m_lock;
+    std::unique_ptr<Database> m_database;
+    std::map<std::string, SampleFile> m_files; ///< by name
+    std::map<std::int64_t, Running> m_running; ///< by handle
+    std::vector<Event> m_events;
+    std::vector<std::int64_t> m_closed;
+    std::int64_t m_nextHandle = 1;
+    std::size_t m_waiting = 0;
+    bool m_full = false;
+    bool m_hasBallast = false;
+    Counters m_counters;
+};
+
+/// \return the identity of the machine's boot, or an empty text
+std::string bootId();
+/// \return whether the kernel says that the clock is synchronised
+bool clockIsSet();
+/// \return local time minus UTC at a moment, in s
+std::int64_t utcOffset(std::int64_t nanoseconds);
+/// \return a new random identity
+std::string newUid();
+
+} // namespace TelvaneArchive

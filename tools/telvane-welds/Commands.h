@@ -1,0 +1,56 @@
+#pragma once
+
+#include "archive/reader/ArchiveReader.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace TelvaneTool
+{
+class Command;
+class CommandLine;
+} // namespace TelvaneTool
+
+namespace TelvaneArchive
+{
+
+// One function for each subcommand.
+void addListCommand(TelvaneTool::CommandLine& line);
+void addShowCommand(TelvaneTool::CommandLine& line);
+
+/// Adds the argument DB.
+void addDatabase(TelvaneTool::Command& command, std::string& database);
+
+/// Which welds, by the options that several commands share.
+struct FilterOptions
+{
+    std::string where;
+    std::string part;
+    std::string program;
+    std::string verdict;
+    std::string from;
+    std::string to;
+
+    /// Prints what is wrong with the options.
+    /// \return whether they could be read
+    bool read(WeldFilter& filter) const;
+};
+
+void addFilterOptions(TelvaneTool::Command& command, FilterOptions& options);
+
+/// Opens an archive. Prints the reason if it fails.
+std::unique_ptr<ArchiveReader> openArchive(const std::string& database);
+
+/// Prints why a question failed.
+/// \return an exit code
+int reportFailure(const Status& status);
+
+/// \return a number with the digits that people read, or "-" for an empty one
+std::string printValue(const Value& value);
+/// \return a local date and time
+std::string printLocal(std::int64_t nanoseconds);
+/// \return the weld as a JSON object on one line
+std::string printJson(const Weld& weld);
+
+} // namespace TelvaneArchive

@@ -1,0 +1,86 @@
+#include "Commands.h"
+#include "common/cli/CommandLine.h"
+#include "common/cli/ExitCodes.h"
+#include "common/cli/Messages.h"
+#include "common/support/HumanReadable.h"
+#include "common/support/Table.h"
+
+#include <memory>
+
+namespace TelvaneArchive
+{
+
+namespace
+{
+
+struct Options
+{
+    std::string database;
+    std::int64_t id = 0;
+    bool json = false;
+};
+
+std::string printText(const Weld& weld)
+{
+    TelvaneTool::Table table({{""}, {""}, {""}, {""}});
+    for (const Column column : allColumns()) {
+        const ColumnInfo& info = infoOf(column);
+        if (weld.has(column) && column != Column::StartRecord && column != Column::EndRecord) {
+            const bool moment = column == Column::StartNs || column == Column::EndNs;
+            table.add({info.name, moment ? printLocal(weld.whole(column)) : printValue(weld[column]),
+                       moment ? "" : info.unit, info.meaning});
+        }
+    }
+    return "weld " + std::to_string(weld.id) + "\n" + table.print({2, std::string::npos, nullptr});
+}
+
+int show(const Options& options)
+{
+    const auto reader = openArchive(options.database);
+    if (!reader) {
+        return TelvaneTool::kWrongInput;
+    }
+    std::optional<Weld> weld;
+    Status status = reader->weld(options.id, weld);
+    std::vector<ArchiveReader::Event> events;
+    std::vector<ArchiveReader::Finding> findings;
+    status = status ? reader->events(options.id, events) : status;
+    status = status ? reader->findings(options.id, findings) : status;
+    if (!status) {
+        return reportFailure(status);
+    }
+    if (!weld) {
+        TelvaneTool::printError("there is no weld " + std::to_string(options.id));
+        return TelvaneTool::kWrongInput;
+    }
+    if (options.json) {
+        return TelvaneTool::writeResult(printJson(*weld) + "\n");
+    }
+    std::string text = printText(*weld);
+    for (const ArchiveReader::Event& event : events) {
+        text += "  at " + printLocal(event.time) + " " + event.channel + ": " + event.record + "\n";
+    }
+    for (const ArchiveReader::Finding& finding : findings) {
+        text += TelvaneTool::formatted("  %s: %s is %.6g, limits %.6g to %.6g", finding.level.c_str(),
+                                       finding.metric.c_str(), finding.value, finding.low, finding.high);
+        text += finding.toSeconds > 0.0
+                    ? TelvaneTool::formatted(", from %.2f to %.2f s", finding.fromSeconds, finding.toSeconds)
+                    : std::string();
+        text += " (" + finding.reference + ")\n";
+    }
+    return TelvaneTool::writeResult(text);
+}
+
+} // namespace
+
+void addShowCommand(TelvaneTool::CommandLine& line)
+{
+    auto options = std::make_shared<Options>();
+    TelvaneTool::Command command(line, "show", "Show everything about a weld");
+    addDatabase(command, options->database);
+    command.option("ID", options->id, "Weld").required();
+    command.flag("--json", options->json, "Print a JSON object");
+    command.run([options] { return show(*options); });
+}
+
+} // namespace TelvaneArchive
