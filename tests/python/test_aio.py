@@ -13,6 +13,7 @@ import time
 from typing import Any, Awaitable, Callable, List
 
 import pytest
+from conftest import KILLS
 from fake_server import FakeServer, confirm
 
 import telvane
@@ -304,14 +305,14 @@ def test_another_loop_is_refused(telvane_path: str) -> None:
 
 
 @in_loop
-async def test_the_server_is_killed_a_hundred_times(telvane_server: Server) -> None:
+async def test_the_server_is_killed_again_and_again(telvane_server: Server) -> None:
     async with aio.Bus(telvane_server.path) as bus:
         listener = bus.listen(telvane.LogData)
         await bus.wait_connected()
-        for number in range(100):
+        for number in range(KILLS):
             telvane_server.restart()
             await until(lambda: bus.epoch == number + 2 and bus.connected)
             await bus.publish(telvane.LogData(log=str(number)))
             while (await listener.recv(5)).log != str(number):
                 pass
-        assert bus.counters.connections == 101
+        assert bus.counters.connections == KILLS + 1
