@@ -89,6 +89,8 @@ void fill(void* member, const RecordField& field, Values& values)
             fill(field.nested->element(member, i), field.nested->table(), values);
         }
         break;
+    case FieldKind::Value:
+        break; // not in the catalogue
     }
 }
 

@@ -90,6 +90,8 @@ bool isReadable(const RecordField& field, const cJSON* item)
         return isArrayOf(item, 1, field.limit, isRecord);
     case FieldKind::RecordVector:
         return isArrayOf(item, 0, field.limit, isRecord);
+    case FieldKind::Value:
+        break; // not in the catalogue
     }
     return false;
 }

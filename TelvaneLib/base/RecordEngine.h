@@ -39,6 +39,8 @@ private:
                             int depth);
     static bool printField(TelvaneDataTypeBase& record, const RecordField& field, JsonWriter& output,
                            int depth);
+    static bool printValue(TelvaneDataTypeBase& record, const RecordField& field, JsonWriter& output,
+                           int depth);
     static bool printArray(TelvaneDataTypeBase& record, const RecordField& field, JsonWriter& output,
                            int depth);
 
@@ -48,6 +50,7 @@ private:
                            int depth);
     static bool scanField(TelvaneDataTypeBase& record, const RecordField& field, JsonScanner& input,
                           int depth);
+    static bool scanValue(TelvaneDataTypeBase& record, const RecordField& field, JsonScanner& input);
     static bool scanElement(TelvaneDataTypeBase& record, const RecordField& field, std::size_t index,
                             JsonScanner& input, int depth);
     static bool scanArray(TelvaneDataTypeBase& record, const RecordField& field, JsonScanner& input,
@@ -70,6 +73,13 @@ T& fieldOf(TelvaneDataTypeBase& record, const RecordField& field)
     return *static_cast<T*>(addressOf(record, field));
 }
 
+/// \return whether the field is left out, because it is an optional value without one
+inline bool isAbsent(TelvaneDataTypeBase& record, const RecordField& field)
+{
+    return field.kind == FieldKind::Value && field.value->isAbsent != nullptr &&
+           field.value->isAbsent(addressOf(record, field));
+}
+
 /// \return the start of the line that reports a field that could not be written
 inline const char* writeFailure(FieldKind kind)
 {
@@ -78,6 +88,8 @@ inline const char* writeFailure(FieldKind kind)
         return "FAIL! _toJson Object";
     case FieldKind::RecordVector:
         return "FAIL! _toJson Vector Array ";
+    case FieldKind::Value:
+        return "FAIL! _toJson Value ";
     default:
         return "FAIL! _toJson Array";
     }

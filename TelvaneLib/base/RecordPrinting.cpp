@@ -43,6 +43,9 @@ bool RecordEngine::printFields(TelvaneDataTypeBase& record, const RecordTable& t
     bool first = true;
     output.put("{");
     for (const RecordField& field : table.fields()) {
+        if (isAbsent(record, field)) {
+            continue;
+        }
         output.key({field.key, field.keyLength}, first, inside);
         first = false;
         if (!printField(record, field, output, inside)) {
@@ -82,9 +85,29 @@ bool RecordEngine::printField(TelvaneDataTypeBase& record, const RecordField& fi
         return true;
     case FieldKind::Record:
         return print(fieldOf<TelvaneDataTypeBase>(record, field), output, depth);
+    case FieldKind::Value:
+        return printValue(record, field, output, depth);
     default:
         return printArray(record, field, output, depth);
     }
+}
+
+bool RecordEngine::printValue(TelvaneDataTypeBase& record, const RecordField& field, JsonWriter& output,
+                              int depth)
+{
+    const void* const member = addressOf(record, field);
+    if (field.value->toNumber != nullptr) {
+        double number = 0.0;
+        const bool written = field.value->toNumber(member, number);
+        output.number(number);
+        return written;
+    }
+    const JsonTree value(field.value->write(member));
+    if (value == nullptr) {
+        return false;
+    }
+    output.tree(value.get(), depth);
+    return true;
 }
 
 bool RecordEngine::printArray(TelvaneDataTypeBase& record, const RecordField& field, JsonWriter& output,

@@ -62,9 +62,19 @@ bool RecordEngine::scanField(TelvaneDataTypeBase& record, const RecordField& fie
         return input.string(fieldOf<std::string>(record, field));
     case FieldKind::Record:
         return scan(fieldOf<TelvaneDataTypeBase>(record, field), input, depth);
+    case FieldKind::Value:
+        return scanValue(record, field, input);
     default:
         return scanArray(record, field, input, depth);
     }
+}
+
+bool RecordEngine::scanValue(TelvaneDataTypeBase& record, const RecordField& field, JsonScanner& input)
+{
+    // Anything but a number is only read from a tree.
+    double number = 0.0;
+    return field.value->fromNumber != nullptr && input.number(number) &&
+           field.value->fromNumber(addressOf(record, field), number);
 }
 
 bool RecordEngine::scanArray(TelvaneDataTypeBase& record, const RecordField& field, JsonScanner& input,

@@ -41,6 +41,13 @@ void RecordTable::append(TelvaneDataTypeBase& base, const char*& names, FieldKin
         {key, kind, static_cast<std::uint16_t>(length), static_cast<std::uint32_t>(limit), offset, nested});
 }
 
+void RecordTable::appendValue(TelvaneDataTypeBase& base, const char*& names, const void* member,
+                              const ValueOperations& operations)
+{
+    append(base, names, FieldKind::Value, member, 0, nullptr);
+    m_fields.back().value = &operations;
+}
+
 void RecordTable::add(TelvaneDataTypeBase& base, const char*& names, int& member)
 {
     append(base, names, FieldKind::Integer, &member, 0, nullptr);
@@ -89,6 +96,8 @@ const char* readFailure(FieldKind kind)
         return "FAIL! _object_fromJson ";
     case FieldKind::RecordVector:
         return "FAIL! _vector_fromJson ";
+    case FieldKind::Value:
+        return "FAIL! _value_fromJson ";
     default:
         return "FAIL! _array_fromJson ";
     }
@@ -140,6 +149,17 @@ bool RecordEngine::writeField(TelvaneDataTypeBase& record, const RecordField& fi
             return false;
         }
         addItem(output, field.key, std::move(object));
+        return true;
+    }
+    case FieldKind::Value: {
+        if (isAbsent(record, field)) {
+            return true;
+        }
+        JsonTree value(field.value->write(addressOf(record, field)));
+        if (value == nullptr) {
+            return false;
+        }
+        addItem(output, field.key, std::move(value));
         return true;
     }
     default:
@@ -294,6 +314,8 @@ bool RecordEngine::readField(TelvaneDataTypeBase& record, const RecordField& fie
         });
     case FieldKind::RecordVector:
         return readVector(record, field, item);
+    case FieldKind::Value:
+        return field.value->read(addressOf(record, field), item);
     }
     return false;
 }

@@ -14,9 +14,19 @@
 ///
 /// A source file adds `TELVANE_DEFINE_RECORD(SystemHealth)`. The list determines the JSON keys, which are the
 /// names of the members, their order, and their kinds, which follow from the members' types. Applications can
-/// define records of their own in the same way.
+/// define records of their own in the same way. Their members may be
+///
+/// - `bool`, `std::string`, `double`, `float`, records, and integers and enumerations of any size. Integers other
+///   than `int` are checked: a value that is not a whole number in the range of the type is not read; one of more
+///   than kLargestInteger is not written either.
+/// - `std::optional` of these: the key is left out while it is empty, and need not be there on reading.
+/// - `std::vector` of these: an array. `std::map` and `std::unordered_map` from `std::string` to these: an object.
+///   Optionals, vectors and maps may also hold vectors and maps.
+/// - arrays of `bool`, `int` and records.
 #pragma once
 
+#include <Telvane/RecordMembers.h>
+#include <Telvane/RecordValues.h>
 #include <Telvane/TelvaneDataTypeBase.h>
 
 #include <cerrno>
@@ -43,6 +53,7 @@ enum class FieldKind : std::uint8_t
     IntegerArray, ///< array of `int` of fixed size: an array of numbers
     RecordArray,  ///< array of records of one class, of fixed size: an array of objects
     RecordVector, ///< `std::vector` of records of one class: an array of objects, limited on reading
+    Value,        ///< any other supported type, see RecordField::value: only in applications' own records
 };
 
 /// Maximum length of a vector of records on reading.
@@ -74,8 +85,8 @@ struct RecordField
     std::uint16_t keyLength; ///< length of #key, in bytes
     std::uint32_t limit;     ///< length of an array, maximum length of a vector; 0 for other kinds
     std::ptrdiff_t offset;   ///< distance of the member from the record's TelvaneDataTypeBase, in bytes
-    const NestedOperations* nested; ///< access to records; null for other kinds
-    const void* reserved = nullptr; ///< null, for members to come
+    const NestedOperations* nested;         ///< access to records; null for other kinds
+    const ValueOperations* value = nullptr; ///< access to the member; null for other kinds
 };
 
 /// Writing and reading of a class that is a string in JSON.
@@ -147,6 +158,8 @@ public:
 private:
     void append(TelvaneDataTypeBase& base, const char*& names, FieldKind kind, const void* member,
                 std::size_t limit, const RecordField::NestedOperations* nested);
+    void appendValue(TelvaneDataTypeBase& base, const char*& names, const void* member,
+                     const ValueOperations& operations);
 
     void add(TelvaneDataTypeBase& base, const char*& names, int& member);
     void add(TelvaneDataTypeBase& base, const char*& names, double& member);
@@ -168,8 +181,7 @@ private:
     template <class Element, std::size_t N>
     void add(TelvaneDataTypeBase& base, const char*& names, Element (&member)[N])
     {
-        static_assert(std::is_base_of_v<TelvaneDataTypeBase, Element>,
-                      "fixed-size arrays hold bool, int or records");
+        static_assert(Detail::kIsListedRecord<Element>, "fixed-size arrays hold bool, int or records");
         static const RecordField::NestedOperations operations = {
             &Element::recordTable,
             &typeid(Element),
@@ -190,7 +202,7 @@ private:
     }
 
     template <class Element>
-    void add(TelvaneDataTypeBase& base, const char*& names, std::vector<Element>& member)
+    void addVector(TelvaneDataTypeBase& base, const char*& names, std::vector<Element>& member)
     {
         using Vector = std::vector<Element>;
         static const RecordField::NestedOperations operations = {
@@ -205,13 +217,20 @@ private:
         append(base, names, FieldKind::RecordVector, &member, kRecordVectorLimit, &operations);
     }
 
-    template <class Nested, class = std::enable_if_t<std::is_base_of_v<TelvaneDataTypeBase, Nested> &&
-                                                     !std::is_array_v<Nested>>>
-    void add(TelvaneDataTypeBase& base, const char*& names, Nested& member)
+    template <class Member>
+    void add(TelvaneDataTypeBase& base, const char*& names, Member& member)
     {
-        static const RecordField::NestedOperations operations = {
-            &Nested::recordTable, &typeid(Nested), nullptr, nullptr, nullptr, nullptr};
-        append(base, names, FieldKind::Record, static_cast<TelvaneDataTypeBase*>(&member), 0, &operations);
+        static_assert(Detail::kIsField<Member>, "records do not support the type of this member");
+        if constexpr (Detail::kIsListedRecord<Member>) {
+            static const RecordField::NestedOperations operations = {
+                &Member::recordTable, &typeid(Member), nullptr, nullptr, nullptr, nullptr};
+            append(base, names, FieldKind::Record, static_cast<TelvaneDataTypeBase*>(&member), 0,
+                   &operations);
+        } else if constexpr (Detail::kIsVectorOfListedRecords<Member>) {
+            addVector(base, names, member);
+        } else if constexpr (Detail::kIsField<Member>) {
+            appendValue(base, names, &member, Detail::valueOperations<Member>());
+        }
     }
 
     const char* m_className;
@@ -226,6 +245,7 @@ private:
 /// Declares the operations of a record class with these members, in the order in which they are written. Put
 /// it at the end of the class. What follows it is public.
 #define TELVANE_RECORD(Class, ...)                                                                           \
+    TELVANE_CHECK_MEMBERS(Class, __VA_ARGS__)                                                                \
 public:                                                                                                      \
     bool _packageData(cJSON* output) override;                                                               \
     bool _unpackageData(cJSON* input) override;                                                              \

@@ -133,6 +133,8 @@ private:
             return arrayOf(nestedReference(field), field, 1);
         case FieldKind::RecordVector:
             return arrayOf(nestedReference(field), field, 0);
+        case FieldKind::Value:
+            break; // in applications' own records only
         }
         return JsonTree(cJSON_CreateObject());
     }

@@ -56,6 +56,8 @@ std::string kindOfField(const RecordField& field)
         return "array of " + limit + " " + field.nested->table().className();
     case FieldKind::RecordVector:
         return "up to " + limit + " " + field.nested->table().className();
+    case FieldKind::Value:
+        break; // in applications' own records only
     }
     return "unknown";
 }
@@ -155,6 +157,8 @@ const char* nameOfKind(FieldKind kind)
         return "array of records";
     case FieldKind::RecordVector:
         return "list of records";
+    case FieldKind::Value:
+        break;
     }
     return "unknown";
 }
