@@ -22,12 +22,6 @@ namespace Telvane
 namespace
 {
 
-bool isSubscribable(std::string_view channel)
-{
-    return channel.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ_") ==
-           std::string_view::npos;
-}
-
 void reportRelayError(int client, int result)
 {
     char text[256];
@@ -61,7 +55,7 @@ void EventServer::State::handlePackets(int client, const Packet* packets, int nu
             ++printed;
             ++packets;
         }
-        relayPrinted(publications.data(), printed);
+        relayPrinted(client, publications.data(), printed);
         if (packets != end) {
             handleParsed(client, *packets);
             ++packets;
@@ -70,7 +64,7 @@ void EventServer::State::handlePackets(int client, const Packet* packets, int nu
 }
 
 /// Relays publications whose payloads need not be parsed.
-void EventServer::State::relayPrinted(PrintedPublication* publications, std::size_t number)
+void EventServer::State::relayPrinted(int client, PrintedPublication* publications, std::size_t number)
 {
     PrintedPublication* const end = publications + number;
     while (publications != end) {
@@ -85,12 +79,19 @@ void EventServer::State::relayPrinted(PrintedPublication* publications, std::siz
                 const auto found = channels.find(publications->header());
                 channel = found != channels.end() ? &*found : nullptr;
             }
+            if (memory != nullptr &&
+                answerFromMemory(client, channel != nullptr ? &channel->second : nullptr, *publications)) {
+                incrementUnshared(counters.dispatched);
+                continue;
+            }
             if (channel == nullptr) {
+                keepUnrelayed(*publications);
                 incrementUnshared(counters.unknownChannel);
                 continue;
             }
             const int sequenceNumber = sequence.fetch_add(1);
             const std::string_view text = publications->makeRelay(sequenceNumber);
+            keep(channel->first, text);
             Relay& relay = relays[relayCount++];
             relay = {&channel->second, text.data(), static_cast<int>(text.size())};
             noteRelay(channel->second, sequenceNumber, relay.length);
@@ -115,8 +116,14 @@ void EventServer::State::handleParsed(int client, const Packet& packet)
         return;
     }
     const std::lock_guard<std::mutex> guard(handlerLock);
-    const auto found = channels.find(std::string_view(headerOf(message.get())));
+    const std::string_view header = headerOf(message.get());
+    const auto found = channels.find(header);
+    if (answerFromMemory(client, found != channels.end() ? &found->second : nullptr, header, payload)) {
+        incrementUnshared(counters.dispatched);
+        return;
+    }
     if (found == channels.end()) {
+        keepUnrelayed(header, payload);
         incrementUnshared(counters.unknownChannel);
         return;
     }
@@ -278,6 +285,7 @@ int EventServer::State::relay(Channel::Entry& channel, int sequenceNumber, cJSON
         return -ENOMEM;
     }
     const Relay relay = {&channel.second, text, static_cast<int>(relayText.length())};
+    keep(channel.first, {text, relayText.length()});
     noteRelay(channel.second, sequenceNumber, relay.length);
     sendToSubscribers(&relay, 1);
     return 0;

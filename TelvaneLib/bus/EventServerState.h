@@ -5,6 +5,7 @@
 #include <Telvane/EventServer.h>
 
 #include "bus/BusCounters.h"
+#include "bus/LastValues.h"
 #include "support/JsonWriter.h"
 #include "transport/Envelope.h"
 #include "transport/Inbox.h"
@@ -13,6 +14,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <pthread.h>
 #include <string>
@@ -67,6 +69,13 @@ struct Subscription
     Channel::Entry* channel;
     Delivery* delivery;
 };
+
+/// \return whether clients may subscribe to the channel
+inline bool isSubscribable(std::string_view channel)
+{
+    return channel.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ_") ==
+           std::string_view::npos;
+}
 
 struct Hook
 {
@@ -129,10 +138,21 @@ struct EventServer::State
     bool unsubscribe(int client, std::string_view channel);
     void removeSubscriptions(int client);
     int relay(Channel::Entry& channel, int sequenceNumber, cJSON* payload);
-    void relayPrinted(PrintedPublication* publications, std::size_t number);
+    void relayPrinted(int client, PrintedPublication* publications, std::size_t number);
     void noteRelay(Channel& channel, int sequenceNumber, int length);
     void sendToSubscribers(const Relay* relays, std::size_t number);
     void sendShare(int subscriber, Delivery& delivery, const Relay* begin, const Relay* end);
+
+    // Memory
+    bool isKept(std::string_view channel) const;
+    void keep(std::string_view channel, std::string_view relay);
+    void keepUnrelayed(PrintedPublication& publication);
+    void keepUnrelayed(std::string_view header, const cJSON* payload);
+    int latestSequence() const;
+    bool answerFromMemory(int client, const Channel* requests, const PrintedPublication& request);
+    bool answerFromMemory(int client, const Channel* requests, std::string_view header, const cJSON* payload);
+    std::string_view withIdentifier(const std::string& value, const std::string& channel,
+                                    const cJSON* request);
 
     // Status
     std::vector<EventServerClientStatus> clients();
@@ -159,6 +179,8 @@ struct EventServer::State
     std::atomic<const Channel::Entry*> newestChannel{nullptr};
     std::size_t channelCount = 0; ///< count of channels without the meta channels
     JsonWriter relayText{kLongestRelay};
+
+    std::unique_ptr<LastValues> memory; ///< null without the setting
 
     std::mutex subscribersLock;
     std::unordered_map<int, std::vector<Subscription>> subscriptions; ///< by descriptor

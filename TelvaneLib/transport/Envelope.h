@@ -51,6 +51,8 @@ public:
     /// \return the channel, in the text
     std::string_view header() const { return {m_header, m_headerLength}; }
 
+    std::string_view text() const { return {m_begin, static_cast<std::size_t>(m_end - m_begin)}; }
+
     /// Changes the text to the relay.
     std::string_view makeRelay(int sequence);
 

@@ -292,6 +292,25 @@ public:
     std::error_code request(const std::string& channel, const TelvaneDataTypeBase& argument,
                             TelvaneDataTypeBase& answer);
 
+    /// Asks for the last record of the channel that is named like \p Record.
+    ///
+    /// A responder answers, or else a server that keeps last messages (`telvane serve --remember`).
+    /// \return the record, or the error as from request()
+    template <class Record>
+    Latest<Record> latest(std::chrono::nanoseconds timeout)
+    {
+        return withNameOf<Record, Latest<Record>>(
+            [&](const std::string& name) { return latest<Record>(name, timeout); });
+    }
+    /// Asks for the last record of \p channel.
+    template <class Record>
+    Latest<Record> latest(const std::string& channel, std::chrono::nanoseconds timeout)
+    {
+        Latest<Record> latest;
+        latest.error = request(channel, RequestType(), latest.record, timeout);
+        return latest;
+    }
+
     /// Answers requests for the channel that is named like \p Answer.
     /// \param callable takes `(const Argument&, const Delivery&)` or less; returns an \p Answer, or a
     ///                 `std::optional` of one, empty to leave the request unanswered
@@ -339,6 +358,13 @@ private:
         return publication;
     }
     static std::error_code failure(const std::error_code* /*kind*/) { return BusError::OutOfMemory; }
+    template <class Record>
+    static Latest<Record> failure(const Latest<Record>* /*kind*/)
+    {
+        Latest<Record> latest;
+        latest.error = BusError::OutOfMemory;
+        return latest;
+    }
     template <class Handle>
     static Handle failure(const Handle* /*kind*/)
     {

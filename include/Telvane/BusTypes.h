@@ -331,6 +331,24 @@ private:
     Detail::Item m_item;
 };
 
+/// The last record of a channel, as Bus::latest() returns it.
+template <class Record>
+struct Latest
+{
+    std::error_code error; ///< empty if there is a record
+    Record record;         ///< the record; default values on an error
+
+    /// \return whether there is a record
+    explicit operator bool() const { return !error; }
+    /// \name The record
+    /// @{
+    /// \return the record
+    const Record& operator*() const { return record; }
+    /// \return the record
+    const Record* operator->() const { return &record; }
+    /// @}
+};
+
 /// Messages that the application takes when it likes. Returned by Bus::queue().
 template <class Record>
 class [[nodiscard]] Queue : public BusHandle

@@ -154,6 +154,15 @@ public:
     /// Refuses connections and subscriptions beyond \p limits from now on. Existing ones stay.
     void SetLimits(EventServerLimits limits);
 
+    /// Keeps the last message of some channels, and answers requests for it that no client is subscribed to.
+    ///
+    /// The answer is the kept message with its own sequence number and the `_id` of the request. Only the
+    /// client that requests it gets it, and only if it is subscribed to the channel. Beyond the limits, the
+    /// server drops what was published longest ago. It keeps channels without subscribers, too. Call it
+    /// before Start().
+    /// \return 0, or `-ENOMEM`
+    int SetMemory(EventServerMemory memory);
+
     /// Installs a function that is called for each refusal. Without one, the server prints a line on standard
     /// error. Install it before Start().
     /// \param fn called on the listener thread without locks for a connection, and on the client's receiver

@@ -7,7 +7,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
+#include <string_view>
 #include <sys/types.h>
 #include <vector>
 
@@ -75,6 +77,18 @@ struct EventServerLimits
     std::vector<uid_t> users;
     std::vector<gid_t> groups;      ///< group IDs whose members may connect, in addition to `users`
     std::uint64_t reserved[4] = {}; ///< 0, for limits to come
+};
+
+/// Channels whose last message an EventServer keeps, to answer requests for it. Without `remembers`, it keeps
+/// none.
+struct EventServerMemory
+{
+    /// Returns whether the last message of a channel is kept. Called for each message, on the threads of
+    /// clients with the handler lock held; must not throw.
+    std::function<bool(std::string_view channel)> remembers;
+    std::size_t channels = 1000;           ///< maximum of kept messages
+    std::size_t bytes = 4UL * 1024 * 1024; ///< maximum of their sizes together
+    std::uint64_t reserved[4] = {};        ///< 0, for settings to come
 };
 
 /// A connection or subscription that the server refused because of its limits.

@@ -109,3 +109,22 @@ load common
     [ ! -s server.out ]
     [ ! -s server.err ]
 }
+
+@test "serve --remember answers requests for last records, and listen --last prints them first" {
+    start_server --remember 'Log*'
+    printf '{"log":"first"}\n{"log":"last"}\n' | "$TELVANE" publish "$bus" LogData -
+    await server.err disconnected # the server has read both
+    "$TELVANE" request "$bus" LogData --timeout 5 | grep -q '"log":"last"'
+    start_listener LogData SystemHealth --last --count 2
+    await listener.out last
+    "$TELVANE" publish "$bus" SystemHealth '{"code":2,"processName":"p"}'
+    finish "$listener"
+    [ "$(jq -r '.payload.log // .payload.code' listener.out | tr '\n' ' ')" = "last 2 " ]
+}
+
+@test "without serve --remember, a request without a responder times out" {
+    start_server
+    "$TELVANE" publish "$bus" LogData '{"log":"x"}'
+    run "$TELVANE" request "$bus" LogData --timeout 0.2
+    [ "$status" -ne 0 ]
+}

@@ -13,9 +13,13 @@
 #include "listen/FormatOptions.h"
 #include "listen/SequenceGaps.h"
 
+#include <Telvane/RequestType.h>
+
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <mutex>
+#include <utility>
 #include <vector>
 
 namespace TelvaneTool
@@ -35,6 +39,7 @@ struct Options
     std::uint64_t count = 0;
     double timeout = 0.0;
     bool all = false;
+    bool last = false;
     FormatOptions format;
     bool verbose = false;
 };
@@ -52,6 +57,9 @@ public:
               int sequence)
     {
         m_missed.take(sequence);
+        if (m_options.last && isRepeated(channel, sequence)) {
+            return;
+        }
         if (!record.decodeError().empty()) {
             m_missed.takeUnreadable();
             printError(channel + " " + std::to_string(sequence) + ": " + record.decodeError());
@@ -93,6 +101,13 @@ public:
     }
 
 private:
+    /// \return whether the record that was requested has also arrived by itself
+    bool isRepeated(const std::string& channel, int sequence)
+    {
+        const auto [entry, isFirst] = m_sequences.try_emplace(channel, sequence);
+        return !isFirst && std::exchange(entry->second, sequence) == sequence;
+    }
+
     bool hasOutput()
     {
         const std::lock_guard<std::mutex> guard(m_lock);
@@ -121,6 +136,8 @@ private:
     const Options& m_options;
     SequenceGaps m_missed;
     RecordFormatter m_lines; ///< used by the receiver thread only
+    std::map<std::string, int>
+        m_sequences; ///< of the last record of each channel; by the receiver thread only
     std::mutex m_lock;
     std::string m_output;
     std::uint64_t m_taken = 0;
@@ -154,12 +171,17 @@ int listen(Options& options)
     int result = bus.connect(options.bus.path, options.bus.wait);
     const auto subscribe = [&](const std::string& channel) {
         const RecordClass* const recordClass = classOfChannel(options.recordClass, channel);
-        return bus.subscribe(
+        const int subscribed = bus.subscribe(
             channel, DecodedRecord(recordClass),
             [&, channel, recordClass](void*, TelvaneDataTypeBase* record, int sequence, void*) {
                 arrivals.take(channel, static_cast<DecodedRecord&>(*record), recordClass, sequence);
                 bus.wake();
             });
+        if (subscribed == kSuccess && options.last) {
+            Telvane::RequestType request;
+            bus.publish(Telvane::kRequestPrefix + channel, request);
+        }
+        return subscribed;
     };
     PatternSubscriber channels(bus, options.channels, options.all, subscribe);
     if (result == kSuccess) {
@@ -171,8 +193,8 @@ int listen(Options& options)
     if (result == kSuccess) {
         result = arrivals.writeTo(bus, channels, deadline);
     }
-    if (!channels.polls()) {
-        // Polling uses sequence numbers, so gaps would mean nothing.
+    if (!channels.polls() && !options.last) {
+        // Polling and requests use sequence numbers, so gaps would mean nothing.
         for (const std::string& line : arrivals.missed().describe(options.verbose)) {
             printStatus(line);
         }
@@ -198,6 +220,10 @@ void addListenCommand(CommandLine& line)
         "--all", options->all,
         "Listen on all channels that are named like a record class, and on all others that have or get a "
         "subscriber. Not shown: other channels without a subscriber");
+    command.flag(
+        "--last", options->last,
+        "First print the last record of each channel, if a server with --remember or a responder has "
+        "one");
     addClass(command, "--as", options->recordClass,
              "Decode payloads as this class (default: the class with the channel's name; if there is none, "
              "payloads are printed as received)");

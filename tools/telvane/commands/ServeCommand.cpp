@@ -1,9 +1,11 @@
 #include "commands/Commands.h"
+#include "common/bus/StatusPayload.h"
 #include "common/cli/CommandLine.h"
 #include "common/cli/CommandOptions.h"
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
 #include "common/cli/Signals.h"
+#include "common/support/ChannelPattern.h"
 #include "serve/AccessControl.h"
 #include "serve/MetricsPipe.h"
 #include "serve/ServiceManager.h"
@@ -34,10 +36,24 @@ struct Options
     std::string mode = "0600";
     int subscriberBuffer = 1024 * 1024;
     AccessOptions access;
+    std::vector<std::string> remembered;
     std::string metricsPipe;
     bool noStatus = false;
     bool verbose = false;
 };
+
+/// Keeps the last record of the channels that match a pattern.
+void applyMemory(EventServer& server, const std::vector<std::string>& patterns)
+{
+    if (patterns.empty()) {
+        return;
+    }
+    Telvane::EventServerMemory memory;
+    memory.remembers = [patterns](std::string_view channel) {
+        return !isStatusChannel(channel) && matchesAnyPattern(patterns, channel);
+    };
+    server.SetMemory(std::move(memory));
+}
 
 /// Printed once, because all clients get the same size.
 void printSmallerBuffer(const EventServer& server, int wanted)
@@ -174,6 +190,7 @@ int serve(Options& options)
     EventServer server;
     server.SetSubscriberSendBuffer(options.subscriberBuffer);
     applyAccessOptions(server, options.access);
+    applyMemory(server, options.remembered);
     void* const user = &options;
     server.install_OnConnect(options.verbose ? &logConnect : &checkBuffer, user);
     if (options.verbose) {
@@ -245,6 +262,13 @@ void addServeCommand(CommandLine& line)
         .showDefault();
     addAccessOptions(command, options->access);
     command
+        .option("--remember", options->remembered,
+                "Keep the last record of each channel that matches PATTERN, and answer requests for it when "
+                "there is no responder; may be repeated. The server keeps up to 1000 records and 4 MiB")
+        .check(&checkChannelPattern)
+        .typeName("PATTERN")
+        .repeatable();
+    command
         .option("--metrics-pipe", options->metricsPipe,
                 "Create a named pipe at PATH that serves OpenMetrics text. Read it up to \"# EOF\"")
         .typeName("PATH");
@@ -258,6 +282,9 @@ void addServeCommand(CommandLine& line)
         "# for one group only, with metrics for monitoring\n"
         "telvane serve /tmp/bus --mode 0666 --allow-group welding --metrics-pipe /tmp/bus.metrics\n"
         "sed '/^# EOF$/q' /tmp/bus.metrics\n"
+        "# with the last status and settings for programs that start later\n"
+        "telvane serve /tmp/bus --remember '*Status' --remember '*Config'\n"
+        "telvane listen /tmp/bus '*Status' --last\n"
         "# permanently: systemd creates the socket and passes it\n"
         "systemctl enable --now telvane.socket\n");
     command.run([options] { return serve(*options); });
