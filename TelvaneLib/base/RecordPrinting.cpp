@@ -124,7 +124,8 @@ bool RecordEngine::printArray(TelvaneDataTypeBase& record, const RecordField& fi
             output.flag(static_cast<const bool*>(first)[i]);
         } else if (field.kind == FieldKind::IntegerArray) {
             output.integer(static_cast<const int*>(first)[i]);
-        } else if (!printElement(field.nested->element(first, i), output, depth + 1)) {
+        } else if (field.nested == nullptr ||
+                   !printElement(field.nested->element(first, i), output, depth + 1)) {
             output.rewind(before);
             continue;
         }

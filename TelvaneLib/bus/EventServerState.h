@@ -177,10 +177,9 @@ struct EventServer::State
     std::mutex handlerLock;
     ChannelTable channels;
     std::atomic<const Channel::Entry*> newestChannel{nullptr};
-    std::size_t channelCount = 0; ///< count of channels without the meta channels
-    JsonWriter relayText{kLongestRelay};
-
+    std::size_t channelCount = 0;       ///< count of channels without the meta channels
     std::unique_ptr<LastValues> memory; ///< null without the setting
+    JsonWriter relayText{kLongestRelay};
 
     std::mutex subscribersLock;
     std::unordered_map<int, std::vector<Subscription>> subscriptions; ///< by descriptor

@@ -94,8 +94,8 @@ struct Codec
 
 /// Characters are integers to the compiler, but it is not obvious what they would be in JSON.
 template <class T>
-constexpr bool kIsCharacter = std::is_same_v<T, char> || std::is_same_v<T, wchar_t> ||
-                              std::is_same_v<T, char16_t> || std::is_same_v<T, char32_t>;
+inline constexpr bool kIsCharacter = std::is_same_v<T, char> || std::is_same_v<T, wchar_t> ||
+                                     std::is_same_v<T, char16_t> || std::is_same_v<T, char32_t>;
 
 /// What numbers have in common.
 template <class T>
@@ -371,21 +371,22 @@ const ValueOperations& valueOperations()
 
 /// Whether \p T is a record with a list of fields.
 template <class T, class = void>
-constexpr bool kIsListedRecord = false;
+inline constexpr bool kIsListedRecord = false;
 template <class T>
-constexpr bool kIsListedRecord<T, std::void_t<decltype(T::recordTable())>> = Codec<T>::kSupported;
+inline constexpr bool kIsListedRecord<T, std::void_t<decltype(T::recordTable())>> = Codec<T>::kSupported;
 
 /// Whether \p T is a vector of them.
 template <class T>
-constexpr bool kIsVectorOfListedRecords = false;
+inline constexpr bool kIsVectorOfListedRecords = false;
 template <class T>
-constexpr bool kIsVectorOfListedRecords<std::vector<T>> = kIsListedRecord<T>;
+inline constexpr bool kIsVectorOfListedRecords<std::vector<T>> = kIsListedRecord<T>;
 
 /// Whether a member of a record may have the type \p T.
 template <class T>
-constexpr bool kIsField = Codec<T>::kSupported;
+inline constexpr bool kIsField = Codec<T>::kSupported;
 template <class T, std::size_t N>
-constexpr bool kIsField<T[N]> = std::is_same_v<T, bool> || std::is_same_v<T, int> || kIsListedRecord<T>;
+inline constexpr bool kIsField<T[N]> =
+    std::is_same_v<T, bool> || std::is_same_v<T, int> || kIsListedRecord<T>;
 
 } // namespace Detail
 
