@@ -2,12 +2,15 @@
 // each, and runs the callback or queues the record. It survives whatever a server sends: what cannot be read
 // is dropped and counted, and a queue that is full drops.
 
+#include "base/RecordEngine.h"
 #include "client/BusState.h"
+#include "support/JsonScanner.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <new>
+#include <optional>
 #include <string_view>
 
 namespace Telvane::Detail
@@ -19,52 +22,110 @@ namespace
 constexpr const char* kAnswerStart = "{\"header\":\"."; ///< relays are printed over several lines
 constexpr auto kLinger = std::chrono::seconds(1); ///< a channel stays subscribed so long after a request
 
-/// \return the record read from \p payload, or null
-std::unique_ptr<TelvaneDataTypeBase> decode(const TelvaneDataTypeBase& prototype, cJSON* payload)
+} // namespace
+
+/// A relay whose payload is read from its text as long as the text is as a server prints it, else from a tree.
+class Relay
 {
-    std::unique_ptr<TelvaneDataTypeBase> record(prototype.BuildNewDataType());
-    if (record == nullptr) {
-        throw std::bad_alloc();
+public:
+    /// \return whether \p text begins as a printed relay
+    bool begin(const char* text)
+    {
+        JsonScanner start(text);
+        if (beginRelay(start, channel, sequence)) {
+            m_payload.emplace(start);
+            m_text = text;
+        }
+        return m_payload.has_value();
     }
-    try {
-        const int result = record->Unpackage(payload);
-        if (result == -ENOMEM) {
+
+    void begin(JsonTree message)
+    {
+        channel = headerOf(message.get());
+        sequence = sequenceOf(message.get());
+        m_tree = std::move(message);
+    }
+
+    bool hasPayload() const { return m_payload || payloadOf(m_tree.get()) != nullptr; }
+    /// \return false if a read() has found that the text is not JSON
+    bool isJson() const { return m_isJson; }
+
+    /// \return the payload as a record of the class of \p prototype, or null
+    std::unique_ptr<TelvaneDataTypeBase> read(const TelvaneDataTypeBase& prototype)
+    {
+        std::unique_ptr<TelvaneDataTypeBase> record;
+        try {
+            record = newRecord(prototype);
+            if (m_payload && prototype._recordTable() != nullptr) {
+                JsonScanner payload = *m_payload;
+                if (RecordEngine::scan(*record, payload, 1) && endRelay(payload)) {
+                    return record;
+                }
+                record = newRecord(prototype);
+            }
+            if (m_tree == nullptr) {
+                m_tree.reset(cJSON_Parse(m_text));
+                m_isJson = m_tree != nullptr;
+            }
+            cJSON* const payload = payloadOf(m_tree.get());
+            const int result = payload != nullptr ? record->Unpackage(payload) : -EINVAL;
+            if (result == -ENOMEM) {
+                throw std::bad_alloc();
+            }
+            if (result != 0) {
+                record.reset();
+            }
+        } catch (const std::bad_alloc&) {
+            throw;
+        } catch (const std::exception&) {
+            record.reset(); // a time text without digits, say
+        }
+        return record;
+    }
+
+    /// \return whether the payload is the answer to one request. \p record is what read() made of it.
+    bool isAddressed(const TelvaneDataTypeBase& record) const
+    {
+        return identifier(record).substr(0, kRequestId.size()) == kRequestId;
+    }
+
+    std::string_view identifier(const TelvaneDataTypeBase& record) const
+    {
+        if (m_tree == nullptr) {
+            return record._id;
+        }
+        const char* const id = cJSON_GetStringValue(cJSON_GetObjectItem(payloadOf(m_tree.get()), "_id"));
+        return id != nullptr ? id : "";
+    }
+
+    std::string_view channel;
+    int sequence = 0;
+
+private:
+    static std::unique_ptr<TelvaneDataTypeBase> newRecord(const TelvaneDataTypeBase& prototype)
+    {
+        std::unique_ptr<TelvaneDataTypeBase> record(prototype.BuildNewDataType());
+        if (record == nullptr) {
             throw std::bad_alloc();
         }
-        if (result != 0) {
-            record.reset();
-        }
-    } catch (const std::bad_alloc&) {
-        throw;
-    } catch (const std::exception&) {
-        record.reset(); // a time text without digits, say
+        return record;
     }
-    return record;
-}
 
-} // namespace
+    const char* m_text = nullptr;
+    bool m_isJson = true;
+    std::optional<JsonScanner> m_payload;
+    JsonTree m_tree;
+};
 
 void BusState::take(const char* text)
 {
     bool outOfMemory = false;
-    const char* header = "";
     try {
-        const JsonTree message(cJSON_Parse(text));
-        if (message == nullptr) {
-            const std::lock_guard<std::mutex> guard(lock);
-            ++m_counters.received;
-            ++m_counters.notJson;
-            if (m_link != nullptr && std::strncmp(text, kAnswerStart, std::strlen(kAnswerStart)) == 0) {
-                // An answer is lost, if memory has run out: a new connection brings another.
-                m_link->shutDown();
-            }
-            return;
-        }
-        header = headerOf(message.get());
-        if (std::strcmp(header, kSubscribeHeader) == 0 || std::strcmp(header, kUnsubscribeHeader) == 0) {
-            takeAnswer(header, message.get());
+        Relay relay;
+        if (relay.begin(text)) {
+            takeRelay(relay);
         } else {
-            takeRelay(header, message.get());
+            takeMessage(text);
         }
     } catch (const std::bad_alloc&) {
         outOfMemory = true;
@@ -74,6 +135,30 @@ void BusState::take(const char* text)
     if (outOfMemory) {
         const std::lock_guard<std::mutex> guard(lock);
         ++m_counters.outOfMemory;
+    }
+}
+
+/// Takes a message that has to be parsed.
+void BusState::takeMessage(const char* text)
+{
+    JsonTree message(cJSON_Parse(text));
+    if (message == nullptr) {
+        const std::lock_guard<std::mutex> guard(lock);
+        ++m_counters.received;
+        ++m_counters.notJson;
+        if (m_link != nullptr && std::strncmp(text, kAnswerStart, std::strlen(kAnswerStart)) == 0) {
+            // An answer is lost, if memory has run out: a new connection brings another.
+            m_link->shutDown();
+        }
+        return;
+    }
+    const char* const header = headerOf(message.get());
+    if (std::strcmp(header, kSubscribeHeader) == 0 || std::strcmp(header, kUnsubscribeHeader) == 0) {
+        takeAnswer(header, message.get());
+    } else {
+        Relay relay;
+        relay.begin(std::move(message));
+        takeRelay(relay);
     }
 }
 
@@ -121,19 +206,17 @@ void BusState::takeAnswer(const char* header, const cJSON* message)
     changed.notify_all();
 }
 
-void BusState::takeRelay(const char* name, const cJSON* message)
+void BusState::takeRelay(Relay& relay)
 {
     const Clock::time_point arrival = Clock::now();
-    cJSON* const payload = payloadOf(message);
-    const int sequence = sequenceOf(message);
     {
         Held held(lock);
         ++m_counters.received;
-        if (payload == nullptr) {
+        if (!relay.hasPayload()) {
             ++m_counters.withoutPayload;
             return;
         }
-        const auto found = m_channels.find(std::string_view(name));
+        const auto found = m_channels.find(relay.channel);
         if (found == m_channels.end()) {
             ++m_counters.notSubscribed;
             return;
@@ -157,23 +240,22 @@ void BusState::takeRelay(const char* name, const cJSON* message)
         }
     }
     if (!m_asked.empty()) {
-        answerRequests(payload);
+        answerRequests(relay);
     }
     for (const EndpointPointer& endpoint : m_targets) {
-        deliver(endpoint, payload, sequence, arrival);
+        deliver(endpoint, relay, arrival);
+    }
+    if (!relay.isJson()) {
+        const std::lock_guard<std::mutex> guard(lock);
+        ++m_counters.notJson;
     }
 }
 
-void BusState::answerRequests(cJSON* payload)
+void BusState::answerRequests(Relay& relay)
 {
-    const char* const id = cJSON_GetStringValue(cJSON_GetObjectItem(payload, "_id"));
-    const bool addressed = id != nullptr && std::string_view(id).substr(0, kRequestId.size()) == kRequestId;
     for (const RequestPointer& request : m_asked) {
-        if (addressed && request->id != id) {
-            continue;
-        }
-        std::unique_ptr<TelvaneDataTypeBase> answer = decode(*request->prototype, payload);
-        if (answer == nullptr) {
+        std::unique_ptr<TelvaneDataTypeBase> answer = relay.read(*request->prototype);
+        if (answer == nullptr || (relay.isAddressed(*answer) && relay.identifier(*answer) != request->id)) {
             continue;
         }
         const std::lock_guard<std::mutex> guard(lock);
@@ -185,23 +267,25 @@ void BusState::answerRequests(cJSON* payload)
     }
 }
 
-void BusState::deliver(const EndpointPointer& endpoint, cJSON* payload, int sequence,
-                       Clock::time_point arrival)
+void BusState::deliver(const EndpointPointer& endpoint, Relay& relay, Clock::time_point arrival)
 {
-    std::unique_ptr<TelvaneDataTypeBase> record = decode(*endpoint->prototype, payload);
+    std::unique_ptr<TelvaneDataTypeBase> record = relay.read(*endpoint->prototype);
     Held held(lock);
-    if (endpoint->ended) {
+    if (endpoint->ended || !relay.isJson()) {
         return;
     }
     Delivery delivery;
-    delivery.sequence = sequence;
+    delivery.sequence = relay.sequence;
     delivery.epoch = m_counters.connections;
     delivery.arrival = arrival;
-    if (endpoint->lastEpoch == delivery.epoch) {
-        delivery.skippedNumbers = static_cast<unsigned>(sequence - endpoint->lastSequence - 1) & 0xFFFFU;
+    // The answer from a server's memory has the number that it had before.
+    const auto step = static_cast<unsigned>(relay.sequence - endpoint->lastSequence) & 0xFFFFU;
+    const bool isOld = record != nullptr && relay.isAddressed(*record) && (step == 0 || step > 0x8000U);
+    if (endpoint->lastEpoch != delivery.epoch || !isOld) {
+        delivery.skippedNumbers = endpoint->lastEpoch == delivery.epoch ? (step - 1) & 0xFFFFU : 0;
+        endpoint->lastEpoch = delivery.epoch;
+        endpoint->lastSequence = relay.sequence;
     }
-    endpoint->lastEpoch = delivery.epoch;
-    endpoint->lastSequence = sequence;
     if (record == nullptr) {
         ++endpoint->counters.undecodable;
         return;

@@ -39,6 +39,8 @@ Clock::time_point deadlineAfter(std::chrono::nanoseconds timeout);
 /// \return the text of a request to the server itself; throws `std::bad_alloc`, also for a null request
 std::string printRequest(const JsonTree& request);
 
+class Relay;
+
 /// A connection, closed by the last user of its descriptor.
 struct Link
 {
@@ -254,9 +256,10 @@ private:
 
     // BusDelivery.cpp
     void takeAnswer(const char* header, const cJSON* message);
-    void takeRelay(const char* channel, const cJSON* message);
-    void answerRequests(cJSON* payload);
-    void deliver(const EndpointPointer& endpoint, cJSON* payload, int sequence, Clock::time_point arrival);
+    void takeMessage(const char* text);
+    void takeRelay(Relay& relay);
+    void answerRequests(Relay& relay);
+    void deliver(const EndpointPointer& endpoint, Relay& relay, Clock::time_point arrival);
     void enqueue(Held& held, const EndpointPointer& endpoint, Item item);
 
     // BusEndpoints.cpp

@@ -161,6 +161,32 @@ TEST_P(SubscriptionOfBus, CountsWhatItsClassCannotRead)
     EXPECT_EQ(subscription.statistics().undecodable, 1U);
 }
 
+TEST_P(SubscriptionOfBus, ReadsRelaysInAnyLayoutAndCountsWhatIsNotJson)
+{
+    TemporaryDirectory directory;
+    const RawServer raw(directory.path("bus"));
+    Bus own(raw.path(), impatient());
+    auto queue = own.queue<LogData>();
+    const RawPeer peer = raw.accept();
+    EXPECT_EQ(peer.receive(), printedSubscribeRequest("LogData"));
+    peer.send(response(".subscribe", true, "LogData"));
+    ASSERT_EQ(queue.waitActive(kPatience), std::error_code());
+    const std::string printed = "{\n\t\"header\":\t\"LogData\",\n\t\"sequence\":\t7,\n\t\"payload\":\t";
+    peer.send(printed + "{\n\t\t\"log\":\t\"as printed\"\n\t}\n}");
+    peer.send(printed + "{\"LOG\":\"other layout\"}}");
+    peer.send(printed + "{\n\t\t\"log\":\t\"cut");
+    peer.send(R"({"payload":{"log":"compact"},"sequence":8,"header":"LogData"})");
+    EXPECT_EQ(nextMessage(queue).log, "as printed");
+    EXPECT_EQ(nextMessage(queue).log, "other layout");
+    const auto compact = queue.next(kPatience);
+    ASSERT_TRUE(compact);
+    EXPECT_EQ(compact->log, "compact");
+    EXPECT_EQ(compact.delivery().sequence, 8);
+    EXPECT_EQ(compact.delivery().skippedNumbers, 0U);
+    EXPECT_EQ(own.statistics().notJson, 1U);
+    EXPECT_EQ(queue.statistics().undecodable, 0U);
+}
+
 TEST_P(SubscriptionOfBus, GoesOnAfterItsCallbackHasThrown)
 {
     Mailbox<std::string> received;
