@@ -162,9 +162,10 @@ TEST(Bus, KeepsItsPromisesUnderRandomSchedulesOfSixteenThreads)
         Receptions receptions;
         EventClient client;
         EXPECT_EQ(client.Connect(running.path), 0);
-        EXPECT_EQ(client.Subscribe("A", recordingTo(receptions), LogData(), nullptr), 0);
+        // A channel of its own: the server may still relay what participants published before they left.
+        EXPECT_EQ(client.Subscribe("Last", recordingTo(receptions), LogData(), nullptr), 0);
         LogData last;
-        EXPECT_EQ(client.Publish("A", last), 0);
+        EXPECT_EQ(client.Publish("Last", last), 0);
         EXPECT_EQ(receptions.take().record, last.GetString());
         EXPECT_EQ(client.Disconnect(), 0);
         EXPECT_EQ(running.server.Stop(), 0);
