@@ -1,4 +1,5 @@
-# Four Debian packages: the library, the files for building against it, the Python package, and the tool with its units.
+# Five Debian packages: the library, the files for building against it, the Python package, the tool with its units, and
+# the archive of welds, which needs databases.
 # scripts/package configures the build with Debian's paths.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME telvane)
@@ -14,6 +15,9 @@ set(CPACK_STRIP_FILES ON)
 set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/debian/compress.cmake)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_COMPONENTS_ALL runtime development tools python)
+if(TELVANE_BUILD_ARCHIVE)
+  list(APPEND CPACK_COMPONENTS_ALL archive)
+endif()
 
 # Dependencies are found in the binaries, except those between these packages.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
@@ -51,6 +55,16 @@ enabled, manual pages, and completion for bash and zsh.")
 foreach(script postinst prerm postrm)
   list(APPEND CPACK_DEBIAN_TOOLS_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/debian/${script})
 endforeach()
+
+set(CPACK_DEBIAN_ARCHIVE_PACKAGE_NAME telvane-archive)
+set(CPACK_DEBIAN_ARCHIVE_PACKAGE_SECTION utils)
+set(CPACK_DEBIAN_ARCHIVE_PACKAGE_DEPENDS "telvane-tools (= ${package_version})")
+set(CPACK_DEBIAN_ARCHIVE_PACKAGE_RECOMMENDS "gnuplot-nox | gnuplot") # for telvane welds plot
+set(CPACK_COMPONENT_ARCHIVE_DESCRIPTION "archive of welds on the Telvane message bus
+The program telvane-archive keeps every weld of a bus in SQLite or PostgreSQL,
+with all its samples. The program telvane-welds lists, shows, compares and
+exports them.
+With them comes a unit for systemd, which keeps the welds once it is enabled.")
 
 set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-telvane)
 set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)

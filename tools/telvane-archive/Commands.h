@@ -2,6 +2,7 @@
 
 #include "archive/database/Database.h"
 #include "archive/follow/Context.h"
+#include "archive/store/ArchiveStore.h"
 
 #include <string>
 #include <vector>
@@ -18,6 +19,7 @@ namespace TelvaneArchive
 // One function for each subcommand.
 void addFollowCommand(TelvaneTool::CommandLine& line);
 void addImportCommand(TelvaneTool::CommandLine& line);
+void addRetainCommand(TelvaneTool::CommandLine& line);
 
 /// What all commands that write share.
 struct WriterOptions
@@ -32,6 +34,18 @@ struct WriterOptions
 };
 
 void addWriterOptions(TelvaneTool::Command& command, WriterOptions& options);
+
+/// What is kept for how long.
+struct RetentionOptions
+{
+    double samplesDays = 0.0;
+    std::uint64_t samplesBytes = 0;
+    double rowsDays = 0.0;
+
+    ArchiveStore::Retention read() const;
+};
+
+void addRetentionOptions(TelvaneTool::Command& command, RetentionOptions& options);
 
 /// Prints why a database cannot be used.
 /// \return an exit code

@@ -1,5 +1,6 @@
 #include "Commands.h"
 #include "archive/follow/WeldFollower.h"
+#include "archive/forward/Forwarder.h"
 #include "common/cli/CommandLine.h"
 #include "common/cli/CommandOptions.h"
 #include "common/cli/ExitCodes.h"
@@ -26,7 +27,82 @@ struct Options
     Nanoseconds interval = TelvaneTool::kSecond;
     Nanoseconds silence = 10 * TelvaneTool::kSecond;
     bool verbose = false;
+    std::string spool;
+    RetentionOptions retention;
 };
+
+/// Passes the welds of the spool on, and deletes those that have arrived.
+class Forwarding
+{
+public:
+    Forwarding(ArchiveStore& store, const Options& options) : m_store(store)
+    {
+        if (isPostgresLocation(options.writer.database)) {
+            Forwarder::Settings settings;
+            settings.spool = options.spool;
+            settings.location = options.writer.database;
+            m_forwarder = std::make_unique<Forwarder>(settings, [](const std::string& text) {
+                TelvaneTool::printStatus(text.empty() ? "the database answers" : "the database: " + text);
+            });
+        }
+    }
+
+    /// \return when to call it again, on the monotonic clock; -1 for never
+    Nanoseconds work()
+    {
+        if (!m_forwarder) {
+            return -1;
+        }
+        const std::vector<std::int64_t> sent = m_forwarder->takeSent();
+        if (const Status status = m_store.deleteWelds(sent); !status) {
+            TelvaneTool::printError("the spool: " + status.text);
+        }
+        m_forwarder->forget(sent);
+        return TelvaneTool::monotonicNow() + TelvaneTool::kSecond;
+    }
+
+private:
+    ArchiveStore& m_store;
+    std::unique_ptr<Forwarder> m_forwarder;
+};
+
+/// Deletes what is too old or too much, once an hour.
+class Retaining
+{
+public:
+    Retaining(ArchiveStore& store, const ArchiveStore::Retention& retention)
+        : m_store(store), m_retention(retention)
+    {}
+
+    Nanoseconds work()
+    {
+        constexpr Nanoseconds kHour = 3600 * TelvaneTool::kSecond;
+        if (m_retention.samplesAge == 0 && m_retention.samplesBytes == 0 && m_retention.rowsAge == 0) {
+            return -1;
+        }
+        const Nanoseconds now = TelvaneTool::monotonicNow();
+        if (now >= m_next) {
+            m_next = now + kHour;
+            ArchiveStore::Retained retained;
+            if (const Status status = m_store.retain(m_retention, TelvaneTool::realTimeNow(), retained);
+                !status) {
+                TelvaneTool::printError("retention: " + status.text);
+            }
+        }
+        return m_next;
+    }
+
+private:
+    ArchiveStore& m_store;
+    const ArchiveStore::Retention m_retention;
+    Nanoseconds m_next = 0;
+};
+
+/// \return the earlier of two moments, of which -1 is never
+Nanoseconds earlier(Nanoseconds a, Nanoseconds b)
+{
+    return a < 0 || b < 0 ? std::max(a, b) : std::min(a, b);
+}
 
 int timeoutUntil(Nanoseconds due)
 {
@@ -65,10 +141,19 @@ int follow(const Options& options)
         TelvaneTool::printError(error);
         return TelvaneTool::kWrongUsage;
     }
+    const bool remote = isPostgresLocation(options.writer.database);
+    if (remote == options.spool.empty()) {
+        TelvaneTool::printError(
+            remote ? "a PostgreSQL database needs --spool FILE, which keeps the welds until they "
+                     "have arrived"
+                   : "--spool is only for a PostgreSQL database");
+        return TelvaneTool::kWrongUsage;
+    }
+    const std::string& local = remote ? options.spool : options.writer.database;
     Status status;
-    const auto store = ArchiveStore::open(options.writer.database, {}, status);
+    const auto store = ArchiveStore::open(local, {}, status);
     if (!store) {
-        return reportStatus(options.writer.database, status);
+        return reportStatus(local, status);
     }
     if (const auto& counters = store->counters(); counters.recovered != 0) {
         TelvaneTool::printStatus(TelvaneTool::printNumber(counters.recovered, "weld") +
@@ -82,9 +167,12 @@ int follow(const Options& options)
         }
         TelvaneTool::printStatus("following");
     }
+    Forwarding forwarding(*store, options);
+    Retaining retaining(*store, options.retention.read());
     pollfd polled[] = {{signals.get(), POLLIN, 0}, {follower.descriptor(), POLLIN, 0}};
     for (;;) {
-        poll(polled, 2, timeoutUntil(follower.nextWork()));
+        const Nanoseconds other = earlier(forwarding.work(), retaining.work());
+        poll(polled, 2, timeoutUntil(earlier(follower.nextWork(), other)));
         if (polled[0].revents != 0) {
             break;
         }
@@ -103,10 +191,17 @@ void addFollowCommand(TelvaneTool::CommandLine& line)
     auto options = std::make_shared<Options>();
     TelvaneTool::Command command(line, "follow", "Keep the welds on a bus, until a signal ends it");
     command.option("PATH", options->bus, "Path of the bus").required();
-    command.option("--database", options->writer.database, "SQLite file of the archive; created if missing")
+    command
+        .option("--database", options->writer.database,
+                "SQLite file, created if missing, or postgresql://user@host/name")
         .required()
+        .typeName("DB");
+    command
+        .option("--spool", options->spool,
+                "SQLite file that keeps the welds until a PostgreSQL database has them")
         .typeName("FILE");
     addWriterOptions(command, options->writer);
+    addRetentionOptions(command, options->retention);
     addDuration(command, "--interval", options->interval,
                 "Time between commits while an arc burns; a longer one spares flash memory and risks more")
         .showDefault("1s");
@@ -114,8 +209,14 @@ void addFollowCommand(TelvaneTool::CommandLine& line)
         .showDefault("10s");
     command.flag("--verbose", options->verbose,
                  "Print \"following\" when connected, and a line for each weld");
-    command.examples("# keep every weld\n"
-                     "telvane archive /run/telvane/bus --database /var/lib/telvane/welds.db\n");
+    command.examples(
+        "# keep every weld\n"
+        "telvane archive /run/telvane/bus --database /var/lib/telvane/welds.db\n"
+        "# send them to the database of the plant; outages are bridged\n"
+        "telvane archive /run/telvane/bus --database postgresql://telvane@plant/welds --spool spool.db\n"
+        "# samples for a year but at most 20 GB, rows for 15 years\n"
+        "telvane archive /run/telvane/bus --database welds.db --keep-samples 365 --max-samples 20G \\\n"
+        "    --keep-rows 5479\n");
     command.run([options] { return follow(*options); });
 }
 

@@ -17,6 +17,7 @@ int main(int argc, char** argv)
     CommandLine line("Keep every weld in a database", TELVANE_VERSION, footer.c_str(), "telvane-archive");
     TelvaneArchive::addFollowCommand(line);
     TelvaneArchive::addImportCommand(line);
+    TelvaneArchive::addRetainCommand(line);
 
     std::vector<const char*> arguments(argv, argv + argc);
     if (argc > 1 && argv[1][0] != '-' && !line.hasCommand(argv[1])) {

@@ -3,6 +3,7 @@
 #include "archive/reader/ArchiveReader.h"
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,10 @@ namespace TelvaneArchive
 // One function for each subcommand.
 void addListCommand(TelvaneTool::CommandLine& line);
 void addShowCommand(TelvaneTool::CommandLine& line);
+void addPlotCommand(TelvaneTool::CommandLine& line);
+void addCompareCommand(TelvaneTool::CommandLine& line);
+void addExportCommand(TelvaneTool::CommandLine& line);
+void addTrendCommand(TelvaneTool::CommandLine& line);
 
 /// Adds the argument DB.
 void addDatabase(TelvaneTool::Command& command, std::string& database);
@@ -41,6 +46,13 @@ void addFilterOptions(TelvaneTool::Command& command, FilterOptions& options);
 
 /// Opens an archive. Prints the reason if it fails.
 std::unique_ptr<ArchiveReader> openArchive(const std::string& database);
+
+/// Reads a weld. Prints the reason if it fails or there is none.
+std::optional<Weld> readWeld(ArchiveReader& reader, std::int64_t id);
+
+/// Writes a file that appears as a whole. Prints the reason if it fails.
+/// \return an exit code
+int writeFile(const std::string& path, const std::string& data);
 
 /// Prints why a question failed.
 /// \return an exit code

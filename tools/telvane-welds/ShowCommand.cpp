@@ -40,18 +40,16 @@ int show(const Options& options)
     if (!reader) {
         return TelvaneTool::kWrongInput;
     }
-    std::optional<Weld> weld;
-    Status status = reader->weld(options.id, weld);
+    const std::optional<Weld> weld = readWeld(*reader, options.id);
+    if (!weld) {
+        return TelvaneTool::kWrongInput;
+    }
     std::vector<ArchiveReader::Event> events;
     std::vector<ArchiveReader::Finding> findings;
-    status = status ? reader->events(options.id, events) : status;
+    Status status = reader->events(options.id, events);
     status = status ? reader->findings(options.id, findings) : status;
     if (!status) {
         return reportFailure(status);
-    }
-    if (!weld) {
-        TelvaneTool::printError("there is no weld " + std::to_string(options.id));
-        return TelvaneTool::kWrongInput;
     }
     if (options.json) {
         return TelvaneTool::writeResult(printJson(*weld) + "\n");

@@ -4,9 +4,10 @@
 #include "common/cli/Messages.h"
 #include "common/support/HumanReadable.h"
 #include "common/support/Json.h"
+#include "common/support/OutputFile.h"
 #include "common/support/TimestampParser.h"
 
-#include <cmath>
+#include <cstring>
 #include <ctime>
 
 namespace TelvaneArchive
@@ -95,6 +96,30 @@ std::unique_ptr<ArchiveReader> openArchive(const std::string& database)
                                 ": " + status.text);
     }
     return reader;
+}
+
+std::optional<Weld> readWeld(ArchiveReader& reader, std::int64_t id)
+{
+    std::optional<Weld> weld;
+    if (const Status status = reader.weld(id, weld); !status) {
+        reportFailure(status);
+    } else if (!weld) {
+        TelvaneTool::printError("there is no weld " + std::to_string(id));
+    }
+    return weld;
+}
+
+int writeFile(const std::string& path, const std::string& data)
+{
+    TelvaneTool::OutputFile file;
+    int error = file.open(path);
+    error = error == 0 ? file.write(data) : error;
+    error = error == 0 ? file.commit() : error;
+    if (error != 0) {
+        TelvaneTool::printError("cannot write " + path + ": " + std::strerror(error));
+        return TelvaneTool::kOutputFailure;
+    }
+    return TelvaneTool::kSuccess;
 }
 
 int reportFailure(const Status& status)

@@ -19,6 +19,10 @@ int main(int argc, char** argv)
                      "telvane-welds");
     TelvaneArchive::addListCommand(line);
     TelvaneArchive::addShowCommand(line);
+    TelvaneArchive::addPlotCommand(line);
+    TelvaneArchive::addCompareCommand(line);
+    TelvaneArchive::addExportCommand(line);
+    TelvaneArchive::addTrendCommand(line);
 
     std::vector<const char*> arguments(argv, argv + argc);
     if (argc > 1 && argv[1][0] != '-' && !line.hasCommand(argv[1])) {

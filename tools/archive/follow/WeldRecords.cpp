@@ -1,5 +1,6 @@
 #include "archive/follow/WeldRecords.h"
 
+#include "common/support/Json.h"
 #include "common/weld/WeldMatcher.h"
 
 namespace TelvaneArchive
@@ -24,10 +25,12 @@ void takeSetting(Weld& weld, Column column, const Telvane::UnitValueDoublePair& 
     }
 }
 
+/// \return the record on one line, so that a line of an export is a weld
 template <class Record>
 std::string jsonOf(Record record)
 {
-    return record.GetString();
+    std::string error;
+    return TelvaneTool::printJson(TelvaneTool::parseJson(record.GetString(), error).get());
 }
 
 } // namespace

@@ -58,8 +58,14 @@ Status ArchiveReader::list(const Query& query, std::vector<Weld>& welds)
         filter.add(*query.order, Condition::Comparison::Known, {});
     }
     appendWhere(filter, statement, values);
-    statement += " ORDER BY " + sqlOf(query.order.value_or(Column::StartNs));
-    statement += query.ascending ? Sql(" ASC, id ASC LIMIT ") : Sql(" DESC, id DESC LIMIT ");
+    if (query.afterId) {
+        values.emplace_back(*query.afterId);
+        statement += filter.conditions.empty() ? Sql(" WHERE id > ") : Sql(" AND id > ");
+        statement.parameter(values.size()) += " ORDER BY id LIMIT ";
+    } else {
+        statement += " ORDER BY " + sqlOf(query.order.value_or(Column::StartNs));
+        statement += query.ascending ? Sql(" ASC, id ASC LIMIT ") : Sql(" DESC, id DESC LIMIT ");
+    }
     values.emplace_back(static_cast<std::int64_t>(std::min(query.limit, kMaxList)));
     statement.parameter(values.size());
     std::vector<Row> rows;

@@ -40,6 +40,7 @@ public:
         bool ascending = false;               ///< default: newest or largest first
         std::size_t limit = 100;              ///< at most kMaxList
         std::optional<std::int64_t> beforeNs; ///< only welds that started before; for paging
+        std::optional<std::int64_t> afterId;  ///< only later ids, in their order; for reading all in pages
     };
     static constexpr std::size_t kMaxList = 10'000;
 

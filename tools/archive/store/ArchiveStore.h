@@ -97,6 +97,26 @@ public:
     Status readSamples(std::int64_t id, const std::function<void(const std::vector<Sample>&)>& take,
                        std::uint64_t& damaged);
 
+    /// What is kept for how long. 0 means without a limit.
+    struct Retention
+    {
+        std::int64_t samplesAge = 0;   ///< ns
+        std::int64_t samplesBytes = 0; ///< of all samples
+        std::int64_t rowsAge = 0;      ///< ns; welds that are not OK stay
+    };
+    struct Retained
+    {
+        std::int64_t sampleWelds = 0; ///< welds whose samples were deleted
+        std::int64_t bytes = 0;
+        std::int64_t rows = 0; ///< welds that were deleted
+    };
+    /// Deletes what is too old or too much: samples first, oldest first.
+    /// \param now  ns since the Unix epoch
+    Status retain(const Retention& retention, std::int64_t now, Retained& retained);
+
+    /// Deletes welds with all that belongs to them.
+    Status deleteWelds(const std::vector<std::int64_t>& ids);
+
 private:
     struct Running
     {
@@ -138,6 +158,8 @@ private:
     Status recoverWeld(Running& running);
     Status fileFor(const Weld& weld, SampleFile*& file);
     void dropWaiting();
+    Status deleteSamples(std::int64_t id);
+    Status dropFromFile(const std::string& name, const std::vector<Row>& chunks);
     void makeBallast();
 
     std::string m_path;

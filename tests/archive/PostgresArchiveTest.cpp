@@ -1,0 +1,214 @@
+// A real PostgreSQL in a directory of its own. It refuses to run as root, so root starts it as the user of Debian's
+// package.
+
+#include "archive/ArchiveTestSupport.h"
+#include "archive/forward/Forwarder.h"
+#include "archive/welds/Schema.h"
+
+#include <filesystem>
+#include <fstream>
+
+using namespace TelvaneArchive;
+using namespace TelvaneArchive::Testing;
+using Telvane::Testing::eventually;
+using Telvane::Testing::TemporaryDirectory;
+
+namespace
+{
+
+class Postgres : public ::testing::Test
+{
+protected:
+    static void SetUpTestSuite()
+    {
+        s_directory = std::make_unique<TemporaryDirectory>();
+        std::filesystem::create_directory(s_directory->path("db"));
+        if (geteuid() == 0) {
+            ASSERT_EQ(std::system(("chmod 711 " + s_directory->path("") + " && chown postgres " +
+                                   s_directory->path("db"))
+                                      .c_str()),
+                      0);
+        }
+        ASSERT_TRUE(run("initdb -D " + data() + " -U postgres -A trust -N -E UTF8 --locale=C"));
+    }
+    static void TearDownTestSuite() { s_directory.reset(); }
+
+    void SetUp() override { start(); }
+    void TearDown() override { stop(); }
+
+    static void start()
+    {
+        ASSERT_TRUE(run("pg_ctl -D " + data() + " -w -l " + data() + "/log -o \"-k " + data() +
+                        " -c listen_addresses= -c fsync=off\" start"));
+    }
+    static void stop() { run("pg_ctl -D " + data() + " -m immediate stop"); }
+
+    static std::string location() { return "postgresql://postgres@/postgres?host=" + data(); }
+
+    /// Makes an empty database.
+    static void clear()
+    {
+        Status status;
+        const auto database = openPostgres(location(), Database::Access::ReadWrite, status);
+        ASSERT_TRUE(database) << status.text;
+        ASSERT_TRUE(database->run("DROP SCHEMA public CASCADE"));
+        ASSERT_TRUE(database->run("CREATE SCHEMA public"));
+    }
+
+private:
+    static std::string data() { return s_directory->path("db"); }
+    static bool run(const std::string& command)
+    {
+        const std::string user =
+            geteuid() == 0 ? "setpriv --reuid postgres --regid postgres --clear-groups " : "";
+        const std::string line = "cd / && PATH=/usr/lib/postgresql/15/bin:$PATH && " + user +
+                                 "env PATH=$PATH " + command + " >/dev/null 2>&1";
+        return std::system(line.c_str()) == 0;
+    }
+
+    static std::unique_ptr<TemporaryDirectory> s_directory;
+};
+
+std::unique_ptr<TemporaryDirectory> Postgres::s_directory;
+
+Forwarder::Settings quick(const std::string& spool, const std::string& location)
+{
+    Forwarder::Settings settings;
+    settings.spool = spool;
+    settings.location = location;
+    settings.interval = 10 * TelvaneTool::kMillisecond;
+    settings.longestPause = 50 * TelvaneTool::kMillisecond;
+    return settings;
+}
+
+/// Deletes what has been sent, until the spool is empty.
+bool sendAll(ArchiveStore& store, Forwarder& forwarder)
+{
+    return eventually([&] {
+        const auto sent = forwarder.takeSent();
+        EXPECT_TRUE(store.deleteWelds(sent));
+        forwarder.forget(sent);
+        std::vector<Row> rows;
+        store.database().run("SELECT count(*) FROM weld", {}, &rows);
+        return wholeOf(rows[0][0]) == 0;
+    });
+}
+
+} // namespace
+
+TEST_F(Postgres, TakesAndReturnsEachKindOfValue)
+{
+    clear();
+    Status status;
+    const auto database = openPostgres(location(), Database::Access::ReadWrite, status);
+    ASSERT_TRUE(database) << status.text;
+    const Row values = {-(std::int64_t{1} << 62), -1.0e-300, std::string("x' OR 1=1; \xc3\xa4"),
+                        Blob{std::string("a\0b\xff", 4)}};
+    std::vector<Row> rows;
+    ASSERT_TRUE(database->run("SELECT $1, $2, $3, $4", values, &rows));
+    ASSERT_EQ(rows.size(), 1U);
+    EXPECT_TRUE(rows[0] == values);
+    EXPECT_EQ(database->run("SELECT nothing").code, Status::Code::Refused);
+}
+
+TEST_F(Postgres, GetsWeldsFromTheSpoolWithTheirSamples)
+{
+    clear();
+    const TemporaryDirectory directory;
+    const auto store = openStore(directory.path("spool.db"));
+    keepWeld(*store, makeWeld("one"), 10'000);
+    keepWeld(*store, makeWeld("two"), 100);
+    Forwarder forwarder(quick(directory.path("spool.db"), location()), [](const std::string&) {});
+    ASSERT_TRUE(sendAll(*store, forwarder));
+    const auto reader = openReader(location());
+    const std::vector<Weld> welds = listWelds(*reader);
+    ASSERT_EQ(welds.size(), 2U);
+    EXPECT_EQ(welds[0].text(Column::Uid), "one");
+    EXPECT_EQ(welds[0].whole(Column::Samples), 10'000);
+    const std::vector<Sample> samples = samplesOf(*reader, welds[0].id);
+    EXPECT_EQ(samples.size(), 10'000U);
+    EXPECT_EQ(differenceOf(samples), "");
+    std::optional<Envelope> envelope;
+    ASSERT_TRUE(reader->envelope(welds[0].id, kFineParts, envelope));
+    EXPECT_TRUE(envelope.has_value());
+    EXPECT_TRUE(std::filesystem::is_empty(directory.path("spool.db.samples")));
+}
+
+TEST_F(Postgres, AnswersTheSameQuestionsAsSqlite)
+{
+    clear();
+    const TemporaryDirectory directory;
+    const auto store = openStore(directory.path("spool.db"));
+    for (int i = 0; i < 5; ++i) {
+        Weld weld = makeWeld(std::to_string(i));
+        weld[Column::PartNumber] = std::string(i % 2 == 0 ? "A-1" : "B_1");
+        weld[Column::Program] = std::int64_t{i};
+        weld[Column::StartNs] = kStart + i * std::int64_t{86'400'000'000'000};
+        keepWeld(*store, weld, 1000);
+    }
+    Forwarder forwarder(quick(directory.path("spool.db"), location()), [](const std::string&) {});
+    const auto here = openReader(directory.path("spool.db"));
+    const auto there = [&] {
+        EXPECT_TRUE(eventually([&] { return forwarder.takeSent().size() + 0U > 0U; }));
+        return openReader(location());
+    }();
+    ASSERT_TRUE(eventually([&] { return listWelds(*there).size() == 5; }));
+    for (const char* const where :
+         {"program >= 2", "part_number like 'A*'", "part_number = 'B_1' and mean_amps > 100",
+          "operator is empty", "mean_volts < 5", "program <> 3"}) {
+        WeldFilter filter;
+        std::string error;
+        ASSERT_TRUE(readWhere(where, filter, error)) << error;
+        const std::vector<Weld> first = listWelds(*here, filter);
+        const std::vector<Weld> second = listWelds(*there, filter);
+        ASSERT_EQ(first.size(), second.size()) << where;
+        for (std::size_t i = 0; i < first.size(); ++i) {
+            EXPECT_TRUE(first[i].values == second[i].values) << where;
+        }
+        for (const bool byPart : {false, true}) {
+            std::vector<ArchiveReader::TrendPoint> trend[2];
+            ASSERT_TRUE(here->trend(Column::MeanAmps, filter, byPart, trend[0]));
+            ASSERT_TRUE(there->trend(Column::MeanAmps, filter, byPart, trend[1]));
+            ASSERT_EQ(trend[0].size(), trend[1].size());
+            for (std::size_t i = 0; i < trend[0].size(); ++i) {
+                EXPECT_EQ(trend[0][i].group, trend[1][i].group);
+                EXPECT_EQ(trend[0][i].welds, trend[1][i].welds);
+                EXPECT_NEAR(trend[0][i].mean, trend[1][i].mean, 1e-9);
+            }
+        }
+    }
+}
+
+TEST_F(Postgres, GetsEverythingOnceAfterAnOutage)
+{
+    clear();
+    const TemporaryDirectory directory;
+    const auto store = openStore(directory.path("spool.db"));
+    keepWeld(*store, makeWeld("before"), 3000);
+    std::mutex lock;
+    std::string lastReport;
+    const auto report = [&](const std::string& text) {
+        const std::lock_guard<std::mutex> guard(lock);
+        lastReport = text;
+    };
+    {
+        Forwarder forwarder(quick(directory.path("spool.db"), location()), report);
+        ASSERT_TRUE(eventually([&] { return !forwarder.takeSent().empty(); })); // sent, not deleted
+        stop();
+        keepWeld(*store, makeWeld("during"), 5000);
+        ASSERT_TRUE(eventually([&] {
+            const std::lock_guard<std::mutex> guard(lock);
+            return !lastReport.empty();
+        }));
+        start();
+        ASSERT_TRUE(eventually([&] { return !forwarder.takeSent().empty(); })); // sent, not deleted
+    }
+    // A new forwarder does not know what was sent, and sends all of it again.
+    Forwarder again(quick(directory.path("spool.db"), location()), report);
+    ASSERT_TRUE(sendAll(*store, again));
+    const auto reader = openReader(location());
+    const std::vector<Weld> welds = listWelds(*reader);
+    ASSERT_EQ(welds.size(), 2U);
+    EXPECT_EQ(samplesOf(*reader, welds[0].id).size(), 3000U);
+    EXPECT_EQ(differenceOf(samplesOf(*reader, welds[1].id)), "");
+}

@@ -1,0 +1,83 @@
+#include "Commands.h"
+#include "common/cli/CommandLine.h"
+#include "common/cli/CommandOptions.h"
+#include "common/cli/ExitCodes.h"
+#include "common/cli/Messages.h"
+#include "common/support/HumanReadable.h"
+
+#include <memory>
+
+namespace TelvaneArchive
+{
+
+namespace
+{
+
+struct Options
+{
+    std::string database;
+    RetentionOptions retention;
+};
+
+int retain(const Options& options)
+{
+    Status status;
+    const auto store = ArchiveStore::open(options.database, {}, status);
+    if (!store) {
+        return reportStatus(options.database, status);
+    }
+    ArchiveStore::Retained retained;
+    status = store->retain(options.retention.read(), TelvaneTool::realTimeNow(), retained);
+    if (!status) {
+        return reportStatus(options.database, status);
+    }
+    TelvaneTool::printStatus(
+        "deleted the samples of " +
+        TelvaneTool::printNumber(static_cast<std::uint64_t>(retained.sampleWelds), "weld") + ", " +
+        TelvaneTool::printBytes(static_cast<double>(retained.bytes)) + ", and " +
+        TelvaneTool::printNumber(static_cast<std::uint64_t>(retained.rows), "row"));
+    return TelvaneTool::kSuccess;
+}
+
+} // namespace
+
+ArchiveStore::Retention RetentionOptions::read() const
+{
+    constexpr double kDay = 86'400e9;
+    ArchiveStore::Retention retention;
+    retention.samplesAge = static_cast<std::int64_t>(samplesDays * kDay);
+    retention.samplesBytes = static_cast<std::int64_t>(samplesBytes);
+    retention.rowsAge = static_cast<std::int64_t>(rowsDays * kDay);
+    return retention;
+}
+
+void addRetentionOptions(TelvaneTool::Command& command, RetentionOptions& options)
+{
+    constexpr double kLongest = 36'500.0; // days: 100 years
+    const char* const group = "Retention (default: keep everything)";
+    command.option("--keep-samples", options.samplesDays, "Delete samples after so many days")
+        .group(group)
+        .within(0.0, kLongest)
+        .typeName("DAYS");
+    addSize(command, "--max-samples", options.samplesBytes, "Delete the oldest samples above this size")
+        .group(group);
+    command
+        .option("--keep-rows", options.rowsDays,
+                "Delete welds after so many days, except those whose verdict is not_ok")
+        .group(group)
+        .within(0.0, kLongest)
+        .typeName("DAYS");
+}
+
+void addRetainCommand(TelvaneTool::CommandLine& line)
+{
+    auto options = std::make_shared<Options>();
+    TelvaneTool::Command command(line, "retain", "Delete what is too old or too much, once");
+    command.option("--database", options->database, "SQLite file of the archive").required().typeName("FILE");
+    addRetentionOptions(command, options->retention);
+    command.examples("# samples for a year, rows for 15 years\n"
+                     "telvane archive retain --database welds.db --keep-samples 365 --keep-rows 5479\n");
+    command.run([options] { return retain(*options); });
+}
+
+} // namespace TelvaneArchive
