@@ -32,6 +32,8 @@ namespace
 constexpr Nanoseconds kConnectLimit = 900 * kMillisecond;
 constexpr Nanoseconds kDisconnectAfter = 200 * kMillisecond; ///< of a stop, to unblock a send
 constexpr Nanoseconds kExitAfter = 700 * kMillisecond;       ///< of a stop
+constexpr const char* kRefused = "the server refused; channel names consist of letters and underscores";
+constexpr const char* kSilent = "the server does not respond";
 constexpr std::size_t kMaxPath = sizeof(sockaddr_un::sun_path) - 1;
 
 /// \return why a connect fails (positive errno), which the client does not report
@@ -77,6 +79,9 @@ int BusConnection::connect(const std::string& path, double wait)
         printError("\"" + path + "\" is not a socket path; it must have 1 to " + std::to_string(kMaxPath) +
                    " characters");
         return kWrongUsage;
+    }
+    if (m_lasts) {
+        return connectLasting();
     }
     const Nanoseconds deadline = monotonicNow() + nanoseconds(wait);
     for (;;) {
@@ -124,23 +129,33 @@ void BusConnection::printConnectError() const
 int BusConnection::subscribe(const std::string& channel, const Telvane::TelvaneDataTypeBase& prototype,
                              Telvane::EventClient::Callback callback)
 {
+    if (m_bus) {
+        return subscribeLasting(channel, prototype, std::move(callback));
+    }
     const int result = m_client.Subscribe(channel, std::move(callback), prototype, nullptr);
     if (result == 0 || stopping()) {
         return kSuccess;
     }
-    const std::string attempt = "cannot subscribe to \"" + channel + "\" on " + m_path + ": ";
-    if (result == -1) {
-        printError(attempt + "the server refused; channel names consist of letters and underscores");
-    } else if (result == -ETIMEDOUT) {
-        printError(attempt + "the server does not respond");
-    } else {
-        printError(attempt + "result " + std::to_string(result));
-    }
+    return reportSubscription(channel, result == -1           ? kRefused
+                                       : result == -ETIMEDOUT ? kSilent
+                                                              : "result " + std::to_string(result));
+}
+
+int BusConnection::reportSubscription(const std::string& channel, const std::string& reason) const
+{
+    printError("cannot subscribe to \"" + channel + "\" on " + m_path + ": " + reason);
     return kBusFailure;
 }
 
 bool BusConnection::publish(const std::string& channel, Telvane::TelvaneDataTypeBase& record)
 {
+    if (m_bus) {
+        const Telvane::Publication publication = m_bus->publish(channel, record);
+        if (publication.error && publication.error != Telvane::BusError::NotConnected && !stopping()) {
+            printError("cannot publish on \"" + channel + "\": " + publication.message());
+        }
+        return !publication.error;
+    }
     const int result = m_client.Publish(channel, record);
     if (result != 0 && !stopping() && result != -ENOTCONN) {
         printError("cannot publish on \"" + channel + "\": result " + std::to_string(result));
@@ -293,14 +308,20 @@ void BusConnection::takeSignal()
 void BusConnection::disconnect()
 {
     const std::lock_guard<std::mutex> guard(m_disconnecting);
-    m_client.Disconnect();
+    if (m_bus) {
+        m_bus->close();
+    } else {
+        m_client.Disconnect();
+    }
 }
 
 void BusConnection::tryDisconnect()
 {
     // The thread that holds the lock is disconnecting, and may be waiting for this thread.
     const std::unique_lock<std::mutex> guard(m_disconnecting, std::try_to_lock);
-    if (guard.owns_lock()) {
+    if (guard.owns_lock() && m_bus) {
+        m_bus->close();
+    } else if (guard.owns_lock()) {
         m_client.Disconnect();
     }
 }

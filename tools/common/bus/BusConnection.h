@@ -3,14 +3,17 @@
 #include "common/support/Clock.h"
 #include "common/support/FileDescriptor.h"
 
+#include <Telvane/Bus.h>
 #include <Telvane/EventClient.h>
 
 #include <atomic>
 #include <condition_variable>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <thread>
+#include <vector>
 
 namespace TelvaneTool
 {
@@ -41,6 +44,13 @@ public:
     BusConnection(const BusConnection&) = delete;
     BusConnection& operator=(const BusConnection&) = delete;
 
+    /// Makes the connection last: after a loss, it is made again with its subscriptions. Call it before connect().
+    /// \param notices report each loss and each new connection
+    void reconnect(bool notices);
+
+    /// \return how often a connection that lasts has been lost
+    std::uint64_t losses() const { return m_losses; }
+
     /// Connects to a server.
     /// \param wait how long to wait for the server to start, s
     /// \return an exit code
@@ -58,9 +68,9 @@ public:
     bool publish(const std::string& channel, Telvane::TelvaneDataTypeBase& record);
 
     /// \return the number of messages that were not valid JSON
-    std::uint64_t brokenMessages() const { return m_client.Statistics().notJson; }
+    std::uint64_t brokenMessages() const;
     /// \return the number of records that a subscription's class could not read
-    std::uint64_t undecodableRecords() const { return m_client.Statistics().undecodable; }
+    std::uint64_t undecodableRecords() const;
 
     /// Writes to standard output. A failure stops the connection.
     bool write(std::string_view data);
@@ -105,6 +115,11 @@ private:
         OutputFailed,
     };
 
+    int connectLasting();
+    void takeEvent(const Telvane::BusEvent& event);
+    int subscribeLasting(const std::string& channel, const Telvane::TelvaneDataTypeBase& prototype,
+                         Telvane::EventClient::Callback callback);
+    int reportSubscription(const std::string& channel, const std::string& reason) const;
     void watch();
     Nanoseconds watchTimeout() const;
     void takeSignal();
@@ -140,7 +155,17 @@ private:
     FileDescriptor m_watchdogEvent; ///< wakes the watchdog
     FileDescriptor m_stopEvent;     ///< readable after the stop
     std::thread m_watchdog;
-    Telvane::EventClient m_client; ///< last member: its receiver thread uses the others
+
+    bool m_lasts = false;
+    bool m_notices = false;
+    bool m_connectedOnce = false; ///< for the thread that takes events
+    std::atomic<bool> m_attemptFailed{false};
+    std::atomic<std::uint64_t> m_losses{0};
+
+    // Last members: their threads use the others.
+    Telvane::EventClient m_client;
+    std::optional<Telvane::Bus> m_bus; ///< a connection that lasts, in place of the client
+    std::vector<Telvane::Subscription> m_subscriptions;
 };
 
 template <class Condition>

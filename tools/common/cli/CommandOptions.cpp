@@ -23,6 +23,12 @@ void addBusOptions(Command& command, BusOptions& options, bool required)
         .typeName("SECONDS");
 }
 
+void addReconnectOption(Command& command, BusOptions& options)
+{
+    command.flag("--reconnect", options.reconnect,
+                 "Connect again and go on when the server has been restarted, until a signal");
+}
+
 Option addDuration(Command& command, const char* name, Nanoseconds& duration, const std::string& what)
 {
     const auto read = [&duration](const std::string& text) {

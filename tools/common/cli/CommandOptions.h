@@ -22,9 +22,12 @@ struct BusOptions
 {
     std::string path;
     double wait = 0.0; ///< for the server to start, s
+    bool reconnect = false;
 };
 
 void addBusOptions(Command& command, BusOptions& options, bool required = true);
+/// For commands that go on after a loss of the connection.
+void addReconnectOption(Command& command, BusOptions& options);
 
 /// Adds an option that takes "1.5", "30s", "5m" or "250ms".
 Option addDuration(Command& command, const char* name, Nanoseconds& duration, const std::string& what);

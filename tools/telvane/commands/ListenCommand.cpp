@@ -10,6 +10,7 @@
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
 #include "common/support/ChannelPattern.h"
+#include "common/support/HumanReadable.h"
 #include "listen/FormatOptions.h"
 #include "listen/SequenceGaps.h"
 
@@ -168,6 +169,9 @@ int listen(Options& options)
     BusConnection bus(BusConnection::Output::Data, options.count == 0
                                                        ? BusConnection::Interruption::ExpectedExit
                                                        : BusConnection::Interruption::Aborts);
+    if (options.bus.reconnect) {
+        bus.reconnect(true);
+    }
     int result = bus.connect(options.bus.path, options.bus.wait);
     const auto subscribe = [&](const std::string& channel) {
         const RecordClass* const recordClass = classOfChannel(options.recordClass, channel);
@@ -193,7 +197,10 @@ int listen(Options& options)
     if (result == kSuccess) {
         result = arrivals.writeTo(bus, channels, deadline);
     }
-    if (!channels.polls() && !options.last) {
+    if (bus.losses() != 0) {
+        printStatus("the connection was lost " + printNumber(bus.losses(), "time") +
+                    "; records that were published meanwhile are missing");
+    } else if (!channels.polls() && !options.last) {
         // Polling and requests use sequence numbers, so gaps would mean nothing.
         for (const std::string& line : arrivals.missed().describe(options.verbose)) {
             printStatus(line);
@@ -213,6 +220,7 @@ void addListenCommand(CommandLine& line)
     auto options = std::make_shared<Options>();
     Command command(line, "listen", "Print the records of channels as lines of JSON");
     addBusOptions(command, options->bus);
+    addReconnectOption(command, options->bus);
     command
         .option("CHANNEL", options->channels, "Channels to listen on, or patterns such as 'PS*' (see --all)")
         .check(&checkChannelPattern);

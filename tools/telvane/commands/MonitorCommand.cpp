@@ -108,6 +108,9 @@ int monitorWelds(const Options& options)
     BusConnection bus(BusConnection::Output::Data, ledger.isOpen()
                                                        ? BusConnection::Interruption::Aborts
                                                        : BusConnection::Interruption::ExpectedExit);
+    if (options.bus.reconnect) {
+        bus.reconnect(true);
+    }
     int result = bus.connect(options.bus.path, options.bus.wait);
     if (result == kSuccess) {
         result = follow<Telvane::WeldTriggerStart>(bus, "WeldTriggerStart", monitor);
@@ -137,6 +140,7 @@ void addMonitorCommand(CommandLine& line)
     auto options = std::make_shared<Options>();
     Command command(line, "monitor", "Show welds live");
     addBusOptions(command, options->bus);
+    addReconnectOption(command, options->bus);
     command
         .option("--ledger", options->ledger,
                 "File shared with telvane weld, to report losses and latency; exit when telvane weld does")

@@ -95,7 +95,7 @@ private:
         const std::uint64_t before = m_status.responses();
         m_status.request();
         m_bus.waitFor([&] { return m_status.responses() >= before + 2; },
-                      monotonicNow() + (m_isPage ? kPageTimeout : kTimeout));
+                      monotonicNow() + (m_isPage || m_options.bus.reconnect ? kPageTimeout : kTimeout));
         return !m_bus.stopping();
     }
 
@@ -157,6 +157,9 @@ int top(Options& options)
     BusConnection bus(BusConnection::Output::Data, options.count == 0
                                                        ? BusConnection::Interruption::ExpectedExit
                                                        : BusConnection::Interruption::Aborts);
+    if (options.bus.reconnect) {
+        bus.reconnect(options.json || !isTerminal(STDOUT_FILENO)); // notices would spoil the page
+    }
     Top top(bus, options);
     int result = bus.connect(options.bus.path, options.bus.wait);
     if (result == kSuccess) {
@@ -186,6 +189,7 @@ void addTopCommand(CommandLine& line)
     auto options = std::make_shared<Options>();
     Command command(line, "top", "Show the channels, rates and clients of a server");
     addBusOptions(command, options->bus);
+    addReconnectOption(command, options->bus);
     addDuration(command, "--interval", options->interval, "Update at this interval").showDefault("1s");
     command
         .optionReadBy(
