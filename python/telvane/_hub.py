@@ -115,14 +115,14 @@ class Inbox:
     def _mark_gap(self) -> None:
         gap, self._gap = self._gap, 0
         if self.with_events:
-            self.items.append(RecordsDropped(gap))
+            self.items.append(RecordsDropped(gap, channel=self.channel))
 
     def take(self) -> Union[Item, Event, None]:
         """The next readable record or mark; None if there is none."""
         if self._gap and self.with_events and (self.drop_oldest or not self.items):
             gap, self._gap = self._gap, 0
             with_marks, self._gap_with_marks = self._gap_with_marks, False
-            return RecordsDropped(gap, with_marks)
+            return RecordsDropped(gap, with_marks, self.channel)
         items, decode = self.items, self.decode
         while items:
             try:

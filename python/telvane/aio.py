@@ -180,7 +180,12 @@ class _Core:
                 return
             self.heard = True
             packets += 1
-            self.hub.feed(packet, arrival)
+            try:
+                self.hub.feed(packet, arrival)
+            except Exception as error:  # of this package; the loop would go on calling
+                log.exception("%s: connecting again after an error of the receiver", self.path)
+                self.lost(Reason.LOST, error)
+                return
         self.gather(packets)
         if awaited:
             self.changed.set()
@@ -210,6 +215,10 @@ class _Core:
             assert self.loop is not None
             self.loop.remove_reader(self.sock.fileno())
             self.loop.remove_writer(self.sock.fileno())
+            try:
+                self.sock.shutdown(socket.SHUT_RDWR)  # a child that was forked keeps a copy
+            except OSError:
+                pass
             self.sock.close()
             self.sock = None
         self.writable.set()

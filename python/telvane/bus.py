@@ -103,7 +103,8 @@ class _Core:
     def _converse(self, sock: socket.socket) -> bool:
         """From the connection to its loss. Whether the subscriptions stood in between."""
         stood = False
-        reason, cause = Reason.LOST, None
+        reason = Reason.LOST
+        cause: Optional[BaseException] = None
         reader = Reader()
         try:
             with self.lock:
@@ -129,6 +130,10 @@ class _Core:
                 if pause:
                     time.sleep(pause)
         except OSError as error:
+            cause = error
+            return stood
+        except Exception as error:  # of this package; without this thread, waiting calls would never wake
+            log.exception("%s: connecting again after an error of the receiver", self.path)
             cause = error
             return stood
         finally:
@@ -798,6 +803,8 @@ class Bus:
             self._core.close(timeout)
 
     def __enter__(self) -> Bus:
+        if self._state.closing:
+            raise BusClosed("the bus is closed; make another one")
         return self
 
     def __exit__(self, kind: Optional[Type[BaseException]], error: Optional[BaseException],

@@ -96,6 +96,8 @@ class RecordsDropped(Event):
     count: int
     with_marks: bool = False
     """Marks of lost or restored connections were dropped, too."""
+    channel: str = field(default="", compare=False)
+    """The channel of the listener."""
 
 
 @dataclass

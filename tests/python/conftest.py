@@ -34,17 +34,29 @@ def _descriptors() -> "collections.Counter[str]":
     return found
 
 
+def _children() -> "set[str]":
+    found: "set[str]" = set()
+    for thread in os.listdir("/proc/self/task"):
+        try:
+            found.update(pathlib.Path(f"/proc/self/task/{thread}/children").read_text(encoding="ascii").split())
+        except OSError:
+            pass  # the thread has ended, or the kernel does not list them
+    return found
+
+
 @pytest.fixture(autouse=True)
 def leaves_nothing() -> Iterator[None]:
-    """No thread and no descriptor is left after a test."""
-    threads, descriptors = _threads(), _descriptors()
+    """No thread, no descriptor and no process is left after a test."""
+    threads, descriptors, children = _threads(), _descriptors(), _children()
     yield
     deadline = time.monotonic() + 5
-    while (_threads() - threads or _descriptors() - descriptors) and time.monotonic() < deadline:
+    while (_threads() - threads or _descriptors() - descriptors or _children() - children) \
+            and time.monotonic() < deadline:
         gc.collect()
         time.sleep(0.01)
     assert not _threads() - threads
     assert not _descriptors() - descriptors
+    assert not _children() - children
 
 
 @pytest.fixture

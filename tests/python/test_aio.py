@@ -10,6 +10,7 @@ import socket
 import sys
 import threading
 import time
+import warnings
 from typing import Any, Awaitable, Callable, List
 
 import pytest
@@ -287,6 +288,58 @@ def test_a_bus_that_was_not_closed_warns(telvane_path: str) -> None:
             del bus
 
     asyncio.run(main())
+
+
+@in_loop
+async def test_an_error_of_the_package_itself_does_not_end_the_receiver(telvane_path: str) -> None:
+    async with aio.Bus(telvane_path) as bus, bus.listen(telvane.LogData, with_events=True) as listener:
+        feed, errors = bus._core.hub.feed, [ZeroDivisionError("in the package")]
+
+        def broken(data: bytes, arrival: float) -> None:
+            if errors:
+                raise errors.pop()
+            feed(data, arrival)
+
+        bus._core.hub.feed = broken  # type: ignore[method-assign]
+        await bus.publish(telvane.LogData(log="lost"))
+        lost, restored = await listener.recv(5), await listener.recv(5)
+        assert isinstance(lost, telvane.ConnectionLost) and isinstance(lost.cause, ZeroDivisionError)
+        assert isinstance(restored, telvane.ConnectionRestored)
+        await bus.publish(telvane.LogData(log="x"))
+        assert await listener.recv(5) == telvane.LogData(log="x")
+
+
+@in_loop
+async def test_requests_leave_no_subscription(telvane_path: str) -> None:
+    async with aio.Bus(telvane_path) as bus:
+        with pytest.raises(telvane.RequestTimeout):
+            await bus.request(telvane.DataStatus, timeout=0.01)
+        answer = await bus.request("TelvaneChannels", timeout=5)
+        assert "DataStatus" not in {entry["channel"] for entry in answer["channels"] if entry["subscribers"]}
+
+
+@in_loop
+async def test_after_a_fork_the_child_is_refused_and_the_parent_goes_on(telvane_path: str) -> None:
+    async with aio.Bus(telvane_path) as bus, bus.listen(telvane.LogData) as listener:
+        with warnings.catch_warnings():
+            warnings.simplefilter("ignore")
+            child = os.fork()
+        if child == 0:
+            code = 1
+            try:
+                for operation in (lambda: bus.listen(telvane.LogData),
+                                  lambda: bus.publish(telvane.LogData()).send(None)):
+                    try:
+                        operation()
+                    except telvane.WrongContext:
+                        continue
+                    os._exit(2)
+                code = 0
+            finally:
+                os._exit(code)
+        assert os.waitstatus_to_exitcode(os.waitpid(child, 0)[1]) == 0
+        await bus.publish(telvane.LogData(log="x"))
+        assert (await listener.recv(5)).log == "x"
 
 
 def test_another_loop_is_refused(telvane_path: str) -> None:

@@ -286,6 +286,39 @@ def test_a_waiting_iterator_survives_the_outage(telvane_server: Server, telvane_
     assert not thread.is_alive()
 
 
+def test_an_error_of_the_package_itself_does_not_end_the_receiver(
+        telvane_path: str, monkeypatch: pytest.MonkeyPatch, caplog: pytest.LogCaptureFixture) -> None:
+    with telvane.Bus(telvane_path) as bus, bus.listen(telvane.LogData, with_events=True) as listener:
+        bus.wait_connected()
+        feed, errors = bus._state.hub.feed, [ZeroDivisionError("in the package")]
+        monkeypatch.setattr(bus._state.hub, "feed",
+                            lambda data, arrival: feed(data, arrival) if not errors else _raise(errors.pop()))
+        bus.publish(telvane.LogData(log="lost"))
+        lost, restored = listener.recv(5), listener.recv(5)
+        assert isinstance(lost, telvane.ConnectionLost) and isinstance(lost.cause, ZeroDivisionError)
+        assert isinstance(restored, telvane.ConnectionRestored)
+        bus.wait_connected()
+        bus.publish(telvane.LogData(log="x"))
+        assert listener.recv(5) == telvane.LogData(log="x")
+    assert "connecting again after an error" in caplog.text and "in the package" in caplog.text
+
+
+def _raise(error: BaseException) -> None:
+    raise error
+
+
+def test_requests_leave_no_subscription(telvane_bus: telvane.Bus) -> None:
+    def channels() -> "set[str]":
+        answer = telvane_bus.request("TelvaneChannels", timeout=5)
+        return {entry["channel"] for entry in answer["channels"] if entry["subscribers"]}
+
+    before = channels()
+    for _ in range(3):
+        with pytest.raises(telvane.RequestTimeout):
+            telvane_bus.request(telvane.DataStatus, timeout=0.01)
+    assert channels() == before and "DataStatus" not in before
+
+
 def test_a_loss_ends_a_request_with_its_cause(telvane_server: Server, telvane_bus: telvane.Bus) -> None:
     errors: List[BaseException] = []
 
@@ -457,6 +490,9 @@ def test_close_wakes_everything_and_may_be_called_again(telvane_path: str) -> No
                       lambda: bus.wait_connected(1)):
         with pytest.raises(telvane.BusClosed):
             operation()
+    with pytest.raises(telvane.BusClosed, match="make another one"):
+        with bus:
+            pass
     listener.close()
     assert bus.state is State.CLOSED
 

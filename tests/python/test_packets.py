@@ -111,6 +111,8 @@ def test_a_full_queue_drops_the_oldest_or_the_newest_and_marks_the_place() -> No
 
     assert fed("oldest", True)[0] == [telvane.RecordsDropped(3), "3", "4"]
     assert fed("newest", True)[0] == ["0", "1", telvane.RecordsDropped(3)]
+    (gap, *_), _ = fed("oldest", True)
+    assert isinstance(gap, telvane.RecordsDropped) and gap.channel == "LogData"
     assert fed("oldest", False)[0] == ["3", "4"]
     assert fed("newest", False)[0] == ["0", "1"]
 
