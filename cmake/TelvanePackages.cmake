@@ -72,7 +72,7 @@ set(CPACK_DEBIAN_PYTHON_PACKAGE_ARCHITECTURE all)
 set(CPACK_DEBIAN_PYTHON_PACKAGE_SHLIBDEPS OFF)
 set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "python3 (>= 3.9)")
 set(CPACK_DEBIAN_PYTHON_PACKAGE_SUGGESTS
-  "telvane-tools, python3-pytest, python3-pandas, python3-matplotlib, python3-zstandard")
+  "telvane-tools, python3-pytest, python3-pandas, python3-matplotlib, python3-zstandard, python3-psycopg2")
 set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/debian/python/postinst
   ${PROJECT_SOURCE_DIR}/packaging/debian/python/prerm)
 set(CPACK_COMPONENT_PYTHON_DESCRIPTION "message bus and records for arc-welding equipment (Python 3)

@@ -4,9 +4,10 @@
         for sample in bus.listen(telvane.WeldTraceData, timeout=5):
             print(sample.data.amps)
 
-`telvane.aio.Bus` is the same for asyncio, `telvane.read` reads recordings.
+`telvane.aio.Bus` is the same for asyncio, `telvane.read` reads recordings, `telvane.archive.open` the archive of
+welds.
 """
-from . import aio, codes, data, errors, events, records
+from . import aio, archive, codes, data, errors, events, records
 from ._record import Record, record
 from ._version import __version__
 from .bus import Bus, Listener, Subscription
@@ -16,5 +17,5 @@ from .errors import *  # noqa: F401,F403
 from .events import *  # noqa: F401,F403
 from .records import *  # noqa: F401,F403
 
-__all__ = ["Bus", "Listener", "Record", "Subscription", "__version__", "aio", "data", "read", "record"]
+__all__ = ["Bus", "Listener", "Record", "Subscription", "__version__", "aio", "archive", "data", "read", "record"]
 __all__ += codes.__all__ + errors.__all__ + events.__all__ + records.__all__

@@ -285,7 +285,7 @@ class Recording:
 
     def weld_table(self) -> pandas.DataFrame:
         """One row for each weld: its tag, begin, duration, codes and metrics."""
-        table: pandas.DataFrame = _need("pandas").DataFrame([weld.summary() for weld in self.welds()])
+        table: pandas.DataFrame = need("pandas").DataFrame([weld.summary() for weld in self.welds()])
         return table
 
 
@@ -463,7 +463,7 @@ class Columns:
 
     def to_numpy(self) -> Dict[str, numpy.ndarray[Any, Any]]:
         """Arrays by column; ``arrival`` and times are of type datetime64, in UTC."""
-        np = _need("numpy")
+        np = need("numpy")
         arrival = np.frombuffer(self.ns, dtype=np.int64) + self._recording._started_ns
         arrays = {"arrival": arrival.view("datetime64[ns]"),
                   "number": np.array(self.number, dtype=np.int32)}
@@ -483,7 +483,7 @@ class Columns:
 
     def to_pandas(self) -> pandas.DataFrame:
         """A frame indexed by the arrival in UTC. Texts, which rarely change, are categories."""
-        pd = _need("pandas")
+        pd = need("pandas")
         arrays = self.to_numpy()
         index = pd.DatetimeIndex(arrays.pop("arrival"), tz="UTC", name="arrival")
         columns: Dict[str, Any] = {"number": arrays.pop("number")}
@@ -499,7 +499,7 @@ class Columns:
 
     def to_parquet(self, path: Path) -> None:
         """Writes a Parquet file, with pandas and pyarrow."""
-        _need("pyarrow")
+        need("pyarrow")
         self.to_pandas().to_parquet(path)
 
 
@@ -559,7 +559,7 @@ def _read_line(data: bytes) -> Line:
     return Line(int(ns), channel, int(number), members["payload"])
 
 
-def _need(name: str) -> Any:
+def need(name: str) -> Any:
     try:
         return importlib.import_module(name)
     except ImportError:
