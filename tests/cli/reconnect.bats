@@ -99,3 +99,43 @@ restart_server() {
     finish "$top"
     [ "$status" -eq 0 ]
 }
+
+@test "record --reconnect notes the outage in its file and goes on" {
+    start_server
+    start recorder "$TELVANE" record "$bus" LogData -o log.jsonl --reconnect --verbose
+    recorder=$started
+    await recorder.err ": recording$"
+    "$TELVANE" publish "$bus" LogData '{"log":"before"}'
+    await log.jsonl before
+    restart_server
+    await server.err "subscribe to LogData"
+    "$TELVANE" publish "$bus" LogData '{"log":"after"}'
+    await log.jsonl after
+    kill -INT "$recorder"
+    finish "$recorder"
+    [ "$status" -eq 1 ]
+    grep -q "the connection was lost 1 time" recorder.err
+    [ "$(sed 1d log.jsonl | jq -r '.payload.log // .outage' | tr '\n' ' ')" = "before true after " ]
+    [ "$(jq -s '.[2] | .from < .to and .to <= .ns' log.jsonl)" = true ]
+    run "$TELVANE" info log.jsonl
+    [ "$status" -eq 0 ]
+    [[ $output == *"records   2 on 1 channel"*"outages   1, without a connection for "* ]]
+    run "$TELVANE" show log.jsonl
+    [ "$status" -eq 0 ]
+    [[ $output == *"there was no connection between "* ]]
+    [[ $output == *before*after* ]]
+    "$TELVANE" replay "$bus" log.jsonl --speed 0
+}
+
+@test "record --reconnect notes an outage that lasts until its end" {
+    start_server
+    start recorder "$TELVANE" record "$bus" LogData -o log.jsonl --reconnect --verbose
+    recorder=$started
+    await recorder.err ": recording$"
+    kill -KILL "$server"
+    await recorder.err "has gone away"
+    kill -INT "$recorder"
+    finish "$recorder"
+    [ "$status" -eq 1 ]
+    [ "$(tail -n 1 log.jsonl | jq .outage)" = true ]
+}

@@ -92,7 +92,7 @@ int importRecording(const Options& options, WeldImporter& importer, Status& stat
         Telvane::WeldTriggerStart start;
         Telvane::WeldTraceData trace;
         Telvane::WeldTriggerEnd end;
-        if (message.missed != 0) {
+        if (message.isNote()) {
             continue; // the gaps in the numbers of the samples say so, too
         }
         if (message.channel == "WeldTraceData" && read(message.payload, trace)) {

@@ -54,6 +54,30 @@ TEST(RecordingLine, IsRefusedIfTruncatedAnywhere)
     }
 }
 
+TEST(RecordingLine, NotesAnOutageWithoutAChannel)
+{
+    RecordedMessage note;
+    note.time = 9;
+    note.outage = true;
+    note.missedFrom = 4;
+    note.missedTo = 8;
+    std::string line;
+    appendMessage(line, note);
+    EXPECT_EQ(line, R"({"ns":9,"outage":true,"from":4,"to":8})"
+                    "\n");
+    line.pop_back();
+    RecordingLineReader reader;
+    RecordedMessage message;
+    ASSERT_TRUE(reader.read(line, message));
+    EXPECT_TRUE(message.outage);
+    EXPECT_TRUE(message.isNote());
+    EXPECT_EQ(message.time, 9);
+    EXPECT_EQ(message.missedFrom, 4);
+    EXPECT_EQ(message.missedTo, 8);
+    EXPECT_FALSE(reader.read(R"({"ns":9,"outage":true,"from":4})", message));
+    EXPECT_FALSE(reader.read(R"({"ns":9,"outage":false,"from":4,"to":8})", message));
+}
+
 TEST(RecordingLine, IsRefusedIfItIsNotAMessage)
 {
     RecordingLineReader reader;

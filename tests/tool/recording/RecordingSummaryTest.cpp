@@ -34,6 +34,22 @@ double number(const RecordingSummary& summary, const char* key, bool ofChannel =
     return cJSON_GetNumberValue(item);
 }
 
+TEST(RecordingSummary, CountsOutagesApartFromRecords)
+{
+    RecordingSummary summary;
+    summary.add({kSecond, "A", 1, "{}"});
+    RecordedMessage note;
+    note.time = 4 * kSecond;
+    note.outage = true;
+    note.missedFrom = 2 * kSecond;
+    note.missedTo = 4 * kSecond;
+    summary.add(note);
+    summary.add({5 * kSecond, "A", 2, "{}"});
+    EXPECT_EQ(number(summary, "records"), 2);
+    EXPECT_EQ(number(summary, "outages"), 1);
+    EXPECT_THAT(summary.text(file()), HasSubstr("outages   1, without a connection for 2"));
+}
+
 TEST(RecordingSummary, PrintsSpanCountsAndRates)
 {
     RecordingSummary summary;

@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <functional>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -46,7 +47,8 @@ public:
 
     /// Makes the connection last: after a loss, it is made again with its subscriptions. Call it before connect().
     /// \param notices report each loss and each new connection
-    void reconnect(bool notices);
+    /// \param onChange called after each loss (false) and each new connection (true), on a thread of its own
+    void reconnect(bool notices, std::function<void(bool connected)> onChange = {});
 
     /// \return how often a connection that lasts has been lost
     std::uint64_t losses() const { return m_losses; }
@@ -158,6 +160,7 @@ private:
 
     bool m_lasts = false;
     bool m_notices = false;
+    std::function<void(bool connected)> m_onChange;
     bool m_connectedOnce = false; ///< for the thread that takes events
     std::atomic<bool> m_attemptFailed{false};
     std::atomic<std::uint64_t> m_losses{0};

@@ -20,10 +20,11 @@ constexpr std::chrono::seconds kSubscribeLimit{1};
 
 } // namespace
 
-void BusConnection::reconnect(bool notices)
+void BusConnection::reconnect(bool notices, std::function<void(bool connected)> onChange)
 {
     m_lasts = true;
     m_notices = notices;
+    m_onChange = std::move(onChange);
 }
 
 int BusConnection::connectLasting()
@@ -55,17 +56,18 @@ int BusConnection::connectLasting()
 void BusConnection::takeEvent(const Telvane::BusEvent& event)
 {
     using Kind = Telvane::BusEvent::Kind;
-    using State = Telvane::ConnectionState;
+    const bool connected = event.state == Telvane::ConnectionState::Connected;
     if (event.kind == Kind::AttemptFailed) {
         m_attemptFailed = true;
-    } else if (event.kind == Kind::StateChanged && event.state == State::Connecting) {
-        ++m_losses;
+    } else if (event.kind == Kind::StateChanged && (!connected || std::exchange(m_connectedOnce, true))) {
+        m_losses += connected ? 0 : 1;
         if (m_notices) {
-            printStatus("the server at " + m_path + " has gone away; waiting for it to return");
+            printStatus(connected ? "connected to " + m_path + " again"
+                                  : "the server at " + m_path + " has gone away; waiting for it to return");
         }
-    } else if (event.kind == Kind::StateChanged && event.state == State::Connected &&
-               std::exchange(m_connectedOnce, true) && m_notices) {
-        printStatus("connected to " + m_path + " again");
+        if (m_onChange) {
+            m_onChange(connected);
+        }
     }
     wake();
 }

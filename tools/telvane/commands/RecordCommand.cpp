@@ -14,10 +14,12 @@
 
 #include <csignal>
 #include <memory>
+#include <mutex>
 #include <numeric>
 #include <pthread.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace TelvaneTool
@@ -132,6 +134,57 @@ void reportResult(Recorder& recorder)
     printStatus(text);
 }
 
+/// Notes in the recording when there was no connection. take() is for the connection's thread.
+class Outages
+{
+public:
+    /// Begins to note. What was lost before is not part of the recording.
+    void begin(Recorder& recorder, MissTracker& misses)
+    {
+        const std::lock_guard<std::mutex> guard(m_lock);
+        m_recorder = &recorder;
+        m_misses = &misses;
+    }
+
+    void take(bool connected)
+    {
+        const std::lock_guard<std::mutex> guard(m_lock);
+        if (m_recorder == nullptr) {
+            return;
+        }
+        if (connected) {
+            note();
+        } else {
+            m_misses->restart();
+            m_from = monotonicNow();
+            ++m_number;
+        }
+    }
+
+    /// Notes the outage that lasts until the end.
+    /// \return how many there were
+    std::uint64_t end()
+    {
+        const std::lock_guard<std::mutex> guard(m_lock);
+        note();
+        return m_number;
+    }
+
+private:
+    void note()
+    {
+        if (m_from != 0) {
+            m_recorder->addOutage(std::exchange(m_from, 0), monotonicNow());
+        }
+    }
+
+    std::mutex m_lock;
+    Recorder* m_recorder = nullptr;
+    MissTracker* m_misses = nullptr;
+    Nanoseconds m_from = 0; ///< begin of the present outage, or 0
+    std::uint64_t m_number = 0;
+};
+
 /// Writes what arrives, until there is a reason to end.
 class RecordLoop
 {
@@ -213,6 +266,10 @@ int record(Options& options)
     BusConnection bus(toStandardOutput ? BusConnection::Output::Data : BusConnection::Output::Unused,
                       settings.count == 0 ? BusConnection::Interruption::ExpectedExit
                                           : BusConnection::Interruption::Aborts);
+    Outages outages;
+    if (options.bus.reconnect) {
+        bus.reconnect(true, [&outages](bool connected) { outages.take(connected); });
+    }
     int result = bus.connect(options.bus.path, options.bus.wait);
     if (result != kSuccess) {
         return bus.finish(result);
@@ -223,6 +280,7 @@ int record(Options& options)
     }
     MissTracker misses(bus, [&recorder](const std::string& channel, std::uint64_t count, Nanoseconds from,
                                         Nanoseconds to) { recorder.addMissed(channel, count, from, to); });
+    outages.begin(recorder, misses);
     result = misses.start();
     const auto subscribe = [&](const std::string& channel) {
         return bus.subscribe(channel, DecodedRecord(nullptr),
@@ -256,6 +314,7 @@ int record(Options& options)
         misses.finish();
     }
     result = bus.finish(result); // from here on nothing arrives
+    const std::uint64_t lost = outages.end();
     if (!recorder.finish(finalTrigger(bus, options)) && result == kSuccess) {
         result = kOutputFailure;
     }
@@ -267,7 +326,12 @@ int record(Options& options)
     if (options.verbose || (isatty(STDERR_FILENO) != 0 && !toStandardOutput)) {
         reportResult(recorder);
     }
-    return result == kSuccess && recorder.writer().missed() != 0 ? static_cast<int>(kRecordsMissed) : result;
+    if (lost != 0) {
+        printStatus("the connection was lost " + printNumber(lost, "time"));
+    }
+    return result == kSuccess && (recorder.writer().missed() != 0 || lost != 0)
+               ? static_cast<int>(kRecordsMissed)
+               : result;
 }
 
 } // namespace
@@ -281,6 +345,7 @@ void addRecordCommand(CommandLine& line)
     recorder.after = 5 * kSecond;
     Command command(line, "record", "Record channels to a file");
     addBusOptions(command, options->bus);
+    addReconnectOption(command, options->bus);
     command.option("CHANNEL", options->channels, "Channels to record, or patterns such as 'PS*' (see --all)")
         .check(&checkChannelPattern);
     command.flag("--all", options->all,

@@ -31,6 +31,12 @@ struct Options
 
 void reportMissed(const RecordedMessage& message, Nanoseconds started)
 {
+    if (message.outage) {
+        printError("there was no connection between " +
+                   printMoment(addSaturated(started, message.missedFrom)) + " and " +
+                   printMoment(addSaturated(started, message.missedTo)));
+        return;
+    }
     printError("missed " + printNumber(message.missed, "record") + " on " + std::string(message.channel) +
                " between " + printMoment(addSaturated(started, message.missedFrom)) + " and " +
                printMoment(addSaturated(started, message.missedTo)));
@@ -49,10 +55,10 @@ int show(Options& options)
     std::string output = formatter.heading();
     RecordedMessage message;
     while (input.next(message)) {
-        if (!matchesAnyPattern(options.only, message.channel)) {
+        if (!message.outage && !matchesAnyPattern(options.only, message.channel)) {
             continue;
         }
-        if (message.missed != 0) {
+        if (message.isNote()) {
             reportMissed(message, input.header().started);
             continue;
         }

@@ -42,7 +42,7 @@ bool WeldTraces::read(std::string_view payload, Record& record)
 
 void WeldTraces::add(const RecordedMessage& message)
 {
-    if (message.missed != 0) {
+    if (message.isNote()) {
         m_missed = addSaturated(m_missed, isWeldChannel(message.channel) ? message.missed : 0);
     } else if (message.channel == "WeldTraceData") {
         WeldTraceData trace;

@@ -125,6 +125,16 @@ void MissTracker::ask()
     m_connection.publish(std::string("req_") + kClientsStatus, nothing);
 }
 
+void MissTracker::restart()
+{
+    const std::lock_guard<std::mutex> guard(m_lock);
+    m_missed.clear();
+    m_lastSequence = -1;
+    m_ownRequests = 0;
+    m_unconfirmed = 0;
+    m_gap = false;
+}
+
 void MissTracker::follow()
 {
     const Nanoseconds now = monotonicNow();

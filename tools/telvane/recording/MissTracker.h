@@ -39,6 +39,9 @@ public:
     /// The receiver thread: for a user who records the channel of the status answers.
     void takeAnswer(const std::string& payload, int sequence);
 
+    /// Forgets what an earlier server reported.
+    void restart();
+
     /// Asks the server if there is reason to. Call often.
     void follow();
 

@@ -55,6 +55,18 @@ void Recorder::addMissed(const std::string& channel, std::uint64_t count, Nanose
     append(note);
 }
 
+void Recorder::addOutage(Nanoseconds from, Nanoseconds to)
+{
+    const std::lock_guard<std::mutex> guard(m_lock);
+    noteDropped();
+    RecordedMessage note;
+    note.outage = true;
+    note.time = std::max(m_lastTime, monotonicNow() - m_origin);
+    note.missedFrom = std::max<Nanoseconds>(0, from - m_origin);
+    note.missedTo = std::max(note.missedFrom, to - m_origin);
+    append(note);
+}
+
 /// Called with the lock held.
 void Recorder::append(const RecordedMessage& message)
 {
@@ -106,7 +118,7 @@ bool Recorder::writeLines(std::string_view lines)
         if (!writeLine(line, message)) {
             return false;
         }
-        if (m_buffer.has_value() && message.missed == 0 && message.channel == m_settings.trigger &&
+        if (m_buffer.has_value() && !message.isNote() && message.channel == m_settings.trigger &&
             !trigger(m_settings.trigger + " " + std::to_string(message.sequence), message.time)) {
             return false;
         }

@@ -41,6 +41,10 @@ public:
     /// \param from, to  when they were sent at the earliest and at the latest, on the monotonic clock
     void addMissed(const std::string& channel, std::uint64_t count, Nanoseconds from, Nanoseconds to);
 
+    /// Notes that there was no connection.
+    /// \param from, to  on the monotonic clock
+    void addOutage(Nanoseconds from, Nanoseconds to);
+
     /// Writes the queued messages.
     /// \param reason  a trigger from outside, for the user; empty for none
     /// \return false if it fails, after printing the reason

@@ -25,6 +25,7 @@ constexpr std::string_view kSequence = R"(","sequence":)";
 constexpr std::string_view kGroup = R"(,"group":)";
 constexpr std::string_view kPayload = R"(,"payload":)";
 constexpr std::string_view kMissed = R"(","missed":)";
+constexpr std::string_view kOutage = R"(,"outage":true)";
 constexpr std::string_view kMissedFrom = R"(,"from":)";
 constexpr std::string_view kMissedTo = R"(,"to":)";
 /// Times that leave room to add any two of them.
@@ -172,10 +173,16 @@ void appendMessage(std::string& text, const RecordedMessage& message)
 {
     text.append(kTime);
     append(text, message.time);
-    text.append(kChannel).append(message.channel);
-    if (message.missed != 0) {
-        text.append(kMissed);
-        append(text, message.missed);
+    if (message.outage) {
+        text.append(kOutage);
+    } else {
+        text.append(kChannel).append(message.channel);
+    }
+    if (message.isNote()) {
+        if (!message.outage) {
+            text.append(kMissed);
+            append(text, message.missed);
+        }
         text.append(kMissedFrom);
         append(text, message.missedFrom);
         text.append(kMissedTo);
@@ -218,7 +225,15 @@ bool RecordingLineReader::readOtherForm(std::string_view line, RecordedMessage& 
     message = {};
     const JsonTree tree = parseJson(std::string(line), error);
     const cJSON* const channel = cJSON_GetObjectItemCaseSensitive(tree.get(), "channel");
-    if (!numberOf(tree.get(), "ns", kMinTime, message.time) || !cJSON_IsString(channel)) {
+    if (!numberOf(tree.get(), "ns", kMinTime, message.time)) {
+        return false;
+    }
+    message.outage = cJSON_IsTrue(cJSON_GetObjectItemCaseSensitive(tree.get(), "outage")) != 0;
+    if (message.outage) {
+        return numberOf(tree.get(), "from", kMinTime, message.missedFrom) &&
+               numberOf(tree.get(), "to", kMinTime, message.missedTo);
+    }
+    if (!cJSON_IsString(channel)) {
         return false;
     }
     m_channel = channel->valuestring;

@@ -21,7 +21,7 @@ struct RecordingHeader
     int part = 1;                      ///< number of the file within one run, from 1
 };
 
-/// One message as it arrived, or a note that messages were missed.
+/// One message as it arrived, or a note that messages were missed or that the connection was lost.
 struct RecordedMessage
 {
     Nanoseconds time = 0; ///< arrival, ns since RecordingHeader::started, monotonic
@@ -31,9 +31,13 @@ struct RecordedMessage
     std::string_view group = {}; ///< of a weld converted from CSV: the value of its --group column
 
     std::uint64_t missed =
-        0; ///< if not 0: so many messages on \p channel are missing, and there is no payload
+        0;               ///< if not 0: so many messages on \p channel are missing, and there is no payload
+    bool outage = false; ///< if true: there was no connection, so anything may be missing
     Nanoseconds missedFrom = 0; ///< they are missing between this time ...
     Nanoseconds missedTo = 0;   ///< ... and this one, both as \p time
+
+    /// \return whether it is a note, without payload
+    bool isNote() const { return missed != 0 || outage; }
 };
 
 /// \return the line, with its newline

@@ -65,6 +65,11 @@ void RecordingSummary::countGaps(int sequence)
 
 void RecordingSummary::add(const RecordedMessage& message)
 {
+    if (message.outage) {
+        ++m_outages;
+        m_outageTime = addSaturated(m_outageTime, subtractSaturated(message.missedTo, message.missedFrom));
+        return;
+    }
     if (message.missed == 0) {
         if (m_total.count != 0) {
             countGaps(message.sequence);
@@ -92,6 +97,10 @@ std::string RecordingSummary::text(const File& file) const
             printNumber(m_channels.size(), "channel") + ", " + printCount(rate(m_total)) + "/s\n";
     if (m_total.missed != 0) {
         text += "missed    " + printNumber(m_total.missed, "record") + "\n";
+    }
+    if (m_outages != 0) {
+        text += "outages   " + std::to_string(m_outages) + ", without a connection for " +
+                printSpan(m_outageTime) + "\n";
     }
     text += "sequence  ";
     text += m_gaps == 0 ? "without gaps"
@@ -137,6 +146,7 @@ JsonTree RecordingSummary::json(const File& file) const
     addNumber(tree.get(), "seconds", inSeconds(span()));
     addNumber(tree.get(), "records", m_total.count);
     addNumber(tree.get(), "missed", m_total.missed);
+    addNumber(tree.get(), "outages", m_outages);
     addNumber(tree.get(), "rate", rate(m_total));
     addNumber(tree.get(), "sequenceGaps", m_gaps);
     addNumber(tree.get(), "sequencesMissing", m_missing);

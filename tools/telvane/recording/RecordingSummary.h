@@ -47,6 +47,8 @@ private:
     std::map<std::string, Channel, std::less<>> m_channels;
     Channel m_total;
     int m_lastSequence = 0;
+    std::uint64_t m_outages = 0;
+    Nanoseconds m_outageTime = 0;
     std::uint64_t m_gaps = 0;
     std::uint64_t m_missing = 0; ///< sequence numbers that no message has
     std::uint64_t m_restarts = 0;

@@ -35,7 +35,7 @@ std::uint64_t countRecords(std::string_view lines)
     while (!lines.empty()) {
         const std::string_view line = lines.substr(0, lines.find('\n'));
         lines.remove_prefix(line.size() + 1);
-        count += reader.read(line, message) && message.missed == 0 ? 1 : 0;
+        count += reader.read(line, message) && !message.isNote() ? 1 : 0;
     }
     return count;
 }
@@ -139,7 +139,7 @@ bool RecordingWriter::add(std::string_view line, const RecordedMessage& message)
     }
     m_pending.append(line);
     m_fileBytes += line.size();
-    m_pendingRecords += message.missed == 0 ? 1 : 0;
+    m_pendingRecords += !message.isNote() ? 1 : 0;
     m_missed += message.missed;
     return m_pending.size() < kMaxPending || write();
 }

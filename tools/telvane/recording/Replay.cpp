@@ -52,7 +52,7 @@ int Replay::pass(Pacer& pacer, ProgressBar& bar)
     RecordedMessage message;
     bool begun = false;
     while (!m_session.stopping() && input.next(message)) {
-        if (message.missed != 0 || !matchesAnyPattern(m_settings.only, message.channel)) {
+        if (message.isNote() || !matchesAnyPattern(m_settings.only, message.channel)) {
             continue;
         }
         if (!begun) {
