@@ -20,6 +20,7 @@ namespace TelvaneArchive
 void addFollowCommand(TelvaneTool::CommandLine& line);
 void addImportCommand(TelvaneTool::CommandLine& line);
 void addRetainCommand(TelvaneTool::CommandLine& line);
+void addJudgeCommand(TelvaneTool::CommandLine& line);
 
 /// What all commands that write share.
 struct WriterOptions

@@ -18,6 +18,7 @@ int main(int argc, char** argv)
     TelvaneArchive::addFollowCommand(line);
     TelvaneArchive::addImportCommand(line);
     TelvaneArchive::addRetainCommand(line);
+    TelvaneArchive::addJudgeCommand(line);
 
     std::vector<const char*> arguments(argv, argv + argc);
     if (argc > 1 && argv[1][0] != '-' && !line.hasCommand(argv[1])) {

@@ -114,6 +114,22 @@ public:
     /// \param now  ns since the Unix epoch
     Status retain(const Retention& retention, std::int64_t now, Retained& retained);
 
+    /// What the judge found; see ArchiveReader::Finding.
+    struct Finding
+    {
+        std::string level;
+        std::string metric;
+        double value = 0.0;
+        double low = 0.0;
+        double high = 0.0;
+        double fromSeconds = 0.0;
+        double toSeconds = 0.0;
+        std::string reference;
+    };
+    /// Stores a verdict in place of an earlier one.
+    Status storeVerdict(std::int64_t id, const std::string& verdict, const std::vector<Finding>& findings,
+                        std::int64_t now);
+
     /// Deletes welds with all that belongs to them.
     Status deleteWelds(const std::vector<std::int64_t>& ids);
 

@@ -1,0 +1,25 @@
+#include "archive/store/ArchiveStore.h"
+
+namespace TelvaneArchive
+{
+
+Status ArchiveStore::storeVerdict(std::int64_t id, const std::string& verdict,
+                                  const std::vector<Finding>& findings, std::int64_t now)
+{
+    Transaction transaction(*m_database);
+    Status status = transaction.begun();
+    status = status ? m_database->run("UPDATE weld SET verdict = $1 WHERE id = $2", {verdict, id}) : status;
+    status = status ? m_database->run("DELETE FROM finding WHERE weld_id = $1", {id}) : status;
+    for (const Finding& finding : findings) {
+        status =
+            status ? m_database->run(
+                         "INSERT INTO finding (weld_id, judged_ns, level, metric, value, low, high, from_s, "
+                         "to_s, reference) VALUES ($1, $2, $3, $4, $5, $6, $7, $8, $9, $10)",
+                         {id, now, finding.level, finding.metric, finding.value, finding.low, finding.high,
+                          finding.fromSeconds, finding.toSeconds, finding.reference})
+                   : status;
+    }
+    return status ? transaction.commit() : status;
+}
+
+} // namespace TelvaneArchive

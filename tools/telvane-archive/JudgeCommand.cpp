@@ -1,0 +1,205 @@
+#include "Commands.h"
+#include "archive/judge/Judge.h"
+#include "common/cli/CommandLine.h"
+#include "common/cli/ExitCodes.h"
+#include "common/cli/Messages.h"
+#include "common/support/HumanReadable.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <memory>
+
+namespace TelvaneArchive
+{
+
+namespace
+{
+
+constexpr int kWarning = 10;
+constexpr int kNotOk = 11;
+
+struct Options
+{
+    std::string database;
+    std::string reference;
+    std::string where;
+    std::vector<std::string> limits;
+    JudgeSettings settings;
+    bool leaveOneOut = false;
+    bool dryRun = false;
+};
+
+using WeldIds = std::vector<std::int64_t>;
+
+/// \return the welds that match; prints what is wrong
+bool findWelds(ArchiveReader& reader, const char* option, const std::string& where, WeldIds& ids)
+{
+    ArchiveReader::Query query;
+    std::string error;
+    if (!where.empty() && !readWhere(where, query.filter, error)) {
+        TelvaneTool::printError(std::string(option) + ": " + error);
+        return false;
+    }
+    query.filter.add(Column::Ending, Condition::Comparison::NotEqual, std::string("running"));
+    query.limit = ArchiveReader::kMaxList;
+    query.ascending = true;
+    std::vector<Weld> welds;
+    if (const Status status = reader.list(query, welds); !status) {
+        TelvaneTool::printError(status.text);
+        return false;
+    }
+    for (const Weld& weld : welds) {
+        ids.push_back(weld.id);
+    }
+    return true;
+}
+
+/// Reads METRIC=LOW..HIGH.
+bool readLimit(const std::string& text, Judge& judge)
+{
+    const std::size_t equals = text.find('=');
+    const std::size_t dots = text.find("..", equals == std::string::npos ? 0 : equals);
+    const auto metric = findColumn(text.substr(0, equals));
+    if (equals == std::string::npos || dots == std::string::npos || !metric || !isMetric(*metric)) {
+        return false;
+    }
+    const std::string low = text.substr(equals + 1, dots - equals - 1);
+    const std::string high = text.substr(dots + 2);
+    char* lowEnd = nullptr;
+    char* highEnd = nullptr;
+    judge.addLimit(*metric, std::strtod(low.c_str(), &lowEnd), std::strtod(high.c_str(), &highEnd));
+    return !low.empty() && !high.empty() && *lowEnd == '\0' && *highEnd == '\0';
+}
+
+std::string printVerdict(std::int64_t id, const Judge::Verdict& verdict)
+{
+    std::string text = "weld " + std::to_string(id) + ": " + verdict.level + "\n";
+    for (const ArchiveReader::Finding& finding : verdict.findings) {
+        text += TelvaneTool::formatted("  %s: %s is %.6g, limits %.6g to %.6g", finding.level.c_str(),
+                                       finding.metric.c_str(), finding.value, finding.low, finding.high);
+        if (finding.toSeconds > 0.0) {
+            text += TelvaneTool::formatted(", from %.2f to %.2f s", finding.fromSeconds, finding.toSeconds);
+        }
+        text += " (" + finding.reference + ")\n";
+    }
+    return text;
+}
+
+Status storeVerdict(ArchiveStore& store, std::int64_t id, const Judge::Verdict& verdict)
+{
+    std::vector<ArchiveStore::Finding> findings;
+    for (const ArchiveReader::Finding& finding : verdict.findings) {
+        findings.push_back({finding.level, finding.metric, finding.value, finding.low, finding.high,
+                            finding.fromSeconds, finding.toSeconds, finding.reference});
+    }
+    return store.storeVerdict(id, verdict.level, findings, TelvaneTool::realTimeNow());
+}
+
+int judge(const Options& options)
+{
+    Judge absolute(options.settings);
+    for (const std::string& limit : options.limits) {
+        if (!readLimit(limit, absolute)) {
+            TelvaneTool::printError("--limit: \"" + limit + "\" is not METRIC=LOW..HIGH");
+            return TelvaneTool::kWrongUsage;
+        }
+    }
+    Status status;
+    std::unique_ptr<ArchiveStore> store;
+    if (!options.dryRun) {
+        store = ArchiveStore::open(options.database, {}, status);
+    }
+    const auto reader = status ? ArchiveReader::open(options.database, status) : nullptr;
+    if (!reader) {
+        return reportStatus(options.database, status);
+    }
+    WeldIds references;
+    WeldIds judged;
+    if ((!options.reference.empty() && !findWelds(*reader, "--reference", options.reference, references)) ||
+        !findWelds(*reader, "--where", options.leaveOneOut ? options.reference : options.where, judged)) {
+        return TelvaneTool::kWrongUsage;
+    }
+    if (options.limits.empty() && references.size() < 4) {
+        TelvaneTool::printError("limits can be learned from four welds or more, --reference matches " +
+                                std::to_string(references.size()));
+        return TelvaneTool::kWrongInput;
+    }
+    std::map<std::int64_t, WeldFeatures> features;
+    const auto read = [&](std::int64_t id) {
+        if (status && features.count(id) == 0) {
+            status = readFeatures(*reader, id, options.settings, features[id]);
+        }
+    };
+    std::for_each(references.begin(), references.end(), read);
+    int worst = TelvaneTool::kSuccess;
+    for (const std::int64_t id : judged) {
+        read(id);
+        if (!status) {
+            return reportStatus(options.database, status);
+        }
+        Judge one = absolute;
+        for (const std::int64_t reference : references) {
+            if (reference != id) { // no weld is its own reference
+                one.addReference(features[reference]);
+            }
+        }
+        const Judge::Verdict verdict = one.judge(features[id]);
+        const int result = verdict.level == "not_ok" ? kNotOk : verdict.level == "warning" ? kWarning : 0;
+        worst = std::max(worst, result);
+        status = store ? storeVerdict(*store, id, verdict) : status;
+        if (const int written = TelvaneTool::writeResult(printVerdict(id, verdict)); written != 0) {
+            return written;
+        }
+        if (references.empty() || std::find(references.begin(), references.end(), id) == references.end()) {
+            features.erase(id);
+        }
+    }
+    return status ? worst : reportStatus(options.database, status);
+}
+
+} // namespace
+
+void addJudgeCommand(TelvaneTool::CommandLine& line)
+{
+    auto options = std::make_shared<Options>();
+    TelvaneTool::Command command(line, "judge",
+                                 "Judge welds by limits, learned or given, and store the verdicts");
+    command.option("--database", options->database, "SQLite file of the archive").required().typeName("FILE");
+    command.option("--where", options->where, "Welds to judge (default: all)").typeName("CONDITION");
+    command
+        .option("--reference", options->reference,
+                "Good welds to learn limits from, four or more; none judges itself")
+        .typeName("CONDITION");
+    command
+        .option("--limit", options->limits,
+                "Limits of a metric in the main phase, such as mean_amps=170..190; repeatable")
+        .repeatable()
+        .typeName("METRIC=LOW..HIGH");
+    command.flag("--leave-one-out", options->leaveOneOut, "Judge each reference by the others")
+        .needs("--reference")
+        .excludes("--where");
+    command.flag("--dry-run", options->dryRun, "Store nothing");
+    const char* const group = "How";
+    JudgeSettings& settings = options->settings;
+    const auto add = [&](const char* name, double& target, const char* what, double min, double max) {
+        command.option(name, target, what).group(group).within(min, max).showDefault();
+    };
+    add("--skip-start", settings.skipStart, "Ignition, not judged (s); at most a fifth of the weld", 0.0,
+        1e4);
+    add("--skip-end", settings.skipEnd, "Crater fill, not judged (s); at most a fifth of the weld", 0.0, 1e4);
+    add("--alarms", settings.alarms, "Probability that a good weld is not_ok", 1e-9, 0.5);
+    add("--warnings", settings.warnings, "Probability that a good weld gets a warning", 1e-9, 0.5);
+    add("--floor", settings.floor, "Least half width of learned limits, relative to the mean", 0.0, 10.0);
+    add("--least", settings.least, "Time outside that counts in the course (s)", 0.0, 1e4);
+    command.examples(
+        "# learn from the welds of a part that were inspected, judge today's\n"
+        "telvane archive judge --database welds.db --reference \"part_number = 'A-17' and wps = 'good'\" \\\n"
+        "    --where \"part_number = 'A-17' and verdict is empty\"\n"
+        "# how many of the references would fail?\n"
+        "telvane archive judge --database welds.db --reference \"program = 7\" --leave-one-out --dry-run\n"
+        "# exit code 0: all OK, 10: a warning, 11: not OK\n"
+        "telvane archive judge --database welds.db --limit mean_amps=170..190\n");
+    command.run([options] { return judge(*options); });
+}
+
+} // namespace TelvaneArchive
