@@ -30,7 +30,7 @@ std::string csvField(const Value& value)
     if (std::holds_alternative<double>(value)) {
         return TelvaneTool::formatted("%.17g", numberOf(value));
     }
-    const std::string text = printValue(value);
+    std::string text = printValue(value);
     if (text.find_first_of(",\"\r\n") == std::string::npos) {
         return text;
     }

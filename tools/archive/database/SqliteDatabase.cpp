@@ -73,7 +73,7 @@ public:
                 rows->push_back(readRow(statement));
             }
         }
-        const Status status = result == SQLITE_DONE ? Status() : lastError(result);
+        Status status = result == SQLITE_DONE ? Status() : lastError(result);
         sqlite3_reset(statement);
         sqlite3_clear_bindings(statement);
         return status;

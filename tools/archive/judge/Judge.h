@@ -50,7 +50,7 @@ public:
         std::vector<ArchiveReader::Finding> findings;
     };
 
-    explicit Judge(JudgeSettings settings = {}) : m_settings(settings) {}
+    explicit Judge(const JudgeSettings& settings = {}) : m_settings(settings) {}
 
     /// Adds a reference. At least three are needed to learn limits.
     void addReference(WeldFeatures features) { m_references.push_back(std::move(features)); }

@@ -26,7 +26,7 @@ constexpr std::string_view kMagic = "TVC1";
 constexpr std::size_t kChecksumEnd = 12;
 constexpr int kLevel = 3;
 constexpr unsigned kMaxDecimals = 6;
-constexpr std::size_t kMaxRaw = kMaxChunkSamples * (3 * 10 + kChannels * 10) + 64;
+constexpr std::size_t kMaxRaw = kMaxChunkSamples * (std::size_t{3} + kChannels) * 10U + 64U;
 
 enum class Form : unsigned char
 {

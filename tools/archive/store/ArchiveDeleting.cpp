@@ -119,6 +119,7 @@ Status ArchiveStore::retain(const Retention& retention, std::int64_t now, Retain
             "OR verdict <> 'not_ok')",
             {now - retention.rowsAge}, &rows);
         std::vector<std::int64_t> ids;
+        ids.reserve(rows.size());
         for (const Row& row : rows) {
             ids.push_back(wholeOf(row[0]));
         }

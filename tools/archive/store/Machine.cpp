@@ -42,7 +42,7 @@ std::int64_t utcOffset(std::int64_t nanoseconds)
 
 std::string newUid()
 {
-    const std::string uid = firstLine("/proc/sys/kernel/random/uuid");
+    std::string uid = firstLine("/proc/sys/kernel/random/uuid");
     if (!uid.empty()) {
         return uid;
     }
