@@ -1,4 +1,4 @@
-#include "serve/MetricsPage.h"
+#include "common/bus/MetricsPage.h"
 
 #include <gtest/gtest.h>
 

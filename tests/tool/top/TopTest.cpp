@@ -1,6 +1,6 @@
 // The table of telvane top, from what a server tells to the text.
 
-#include "top/TopModel.h"
+#include "common/bus/TopModel.h"
 #include "top/TopView.h"
 
 #include "common/cli/Terminal.h"

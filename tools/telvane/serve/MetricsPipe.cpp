@@ -6,7 +6,7 @@
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
 #include "common/support/FileDescriptor.h"
-#include "serve/MetricsPage.h"
+#include "common/bus/MetricsPage.h"
 
 #include <cerrno>
 #include <cstring>

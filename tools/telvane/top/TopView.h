@@ -1,6 +1,6 @@
 #pragma once
 
-#include "top/TopModel.h"
+#include "common/bus/TopModel.h"
 
 namespace TelvaneTool
 {

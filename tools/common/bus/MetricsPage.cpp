@@ -1,7 +1,6 @@
-// OpenMetrics text: families of samples, each with a type and a description. A family must be complete before the next
-// one begins. The reason for a missed relay has a metric of its own: a counter whose labels change starts again at 0.
+// The reason for a missed relay has a metric of its own: a counter whose labels change starts again at 0.
 
-#include "serve/MetricsPage.h"
+#include "common/bus/MetricsPage.h"
 
 #include <cstring>
 #include <set>
@@ -16,62 +15,9 @@ using Telvane::EventServerChannelStatus;
 using Telvane::EventServerClientStatus;
 using Telvane::EventServerStatistics;
 using Telvane::EventServerSubscriptionStatus;
+using Labels = OpenMetrics::Labels;
 
-/// The labels of a sample.
-class Labels
-{
-public:
-    Labels() = default;
-    Labels& add(const char* name, std::string_view value)
-    {
-        m_text.append(m_text.empty() ? "" : ",").append(name).append("=\"");
-        m_text.append(escapedLabel(value)).append("\"");
-        return *this;
-    }
-    template <class Number>
-    Labels& number(const char* name, Number value)
-    {
-        return add(name, std::to_string(value));
-    }
-    std::string text() const { return m_text.empty() ? m_text : "{" + m_text + "}"; }
-
-private:
-    std::string m_text;
-};
-
-/// Writes families of samples.
-class Page
-{
-public:
-    void counter(const char* name, const char* help) { begin(name, "counter", "_total", help); }
-    void gauge(const char* name, const char* help) { begin(name, "gauge", "", help); }
-    void info(const char* name, const char* help) { begin(name, "info", "_info", help); }
-
-    void sample(std::uint64_t value, const Labels& labels = {})
-    {
-        m_text += m_sample + labels.text() + " " + std::to_string(value) + "\n";
-    }
-
-    std::string end() { return std::move(m_text.append("# EOF")); }
-
-private:
-    void begin(const char* name, const char* kind, const char* suffix, const char* help)
-    {
-        constexpr std::string_view kBytes = "_bytes"; // the only unit; the family's name ends with it
-        const std::string family = std::string("telvane_") + name;
-        m_text += "# TYPE " + family + " " + kind + "\n";
-        if (family.size() > kBytes.size() && family.substr(family.size() - kBytes.size()) == kBytes) {
-            m_text += "# UNIT " + family + " bytes\n";
-        }
-        m_text += "# HELP " + family + " " + help + "\n";
-        m_sample = family + suffix;
-    }
-
-    std::string m_text;
-    std::string m_sample;
-};
-
-void writeServer(Page& page, const EventServerStatistics& statistics, std::size_t clients,
+void writeServer(OpenMetrics& page, const EventServerStatistics& statistics, std::size_t clients,
                  std::size_t channels)
 {
     std::set<std::string_view> families;
@@ -93,7 +39,7 @@ void writeServer(Page& page, const EventServerStatistics& statistics, std::size_
     page.sample(channels);
 }
 
-void writeChannels(Page& page, const std::vector<EventServerChannelStatus>& channels)
+void writeChannels(OpenMetrics& page, const std::vector<EventServerChannelStatus>& channels)
 {
     const auto all = [&](auto member) {
         for (const EventServerChannelStatus& channel : channels) {
@@ -121,7 +67,7 @@ Labels labelsOf(const EventServerClientStatus& client, const EventServerSubscrip
     return labelsOf(client).add("channel", subscription.channel);
 }
 
-void writeClients(Page& page, const std::vector<EventServerClientStatus>& clients)
+void writeClients(OpenMetrics& page, const std::vector<EventServerClientStatus>& clients)
 {
     page.gauge("client_unread_bytes",
                "Data sent to a client and not yet read, including the kernel's overhead.");
@@ -152,21 +98,6 @@ void writeClients(Page& page, const std::vector<EventServerClientStatus>& client
 
 } // namespace
 
-std::string escapedLabel(std::string_view value)
-{
-    std::string text;
-    for (const char c : value) {
-        if (c == '\n') {
-            text += "\\n";
-        } else if (c == '"' || c == '\\') {
-            text.append(1, '\\').append(1, c);
-        } else {
-            text += c;
-        }
-    }
-    return text;
-}
-
 std::string relayErrorName(int result)
 {
     if (result >= 0) {
@@ -176,14 +107,20 @@ std::string relayErrorName(int result)
     return name != nullptr ? name : std::to_string(-result);
 }
 
+void writeBusMetrics(OpenMetrics& page, const std::vector<EventServerChannelStatus>& channels,
+                     const std::vector<EventServerClientStatus>& clients)
+{
+    writeChannels(page, channels);
+    writeClients(page, clients);
+}
+
 std::string metricsPage(const EventServerStatistics& statistics,
                         const std::vector<EventServerChannelStatus>& channels,
                         const std::vector<EventServerClientStatus>& clients)
 {
-    Page page;
+    OpenMetrics page;
     writeServer(page, statistics, clients.size(), channels.size());
-    writeChannels(page, channels);
-    writeClients(page, clients);
+    writeBusMetrics(page, channels, clients);
     return page.end();
 }
 

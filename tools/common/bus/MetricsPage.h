@@ -1,9 +1,10 @@
 #pragma once
 
+#include "common/support/OpenMetrics.h"
+
 #include <Telvane/EventServer.h>
 
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace TelvaneTool
@@ -17,8 +18,9 @@ std::string metricsPage(const Telvane::EventServerStatistics& statistics,
                         const std::vector<Telvane::EventServerClientStatus>& clients);
 /// @}
 
-/// \return the value of a label, escaped for use between quotes
-std::string escapedLabel(std::string_view value);
+/// Adds the channels and clients of a server.
+void writeBusMetrics(OpenMetrics& page, const std::vector<Telvane::EventServerChannelStatus>& channels,
+                     const std::vector<Telvane::EventServerClientStatus>& clients);
 
 /// \return the name of a relay's error, such as "EAGAIN"; "short" if only a part was sent
 std::string relayErrorName(int result);

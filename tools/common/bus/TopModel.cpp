@@ -1,4 +1,4 @@
-#include "top/TopModel.h"
+#include "common/bus/TopModel.h"
 
 #include "common/bus/RecordCheck.h"
 #include "common/support/Json.h"
