@@ -1,5 +1,5 @@
-# Five Debian packages: the library, the files for building against it, the Python package, the tool with its units, and
-# the archive of welds, which needs databases.
+# Debian packages: the library, the files for building against it, the Python package, the tool with its units, and one for
+# each further program that is built.
 # scripts/package configures the build with Debian's paths.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME telvane)
@@ -17,6 +17,9 @@ set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_COMPONENTS_ALL runtime development tools python)
 if(TELVANE_BUILD_ARCHIVE)
   list(APPEND CPACK_COMPONENTS_ALL archive)
+endif()
+if(TARGET telvane-web)
+  list(APPEND CPACK_COMPONENTS_ALL web)
 endif()
 
 # Dependencies are found in the binaries, except those between these packages.
@@ -78,6 +81,17 @@ set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/de
 set(CPACK_COMPONENT_PYTHON_DESCRIPTION "message bus and records for arc-welding equipment (Python 3)
 Typed records, a blocking and an asyncio bus that reconnect, fixtures for
 pytest, and recordings as pandas frames.")
+
+set(CPACK_DEBIAN_WEB_PACKAGE_NAME telvane-web)
+set(CPACK_DEBIAN_WEB_PACKAGE_SECTION web)
+set(CPACK_DEBIAN_WEB_PACKAGE_DEPENDS "${CPACK_DEBIAN_RUNTIME_PACKAGE_NAME} (= ${package_version}), adduser")
+set(CPACK_DEBIAN_WEB_PACKAGE_RECOMMENDS telvane-tools)
+set(CPACK_DEBIAN_WEB_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/debian/web/postinst
+  ${PROJECT_SOURCE_DIR}/packaging/debian/web/prerm ${PROJECT_SOURCE_DIR}/packaging/debian/web/postrm)
+set(CPACK_COMPONENT_WEB_DESCRIPTION "page with welds and the bus of arc-welding equipment
+Serves a page from the module itself: the weld in progress, the channels,
+clients and errors of the Telvane message bus, and metrics for Prometheus.
+With it comes a unit for systemd, which serves the page once it is enabled.")
 
 # Each package contains a changelog and a copyright file.
 foreach(component IN LISTS CPACK_COMPONENTS_ALL)

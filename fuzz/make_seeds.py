@@ -349,6 +349,25 @@ def dictionary(catalogue):
     return ("\n".join(lines + [entry(word) for word in words]) + "\n").encode("utf-8")
 
 
+def web_request_seeds():
+    """Requests that the web server answers, and some that it refuses."""
+    def request(line, *headers, body=""):
+        return "\r\n".join([line, *headers, "", body]).encode()
+
+    return {
+        "page": request("GET / HTTP/1.1", "Host: localhost"),
+        "stream": request("GET /api/events?columns=512&run=1&last=7 HTTP/1.1", "Host: localhost:8320", "Last-Event-ID: 3"),
+        "metrics": request("GET /metrics HTTP/1.1", "Host: [::1]:8320",
+                           "Accept: application/openmetrics-text;version=1.0.0,text/plain;q=0.5"),
+        "pipeline": request("GET /api/record?channel=Weld%20Trace%00 HTTP/1.1", "Host: cell4.local")
+        + request("GET /uplot.js HTTP/1.1", "Host: localhost", "Accept-Encoding: gzip;q=0, br", 'If-None-Match: "x"'),
+        "chunked": request("POST /api/bus HTTP/1.1", "Host: localhost", "Transfer-Encoding: chunked", body="5\r\nhello\r\n0\r\n\r\n"),
+        "rebinding": request("GET /../../etc/passwd HTTP/1.1", "Host: evil.example"),
+        "lengths": request("HEAD /app.js HTTP/1.0", "Host: 127.0.0.1", "Connection: keep-alive", "Content-Length: 5",
+                           "Content-Length: 6", body="hello"),
+    }
+
+
 def all_files():
     """The content of every file, by its path."""
     catalogue = Catalogue()
@@ -356,7 +375,8 @@ def all_files():
              "PrintedRelay": printed_seeds(catalogue),
              "ClientDispatch": client_seeds(catalogue), "DateTime": time_seeds(), "NumberText": number_seeds(),
              "Publication": publication_seeds(catalogue), "RelayReading": relay_reading_seeds(catalogue),
-             "ToolRecord": tool_record_seeds(catalogue), "ToolRecording": tool_recording_seeds()}
+             "ToolRecord": tool_record_seeds(catalogue), "ToolRecording": tool_recording_seeds(),
+             "WebRequest": web_request_seeds()}
     files = {HERE / "records.dict": dictionary(catalogue)}
     for target, contents in seeds.items():
         for name, content in contents.items():

@@ -9,7 +9,7 @@ telvane_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 # The compiler, the build tools, and the libraries that the project is compiled against.
 # docs/dependencies.md gives the reason for each.
 telvane_build_packages=(g++ cmake ninja-build pkg-config libcjson-dev uuid-dev libcli11-dev zlib1g-dev libzstd-dev
-    libsqlite3-dev libpq-dev libgtest-dev libgmock-dev python3)
+    libsqlite3-dev libpq-dev libmicrohttpd-dev libgtest-dev libgmock-dev python3)
 
 # Clang with the sanitizer runtimes and libFuzzer. The symboliser of llvm turns the addresses in a report into
 # function names and lines.
@@ -21,6 +21,10 @@ telvane_clang_packages=(clang libclang-rt-dev llvm)
 # shellcheck disable=SC2034 # used by the scripts that source this file
 telvane_python_packages=(python3-pytest python3-pytest-xdist mypy flake8 python3-pandas python3-matplotlib zstd
     python3-psycopg2 postgresql pypy3 python3-exceptiongroup python3-tomli)
+
+# The tests of telvane-web in a browser, and a Prometheus that scrapes it.
+# shellcheck disable=SC2034 # used by the scripts that source this file
+telvane_web_packages=(chromium chromium-driver python3-selenium prometheus)
 
 telvane_say() {
     printf '%s: %s\n' "${0##*/}" "$*" >&2
@@ -121,6 +125,10 @@ telvane_setup_build() {
         targets=(--target "${@:2}")
     fi
     telvane_need_packages "${telvane_build_packages[@]}"
+    # Debian's npm conflicts with the one that comes with other builds of Node.js.
+    if ! command -v npm >/dev/null; then
+        telvane_need_packages npm
+    fi
 
     cd "$telvane_root" || exit
     local directory=$telvane_root/build/$preset

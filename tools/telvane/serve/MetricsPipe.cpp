@@ -3,10 +3,10 @@
 
 #include "serve/MetricsPipe.h"
 
+#include "common/bus/MetricsPage.h"
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
 #include "common/support/FileDescriptor.h"
-#include "common/bus/MetricsPage.h"
 
 #include <cerrno>
 #include <cstring>

@@ -1,0 +1,157 @@
+// The whole way from the bus to the pages, with pages that read and one that does not.
+
+#include "helpers/ProcessTestSupport.h"
+#include "web/WebServerFixture.h"
+
+#include <Telvane/DeviceRecords.h>
+#include <Telvane/EventServer.h>
+
+#include <gmock/gmock.h>
+
+#include <atomic>
+#include <deque>
+#include <thread>
+
+namespace TelvaneTool
+{
+namespace
+{
+
+using testing::HasSubstr;
+
+constexpr const char* kStreamRequest = "GET /api/events HTTP/1.1\r\nHost: localhost\r\n\r\n";
+
+/// A server of the bus that starts before the web server and ends after it.
+struct BusServer
+{
+    BusServer()
+    {
+        // A loaded machine may stop the web server for longer than the kernel's default buffer holds.
+        server.SetSubscriberSendBuffer(1024 * 1024);
+        EXPECT_EQ(server.Start(path), 0);
+    }
+
+    Telvane::Testing::TemporaryDirectory directory;
+    std::string path = directory.path("bus");
+    Telvane::EventServer server;
+};
+
+class WebStream : private BusServer, public Testing::WebServerFixture
+{
+protected:
+    WebStream() : WebServerFixture(BusServer::path) {}
+
+    Telvane::EventServer& busServer() { return server; }
+    const std::string& busPath() const { return path; }
+    std::uint64_t samplesSeen()
+    {
+        return m_bus.withLive([](const LiveWeld& live) { return live.samples(); });
+    }
+    /// Like pump(), with the real time.
+    template <class Condition>
+    bool pumpInRealTime(Condition condition)
+    {
+        return pump([&] {
+            m_now = std::max(m_now, monotonicNow());
+            return condition();
+        });
+    }
+};
+
+TEST_F(WebStream, ShowsThatTheBusIsConnected)
+{
+    ASSERT_TRUE(pump([this] { return m_bus.connected(); }));
+    Client client(*this);
+    client.send(kStreamRequest);
+    EXPECT_TRUE(client.await(R"("bus":{"connected":true)"));
+}
+
+TEST_F(WebStream, ReportsTheChannelsOfTheBusAndTheirRecords)
+{
+    ASSERT_TRUE(pump([this] { return m_bus.connected(); }));
+    EXPECT_THAT(bodyOf(get("/api/bus")), HasSubstr(R"("known":false)"))
+        << "only telvane serve reports its status";
+    EXPECT_THAT(statusOf(get("/api/record?channel=WeldTraceData")), HasSubstr("404"));
+}
+
+TEST_F(WebStream, FiftyPagesWithOneStoppedCostTheBusNothing)
+{
+    ASSERT_TRUE(pump([this] { return m_bus.connected(); }));
+    std::deque<Client> pages;
+    for (int i = 0; i < 50; ++i) {
+        // The first one never reads again.
+        pages.emplace_back(*this, i == 0 ? 4096 : 0).send(kStreamRequest);
+        ASSERT_TRUE(pages.back().await("event: state")) << i;
+    }
+
+    constexpr int kSamples = 4000;
+    constexpr int kAhead = 300; // so that a slow machine makes the test slower, and not fail
+    std::atomic<std::uint64_t> seen{0};
+    std::atomic<bool> given{false};
+    std::thread publisher([&] {
+        Telvane::Bus bus(busPath());
+        bus.waitConnected(std::chrono::seconds(30));
+        Telvane::WeldTriggerStart start;
+        start.samplePeriodus = 500;
+        bus.publish(start);
+        Telvane::WeldTraceData sample;
+        for (int i = 0; i < kSamples && !given; ++i) {
+            while (static_cast<std::uint64_t>(i) > seen + kAhead && !given) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            }
+            sample.sequence = i;
+            sample.data.amps = 100.0 + i % 97;
+            bus.publish(sample);
+        }
+        bus.publish(Telvane::WeldTriggerEnd());
+    });
+    const auto ended = [&] {
+        return m_bus.withLive([](const LiveWeld& live) { return live.state() == LiveWeld::State::Ended; });
+    };
+    EXPECT_TRUE(pumpInRealTime([&] {
+        seen = samplesSeen();
+        for (std::size_t i = 1; i < pages.size(); ++i) {
+            pages[i].read();
+        }
+        return ended();
+    }));
+    given = true;
+    publisher.join();
+    EXPECT_EQ(samplesSeen(), static_cast<std::uint64_t>(kSamples));
+    EXPECT_EQ(busServer().Statistics().relaysFailed, 0U);
+    for (std::size_t i = 1; i < pages.size(); ++i) {
+        EXPECT_TRUE(pages[i].await(R"("state":"ended")")) << i;
+    }
+}
+
+TEST_F(WebStream, DisconnectsAPageThatNeverReadsAndKeepsTheOthers)
+{
+    ASSERT_TRUE(pump([this] { return m_bus.connected(); }));
+    Client stopped(*this, 2048);
+    stopped.send(kStreamRequest);
+    ASSERT_TRUE(stopped.await("event: state"));
+    Client reading(*this);
+    reading.send(kStreamRequest);
+    ASSERT_TRUE(reading.await("event: state"));
+
+    // Errors fill the socket of the page that does not read, faster than samples would.
+    Telvane::Bus publisher(busPath());
+    ASSERT_FALSE(publisher.waitConnected(std::chrono::seconds(30)));
+    Telvane::TelvaneError error;
+    error.Message = std::string(1900, 'x');
+    bool told = false;
+    EXPECT_TRUE(pump([&] {
+        publisher.publish(error);
+        m_now += kSecond / 10;
+        reading.read();
+        told = told || reading.text().find("thinned") != std::string::npos;
+        return m_server.statistics().slowStreams == 1;
+    }));
+    EXPECT_FALSE(told) << "the page that reads is not thinned out";
+    EXPECT_TRUE(pump([&] { return m_server.statistics().openStreams == 1; }));
+    EXPECT_TRUE(stopped.awaitClose());
+    EXPECT_EQ(busServer().Statistics().relaysFailed, 0U);
+}
+
+} // namespace
+} // namespace TelvaneTool

@@ -1,0 +1,297 @@
+"""The page in a real browser: what is drawn, what is said, and what happens when something breaks."""
+import csv
+import signal
+import statistics
+import urllib.request
+
+import pytest
+from selenium.webdriver.common.by import By
+from selenium.webdriver.common.keys import Keys
+from selenium.webdriver.support.ui import Select
+
+SPIKE, SPIKE_AT = 777.0, 700
+MARKUP = '<img src=x onerror="window.pwned=1"><script>window.pwned=1</script>'
+
+
+def write_weld(path, samples=1200):
+    """A weld with one sample far above the others. Returns current and voltage."""
+    rows = [(150.0 + 10 * (number % 7), 20.0 + number % 5) for number in range(samples)]
+    rows[SPIKE_AT] = (SPIKE, rows[SPIKE_AT][1])
+    with open(path, "w", newline="") as file:
+        csv.writer(file).writerows([("amps", "volts"), *rows])
+    return rows
+
+
+def publish_weld(cell, *options):
+    rows = write_weld(cell.directory / "weld.csv")
+    cell.weld("--csv", cell.directory / "weld.csv", "--amps", "amps", "--volts", "volts", "--period-us", "500", *options)
+    return rows
+
+
+def test_a_weld_is_drawn_sample_for_sample(page, cell):
+    page.open()
+    page.wait_for_state("none")
+    assert page.text("state-word") == "No weld"
+    rows = publish_weld(cell)
+    page.wait_for_state("ended")
+    page.wait(lambda: page.model("m.values && m.values.samples") == len(rows))
+
+    level, size, period = page.model("[m.level, m.size, m.period]")
+    assert period == 0.0005
+    width = 2 ** level
+    assert size == -(-len(rows) // width)
+    columns = page.model("[0, 1].map((q) => [m.count, m.min[q], m.mean[q], m.max[q]].map((a) => Array.from(a.slice(0, m.size))))")
+    for quantity in (0, 1):
+        for index in range(size):
+            values = [row[quantity] for row in rows[index * width:(index + 1) * width]]
+            count, low, mean, high = (column[index] for column in columns[quantity])
+            assert (count, low, high) == (len(values), min(values), max(values)), index
+            assert mean == pytest.approx(statistics.fmean(values), rel=1e-6), index
+
+    energy = sum(amps * volts for amps, volts in rows) * period
+    assert page.model("m.values.energy") == pytest.approx(energy, rel=1e-5)
+    assert page.js("return document.querySelector('#tile-energy .figure').textContent") == f"{energy / 1000:.1f}"
+    assert "Mean current" in page.text("metrics")
+
+    # The pixels: the area reaches the one high sample, and nothing is drawn beside it.
+    page.wait(lambda: page.js("return telvaneView.charts.amps.plot?.data[0].length") == size)
+    coloured = """
+        const plot = telvaneView.charts.amps.plot, context = plot.ctx;
+        const x = Math.round(plot.valToPos(plot.data[0][arguments[0]], 'x', true));
+        const y = Math.round(plot.valToPos(arguments[1], 'y', true));
+        const pixel = [...context.getImageData(x - 1, y, 3, 1).data];
+        const orange = (i) => pixel[4 * i + 3] > 0 && pixel[4 * i] > pixel[4 * i + 2] + 40;
+        return orange(0) || orange(1) || orange(2)"""
+    spike = SPIKE_AT // width
+    assert page.js(coloured, spike, 500.0)
+    assert not page.js(coloured, spike + 10, 500.0)
+    assert page.js(coloured, spike + 10, 180.0)
+    assert page.console() == []
+
+
+def test_set_points_and_units_come_from_the_weld(page, cell):
+    page.open()
+    cell.publish("WeldTriggerStart", "--as", "WeldTriggerStart", "--set", "tag=12", "--set", "settings.CommandVoltage.Unit=V",
+                 "--set", "settings.CommandVoltage.Value=24.5", "--set", "data.amps=A", "--set", "data.volts=V", "--set", "data.wfs=m/min")
+    page.wait_for_state("arc")
+    page.wait(lambda: "24.50 V" in page.text("tile-volts"))
+    assert "m/min" in page.text("tile-wfs")
+    assert page.js("return document.getElementById('tile-gas').hidden"), "gas is not measured"
+    assert "Weld 12" in page.text("state-detail")
+    page.wait_for_state("silent")  # no samples arrive
+    assert page.text("state-word") == "No samples"
+
+
+def test_texts_of_the_bus_are_only_ever_text(page, cell):
+    page.open("/#errors")
+    cell.publish("TelvaneError", "--as", "TelvaneError", "--set", f"Message={MARKUP}")
+    cell.publish("ErrorLogType", "--as", "ErrorLogType", "--set", f"message={MARKUP}", "--set", f"code={MARKUP}")
+    cell.publish("WeldTriggerStart", "--as", "WeldTriggerStart", "--set", f"FeederSide={MARKUP}", "--set", f"data.amps={MARKUP}",
+                 "--set", f"settings.CommandVoltage.Unit={MARKUP}", "--set", "settings.CommandVoltage.Value=1")
+    page.wait(lambda: page.text("errors-list").count(MARKUP) == 3)
+    page.js("location.hash = 'live'")
+    cut = MARKUP[:40]  # the server sends no longer units
+    page.wait(lambda: cut in page.text("tile-amps") and cut in page.text("tile-volts"))
+    cell.publish("WeldTriggerEnd", "--as", "WeldTriggerEnd", "--set", f"metrics.AverageVoltage.Unit={MARKUP}")
+    page.wait(lambda: MARKUP in page.text("state-detail") and cut in page.text("metrics"))
+    page.js("location.hash = 'bus'")
+    page.wait(lambda: "TelvaneError" in page.text("channels"))
+    page.js("[...document.querySelectorAll('button.channel')].find((b) => b.textContent === 'TelvaneError').click()")
+    page.wait(lambda: "no record since" in page.text("record-head"))
+
+    def record_is_shown():
+        cell.publish("TelvaneError", "--as", "TelvaneError", "--set", f"Message={MARKUP}")
+        return MARKUP in page.text("record")
+    page.wait(record_is_shown)
+    page.browser.find_element(By.ID, "catalogue-filter").send_keys(MARKUP)
+    page.wait(lambda: page.text("catalogue-count").startswith("0 of"))
+    assert page.js("return window.pwned") is None
+    assert page.js("return document.querySelectorAll('main img, main script, main iframe').length") == 0
+    assert page.console() == []
+
+
+def test_a_lost_connection_is_shown_and_found_again(page, cell):
+    page.open()
+    publish_weld(cell, "--speed", "20")
+    page.wait_for_state("ended")
+    cell.web.stop(signal.SIGKILL)
+    page.wait_for_state("lost")
+    assert page.text("state-word") == "No connection"
+    assert "since" in page.text("state-detail")
+    assert page.js("return document.body.classList.contains('old')"), "old values never look live"
+    cell.start_web()
+    page.wait_for_state("none")  # a new server has seen no weld
+    publish_weld(cell, "--speed", "20")
+    page.wait_for_state("ended")
+
+    # A server that hangs says nothing; only the watchdog notices.
+    cell.web.process.send_signal(signal.SIGSTOP)
+    page.wait_for_state("lost")
+    cell.web.process.send_signal(signal.SIGCONT)
+    page.wait_for_state("ended")
+    assert page.model("m.values.samples") == 1200
+
+    cell.server.stop()
+    page.wait_for_state("noBus")
+    assert page.js("return document.body.classList.contains('old')")
+    cell.start_server()
+    page.wait_for_state("ended")
+
+
+def test_both_languages_are_whole(page, cell):
+    page.open()
+    page.wait_for_state("none")
+    choose = Select(page.browser.find_element(By.ID, "language"))
+    choose.select_by_value("de")
+    page.wait(lambda: page.text("state-word") == "Keine Schweißung")
+    assert page.js("return document.documentElement.lang") == "de"
+    assert "Strom" in page.text("tiles")
+    page.browser.refresh()
+    page.wait(lambda: page.text("state-word") == "Keine Schweißung")
+    # Numbers follow the language, and no text is missing in either.
+    assert page.js("return import('/language.js').then((m) => m.number(1234.5, 1))") == "1.234,5"
+    for language in ("en", "de"):
+        texts = page.js(f"return fetch('/language/{language}.json').then((answer) => answer.json())")
+        other = page.js(f"return fetch('/language/{'de' if language == 'en' else 'en'}.json').then((answer) => answer.json())")
+        assert texts.keys() == other.keys()
+        assert all(texts.values())
+        assert {key for key in texts if texts[key].count("{") != other[key].count("{")} == set()
+    Select(page.browser.find_element(By.ID, "language")).select_by_value("en")
+    page.wait(lambda: page.text("state-word") == "No weld")
+
+
+@pytest.mark.parametrize("theme", ["light", "dark"])
+def test_the_page_is_accessible(page, cell, axe, theme):
+    page.open()
+    publish_weld(cell, "--speed", "20")
+    page.wait_for_state("ended")
+    cell.publish("TelvaneError", "--as", "TelvaneError", "--set", "Message=gas is low")
+    page.js("document.documentElement.dataset.theme = arguments[0]; document.getElementById('numbers').open = true", theme)
+    # The checker is not part of the page, whose policy lets nothing be added: the driver runs it.
+    page.js(axe + "; window.axe = axe")
+    for view, waited in (("live", "metrics"), ("bus", "channels"), ("errors", "errors-list")):
+        page.js("location.hash = arguments[0]", view)
+        page.wait(lambda: page.text(waited))
+        if view == "bus":
+            page.browser.find_element(By.CSS_SELECTOR, "button.channel").click()
+        # The colours are all that differs between the themes.
+        rules = ["wcag2a", "wcag2aa", "wcag21a", "wcag21aa", "wcag22aa", "best-practice"] if theme == "light" else ["color-contrast"]
+        found = page.browser.execute_async_script(
+            f"axe.run({{runOnly: {rules}}})"
+            ".then((result) => arguments[0](result.violations.map((v) => [v.id, v.nodes.map((n) => n.html + n.failureSummary)])))")
+        assert found == [], (view, theme)
+    for state in ("none", "arc", "silent", "ended", "lost", "noBus"):
+        page.js("document.getElementById('state').dataset.state = arguments[0]", state)
+        assert page.browser.execute_async_script(
+            "axe.run('#state', {runOnly: ['color-contrast']}).then((result) => arguments[0](result.violations.length))") == 0, state
+
+
+def test_seven_tabs_share_one_stream(page, cell):
+    page.open()
+    first = page.browser.current_window_handle
+    for _ in range(6):
+        page.browser.switch_to.new_window("tab")
+        page.open()
+        page.wait_for_state("none")
+    publish_weld(cell, "--speed", "20")
+    page.wait_for_state("ended")
+    with urllib.request.urlopen(f"{cell.url}/metrics", timeout=30) as answer:
+        assert "\ntelvane_web_pages 1\n" in answer.read().decode()
+    for handle in page.browser.window_handles:
+        page.browser.switch_to.window(handle)
+        page.wait_for_state("ended")
+        if handle != first:
+            page.browser.close()
+    page.browser.switch_to.window(first)
+
+
+def test_the_bus_is_shown_as_telvane_top_shows_it(page, cell):
+    page.open("/#bus")
+    page.wait(lambda: "WeldTriggerEnd" in page.text("channels"))
+    page.js("[...document.querySelectorAll('button.channel')].find((b) => b.textContent === 'WeldTriggerEnd').click()")
+    page.wait(lambda: "WeldTriggerEnd: no record" in page.text("record-head"))
+    rows = []
+
+    def record_is_shown():
+        rows[:] = publish_weld(cell, "--speed", "20")
+        return "AverageVoltage" in page.text("record")
+    page.wait(record_is_shown)
+    page.wait(lambda: " V" in page.js("return [...document.querySelectorAll('#record tr')].find((r) => r.textContent.startsWith('AverageVoltage')).textContent"))
+    page.wait(lambda: "telvane serve" in page.text("clients"))
+    page.browser.find_element(By.ID, "channel-filter").send_keys("trace")
+    page.wait(lambda: page.js("return document.querySelectorAll('#channels tbody tr').length") == 1)
+    page.browser.find_element(By.ID, "catalogue-filter").send_keys("weldmetrics totalenergy")
+    page.wait(lambda: page.text("catalogue-count") == "1 of 84 classes")
+    assert "UnitValuePair" in page.text("catalogue")
+
+
+def test_the_chart_is_read_with_the_keyboard(page, cell):
+    page.open()
+    publish_weld(cell, "--speed", "20")
+    page.wait_for_state("ended")
+    page.wait(lambda: page.js("return telvaneView.charts.amps.plot?.data[0].length") == page.model("m.size"))
+    plot = page.browser.find_element(By.CSS_SELECTOR, "#chart-amps .plot")
+    page.wait(lambda: "777" in plot.get_attribute("aria-label"))
+    plot.send_keys(Keys.HOME)
+    for _ in range(3):
+        plot.send_keys(Keys.ARROW_RIGHT)
+    shown = page.js("return document.querySelector('#chart-amps .readout').textContent")
+    time, low, high = page.model("[3 * 2 ** m.level * m.period, m.min[0][3], m.max[0][3]]")
+    assert shown.startswith(f"at {time:.3f} s") and f"({low:.0f} to {high:.0f})" in shown
+
+
+def test_the_page_fits_a_phone_a_zoomed_window_and_paper(page, cell):
+    page.open()
+    publish_weld(cell, "--speed", "20")
+    page.wait_for_state("ended")
+    for width in (360, 700, 2560):
+        page.browser.execute_cdp_cmd("Emulation.setDeviceMetricsOverride",
+                                     {"width": width, "height": 800, "deviceScaleFactor": 2, "mobile": width < 500})
+        for view in ("live", "bus", "errors"):
+            page.js("location.hash = arguments[0]", view)
+            page.wait(lambda: not page.js(f"return document.getElementById('view-{view}').hidden"))
+            page.wait(lambda: page.js("return document.documentElement.scrollWidth <= innerWidth"), f"{view} in {width} pixels")
+    page.browser.execute_cdp_cmd("Emulation.clearDeviceMetricsOverride", {})
+    page.browser.execute_cdp_cmd("Emulation.setEmulatedMedia", {"media": "print"})
+    assert page.js("return getComputedStyle(document.querySelector('header')).display") == "none"
+    page.browser.execute_cdp_cmd("Emulation.setEmulatedMedia", {"media": ""})
+
+
+def test_a_day_of_welds_takes_no_more_memory(page, cell):
+    page.open()
+    page.wait_for_state("none")
+    # As many updates as a day of short welds brings, as fast as the page can take and draw them.
+    run = """
+        const done = arguments[arguments.length - 1], m = telvaneModel;
+        const column = [16, ...Array(5).fill([100, 150, 200]).flat()];
+        const state = structuredClone(m.state);
+        let weld = arguments[0];
+        const values = () => ({weld, time: 1, amps: 150, volts: 20, wfs: 1, gas: 1, power: 1, energy: 1, samples: 1, missed: 0});
+        for (const end = weld + 600; weld < end; ++weld) {
+          m.apply('state', {...state, state: 'arc', weld: {number: weld, tag: weld, period: 0.0005}});
+          for (let from = 0; from < 1024; from += 128) {
+            m.apply('columns', {weld, level: 4, from, columns: Array(128).fill(column), values: values()});
+          }
+          m.apply('fault', {id: 1000 + weld, time: 0, channel: 'x', code: '', text: 'x'.repeat(500)});
+          if (weld % 20 === 0) { telvaneView.draw(); }
+        }
+        setTimeout(done, 0);"""
+    page.browser.execute_async_script(run, 1000)
+    page.browser.execute_cdp_cmd("HeapProfiler.collectGarbage", {})
+    before = page.js("return performance.memory.usedJSHeapSize")
+    page.browser.execute_async_script(run, 2000)
+    page.browser.execute_cdp_cmd("HeapProfiler.collectGarbage", {})
+    after = page.js("return performance.memory.usedJSHeapSize")
+    assert after - before < 1_000_000
+
+
+def test_the_page_asks_only_its_own_server(page, cell):
+    page.open()
+    page.wait_for_state("none")
+    names = page.js("return performance.getEntriesByType('resource').map((entry) => entry.name)")
+    assert len(names) > 8
+    assert [name for name in names if not name.startswith(cell.url + "/")] == []
+    # Nothing can be added to the page, not even by a script of its own.
+    page.js("try { document.body.innerHTML = '<p>x</p>'; window.added = 1; } catch { window.refused = 1; }")
+    assert page.js("return window.refused") == 1
+    page.browser.get_log("browser")

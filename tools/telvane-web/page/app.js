@@ -1,0 +1,134 @@
+// Starts the page, and draws at most once per frame.
+import {BusView} from "/bus.js";
+import {$, element, setText} from "/dom.js";
+import {clock, loadLanguage, moment, number, t} from "/language.js";
+import {LiveView} from "/live.js";
+import {Model} from "/model.js";
+import {connect} from "/stream.js";
+
+const kViews = ["live", "bus", "errors"];
+const model = new Model();
+const meter = {updates: 0, perSecond: 0, draw: 0, since: performance.now()};
+let live, bus, view = "live", waiting = false;
+
+function setting(name, value) {
+  try {
+    return value === undefined ? localStorage.getItem(name) : localStorage.setItem(name, value);
+  } catch {
+    return null; // the browser keeps nothing for this page
+  }
+}
+
+function drawErrors() {
+  const list = $("errors-list");
+  const newest = model.faults.at(-1)?.id ?? 0;
+  const key = `${newest}|${model.faults.length}|${document.documentElement.lang}`;
+  $("no-errors").hidden = model.faults.length > 0;
+  $("error-count").hidden = model.faults.length === 0;
+  setText($("error-count"), String(model.faults.length));
+  if (list.dataset.key !== key) {
+    list.dataset.key = key;
+    list.replaceChildren(...model.faults.toReversed().map((fault) => element("li", {},
+      element("time", {datetime: new Date(fault.time).toISOString()}, moment(fault.time)),
+      element("span", {class: "source"}, fault.code ? `${fault.channel} · ${t("code", {code: fault.code})}` : fault.channel),
+      element("span", {class: "message"}, fault.text))));
+  }
+}
+
+function drawDiagnostics() {
+  if (!$("diagnostics").parentElement.open) {
+    return;
+  }
+  const heap = performance.memory?.usedJSHeapSize;
+  const items = {version: model.hello?.version ?? "", bus: model.hello?.bus ?? "", frame: `${number(meter.draw, 1)} ms`,
+    updates: `${number(meter.perSecond, 0)}/s`, columns: String(model.size), samples: number(model.values?.samples ?? 0, 0),
+    pace: t(`d.${model.pace}`), ...(heap ? {heap: `${number(heap / 1e6, 1)} MB`} : {})};
+  $("diagnostics").replaceChildren(...Object.entries(items).map(([key, value]) =>
+    element("div", {}, element("dt", {}, t(`d.${key}`)), element("dd", {}, value))));
+}
+
+function draw() {
+  waiting = false;
+  const begin = performance.now();
+  const link = model.link.link;
+  $("link").dataset.link = link;
+  setText($("link"), link === "lost" ? `${t("link.lost")} ${clock(model.link.since)}` : t(`link.${link}`));
+  if (view === "live") {
+    live.draw();
+  }
+  drawErrors();
+  meter.draw = performance.now() - begin;
+}
+
+function schedule() {
+  if (!waiting) {
+    waiting = true;
+    requestAnimationFrame(draw);
+  }
+}
+
+function onEvent(type) {
+  meter.updates += type === "columns" ? 1 : 0;
+  schedule();
+}
+
+function showView() {
+  const wanted = location.hash.slice(1);
+  if (wanted === "main") {
+    return;
+  }
+  view = kViews.includes(wanted) ? wanted : "live";
+  for (const name of kViews) {
+    $(`view-${name}`).hidden = name !== view;
+    const anchor = document.querySelector(`nav a[href="#${name}"]`);
+    name === view ? anchor.setAttribute("aria-current", "page") : anchor.removeAttribute("aria-current");
+  }
+  bus.show(view === "bus");
+  schedule();
+}
+
+function setTheme(theme) {
+  if (theme) {
+    document.documentElement.dataset.theme = theme;
+  }
+  live?.restyle();
+}
+
+async function setLanguage(name) {
+  $("language").value = await loadLanguage(name);
+  bus?.draw();
+  schedule();
+}
+
+async function start() {
+  setTheme(setting("theme"));
+  await setLanguage(setting("language"));
+  live = new LiveView(model);
+  bus = new BusView(model);
+  Object.assign(window, {telvaneModel: model, telvaneView: live}); // for bug reports and tests
+  $("language").addEventListener("change", (event) => {
+    setting("language", event.target.value);
+    setLanguage(event.target.value);
+  });
+  $("theme").addEventListener("click", () => {
+    const dark = document.documentElement.dataset.theme ?? (matchMedia("(prefers-color-scheme: dark)").matches ? "dark" : "light");
+    const theme = dark === "dark" ? "light" : "dark";
+    setting("theme", theme);
+    setTheme(theme);
+    schedule();
+  });
+  matchMedia("(prefers-color-scheme: dark)").addEventListener("change", () => live.restyle());
+  addEventListener("hashchange", showView);
+  $("numbers").addEventListener("toggle", schedule);
+  setInterval(() => {
+    const now = performance.now();
+    meter.perSecond = meter.updates * 1000 / (now - meter.since);
+    meter.updates = 0;
+    meter.since = now;
+    drawDiagnostics();
+  }, 1000);
+  showView();
+  connect(model, onEvent);
+}
+
+start();
