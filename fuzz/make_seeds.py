@@ -336,6 +336,48 @@ def tool_recording_seeds():
     }
 
 
+def tool_recording_lines_seeds(catalogue):
+    """The lines of recordings: welds in order, overlapping, cut off and with extreme numbers, and notes."""
+    def filled(name, **changes):
+        record = catalogue.filled(name)
+        record.update(changes)
+        return record
+
+    def line(channel, payload, time=0, sequence=1, **more):
+        return compact({"ns": time, "channel": channel, "sequence": sequence, **more, "payload": payload})
+
+    def start(tag, serial=0, stamp=1700000000000, **more):
+        return line("WeldTriggerStart", filled("WeldTriggerStart", tag=tag, timestamp=f"/Date({stamp})/",
+                                               samplePeriodus=10000, messageSerial=serial), **more)
+
+    def sample(number, serial=0, stamp=1700000000000):
+        return line("WeldTraceData", filled("WeldTraceData", sequence=number, timestamp=f"/Date({stamp + 10 * number})/",
+                                            messageSerial=serial))
+
+    def end(tag, serial=0):
+        return line("WeldTriggerEnd", filled("WeldTriggerEnd", tag=tag, timestamp="/Date(1700000001000)/",
+                                             messageSerial=serial))
+
+    def lines(*all_lines):
+        return b"".join(each + b"\n" for each in all_lines)
+
+    note = compact({"ns": 9, "channel": "WeldTraceData", "missed": 5, "from": 1, "to": 8})
+    return {
+        "weld": lines(start(1), sample(0), sample(1), end(1)),
+        "overlap": lines(start(1, 1), sample(0, 2), start(2, 50), sample(1, 3), sample(0, 51), end(1, 4), sample(1, 52),
+                         end(2, 53)),
+        "gap": lines(start(1), sample(0), note, sample(7), end(2)),
+        "group": lines(start(1, group="a \"1\""), sample(0)),
+        "extremes": lines(start(2147483647, stamp=9223372036854775807), sample(2147483647, 2147483647),
+                          sample(0, -2147483648, -9223372036854775000), line("A", {}, 4 * 10**18, -2147483648),
+                          line("A", {}, -4 * 10**18, 2147483647),
+                          compact({"ns": 0, "channel": "A", "missed": 2**62, "from": -4 * 10**18, "to": 4 * 10**18})),
+        "rewritten": b'{ "payload" : {"a": 1.50}, "sequence": 3, "channel": "A", "ns": 5, "other": [] }\n',
+        "damaged": lines(b"rubbish", b'{"ns":1}', start(1)[:60], sample(0)) + end(1)[:-5],
+        "empty": b"",
+    }
+
+
 def dictionary(catalogue):
     def entry(token):
         return '"' + "".join(
@@ -376,6 +418,7 @@ def all_files():
              "ClientDispatch": client_seeds(catalogue), "DateTime": time_seeds(), "NumberText": number_seeds(),
              "Publication": publication_seeds(catalogue), "RelayReading": relay_reading_seeds(catalogue),
              "ToolRecord": tool_record_seeds(catalogue), "ToolRecording": tool_recording_seeds(),
+             "ToolRecordingLines": tool_recording_lines_seeds(catalogue),
              "WebRequest": web_request_seeds()}
     files = {HERE / "records.dict": dictionary(catalogue)}
     for target, contents in seeds.items():

@@ -90,29 +90,27 @@ void MissTracker::takeAnswer(const std::string& payload, int sequence)
     m_unconfirmed = 0;
 }
 
-/// Called with the lock held. In a container, the process ID that the server sees can be another one: then the
-/// client with the right subscriptions is this one, if there is only one.
+/// Called with the lock held. In a container, the server may see another process ID: then the client with these
+/// subscriptions is this one, if there is only one.
 const ClientStatus* MissTracker::findSelf() const
 {
     const ClientStatus* found = nullptr;
+    std::size_t count = 0;
     for (const ClientStatus& client : m_answer.items()) {
-        if (client.process == getpid()) {
-            return &client;
-        }
-        const auto& subscriptions = client.subscriptions;
-        const bool hasAll =
-            std::all_of(m_channels.begin(), m_channels.end(), [&](const std::string& channel) {
-                return std::any_of(subscriptions.begin(), subscriptions.end(),
-                                   [&](const auto& subscription) { return subscription.channel == channel; });
-            });
-        if (hasAll && subscriptions.size() > 1) {
-            if (found != nullptr) {
-                return nullptr;
+        const auto isSubscribed = [&client](const std::string& channel) {
+            return std::any_of(
+                client.subscriptions.begin(), client.subscriptions.end(),
+                [&channel](const auto& subscription) { return subscription.channel == channel; });
+        };
+        if (isSubscribed(kClientsStatus) && std::all_of(m_channels.begin(), m_channels.end(), isSubscribed)) {
+            if (client.process == getpid()) {
+                return &client;
             }
             found = &client;
+            ++count;
         }
     }
-    return found;
+    return count == 1 ? found : nullptr;
 }
 
 void MissTracker::ask()

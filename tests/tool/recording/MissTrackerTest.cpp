@@ -1,0 +1,90 @@
+#include "recording/MissTracker.h"
+
+#include "common/bus/DecodedRecord.h"
+#include "common/bus/RecordBuilder.h"
+#include "tool/fixtures/ToolBusFixture.h"
+
+#include <map>
+#include <mutex>
+
+namespace TelvaneTool
+{
+namespace
+{
+
+using MissTrackerTest = ToolBusFixture;
+
+TEST_F(MissTrackerTest, ReportsMessagesThatTheServerCouldNotDeliver)
+{
+    std::map<std::string, std::uint64_t> missed;
+    std::mutex lock;
+    MissTracker tracker(
+        m_connection, [&](const std::string& channel, std::uint64_t count, Nanoseconds from, Nanoseconds to) {
+            EXPECT_LE(from, to);
+            const std::lock_guard<std::mutex> guard(lock);
+            missed[channel] += count;
+        });
+    ASSERT_EQ(tracker.start(), kSuccess);
+    std::uint64_t received = 0;
+    std::mutex gate;
+    std::unique_lock<std::mutex> closed(gate);
+    ASSERT_EQ(m_connection.subscribe("LogData", DecodedRecord(nullptr),
+                                     [&](void*, Telvane::TelvaneDataTypeBase*, int sequence, void*) {
+                                         const std::lock_guard<std::mutex> wait(gate);
+                                         tracker.arrived("LogData", sequence);
+                                         ++received;
+                                     }),
+              kSuccess);
+    constexpr std::uint64_t kCount = 2000;
+    RawRecord record;
+    for (std::uint64_t i = 0; i < kCount; ++i) {
+        ASSERT_EQ(m_other.Publish("LogData", record), 0);
+    }
+    const auto missedByServer = [this] {
+        std::uint64_t count = 0;
+        for (const auto& channel : m_server.Channels()) {
+            count += channel.name == "LogData" ? channel.missed : 0;
+        }
+        return count;
+    };
+    const auto published = [this] {
+        std::uint64_t count = 0;
+        for (const auto& channel : m_server.Channels()) {
+            count += channel.name == "LogData" ? channel.publications : 0;
+        }
+        return count;
+    };
+    const Nanoseconds deadline = monotonicNow() + kTestTimeout;
+    while (published() < kCount && monotonicNow() < deadline) {
+        m_connection.sleepUntil(monotonicNow() + kMillisecond);
+    }
+    closed.unlock();
+    const auto complete = [&] {
+        const std::lock_guard<std::mutex> guard(lock);
+        return missed["LogData"] == missedByServer() && missedByServer() != 0;
+    };
+    while (!complete() && monotonicNow() < deadline) {
+        tracker.finish();
+    }
+    EXPECT_TRUE(complete());
+    EXPECT_FALSE(tracker.uncertain());
+    m_connection.finish(kSuccess);
+    EXPECT_EQ(received + missed["LogData"], kCount);
+}
+
+TEST_F(MissTrackerTest, ReportsNothingWithoutMisses)
+{
+    bool called = false;
+    MissTracker tracker(m_connection, [&called](const std::string&, std::uint64_t, Nanoseconds, Nanoseconds) {
+        called = true;
+    });
+    ASSERT_EQ(tracker.start(), kSuccess);
+    tracker.follow();
+    tracker.finish();
+    m_connection.finish(kSuccess); // before the tracker is destroyed
+    EXPECT_FALSE(called);
+    EXPECT_FALSE(tracker.uncertain());
+}
+
+} // namespace
+} // namespace TelvaneTool

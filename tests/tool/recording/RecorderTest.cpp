@@ -1,0 +1,260 @@
+#include "recording/Recorder.h"
+
+#include "helpers/ToolTestFiles.h"
+#include "recording/RecordingReader.h"
+
+#include <csignal>
+#include <gmock/gmock.h>
+#include <sys/resource.h>
+#include <thread>
+
+namespace TelvaneTool
+{
+namespace
+{
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+struct Content
+{
+    std::vector<std::string> payloads;
+    std::map<std::string, std::uint64_t> missed;
+    std::uint64_t tornBytes = 0;
+};
+
+Content contentOf(const std::string& path)
+{
+    Content content;
+    RecordingReader reader;
+    EXPECT_TRUE(reader.open(path));
+    RecordedMessage message;
+    while (reader.next(message)) {
+        if (message.missed != 0) {
+            content.missed[std::string(message.channel)] += message.missed;
+        } else {
+            content.payloads.emplace_back(message.payload);
+        }
+    }
+    content.tornBytes = reader.tornBytes();
+    EXPECT_EQ(reader.damagedLines(), 0U);
+    return content;
+}
+
+class RecorderTest : public testing::Test
+{
+protected:
+    Recorder::Settings settings(const char* name = "a.jsonl") const
+    {
+        Recorder::Settings settings;
+        settings.output.path = m_directory.path(name);
+        return settings;
+    }
+
+    Recorder::Settings triggered(Nanoseconds after) const
+    {
+        Recorder::Settings settings = this->settings();
+        settings.output.numbered = true;
+        settings.keep = 3600 * kSecond;
+        settings.maxKept = 1'000'000;
+        settings.trigger = "Fault";
+        settings.after = after;
+        return settings;
+    }
+
+    std::string path(const char* name) const { return m_directory.path(name); }
+
+    TestDirectory m_directory;
+    const RecordingHeader m_header = {kSecond, "/run/bus", {}, 1};
+};
+
+TEST_F(RecorderTest, WritesWhatItHasTaken)
+{
+    Recorder recorder(settings(), m_header);
+    ASSERT_TRUE(recorder.open());
+    recorder.take("A", 1, "{\"a\":1}");
+    recorder.take("B", 2, "{\"b\":2}");
+    EXPECT_TRUE(recorder.finish());
+    EXPECT_THAT(contentOf(path("a.jsonl")).payloads, ElementsAre("{\"a\":1}", "{\"b\":2}"));
+    EXPECT_EQ(recorder.writer().records(), 2U);
+}
+
+TEST_F(RecorderTest, TakesNoMoreThanRequested)
+{
+    Recorder::Settings limited = settings();
+    limited.count = 2;
+    Recorder recorder(limited, m_header);
+    ASSERT_TRUE(recorder.open());
+    recorder.take("A", 1, "{}");
+    EXPECT_FALSE(recorder.complete());
+    recorder.take("A", 2, "{}");
+    recorder.take("A", 3, "{}");
+    EXPECT_TRUE(recorder.complete());
+    EXPECT_TRUE(recorder.finish());
+    EXPECT_EQ(recorder.writer().records(), 2U);
+}
+
+TEST_F(RecorderTest, NotesWhatDoesNotFitIntoTheQueue)
+{
+    Recorder::Settings small = settings();
+    small.maxQueued = 150;
+    Recorder recorder(small, m_header);
+    ASSERT_TRUE(recorder.open());
+    for (int i = 0; i < 10; ++i) {
+        recorder.take(i % 2 == 0 ? "A" : "B", i, "{}");
+    }
+    ASSERT_TRUE(recorder.write());
+    recorder.take("A", 10, "{}");
+    EXPECT_TRUE(recorder.finish());
+    const Content content = contentOf(path("a.jsonl"));
+    std::uint64_t missed = 0;
+    for (const auto& [channel, count] : content.missed) {
+        missed += count;
+    }
+    EXPECT_EQ(content.payloads.size() + missed, 11U);
+    EXPECT_GT(content.missed.at("A"), 0U);
+    EXPECT_GT(content.missed.at("B"), 0U);
+    EXPECT_EQ(recorder.missed(), content.missed);
+    EXPECT_EQ(recorder.writer().missed(), missed);
+}
+
+TEST_F(RecorderTest, NotesWhatTheServerReports)
+{
+    Recorder recorder(settings(), m_header);
+    ASSERT_TRUE(recorder.open());
+    const Nanoseconds now = monotonicNow();
+    recorder.addMissed("A", 5, now, now);
+    EXPECT_TRUE(recorder.finish());
+    EXPECT_EQ(contentOf(path("a.jsonl")).missed.at("A"), 5U);
+}
+
+TEST_F(RecorderTest, KeepsRecordsUntilATrigger)
+{
+    Recorder recorder(triggered(0), m_header);
+    testing::internal::CaptureStderr();
+    ASSERT_TRUE(recorder.open());
+    recorder.take("A", 1, "{}");
+    ASSERT_TRUE(recorder.write());
+    EXPECT_FALSE(std::filesystem::exists(path("a-0001.jsonl")));
+    recorder.take("Fault", 2, "{}");
+    ASSERT_TRUE(recorder.write());
+    ASSERT_TRUE(recorder.finish());
+    EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                AllOf(HasSubstr("saving the buffered records: Fault 2"), HasSubstr("saved ")));
+    EXPECT_EQ(contentOf(path("a-0001.jsonl")).payloads.size(), 2U);
+}
+
+TEST_F(RecorderTest, ExtendsTheTimeAfterATriggerByAnotherTrigger)
+{
+    constexpr Nanoseconds kAfter = 200 * kMillisecond;
+    Recorder recorder(triggered(kAfter), m_header);
+    testing::internal::CaptureStderr();
+    recorder.take("Fault", 1, "{}");
+    ASSERT_TRUE(recorder.write());
+    const Nanoseconds first = monotonicNow();
+    std::this_thread::sleep_for(std::chrono::nanoseconds(kAfter / 2));
+    recorder.take("Fault", 2, "{}");
+    ASSERT_TRUE(recorder.write());
+    std::this_thread::sleep_for(std::chrono::nanoseconds(first + kAfter + kMillisecond - monotonicNow()));
+    ASSERT_TRUE(recorder.write());
+    // On a slow machine the extended time may be over as well, but then a new file has everything from the start.
+    recorder.take("A", 3, "{}");
+    ASSERT_TRUE(recorder.finish("the end"));
+    testing::internal::GetCapturedStderr();
+    const bool second = std::filesystem::exists(path("a-0002.jsonl"));
+    EXPECT_EQ(contentOf(path(second ? "a-0002.jsonl" : "a-0001.jsonl")).payloads.size(), 3U);
+}
+
+TEST_F(RecorderTest, SavesWhatItKeepsAtTheEndForAReason)
+{
+    testing::internal::CaptureStderr();
+    Recorder without(triggered(0), m_header);
+    without.take("A", 1, "{}");
+    EXPECT_TRUE(without.finish());
+    EXPECT_FALSE(std::filesystem::exists(path("a-0001.jsonl")));
+    Recorder empty(triggered(0), m_header);
+    EXPECT_TRUE(empty.finish("SIGTERM"));
+    EXPECT_FALSE(std::filesystem::exists(path("a-0001.jsonl")));
+    Recorder with(triggered(0), m_header);
+    with.take("A", 1, "{}");
+    EXPECT_TRUE(with.finish("SIGTERM"));
+    EXPECT_EQ(contentOf(path("a-0001.jsonl")).payloads.size(), 1U);
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("saving the buffered records: SIGTERM"));
+}
+
+TEST_F(RecorderTest, TakesWhileItWrites)
+{
+    constexpr int kCount = 20'000;
+    Recorder recorder(settings(), m_header);
+    ASSERT_TRUE(recorder.open());
+    std::thread receiver([&recorder] {
+        for (int i = 0; i < kCount; ++i) {
+            recorder.take("A", i % 65536, "{\"i\":" + std::to_string(i) + "}");
+        }
+    });
+    while (recorder.writer().records() < kCount / 2) {
+        ASSERT_TRUE(recorder.write());
+    }
+    receiver.join();
+    EXPECT_TRUE(recorder.finish());
+    const Content content = contentOf(path("a.jsonl"));
+    ASSERT_EQ(content.payloads.size(), std::size_t(kCount));
+    EXPECT_EQ(content.payloads.back(), "{\"i\":" + std::to_string(kCount - 1) + "}");
+}
+
+/// Limits the size of files for as long as it lives.
+class FileSizeLimit
+{
+public:
+    explicit FileSizeLimit(rlim_t bytes)
+    {
+        getrlimit(RLIMIT_FSIZE, &m_before);
+        const rlimit limit = {bytes, m_before.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &limit);
+        m_handler = std::signal(SIGXFSZ, SIG_IGN);
+    }
+    ~FileSizeLimit()
+    {
+        setrlimit(RLIMIT_FSIZE, &m_before);
+        std::signal(SIGXFSZ, m_handler);
+    }
+    FileSizeLimit(const FileSizeLimit&) = delete;
+    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+
+private:
+    rlimit m_before = {};
+    void (*m_handler)(int) = nullptr;
+};
+
+TEST_F(RecorderTest, LeavesWholeLinesInEveryFileWhenTheDiskIsFull)
+{
+    Recorder::Settings split = settings();
+    split.output.numbered = true;
+    split.output.splitSize = 1500;
+    const FileSizeLimit limit(2000);
+    Recorder recorder(split, m_header);
+    ASSERT_TRUE(recorder.open());
+    testing::internal::CaptureStderr();
+    for (int i = 0; i < 30; ++i) {
+        recorder.take("A", i, "{\"x\":\"0123456789\"}"); // fills the first file and some of the second
+    }
+    ASSERT_TRUE(recorder.write());
+    for (int i = 30; i < 32; ++i) {
+        recorder.take("A", i, "{\"x\":\"" + std::string(900, 'x') + "\"}"); // one more is too much for a file
+    }
+    recorder.take("A", 32, "{\"x\":\"" + std::string(1950, 'x') + "\"}");
+    EXPECT_FALSE(recorder.finish());
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("File too large"));
+    std::size_t records = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(path(""))) {
+        const Content content = contentOf(entry.path());
+        EXPECT_EQ(content.tornBytes, 0U) << entry.path();
+        records += content.payloads.size();
+    }
+    EXPECT_EQ(recorder.writer().records(), records);
+    EXPECT_GE(records, 30U);
+}
+
+} // namespace
+} // namespace TelvaneTool
