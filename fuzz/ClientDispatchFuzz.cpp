@@ -66,7 +66,7 @@ public:
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
 
-    void converse(const std::vector<std::string_view>& packets)
+    void exchange(const std::vector<std::string_view>& packets)
     {
         const EventClientStatistics before = m_client.Statistics();
         Expectation expected;
@@ -196,6 +196,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     std::vector<std::string_view> packets = packetsOf(textOf(data, size));
     // A packet without a byte is the end of the stream to a receiver.
     packets.erase(std::remove(packets.begin(), packets.end(), std::string_view()), packets.end());
-    connection.converse(packets);
+    connection.exchange(packets);
     return 0;
 }

@@ -57,7 +57,7 @@ public:
         do {
             received = recv(m_socket.get(), buffer.data(), buffer.size(), 0);
         } while (received < 0 && errno == EINTR);
-        require(received >= 0, "what is owed arrives");
+        require(received >= 0, "what is expected arrives");
         return {buffer.data(), static_cast<std::size_t>(received)};
     }
 

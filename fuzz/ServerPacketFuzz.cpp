@@ -1,9 +1,9 @@
 // The server against whatever a client can send.
 //
 // An input is a conversation: its packets, parted by the byte 0x1E, are sent on a real connection to a server
-// in this process. Everything the server sends back, to the sender and to a bystander that has subscribed to
+// in this process. Everything the server sends back, to the sender and to a observer that has subscribed to
 // one channel, is held byte for byte against a model of the bus that knows only the JSON library; and so are
-// the server's counters. At the end of a conversation the bystander publishes on every channel, and both
+// the server's counters. At the end of a conversation the observer publishes on every channel, and both
 // clients make a request: the server must still be there, and have nothing else to say.
 
 #include <Telvane/EventServer.h>
@@ -33,7 +33,7 @@ const std::string kLastRequest = R"({"header":".subscribe","payload":{"channel":
 enum Client
 {
     Sender,
-    Bystander,
+    Observer,
 };
 
 std::string textOf(const cJSON* item)
@@ -83,7 +83,7 @@ public:
     bool isMarked() const
     {
         return m_channels.size() != 1 || m_channels.begin()->first != kBystanderChannel ||
-               m_channels.begin()->second != std::set<Client>{Bystander};
+               m_channels.begin()->second != std::set<Client>{Observer};
     }
 
     std::vector<std::string> channels() const
@@ -95,7 +95,7 @@ public:
         return names;
     }
 
-    std::array<std::deque<std::string>, 2> owed;
+    std::array<std::deque<std::string>, 2> expected;
     EventServerStatistics counters;
 
 private:
@@ -139,7 +139,10 @@ private:
         }
     }
 
-    void owe(Client client, const std::string& text) { owed[client].push_back(text.substr(0, kMaxBytes)); }
+    void owe(Client client, const std::string& text)
+    {
+        expected[client].push_back(text.substr(0, kMaxBytes));
+    }
 
     std::map<std::string, std::set<Client>> m_channels;
     std::uint16_t m_sequence = 0;
@@ -157,8 +160,8 @@ public:
 #endif
         require(m_server.Start(place.path()) == 0, "the server starts");
         m_sockets[Sender] = PacketSocket::connectedTo(place.path());
-        m_sockets[Bystander] = PacketSocket::connectedTo(place.path());
-        send(Bystander,
+        m_sockets[Observer] = PacketSocket::connectedTo(place.path());
+        send(Observer,
              R"({"header":".subscribe","payload":{"channel":")" + std::string(kBystanderChannel) + "\"}}");
         collect();
     }
@@ -170,20 +173,20 @@ public:
     Bus& operator=(const Bus&) = delete;
 
     /// \return whether the next conversation may be held on the same bus
-    bool converse(std::string_view input)
+    bool exchange(std::string_view input)
     {
         const bool ended = !sendAll(packetsOf(input));
         if (!ended) {
             send(Sender, kLastRequest);
-            collect(); // or the bystander's request could overtake packets that are still on their way
+            collect(); // or the observer's request could overtake packets that are still on their way
         }
         publishEverywhere();
-        send(Bystander, kLastRequest);
+        send(Observer, kLastRequest);
         collect();
         if (!ended) {
             send(Sender, kSweep);
         }
-        send(Bystander, kSweep);
+        send(Observer, kSweep);
         checkCounters();
         return !ended && !m_model.isMarked();
     }
@@ -214,7 +217,7 @@ private:
     void publishEverywhere()
     {
         for (const std::string& channel : m_model.channels()) {
-            send(Bystander, R"({"header":")" + channel + R"(","payload":{}})");
+            send(Observer, R"({"header":")" + channel + R"(","payload":{}})");
             collect();
         }
     }
@@ -227,10 +230,10 @@ private:
 
     void collect()
     {
-        for (const Client client : {Sender, Bystander}) {
-            auto& owed = m_model.owed[client];
-            for (; !owed.empty(); owed.pop_front()) {
-                requireSame(m_sockets[client].receive(), owed.front(), "the server sends what it owes");
+        for (const Client client : {Sender, Observer}) {
+            auto& expected = m_model.expected[client];
+            for (; !expected.empty(); expected.pop_front()) {
+                requireSame(m_sockets[client].receive(), expected.front(), "the server sends what it owes");
             }
         }
     }
@@ -263,7 +266,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (bus == nullptr) {
         bus = std::make_unique<Bus>();
     }
-    if (!bus->converse(Telvane::textOf(data, size))) {
+    if (!bus->exchange(Telvane::textOf(data, size))) {
         bus.reset();
     }
     return 0;

@@ -96,7 +96,7 @@ TEST(ReadingAnArray, RefusesAMissingKeyAndANullTargetWithoutAWord)
     EXPECT_EQ(told.output + told.error, "");
 }
 
-TEST(ReadingAnArray, KeepsTheElementsBeforeTheFailingOneAndTellsWhere)
+TEST(ReadingAnArray, KeepsTheElementsBeforeTheFailingOneAndReportsItsIndex)
 {
     std::array<bool, 4> flags = {false, false, true, true};
     const Diagnostics told = diagnosticsOf([&] { EXPECT_FALSE(readArray(flags, "[true, 1]")); });
@@ -106,7 +106,7 @@ TEST(ReadingAnArray, KeepsTheElementsBeforeTheFailingOneAndTellsWhere)
     EXPECT_EQ(told.error, "");
 }
 
-TEST(ReadingAnArray, TellsTheTypeOfTheFailingElement)
+TEST(ReadingAnArray, ReportsTheTypeOfTheFailingElement)
 {
     const std::vector<std::pair<std::string, std::string>> elements = {
         {"false", "1 Value Db: 0"},  {"true", "2 Value Db: 0"}, {"null", "4 Value Db: 0"},
@@ -122,7 +122,7 @@ TEST(ReadingAnArray, TellsTheTypeOfTheFailingElement)
     }
 }
 
-TEST(ReadingAnArray, TellsTheValueOfAFailingNumber)
+TEST(ReadingAnArray, ReportsTheValueOfAFailingNumber)
 {
     std::array<bool, 1> flags = {};
     const Diagnostics told = diagnosticsOf([&] { EXPECT_FALSE(readArray(flags, "[-2.5]")); });
@@ -163,7 +163,7 @@ TEST(ReadingAnArrayOfRecords, AssignsElementsWhole)
     EXPECT_TRUE(flags[2].Flag);
 }
 
-TEST(ReadingAnArrayOfRecords, LeavesTheFailingElementUntouched)
+TEST(ReadingAnArrayOfRecords, DoesNotChangeTheFailingElement)
 {
     std::array<FlagType, 2> flags;
     const Diagnostics told = diagnosticsOf(
@@ -174,7 +174,7 @@ TEST(ReadingAnArrayOfRecords, LeavesTheFailingElementUntouched)
     EXPECT_EQ(told.output, "_readFromJsonItem error!  Type: 64 Value Db: 0 Array Size: 2 Index: 1\n");
 }
 
-TEST(ReadingAnArrayOfRecords, TellsAnElementThatIsNoObject)
+TEST(ReadingAnArrayOfRecords, ReportsAnElementOtherThanAnObject)
 {
     std::array<FlagType, 2> flags;
     const Diagnostics told = diagnosticsOf([&] { EXPECT_FALSE(readArray(flags, "[true]")); });

@@ -270,7 +270,7 @@ TEST(ReadingARecordField, FillsTheRecordInPlace)
     EXPECT_EQ(value._id, "n");
 }
 
-TEST(ReadingARecordField, TellsAMissingKeyOnStandardOutput)
+TEST(ReadingARecordField, ReportsAMissingKeyOnStandardOutput)
 {
     FieldOperations fields;
     ValueType value;
@@ -353,7 +353,7 @@ TEST(ReadingAnElement, ReadsRecords)
     EXPECT_EQ(value.Value, 8);
 }
 
-TEST(ReadingAnElement, TellsNullArgumentsForARecord)
+TEST(ReadingAnElement, ReportsNullArgumentsForARecord)
 {
     FieldOperations fields;
     ValueType value;
@@ -367,7 +367,7 @@ TEST(ReadingAnElement, TellsNullArgumentsForARecord)
     EXPECT_EQ(told.output, "");
 }
 
-TEST(ReadingAnElement, TellsAValueThatIsNoObjectForARecord)
+TEST(ReadingAnElement, ReportsAValueOtherThanAnObjectForARecord)
 {
     for (const auto& [type, text] : valuesByType()) {
         if (type == "object") {
@@ -383,7 +383,7 @@ TEST(ReadingAnElement, TellsAValueThatIsNoObjectForARecord)
     }
 }
 
-TEST(ReadingAnElement, TellsARecordThatCouldNotBeRead)
+TEST(ReadingAnElement, ReportsARecordThatCouldNotBeRead)
 {
     FieldOperations fields;
     ValueType value;
@@ -408,7 +408,7 @@ TEST(AddingAnElement, AppendsEachKind)
     EXPECT_EQ(compact(array), R"([2.5,7,true,false,true,false,{"Value":0,"Status":false}])");
 }
 
-TEST(AddingAnElement, LeavesOutARecordThatFails)
+TEST(AddingAnElement, OmitsARecordThatFails)
 {
     FieldOperations fields;
     FailingRecord failing;

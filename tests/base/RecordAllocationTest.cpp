@@ -95,7 +95,7 @@ TEST_P(RecordMemory, RunsOutWhilePackaging)
         const JsonTree owned(packaged);
         if (packaged == nullptr) {
             EXPECT_EQ(result, -ENOMEM);
-        } else if (fault.struck()) {
+        } else if (fault.triggered()) {
             EXPECT_TRUE(result == 0 || result == -1) << result; // a scalar is left out, an array fails
         } else {
             EXPECT_EQ(result, 0);
@@ -104,7 +104,7 @@ TEST_P(RecordMemory, RunsOutWhilePackaging)
     });
 }
 
-TEST_P(RecordMemory, NeverLeavesAnArrayShort)
+TEST_P(RecordMemory, IsNeverMissingForOnlyAPartOfAnArray)
 {
     forEachClass([](const FilledRecord& record, AllocationFault& fault) {
         cJSON* packaged = nullptr;
@@ -125,7 +125,7 @@ TEST_P(RecordMemory, RunsOutWhileUnpackagingANewRecord)
     forEachClass([](const FilledRecord& record, AllocationFault& fault) {
         TelvaneDataTypeBase* unpackaged = nullptr;
         const int result = fault.during([&] { return record->Unpackage(record.json(), &unpackaged); });
-        EXPECT_EQ(result, fault.struck() ? -ENOMEM : 0);
+        EXPECT_EQ(result, fault.triggered() ? -ENOMEM : 0);
         if (result == 0) {
             const std::unique_ptr<TelvaneDataTypeBase> owned(unpackaged);
             EXPECT_TRUE(FilledRecord::isPackagedAs(*owned, record.json()));
@@ -138,7 +138,7 @@ TEST_P(RecordMemory, RunsOutWhileUnpackagingIntoARecord)
     forEachClass([](const FilledRecord& record, AllocationFault& fault) {
         const std::unique_ptr<TelvaneDataTypeBase> target(record->BuildNewDataType());
         const int result = fault.during([&] { return target->Unpackage(record.json()); });
-        EXPECT_EQ(result, fault.struck() ? -ENOMEM : 0);
+        EXPECT_EQ(result, fault.triggered() ? -ENOMEM : 0);
         EXPECT_EQ(target->Unpackage(record.json()), 0);
         EXPECT_TRUE(FilledRecord::isPackagedAs(*target, record.json()));
     });
@@ -149,12 +149,12 @@ TEST_P(RecordMemory, RunsOutWhilePrinting)
     forEachClass([](const FilledRecord& record, AllocationFault& fault) {
         std::string text = "untouched, and long enough to be allocated";
         const bool printed = fault.during([&] { return record->ToJson(text); });
-        EXPECT_TRUE(printed || fault.struck());
+        EXPECT_TRUE(printed || fault.triggered());
         if (!printed) {
             EXPECT_EQ(text, "untouched, and long enough to be allocated");
         }
         const std::string again = record->GetString();
-        EXPECT_TRUE(fault.struck() || text == again);
+        EXPECT_TRUE(fault.triggered() || text == again);
     });
 }
 
@@ -164,7 +164,7 @@ TEST_P(RecordMemory, RunsOutWhileReadingText)
         const std::unique_ptr<TelvaneDataTypeBase> target(record->BuildNewDataType());
         const std::string text = record->GetString();
         const bool read = fault.during([&] { return target->FromJson(text); });
-        EXPECT_EQ(read, !fault.struck());
+        EXPECT_EQ(read, !fault.triggered());
         EXPECT_TRUE(target->FromJson(text) || record.hasFormOfItsOwn());
     });
 }
@@ -186,13 +186,13 @@ TEST_P(RecordMemory, RunsOutWhileWritingPublications)
             const int second = writer.write(channel, *record, text);
             return first != 0 ? first : second;
         });
-        EXPECT_TRUE(result == 0 || (fault.struck() && (result == -ENOMEM || result == -1))) << result;
+        EXPECT_TRUE(result == 0 || (fault.triggered() && (result == -ENOMEM || result == -1))) << result;
         ASSERT_EQ(writer.write(channel, *record, text), 0);
         EXPECT_STREQ(text, expectedText);
     });
 }
 
-INSTANTIATE_TEST_SUITE_P(Memory, RecordMemory, ::testing::Values(Shortage::Once, Shortage::Lasting),
+INSTANTIATE_TEST_SUITE_P(Memory, RecordMemory, ::testing::Values(Shortage::Once, Shortage::Persistent),
                          nameOfShortage);
 
 TEST_P(UnderShortage, ARecordWithoutMemoryForItsIdentifierStaysWithoutOne)
@@ -200,7 +200,7 @@ TEST_P(UnderShortage, ARecordWithoutMemoryForItsIdentifierStaysWithoutOne)
     const int allocations = failEachAllocation(Caller::Application, GetParam(), [](AllocationFault& fault) {
         RequestType record;
         fault.during([&] { record.generate_id(); });
-        EXPECT_EQ(record._id.empty(), fault.struck());
+        EXPECT_EQ(record._id.empty(), fault.triggered());
         record.generate_id();
         EXPECT_EQ(record._id.size(), 36U);
     });
@@ -238,7 +238,7 @@ TEST_P(UnderShortage, TheListOfAClassIsMadeOnTheFirstUseThatHasTheMemory)
     EXPECT_EQ(FreshRecord::recordTable().fields().size(), 4U);
 }
 
-INSTANTIATE_TEST_SUITE_P(Memory, UnderShortage, ::testing::Values(Shortage::Once, Shortage::Lasting),
+INSTANTIATE_TEST_SUITE_P(Memory, UnderShortage, ::testing::Values(Shortage::Once, Shortage::Persistent),
                          nameOfShortage);
 
 } // namespace

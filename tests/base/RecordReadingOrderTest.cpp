@@ -183,7 +183,7 @@ Members disturbed(std::mt19937& random)
     return members;
 }
 
-TEST(ReadingARecord, FindsTheSameInWhateverOrderTheKeysCome)
+TEST(ReadingARecord, GivesTheSameResultForAnyOrderOfKeys)
 {
     std::mt19937 random(20240229);
     int accepted = 0;

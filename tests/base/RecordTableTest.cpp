@@ -123,7 +123,7 @@ TEST(WritingARecord, WritesBackWhatWasRead)
     EXPECT_EQ(compactJson(torch), textOf(filledMembers()));
 }
 
-TEST(WritingARecord, WritesEveryElementOfAVectorWhateverItsLength)
+TEST(WritingARecord, WritesEveryElementOfAVectorOfAnyLength)
 {
     Torch torch;
     torch.history.resize(kRecordVectorLimit + 50);

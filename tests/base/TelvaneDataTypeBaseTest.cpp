@@ -79,7 +79,7 @@ TEST(RecordBase, PrintsNeitherBaseKeyWhenFresh)
     EXPECT_EQ(DataStatus().GetString(), "{\n\t\"ttl\":\t0\n}");
 }
 
-TEST(RecordBase, PrintsItsKeysBehindTheRecordsOwn)
+TEST(RecordBase, PrintsItsKeysAfterTheRecordsOwn)
 {
     DataStatus record;
     record.ttl = 9;
@@ -125,7 +125,7 @@ TEST(RecordBase, KeepsIdAndTagThatAreMissing)
     EXPECT_EQ(record._sequence_tag, 3);
 }
 
-TEST(RecordBase, KeepsIdAndTagThatHaveAnotherTypeAndSaysNothing)
+TEST(RecordBase, KeepsIdAndTagIfTheirTypesDifferWithoutAReport)
 {
     BareRecord record;
     record._id = "old";
@@ -221,7 +221,7 @@ TEST(RecordPackage, MakesAnObject)
     EXPECT_EQ(compact(owned), R"({"ttl":5})");
 }
 
-TEST(RecordPackage, LeavesThePartlyFilledObjectWhenAFieldFails)
+TEST(RecordPackage, ReturnsThePartlyFilledObjectIfAFieldFails)
 {
     PartlyFailingRecord record;
     cJSON* output = nullptr;
@@ -306,7 +306,7 @@ TEST(RecordToJson, ReplacesTheTextByTheIndentedPrint)
     EXPECT_EQ(text, "{\n\t\"log\":\t\"ready\"\n}");
 }
 
-TEST(RecordToJson, LeavesTheTextWhenAFieldFails)
+TEST(RecordToJson, DoesNotChangeTheTextIfAFieldFails)
 {
     PartlyFailingRecord record;
     std::string text = "before";
@@ -341,7 +341,7 @@ TEST(RecordFromJson, RefusesWhatIsNotJsonWithoutAWord)
     }
 }
 
-TEST(RecordFromJson, SaysNothingOfAnEarlierTextThatWasNotJson)
+TEST(RecordFromJson, DoesNotReportAnEarlierTextThatWasNotJson)
 {
     const Diagnostics told = diagnosticsOf([] {
         DataStatus record;

@@ -281,7 +281,7 @@ TEST_F(HostileNeighbour, SubscribesToNamesWithoutEndAndIsHeldToALimit)
     EXPECT_LT(memory.peak(), 256 * kKiB);
 }
 
-TEST_F(HostileNeighbour, ComesAndGoesAndLeavesNothing)
+TEST_F(HostileNeighbour, ConnectsAndDisconnectsWithoutALeak)
 {
     const std::size_t descriptors = openDescriptors();
     const std::size_t threads = runningThreads();

@@ -65,7 +65,7 @@ protected:
     }
 };
 
-TEST_P(PublicationOfEachClass, ReadsAsTheJsonLibraryPrintsItWhateverWentBefore)
+TEST_P(PublicationOfEachClass, ReadsAsTheJsonLibraryPrintsItAfterAnyOther)
 {
     const auto defaults = make("default");
     const auto filled = make("filled");
@@ -183,7 +183,7 @@ public:
     TelvaneDataTypeBase* BuildNewDataType() const override { return new Lender(); }
 };
 
-TEST(PublicationWriter, LeavesTreesThatAreOnlyLentToItAlone)
+TEST(PublicationWriter, DoesNotChangeTreesThatItDoesNotOwn)
 {
     PublicationWriter writer;
     Lender lender;
@@ -210,7 +210,7 @@ public:
     TelvaneDataTypeBase* BuildNewDataType() const override { return new Wrapper(); }
 };
 
-TEST(PublicationWriter, CopiesWhatATemporaryRecordSays)
+TEST(PublicationWriter, CopiesTheValuesOfATemporaryRecord)
 {
     PublicationWriter writer;
     Wrapper wrapper;
@@ -228,7 +228,7 @@ public:
     TelvaneDataTypeBase* BuildNewDataType() const override { return new Failing(); }
 };
 
-TEST(PublicationWriter, TellsOfARecordThatCannotBePackagedAndGoesOn)
+TEST(PublicationWriter, ReportsARecordThatCannotBePackagedAndContinues)
 {
     PublicationWriter writer;
     Failing record;
@@ -332,7 +332,7 @@ public:
 
 TELVANE_DEFINE_RECORD(HolderOfAGreedyValue)
 
-TEST(PublicationWriter, TellsOfARecordThatRunsOutOfMemoryAndGoesOn)
+TEST(PublicationWriter, ReportsARecordThatRunsOutOfMemoryAndContinues)
 {
     PublicationWriter writer;
     HolderOfAGreedyValue holder;

@@ -209,7 +209,7 @@ public:
     bool _packageData(cJSON* output) override { return UnitValuePair::_packageData(output) && writable; }
 };
 
-TEST_F(Publishing, SendsNothingOfARecordThatCannotBePackagedAndGoesOn)
+TEST_F(Publishing, SendsNothingOfARecordThatCannotBePackagedAndContinues)
 {
     Moody record;
     UnitValuePair plain;

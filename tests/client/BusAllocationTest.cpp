@@ -26,7 +26,7 @@ protected:
     const LogData m_record = logOf("a text that is longer than what a string holds by itself");
 };
 
-INSTANTIATE_TEST_SUITE_P(Memory, BusMemory, ::testing::Values(Shortage::Once, Shortage::Lasting),
+INSTANTIATE_TEST_SUITE_P(Memory, BusMemory, ::testing::Values(Shortage::Once, Shortage::Persistent),
                          nameOfShortage);
 
 TEST_P(BusMemory, RunsOutInTheConstructor)
@@ -36,22 +36,22 @@ TEST_P(BusMemory, RunsOutInTheConstructor)
         try {
             fault.during([&] { bus.emplace(server.path, impatient()); });
         } catch (const std::bad_alloc&) {
-            EXPECT_TRUE(fault.struck());
+            EXPECT_TRUE(fault.triggered());
             bus.emplace(server.path, impatient());
         }
-        EXPECT_EQ(bus->waitConnected(kPatience), std::error_code());
+        EXPECT_EQ(bus->waitConnected(kTimeout), std::error_code());
     });
 }
 
 TEST_P(BusMemory, RunsOutInPublish)
 {
     Bus bus(server.path, impatient());
-    ASSERT_EQ(bus.waitConnected(kPatience), std::error_code());
+    ASSERT_EQ(bus.waitConnected(kTimeout), std::error_code());
     auto queue = bus.queue<LogData>();
     failEach(Caller::Application, [&](AllocationFault& fault) {
         const Publication publication = fault.during([&] { return bus.publish(m_record); });
         EXPECT_EQ(publication.error,
-                  fault.struck() ? make_error_code(BusError::OutOfMemory) : std::error_code());
+                  fault.triggered() ? make_error_code(BusError::OutOfMemory) : std::error_code());
         if (publication.error) {
             EXPECT_EQ(bus.publish(m_record).error, std::error_code());
         }
@@ -62,7 +62,7 @@ TEST_P(BusMemory, RunsOutInPublish)
 TEST_P(BusMemory, RunsOutInSubscribe)
 {
     Bus bus(server.path, impatient());
-    ASSERT_EQ(bus.waitConnected(kPatience), std::error_code());
+    ASSERT_EQ(bus.waitConnected(kTimeout), std::error_code());
     failEach(Caller::Application, [&](AllocationFault& fault) {
         Mailbox<int> received;
         Subscription subscription;
@@ -73,7 +73,7 @@ TEST_P(BusMemory, RunsOutInSubscribe)
             EXPECT_EQ(subscription.error(), BusError::OutOfMemory);
             subscription = bus.subscribe<LogData>([&received] { received.put(1); }, Telvane::Run::Direct);
         }
-        EXPECT_EQ(subscription.waitActive(kPatience), std::error_code());
+        EXPECT_EQ(subscription.waitActive(kTimeout), std::error_code());
         EXPECT_TRUE(eventually([&] { return !bus.publish(m_record).error; }));
         received.take();
     });
@@ -82,14 +82,14 @@ TEST_P(BusMemory, RunsOutInSubscribe)
 TEST_P(BusMemory, RunsOutInRequest)
 {
     Bus bus(server.path, impatient());
-    ASSERT_EQ(bus.waitConnected(kPatience), std::error_code());
+    ASSERT_EQ(bus.waitConnected(kTimeout), std::error_code());
     auto responder = bus.respond<LogData, LogData>("Echo", [](const LogData& question) { return question; });
-    ASSERT_EQ(responder.waitActive(kPatience), std::error_code());
+    ASSERT_EQ(responder.waitActive(kTimeout), std::error_code());
     failEach(Caller::Application, [&](AllocationFault& fault) {
         LogData answer;
         std::error_code error;
         fault.during([&] { error = bus.request("Echo", m_record, answer, 100ms); });
-        EXPECT_TRUE(!error || fault.struck()) << error.message();
+        EXPECT_TRUE(!error || fault.triggered()) << error.message();
         EXPECT_TRUE(eventually([&] { return !bus.request("Echo", m_record, answer, 1s); }));
         EXPECT_EQ(answer.log, m_record.log);
     });
@@ -105,8 +105,8 @@ TEST_P(BusMemory, RunsOutOnItsThreadsWhileTheyConnectAndDeliver)
         bus.publish(m_record, 10ms);
         queue.next(20ms);
         fault.end();
-        ASSERT_EQ(queue.waitActive(kPatience), std::error_code());
-        ASSERT_EQ(bus.waitConnected(kPatience), std::error_code());
+        ASSERT_EQ(queue.waitActive(kTimeout), std::error_code());
+        ASSERT_EQ(bus.waitConnected(kTimeout), std::error_code());
         EXPECT_EQ(bus.publish(m_record).error, std::error_code());
         EXPECT_EQ(nextMessage(queue).log, m_record.log);
     });

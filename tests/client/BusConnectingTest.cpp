@@ -27,7 +27,7 @@ using ConnectionOfBus = ServedBus;
 TEST_F(ConnectionOfBus, IsMadeInTheBackground)
 {
     Bus own(server->path);
-    EXPECT_EQ(own.waitConnected(kPatience), std::error_code());
+    EXPECT_EQ(own.waitConnected(kTimeout), std::error_code());
     EXPECT_EQ(own.state(), ConnectionState::Connected);
     EXPECT_EQ(own.reason(), std::error_code());
     EXPECT_EQ(own.statistics().connections, 1U);
@@ -44,7 +44,7 @@ TEST_F(ConnectionOfBus, IsMadeWhenTheServerComesLater)
     EXPECT_EQ(own.waitConnected(0ms), BusError::TimedOut);
     EXPECT_EQ(own.reason(), std::errc::connection_refused);
     startServer();
-    EXPECT_EQ(own.waitConnected(kPatience), std::error_code());
+    EXPECT_EQ(own.waitConnected(kTimeout), std::error_code());
     const BusEvent connected = events.take();
     EXPECT_EQ(connected.kind, BusEvent::Kind::StateChanged);
     EXPECT_EQ(connected.state, ConnectionState::Connected);
@@ -76,7 +76,7 @@ TEST_F(ConnectionOfBus, SubscriptionsAreMadeAgainBeforeItIsReported)
     connect();
     Mailbox<std::string> received;
     auto subscription = bus->subscribe<LogData>([&](const LogData& record) { received.put(record.log); });
-    EXPECT_EQ(subscription.waitActive(kPatience), std::error_code());
+    EXPECT_EQ(subscription.waitActive(kTimeout), std::error_code());
     restartServer();
     EXPECT_EQ(subscription.waitActive(0ms), std::error_code());
     EXPECT_EQ(bus->publish(logOf("after")).error, std::error_code());
@@ -89,7 +89,7 @@ TEST_F(ConnectionOfBus, IsClosedAtOnceForAnImpossiblePath)
         Bus own(path);
         EXPECT_EQ(own.state(), ConnectionState::Closed);
         EXPECT_EQ(own.reason(), BusError::BadPath);
-        EXPECT_EQ(own.waitConnected(kPatience), BusError::Closed);
+        EXPECT_EQ(own.waitConnected(kTimeout), BusError::Closed);
         EXPECT_EQ(own.publish(logOf("x")).error, BusError::Closed);
         auto subscription = own.subscribe<LogData>([] {});
         EXPECT_EQ(subscription.error(), BusError::BadPath);
@@ -123,7 +123,7 @@ TEST_F(ConnectionOfBus, TellsThatItWasTurnedAway)
     Bus second(server->path, reportingTo(events));
     EXPECT_EQ(events.take().reason, BusError::TurnedAway);
     bus.reset();
-    EXPECT_EQ(second.waitConnected(kPatience), std::error_code());
+    EXPECT_EQ(second.waitConnected(kTimeout), std::error_code());
 }
 
 TEST_F(ConnectionOfBus, EndsInEveryStateWithoutWaitingForTheServer)
@@ -174,7 +174,7 @@ TEST_F(ConnectionOfBus, CloseIsFinal)
     auto queue = bus->queue<LogData>();
     bus->close();
     EXPECT_EQ(bus->state(), ConnectionState::Closed);
-    EXPECT_TRUE(queue.next(kPatience).ended());
+    EXPECT_TRUE(queue.next(kTimeout).ended());
     EXPECT_EQ(queue.error(), BusError::Closed);
     EXPECT_EQ(bus->publish(logOf("x")).error, std::errc::operation_canceled);
     LogData answer;
@@ -189,8 +189,8 @@ TEST_F(ConnectionOfBus, HandlesMayOutliveTheBus)
     auto queue = bus->queue<LogData>();
     bus.reset();
     EXPECT_FALSE(subscription.active());
-    EXPECT_EQ(subscription.waitActive(kPatience), BusError::Closed);
-    EXPECT_TRUE(queue.next(kPatience).ended());
+    EXPECT_EQ(subscription.waitActive(kTimeout), BusError::Closed);
+    EXPECT_TRUE(queue.next(kTimeout).ended());
     subscription.end();
 }
 
@@ -227,7 +227,7 @@ TEST_F(ServerWithoutManners, AnswersRubbish)
     EXPECT_TRUE(eventually([&] { return bus.statistics().received == 7; }));
     EXPECT_EQ(bus.state(), ConnectionState::Connecting);
     peer.send(response(".unsubscribe", false, "TelvaneBus"));
-    EXPECT_EQ(bus.waitConnected(kPatience), std::error_code());
+    EXPECT_EQ(bus.waitConnected(kTimeout), std::error_code());
 }
 
 TEST_F(ServerWithoutManners, ClosesEachConnectionAtOnce)
@@ -263,7 +263,7 @@ TEST_F(ServerWithoutManners, NeverReadsOnceConnected)
     Bus bus(server.path(), impatient());
     const RawPeer peer = server.accept();
     peer.send(response(".unsubscribe", false, "TelvaneBus"));
-    ASSERT_EQ(bus.waitConnected(kPatience), std::error_code());
+    ASSERT_EQ(bus.waitConnected(kTimeout), std::error_code());
     const LogData large = logOf(std::string(10'000, 'x'));
     Publication publication;
     while (!publication.error) {
@@ -276,7 +276,7 @@ TEST_F(ServerWithoutManners, NeverReadsOnceConnected)
     const RawPeer next = server.accept();
     EXPECT_EQ(next.receive(), printedSubscribeRequest("LogData"));
     next.send(response(".subscribe", true, "LogData"));
-    EXPECT_EQ(subscription.waitActive(kPatience), std::error_code());
+    EXPECT_EQ(subscription.waitActive(kTimeout), std::error_code());
 }
 
 } // namespace

@@ -44,7 +44,7 @@ TEST_P(EndingOfBus, EndWaitsForTheCallbackThatRuns)
         subscription.end();
         return inside.load();
     });
-    EXPECT_EQ(ended.wait_for(kGlance), std::future_status::timeout);
+    EXPECT_EQ(ended.wait_for(kQuietTime), std::future_status::timeout);
     leave.open();
     EXPECT_FALSE(ended.get());
     publish("x");
@@ -126,7 +126,7 @@ TEST_P(EndingOfBus, TheBusWaitsForTheCallbackThatRuns)
         bus->close();
         return inside.load();
     });
-    EXPECT_EQ(ended.wait_for(kGlance), std::future_status::timeout);
+    EXPECT_EQ(ended.wait_for(kQuietTime), std::future_status::timeout);
     leave.open();
     EXPECT_FALSE(ended.get());
 }
@@ -147,7 +147,7 @@ TEST_P(EndingOfBus, TheBusMayBeClosedInACallback)
 TEST_P(EndingOfBus, TheBusMayBeDestroyedInACallback)
 {
     auto own = std::make_unique<Bus>(server->path, impatient(GetParam()));
-    ASSERT_EQ(own->waitConnected(kPatience), std::error_code());
+    ASSERT_EQ(own->waitConnected(kTimeout), std::error_code());
     Mailbox<int> destroyed;
     own->subscribe<LogData>([&] {
            own.reset();
@@ -168,13 +168,13 @@ TEST_P(EndingOfBus, TheBusMayBeDestroyedInACallback)
 TEST_P(EndingOfBus, RequestsAndQueuesEndWithTheBus)
 {
     auto queue = bus->queue<LogData>();
-    std::future<bool> taken = std::async(std::launch::async, [&] { return queue.next(kPatience).ended(); });
+    std::future<bool> taken = std::async(std::launch::async, [&] { return queue.next(kTimeout).ended(); });
     std::future<std::error_code> asked = std::async(std::launch::async, [&] {
         LogData answer;
-        return bus->request(answer, kPatience);
+        return bus->request(answer, kTimeout);
     });
     auto witness = bus->queue<RequestType>("req_LogData");
-    EXPECT_EQ(witness.waitActive(kPatience), std::error_code());
+    EXPECT_EQ(witness.waitActive(kTimeout), std::error_code());
     bus->close();
     EXPECT_TRUE(taken.get());
     EXPECT_EQ(asked.get(), BusError::Closed);

@@ -47,7 +47,7 @@ TEST_F(PublishingOnBus, WritesTheBytesOfTheDescribedClient)
     const RawPeer peer = raw.accept();
     EXPECT_EQ(peer.receive(), printedUnsubscribeRequest("TelvaneBus"));
     peer.send(response(".unsubscribe", false, "TelvaneBus"));
-    ASSERT_EQ(own.waitConnected(kPatience), std::error_code());
+    ASSERT_EQ(own.waitConnected(kTimeout), std::error_code());
     own.publish(logOf("x"));
     EXPECT_EQ(peer.receive(), printedPublication("LogData", "\"log\":\t\"x\""));
     auto subscription = own.subscribe<LogData>([] {});
@@ -99,7 +99,7 @@ TEST_F(PublishingOnBus, SaysThatThereIsNoConnection)
     EXPECT_EQ(own.publish(logOf("x")).error, BusError::NotConnected);
     EXPECT_EQ(own.publish(logOf("x")).error, std::errc::not_connected);
     startServer();
-    ASSERT_EQ(own.waitConnected(kPatience), std::error_code());
+    ASSERT_EQ(own.waitConnected(kTimeout), std::error_code());
     EXPECT_EQ(own.publish(logOf("x")).error, std::error_code());
 }
 
@@ -107,9 +107,9 @@ TEST_F(PublishingOnBus, TheOutboxKeepsOrderAndSaysQueued)
 {
     connect(withOutbox(100));
     auto queue = bus->queue<LogData>();
-    ASSERT_EQ(queue.waitActive(kPatience), std::error_code());
+    ASSERT_EQ(queue.waitActive(kTimeout), std::error_code());
     stopServer();
-    EXPECT_TRUE(queue.next(kPatience).lost());
+    EXPECT_TRUE(queue.next(kTimeout).lost());
     for (int i = 0; i < 10; ++i) {
         const Publication publication = bus->publish(logOf(std::to_string(i)));
         EXPECT_EQ(publication.error, std::error_code());
@@ -118,7 +118,7 @@ TEST_F(PublishingOnBus, TheOutboxKeepsOrderAndSaysQueued)
     }
     EXPECT_EQ(bus->statistics().outboxWaiting, 10U);
     startServer();
-    ASSERT_EQ(bus->waitConnected(kPatience), std::error_code());
+    ASSERT_EQ(bus->waitConnected(kTimeout), std::error_code());
     EXPECT_FALSE(bus->publish(logOf("10")).queued);
     for (int i = 0; i <= 10; ++i) {
         EXPECT_EQ(nextMessage(queue).log, std::to_string(i));
@@ -146,7 +146,7 @@ TEST_F(PublishingOnBus, TheOutboxForgetsWhatIsTooOld)
     Bus own(server->path, withOutbox(3, 1ns));
     EXPECT_TRUE(own.publish(logOf("old")).queued);
     startServer();
-    ASSERT_EQ(own.waitConnected(kPatience), std::error_code());
+    ASSERT_EQ(own.waitConnected(kTimeout), std::error_code());
     EXPECT_EQ(own.statistics().outboxExpired, 1U);
 }
 

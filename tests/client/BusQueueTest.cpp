@@ -29,20 +29,20 @@ TEST_F(QueueOfBus, TellsMessagesTimeOutsChangesAndTheEndApart)
     EXPECT_TRUE(queue.next(0ms).timedOut());
     EXPECT_FALSE(queue.next(1ms));
     bus->publish(logOf("one"));
-    const auto message = queue.next(kPatience);
+    const auto message = queue.next(kTimeout);
     ASSERT_TRUE(message);
     EXPECT_EQ((*message).log, "one");
     EXPECT_EQ(message.delivery().epoch, 1U);
     stopServer();
-    const auto lost = queue.next(kPatience);
+    const auto lost = queue.next(kTimeout);
     EXPECT_TRUE(lost.lost());
     EXPECT_EQ(lost.reason(), BusError::Lost);
     startServer();
-    EXPECT_TRUE(queue.next(kPatience).connected());
+    EXPECT_TRUE(queue.next(kTimeout).connected());
     bus->publish(logOf("two"));
-    EXPECT_EQ(queue.next(kPatience)->log, "two");
+    EXPECT_EQ(queue.next(kTimeout)->log, "two");
     queue.end();
-    const auto end = queue.next(kPatience);
+    const auto end = queue.next(kTimeout);
     EXPECT_TRUE(end.ended());
     EXPECT_EQ(end.reason(), BusError::Closed);
 }
@@ -63,7 +63,7 @@ TEST_F(QueueOfBus, DropsTheOldestByDefaultAndReportsEachEpisodeOnce)
             bus->publish(logOf(std::to_string(i)));
         }
         for (int i = 0; i < 5; ++i) {
-            ASSERT_TRUE(witness.next(kPatience)); // made later, so filled later
+            ASSERT_TRUE(witness.next(kTimeout)); // made later, so filled later
         }
         EXPECT_EQ(queue.statistics().dropped, 3U * static_cast<unsigned>(episode));
         EXPECT_EQ(queue.statistics().waiting, 2U);
@@ -84,7 +84,7 @@ TEST_F(QueueOfBus, DropsTheNewestWhenAsked)
         bus->publish(logOf(std::to_string(i)));
     }
     for (int i = 0; i < 5; ++i) {
-        ASSERT_TRUE(witness.next(kPatience));
+        ASSERT_TRUE(witness.next(kTimeout));
     }
     EXPECT_EQ(queue.next(0ms)->log, "0");
     EXPECT_EQ(queue.next(0ms)->log, "1");
@@ -111,7 +111,7 @@ TEST_F(QueueOfBus, ASlowCallbackDropsItsOwnMessagesAndNoOthers)
         bus->publish(logOf("x"));
     }
     for (int i = 0; i < 11; ++i) {
-        ASSERT_TRUE(neighbour.next(kPatience));
+        ASSERT_TRUE(neighbour.next(kTimeout));
     }
     EXPECT_EQ(slow.statistics().dropped, 7U);
     EXPECT_EQ(neighbour.statistics().dropped, 0U);
@@ -156,8 +156,8 @@ TEST_F(QueueOfBus, ItsEndWakesWhoWaits)
 {
     connect();
     auto queue = bus->queue<LogData>();
-    std::future<bool> ended = std::async(std::launch::async, [&] { return queue.next(kPatience).ended(); });
-    EXPECT_EQ(ended.wait_for(kGlance), std::future_status::timeout);
+    std::future<bool> ended = std::async(std::launch::async, [&] { return queue.next(kTimeout).ended(); });
+    EXPECT_EQ(ended.wait_for(kQuietTime), std::future_status::timeout);
     queue.cancel();
     EXPECT_TRUE(ended.get());
 }

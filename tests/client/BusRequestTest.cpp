@@ -17,7 +17,7 @@ protected:
     void SetUp() override
     {
         asker.emplace(server->path, impatient());
-        ASSERT_EQ(asker->waitConnected(kPatience), std::error_code());
+        ASSERT_EQ(asker->waitConnected(kTimeout), std::error_code());
     }
 
     /// Answers with the argument's text in brackets.
@@ -25,10 +25,10 @@ protected:
     {
         Responder responder = bus->respond<LogData, LogData>(
             "Echo", [](const LogData& question) { return logOf("[" + question.log + "]"); });
-        EXPECT_EQ(responder.waitActive(kPatience), std::error_code());
+        EXPECT_EQ(responder.waitActive(kTimeout), std::error_code());
         return responder;
     }
-    std::string ask(Bus& on, const std::string& text, std::chrono::nanoseconds timeout = kPatience)
+    std::string ask(Bus& on, const std::string& text, std::chrono::nanoseconds timeout = kTimeout)
     {
         LogData answer;
         const std::error_code error = on.request("Echo", logOf(text), answer, timeout);
@@ -48,12 +48,12 @@ TEST_P(RequestOnBus, IsAnsweredByAResponder)
         info.serialNumber = "0042";
         return info;
     });
-    ASSERT_EQ(responder.waitActive(kPatience), std::error_code());
+    ASSERT_EQ(responder.waitActive(kTimeout), std::error_code());
     HALInfo info;
     EXPECT_EQ(asker->request(info), std::error_code());
     EXPECT_EQ(info.serialNumber, "0042");
     EXPECT_EQ(info._id, "");
-    EXPECT_EQ(asker->request(info, kPatience), std::error_code());
+    EXPECT_EQ(asker->request(info, kTimeout), std::error_code());
     EXPECT_TRUE(eventually([&] { return responder.statistics().delivered == 2; }));
 }
 
@@ -95,7 +95,7 @@ TEST_P(RequestOnBus, TimesOutWhenNobodyAnswers)
 TEST_P(RequestOnBus, MayBeLeftUnanswered)
 {
     auto responder = bus->respond<LogData>([]() -> std::optional<LogData> { return std::nullopt; });
-    ASSERT_EQ(responder.waitActive(kPatience), std::error_code());
+    ASSERT_EQ(responder.waitActive(kTimeout), std::error_code());
     LogData answer;
     EXPECT_EQ(asker->request(answer, 20ms), BusError::TimedOut);
 }
@@ -109,7 +109,7 @@ TEST_P(RequestOnBus, NeverTakesTheLateAnswerToAnother)
         late.pass();
         return logOf("[" + question.log + "]");
     });
-    ASSERT_EQ(responder.waitActive(kPatience), std::error_code());
+    ASSERT_EQ(responder.waitActive(kTimeout), std::error_code());
     EXPECT_EQ(ask(*asker, "first", 20ms), "timed out");
     entered.take();
     std::future<std::string> second = std::async(std::launch::async, [&] { return ask(*asker, "second"); });
@@ -131,7 +131,7 @@ TEST_P(RequestOnBus, TakesAnAnswerWithoutIdentifierAsTheDescribedClientDoes)
                   RequestType(), nullptr),
               0);
     LogData answer;
-    EXPECT_EQ(asker->request(answer, kPatience), std::error_code());
+    EXPECT_EQ(asker->request(answer, kTimeout), std::error_code());
     EXPECT_EQ(answer.log, "plain");
     described.Disconnect();
 }
@@ -139,7 +139,7 @@ TEST_P(RequestOnBus, TakesAnAnswerWithoutIdentifierAsTheDescribedClientDoes)
 TEST_P(RequestOnBus, OfTheDescribedClientIsAnsweredByAResponder)
 {
     auto responder = bus->respond<LogData>([] { return logOf("typed"); });
-    ASSERT_EQ(responder.waitActive(kPatience), std::error_code());
+    ASSERT_EQ(responder.waitActive(kTimeout), std::error_code());
     EventClient described;
     ASSERT_EQ(described.Connect(server->path), 0);
     LogData answer;
@@ -153,30 +153,30 @@ TEST_P(RequestOnBus, LeavesSubscriptionsToItsChannelAlone)
 {
     auto responder = respond();
     auto queue = asker->queue<LogData>("Echo");
-    ASSERT_EQ(queue.waitActive(kPatience), std::error_code());
+    ASSERT_EQ(queue.waitActive(kTimeout), std::error_code());
     EXPECT_EQ(ask(*asker, "one"), "[one]");
-    EXPECT_EQ(queue.next(kPatience)->log, "[one]");
+    EXPECT_EQ(queue.next(kTimeout)->log, "[one]");
     bus->publish("Echo", logOf("two"));
-    EXPECT_EQ(queue.next(kPatience)->log, "two");
+    EXPECT_EQ(queue.next(kTimeout)->log, "two");
 }
 
 TEST_P(RequestOnBus, EndsWhenTheConnectionIsLost)
 {
     auto witness = bus->queue<RequestType>("req_LogData");
-    ASSERT_EQ(witness.waitActive(kPatience), std::error_code());
+    ASSERT_EQ(witness.waitActive(kTimeout), std::error_code());
     std::future<std::error_code> asked = std::async(std::launch::async, [&] {
         LogData answer;
-        return asker->request(answer, kPatience);
+        return asker->request(answer, kTimeout);
     });
-    ASSERT_TRUE(witness.next(kPatience));
+    ASSERT_TRUE(witness.next(kTimeout));
     stopServer();
     EXPECT_EQ(asked.get(), BusError::Lost);
     EXPECT_TRUE(eventually([&] { return asker->state() == ConnectionState::Connecting; }));
     LogData answer;
-    EXPECT_EQ(asker->request(answer, kPatience), BusError::NotConnected);
+    EXPECT_EQ(asker->request(answer, kTimeout), BusError::NotConnected);
     startServer();
-    ASSERT_EQ(asker->waitConnected(kPatience), std::error_code());
-    ASSERT_EQ(bus->waitConnected(kPatience), std::error_code());
+    ASSERT_EQ(asker->waitConnected(kTimeout), std::error_code());
+    ASSERT_EQ(bus->waitConnected(kTimeout), std::error_code());
     auto responder = respond();
     EXPECT_EQ(ask(*asker, "after"), "[after]");
 }
@@ -184,8 +184,8 @@ TEST_P(RequestOnBus, EndsWhenTheConnectionIsLost)
 TEST_P(RequestOnBus, IsRefusedWithItsChannel)
 {
     LogData answer;
-    EXPECT_EQ(asker->request("Channel 1", RequestType(), answer, kPatience), BusError::Refused);
-    EXPECT_EQ(asker->request("Channel 1", RequestType(), answer, kPatience), BusError::Refused);
+    EXPECT_EQ(asker->request("Channel 1", RequestType(), answer, kTimeout), BusError::Refused);
+    EXPECT_EQ(asker->request("Channel 1", RequestType(), answer, kTimeout), BusError::Refused);
 }
 
 TEST_P(RequestOnBus, FromACallbackReachesAnotherBus)
@@ -193,7 +193,7 @@ TEST_P(RequestOnBus, FromACallbackReachesAnotherBus)
     Bus responding(server->path, impatient());
     auto responder =
         responding.respond<LogData, LogData>("Echo", [](const LogData& question) { return question; });
-    ASSERT_EQ(responder.waitActive(kPatience), std::error_code());
+    ASSERT_EQ(responder.waitActive(kTimeout), std::error_code());
     Mailbox<std::string> answers;
     auto subscription = bus->subscribe<LogData>([&] { answers.put(ask(*bus, "x")); });
     publish("go");
@@ -216,7 +216,7 @@ TEST_P(RequestOnBus, ToOnesOwnChannelIsRefusedAtOnce)
         inner.put(ask(*bus, question.log));
         return question;
     });
-    ASSERT_EQ(responder.waitActive(kPatience), std::error_code());
+    ASSERT_EQ(responder.waitActive(kTimeout), std::error_code());
     EXPECT_EQ(ask(*asker, "x"), "x");
     EXPECT_EQ(inner.take(), "the caller would wait for itself");
 }
@@ -244,7 +244,7 @@ TEST_P(RequestOnBus, DoesNotUnsubscribeAfterEachAndDoesSoLater)
     bus->publish("Marker", logOf("last"));
     EXPECT_EQ(nextMessage(marker).log, "last");
     auto drained = asker->queue<LogData>("Drained");
-    ASSERT_EQ(drained.waitActive(kPatience), std::error_code());
+    ASSERT_EQ(drained.waitActive(kTimeout), std::error_code());
     EXPECT_EQ(ask(*asker, "three"), "[three]");
 }
 

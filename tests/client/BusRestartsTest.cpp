@@ -53,7 +53,7 @@ TEST_P(RestartsUnderBus, LoseNothingWithinAConnectionAndEndEveryWait)
     JoiningThreads threads;
     threads.start([&] {
         for (long number = 0; !stop;) {
-            if (!other.publish(logOf(std::to_string(number)), kPatience).error) {
+            if (!other.publish(logOf(std::to_string(number)), kTimeout).error) {
                 ++number;
             }
             std::this_thread::sleep_for(200us); // never more than the server's socket holds
@@ -165,7 +165,7 @@ TEST_F(ManyThreadsOnBus, KeepTheirPromisesWhileTheServerRestarts)
         std::this_thread::sleep_for(20ms);
     }
     threads.join();
-    EXPECT_EQ(bus->waitConnected(kPatience), std::error_code());
+    EXPECT_EQ(bus->waitConnected(kTimeout), std::error_code());
     auto queue = bus->queue<LogData>();
     bus->publish(logOf("still works"));
     EXPECT_EQ(nextMessage(queue).log, "still works");

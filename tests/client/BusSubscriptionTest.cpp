@@ -135,7 +135,7 @@ TEST_P(SubscriptionOfBus, IsUnsubscribedFromTheServerWithItsLastHandle)
     };
     auto one = bus->subscribe<LogData>([] {});
     auto two = bus->subscribe<LogData>([] {});
-    EXPECT_EQ(two.waitActive(kPatience), std::error_code());
+    EXPECT_EQ(two.waitActive(kTimeout), std::error_code());
     one.end();
     EXPECT_EQ(subscribers(), 1U);
     two.end();
@@ -145,7 +145,7 @@ TEST_P(SubscriptionOfBus, IsUnsubscribedFromTheServerWithItsLastHandle)
 TEST_P(SubscriptionOfBus, IsToldThatTheServerRefusedIt)
 {
     auto subscription = bus->subscribe<LogData>("Channel 1", [] {});
-    EXPECT_EQ(subscription.waitActive(kPatience), BusError::Refused);
+    EXPECT_EQ(subscription.waitActive(kTimeout), BusError::Refused);
     EXPECT_EQ(subscription.error(), BusError::Refused);
     EXPECT_EQ(bus->state(), ConnectionState::Connected);
 }

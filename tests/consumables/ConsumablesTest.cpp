@@ -136,7 +136,7 @@ TEST(Consumables, NameFortyAlloys)
     expectNames(kAlloys, AlloyIDStrings, GetAlloyIDString);
 }
 
-TEST(Consumables, AreNamedAsTheirEnumeratorsSay)
+TEST(Consumables, HaveTheNamesOfTheirEnumerators)
 {
     EXPECT_EQ(GetProcessIDString(ProcessID_MIG), "MIG");
     EXPECT_EQ(GetProcessIDString(ProcessID_CarbonArc), "Carbon Arc");
@@ -167,7 +167,7 @@ TEST(Consumables, AreNamedBeforeMainAlready)
     EXPECT_EQ(kNameBeforeMain, "SS_ER308");
 }
 
-TEST(CompleteWireDescriptor, IsTheAlloysNameWhateverTheWireType)
+TEST(CompleteWireDescriptor, IsTheAlloysNameForAnyWireType)
 {
     for (const int type : {0, 4, 15, 16, 255, -1}) {
         EXPECT_EQ(GetCompleteWireDescriptor(_WireType_e(type), AlloyID_SS_ER308), "SS_ER308");

@@ -83,7 +83,7 @@ AllocationFault::AllocationFault(Caller caller, int nth, Shortage shortage)
 void AllocationFault::begin()
 {
     left = m_nth;
-    lasting = m_shortage == Shortage::Lasting;
+    lasting = m_shortage == Shortage::Persistent;
     failed = false;
     victim = static_cast<int>(m_caller);
 }
@@ -91,7 +91,7 @@ void AllocationFault::begin()
 void AllocationFault::end()
 {
     if (victim.exchange(kNobody) != kNobody) {
-        m_struck = failed;
+        m_triggered = failed;
     }
 }
 

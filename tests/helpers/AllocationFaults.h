@@ -1,8 +1,7 @@
 #pragma once
 
-// Lets memory run out at a chosen allocation of a chosen kind of thread. Programs that link this have the
-// C++ allocation functions replaced and the JSON library's led to the same place; threads are told apart by
-// FaultInjection.h.
+// Makes a chosen allocation of a chosen kind of thread fail. Programs that link this have the allocation
+// functions of C++ and of the JSON library replaced. FaultInjection.h distinguishes the threads.
 
 #include "helpers/FaultInjection.h"
 
@@ -13,11 +12,11 @@ namespace Telvane::Testing
 
 enum class Shortage
 {
-    Once,    ///< one allocation fails, those after it succeed
-    Lasting, ///< no allocation succeeds from then on
+    Once,       ///< one allocation fails
+    Persistent, ///< all allocations from the chosen one on fail
 };
 
-/// Between begin() and end() the allocation number \p nth, counted from 1, fails. One at a time.
+/// Makes allocation \p nth after begin() fail, counted from 1, until end(). Use one at a time.
 class AllocationFault
 {
 public:
@@ -29,7 +28,7 @@ public:
     void begin();
     void end();
 
-    /// Runs \p action on this thread with the fault in force. \return what it returns
+    /// Runs \p action between begin() and end(). \return its result
     template <class Action>
     auto during(Action action)
     {
@@ -42,20 +41,20 @@ public:
         return action();
     }
 
-    /// \return whether any allocation has failed; to be asked after end()
-    bool struck() const { return m_struck; }
+    /// \return whether an allocation has failed; call it after end()
+    bool triggered() const { return m_triggered; }
 
 private:
     const Caller m_caller;
     const int m_nth;
     const Shortage m_shortage;
-    bool m_struck = false;
+    bool m_triggered = false;
 };
 
-/// \return how many blocks are allocated at present
+/// \return the count of allocated blocks
 std::ptrdiff_t liveBlocks();
 
-/// How much more memory is allocated than when it was made, now and at most.
+/// Growth of the allocated memory since construction, in bytes.
 class MemoryGauge
 {
 public:
@@ -67,8 +66,8 @@ private:
     std::ptrdiff_t m_before;
 };
 
-/// Runs \p operation(fault) with the first allocation failing, then with the second, and so on, until it
-/// makes no more. The operation says from when to when. \return how many allocations it made
+/// Runs \p operation(fault) repeatedly, each time with the next allocation failing, until it runs without a
+/// failure. The operation calls begin() and end(). \return its count of allocations
 template <class Operation>
 int failEachAllocation(Caller caller, Shortage shortage, Operation operation)
 {
@@ -76,19 +75,19 @@ int failEachAllocation(Caller caller, Shortage shortage, Operation operation)
         SCOPED_TRACE("allocation " + std::to_string(nth));
         AllocationFault fault(caller, nth, shortage);
         operation(fault);
-        if (!fault.struck() || ::testing::Test::HasFatalFailure()) {
+        if (!fault.triggered() || ::testing::Test::HasFatalFailure()) {
             return nth - 1;
         }
     }
 }
 
-/// Tests that run for both kinds of shortage.
+/// For tests that run with both kinds of shortage.
 class UnderShortage : public ::testing::TestWithParam<Shortage>
 {};
 
 inline std::string nameOfShortage(const ::testing::TestParamInfo<Shortage>& shortage)
 {
-    return shortage.param == Shortage::Once ? "Once" : "Lasting";
+    return shortage.param == Shortage::Once ? "Once" : "Persistent";
 }
 
 } // namespace Telvane::Testing

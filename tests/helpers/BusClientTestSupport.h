@@ -39,7 +39,7 @@ inline LogData logOf(const std::string& text)
 inline LogData nextMessage(Queue<LogData>& queue)
 {
     for (;;) {
-        auto item = queue.next(kPatience);
+        auto item = queue.next(kTimeout);
         if (item) {
             return *item;
         }
@@ -84,7 +84,7 @@ protected:
     Bus& connect(const BusOptions& options = impatient())
     {
         bus.emplace(server->path, options);
-        EXPECT_EQ(bus->waitConnected(kPatience), std::error_code());
+        EXPECT_EQ(bus->waitConnected(kTimeout), std::error_code());
         return *bus;
     }
 

@@ -44,7 +44,7 @@ public:
     explicit RawPeer(Descriptor socket) : m_socket(std::move(socket))
     {
         timeval patience = {};
-        patience.tv_sec = kPatience.count();
+        patience.tv_sec = kTimeout.count();
         ::setsockopt(m_socket.get(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
     }
 
@@ -71,7 +71,7 @@ public:
     /// \return the next packet
     std::string receive() const
     {
-        if (!isReadable(kPatience)) {
+        if (!isReadable(kTimeout)) {
             throw std::runtime_error("the packet that the test waited for did not come");
         }
         std::string packet(4 * kMessageLimit, '\0');
@@ -86,7 +86,7 @@ public:
     /// Waits for the other end to close; a packet that comes first is thrown.
     void expectEnd() const
     {
-        if (!isReadable(kPatience)) {
+        if (!isReadable(kTimeout)) {
             throw std::runtime_error("the connection did not end");
         }
         std::string packet(kMessageLimit, '\0');
@@ -98,7 +98,7 @@ public:
     }
 
     /// \return whether nothing comes for a moment
-    bool isSilent() const { return !isReadable(kGlance); }
+    bool isSilent() const { return !isReadable(kQuietTime); }
 
     void shutdown(int how) const { ::shutdown(m_socket.get(), how); }
     void close() { m_socket.reset(); }
@@ -132,7 +132,7 @@ public:
     RawPeer accept() const
     {
         pollfd entry = {m_socket.get(), POLLIN, 0};
-        if (::poll(&entry, 1, static_cast<int>(std::chrono::milliseconds(kPatience).count())) != 1) {
+        if (::poll(&entry, 1, static_cast<int>(std::chrono::milliseconds(kTimeout).count())) != 1) {
             throw std::runtime_error("nobody connected");
         }
         return RawPeer(Descriptor(::accept4(m_socket.get(), nullptr, nullptr, SOCK_CLOEXEC)));
@@ -328,12 +328,12 @@ protected:
     }
 
     /// Reads a request to subscribe to \p channel and grants it.
-    void grantSubscription(const std::string& channel)
+    void acceptSubscription(const std::string& channel)
     {
         EXPECT_EQ(peer.receive(), printedSubscribeRequest(channel));
         peer.send(response(".subscribe", true, channel));
     }
-    void grantUnsubscription(const std::string& channel)
+    void acceptUnsubscription(const std::string& channel)
     {
         EXPECT_EQ(peer.receive(), printedUnsubscribeRequest(channel));
         peer.send(response(".unsubscribe", true, channel));
@@ -342,7 +342,7 @@ protected:
                    const TelvaneDataTypeBase& prototype, void* user = nullptr)
     {
         std::future<int> result = begin([&] { return client.Subscribe(channel, callback, prototype, user); });
-        grantSubscription(channel);
+        acceptSubscription(channel);
         ASSERT_EQ(result.get(), 0);
     }
 

@@ -34,14 +34,14 @@ std::mutex faultsLock;
 std::vector<Fault*> faults;
 
 /// \return whether the call is to fail, and then how
-bool strikes(Call call, FaultScript& how)
+bool applies(Call call, FaultScript& how)
 {
     const std::lock_guard<std::mutex> guard(faultsLock);
     for (Fault* const fault : faults) {
         const FaultScript& script = fault->script();
         if (script.call == call && (script.caller == Caller::Anyone || script.caller == caller)) {
             how = script;
-            return fault->strikes();
+            return fault->applies();
         }
     }
     return false;
@@ -52,7 +52,7 @@ template <class Action>
 auto failOr(Call call, Action action) -> decltype(action())
 {
     FaultScript how;
-    if (strikes(call, how)) {
+    if (applies(call, how)) {
         if (how.gate == nullptr) {
             errno = how.error;
             return -1;
@@ -116,7 +116,7 @@ Fault::~Fault()
     faults.erase(std::find(faults.begin(), faults.end(), this));
 }
 
-bool Fault::strikes()
+bool Fault::applies()
 {
     const std::lock_guard<std::mutex> guard(m_lock);
     ++m_calls;
@@ -124,7 +124,7 @@ bool Fault::strikes()
         return false;
     }
     ++m_failures;
-    m_struck.notify_all();
+    m_failed.notify_all();
     return true;
 }
 
@@ -143,7 +143,7 @@ int Fault::failures() const
 bool Fault::awaitFailures(int count) const
 {
     std::unique_lock<std::mutex> guard(m_lock);
-    return m_struck.wait_for(guard, kPatience, [this, count] { return m_failures >= count; });
+    return m_failed.wait_for(guard, kTimeout, [this, count] { return m_failures >= count; });
 }
 
 } // namespace Telvane::Testing
@@ -197,7 +197,7 @@ ssize_t __wrap_send(int fd, const void* data, std::size_t length, int flags)
 {
     sendFlags[static_cast<int>(currentCaller())] = flags;
     FaultScript how;
-    if (!strikes(Call::Send, how)) {
+    if (!applies(Call::Send, how)) {
         return __real_send(fd, data, length, flags);
     }
     if (how.error != 0) {
@@ -237,7 +237,7 @@ int __wrap_close(int fd)
 int __wrap_pthread_join(pthread_t thread, void** result)
 {
     FaultScript how;
-    strikes(Call::JoinThread, how);
+    applies(Call::JoinThread, how);
     return __real_pthread_join(thread, result);
 }
 
@@ -245,7 +245,7 @@ int __wrap_pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mu
 {
     const int result = __real_pthread_cond_timedwait(condition, mutex, deadline);
     FaultScript how;
-    if (strikes(Call::Wait, how)) {
+    if (applies(Call::Wait, how)) {
         how.gate->pass();
     }
     return result;
@@ -255,7 +255,7 @@ int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, T
                           void* argument)
 {
     FaultScript how;
-    if (strikes(Call::CreateThread, how)) {
+    if (applies(Call::CreateThread, how)) {
         return how.error;
     }
     // Not with new, which a test may have made to fail.

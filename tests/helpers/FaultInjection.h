@@ -1,8 +1,7 @@
 #pragma once
 
-// Makes the system calls of the bus fail as a test scripts it. Programs that link this have the calls in
-// question redirected by the linker, the library's as well as the test's own; the library itself knows
-// nothing of it.
+// Makes system calls of the bus fail. The linker redirects these calls in programs that link this, both the
+// library's and the test's own. The library is unchanged.
 
 #include "helpers/BusTestSupport.h"
 
@@ -35,17 +34,17 @@ enum class Call
     Wait,       ///< on a condition and the wall clock
 };
 
-/// On which kind of thread a call is made.
+/// Kinds of threads that make calls.
 enum class Caller
 {
-    Application, ///< whatever the library has not started
-    Listener,    ///< the server's listening thread
+    Application, ///< a thread that the library has not started
+    Listener,    ///< the server's listener thread
     Receiver,    ///< a server's thread for one of its clients
     ClientReceiver,
     Anyone,
 };
 
-/// \return what the calling thread is
+/// \return the kind of the calling thread
 Caller currentCaller();
 
 /// \return the flags of the last send on that kind of thread
@@ -53,7 +52,7 @@ int flagsOfLastSend(Caller caller);
 
 constexpr int kForEver = std::numeric_limits<int>::max();
 
-/// What is to happen to which calls.
+/// The calls that fail, and how.
 struct FaultScript
 {
     Call call = Call::Send;
@@ -61,14 +60,14 @@ struct FaultScript
     int error = 0;   ///< errno of the failing call; of Call::CreateThread the result
     int passing = 0; ///< how many calls pass before the first that fails
     int failing = 1; ///< how many then fail
-    /// Of Call::Send: instead of failing, this many bytes of the packet go out.
+    /// Call::Send: sends this many bytes of the packet instead of failing.
     std::size_t sentBytes = 0;
-    /// Instead of failing, the call waits until this is open; Call::Wait, which only knows this, when its own
-    /// waiting is over. Not for Call::Send and Call::CreateThread.
+    /// Waits until this is open instead of failing. Call::Wait supports only this, and waits after its own
+    /// wait. Not for Call::Send and Call::CreateThread.
     Gate* gate = nullptr;
 };
 
-/// A script in force, from construction to destruction. Of several that fit a call the oldest decides.
+/// Applies a script until destruction. If several match a call, the oldest decides.
 class Fault
 {
 public:
@@ -77,23 +76,23 @@ public:
     Fault& operator=(const Fault&) = delete;
     ~Fault();
 
-    /// \return how many calls have fitted the script
+    /// \return the count of calls that matched the script
     int calls() const;
-    /// \return how many calls have failed
+    /// \return the count of calls that failed
     int failures() const;
-    /// Waits until \p count calls have failed. \return false when that does not happen
+    /// Waits until \p count calls have failed. \return false after a time-out
     bool awaitFailures(int count) const;
 
-    /// \name For the calls
+    /// \name For the redirected calls
     /// @{
     const FaultScript& script() const { return m_script; }
-    bool strikes();
+    bool applies();
     /// @}
 
 private:
     const FaultScript m_script;
     mutable std::mutex m_lock;
-    mutable std::condition_variable m_struck;
+    mutable std::condition_variable m_failed;
     int m_calls = 0;
     int m_failures = 0;
 };

@@ -19,29 +19,29 @@
 #include <unistd.h>
 #include <utility>
 
-/// Where a sanitizer writes its report; not there in a program without one.
+/// Redirects a sanitizer's report; null in programs without a sanitizer.
 extern "C" void __sanitizer_set_report_fd(void* descriptor) __attribute__((weak));
 
 namespace Telvane::Testing
 {
 
-/// How long a test waits for what must happen. Only a failing test ever waits that long.
-constexpr std::chrono::seconds kPatience{40};
+/// Time-out for events that a test expects. Only a failing test waits this long.
+constexpr std::chrono::seconds kTimeout{40};
 
-/// How long a test looks whether something happens that must not. A busy machine can only hide a fault
-/// that way, not invent one.
-constexpr std::chrono::milliseconds kGlance{50};
+/// Time for which a test checks that nothing happens. On a busy machine a fault may be missed, but no false
+/// one is reported.
+constexpr std::chrono::milliseconds kQuietTime{50};
 
 [[noreturn]] inline void throwSystemError(const char* what)
 {
     throw std::system_error(errno, std::generic_category(), what);
 }
 
-/// Waits until \p condition holds; for what sends no event that could be waited for.
+/// Waits until \p condition is true, for conditions without an event.
 template <class Condition>
 bool eventually(Condition condition)
 {
-    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    const auto deadline = std::chrono::steady_clock::now() + kTimeout;
     while (!condition()) {
         if (std::chrono::steady_clock::now() > deadline) {
             return false;
@@ -51,7 +51,7 @@ bool eventually(Condition condition)
     return true;
 }
 
-/// A file descriptor with an owner.
+/// Owns a file descriptor.
 class Descriptor
 {
 public:

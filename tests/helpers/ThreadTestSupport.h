@@ -44,7 +44,7 @@ public:
     Value take()
     {
         std::unique_lock<std::mutex> hold(m_lock);
-        if (!m_arrived.wait_for(hold, kPatience, [this] { return !m_values.empty(); })) {
+        if (!m_arrived.wait_for(hold, kTimeout, [this] { return !m_values.empty(); })) {
             throw std::runtime_error("what the test waited for did not happen");
         }
         Value value = std::move(m_values.front());
@@ -78,7 +78,7 @@ public:
     bool pass()
     {
         std::unique_lock<std::mutex> hold(m_lock);
-        return m_opened.wait_for(hold, kPatience, [this] { return m_open; });
+        return m_opened.wait_for(hold, kTimeout, [this] { return m_open; });
     }
 
 private:

@@ -204,7 +204,7 @@ TEST(DateTimeFromString, IgnoresASign)
     EXPECT_EQ(moment.time.tv_nsec, 0);
 }
 
-TEST(DateTimeFromString, TakesTheFirstRunOfDigitsWhateverSurroundsIt)
+TEST(DateTimeFromString, ReadsTheFirstDigitsInAnyText)
 {
     DateTime moment;
     EXPECT_EQ(DateTime::FromString("at 1500 or 9999", moment), 0);
@@ -253,7 +253,7 @@ TEST(DateTimeFromIso8601String, ReadsLocalTime)
     }
 }
 
-TEST(DateTimeFromIso8601String, TakesEveryTimeAsStandardTime)
+TEST(DateTimeFromIso8601String, ReadsEveryTimeAsStandardTime)
 {
     const TimeZone zone(kNewYork);
     DateTime moment;
@@ -283,7 +283,7 @@ TEST(DateTimeFromIso8601String, MultipliesTheFractionIn32Bits)
     EXPECT_EQ(moment.time.tv_nsec, 705'032'704);
 }
 
-TEST(DateTimeFromIso8601String, TellsWhatItReads)
+TEST(DateTimeFromIso8601String, PrintsTheTextThatItReads)
 {
     const TimeZone zone(kUtc);
     DateTime moment;
@@ -293,7 +293,7 @@ TEST(DateTimeFromIso8601String, TellsWhatItReads)
     EXPECT_EQ(told.error, "");
 }
 
-TEST(DateTimeFromIso8601String, RefusesWhatCannotBeReadAndTellsSo)
+TEST(DateTimeFromIso8601String, ReportsATextThatCannotBeRead)
 {
     DateTime moment = at(3, 4);
     std::string text = "yesterday.5Z";

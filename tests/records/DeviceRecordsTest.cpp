@@ -64,7 +64,7 @@ TEST(DeviceIdentity, ReadsTheLibraryKeyInAnyLetterCaseAndWritesItAsSpelled)
     EXPECT_NE(compactJson(identity).find(R"("standardLibraryPartNUmber":"S1")"), std::string::npos);
 }
 
-TEST(DeviceIdentity, RefusesABooleanWhereTheDualFeederNumberStands)
+TEST(DeviceIdentity, RefusesABooleanForTheDualFeederNumber)
 {
     DeviceIdentity identity;
     std::string json = compactJson(identity);

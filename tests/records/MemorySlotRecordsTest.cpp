@@ -77,7 +77,7 @@ TEST(FleetManagementSettings, ReadEachNumberUnderItsOwnKey)
     EXPECT_EQ(compactJson(settings), json);
 }
 
-TEST(FleetManagementSettings, KeepWhatTheyReadBeforeAMissingKeyAndLeaveTheRest)
+TEST(FleetManagementSettings, ChangeOnlyTheFieldsBeforeAMissingKey)
 {
     std::string json = fleetSettings(kFleetKeyCount);
     const std::string missing = R"("presetVoltage":15,)";
@@ -90,7 +90,7 @@ TEST(FleetManagementSettings, KeepWhatTheyReadBeforeAMissingKeyAndLeaveTheRest)
     EXPECT_EQ(compactJson(settings), fleetSettings(14));
 }
 
-TEST(WeldControlRequest, RefusesANumberWhereAFlagStands)
+TEST(WeldControlRequest, RefusesANumberForAFlag)
 {
     SetMemorySlotSettingsWeldControlRequest request;
     const ReadOutcome outcome =
@@ -134,7 +134,7 @@ TEST(MemorySlotSettingsReport, PackagesItsLetteredParametersInOrder)
     EXPECT_EQ(compactJson(report), expected);
 }
 
-TEST(MemorySlotSettingsReport, TellsLettersFromDoubleLetters)
+TEST(MemorySlotSettingsReport, DistinguishesLettersFromDoubleLetters)
 {
     MemorySlotSettingsReport report;
     report.A = 1;

@@ -114,7 +114,7 @@ TEST(PSCommandType, HasItsNumbers)
     EXPECT_EQ(PSCommandType_OutOfRange, 7);
 }
 
-TEST(PSCommand, TellsAnyTypeBelowSevenAsItIs)
+TEST(PSCommand, ReturnsAnyTypeBelowSeven)
 {
     PSCommand command;
     EXPECT_EQ(command.GetCommandType(), PSCommandType_General);
@@ -124,7 +124,7 @@ TEST(PSCommand, TellsAnyTypeBelowSevenAsItIs)
     }
 }
 
-TEST(PSCommand, TellsTypesFromSevenOnAndNegativeOnesAsSevenButCarriesThem)
+TEST(PSCommand, ReturnsSevenForTypesFromSevenAndNegativeOnesButKeepsThem)
 {
     PSCommand command;
     for (const int type :
@@ -243,7 +243,7 @@ TEST(PSCommand, ReadsAHundredItems)
     EXPECT_EQ(command.mValues[99].Value, 2);
 }
 
-TEST(PSCommand, RefusesAHundredAndOneModesAndLeavesBothLists)
+TEST(PSCommand, RefusesAHundredAndOneModesWithoutChangingEitherList)
 {
     PSCommand command;
     command.InsertMode(PSValues_e(5), 300);

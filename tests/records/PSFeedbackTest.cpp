@@ -116,7 +116,7 @@ TEST(PSFeedback, RefusesNoValuesAndTwentyFiveValues)
     }
 }
 
-TEST(PSFeedback, RefusesNoFlagsAndFiveFlagsAndLeavesTheValues)
+TEST(PSFeedback, RefusesNoFlagsAndFiveFlagsWithoutChangingTheValues)
 {
     PSFeedback feedback;
     for (const std::size_t count : {std::size_t{0}, std::size_t{5}}) {

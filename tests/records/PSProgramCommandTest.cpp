@@ -150,7 +150,7 @@ TEST(PSProgramCommand, IsUsableAgainAfterACopy)
     EXPECT_EQ(target.Get(ProgramCommand_GasType), 3);
 }
 
-TEST(PSProgramCommand, TellsItsTypeAsACommandDoes)
+TEST(PSProgramCommand, ReturnsItsTypeLikeACommand)
 {
     PSProgramCommand command;
     EXPECT_EQ(command.GetCommandType(), PSCommandType_Program);

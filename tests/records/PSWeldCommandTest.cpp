@@ -83,7 +83,7 @@ TEST(PSWeldCommand, ResetsAllFlagsAndNothingElse)
     EXPECT_EQ(command.GetCommandType(), 5);
 }
 
-TEST(PSWeldCommand, TellsItsTypeAsACommandDoes)
+TEST(PSWeldCommand, ReturnsItsTypeLikeACommand)
 {
     PSWeldCommand command;
     EXPECT_EQ(command.GetCommandType(), PSCommandType_Weld);

@@ -1,4 +1,4 @@
-// Many clients, many channels and a coming and going, on a server that is watched from outside.
+// Many clients and channels, with connects and disconnects, on a server whose resources are measured.
 
 #include "ProcessPool.h"
 #include "Scenarios.h"
@@ -39,10 +39,10 @@ int crowd(const RoleContext& context)
 {
     const std::size_t first = std::stoul(context.arguments.at(0));
     const std::size_t count = std::stoul(context.arguments.at(1));
-    const std::size_t sharers = std::stoul(context.arguments.at(2));
+    const std::size_t sharedSubscribers = std::stoul(context.arguments.at(2));
     std::vector<std::unique_ptr<EventClient>> clients;
     const auto receive = [&](void*, TelvaneDataTypeBase*, int, void*) {
-        ++context.slot.beats;
+        ++context.slot.operations;
     };
     for (std::size_t number = first; number < first + count; ++number) {
         auto client = std::make_unique<EventClient>();
@@ -51,19 +51,19 @@ int crowd(const RoleContext& context)
             if (result == 0) {
                 result = client->Subscribe(channelName("own", number), receive, WeldTraceData(), nullptr);
             }
-            if (result == 0 && number < sharers) {
+            if (result == 0 && number < sharedSubscribers) {
                 result = client->Subscribe("shared", receive, WeldTraceData(), nullptr);
             }
             return result;
         };
         int result = joins();
-        while (result == -ETIMEDOUT && !context.over()) { // a machine as busy as that is no broken promise
+        while (result == -ETIMEDOUT && !context.over()) { // a busy machine, not a violation
             client->Disconnect();
             result = joins();
         }
         if (result != 0) {
-            context.slot.violate("client " + std::to_string(number) +
-                                 " could not join: " + std::to_string(result));
+            context.slot.reportViolation("client " + std::to_string(number) +
+                                         " could not join: " + std::to_string(result));
             return 1;
         }
         clients.push_back(std::move(client));
@@ -74,7 +74,7 @@ int crowd(const RoleContext& context)
         EventClient& client = *clients[turn % count];
         if (client.Publish(channelName("own", first + turn % count), record) != 0 ||
             (turn % count == 0 && client.Publish("shared", record) != 0)) {
-            context.slot.violate("a publication failed");
+            context.slot.reportViolation("a publication failed");
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
@@ -92,7 +92,7 @@ int comeAndGo(const RoleContext& context)
             WeldTraceData record;
             while (!context.over()) {
                 if (client.Connect(context.socketPath) != 0) {
-                    context.slot.violate("a client could not connect");
+                    context.slot.reportViolation("a client could not connect");
                     return;
                 }
                 int result = 0;
@@ -103,10 +103,10 @@ int comeAndGo(const RoleContext& context)
                                                : client.Publish(channel, record);
                 }
                 if (result != 0 && result != -ETIMEDOUT) {
-                    context.slot.violate("an operation returned " + std::to_string(result));
+                    context.slot.reportViolation("an operation returned " + std::to_string(result));
                 }
                 client.Disconnect();
-                ++context.slot.beats;
+                ++context.slot.operations;
                 std::this_thread::sleep_for(std::chrono::milliseconds(random() % 100));
             }
         });
@@ -117,49 +117,49 @@ int comeAndGo(const RoleContext& context)
     return 0;
 }
 
-void crowdTheServer(const Plan& plan)
+void loadServer(const Plan& plan)
 {
-    ProcessPool crew;
-    const std::size_t server = crew.start("server");
-    crew.awaitBeat(server);
+    ProcessPool pool;
+    const std::size_t server = pool.start("server");
+    pool.awaitOperation(server);
     const auto footprint = [&] {
-        return footprintOf(crew.process(server));
+        return footprintOf(pool.process(server));
     };
     const Footprint empty = footprint();
     std::vector<std::size_t> crowds;
     for (std::size_t first = 0; first < plan.clients; first += kClientsOfAProcess) {
         crowds.push_back(
-            crew.start("crowd", {std::to_string(first),
+            pool.start("crowd", {std::to_string(first),
                                  std::to_string(std::min(kClientsOfAProcess, plan.clients - first)),
-                                 std::to_string(plan.sharers)}));
+                                 std::to_string(plan.sharedSubscribers)}));
     }
     const auto sum = [&](const std::vector<std::size_t>& slots, std::atomic<std::uint64_t> Slot::*counter) {
         std::uint64_t total = 0;
         for (const std::size_t slot : slots) {
-            total += crew.slot(slot).*counter;
+            total += pool.slot(slot).*counter;
         }
         return total;
     };
-    crew.await("all clients have joined", [&] { return sum(crowds, &Slot::joined) == plan.clients; });
+    pool.await("all clients have joined", [&] { return sum(crowds, &Slot::joined) == plan.clients; });
     const Footprint full = footprint();
     if (full.descriptors != empty.descriptors + plan.clients ||
         full.threads != empty.threads + plan.clients) {
         throw Failure("clients do not cost the server one descriptor and one thread each");
     }
 
-    // What grows while it is used for the first time is let grow for a tenth of the time.
-    const std::size_t joiners = crew.start("joiners", {std::to_string(plan.joiners)});
+    // Let memory grow for a tenth of the time, until everything has been used once.
+    const std::size_t visitors = pool.start("visitors", {std::to_string(plan.visitors)});
     const auto begin = std::chrono::steady_clock::now();
     const std::chrono::milliseconds duration = plan.load;
     const auto pass = [&](std::chrono::milliseconds until) {
         while (std::chrono::steady_clock::now() < begin + until) {
-            crew.inspect();
+            pool.inspect();
             std::this_thread::sleep_for(std::chrono::milliseconds(100));
         }
     };
     pass(duration / 10);
     const Footprint warm = footprint();
-    const std::uint64_t receivedBefore = sum(crowds, &Slot::beats);
+    const std::uint64_t receivedBefore = sum(crowds, &Slot::operations);
     Footprint most = warm;
     for (int tenth = 2; tenth <= 10; ++tenth) {
         pass(duration * tenth / 10);
@@ -168,13 +168,13 @@ void crowdTheServer(const Plan& plan)
         most.threads = std::max(most.threads, now.threads);
         most.residentKiB = std::max(most.residentKiB, now.residentKiB);
     }
-    const std::uint64_t received = sum(crowds, &Slot::beats) - receivedBefore;
-    const std::uint64_t visits = crew.slot(joiners).beats;
+    const std::uint64_t received = sum(crowds, &Slot::operations) - receivedBefore;
+    const std::uint64_t visits = pool.slot(visitors).operations;
     const double seconds = std::chrono::duration<double>(duration).count() * 0.9;
     report("load: %zu clients, %zu channels, %zu subscribers on one, %zu coming and going for %.0f s: %.0f "
            "relays/s, "
            "%llu visits\n",
-           plan.clients, plan.clients + 101, plan.sharers, plan.joiners, seconds / 0.9,
+           plan.clients, plan.clients + 101, plan.sharedSubscribers, plan.visitors, seconds / 0.9,
            static_cast<double>(received) / seconds, static_cast<unsigned long long>(visits));
     const auto show = [](const char* when, const Footprint& at) {
         report("load: %-18s %5zu descriptors, %5zu threads, %7zu KiB resident\n", when, at.descriptors,
@@ -184,25 +184,25 @@ void crowdTheServer(const Plan& plan)
     show("all joined", full);
     show("warm", warm);
     show("most", most);
-    // Descriptors are counted when the visitors have gone: until then a busy server may be behind them.
+    // Count descriptors after the visitors have disconnected: a busy server may lag before.
     if (most.residentKiB > warm.residentKiB + kAllowedGrowthKiB) {
         throw Failure("the server grows under load");
     }
-    crew.dismiss(joiners);
-    crew.await("who has gone costs nothing", [&] {
+    pool.stop(visitors);
+    pool.await("who has gone costs nothing", [&] {
         const Footprint now = footprint();
         return now.descriptors == full.descriptors && now.threads == full.threads;
     });
     show("visitors gone", footprint());
     for (const std::size_t index : crowds) {
-        crew.dismiss(index);
+        pool.stop(index);
     }
-    crew.await("all descriptors and threads are back", [&] {
+    pool.await("all descriptors and threads are back", [&] {
         const Footprint now = footprint();
         return now.descriptors == empty.descriptors && now.threads == empty.threads;
     });
     show("all gone", footprint());
-    crew.finish();
+    pool.finish();
 }
 
 } // namespace Soak

@@ -1,5 +1,5 @@
-// What two clients that behave notice of a third one that does not. Times are reported, not judged: they
-// belong to the machine. Whether everything arrives is judged, and what the server takes of memory.
+// The effect of a misbehaving client on two others. Latencies are reported but not checked, because they
+// depend on the machine. Delivery and the server's memory are checked.
 
 #include "ProcessPool.h"
 #include "Scenarios.h"
@@ -29,7 +29,7 @@ using namespace Telvane;
 namespace
 {
 
-/// A bare socket, which need not send what a client of ours would.
+/// A socket that can send anything.
 class Raw
 {
 public:
@@ -88,9 +88,9 @@ constexpr std::size_t kAllowedKiB =
 #endif
 constexpr double kAllowedKiBOfAName = 0.5; // which a server never forgets
 
-constexpr const char* kNameAfterName = "subscribes to name after name";
+constexpr const char* kManyNames = "subscribes to name after name";
 
-void sendRubbish(const RoleContext& context)
+void sendInvalid(const RoleContext& context)
 {
     const Raw raw(context.socketPath);
     std::mt19937 random(1);
@@ -98,7 +98,7 @@ void sendRubbish(const RoleContext& context)
     while (!context.over()) {
         std::generate(packet.begin(), packet.end(), [&] { return static_cast<char>(random()); });
         raw.send(packet);
-        ++context.slot.beats;
+        ++context.slot.operations;
     }
 }
 
@@ -108,7 +108,7 @@ void sendLargest(const RoleContext& context)
     const std::string packet = R"({"header":"nobody","payload":")" + std::string(16000, 'x') + "\"}";
     while (!context.over()) {
         raw.send(packet);
-        ++context.slot.beats;
+        ++context.slot.operations;
     }
 }
 
@@ -121,17 +121,17 @@ void nestDeeply(const RoleContext& context)
     while (!context.over()) {
         raw.send(packet);
         raw.receive();
-        ++context.slot.beats;
+        ++context.slot.operations;
     }
 }
 
 void neverRead(const RoleContext& context)
 {
     const Raw raw(context.socketPath);
-    raw.send(subscription("honest"));
+    raw.send(subscription("wellBehaved"));
     while (!context.over()) {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        ++context.slot.beats;
+        ++context.slot.operations;
     }
 }
 
@@ -143,30 +143,30 @@ void subscribeToMany(const RoleContext& context)
         raw.send(subscription(channelName("name", number % names)));
         raw.receive();
         context.slot.last = std::max<std::uint64_t>(context.slot.last, number % names + 1);
-        ++context.slot.beats;
+        ++context.slot.operations;
     }
 }
 
-void comeAndGoQuickly(const RoleContext& context)
+void reconnectQuickly(const RoleContext& context)
 {
     while (!context.over()) {
         const Raw raw(context.socketPath);
-        raw.send(subscription("honest"));
-        ++context.slot.beats;
+        raw.send(subscription("wellBehaved"));
+        ++context.slot.operations;
     }
 }
 
 const std::map<std::string, Attack>& attacks()
 {
     static const std::map<std::string, Attack> all = {
-        {"sends rubbish", &sendRubbish},        {"floods with 16 KiB packets", &sendLargest},
+        {"sends rubbish", &sendInvalid},        {"floods with 16 KiB packets", &sendLargest},
         {"nests a thousand deep", &nestDeeply}, {"subscribes and never reads", &neverRead},
-        {kNameAfterName, &subscribeToMany},     {"comes and goes", &comeAndGoQuickly},
+        {kManyNames, &subscribeToMany},         {"comes and goes", &reconnectQuickly},
     };
     return all;
 }
 
-/// Two clients in this process: what one publishes the other answers to, one message at a time.
+/// Two clients in this process: one publishes, and waits until the other receives, one message at a time.
 class HonestPair
 {
 public:
@@ -178,8 +178,8 @@ public:
             m_arrival.notify_one();
         };
         if (m_publisher.Connect(path) != 0 || m_subscriber.Connect(path) != 0 ||
-            m_subscriber.Subscribe("honest", wake, WeldTraceData(), nullptr) != 0) {
-            throw Failure("the honest clients cannot join");
+            m_subscriber.Subscribe("wellBehaved", wake, WeldTraceData(), nullptr) != 0) {
+            throw Failure("the wellBehaved clients cannot join");
         }
     }
 
@@ -191,12 +191,12 @@ public:
         const auto end = std::chrono::steady_clock::now() + duration;
         while (std::chrono::steady_clock::now() < end) {
             const auto begin = std::chrono::steady_clock::now();
-            if (m_publisher.Publish("honest", record) != 0) {
-                throw Failure("an honest publication failed");
+            if (m_publisher.Publish("wellBehaved", record) != 0) {
+                throw Failure("an wellBehaved publication failed");
             }
             std::unique_lock<std::mutex> guard(m_lock);
-            if (!m_arrival.wait_for(guard, kPatience, [this] { return m_arrived; })) {
-                throw Failure("an honest publication did not arrive");
+            if (!m_arrival.wait_for(guard, kTimeout, [this] { return m_arrived; })) {
+                throw Failure("an wellBehaved publication did not arrive");
             }
             m_arrived = false;
             times.push_back(
@@ -228,29 +228,29 @@ int attack(const RoleContext& context)
     return 0;
 }
 
-void endureNeighbours(const Plan& plan)
+void compareNeighbors(const Plan& plan)
 {
-    ProcessPool crew;
-    const std::size_t server = crew.start("server");
-    crew.awaitBeat(server);
-    HonestPair pair(crew.socketPath());
-    pair.exchange(plan.look / 10);
-    const std::vector<double> alone = pair.exchange(plan.look);
+    ProcessPool pool;
+    const std::size_t server = pool.start("server");
+    pool.awaitOperation(server);
+    HonestPair pair(pool.socketPath());
+    pair.exchange(plan.measure / 10);
+    const std::vector<double> alone = pair.exchange(plan.measure);
     report("neighbours: %-29s %8.0f us median, %8.0f us of 99 %%, %8.0f us longest, %7zu KiB resident\n",
            "none", at(alone, 0.5), at(alone, 0.99), alone.back(),
-           footprintOf(crew.process(server)).residentKiB);
+           footprintOf(pool.process(server)).residentKiB);
     for (const auto& [name, function] : attacks()) {
-        const std::size_t attacker = crew.start("attacker", {name, std::to_string(plan.names)});
-        crew.awaitBeat(attacker);
-        const std::uint64_t before = crew.slot(attacker).beats;
-        const std::vector<double> beside = pair.exchange(plan.look);
-        const double rate = static_cast<double>(crew.slot(attacker).beats - before) /
-                            std::chrono::duration<double>(plan.look).count();
-        while (name == kNameAfterName && crew.slot(attacker).last < static_cast<std::uint64_t>(plan.names)) {
-            pair.exchange(plan.look / 10); // until it has them all
-            crew.inspect();
+        const std::size_t attacker = pool.start("attacker", {name, std::to_string(plan.names)});
+        pool.awaitOperation(attacker);
+        const std::uint64_t before = pool.slot(attacker).operations;
+        const std::vector<double> beside = pair.exchange(plan.measure);
+        const double rate = static_cast<double>(pool.slot(attacker).operations - before) /
+                            std::chrono::duration<double>(plan.measure).count();
+        while (name == kManyNames && pool.slot(attacker).last < static_cast<std::uint64_t>(plan.names)) {
+            pair.exchange(plan.measure / 10); // until it has them all
+            pool.inspect();
         }
-        const std::size_t resident = footprintOf(crew.process(server)).residentKiB;
+        const std::size_t resident = footprintOf(pool.process(server)).residentKiB;
         report("neighbours: %-29s %8.0f us median, %8.0f us of 99 %%, %8.0f us longest, %7zu KiB resident; "
                "factor %.1f of the median, %.0f attacks/s\n",
                name.c_str(), at(beside, 0.5), at(beside, 0.99), beside.back(), resident,
@@ -259,10 +259,10 @@ void endureNeighbours(const Plan& plan)
             static_cast<double>(kAllowedKiB) + kAllowedKiBOfAName * static_cast<double>(plan.names)) {
             throw Failure("the server grows beyond its bound");
         }
-        crew.dismiss(attacker);
-        crew.inspect();
+        pool.stop(attacker);
+        pool.inspect();
     }
-    crew.finish();
+    pool.finish();
 }
 
 } // namespace Soak

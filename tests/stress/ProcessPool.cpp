@@ -55,7 +55,7 @@ std::string endText(int status)
 
 } // namespace
 
-void Slot::violate(const std::string& what)
+void Slot::reportViolation(const std::string& what)
 {
     if (violations.fetch_add(1) == 0) {
         std::strncpy(firstViolation, what.c_str(), sizeof firstViolation - 1);
@@ -140,25 +140,25 @@ void ProcessPool::kill(std::size_t index)
     ::waitpid(m_members[index].process, &status, 0);
     m_members[index].process = -1;
     if (!WIFSIGNALED(status) || WTERMSIG(status) != SIGKILL) {
-        throw Failure(m_members[index].role + " " + endText(status) + " before it was killed" + lastWords());
+        throw Failure(m_members[index].role + " " + endText(status) + " before it was killed" + logTail());
     }
 }
 
-void ProcessPool::dismiss(std::size_t index)
+void ProcessPool::stop(std::size_t index)
 {
     Member& member = m_members[index];
     slot(index).leave = true;
     int status = 0;
-    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    const auto deadline = std::chrono::steady_clock::now() + kTimeout;
     while (::waitpid(member.process, &status, WNOHANG) == 0) {
         if (std::chrono::steady_clock::now() > deadline) {
-            throw Failure(member.role + " does not end" + lastWords());
+            throw Failure(member.role + " does not end" + logTail());
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
     member.process = -1;
     if (status != 0) {
-        throw Failure(member.role + " " + endText(status) + lastWords());
+        throw Failure(member.role + " " + endText(status) + logTail());
     }
 }
 
@@ -166,7 +166,7 @@ void ProcessPool::finish()
 {
     for (std::size_t index = m_members.size(); index-- > 0;) {
         if (m_members[index].process > 0) {
-            dismiss(index);
+            stop(index);
         }
     }
     inspect();
@@ -179,7 +179,7 @@ void ProcessPool::inspect()
         int status = 0;
         if (member.process > 0 && ::waitpid(member.process, &status, WNOHANG) > 0) {
             member.process = -1;
-            throw Failure(member.role + " " + endText(status) + " by itself" + lastWords());
+            throw Failure(member.role + " " + endText(status) + " by itself" + logTail());
         }
         if (slot(i).violations != 0) {
             throw Failure(member.role + ", " + std::to_string(slot(i).violations) +
@@ -188,13 +188,13 @@ void ProcessPool::inspect()
     }
 }
 
-void ProcessPool::awaitBeat(std::size_t index)
+void ProcessPool::awaitOperation(std::size_t index)
 {
-    const std::uint64_t before = slot(index).beats;
-    await(role(index) + " carries on", [&] { return slot(index).beats > before; });
+    const std::uint64_t before = slot(index).operations;
+    await(role(index) + " carries on", [&] { return slot(index).operations > before; });
 }
 
-std::string ProcessPool::lastWords() const
+std::string ProcessPool::logTail() const
 {
     std::string all;
     for (const auto& file : std::filesystem::directory_iterator(m_directory)) {

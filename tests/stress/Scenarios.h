@@ -1,6 +1,6 @@
 #pragma once
 
-// What a soak run does. Each scenario prints its figures and throws a Failure for anything that must not be.
+// The scenarios of a soak run. Each prints its measurements and throws a Failure if a check fails.
 
 #include <chrono>
 #include <cstddef>
@@ -14,28 +14,29 @@ struct Plan
 {
     std::uint32_t seed = 1;
     int kills = 500;
-    std::size_t clients = 1000; ///< with a channel each
-    std::size_t sharers = 200;  ///< of them subscribe to one channel together
-    std::size_t joiners = 50;   ///< come and go meanwhile
+    std::size_t clients = 1000;          ///< count of clients, each with a channel of its own
+    std::size_t sharedSubscribers = 200; ///< of these, clients that also subscribe to one shared channel
+    std::size_t visitors = 50;           ///< clients that connect and disconnect meanwhile
     std::chrono::seconds load{600};
-    std::uint64_t published = 20000;      ///< while a subscriber stands still
-    std::chrono::milliseconds look{5000}; ///< at the latency beside each bad neighbour
-    int names = 100000;                   ///< that a bad neighbour subscribes to
+    std::uint64_t published = 20000;         ///< messages published while a subscriber is stopped
+    std::chrono::milliseconds measure{5000}; ///< time of measuring the latency with each noisy neighbor
+    int names = 100000;                      ///< channels that a noisy neighbor subscribes to
 };
 
-/// Kills and restarts the processes of a bus at random moments; those that are left carry on.
+/// Kills and restarts processes at random times; the others must continue.
 void killProcesses(const Plan& plan);
 
-/// Stops one subscriber for a while: the others receive everything, and what it missed is known.
-void stopASubscriber(const Plan& plan);
+/// Stops one subscriber for a while: the others must receive everything, and the server must count what it
+/// missed.
+void pauseSubscriber(const Plan& plan);
 
-/// Puts many clients and channels on one server, with a coming and going: nothing grows.
-void crowdTheServer(const Plan& plan);
+/// Runs many clients and channels on one server, with connects and disconnects: its resources must not grow.
+void loadServer(const Plan& plan);
 
-/// Looks at the latency of two well-behaved clients beside others that mean harm.
-void endureNeighbours(const Plan& plan);
+/// Measures the latency of two well-behaved clients with noisy neighbors.
+void compareNeighbors(const Plan& plan);
 
-/// Prints a line of figures at once, so that whoever waits sees that it goes on.
+/// Prints a line and flushes it, to show progress.
 template <class... Values>
 void report(const char* format, Values... values)
 {

@@ -1,8 +1,8 @@
-// Keeps a bus of many processes under strain for a while and reports what it cost. Fails when anything broke.
+// Stress-tests a bus of many processes and reports measurements. Fails if a check fails.
 //
 //   soak [--minutes N] [--kills N] [--seed N] [--short] [kill] [stop] [load] [neighbours]
 //
-// Without a name all scenarios run. --short is the form for every change: a minute instead of many.
+// Runs all scenarios unless some are named. --short takes one minute, for each change.
 
 #include "ProcessPool.h"
 #include "Scenarios.h"
@@ -29,29 +29,29 @@ struct Scenario
 
 constexpr Scenario kScenarios[] = {
     {"kill", &killProcesses},
-    {"stop", &stopASubscriber},
-    {"load", &crowdTheServer},
-    {"neighbours", &endureNeighbours},
+    {"stop", &pauseSubscriber},
+    {"load", &loadServer},
+    {"neighbours", &compareNeighbors},
 };
 
 Plan shortened(Plan plan)
 {
     plan.kills = 12;
     plan.clients = 200;
-    plan.sharers = 50;
-    plan.joiners = 10;
+    plan.sharedSubscribers = 50;
+    plan.visitors = 10;
     plan.load = std::chrono::seconds(5);
     plan.published = 2000;
-    plan.look = std::chrono::milliseconds(300);
+    plan.measure = std::chrono::milliseconds(300);
     plan.names = 2000;
 #ifdef TELVANE_SOAK_SANITIZED
     plan.kills = 8;
     plan.clients = 100;
-    plan.sharers = 25;
-    plan.joiners = 5;
+    plan.sharedSubscribers = 25;
+    plan.visitors = 5;
     plan.load = std::chrono::seconds(3);
     plan.published = 1000;
-    plan.look = std::chrono::milliseconds(150);
+    plan.measure = std::chrono::milliseconds(150);
     plan.names = 500;
 #endif
     return plan;
@@ -99,7 +99,7 @@ int run(const std::vector<std::string_view>& words)
         }
     }
     if (!any) {
-        throw Failure("there is no such scenario; there are kill, stop, load and neighbours");
+        throw Failure("unknown scenario; use kill, stop, load or neighbours");
     }
     return 0;
 }

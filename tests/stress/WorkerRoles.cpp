@@ -23,9 +23,9 @@ using namespace Telvane;
 Role roleNamed(const std::string& name)
 {
     static const std::map<std::string, Role> roles = {
-        {"server", &serve},      {"publisher", &publish}, {"subscriber", &listenToStream},
-        {"requester", &request}, {"responder", &respond}, {"crowd", &crowd},
-        {"joiners", &comeAndGo}, {"attacker", &attack},
+        {"server", &serve},       {"publisher", &publish}, {"subscriber", &listenToStream},
+        {"requester", &request},  {"responder", &respond}, {"crowd", &crowd},
+        {"visitors", &comeAndGo}, {"attacker", &attack},
     };
     const auto found = roles.find(name);
     if (found == roles.end()) {
@@ -78,7 +78,7 @@ int serve(const RoleContext& context)
     EventServer server;
     const auto start = [&] {
         if (const int result = server.Start(context.socketPath); result != 0) {
-            context.slot.violate("Start() returned " + std::to_string(result));
+            context.slot.reportViolation("Start() returned " + std::to_string(result));
         }
     };
     start();
@@ -86,11 +86,11 @@ int serve(const RoleContext& context)
         const timespec moment = {0, 5'000'000};
         if (sigtimedwait(&signals, nullptr, &moment) == SIGHUP) {
             if (const int result = server.Stop(); result != 0) {
-                context.slot.violate("Stop() returned " + std::to_string(result));
+                context.slot.reportViolation("Stop() returned " + std::to_string(result));
             }
             start();
         }
-        context.slot.beats = context.slot.beats + 1;
+        context.slot.operations = context.slot.operations + 1;
     }
     return server.Stop();
 }
@@ -119,7 +119,7 @@ void expectOneOf(const RoleContext& context, const char* operation, int result,
                  std::initializer_list<int> allowed)
 {
     if (std::find(allowed.begin(), allowed.end(), result) == allowed.end()) {
-        context.slot.violate(std::string(operation) + " returned " + std::to_string(result));
+        context.slot.reportViolation(std::string(operation) + " returned " + std::to_string(result));
     }
 }
 
@@ -141,7 +141,7 @@ int publish(const RoleContext& context)
         expectOneOf(context, "Publish()", result, {0, -ENOTCONN});
         if (result == 0) {
             context.slot.last = static_cast<std::uint64_t>(number++);
-            ++context.slot.beats;
+            ++context.slot.operations;
         }
         std::this_thread::sleep_for(pause);
     }
@@ -159,16 +159,16 @@ int listenToStream(const RoleContext& context)
             [&](void*, TelvaneDataTypeBase* record, int, void*) {
                 const auto& received = dynamic_cast<WeldTraceData&>(*record);
                 if (!isWhole(received)) {
-                    context.slot.violate("a record arrived in pieces: " + record->GetString());
+                    context.slot.reportViolation("a record arrived in pieces: " + record->GetString());
                 }
                 if (received.messageSerial == publisher && received.sequence <= last) {
-                    context.slot.violate("record " + std::to_string(received.sequence) + " came after " +
-                                         std::to_string(last));
+                    context.slot.reportViolation("record " + std::to_string(received.sequence) +
+                                                 " came after " + std::to_string(last));
                 }
                 publisher = received.messageSerial;
                 last = received.sequence;
                 context.slot.last = static_cast<std::uint64_t>(last);
-                ++context.slot.beats;
+                ++context.slot.operations;
             },
             WeldTraceData(), nullptr);
         expectOneOf(context, "Subscribe()", result, {0, -ENOTCONN, -ETIMEDOUT});
@@ -201,7 +201,7 @@ int respond(const RoleContext& context)
             expectOneOf(context, "Publish()", published, {0, -ENOTCONN});
             ++context.slot.answered;
         }
-        ++context.slot.beats; // it cannot do more by itself than be there
+        ++context.slot.operations; // it cannot do more by itself than be there
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     client->Disconnect();
@@ -225,12 +225,12 @@ int request(const RoleContext& context)
             expectOneOf(context, "Request()", result, {0, -ETIMEDOUT, -ENOTCONN});
         }
         if (!isWhole(answer)) {
-            context.slot.violate("an answer arrived in pieces: " + answer.GetString());
+            context.slot.reportViolation("an answer arrived in pieces: " + answer.GetString());
         }
         if (result == 0 && answer.sequence > 0) {
             ++context.slot.answered;
         }
-        ++context.slot.beats;
+        ++context.slot.operations;
         std::this_thread::sleep_for(std::chrono::microseconds(500));
     }
     client->Disconnect();

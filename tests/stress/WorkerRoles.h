@@ -1,7 +1,7 @@
 #pragma once
 
-// What the processes of a soak run do, each until the run is over. They hold the bus to its promises as they
-// go, and note on their slot what was broken.
+// The roles of the processes of a soak run. Each checks the bus's guarantees until the end of the run and
+// reports violations in its slot.
 
 #include "ProcessPool.h"
 
@@ -15,7 +15,7 @@ namespace Soak
 
 using Role = int (*)(const RoleContext& context);
 
-/// \throws Failure when there is no such role
+/// \throws Failure if there is no such role
 Role roleNamed(const std::string& name);
 
 /// \name Roles
@@ -30,15 +30,15 @@ int comeAndGo(const RoleContext& context);
 int attack(const RoleContext& context);
 /// @}
 
-/// A client that connects again whenever its connection has been lost.
+/// A client that reconnects whenever its connection is lost.
 class PersistentClient
 {
 public:
-    /// \param prepare makes the subscriptions of a new connection; returns whether it could
+    /// \param prepare subscribes on a new connection; returns false on failure
     PersistentClient(const RoleContext& context, std::function<bool(Telvane::EventClient&)> prepare);
 
-    /// Sees to it that there is a connection, however often that has to be tried.
-    /// \return false when the run is over
+    /// Connects if necessary, with any count of attempts.
+    /// \return false at the end of the run
     bool connected();
 
     Telvane::EventClient& operator*() { return m_client; }

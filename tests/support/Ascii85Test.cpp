@@ -123,7 +123,7 @@ TEST(Ascii85, WritesOnlyItsAlphabetForEveryByte)
     EXPECT_TRUE(std::all_of(text.begin(), text.end(), [](char c) { return c >= '!' && c <= 'u'; }));
 }
 
-TEST(Ascii85, AppendsBehindTheTextThatIsThere)
+TEST(Ascii85, AppendsToAnExistingText)
 {
     std::string text = "before z ";
     EXPECT_EQ(encode_ascii85("Man A", 5, text), 5);

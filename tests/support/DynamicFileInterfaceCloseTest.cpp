@@ -40,7 +40,7 @@ TEST_F(DynamicFileClose, IsHarmlessASecondTime)
     EXPECT_EQ(file.Close(), -1);
 }
 
-TEST_F(DynamicFileClose, LeavesNoDescriptorAndNoThread)
+TEST_F(DynamicFileClose, LeaksNoDescriptorAndNoThread)
 {
     const auto descriptors = openDescriptors();
     const auto threads = runningThreads();
@@ -178,7 +178,7 @@ TEST_F(DynamicFileClose, EndsAListenerThatWaitsForItsFirstReader)
     EXPECT_TRUE(comesDownToThreads(threads));
 }
 
-TEST_F(DynamicFileClose, LosesNoDescriptorToAReaderThatComesMeanwhile)
+TEST_F(DynamicFileClose, LosesNoDescriptorToAReaderThatOpensThePipeMeanwhile)
 {
     const auto descriptors = openDescriptors();
     DynamicFileInterface file(m_path, saying("hello"));

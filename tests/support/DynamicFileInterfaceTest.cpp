@@ -52,7 +52,7 @@ TEST_F(DynamicFileLifecycle, DestructionAfterCloseReleasesTheHandler)
     EXPECT_EQ(held.use_count(), 1);
 }
 
-TEST_F(DynamicFileLifecycle, DestructionWithoutCloseLeavesAPipeThatIsServed)
+TEST_F(DynamicFileLifecycle, ServesThePipeAfterDestructionWithoutClose)
 {
     EXPECT_EQ(exitCodeOf([this] {
                   auto file = std::make_unique<DynamicFileInterface>(m_path, saying("still here"));
@@ -93,7 +93,7 @@ TEST_F(DynamicFileOpen, PrintsTheCurrentErrorAlsoOnSuccess)
     EXPECT_EQ(file.Close(), 0);
 }
 
-TEST_F(DynamicFileOpen, ServesAPipeThatExistsAndSaysSo)
+TEST_F(DynamicFileOpen, ServesAPipeThatExistsAndReportsIt)
 {
     ASSERT_EQ(::mkfifo(m_path.c_str(), 0600), 0);
     DynamicFileInterface file(m_path, saying("hello"));
@@ -213,7 +213,7 @@ TEST_F(DynamicFileServing, DeliversMoreThanAPipeHolds)
     EXPECT_EQ(file.Close(), 0);
 }
 
-TEST_F(DynamicFileServing, OutlivesReadersThatLeaveEarly)
+TEST_F(DynamicFileServing, ContinuesAfterReadersThatCloseEarly)
 {
     std::atomic<int> brokenPipes{0};
     DynamicFileInterface file(m_path, [&brokenPipes](int fd) {
@@ -241,7 +241,7 @@ TEST_F(DynamicFileServing, IgnoresBrokenPipesForTheWholeProcess)
     EXPECT_EQ(file.Close(), 0);
 }
 
-TEST_F(DynamicFileServing, GoesOnWhenALostPipeComesBack)
+TEST_F(DynamicFileServing, ContinuesWhenARemovedPipeIsRestored)
 {
     std::atomic<bool> lost{false};
     DynamicFileInterface file(m_path, [&](int fd) {
@@ -259,7 +259,7 @@ TEST_F(DynamicFileServing, GoesOnWhenALostPipeComesBack)
     EXPECT_EQ(file.Close(), 0);
 }
 
-TEST_F(DynamicFileServing, NeverUsesTheNumberOfStandardInput)
+TEST_F(DynamicFileServing, NeverUsesTheDescriptorOfStandardInput)
 {
     ASSERT_EQ(::mkfifo(m_path.c_str(), 0600), 0);
     const pid_t child = ::fork();

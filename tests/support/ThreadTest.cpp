@@ -33,7 +33,7 @@ int tellSignals(void* /*server*/, int /*client*/, const std::string& /*header*/,
     return 0;
 }
 
-TEST(ThreadsOfTheBus, LeaveTheSignalsOfTheApplicationToIt)
+TEST(ThreadsOfTheBus, BlockTheSignalsThatTheApplicationHandles)
 {
     Signals signals;
     RunningServer running([&](EventServer& server) {
@@ -55,7 +55,7 @@ TEST(ThreadsOfTheBus, LeaveTheSignalsOfTheApplicationToIt)
     EXPECT_EQ(client.Disconnect(), 0);
 }
 
-TEST(ThreadsOfTheBus, AreJoinedWhenTheNextClientComes)
+TEST(ThreadsOfTheBus, AreJoinedWhenTheNextClientConnects)
 {
     HookCalls departures;
     RunningServer running(

@@ -58,7 +58,7 @@ TEST(PrintedJson, TakesEveryGoldenRecordAsItPrints)
     EXPECT_GT(records, 84);
 }
 
-TEST(PrintedJson, KnowsTheNumbersThatPrintAsTheyAreWritten)
+TEST(PrintedJson, AcceptsNumbersInPrintedForm)
 {
     expectAsPrinted({"0",
                      "-0",
@@ -116,7 +116,7 @@ TEST(PrintedJson, KnowsTheNumbersThatPrintAsTheyAreWritten)
     expectAsPrinted({std::string(63, '1'), std::string(64, '1'), "0." + std::string(70, '1')});
 }
 
-TEST(PrintedJson, KnowsTheNumbersOfEachLengthThatPrintAsTheyAreWritten)
+TEST(PrintedJson, AcceptsNumbersOfEachLengthInPrintedForm)
 {
     std::minstd_rand random(4711);
     for (int i = 0; i < 50'000; ++i) {
@@ -139,7 +139,7 @@ TEST(PrintedJson, KnowsTheNumbersOfEachLengthThatPrintAsTheyAreWritten)
     }
 }
 
-TEST(PrintedJson, KnowsTheStringsThatPrintAsTheyAreWritten)
+TEST(PrintedJson, AcceptsStringsInPrintedForm)
 {
     expectAsPrinted({R"("")",
                      R"("a")",
@@ -177,7 +177,7 @@ TEST(PrintedJson, KnowsTheStringsThatPrintAsTheyAreWritten)
     }
 }
 
-TEST(PrintedJson, KnowsTheLayoutOfObjectsAndArrays)
+TEST(PrintedJson, AcceptsThePrintedLayoutOfObjectsAndArrays)
 {
     expectAsPrinted({"{\n}", "{}",     "{\n\t}", "{ \n}",   "[]",       "[ ]",          "[\n]",
                      "[1]",  "[1, 2]", "[1,2]",  "[1,  2]", "[1, ]",    "[, 1]",        "[,]",

@@ -78,7 +78,7 @@ TEST(SocketsOfTheBus, AreClosedOnExec)
     EXPECT_EQ(inheritor.Stop(), 0);
 }
 
-TEST(ServerSocket, LetsFiveClientsWaitBehindOne)
+TEST(ServerSocket, LetsFiveClientsWaitAfterOne)
 {
     Gate gate;
     FaultScript script{Call::Accept, Caller::Listener, 0, 0, kForEver};

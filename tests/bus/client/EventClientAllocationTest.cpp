@@ -1,6 +1,6 @@
-// The client and the synchronizer while memory runs out: every allocation of every operation fails once, alone
-// and for good, on the thread that makes it. Nothing is thrown, what is lost is told or counted, and with
-// memory back the next call does all that it should.
+// The client and the synchronizer while memory runs out: every allocation of every operation fails once,
+// alone and for good, on the thread that makes it. Nothing is thrown, what is lost is told or counted, and
+// with memory back the next call does all that it should.
 
 #include "helpers/BusMemorySupport.h"
 
@@ -40,7 +40,7 @@ protected:
     HALInfo m_example = exampleRecord(1);
 };
 
-INSTANTIATE_TEST_SUITE_P(Memory, ClientMemory, ::testing::Values(Shortage::Once, Shortage::Lasting),
+INSTANTIATE_TEST_SUITE_P(Memory, ClientMemory, ::testing::Values(Shortage::Once, Shortage::Persistent),
                          nameOfShortage);
 
 TEST_P(ClientMemory, RunsOutInConnect)
@@ -51,7 +51,7 @@ TEST_P(ClientMemory, RunsOutInConnect)
     const std::size_t descriptors = openDescriptors();
     failEach(Caller::Application, [&](AllocationFault& fault) {
         const int result = fault.during([&] { return client.Connect(server.path()); });
-        EXPECT_EQ(result, fault.struck() ? -ENOMEM : 0);
+        EXPECT_EQ(result, fault.triggered() ? -ENOMEM : 0);
         EXPECT_EQ(client.IsConnected(), result == 0);
         if (result != 0) {
             EXPECT_EQ(openDescriptors(), descriptors);
@@ -73,7 +73,7 @@ TEST_P(ClientMemory, IsNotNeededToDisconnect)
     ASSERT_EQ(client.Subscribe(kChannel, counting(calls), m_example, nullptr), 0);
     AllocationFault fault(Caller::Application, 1, GetParam());
     EXPECT_EQ(fault.during([&] { return client.Disconnect(); }), 0);
-    EXPECT_FALSE(fault.struck());
+    EXPECT_FALSE(fault.triggered());
 }
 
 TEST_P(ClientMemory, RunsOutInPublish)
@@ -93,7 +93,7 @@ TEST_P(ClientMemory, RunsOutInPublish)
             return 0;
         });
         for (const int result : results) {
-            EXPECT_TRUE(result == 0 || (fault.struck() && (result == -ENOMEM || result == -1))) << result;
+            EXPECT_TRUE(result == 0 || (fault.triggered() && (result == -ENOMEM || result == -1))) << result;
             if (result == 0) {
                 EXPECT_EQ(peer.receive().rfind("{\n\t\"header\":\t\"" + kChannel, 0), 0U);
             }
@@ -113,7 +113,7 @@ TEST_P(ClientMemory, RunsOutInSubscribe)
         EventClient::Callback callback = counting(calls);
         const int result =
             fault.during([&] { return client.Subscribe(kChannel, std::move(callback), m_example, nullptr); });
-        EXPECT_TRUE(result == 0 || (fault.struck() && result == -ENOMEM)) << result;
+        EXPECT_TRUE(result == 0 || (fault.triggered() && result == -ENOMEM)) << result;
         if (result != 0) {
             EXPECT_EQ(client.Unsubscribe(kChannel), -EINVAL);
             EXPECT_EQ(client.Subscribe(kChannel, counting(calls), m_example, nullptr), 0);
@@ -132,7 +132,7 @@ TEST_P(ClientMemory, RunsOutInUnsubscribe)
         std::atomic<int> calls{0};
         ASSERT_EQ(client.Subscribe(kChannel, counting(calls), m_example, nullptr), 0);
         const int result = fault.during([&] { return client.Unsubscribe(kChannel); });
-        EXPECT_TRUE(result == 0 || (fault.struck() && result == -ENOMEM)) << result;
+        EXPECT_TRUE(result == 0 || (fault.triggered() && result == -ENOMEM)) << result;
         if (result != 0) {
             EXPECT_EQ(client.Publish(kChannel, m_example), 0);
             EXPECT_TRUE(eventually([&] { return calls == 1; }));
@@ -169,7 +169,7 @@ TEST_P(ClientMemory, RunsOutInRequest)
         ASSERT_EQ(client.Connect(running.path), 0);
         HALInfo answer;
         const int result = fault.during([&] { return client.Request(kChannel, answer, 1); });
-        EXPECT_TRUE(result == 0 || (fault.struck() && result == -ENOMEM)) << result;
+        EXPECT_TRUE(result == 0 || (fault.triggered() && result == -ENOMEM)) << result;
         EXPECT_EQ(client.Request(kChannel, answer, 1), 0);
         EXPECT_EQ(answer.serialNumber, m_example.serialNumber);
         EXPECT_EQ(client.Unsubscribe(kChannel), -EINVAL);
@@ -186,7 +186,7 @@ TEST_P(ClientMemory, RunsOutInASynchronizersRequest)
         EventClientSynchronizer synchronizer;
         HALInfo answer;
         const int result = fault.during([&] { return synchronizer.Request(client, kChannel, answer, 20); });
-        EXPECT_TRUE(result == 0 || (fault.struck() && result == -ENOMEM)) << result;
+        EXPECT_TRUE(result == 0 || (fault.triggered() && result == -ENOMEM)) << result;
         EXPECT_EQ(synchronizer.Request(client, kChannel, answer, 20), 0);
         EXPECT_EQ(answer.serialNumber, m_example.serialNumber);
     });
@@ -212,7 +212,7 @@ protected:
     const std::string m_payload = m_example.GetString();
 };
 
-INSTANTIATE_TEST_SUITE_P(Memory, ReceiverMemory, ::testing::Values(Shortage::Once, Shortage::Lasting),
+INSTANTIATE_TEST_SUITE_P(Memory, ReceiverMemory, ::testing::Values(Shortage::Once, Shortage::Persistent),
                          [](const auto& shortage) { return nameOfShortage(shortage); });
 
 TEST_P(ReceiverMemory, RunsOutInADispatchWhichIsThenCountedAsLost)
@@ -233,11 +233,11 @@ TEST_P(ReceiverMemory, RunsOutInADispatchWhichIsThenCountedAsLost)
             sendDuring(fault, receiving);
             const EventClientStatistics after = client.Statistics();
             EXPECT_EQ(after.received - before.received, 1U);
-            EXPECT_EQ(calls, fault.struck() ? 0 : 1);
+            EXPECT_EQ(calls, fault.triggered() ? 0 : 1);
             EXPECT_EQ(after.notJson - before.notJson + after.undecodable - before.undecodable,
-                      fault.struck() ? 1U : 0U);
+                      fault.triggered() ? 1U : 0U);
             sendExample(receiving);
-            EXPECT_EQ(calls, fault.struck() ? 1 : 2);
+            EXPECT_EQ(calls, fault.triggered() ? 1 : 2);
         });
     EXPECT_GT(allocations, 10);
 }
@@ -249,13 +249,13 @@ TEST_P(ReceiverMemory, RunsOutWhileAReplyIsTakenAndTheNextOneIsTaken)
         failEachAllocation(Caller::ClientReceiver, GetParam(), [&](AllocationFault& fault) {
             HALInfo answer;
             std::future<int> result = begin([&] { return client.Request(kChannel, answer, 1); });
-            grantSubscription(kChannel);
+            acceptSubscription(kChannel);
             EXPECT_EQ(peer.receive(), printedPublication("req_" + kChannel));
             sendDuring(fault, receiving);
-            if (fault.struck()) {
+            if (fault.triggered()) {
                 sendExample(receiving);
             }
-            grantUnsubscription(kChannel);
+            acceptUnsubscription(kChannel);
             EXPECT_EQ(result.get(), 0);
             EXPECT_EQ(answer.machineType, m_example.machineType);
         });
@@ -271,13 +271,13 @@ TEST_P(ReceiverMemory, RunsOutWhileASynchronizersReplyIsTakenAndTheNextOneIsTake
             HALInfo answer;
             std::future<int> result =
                 begin([&] { return synchronizer.Request(client, kChannel, answer, 40); });
-            grantSubscription(kChannel);
+            acceptSubscription(kChannel);
             EXPECT_EQ(peer.receive(), printedPublication("req_" + kChannel));
             sendDuring(fault, receiving);
-            if (fault.struck()) {
+            if (fault.triggered()) {
                 sendExample(receiving);
             }
-            grantUnsubscription(kChannel);
+            acceptUnsubscription(kChannel);
             EXPECT_EQ(result.get(), 0);
             EXPECT_EQ(answer.machineType, m_example.machineType);
         });

@@ -1,5 +1,5 @@
-// Requests on one channel by several threads of one client, and what the application does with that channel in
-// the meantime: nobody may be handed what belongs to a request that is over.
+// Requests on one channel by several threads of one client, and what the application does with that channel
+// in the meantime: nobody may be handed what belongs to a request that is over.
 
 #include <Telvane/WeldRecords.h>
 
@@ -23,7 +23,7 @@ protected:
     std::future<int> ask(UnitValuePair& answer)
     {
         std::future<int> result = begin([this, &answer] { return client.Request("Amps", answer, 1); });
-        grantSubscription("Amps");
+        acceptSubscription("Amps");
         EXPECT_EQ(peer.receive(), printedPublication("req_Amps"));
         return result;
     }
@@ -52,7 +52,7 @@ TEST_F(ConcurrentRequests, AllTakeTheAnswerAndTheLastOneUnsubscribes)
     std::future<int> firstResult = ask(first);
     std::future<int> secondResult = ask(second);
     peer.send(relay("Amps", 1, kAmps));
-    grantUnsubscription("Amps");
+    acceptUnsubscription("Amps");
     EXPECT_EQ(firstResult.get(), 0);
     EXPECT_EQ(secondResult.get(), 0);
     EXPECT_EQ(first.Value, 176);
@@ -64,13 +64,13 @@ TEST_F(ConcurrentRequests, AllTimeOutAndTheLastOneUnsubscribes)
 {
     std::future<int> firstResult = ask(first);
     std::future<int> secondResult = ask(second);
-    grantUnsubscription("Amps");
+    acceptUnsubscription("Amps");
     EXPECT_EQ(firstResult.get(), -ETIMEDOUT);
     EXPECT_EQ(secondResult.get(), -ETIMEDOUT);
     expectNotSubscribed();
 }
 
-TEST_F(ConcurrentRequests, RestoreTheSubscriptionThatTheyStandBefore)
+TEST_F(ConcurrentRequests, RestoreAnEarlierSubscription)
 {
     subscribeToAmps();
     std::future<int> firstResult = ask(first);
@@ -88,13 +88,13 @@ TEST_F(ConcurrentRequests, CountAnAnswerWithoutPayloadOnce)
     std::future<int> secondResult = ask(second);
     peer.send(R"({"header":"Amps","sequence":1})");
     peer.send(relay("Amps", 2, kAmps));
-    grantUnsubscription("Amps");
+    acceptUnsubscription("Amps");
     EXPECT_EQ(firstResult.get(), 0);
     EXPECT_EQ(secondResult.get(), 0);
     EXPECT_EQ(client.Statistics().undecodable, 1U);
 }
 
-TEST_F(ConcurrentRequests, LeaveASubscriptionInForceThatIsMadeWhileTheyWait)
+TEST_F(ConcurrentRequests, KeepASubscriptionThatIsMadeWhileTheyWait)
 {
     std::future<int> result = ask(first);
     subscribeToAmps();
@@ -102,7 +102,7 @@ TEST_F(ConcurrentRequests, LeaveASubscriptionInForceThatIsMadeWhileTheyWait)
     expectSubscribed();
 }
 
-TEST_F(ConcurrentRequests, LeaveASubscriptionInForceThatIsMadeWhileTheyUnsubscribe)
+TEST_F(ConcurrentRequests, KeepASubscriptionThatIsMadeWhileTheyUnsubscribe)
 {
     std::future<int> result = ask(first);
     peer.send(relay("Amps", 1, kAmps));
@@ -113,12 +113,12 @@ TEST_F(ConcurrentRequests, LeaveASubscriptionInForceThatIsMadeWhileTheyUnsubscri
     expectSubscribed();
 }
 
-TEST_F(ConcurrentRequests, LeaveAChannelAloneThatIsUnsubscribedWhileTheyWait)
+TEST_F(ConcurrentRequests, DoNotUnsubscribeFromAChannelThatWasUnsubscribedMeanwhile)
 {
     subscribeToAmps();
     std::future<int> result = ask(first);
     std::future<int> unsubscribed = begin([this] { return client.Unsubscribe("Amps"); });
-    grantUnsubscription("Amps");
+    acceptUnsubscription("Amps");
     EXPECT_EQ(unsubscribed.get(), 0);
     EXPECT_EQ(result.get(), -ETIMEDOUT);
     expectNotSubscribed();

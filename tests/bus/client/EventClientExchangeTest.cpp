@@ -42,13 +42,13 @@ protected:
 TEST_F(Subscribing, SucceedsWithTrueAndTheChannelsName)
 {
     std::future<int> result = beginSubscribing("Amps");
-    grantSubscription("Amps");
+    acceptSubscription("Amps");
     EXPECT_EQ(result.get(), 0);
     peer.send(relay("Amps", 1, kAmps));
     EXPECT_EQ(receptions.take().sequence, 1);
 }
 
-TEST_F(Subscribing, SucceedsWhateverElseTheAnswerHolds)
+TEST_F(Subscribing, SucceedsIfTheResponseHasOtherKeys)
 {
     std::future<int> result = beginSubscribing("Amps");
     peer.receive();
@@ -99,7 +99,7 @@ TEST_F(Subscribing, BearsRepeatedAnswers)
 {
     for (const char* const channel : {"Amps", "Volts"}) {
         std::future<int> result = beginSubscribing(channel);
-        grantSubscription(channel);
+        acceptSubscription(channel);
         EXPECT_EQ(result.get(), 0);
         peer.send(response(".subscribe", false, channel));
         peer.send(response(".subscribe", true, channel));
@@ -122,7 +122,7 @@ TEST_F(Subscribing, TimesOutWithoutAnAnswerAndThenBearsALateOne)
     EXPECT_EQ(receptions.take().sequence, 2);
 
     result = beginSubscribing("Amps");
-    grantSubscription("Amps");
+    acceptSubscription("Amps");
     EXPECT_EQ(result.get(), 0);
     expectNothingElseSent();
 }
@@ -167,7 +167,7 @@ TEST_F(Subscribing, AndUnsubscribingAtOnceDoNotDisturbEachOther)
     std::future<int> subscribed = beginSubscribing("Amps");
     // Whether the second exchange waits for the first or not: each gets what is meant for it.
     peer.send(response(".unsubscribe", true, "Volts"));
-    grantSubscription("Amps");
+    acceptSubscription("Amps");
     EXPECT_EQ(unsubscribed.get(), 0);
     EXPECT_EQ(subscribed.get(), 0);
 }
@@ -175,11 +175,11 @@ TEST_F(Subscribing, AndUnsubscribingAtOnceDoNotDisturbEachOther)
 TEST_F(Subscribing, ToTheServerAloneRegistersNothing)
 {
     std::future<int> result = begin([&] { return client.subscribeToServer("Amps"); });
-    grantSubscription("Amps");
+    acceptSubscription("Amps");
     EXPECT_EQ(result.get(), 0);
     EXPECT_EQ(client.Unsubscribe("Amps"), -EINVAL);
     result = begin([&] { return client.unsubscribeFromServer("Amps"); });
-    grantUnsubscription("Amps");
+    acceptUnsubscription("Amps");
     EXPECT_EQ(result.get(), 0);
 }
 
@@ -203,7 +203,7 @@ TEST_F(Unsubscribing, IsRefusedByAnyOtherAnswerAndKeepsTheSubscription)
         receptions.take();
     }
     std::future<int> result = begin([&] { return client.Unsubscribe("Amps"); });
-    grantUnsubscription("Amps");
+    acceptUnsubscription("Amps");
     EXPECT_EQ(result.get(), 0);
 }
 
@@ -216,7 +216,7 @@ TEST_F(Unsubscribing, TimesOutWithoutAnAnswerAndKeepsTheSubscription)
     peer.send(relay("Amps", 1, kAmps));
     EXPECT_EQ(receptions.take().sequence, 1);
     result = begin([&] { return client.Unsubscribe("Amps"); });
-    grantUnsubscription("Amps");
+    acceptUnsubscription("Amps");
     EXPECT_EQ(result.get(), 0);
 }
 
@@ -227,7 +227,7 @@ protected:
     {
         return begin([this, timeout] { return client.Request("Amps", answer, timeout); });
     }
-    void expectQuestion() { EXPECT_EQ(peer.receive(), printedPublication("req_Amps")); }
+    void expectRequest() { EXPECT_EQ(peer.receive(), printedPublication("req_Amps")); }
 
     UnitValuePair answer;
 };
@@ -237,7 +237,7 @@ TEST_F(Requesting, SubscribesAsksTakesTheAnswerAndUnsubscribes)
     std::future<int> result = beginRequest();
     EXPECT_EQ(peer.receive(), printedSubscribeRequest("Amps"));
     peer.send(response(".subscribe", true, "Amps"));
-    expectQuestion();
+    expectRequest();
     peer.send(relay("Amps", 4, R"({"Unit":"A","Value":176,"_id":"x"})"));
     EXPECT_EQ(peer.receive(), printedUnsubscribeRequest("Amps"));
     peer.send(response(".unsubscribe", true, "Amps"));
@@ -249,14 +249,14 @@ TEST_F(Requesting, SubscribesAsksTakesTheAnswerAndUnsubscribes)
     expectNothingElseSent();
 }
 
-TEST_F(Requesting, WaitsOneSecondWhateverTheTimeout)
+TEST_F(Requesting, WaitsOneSecondWithAnyTimeout)
 {
     for (const int timeout : {0, -5, 60}) {
         std::future<int> result = beginRequest(timeout);
-        grantSubscription("Amps");
-        expectQuestion();
+        acceptSubscription("Amps");
+        expectRequest();
         peer.send(relay("Amps", 1, kAmps));
-        grantUnsubscription("Amps");
+        acceptUnsubscription("Amps");
         EXPECT_EQ(result.get(), 0) << timeout;
     }
 }
@@ -265,9 +265,9 @@ TEST_F(Requesting, TimesOutWithoutAnAnswerAndUnsubscribes)
 {
     answer.Unit = "before";
     std::future<int> result = beginRequest(60);
-    grantSubscription("Amps");
-    expectQuestion();
-    grantUnsubscription("Amps");
+    acceptSubscription("Amps");
+    expectRequest();
+    acceptUnsubscription("Amps");
     EXPECT_EQ(result.get(), -ETIMEDOUT);
     EXPECT_EQ(answer.Unit, "before");
     peer.send(relay("Amps", 1, kAmps));
@@ -279,11 +279,11 @@ TEST_F(Requesting, PassesOverWhatItCannotRead)
 {
     const StreamCapture error(STDERR_FILENO);
     std::future<int> result = beginRequest();
-    grantSubscription("Amps");
-    expectQuestion();
+    acceptSubscription("Amps");
+    expectRequest();
     peer.send(relay("Amps", 1, R"({"Unit":5})"));
     peer.send(relay("Amps", 2, kAmps));
-    grantUnsubscription("Amps");
+    acceptUnsubscription("Amps");
     EXPECT_EQ(result.get(), 0);
     EXPECT_EQ(answer.Value, 176);
 }
@@ -293,9 +293,9 @@ TEST_F(Requesting, AsksEvenWhenTheSubscriptionIsRefused)
     std::future<int> result = beginRequest();
     EXPECT_EQ(peer.receive(), printedSubscribeRequest("Amps"));
     peer.send(response(".subscribe", false, "Amps"));
-    expectQuestion();
+    expectRequest();
     peer.send(relay("Amps", 1, kAmps));
-    grantUnsubscription("Amps");
+    acceptUnsubscription("Amps");
     EXPECT_EQ(result.get(), 0);
     EXPECT_EQ(answer.Value, 176);
 }
@@ -304,7 +304,7 @@ TEST_F(Requesting, GivesUpWhenTheSubscriptionIsNotAnswered)
 {
     std::future<int> result = beginRequest();
     EXPECT_EQ(peer.receive(), printedSubscribeRequest("Amps"));
-    grantUnsubscription("Amps"); // comes instead of the question
+    acceptUnsubscription("Amps"); // comes instead of the question
     EXPECT_EQ(result.get(), -ETIMEDOUT);
     EXPECT_EQ(client.Unsubscribe("Amps"), -EINVAL);
     expectNothingElseSent();
@@ -313,8 +313,8 @@ TEST_F(Requesting, GivesUpWhenTheSubscriptionIsNotAnswered)
 TEST_F(Requesting, DoesNotMindARefusedUnsubscription)
 {
     std::future<int> result = beginRequest();
-    grantSubscription("Amps");
-    expectQuestion();
+    acceptSubscription("Amps");
+    expectRequest();
     peer.send(relay("Amps", 1, kAmps));
     EXPECT_EQ(peer.receive(), printedUnsubscribeRequest("Amps"));
     peer.send(response(".unsubscribe", false, "Amps"));
@@ -326,8 +326,8 @@ TEST_F(Requesting, OverASubscriptionTakesTheAnswerAndRestoresItWithoutUnsubscrib
 {
     subscribe("Amps", recordingTo(receptions), UnitValuePair(), this);
     std::future<int> result = beginRequest();
-    grantSubscription("Amps");
-    expectQuestion();
+    acceptSubscription("Amps");
+    expectRequest();
     peer.send(relay("Amps", 1, kAmps));
     EXPECT_EQ(result.get(), 0);
     EXPECT_EQ(answer.Value, 176);
@@ -345,8 +345,8 @@ TEST_F(Requesting, OverASubscriptionRestoresItWithoutAnAnswerToo)
 {
     subscribe("Amps", recordingTo(receptions), UnitValuePair());
     std::future<int> result = beginRequest();
-    grantSubscription("Amps");
-    expectQuestion();
+    acceptSubscription("Amps");
+    expectRequest();
     EXPECT_EQ(result.get(), -ETIMEDOUT);
     expectNothingElseSent();
     peer.send(relay("Amps", 2, kAmps));
@@ -360,7 +360,7 @@ TEST_F(Requesting, OverASubscriptionLosesItWhenTheSubscriptionIsNotAnswered)
         "Amps", [token](void*, TelvaneDataTypeBase*, int, void*) { ADD_FAILURE(); }, UnitValuePair());
     std::future<int> result = beginRequest();
     EXPECT_EQ(peer.receive(), printedSubscribeRequest("Amps"));
-    grantUnsubscription("Amps");
+    acceptUnsubscription("Amps");
     EXPECT_EQ(result.get(), -ETIMEDOUT);
     EXPECT_EQ(client.Unsubscribe("Amps"), -EINVAL);
     EXPECT_EQ(token.use_count(), 1);

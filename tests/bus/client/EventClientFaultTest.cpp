@@ -27,14 +27,14 @@ protected:
         EXPECT_EQ(receptions.take().sequence, 7);
         expectNothingElseSent();
         std::future<int> result = begin([&] { return client.Unsubscribe("works"); });
-        grantUnsubscription("works");
+        acceptUnsubscription("works");
         EXPECT_EQ(result.get(), 0);
     }
 };
 
 using EventClientConnect = ClientWithFault;
 
-TEST_P(EventClientConnect, WithoutSocketLeavesNothingBehind)
+TEST_P(EventClientConnect, WithoutSocketLeaksNothing)
 {
     ASSERT_EQ(client.Disconnect(), 0);
     const std::size_t descriptors = openDescriptors();
@@ -50,7 +50,7 @@ TEST_P(EventClientConnect, WithoutSocketLeavesNothingBehind)
     expectWorks();
 }
 
-TEST_P(EventClientConnect, ThatIsRefusedLeavesNothingBehind)
+TEST_P(EventClientConnect, ThatIsRefusedLeaksNothing)
 {
     ASSERT_EQ(client.Disconnect(), 0);
     const std::size_t descriptors = openDescriptors();
@@ -95,7 +95,7 @@ TEST_P(EventClientWithoutThread, SendsButHearsNothingAndCanBeConnectedAgain)
 
 INSTANTIATE_TEST_SUITE_P(ByError, EventClientWithoutThread, ::testing::Values(EAGAIN, EPERM), nameOfError);
 
-TEST_F(ClientWithFault, GoesOnReceivingAfterAnInterruption)
+TEST_F(ClientWithFault, ContinuesToReceiveAfterAnInterruption)
 {
     ASSERT_EQ(client.Disconnect(), 0);
     const Fault fault({Call::Receive, Caller::ClientReceiver, EINTR, 0, 5});
@@ -222,7 +222,7 @@ TEST_F(ClientWithFault, GivesTheCountOfAnUnsubscriptionThatWasCutAndStaysSubscri
     peer.send(relay("C", 3, "{}"));
     EXPECT_EQ(receptions.take().sequence, 3);
     std::future<int> result = begin([&] { return client.Unsubscribe("C"); });
-    grantUnsubscription("C");
+    acceptUnsubscription("C");
     EXPECT_EQ(result.get(), 0);
 }
 
@@ -236,7 +236,7 @@ TEST_F(ClientWithFault, AsksEvenWhenTheSubscriptionForARequestWasCut)
     TelvaneLedStatus answer;
     answer._id = "the answer";
     peer.send(relay("C", 1, answer.GetString()));
-    grantUnsubscription("C");
+    acceptUnsubscription("C");
     EXPECT_EQ(requested.get(), 0);
     EXPECT_EQ(record._id, "the answer");
 }
@@ -247,9 +247,9 @@ TEST_F(ClientWithFault, EndsASynchronizersRequestWithoutAReplyWhenItWasCut)
     EventClientSynchronizer synchronizer;
     RequestType record;
     std::future<int> requested = begin([&] { return synchronizer.Request(client, "C", record, 40); });
-    grantSubscription("C");
+    acceptSubscription("C");
     EXPECT_EQ(peer.receive(), printedPublication("req_C").substr(0, 7));
-    grantUnsubscription("C");
+    acceptUnsubscription("C");
     EXPECT_EQ(requested.get(), 0);
 }
 
@@ -259,9 +259,9 @@ TEST_F(ClientWithFault, NegatesTheCountOfARequestThatWasCut)
     const Fault fault(cutAfter(4, 2));
     RequestType record;
     std::future<int> requested = begin([&] { return client.Request("C", record, 0); });
-    grantSubscription("C");
+    acceptSubscription("C");
     EXPECT_EQ(peer.receive(), printedPublication("req_C").substr(0, 4));
-    grantUnsubscription("C");
+    acceptUnsubscription("C");
     EXPECT_EQ(requested.get(), -4);
 }
 
@@ -326,7 +326,7 @@ TEST_F(ClientDisconnectedTwice, FirstByTheApplicationDoesNotWaitForEver)
     EXPECT_EQ(disconnectTwice(Caller::Application), std::pair(0, -ENOTCONN));
 }
 
-TEST_F(ClientDisconnectedTwice, FirstByWhoeverIsToldOfTheLossDoesNotWaitForEver)
+TEST_F(ClientDisconnectedTwice, FirstByTheNotificationDoesNotWaitForEver)
 {
     EXPECT_EQ(disconnectTwice(Caller::ClientReceiver), std::pair(0, -ENOTCONN));
 }
@@ -362,7 +362,7 @@ TEST_F(ClientWithFault, ForgetsASubscriptionThatIsGrantedWhileItDisconnects)
                 return client.Subscribe(
                     "C", [token](void*, TelvaneDataTypeBase*, int, void*) {}, RequestType(), nullptr);
             });
-            grantSubscription("C");
+            acceptSubscription("C");
             EXPECT_TRUE(held.awaitFailures(1));
             EXPECT_EQ(client.Disconnect(), 0);
             if (connectsAgain) {
@@ -392,7 +392,7 @@ TEST_F(ClientWithFault, ThatCannotShutItsSocketDownStaysConnected)
     expectWorks();
 }
 
-TEST_F(ClientWithFault, TakesItsSocketForClosedWhateverClosingSays)
+TEST_F(ClientWithFault, RegardsItsSocketAsClosedEvenIfCloseFails)
 {
     const std::size_t descriptors = openDescriptors();
     {

@@ -32,16 +32,16 @@ protected:
     {
         UnitValuePair unanswered;
         std::future<int> result = begin([&] { return client.Request("Volts", unanswered, 0); });
-        grantSubscription("Volts");
+        acceptSubscription("Volts");
         EXPECT_EQ(peer.receive(), printedPublication("req_Volts"));
-        grantUnsubscription("Volts");
+        acceptUnsubscription("Volts");
         EXPECT_EQ(result.get(), -ETIMEDOUT);
     }
     static bool isPending(const std::future<int>& result)
     {
         return result.wait_for(std::chrono::seconds(0)) == std::future_status::timeout;
     }
-    void expectQuestion() { EXPECT_EQ(peer.receive(), printedPublication("req_Amps")); }
+    void expectRequest() { EXPECT_EQ(peer.receive(), printedPublication("req_Amps")); }
 
     UnitValuePair reply;
     EventClientSynchronizer synchronizer;
@@ -52,7 +52,7 @@ TEST_F(Synchronizer, SubscribesAsksTakesTheReplyAndUnsubscribes)
     std::future<int> result = beginRequest();
     EXPECT_EQ(peer.receive(), printedSubscribeRequest("Amps"));
     peer.send(response(".subscribe", true, "Amps"));
-    expectQuestion();
+    expectRequest();
     peer.send(relay("Amps", 4, R"({"Unit":"A","Value":176,"_id":"x"})"));
     EXPECT_EQ(peer.receive(), printedUnsubscribeRequest("Amps"));
     peer.send(response(".unsubscribe", true, "Amps"));
@@ -66,12 +66,12 @@ TEST_F(Synchronizer, SubscribesAsksTakesTheReplyAndUnsubscribes)
 TEST_F(Synchronizer, TakesAReplyThatItsCallbackIsCalledWith)
 {
     std::future<int> result = beginRequest();
-    grantSubscription("Amps");
-    expectQuestion();
+    acceptSubscription("Amps");
+    expectRequest();
     UnitValuePair answer;
     answer.Value = 176;
     EventClientSynchronizer::callback(&client, &answer, 4, &synchronizer);
-    grantUnsubscription("Amps");
+    acceptUnsubscription("Amps");
     EXPECT_EQ(result.get(), 0);
     EXPECT_EQ(reply.Value, 176);
 }
@@ -80,10 +80,10 @@ TEST_F(Synchronizer, TakesOneRequestAfterTheOther)
 {
     for (int value = 1; value <= 5; ++value) {
         std::future<int> result = beginRequest();
-        grantSubscription("Amps");
-        expectQuestion();
+        acceptSubscription("Amps");
+        expectRequest();
         peer.send(relay("Amps", value, R"({"Unit":"A","Value":)" + std::to_string(value) + "}"));
-        grantUnsubscription("Amps");
+        acceptUnsubscription("Amps");
         EXPECT_EQ(result.get(), 0);
         EXPECT_EQ(reply.Value, value);
     }
@@ -92,9 +92,9 @@ TEST_F(Synchronizer, TakesOneRequestAfterTheOther)
 TEST_F(Synchronizer, TimesOutPositivelyWithoutAReply)
 {
     std::future<int> result = beginRequest(1);
-    grantSubscription("Amps");
-    expectQuestion();
-    grantUnsubscription("Amps");
+    acceptSubscription("Amps");
+    expectRequest();
+    acceptUnsubscription("Amps");
     EXPECT_EQ(result.get(), ETIMEDOUT);
     EXPECT_EQ(client.Unsubscribe("Amps"), -EINVAL);
 }
@@ -102,18 +102,18 @@ TEST_F(Synchronizer, TimesOutPositivelyWithoutAReply)
 TEST_F(Synchronizer, DoesNotWaitWithATimeoutOfZero)
 {
     std::future<int> result = beginRequest(0);
-    grantSubscription("Amps");
+    acceptSubscription("Amps");
     peer.send(relay("Amps", 1, kAmps)); // before it has even asked
-    expectQuestion();
-    grantUnsubscription("Amps");
+    expectRequest();
+    acceptUnsubscription("Amps");
     EXPECT_EQ(result.get(), ETIMEDOUT);
 }
 
 TEST_F(Synchronizer, KeepsTheLaterOfTwoReplies)
 {
     std::future<int> result = beginRequest();
-    grantSubscription("Amps");
-    expectQuestion();
+    acceptSubscription("Amps");
+    expectRequest();
     peer.send(relay("Amps", 1, R"({"Unit":"A","Value":1})"));
     EXPECT_EQ(peer.receive(), printedUnsubscribeRequest("Amps"));
     peer.send(relay("Amps", 2, R"({"Unit":"A","Value":2})"));
@@ -125,8 +125,8 @@ TEST_F(Synchronizer, KeepsTheLaterOfTwoReplies)
 TEST_F(Synchronizer, TakesAReplyAfterTheDeadlineButStillTimesOut)
 {
     std::future<int> result = beginRequest(0);
-    grantSubscription("Amps");
-    expectQuestion();
+    acceptSubscription("Amps");
+    expectRequest();
     EXPECT_EQ(peer.receive(), printedUnsubscribeRequest("Amps"));
     peer.send(relay("Amps", 1, kAmps));
     peer.send(response(".unsubscribe", true, "Amps"));
@@ -138,11 +138,11 @@ TEST_F(Synchronizer, PassesOverWhatTheReplyCannotRead)
 {
     const StreamCapture error(STDERR_FILENO);
     std::future<int> result = beginRequest();
-    grantSubscription("Amps");
-    expectQuestion();
+    acceptSubscription("Amps");
+    expectRequest();
     peer.send(relay("Amps", 1, R"({"Unit":5})"));
     peer.send(relay("Amps", 2, kAmps));
-    grantUnsubscription("Amps");
+    acceptUnsubscription("Amps");
     EXPECT_EQ(result.get(), 0);
     EXPECT_EQ(reply.Value, 176);
 }
@@ -167,8 +167,8 @@ TEST_F(Synchronizer, ReturnsASubscriptionThatIsNotAnsweredAndAsksNothing)
 TEST_F(Synchronizer, PutsARefusedUnsubscriptionBeforeItsReply)
 {
     std::future<int> result = beginRequest();
-    grantSubscription("Amps");
-    expectQuestion();
+    acceptSubscription("Amps");
+    expectRequest();
     peer.send(relay("Amps", 1, kAmps));
     EXPECT_EQ(peer.receive(), printedUnsubscribeRequest("Amps"));
     peer.send(response(".unsubscribe", false, "Amps"));
@@ -179,8 +179,8 @@ TEST_F(Synchronizer, PutsARefusedUnsubscriptionBeforeItsReply)
 TEST_F(Synchronizer, PutsARefusedUnsubscriptionBeforeItsTimeout)
 {
     std::future<int> result = beginRequest(0);
-    grantSubscription("Amps");
-    expectQuestion();
+    acceptSubscription("Amps");
+    expectRequest();
     EXPECT_EQ(peer.receive(), printedUnsubscribeRequest("Amps"));
     peer.send(response(".unsubscribe", false, "Amps"));
     EXPECT_EQ(result.get(), -1);
@@ -189,22 +189,22 @@ TEST_F(Synchronizer, PutsARefusedUnsubscriptionBeforeItsTimeout)
 TEST_F(Synchronizer, PutsAnUnsubscriptionThatIsNotAnsweredBeforeItsReply)
 {
     std::future<int> result = beginRequest();
-    grantSubscription("Amps");
-    expectQuestion();
+    acceptSubscription("Amps");
+    expectRequest();
     peer.send(relay("Amps", 1, kAmps));
     EXPECT_EQ(peer.receive(), printedUnsubscribeRequest("Amps"));
     EXPECT_EQ(result.get(), -ETIMEDOUT);
 }
 
-TEST_F(Synchronizer, MayBeGoneBeforeASubscriptionWhoseEndWasRefused)
+TEST_F(Synchronizer, MayBeDestroyedBeforeASubscriptionThatCouldNotBeRemoved)
 {
     {
         EventClientSynchronizer shortLived;
         UnitValuePair shortLivedReply;
         std::future<int> result =
             begin([&] { return shortLived.Request(client, "Amps", shortLivedReply, kLong); });
-        grantSubscription("Amps");
-        expectQuestion();
+        acceptSubscription("Amps");
+        expectRequest();
         peer.send(relay("Amps", 1, kAmps));
         EXPECT_EQ(peer.receive(), printedUnsubscribeRequest("Amps"));
         peer.send(response(".unsubscribe", false, "Amps"));
@@ -222,10 +222,10 @@ TEST_F(Synchronizer, TakesTheChannelFromAnEarlierSubscription)
     Receptions receptions;
     subscribe("Amps", recordingTo(receptions), UnitValuePair());
     std::future<int> result = beginRequest();
-    grantSubscription("Amps");
-    expectQuestion();
+    acceptSubscription("Amps");
+    expectRequest();
     peer.send(relay("Amps", 1, kAmps));
-    grantUnsubscription("Amps");
+    acceptUnsubscription("Amps");
     EXPECT_EQ(result.get(), 0);
     EXPECT_TRUE(receptions.empty());
     EXPECT_EQ(client.Unsubscribe("Amps"), -EINVAL);
@@ -234,24 +234,24 @@ TEST_F(Synchronizer, TakesTheChannelFromAnEarlierSubscription)
 TEST_F(Synchronizer, WaitsLongerThanTheClientsOwnRequest)
 {
     std::future<int> result = beginRequest();
-    grantSubscription("Amps");
-    expectQuestion();
+    acceptSubscription("Amps");
+    expectRequest();
     letAnotherRequestTimeOut();
     EXPECT_TRUE(isPending(result));
     peer.send(relay("Amps", 1, kAmps));
-    grantUnsubscription("Amps");
+    acceptUnsubscription("Amps");
     EXPECT_EQ(result.get(), 0);
 }
 
 TEST_F(Synchronizer, WaitsWithTheLongestTimeout)
 {
     std::future<int> result = beginRequest(UINT_MAX);
-    grantSubscription("Amps");
-    expectQuestion();
+    acceptSubscription("Amps");
+    expectRequest();
     letAnotherRequestTimeOut();
     EXPECT_TRUE(isPending(result));
     peer.send(relay("Amps", 1, kAmps));
-    grantUnsubscription("Amps");
+    acceptUnsubscription("Amps");
     EXPECT_EQ(result.get(), 0);
     EXPECT_EQ(reply.Value, 176);
 }
@@ -261,16 +261,16 @@ TEST_F(Synchronizer, SharesAClientWithAnotherOnAnotherChannel)
     EventClientSynchronizer other;
     UnitValuePair volts;
     std::future<int> first = beginRequest();
-    grantSubscription("Amps");
-    expectQuestion();
+    acceptSubscription("Amps");
+    expectRequest();
     std::future<int> second = begin([&] { return other.Request(client, "Volts", volts, kLong); });
-    grantSubscription("Volts");
+    acceptSubscription("Volts");
     EXPECT_EQ(peer.receive(), printedPublication("req_Volts"));
     peer.send(relay("Volts", 1, R"({"Unit":"V","Value":25})"));
-    grantUnsubscription("Volts");
+    acceptUnsubscription("Volts");
     EXPECT_EQ(second.get(), 0);
     peer.send(relay("Amps", 2, kAmps));
-    grantUnsubscription("Amps");
+    acceptUnsubscription("Amps");
     EXPECT_EQ(first.get(), 0);
     EXPECT_EQ(volts.Value, 25);
     EXPECT_EQ(reply.Value, 176);

@@ -39,7 +39,7 @@ TEST(EventClientConnect, ReturnsAddressInUseTheSecondTimeAndStaysConnected)
     EXPECT_EQ(client.Subscribe("C", recordingTo(receptions), LogData(), nullptr), 0);
 }
 
-TEST(EventClientConnect, ReturnsMinusOneWhereNobodyServes)
+TEST(EventClientConnect, ReturnsMinusOneWithoutAServer)
 {
     const TemporaryDirectory directory;
     const std::size_t descriptors = openDescriptors();
@@ -122,7 +122,7 @@ TEST(EventClientDisconnect, ForgetsSubscriptionsAndAllowsAnotherConnection)
     receptions.take();
 }
 
-TEST(EventClientDisconnect, LeavesNoDescriptorAndNoThreadBehind)
+TEST(EventClientDisconnect, LeaksNoDescriptorAndNoThread)
 {
     const TemporaryDirectory directory;
     const RawServer server(directory.path("bus"));
@@ -211,7 +211,7 @@ TEST(EventClientOfADeadServer, KeepsTryingToPublishUntilItIsDisconnected)
         LogData record;
         return client.Publish("C", record);
     });
-    EXPECT_EQ(publishing.wait_for(4 * kGlance), std::future_status::timeout);
+    EXPECT_EQ(publishing.wait_for(4 * kQuietTime), std::future_status::timeout);
     EXPECT_EQ(client.Disconnect(), 0);
     EXPECT_EQ(publishing.get(), -ENOTCONN);
 }
@@ -374,7 +374,7 @@ TEST_F(TwoClients, MakeARequestAndItsReply)
     }
 }
 
-TEST_F(TwoClients, GiveUpARequestThatNobodyAnswers)
+TEST_F(TwoClients, TimeOutWithoutAResponder)
 {
     WeldMetrics answer;
     EXPECT_EQ(subscriber.Request("WeldMetrics", answer, 60), -ETIMEDOUT);

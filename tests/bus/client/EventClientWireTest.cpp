@@ -49,7 +49,7 @@ TEST_F(ClientSending, APublicationOfAnEmptyRecord)
     EXPECT_EQ(peer.receive(), "{\n\t\"header\":\t\"req_Amps\",\n\t\"payload\":\t{\n\t}\n}");
 }
 
-TEST_F(ClientSending, PublicationsOnAnyNameWhatever)
+TEST_F(ClientSending, PublicationsOnAnyName)
 {
     RequestType record;
     for (const char* const channel : {"", "digits123", "a.b-c d", ".subscribe", ".unsubscribe"}) {
@@ -151,7 +151,7 @@ TEST_F(ClientSending, StopsWaitingForABusyServerWhenDisconnected)
         }
         return result;
     });
-    EXPECT_EQ(sending.wait_for(4 * kGlance), std::future_status::timeout);
+    EXPECT_EQ(sending.wait_for(4 * kQuietTime), std::future_status::timeout);
     EXPECT_EQ(client.Disconnect(), 0);
     EXPECT_EQ(sending.get(), -ENOTCONN);
 }
@@ -352,7 +352,7 @@ TEST_F(ClientReceiving, NothingOnceUnsubscribed)
         UnitValuePair());
     subscribeToAmps();
     std::future<int> result = begin([&] { return client.Unsubscribe("Volts"); });
-    grantUnsubscription("Volts");
+    acceptUnsubscription("Volts");
     EXPECT_EQ(result.get(), 0);
     EXPECT_EQ(token.use_count(), 1);
     peer.send(relay("Volts", 1, kAmps));
@@ -387,7 +387,7 @@ TEST_F(ClientReceiving, WithTheClosureTableLockedAgainstAnUnsubscribingThread)
     peer.send(relay("Amps", 1, kAmps));
     ASSERT_TRUE(entered.pass());
     std::future<int> result = begin([&] { return client.Unsubscribe("Volts"); });
-    EXPECT_EQ(result.wait_for(kGlance), std::future_status::timeout);
+    EXPECT_EQ(result.wait_for(kQuietTime), std::future_status::timeout);
     release.open();
     EXPECT_EQ(result.get(), -EINVAL);
 }

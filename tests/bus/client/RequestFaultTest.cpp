@@ -32,7 +32,7 @@ TEST_F(RequestWithFault, AsksEvenWhenItsSubscribeRequestWasCut)
     EXPECT_EQ(peer.receive(), printedSubscribeRequest("C").substr(0, 7));
     EXPECT_EQ(peer.receive(), printedPublication("req_C"));
     peer.send(relay("C", 1, R"({"log":"answer"})"));
-    grantUnsubscription("C");
+    acceptUnsubscription("C");
     EXPECT_EQ(result.get(), 0);
     EXPECT_EQ(record.log, "answer");
 }
@@ -42,9 +42,9 @@ TEST_F(RequestWithFault, OfASynchronizerEndsWithoutAReplyWhenItsQuestionWasCut)
     EventClientSynchronizer synchronizer;
     const Fault fault(cutAfterPassing(2));
     std::future<int> result = begin([&] { return synchronizer.Request(client, "C", record, 40); });
-    grantSubscription("C");
+    acceptSubscription("C");
     EXPECT_EQ(peer.receive(), printedPublication("req_C").substr(0, 7));
-    grantUnsubscription("C");
+    acceptUnsubscription("C");
     EXPECT_EQ(result.get(), 0);
     EXPECT_EQ(record.log, "");
 }

@@ -1,6 +1,6 @@
-// The server while memory runs out: every allocation of every operation fails once, alone and for good, on the
-// thread that makes it. It does not die of it, what is lost is told or counted, and with memory back the next
-// call does all that it should.
+// The server while memory runs out: every allocation of every operation fails once, alone and for good, on
+// the thread that makes it. It does not die of it, what is lost is told or counted, and with memory back the
+// next call does all that it should.
 
 #include "helpers/BusMemorySupport.h"
 
@@ -75,7 +75,7 @@ protected:
     }
 };
 
-INSTANTIATE_TEST_SUITE_P(Memory, ServerMemory, ::testing::Values(Shortage::Once, Shortage::Lasting),
+INSTANTIATE_TEST_SUITE_P(Memory, ServerMemory, ::testing::Values(Shortage::Once, Shortage::Persistent),
                          nameOfShortage);
 
 TEST_P(ServerMemory, RunsOutInStart)
@@ -86,7 +86,7 @@ TEST_P(ServerMemory, RunsOutInStart)
     const std::size_t descriptors = openDescriptors();
     failEach(Caller::Application, [&](AllocationFault& fault) {
         const int result = fault.during([&] { return server.Start(path); });
-        EXPECT_EQ(result, fault.struck() ? -ENOMEM : 0);
+        EXPECT_EQ(result, fault.triggered() ? -ENOMEM : 0);
         EXPECT_EQ(server.IsStarted(), result == 0);
         if (result != 0) {
             EXPECT_EQ(openDescriptors(), descriptors);
@@ -97,7 +97,7 @@ TEST_P(ServerMemory, RunsOutInStart)
     });
 }
 
-TEST_P(ServerMemory, IsNotNeededForTheLineThatTellsWhyStartFailed)
+TEST_P(ServerMemory, IsNotNeededToReportWhyStartFailed)
 {
     const TemporaryDirectory directory;
     EventServer server;
@@ -106,7 +106,7 @@ TEST_P(ServerMemory, IsNotNeededForTheLineThatTellsWhyStartFailed)
     failEach(Caller::Application, [&](AllocationFault& fault) {
         const StreamCapture error(STDERR_FILENO);
         const int result = fault.during([&] { return server.Start(path); });
-        EXPECT_TRUE(result == -1 || (fault.struck() && result == -ENOMEM)) << result;
+        EXPECT_TRUE(result == -1 || (fault.triggered() && result == -ENOMEM)) << result;
         EXPECT_EQ(error.text().empty(), result == -ENOMEM);
         lines += error.text();
     });
@@ -114,7 +114,7 @@ TEST_P(ServerMemory, IsNotNeededForTheLineThatTellsWhyStartFailed)
               std::string::npos);
 }
 
-TEST_P(ServerMemory, RunsOutWhenAClientComes)
+TEST_P(ServerMemory, RunsOutWhenAClientConnects)
 {
     Progress accepting(Call::Accept, Caller::Listener);
     std::optional<RunningServer> running;
@@ -124,7 +124,7 @@ TEST_P(ServerMemory, RunsOutWhenAClientComes)
         std::optional<RawPeer> peer;
         EXPECT_TRUE(accepting.afterNextCallOf([&] { peer.emplace(running->connect()); }));
         fault.end();
-        if (fault.struck()) {
+        if (fault.triggered()) {
             peer->expectEnd();
         } else {
             expectNothingElse(*peer);
@@ -133,7 +133,7 @@ TEST_P(ServerMemory, RunsOutWhenAClientComes)
     });
 }
 
-TEST_P(ServerMemory, IsNotNeededWhenAClientGoesOrTheServerStops)
+TEST_P(ServerMemory, IsNotNeededWhenAClientDisconnectsOrTheServerStops)
 {
     std::atomic<int> leaving{0};
     RunningServer running([&](EventServer& server) {
@@ -151,11 +151,11 @@ TEST_P(ServerMemory, IsNotNeededWhenAClientGoesOrTheServerStops)
         first.close();
         EXPECT_TRUE(eventually([&] { return leaving == 1; }));
         fault.end();
-        EXPECT_FALSE(fault.struck());
+        EXPECT_FALSE(fault.triggered());
     }
     AllocationFault fault(Caller::Application, 1, GetParam());
     EXPECT_EQ(fault.during([&] { return running.server.Stop(); }), 0);
-    EXPECT_FALSE(fault.struck());
+    EXPECT_FALSE(fault.triggered());
     second.expectEnd();
 }
 
@@ -170,7 +170,7 @@ TEST_P(ServerMemory, RunsOutInASubscription)
         sendDuring(fault, receiving, peer, subscribeRequest(kChannel));
         const std::vector<std::string> told = answers(peer, receiving);
         const std::string granted = response(".subscribe", true, kChannel);
-        if (!fault.struck()) {
+        if (!fault.triggered()) {
             EXPECT_EQ(told, std::vector<std::string>{granted});
         } else if (!told.empty()) {
             EXPECT_EQ(told.size(), 1U);
@@ -201,7 +201,7 @@ TEST_P(ServerMemory, RunsOutInAnUnsubscription)
         sendDuring(fault, receiving, peer, unsubscribeRequest(kChannel));
         const std::vector<std::string> told = answers(peer, receiving);
         if (told.empty()) {
-            EXPECT_TRUE(fault.struck());
+            EXPECT_TRUE(fault.triggered());
             unsubscribe(peer, kChannel);
         } else {
             EXPECT_EQ(told[0], response(".unsubscribe", true, kChannel));
@@ -229,7 +229,7 @@ TEST_P(ServerMemory, RunsOutInARelayWhichIsThenCountedAsLost)
         EXPECT_EQ(answers(second, receiving).size(), got);
         EXPECT_EQ(statistics.relayed, 2 * got);
         EXPECT_EQ(statistics.outOfMemory + statistics.notJson + got, 1U);
-        EXPECT_TRUE(got == 1 || fault.struck());
+        EXPECT_TRUE(got == 1 || fault.triggered());
 
         EXPECT_TRUE(receiving.afterNextCallOf([&] { publisher.send(publication(kChannel)); }));
         EXPECT_EQ(answers(first, receiving).size(), 1U);
@@ -237,7 +237,7 @@ TEST_P(ServerMemory, RunsOutInARelayWhichIsThenCountedAsLost)
     });
 }
 
-TEST_P(ServerMemory, IsNotNeededToTellOfARelayThatFailed)
+TEST_P(ServerMemory, IsNotNeededToReportAFailedRelay)
 {
     failEach(Caller::Receiver, [&](AllocationFault& fault) {
         Progress receiving(Call::Receive, Caller::Receiver);
@@ -260,11 +260,11 @@ TEST_P(ServerMemory, IsNotNeededToTellOfARelayThatFailed)
         EXPECT_EQ(error.text().find("]: Resource temporarily unavailable\n") != std::string::npos,
                   blocked == 1)
             << error.text();
-        EXPECT_TRUE(got == 1 || fault.struck());
+        EXPECT_TRUE(got == 1 || fault.triggered());
     });
 }
 
-TEST_P(ServerMemory, RunsOutWhileTheServerTellsOfItself)
+TEST_P(ServerMemory, RunsOutWhileTheServerReportsItsStatus)
 {
     RunningServer running;
     const RawPeer peer = running.connect();
@@ -272,13 +272,13 @@ TEST_P(ServerMemory, RunsOutWhileTheServerTellsOfItself)
     subscribe(peer, "another_" + kChannel);
     failEach(Caller::Application, [&](AllocationFault& fault) {
         const auto clients = fault.during([&] { return running.server.Clients(); });
-        EXPECT_EQ(clients.size(), fault.struck() ? 0U : 1U);
+        EXPECT_EQ(clients.size(), fault.triggered() ? 0U : 1U);
         ASSERT_EQ(running.server.Clients().size(), 1U);
         EXPECT_EQ(running.server.Clients()[0].subscriptions.size(), 2U);
     });
     failEach(Caller::Application, [&](AllocationFault& fault) {
         const auto channels = fault.during([&] { return running.server.Channels(); });
-        EXPECT_EQ(channels.size(), fault.struck() ? 0U : 2U);
+        EXPECT_EQ(channels.size(), fault.triggered() ? 0U : 2U);
         EXPECT_EQ(running.server.Channels().size(), 2U);
     });
 }
@@ -323,7 +323,7 @@ TEST_P(ServerMemory, IsNotNeededToRefuseASubscription)
         }
         EXPECT_EQ(running.server.Channels().size(), 1U);
         EXPECT_EQ(error.text().empty(), running.server.Statistics().subscriptionsRefused == 0);
-        EXPECT_TRUE(fault.struck() || !error.text().empty());
+        EXPECT_TRUE(fault.triggered() || !error.text().empty());
     });
 }
 

@@ -1,5 +1,5 @@
-// What the server does when several packets of one client wait: it takes them together and sends each subscriber
-// its share in one go. What arrives is the same as if it had taken them one by one.
+// What the server does when several packets of one client wait: it takes them together and sends each
+// subscriber its share in one go. What arrives is the same as if it had taken them one by one.
 
 #include "helpers/BusTestSupport.h"
 #include "helpers/FaultInjection.h"
@@ -244,7 +244,7 @@ TEST_F(Burst, EndsWithAPacketWithoutAByte)
     }
 }
 
-TEST_F(Burst, IsHandledWhenTheClientHasGone)
+TEST_F(Burst, IsHandledAfterTheClientHasDisconnected)
 {
     const RawPeer peer = subscriberOf({"C"});
     hold();

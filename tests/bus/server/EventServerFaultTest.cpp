@@ -40,7 +40,7 @@ void expectStartsAndServes(EventServer& server, const std::string& path)
 
 using EventServerStartWithoutSocket = OfError;
 
-TEST_P(EventServerStartWithoutSocket, IsToldAndCanBeTriedAgain)
+TEST_P(EventServerStartWithoutSocket, IsReportedAndCanBeRepeated)
 {
     EventServer server;
     {
@@ -73,7 +73,7 @@ INSTANTIATE_TEST_SUITE_P(ByError, EventServerStartWithoutSocket,
 
 using EventServerStartWithoutBind = OfError;
 
-TEST_P(EventServerStartWithoutBind, IsToldAndCanBeTriedAgain)
+TEST_P(EventServerStartWithoutBind, IsReportedAndCanBeRepeated)
 {
     EventServer server;
     const std::size_t descriptors = openDescriptors();
@@ -150,7 +150,7 @@ TEST(EventServerStart, DoesNotExamineWhetherItListens)
 
 using EventServerAccept = OfError;
 
-TEST_P(EventServerAccept, GoesOnAfterAFailure)
+TEST_P(EventServerAccept, ContinuesAfterAFailure)
 {
     const Fault fault({Call::Accept, Caller::Listener, GetParam(), 0, 3});
     RunningServer running;
@@ -267,7 +267,7 @@ TEST_P(EventServerReceiverWithoutThread, ClosesThatClientSilentlyAndServesTheOth
 INSTANTIATE_TEST_SUITE_P(ByError, EventServerReceiverWithoutThread, ::testing::Values(EAGAIN, ENOMEM, EPERM),
                          nameOfError);
 
-TEST(EventServerStop, IsRefusedWhenTheSocketCannotBeShutDownAndGoesOnServing)
+TEST(EventServerStop, FailsIfTheSocketCannotBeShutDownAndTheServerContinues)
 {
     RunningServer running;
     const RawPeer early = running.connect();
@@ -296,7 +296,7 @@ TEST(EventServerStop, WaitsForAClientWhoseSocketCannotBeShutDown)
     EXPECT_EQ(stopped.get(), 0);
 }
 
-TEST(EventServerStop, TakesADescriptorForClosedWhateverClosingSays)
+TEST(EventServerStop, RegardsADescriptorAsClosedEvenIfCloseFails)
 {
     for (const int error : {EINTR, EIO}) {
         RunningServer running;

@@ -57,7 +57,7 @@ TEST_F(Handlers, ReturnTheResultOfSendingTheResponse)
     EXPECT_EQ(call(EventServer::meta_unsubscribeHandler, ".unsubscribe", R"({"channel":"C"})"), -EPIPE);
 }
 
-TEST_F(Handlers, ReturnZeroFromTheRelayWhateverBecomesOfIt)
+TEST_F(Handlers, ReturnZeroFromTheRelayEvenIfItFails)
 {
     EXPECT_EQ(call(EventServer::subscriptionHandler, "Nobodys", "{}"), 0);
     call(EventServer::meta_subscribeHandler, ".subscribe", R"({"channel":"C"})");

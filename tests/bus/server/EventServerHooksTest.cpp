@@ -29,7 +29,7 @@ int holdHookCall(void* server, int client, const std::string& header, int sequen
     return 0;
 }
 
-TEST(ConnectHook, TellsTheClientsDescriptorAndNothingElse)
+TEST(ConnectHook, GetsOnlyTheDescriptor)
 {
     HookCalls connects;
     RunningServer running([&](EventServer& server) { server.install_OnConnect(recordHookCall, &connects); });
@@ -108,7 +108,7 @@ int recordDeparture(void* server, int client, const std::string& header, int seq
     return 0;
 }
 
-TEST(DisconnectHook, TellsADescriptorThatIsAlreadyClosed)
+TEST(DisconnectHook, GetsADescriptorThatIsClosedAlready)
 {
     HookCalls connects;
     Mailbox<Departure> departures;
@@ -215,7 +215,7 @@ protected:
     }
 };
 
-TEST_P(MetaHook, TellsTheRequest)
+TEST_P(MetaHook, GetsTheRequest)
 {
     HookCalls calls;
     HookCalls connects;
@@ -344,7 +344,7 @@ int drawLots(void* server, int client, const std::string& header, int sequence, 
     return -EIO;
 }
 
-TEST(Hooks, HaveResultsThatNobodyReads)
+TEST(Hooks, HaveResultsThatAreIgnored)
 {
     HookCalls calls;
     RunningServer running([&](EventServer& server) {

@@ -55,7 +55,7 @@ TEST_F(EventServerOnAnInheritedSocket, ServesItsClients)
     subscriber.expectEnd();
 }
 
-TEST_F(EventServerOnAnInheritedSocket, ServesClientsThatHaveComeBeforeIt)
+TEST_F(EventServerOnAnInheritedSocket, ServesClientsThatConnectedBeforeItsStart)
 {
     const RawPeer early = RawPeer::connectedTo(path);
     early.send(subscribeRequest("C"));
@@ -64,7 +64,7 @@ TEST_F(EventServerOnAnInheritedSocket, ServesClientsThatHaveComeBeforeIt)
     EXPECT_EQ(server.Stop(), 0);
 }
 
-TEST_F(EventServerOnAnInheritedSocket, LeavesItListeningForTheNextServer)
+TEST_F(EventServerOnAnInheritedSocket, KeepsItListeningForTheNextServer)
 {
     ASSERT_EQ(server.StartOn(inherited()), 0);
     expectNothingElse(RawPeer::connectedTo(path));
@@ -80,7 +80,7 @@ TEST_F(EventServerOnAnInheritedSocket, LeavesItListeningForTheNextServer)
     EXPECT_EQ(next.Stop(), 0);
 }
 
-TEST_F(EventServerOnAnInheritedSocket, CanBeStoppedBeforeAnybodyHasCome)
+TEST_F(EventServerOnAnInheritedSocket, CanBeStoppedBeforeAnyClientConnects)
 {
     for (int round = 0; round < 20; ++round) {
         ASSERT_EQ(server.StartOn(inherited()), 0);

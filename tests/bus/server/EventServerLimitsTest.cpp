@@ -97,7 +97,7 @@ TEST(EventServerLimits, CallNoHookForARefusedClient)
     EXPECT_TRUE(calls.empty());
 }
 
-TEST(EventServerLimits, TellARefusalOnStandardErrorWhenNobodyElseIsTold)
+TEST(EventServerLimits, ReportARefusalOnStandardErrorWithoutAFunction)
 {
     const RunningServer running([](EventServer& server) {
         EventServerLimits limits = connectionLimit(1);
@@ -162,7 +162,7 @@ TEST(EventServerLimits, RefuseAChannelTooManyToEverybody)
     EXPECT_EQ(running.server.Channels().size(), 2U);
 }
 
-TEST(EventServerLimits, LeaveAloneWhatWasThereBefore)
+TEST(EventServerLimits, DoNotApplyToExistingClientsAndSubscriptions)
 {
     Refusals refusals;
     RunningServer running(preparedWith(EventServerLimits(), refusals));
@@ -198,7 +198,7 @@ TEST(EventServerLimits, LetOnlyTheUsersInThatAreNamed)
     EXPECT_EQ(refusals.take().reason, EventServerRefusal::Reason::NotAllowed);
 }
 
-TEST(EventServerLimits, LetTheMembersOfAGroupInWhoeverTheyAre)
+TEST(EventServerLimits, AcceptMembersOfAGroup)
 {
     Refusals refusals;
     EventServerLimits limits;

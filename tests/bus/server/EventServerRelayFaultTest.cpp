@@ -87,7 +87,7 @@ protected:
 
 using EventServerRelayFault = ServerOfTwoSubscribers;
 
-TEST_P(EventServerRelayFault, IsToldAndCountedAndReachesTheOthers)
+TEST_P(EventServerRelayFault, IsReportedAndCountedAndReachesTheOthers)
 {
     const auto [missing, line] = publishWith({Call::Send, Caller::Receiver, GetParam()});
     EXPECT_EQ(line, relayError(descriptors[missing], -GetParam()));
@@ -109,7 +109,7 @@ INSTANTIATE_TEST_SUITE_P(ByError, EventServerRelayFault,
 class EventServerRelayCut : public ServerOfTwoSubscribers
 {};
 
-TEST_P(EventServerRelayCut, IsToldWithItsCountAndReachesTheOthersWhole)
+TEST_P(EventServerRelayCut, IsReportedWithItsCountAndReachesTheOthersInFull)
 {
     FaultScript script{Call::Send, Caller::Receiver};
     script.sentBytes = static_cast<std::size_t>(GetParam());
@@ -170,7 +170,7 @@ TEST_P(EventServerRelayCut, CallsNoHookForAResponse)
 INSTANTIATE_TEST_SUITE_P(ByError, EventServerResponse, ::testing::Values(EAGAIN, EPIPE, ENOBUFS),
                          nameOfError);
 
-TEST(EventServerRelay, DoesNotReachWhoeverIsGivenTheDescriptorWhileASubscriberLeaves)
+TEST(EventServerRelay, DoesNotReachANewClientWithTheDescriptorOfASubscriberThatDisconnects)
 {
     HookCalls connections;
     const RunningServer running(

@@ -154,7 +154,7 @@ TEST(Unsubscription, SucceedsForAChannelThatEverybodyLeft)
     unsubscribe(running.connect(), "C");
 }
 
-TEST(Unsubscription, IsRefusedForAChannelThatNobodyEverHad)
+TEST(Unsubscription, IsRefusedForAChannelThatNeverHadASubscriber)
 {
     RunningServer running;
     const RawPeer peer = running.connect();
@@ -221,7 +221,7 @@ TEST(SequenceNumber, DoesNotCountWhatIsDropped)
     EXPECT_EQ(sequenceOf(peer.receive()), 1);
 }
 
-TEST(SequenceNumber, CountsPublicationsThatReachNobody)
+TEST(SequenceNumber, CountsPublicationsWithoutSubscribers)
 {
     RunningServer running;
     const RawPeer peer = running.connect();

@@ -177,7 +177,7 @@ TEST(Connection, EndsWhenThePeerShutsItsSendingSide)
     peer.expectEnd();
 }
 
-TEST(Connection, ThatEndsAtOnceLeavesTheServerServing)
+TEST(Connection, ThatEndsAtOnceDoesNotDisturbTheServer)
 {
     RunningServer running;
     for (int i = 0; i < 50; ++i) {

@@ -49,7 +49,7 @@ TEST(EventServerSubscriberSendBuffer, IsRefusedWhenItIsNegative)
     EXPECT_EQ(server.SetSubscriberSendBuffer(0), 0);
 }
 
-TEST(EventServerSubscriberSendBuffer, IsWhatTheKernelGrantsToWhoeverConnectsNext)
+TEST(EventServerSubscriberSendBuffer, AppliesToTheNextClient)
 {
     RunningServer running;
     EXPECT_EQ(running.server.GrantedSubscriberSendBuffer(), 0);

@@ -63,7 +63,7 @@ protected:
     int descriptor = -1; ///< of the client that connected last
 };
 
-TEST_F(EventServerStatus, TellsWhoIsConnected)
+TEST_F(EventServerStatus, ReportsConnectedClients)
 {
     EXPECT_TRUE(running.server.Clients().empty());
     const RawPeer peer = connect();
@@ -128,7 +128,7 @@ TEST_F(EventServerStatus, KeepsCountsApartWhenASubscriptionEnds)
     EXPECT_TRUE(statusOf(descriptor).subscriptions.empty());
 }
 
-TEST_F(EventServerStatus, TellsHowFarASubscriberIsBehindAndWhatItMissed)
+TEST_F(EventServerStatus, ReportsUnreadBytesAndMissedRelaysOfASubscriber)
 {
     const RawPeer slow = connect();
     const int slowDescriptor = descriptor;

@@ -52,7 +52,7 @@ TEST(EventServerStart, MakesASocketThatClientsReach)
     EXPECT_EQ(server.Stop(), 0);
 }
 
-TEST(EventServerStart, ReturnsMinusOneTheSecondTimeAndGoesOnServing)
+TEST(EventServerStart, ReturnsMinusOneIfStartedAndContinuesToServe)
 {
     RunningServer running;
     const RawPeer early = running.connect();
@@ -77,7 +77,7 @@ TEST(EventServerStart, ReplacesAStaleSocketFile)
     EXPECT_EQ(server.Stop(), 0);
 }
 
-TEST(EventServerStart, ReplacesAnyFileThatNobodyServes)
+TEST(EventServerStart, ReplacesAnyFileWithoutAServer)
 {
     const TemporaryDirectory directory;
     const std::string path = directory.path("bus");
@@ -88,7 +88,7 @@ TEST(EventServerStart, ReplacesAnyFileThatNobodyServes)
     EXPECT_EQ(server.Stop(), 0);
 }
 
-TEST(EventServerStart, RefusesThePathOfALiveServerAndLeavesItAlone)
+TEST(EventServerStart, RefusesThePathOfARunningServerWithoutChangingIt)
 {
     RunningServer running;
     const RawPeer early = running.connect();
@@ -126,7 +126,7 @@ TEST(EventServerStart, TakesOverAPathWhenItsServerHasStopped)
     EXPECT_EQ(second.Stop(), 0);
 }
 
-TEST(EventServerStart, TellsABindThatFailed)
+TEST(EventServerStart, ReportsAFailedBind)
 {
     const TemporaryDirectory directory;
     EventServer server;
@@ -137,7 +137,7 @@ TEST(EventServerStart, TellsABindThatFailed)
     EXPECT_EQ(server.Stop(), -ENOTCONN);
 }
 
-TEST(EventServerStart, TellsABindToAPathThatCannotBeFreed)
+TEST(EventServerStart, ReportsABindToAPathThatCannotBeRemoved)
 {
     const TemporaryDirectory directory;
     const std::string path = directory.path("bus");
@@ -208,7 +208,7 @@ TEST(EventServerStop, RemovesTheSocketFileAndEndsEveryConnection)
     }
 }
 
-TEST(EventServerStop, LeavesNoDescriptorAndNoThreadBehind)
+TEST(EventServerStop, LeaksNoDescriptorAndNoThread)
 {
     const TemporaryDirectory directory;
     const auto serveForAWhile = [&directory] {
@@ -341,7 +341,7 @@ TEST(EventServer, ServesTwoHundredClients)
     }
 }
 
-TEST(EventServer, ServesClientsThatComeAndGo)
+TEST(EventServer, ServesClientsThatConnectAndDisconnect)
 {
     HookCalls leavings;
     RunningServer running(

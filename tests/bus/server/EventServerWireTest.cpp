@@ -45,7 +45,7 @@ TEST(SubscribeResponse, AcceptsTheEmptyName)
     EXPECT_EQ(peer.receive(), R"({"header":".subscribe","success":true,"channel":""})");
 }
 
-TEST(SubscribeResponse, GoesToTheRequestingClientOnly)
+TEST(SubscribeResponse, IsSentToTheRequestingClientOnly)
 {
     RunningServer running;
     const RawPeer peer = running.connect();
@@ -80,7 +80,7 @@ TEST(UnsubscribeResponse, RefusesTheMetaChannels)
     }
 }
 
-TEST(MetaRequest, IsReadWhateverTheOrderOfItsKeysAndWhatElseItHolds)
+TEST(MetaRequest, IsReadWithKeysInAnyOrderAndOtherKeys)
 {
     RunningServer running;
     const RawPeer peer = running.connect();
