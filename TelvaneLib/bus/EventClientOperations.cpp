@@ -1,14 +1,12 @@
-// Publishing, subscribing and requesting.
+// Publishing and subscribing.
 //
 // A send is retried until at least a part is sent, so that a busy server loses no message; only Disconnect()
 // ends that. Other waits have a time-out. A response of the server identifies its request only by the
 // channel, so there is one request to the server at a time, and threads take turns.
 
 #include "bus/EventClientState.h"
-#include "bus/PendingRequest.h"
 
-#include <Telvane/RequestType.h>
-
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <new>
@@ -16,13 +14,6 @@
 
 namespace Telvane
 {
-
-namespace
-{
-
-constexpr unsigned int kResponseSeconds = 1;
-
-} // namespace
 
 int EventClient::Publish(const std::string& channel, TelvaneDataTypeBase& record)
 {
@@ -100,7 +91,9 @@ int EventClient::unsubscribeFromServer(const std::string& channel)
     return m_state->runExchange(m_state->unsubscribing, channel, makeUnsubscribeRequest(channel).get());
 }
 
-int EventClient::State::runExchange(MetaExchange& exchange, const std::string& channel, cJSON* request)
+/// \param[out] sent order in which the request was sent; may be null
+int EventClient::State::runExchange(MetaExchange& exchange, const std::string& channel, cJSON* request,
+                                    std::uint64_t* sent)
 {
     const std::lock_guard<std::mutex> turnGuard(exchange.turn);
     std::unique_lock<std::mutex> guard(exchange.lock);
@@ -113,8 +106,15 @@ int EventClient::State::runExchange(MetaExchange& exchange, const std::string& c
     }
     exchange.success = false;
     exchange.done = false;
-    if (const int result = send(request); result != 0) {
-        return result;
+    {
+        const std::lock_guard<std::mutex> orderGuard(orderLock);
+        if (const int result = send(request); result != 0) {
+            return result;
+        }
+        ++requestsSent;
+        if (sent != nullptr) {
+            *sent = requestsSent;
+        }
     }
     while (!exchange.done) {
         const auto deadline = std::chrono::system_clock::now() + std::chrono::seconds(kResponseSeconds);
@@ -144,25 +144,6 @@ void EventClient::unsubscribeResponseHandler(EventClient* client, cJSON* message
     client->m_state->unsubscribing.takeResponse(message);
 }
 
-namespace
-{
-
-/// \return a closure of SubscriptionCallbackClosure or a class with the same constructor
-template <class Closure>
-std::unique_ptr<Closure> makeSubscription(EventClient::Callback callback,
-                                          const TelvaneDataTypeBase& prototype, void* user)
-{
-    std::unique_ptr<TelvaneDataTypeBase> own(prototype.BuildNewDataType());
-    if (own == nullptr) {
-        throw std::bad_alloc();
-    }
-    auto closure = std::make_unique<Closure>(own.get(), user, std::move(callback));
-    own.release(); // the closure owns it now
-    return closure;
-}
-
-} // namespace
-
 int EventClient::Subscribe(const std::string& channel, Callback callback,
                            const TelvaneDataTypeBase& prototype, void* user)
 {
@@ -174,17 +155,88 @@ int EventClient::Subscribe(const std::string& channel, Callback callback,
     return catchBadAlloc([&] {
         State::ClosureEntry entry = State::makeEntry(
             channel, makeSubscription<SubscriptionCallbackClosure>(std::move(callback), prototype, user));
-        const int result = subscribeToServer(channel);
-        return result == 0 ? m_state->enterSubscription(std::move(entry), connection) : result;
+        return m_state->subscribe(channel, std::move(entry), connection);
     });
+}
+
+ChannelChange::ChannelChange(ChangeList& list, std::string_view channel) : m_list(list), m_channel(channel) {}
+
+void ChannelChange::begin()
+{
+    const std::lock_guard<std::mutex> guard(m_list.lock);
+    m_next = m_list.first;
+    m_list.first = this;
+}
+
+ChannelChange::~ChannelChange()
+{
+    const std::lock_guard<std::mutex> guard(m_list.lock);
+    unlink();
+}
+
+void ChannelChange::unlink()
+{
+    for (ChannelChange** place = &m_list.first; *place != nullptr; place = &(*place)->m_next) {
+        if (*place == this) {
+            *place = m_next;
+            return;
+        }
+    }
+}
+
+void ChannelChange::end(Kind kind)
+{
+    const std::lock_guard<std::mutex> guard(m_list.lock);
+    unlink();
+    for (ChannelChange* other = m_list.first; other != nullptr; other = other->m_next) {
+        if (other->m_channel == m_channel) {
+            std::uint64_t& latest = kind == Kind::Subscribed ? other->m_subscribed : other->m_unsubscribed;
+            latest = std::max(latest, sent);
+        }
+    }
+}
+
+bool ChannelChange::subscriptionUndone()
+{
+    const std::lock_guard<std::mutex> guard(m_list.lock);
+    return m_unsubscribed > sent;
+}
+
+bool ChannelChange::undidSubscription()
+{
+    const std::lock_guard<std::mutex> guard(m_list.lock);
+    return m_subscribed != 0 && m_subscribed < sent;
+}
+
+int EventClient::State::subscribe(const std::string& channel, ClosureEntry entry,
+                                  const std::weak_ptr<Connection>& subscribedOn)
+{
+    ChannelChange change(changes, channel);
+    change.begin();
+    for (;;) {
+        const int result = exchangeSubscription(channel, change);
+        if (result != 0) {
+            return result;
+        }
+        Closure earlier; // destroyed after the lock: the application's callback may own anything
+        const std::lock_guard<std::mutex> guard(closuresLock);
+        if (!change.subscriptionUndone()) {
+            change.end(ChannelChange::Kind::Subscribed);
+            return enterSubscription(std::move(entry), subscribedOn, earlier);
+        }
+    }
+}
+
+int EventClient::State::exchangeSubscription(const std::string& channel, ChannelChange& change)
+{
+    return runExchange(subscribing, channel, makeSubscribeRequest(channel).get(), &change.sent);
 }
 
 /// \return `-ENOTCONN` if the connection that was subscribed on was closed: after Disconnect() the table must
 /// stay empty
-int EventClient::State::enterSubscription(ClosureEntry entry, const std::weak_ptr<Connection>& subscribedOn)
+int EventClient::State::enterSubscription(ClosureEntry entry, const std::weak_ptr<Connection>& subscribedOn,
+                                          Closure& earlier)
 {
-    Closure earlier; // destroyed after the lock: the application's callback may own anything
-    const std::lock_guard<std::mutex> guard(closuresLock);
     const ConnectionPointer current = currentConnection();
     if (current == nullptr || current != subscribedOn.lock()) {
         return -ENOTCONN;
@@ -212,100 +264,6 @@ int EventClient::Unsubscribe(const std::string& channel)
         m_state->removeClosure(channel);
     }
     return result;
-}
-
-int EventClient::Request(const std::string& channel, TelvaneDataTypeBase& record, int /*timeout*/)
-{
-    if (!m_state->connected()) {
-        return -ENOTCONN;
-    }
-    if (m_state->isReceiver()) {
-        return -EDEADLK;
-    }
-    return catchBadAlloc([&] { return m_state->request(*this, channel, record); });
-}
-
-/// The closure of a request that waits for its reply. It keeps the closure that it replaced in the table: a
-/// subscription, which gets no messages meanwhile, or another thread's request, which gets each reply as
-/// well.
-class EventClient::State::RequestClosure : public SubscriptionCallbackClosure
-{
-public:
-    using SubscriptionCallbackClosure::SubscriptionCallbackClosure;
-
-    int ExecuteCallback(EventClient* client, cJSON* message) override
-    {
-        const int result = SubscriptionCallbackClosure::ExecuteCallback(client, message);
-        auto* const other = dynamic_cast<RequestClosure*>(earlier.get());
-        if (other != nullptr && payloadOf(message) != nullptr) {
-            other->ExecuteCallback(client, message);
-        }
-        return result;
-    }
-
-    Closure earlier;
-};
-
-void EventClient::State::enterRequest(ClosureEntry entry, RequestClosure& request)
-{
-    const std::lock_guard<std::mutex> guard(closuresLock);
-    request.earlier = enter(std::move(entry));
-}
-
-bool EventClient::State::endRequest(const std::string& channel, RequestClosure& request, bool removeLast)
-{
-    // Destroyed after the lock.
-    Closure ended;
-    ClosureEntry removed;
-    const std::lock_guard<std::mutex> guard(closuresLock);
-    const auto found = closures.find(channel);
-    if (found == closures.end()) {
-        return true; // another thread has unsubscribed
-    }
-    Closure* place = &found->second;
-    while (place->get() != &request) {
-        auto* const later = dynamic_cast<RequestClosure*>(place->get());
-        if (later == nullptr) {
-            return true; // another thread has subscribed
-        }
-        place = &later->earlier;
-    }
-    if (place != &found->second || request.earlier != nullptr) {
-        ended = std::exchange(*place, std::move(request.earlier));
-        return true;
-    }
-    if (removeLast) {
-        removed = closures.extract(found);
-    }
-    return removeLast;
-}
-
-int EventClient::State::request(EventClient& client, const std::string& channel, TelvaneDataTypeBase& record)
-{
-    PendingRequest pending;
-    pending.begin(record);
-    auto closure = makeSubscription<RequestClosure>(
-        [&pending](void*, TelvaneDataTypeBase* received, int, void*) { pending.take(received); }, record,
-        nullptr);
-    RequestClosure& own = *closure;
-    ClosureEntry entry = makeEntry(channel, std::move(closure));
-    const std::string requestChannel = kRequestPrefix + channel;
-    int result = client.subscribeToServer(channel);
-    if (result == -ENOMEM) {
-        return result; // nothing was sent
-    }
-    if (result == -ETIMEDOUT) {
-        client.unsubscribeFromServer(channel);
-        removeClosure(channel);
-        return result;
-    }
-    enterRequest(std::move(entry), own);
-    pending.ask(client, requestChannel, kResponseSeconds, result);
-    if (!endRequest(channel, own, false)) {
-        client.unsubscribeFromServer(channel);
-        endRequest(channel, own, true);
-    }
-    return result > 0 ? -result : result;
 }
 
 } // namespace Telvane

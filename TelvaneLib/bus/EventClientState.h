@@ -12,12 +12,14 @@
 #include <atomic>
 #include <cerrno>
 #include <condition_variable>
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <new>
 #include <pthread.h>
 #include <string>
+#include <string_view>
 
 namespace Telvane
 {
@@ -46,11 +48,59 @@ struct MetaExchange
     void takeResponse(const cJSON* message);
 };
 
+class ChannelChange;
+
+/// The changes under way.
+struct ChangeList
+{
+    std::mutex lock;
+    ChannelChange* first = nullptr;
+};
+
+/// A thread that subscribes, or that unsubscribes after a request. Threads on one channel can overtake each
+/// other: a subscription may be sent before, and entered after, an unsubscription. Then it is sent again.
+class ChannelChange
+{
+public:
+    enum class Kind
+    {
+        Subscribed,
+        Unsubscribed,
+    };
+
+    ChannelChange(ChangeList& list, std::string_view channel);
+    ChannelChange(const ChannelChange&) = delete;
+    ChannelChange& operator=(const ChannelChange&) = delete;
+    ~ChannelChange();
+
+    void begin();
+    /// Ends this change and notes it in the others of the channel.
+    void end(Kind kind);
+
+    /// \return whether an unsubscription that has ended meanwhile was sent after this subscription
+    bool subscriptionUndone();
+    /// \return whether a subscription that has ended meanwhile was sent before this unsubscription
+    bool undidSubscription();
+
+    std::uint64_t sent = 0; ///< position of this change's request among those of the client
+
+private:
+    void unlink();
+
+    ChangeList& m_list;
+    const std::string_view m_channel;
+    std::uint64_t m_subscribed = 0;   ///< `sent` of the latest subscription that has ended meanwhile
+    std::uint64_t m_unsubscribed = 0; ///< `sent` of the latest unsubscription that has ended meanwhile
+    ChannelChange* m_next = nullptr;
+};
+
 /// The counters of EventClientStatistics.
 struct ClientCounters
 {
     TELVANE_CLIENT_COUNTERS(TELVANE_ATOMIC_COUNTER)
 };
+
+constexpr unsigned int kResponseSeconds = 1;
 
 /// Runs a public operation; returns `-ENOMEM` if it throws `std::bad_alloc`.
 template <class Operation>
@@ -100,14 +150,21 @@ struct EventClient::State
     int send(cJSON* message);
     static int sendText(Connection& used, const char* text, int length);
     int connect(EventClient& client, const std::string& newPath);
-    int enterSubscription(ClosureEntry entry, const std::weak_ptr<Connection>& subscribedOn);
-    void enterRequest(ClosureEntry entry, RequestClosure& request);
-    /// Removes the closure of a request.
+    int subscribe(const std::string& channel, ClosureEntry entry,
+                  const std::weak_ptr<Connection>& subscribedOn);
+    int enterSubscription(ClosureEntry entry, const std::weak_ptr<Connection>& subscribedOn,
+                          Closure& earlier);
+    int exchangeSubscription(const std::string& channel, ChannelChange& change);
+    int subscribeForRequest(const std::string& channel, ClosureEntry entry, RequestClosure& request);
+    void unsubscribeAfterRequest(const std::string& channel, RequestClosure& request);
+    /// Removes the closure of a request. Requires closuresLock.
     /// \param removeLast whether to remove it even if it is the channel's last one
+    /// \param removed    keeps the closure, to be destroyed after the lock
     /// \return whether it is removed
-    bool endRequest(const std::string& channel, RequestClosure& request, bool removeLast);
+    bool endRequest(const std::string& channel, RequestClosure& request, bool removeLast, Closure& removed);
     int request(EventClient& client, const std::string& channel, TelvaneDataTypeBase& record);
-    int runExchange(MetaExchange& exchange, const std::string& channel, cJSON* request);
+    int runExchange(MetaExchange& exchange, const std::string& channel, cJSON* request,
+                    std::uint64_t* sent = nullptr);
 
     std::mutex connectionLock;
     ConnectionPointer connection;
@@ -121,9 +178,12 @@ struct EventClient::State
 
     std::mutex closuresLock;
     ClosureTable closures;
+    ChangeList changes;
 
     MetaExchange subscribing;
     MetaExchange unsubscribing;
+    std::mutex orderLock;
+    std::uint64_t requestsSent = 0; ///< guarded by orderLock, in the order in which the server receives them
 
     /// The writer, or null while a thread uses it. Another thread that publishes then creates its own.
     std::atomic<PublicationWriter*> idleWriter{nullptr};
@@ -131,5 +191,19 @@ struct EventClient::State
     std::function<void(EventClient&)> onConnectionLost;
     ClientCounters counters;
 };
+
+/// \return a closure of SubscriptionCallbackClosure or a class with the same constructor
+template <class Closure>
+std::unique_ptr<Closure> makeSubscription(EventClient::Callback callback,
+                                          const TelvaneDataTypeBase& prototype, void* user)
+{
+    std::unique_ptr<TelvaneDataTypeBase> own(prototype.BuildNewDataType());
+    if (own == nullptr) {
+        throw std::bad_alloc();
+    }
+    auto closure = std::make_unique<Closure>(own.get(), user, std::move(callback));
+    own.release(); // the closure owns it now
+    return closure;
+}
 
 } // namespace Telvane

@@ -113,6 +113,54 @@ TEST_F(ConcurrentRequests, KeepASubscriptionThatIsMadeWhileTheyUnsubscribe)
     expectSubscribed();
 }
 
+TEST_F(ConcurrentRequests, RestoreASubscriptionThatTheyHaveUndoneAfterItsResponse)
+{
+    std::future<int> result = ask(first);
+    std::future<int> subscribed =
+        begin([this] { return client.Subscribe("Amps", recordingTo(receptions), UnitValuePair(), nullptr); });
+    EXPECT_EQ(peer.receive(), printedSubscribeRequest("Amps"));
+    peer.send(relay("Amps", 1, kAmps));
+    EXPECT_EQ(peer.receive(), printedUnsubscribeRequest("Amps"));
+    peer.send(response(".subscribe", true, "Amps"));
+    EXPECT_EQ(subscribed.get(), 0);
+    peer.send(response(".unsubscribe", true, "Amps"));
+    acceptSubscription("Amps");
+    EXPECT_EQ(result.get(), 0);
+    expectSubscribed();
+}
+
+TEST_F(ConcurrentRequests, LetASubscriptionThatTheyHaveUndoneBeforeItsResponseBeRepeated)
+{
+    std::future<int> result = ask(first);
+    std::future<int> subscribed =
+        begin([this] { return client.Subscribe("Amps", recordingTo(receptions), UnitValuePair(), nullptr); });
+    EXPECT_EQ(peer.receive(), printedSubscribeRequest("Amps"));
+    peer.send(relay("Amps", 1, kAmps));
+    acceptUnsubscription("Amps");
+    EXPECT_EQ(result.get(), 0);
+    peer.send(response(".subscribe", true, "Amps"));
+    acceptSubscription("Amps");
+    EXPECT_EQ(subscribed.get(), 0);
+    expectSubscribed();
+}
+
+TEST_F(ConcurrentRequests, LetARequestThatTheyHaveUndoneSubscribeAgain)
+{
+    std::future<int> firstResult = ask(first);
+    std::future<int> secondResult = begin([this] { return client.Request("Amps", second, 1); });
+    EXPECT_EQ(peer.receive(), printedSubscribeRequest("Amps"));
+    peer.send(relay("Amps", 1, kAmps));
+    acceptUnsubscription("Amps");
+    EXPECT_EQ(firstResult.get(), 0);
+    peer.send(response(".subscribe", true, "Amps"));
+    acceptSubscription("Amps");
+    EXPECT_EQ(peer.receive(), printedPublication("req_Amps"));
+    peer.send(relay("Amps", 2, kAmps));
+    acceptUnsubscription("Amps");
+    EXPECT_EQ(secondResult.get(), 0);
+    EXPECT_EQ(second.Value, 176);
+}
+
 TEST_F(ConcurrentRequests, DoNotUnsubscribeFromAChannelThatWasUnsubscribedMeanwhile)
 {
     subscribeToAmps();
