@@ -87,6 +87,7 @@ struct DynamicFileInterface::State
     const std::string path;
     pthread_t listener = {};
     bool hasListener = false;
+    bool served = false; ///< from an Open() that created or found the file until Close()
     std::function<void(int fd)> handler;
     std::mutex handlerLock;
 
@@ -195,6 +196,7 @@ int DynamicFileInterface::Open()
     const int result = ::mkfifo(m_state->path.c_str(), 0644);
     const int error = errno;
     if (result == 0 || error == EEXIST) {
+        m_state->served = true;
         m_state->startListener(this);
     }
     writeOutputLine("ERROR[" + std::to_string(error) + "]: " + std::strerror(error));
@@ -204,6 +206,10 @@ int DynamicFileInterface::Open()
 int DynamicFileInterface::Close()
 {
     m_state->stopListener();
+    if (!std::exchange(m_state->served, false)) {
+        errno = ENOENT; // the file at the path, if there is one, is not this pipe
+        return -1;
+    }
     return ::unlink(m_state->path.c_str());
 }
 

@@ -57,11 +57,12 @@ public:
     ///         another reason, and then nothing is served
     int Open();
 
-    /// Ends the listener and removes the file at the path. Does nothing else if not open.
+    /// Ends the listener and removes the file at the path. Does nothing if not open.
     ///
     /// Waits up to 100 ms for a handler that runs, then cancels it: the reader gets what was written until
     /// then. Waits up to 1 s if another pipe has replaced this one at the path.
-    /// \return 0; -1 with `errno` set if the file does not exist or cannot be removed
+    /// \return 0; -1 with `errno` set if the file does not exist or cannot be removed; -1 with `ENOENT` if not
+    ///         open
     int Close();
 
     /// Replaces the handler. Waits until a handler that runs has returned.

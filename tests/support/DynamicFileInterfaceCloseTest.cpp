@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <fstream>
 #include <future>
 #include <random>
 
@@ -32,12 +33,23 @@ TEST_F(DynamicFileClose, IsHarmlessWhenNeverOpened)
     EXPECT_EQ(errno, ENOENT);
 }
 
+TEST_F(DynamicFileClose, KeepsAFileThatItHasNotOpened)
+{
+    std::ofstream(m_path) << "precious";
+    DynamicFileInterface file(m_path, saying("hello"));
+    EXPECT_EQ(file.Close(), -1);
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(fs::file_size(m_path), 8U);
+}
+
 TEST_F(DynamicFileClose, IsHarmlessASecondTime)
 {
     DynamicFileInterface file(m_path, saying("hello"));
     EXPECT_EQ(openSilently(file), 0);
     EXPECT_EQ(file.Close(), 0);
+    std::ofstream(m_path) << "of another program";
     EXPECT_EQ(file.Close(), -1);
+    EXPECT_TRUE(fs::exists(m_path));
 }
 
 TEST_F(DynamicFileClose, LeaksNoDescriptorAndNoThread)
