@@ -1,8 +1,11 @@
 #include "support/Thread.h"
 
 #include <algorithm>
+#include <atomic>
 #include <climits>
 #include <csignal>
+#include <cstdint>
+#include <pthread.h>
 #include <unistd.h>
 
 namespace Telvane
@@ -11,19 +14,66 @@ namespace Telvane
 namespace
 {
 
-/// Blocks signals on the calling thread, from which new threads inherit them. Signals that a thread causes
-/// itself are not blocked: they would end the process without calling its handler.
+/// Signals that threads of the library block. Signals that a thread causes itself are not blocked: they would
+/// end the process without calling its handler.
+sigset_t blockedSignals()
+{
+    sigset_t blocked;
+    sigfillset(&blocked);
+    for (const int own : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGTRAP, SIGSYS, SIGPROF}) {
+        sigdelset(&blocked, own);
+    }
+    return blocked;
+}
+
+/// \return the signals of a set as bits, without those that cannot be blocked
+std::uint64_t bitsOf(const sigset_t& signals)
+{
+    std::uint64_t bits = 0;
+    for (int signal = 1; signal <= 64; ++signal) {
+        const bool blockable = signal != SIGKILL && signal != SIGSTOP;
+        if (blockable && sigismember(&signals, signal) == 1) {
+            bits |= std::uint64_t{1} << (signal - 1);
+        }
+    }
+    return bits;
+}
+
+/// Signals that the application had blocked when it started the latest thread, as bits.
+std::atomic<std::uint64_t> applicationMask{0};
+
+/// Runs in a child process. A callback may run a program, which would inherit the library's mask: nothing but
+/// SIGKILL could end it.
+void restoreMaskInChild()
+{
+    sigset_t mask;
+    pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+    if (bitsOf(mask) != bitsOf(blockedSignals())) {
+        return; // not a child of a thread of the library
+    }
+    sigemptyset(&mask);
+    const std::uint64_t bits = applicationMask;
+    for (int signal = 1; signal <= 64; ++signal) {
+        if ((bits >> (signal - 1) & 1) != 0) {
+            sigaddset(&mask, signal);
+        }
+    }
+    pthread_sigmask(SIG_SETMASK, &mask, nullptr);
+}
+
+/// Blocks signals on the calling thread, from which new threads inherit them.
 class SignalsBlocked
 {
 public:
     SignalsBlocked()
     {
-        sigset_t blocked;
-        sigfillset(&blocked);
-        for (const int own : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGTRAP, SIGSYS, SIGPROF}) {
-            sigdelset(&blocked, own);
-        }
+        static const int registered = pthread_atfork(nullptr, nullptr, &restoreMaskInChild);
+        static_cast<void>(registered); // without memory for it, children keep the mask
+        const sigset_t blocked = blockedSignals();
         pthread_sigmask(SIG_SETMASK, &blocked, &m_previous);
+        if (bitsOf(m_previous) != bitsOf(blocked)) { // else a callback starts the thread
+            applicationMask = bitsOf(m_previous);
+        }
     }
     ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &m_previous, nullptr); }
     SignalsBlocked(const SignalsBlocked&) = delete;

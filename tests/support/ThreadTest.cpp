@@ -3,6 +3,8 @@
 #include "helpers/FaultInjection.h"
 
 #include <csignal>
+#include <sys/wait.h>
+#include <unistd.h>
 #include <utility>
 
 namespace Telvane
@@ -53,6 +55,44 @@ TEST(ThreadsOfTheBus, BlockTheSignalsThatTheApplicationHandles)
     }
     EXPECT_EQ(signalsTaken(), std::pair(true, true));
     EXPECT_EQ(client.Disconnect(), 0);
+}
+
+/// \return the exit code of a forked child: 0 if it takes SIGTERM and blocks SIGUSR2, as its application does
+int exitCodeOfChild()
+{
+    const pid_t child = ::fork();
+    if (child == 0) {
+        sigset_t blocked;
+        ::pthread_sigmask(SIG_SETMASK, nullptr, &blocked);
+        ::_exit((::sigismember(&blocked, SIGTERM) == 0 ? 0 : 1) +
+                (::sigismember(&blocked, SIGUSR2) == 1 ? 0 : 2));
+    }
+    int status = -1;
+    ::waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+TEST(ThreadsOfTheBus, ForkChildrenThatTakeTheSignalsOfTheApplication)
+{
+    sigset_t applicationBlocks;
+    ::sigemptyset(&applicationBlocks);
+    ::sigaddset(&applicationBlocks, SIGUSR2);
+    sigset_t previous;
+    ::pthread_sigmask(SIG_BLOCK, &applicationBlocks, &previous);
+    Mailbox<int> exitCodes;
+    RunningServer running;
+    EventClient client;
+    ASSERT_EQ(client.Connect(running.path), 0);
+    RequestType record;
+    const auto callback = [&](void*, TelvaneDataTypeBase*, int, void*) {
+        exitCodes.put(exitCodeOfChild());
+    };
+    ASSERT_EQ(client.Subscribe("C", callback, record, nullptr), 0);
+    ASSERT_EQ(client.Publish("C", record), 0);
+    EXPECT_EQ(exitCodes.take(), 0);
+    EXPECT_EQ(exitCodeOfChild(), 0) << "of the application's own thread";
+    EXPECT_EQ(client.Disconnect(), 0);
+    ::pthread_sigmask(SIG_SETMASK, &previous, nullptr);
 }
 
 TEST(ThreadsOfTheBus, AreJoinedWhenTheNextClientConnects)
