@@ -3,6 +3,9 @@
 
 #include <Telvane/WireComputations.h>
 
+/// Weak, so that programs without a definition of their own can be linked and loaded.
+double ConvertmmToInches(double millimetres) __attribute__((weak));
+
 namespace Telvane
 {
 
@@ -66,6 +69,12 @@ double densityOf(_AlloyID_e alloy)
     return 0.283;
 }
 
+/// \return the program's conversion; without one, the division by the millimetres of an inch
+double inInches(double millimetres)
+{
+    return ConvertmmToInches != nullptr ? ConvertmmToInches(millimetres) : millimetres / 25.4;
+}
+
 } // namespace
 
 double GetWireDiameterInInches(_WireSize_e size)
@@ -96,33 +105,33 @@ double GetWireDiameterInInches(_WireSize_e size)
     case WireSize_Inch_0_024:
         return 0.024;
     case WireSize_Metric_0_8:
-        return ConvertmmToInches(0.8);
+        return inInches(0.8);
     case WireSize_Metric_0_9:
-        return ConvertmmToInches(0.9);
+        return inInches(0.9);
     case WireSize_Metric_1_0:
-        return ConvertmmToInches(1.0);
+        return inInches(1.0);
     case WireSize_Metric_1_2:
-        return ConvertmmToInches(1.2);
+        return inInches(1.2);
     case WireSize_Metric_1_4:
-        return ConvertmmToInches(1.4);
+        return inInches(1.4);
     case WireSize_Fraction_3_32:
         return 3.0 / 32;
     case WireSize_Metric_1_6:
-        return ConvertmmToInches(1.6);
+        return inInches(1.6);
     case WireSize_Inch_0_063:
         return 0.063;
     case WireSize_Metric_1_8:
-        return ConvertmmToInches(1.8);
+        return inInches(1.8);
     case WireSize_Fraction_5_32:
         return 5.0 / 32;
     case WireSize_Metric_2_0:
-        return ConvertmmToInches(2.0);
+        return inInches(2.0);
     case WireSize_Metric_2_5:
-        return ConvertmmToInches(2.5);
+        return inInches(2.5);
     case WireSize_Fraction_7_64:
         return 7.0 / 64;
     case WireSize_Metric_3_0:
-        return ConvertmmToInches(3.0);
+        return inInches(3.0);
     default:
         return 0.0;
     }

@@ -1,9 +1,11 @@
 /// \file
 /// Diameter and weight of welding wires.
 ///
-/// The library calls ConvertmmToInches() and does not define it, so that the program chooses how to round. If
-/// the linker reports it as undefined, define it, or link the static library TelvaneMillimetreConversion
-/// (CMake target `Telvane::MillimetreConversion`), which divides by 25.4.
+/// The library calls ConvertmmToInches() and does not define it, so that the program chooses how to round.
+/// Without a definition in the program, the library divides by 25.4. A definition must be in an object file of
+/// the program, not only in a static library: nothing else would make the linker take it from there. Programs
+/// that call the function themselves define it, or link the static library TelvaneMillimetreConversion (CMake
+/// target `Telvane::MillimetreConversion`).
 ///
 /// These functions may be called from any thread if the program's ConvertmmToInches() may.
 #pragma once
@@ -11,7 +13,7 @@
 #include <Telvane/Consumables.h>
 #include <Telvane/Export.h>
 
-/// Converts a length from millimetres to inches, for metric wire sizes. Defined by the program.
+/// Converts a length from millimetres to inches, for metric wire sizes. Defined by the program, if at all.
 /// \param millimetres length in millimetres
 /// \return length in inches
 TELVANE_EXPORT double ConvertmmToInches(double millimetres);

@@ -1,5 +1,5 @@
-// The natural definition of the conversion that the wire computations import. It stands in a static
-// library of its own so that a program with a definition of its own (another rounding, say) keeps it.
+// The natural definition of the conversion, for programs that call it themselves. It is in a static library of
+// its own, so that a program with a definition of its own, for example with another rounding, keeps it.
 
 double ConvertmmToInches(double millimetres);
 
