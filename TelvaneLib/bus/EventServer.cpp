@@ -55,7 +55,8 @@ int clearStalePath(const std::string& path)
     if (access(path.c_str(), F_OK) != 0) {
         return 0;
     }
-    const FileDescriptor probe = openSocket();
+    // Does not wait for a server that is suspended with a full backlog.
+    const FileDescriptor probe = openSocket(SOCK_NONBLOCK);
     if (!probe.valid()) {
         return -1;
     }
@@ -63,7 +64,7 @@ int clearStalePath(const std::string& path)
     do {
         connected = connectSocket(probe.get(), path);
     } while (connected != 0 && errno == EINTR); // says nothing about a server
-    if (connected == 0 || errno == EADDRINUSE) {
+    if (connected == 0 || errno == EADDRINUSE || errno == EAGAIN) {
         return -EADDRINUSE;
     }
     unlink(path.c_str());

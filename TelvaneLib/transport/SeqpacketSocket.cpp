@@ -43,9 +43,9 @@ void terminate(char* text, int length)
 
 } // namespace
 
-FileDescriptor openSocket()
+FileDescriptor openSocket(int flags)
 {
-    return FileDescriptor(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+    return FileDescriptor(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | flags, 0));
 }
 
 int bindSocket(int fd, const std::string& path)

@@ -19,8 +19,9 @@ constexpr int kMessageLimit = 16384;
 /// Maximum of packets that are received in one call.
 constexpr int kMaxPackets = 16;
 
+/// \param flags added to the type, such as SOCK_NONBLOCK
 /// \return a new socket; invalid, with errno set, on failure
-FileDescriptor openSocket();
+FileDescriptor openSocket(int flags = 0);
 
 /// \name Addressing Like bind() and connect(), for a path of at most 107 characters. A longer path is an
 /// error of the program and aborts the process.

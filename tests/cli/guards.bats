@@ -59,6 +59,7 @@ others=4294967290 # no such user
     start_server --allow-user "$others" --allow-group "$others"
     run "$TELVANE" listen "$bus" LogData
     [ "$status" -eq 3 ]
+    [ "$output" = "telvane listen: the server at $bus refused this client; see --allow-user, --allow-group and --max-clients of telvane serve" ]
     await server.err "refused client [0-9]* (process [0-9]*, user $me, group $mine): neither its user nor one of its groups is allowed"
 }
 

@@ -76,6 +76,62 @@ load common
     [ "$output" = "telvane serve: cannot serve $bus: another server is running there" ]
 }
 
+# occupy <type> <backlog> <filled>: has another program listen on the path of the bus, with a backlog that is full if
+# <filled> is 1.
+occupy() {
+    start other python3 -c "
+import signal, socket, sys
+listener = socket.socket(socket.AF_UNIX, socket.$1)
+listener.bind('$bus')
+listener.listen($2)
+clients = []
+while $3:
+    client = socket.socket(socket.AF_UNIX, socket.$1)
+    client.setblocking(False)
+    clients.append(client)
+    try:
+        client.connect('$bus')
+    except BlockingIOError:
+        break
+print('ready', flush=True)
+signal.pause()"
+    other=$started
+    await other.out ready
+}
+
+@test "serve does not replace the socket of a program of another kind" {
+    occupy SOCK_STREAM 1 0
+    run "$TELVANE" serve "$bus"
+    [ "$status" -eq 3 ]
+    [ "$output" = "telvane serve: cannot serve $bus: a program of another kind is using this socket" ]
+    [ -S "$bus" ]
+}
+
+@test "serve replaces a stale socket of another type" {
+    occupy SOCK_STREAM 1 0
+    kill -KILL "$other"
+    finish "$other"
+    start_server
+}
+
+@test "serve does not wait for a suspended server with a full backlog" {
+    occupy SOCK_SEQPACKET 1 1
+    run timeout 20 "$TELVANE" serve "$bus"
+    [ "$status" -eq 3 ]
+    [ "$output" = "telvane serve: cannot serve $bus: another server is running there" ]
+    [ -S "$bus" ]
+}
+
+@test "serve does not replace a socket that it may not connect to" {
+    [ "$(id -u)" -eq 0 ] || skip "only root can become another user"
+    start_server
+    chmod 777 "$directory"
+    run setpriv --reuid=65534 --regid=65534 --clear-groups "$TELVANE" serve "$bus"
+    [ "$status" -eq 3 ]
+    [[ $output == *"cannot check whether another server is running there: Permission denied" ]]
+    [ -S "$bus" ]
+}
+
 @test "serve reports why it cannot create its socket" {
     run "$TELVANE" serve "$directory/missing/bus"
     [ "$status" -eq 3 ]

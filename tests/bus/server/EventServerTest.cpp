@@ -114,6 +114,24 @@ TEST(EventServerStart, RefusesThePathOfALiveServerOfAnotherKind)
     EXPECT_TRUE(exists(other.path()));
 }
 
+TEST(EventServerStart, RefusesThePathOfASuspendedServerWithAFullBacklogAtOnce)
+{
+    const TemporaryDirectory directory;
+    const RawServer other(directory.path("bus"));
+    std::vector<Descriptor> waiting;
+    int connected = 0;
+    while (connected == 0) {
+        waiting.emplace_back(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+        const sockaddr_un address = addressOf(other.path());
+        connected =
+            ::connect(waiting.back().get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    }
+    ASSERT_EQ(errno, EAGAIN);
+    EventServer server;
+    EXPECT_EQ(server.Start(other.path()), -EADDRINUSE);
+    EXPECT_TRUE(exists(other.path()));
+}
+
 TEST(EventServerStart, TakesOverAPathWhenItsServerHasStopped)
 {
     RunningServer running;

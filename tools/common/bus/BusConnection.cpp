@@ -8,6 +8,7 @@
 
 #include "common/bus/BusConnection.h"
 
+#include "common/bus/SocketProbe.h"
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
 #include "common/cli/Signals.h"
@@ -19,7 +20,6 @@
 #include <cstring>
 #include <poll.h>
 #include <sys/eventfd.h>
-#include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -35,17 +35,6 @@ constexpr Nanoseconds kExitAfter = 700 * kMillisecond;       ///< of a stop
 constexpr const char* kRefused = "the server refused; channel names consist of letters and underscores";
 constexpr const char* kSilent = "the server does not respond";
 constexpr std::size_t kMaxPath = sizeof(sockaddr_un::sun_path) - 1;
-
-/// \return why a connect fails (positive errno), which the client does not report
-int connectError(const std::string& path)
-{
-    const FileDescriptor probe(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
-    const int result = connect(probe.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
-    return result != 0 ? errno : 0;
-}
 
 } // namespace
 
@@ -106,7 +95,7 @@ int BusConnection::connect(const std::string& path, double wait)
 void BusConnection::printConnectError() const
 {
     const std::string attempt = "cannot connect to " + m_path + ": ";
-    const int error = connectError(m_path);
+    const int error = probeSocket(m_path);
     switch (error) {
     case ENOENT:
         printError(attempt + "no such socket; start a server with: telvane serve " + m_path);
@@ -337,6 +326,14 @@ int BusConnection::finish(int result)
     return stopCode();
 }
 
+/// A server refuses a client by closing its connection before it responds to anything, and continues to listen.
+std::string BusConnection::connectionEndReason() const
+{
+    return m_client.Statistics().received == 0 && isListening(m_path)
+               ? "refused this client; see --allow-user, --allow-group and --max-clients of telvane serve"
+               : "has gone away";
+}
+
 void BusConnection::printStopReason()
 {
     if (m_stopReported.exchange(true)) {
@@ -344,7 +341,7 @@ void BusConnection::printStopReason()
     }
     switch (m_stop) {
     case Stop::ConnectionLost:
-        printError("the server at " + m_path + " has gone away");
+        printError("the server at " + m_path + " " + connectionEndReason());
         break;
     case Stop::OutputFailed:
         printError(std::string("cannot write to standard output: ") + std::strerror(m_outputError));

@@ -131,6 +131,7 @@ private:
     void tryDisconnect();
     void printConnectError() const;
     void printStopReason();
+    std::string connectionEndReason() const;
     int stopCode() const;
     void waitOnce(std::unique_lock<std::mutex>& guard, Nanoseconds deadline);
 

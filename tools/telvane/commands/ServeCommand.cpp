@@ -1,4 +1,5 @@
 #include "commands/Commands.h"
+#include "common/bus/SocketProbe.h"
 #include "common/bus/StatusPayload.h"
 #include "common/cli/CommandLine.h"
 #include "common/cli/CommandOptions.h"
@@ -75,6 +76,11 @@ int checkBuffer(void* server, int /*fd*/, const std::string&, int, cJSON*, void*
     return 0;
 }
 
+std::string cannotServe(const std::string& path)
+{
+    return "cannot serve " + path + ": ";
+}
+
 std::string client(int fd)
 {
     return "client " + std::to_string(fd);
@@ -108,20 +114,39 @@ int logSubscription(void* /*server*/, int fd, const std::string& header, int, cJ
     return 0;
 }
 
-/// The server replaces an existing file at the path. Refuse anything but a socket.
-bool checkPath(const std::string& path)
+/// The server replaces an existing file at the path, unless it finds a server of its own kind there. Refuse anything
+/// but a socket of that kind without a server.
+int checkPath(const std::string& path)
 {
     if (path.empty() || path.size() >= sizeof(sockaddr_un::sun_path)) {
         printError("\"" + path + "\" is not a socket path; it must have 1 to " +
                    std::to_string(sizeof(sockaddr_un::sun_path) - 1) + " characters");
-        return false;
+        return kWrongUsage;
     }
     struct stat status = {};
-    if (lstat(path.c_str(), &status) == 0 && !S_ISSOCK(status.st_mode)) {
-        printError(path + " exists and is not a socket");
-        return false;
+    if (lstat(path.c_str(), &status) != 0) {
+        return kSuccess;
     }
-    return true;
+    if (!S_ISSOCK(status.st_mode)) {
+        printError(path + " exists and is not a socket");
+        return kWrongUsage;
+    }
+    switch (const int error = probeSocket(path); error) {
+    case 0:
+    case EAGAIN:
+        printError(cannotServe(path) + "another server is running there");
+        return kBusFailure;
+    case EPROTOTYPE:
+        printError(cannotServe(path) + "a program of another kind is using this socket");
+        return kBusFailure;
+    case EACCES:
+    case EPERM:
+        printError(cannotServe(path) +
+                   "cannot check whether another server is running there: " + std::strerror(error));
+        return kBusFailure;
+    default:
+        return kSuccess; // a socket without a server, which Start() replaces
+    }
 }
 
 int start(EventServer& server, const Options& options)
@@ -136,7 +161,7 @@ int start(EventServer& server, const Options& options)
     if (result == 0) {
         return kSuccess;
     }
-    const std::string attempt = "cannot serve " + options.path + ": ";
+    const std::string attempt = cannotServe(options.path);
     if (result == -EADDRINUSE) {
         printError(attempt + "another server is running there");
     } else if (result > 0) {
@@ -157,14 +182,15 @@ int startOnInherited(EventServer& server, const std::string& path)
         return kWrongUsage;
     }
     if (result != 0) {
-        printError("cannot serve " + path + ": " + std::strerror(std::abs(result)));
+        printError(cannotServe(path) + std::strerror(std::abs(result)));
         return kBusFailure;
     }
     return kSuccess;
 }
 
-/// \return whether there is exactly one socket to serve, inherited or at PATH
-bool checkSocket(const Options& options, int inherited)
+/// Checks that there is exactly one socket to serve, inherited or at PATH.
+/// \return an exit code
+int checkSocket(const Options& options, int inherited)
 {
     if (inherited > 1) {
         printError(std::to_string(inherited) + " sockets were inherited; a bus has one");
@@ -173,16 +199,16 @@ bool checkSocket(const Options& options, int inherited)
     } else if (inherited == 0 && options.path.empty()) {
         printError("PATH is required unless a service manager passes a socket (see telvane serve --help)");
     } else {
-        return inherited == 1 || checkPath(options.path);
+        return inherited == 1 ? static_cast<int>(kSuccess) : checkPath(options.path);
     }
-    return false;
+    return kWrongUsage;
 }
 
 int serve(Options& options)
 {
     const int inherited = takeListenSockets();
-    if (!checkSocket(options, inherited)) {
-        return kWrongUsage;
+    if (const int result = checkSocket(options, inherited); result != kSuccess) {
+        return result;
     }
     if (inherited != 0) {
         options.path = pathOfSocket(kFirstInheritedSocket);
