@@ -9,7 +9,7 @@ bus = socket.socket(socket.AF_UNIX, socket.SOCK_SEQPACKET)
 bus.connect(path)
 bus.send(json.dumps({"header": ".subscribe", "payload": {"channel": channel}}).encode())
 while packet := bus.recv(16384):
-    message = json.loads(packet)
+    message = json.loads(packet.decode(errors="replace"))
     if message["header"] == ".subscribe":
         if not message["success"]:
             sys.exit(f"the server refuses {channel}")

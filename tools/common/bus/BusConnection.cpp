@@ -13,6 +13,7 @@
 #include "common/cli/Messages.h"
 #include "common/cli/Signals.h"
 #include "common/cli/Terminal.h"
+#include "common/support/PrintableText.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -152,9 +153,14 @@ bool BusConnection::publish(const std::string& channel, Telvane::TelvaneDataType
     return result == 0;
 }
 
-bool BusConnection::write(std::string_view data)
+bool BusConnection::write(std::string_view text)
 {
-    const int error = writeFully(STDOUT_FILENO, data);
+    return writeToTerminal(printable(text, Lines::Keep));
+}
+
+bool BusConnection::writeToTerminal(std::string_view text)
+{
+    const int error = writeFully(STDOUT_FILENO, text);
     if (error != 0) {
         m_outputError = error;
         stop(error == EPIPE ? Stop::OutputClosed : Stop::OutputFailed);

@@ -74,8 +74,11 @@ public:
     /// \return the number of records that a subscription's class could not read
     std::uint64_t undecodableRecords() const;
 
-    /// Writes to standard output. A failure stops the connection.
-    bool write(std::string_view data);
+    /// Writes text to standard output, without control characters except newlines and tabs. A failure stops the
+    /// connection.
+    bool write(std::string_view text);
+    /// Writes text with control sequences to a terminal. It must not contain text from other processes as it is.
+    bool writeToTerminal(std::string_view text);
 
     /// \return whether the main thread should end; finish() returns the reason
     bool stopping() const { return m_stop.load(std::memory_order_relaxed) != Stop::None; }

@@ -27,14 +27,14 @@ bool DecodedRecord::_unpackageData(cJSON* input)
             const std::unique_ptr<TelvaneDataTypeBase> record(m_recordClass->build());
             cJSON* packaged = nullptr;
             if (record->Unpackage(input) == 0 && record->Package(&packaged) == 0) {
-                m_text = printJson(JsonTree(packaged).get());
+                m_text = printJson(JsonTree(packaged).get(), false, &m_replaced);
                 return true;
             }
             cJSON_Delete(packaged);
             m_decodeError = "the library cannot read it";
         }
     }
-    m_text = printJson(input);
+    m_text = printJson(input, false, &m_replaced);
     return true;
 }
 

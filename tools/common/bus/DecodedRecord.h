@@ -2,6 +2,7 @@
 
 #include <Telvane/RecordCatalogue.h>
 
+#include <cstdint>
 #include <string>
 
 namespace TelvaneTool
@@ -19,6 +20,8 @@ public:
     const std::string& text() const { return m_text; }
     /// \return why the payload could not be decoded; empty if it was
     const std::string& decodeError() const { return m_decodeError; }
+    /// \return whether the text has U+FFFD in place of bytes that are not UTF-8
+    bool hadInvalidText() const { return m_replaced != 0; }
 
     bool _packageData(cJSON* output) override;
     bool _unpackageData(cJSON* input) override;
@@ -29,6 +32,7 @@ private:
     const Telvane::RecordClass* m_recordClass;
     std::string m_text;
     std::string m_decodeError;
+    std::uint64_t m_replaced = 0;
 };
 
 } // namespace TelvaneTool

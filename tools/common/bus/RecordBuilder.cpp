@@ -9,6 +9,7 @@
 #include <Telvane/DateTime.h>
 
 #include <cerrno>
+#include <cstring>
 #include <strings.h>
 
 namespace TelvaneTool
@@ -226,7 +227,8 @@ std::size_t publicationSize(const std::string& channel, TelvaneDataTypeBase& rec
     cJSON* payload = nullptr;
     record.Package(&payload);
     cJSON_AddItemToObject(envelope.get(), "payload", payload);
-    return printJson(envelope.get(), true).size();
+    const JsonText text(cJSON_Print(envelope.get())); // as it is sent
+    return text != nullptr ? std::strlen(text.get()) : 0;
 }
 
 std::string checkPublicationSize(std::size_t size)

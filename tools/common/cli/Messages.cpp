@@ -2,6 +2,7 @@
 
 #include "common/cli/ExitCodes.h"
 #include "common/support/FileDescriptor.h"
+#include "common/support/PrintableText.h"
 
 #include <cerrno>
 #include <cstring>
@@ -31,7 +32,7 @@ void setMessagePrefix(const std::string& prefix)
 void printError(std::string_view message)
 {
     std::string line = messagePrefix() + ": ";
-    line.append(message).append("\n");
+    line.append(printable(withShortQuotes(message), Lines::Remove)).append("\n");
     writeFully(STDERR_FILENO, line); // a failure cannot be reported anywhere
 }
 
@@ -64,7 +65,7 @@ int writeFully(int fd, std::string_view data)
 
 int writeResult(std::string_view text)
 {
-    const int error = writeFully(STDOUT_FILENO, text);
+    const int error = writeFully(STDOUT_FILENO, printable(text, Lines::Keep));
     if (error == 0) {
         return kSuccess;
     }

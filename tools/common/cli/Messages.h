@@ -9,7 +9,8 @@ namespace TelvaneTool
 /// Sets the prefix of all messages, such as "telvane listen".
 void setMessagePrefix(const std::string& prefix);
 
-/// Prints an error message as one line on standard error. Lines of several threads do not mix.
+/// Prints an error message as one line on standard error. Lines of several threads do not mix. Text from other
+/// processes may be part of it: control characters are replaced, and quotations are cut after 200 bytes.
 void printError(std::string_view message);
 
 /// Prints a message that is not an error in the same way.
@@ -19,7 +20,8 @@ void printStatus(std::string_view message);
 /// \return 0 or an error number (positive errno)
 int writeFully(int fd, std::string_view data);
 
-/// Writes the result of a command to standard output, and prints an error if that fails.
+/// Writes the result of a command to standard output, without control characters except newlines and tabs. Prints an
+/// error if that fails.
 /// \return an exit code
 int writeResult(std::string_view text);
 

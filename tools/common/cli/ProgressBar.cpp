@@ -2,6 +2,7 @@
 
 #include "common/cli/Messages.h"
 #include "common/cli/Terminal.h"
+#include "common/support/PrintableText.h"
 
 #include <algorithm>
 #include <unistd.h>
@@ -43,7 +44,7 @@ void ProgressBar::draw(double fraction, const std::string& text)
         line = "[" + progressBar(fraction, kBar) + "] " +
                std::to_string(static_cast<int>(std::clamp(fraction, 0.0, 1.0) * 100.0)) + " %  ";
     }
-    line = (line + text).substr(0, terminalWidth(STDERR_FILENO) - 1);
+    line = (line + printable(text, Lines::Remove)).substr(0, terminalWidth(STDERR_FILENO) - 1);
     writeFully(STDERR_FILENO, "\r\x1b[K" + line);
     m_drawn = true;
 }

@@ -1,5 +1,7 @@
 #include "common/support/Json.h"
 
+#include "common/support/PrintableText.h"
+
 #include <algorithm>
 
 namespace TelvaneTool
@@ -22,10 +24,15 @@ JsonTree parseJson(const std::string& text, std::string& error)
     return tree;
 }
 
-std::string printJson(const cJSON* tree, bool pretty)
+std::string printJson(const cJSON* tree, bool pretty, std::uint64_t* replaced)
 {
     const JsonText text(pretty ? cJSON_Print(tree) : cJSON_PrintUnformatted(tree));
-    return text != nullptr ? text.get() : "";
+    std::string json = text != nullptr ? text.get() : "";
+    const std::uint64_t invalid = makeJsonPrintable(json);
+    if (replaced != nullptr) {
+        *replaced = invalid;
+    }
+    return json;
 }
 
 const char* kindOf(const cJSON* value)

@@ -4,6 +4,7 @@
 
 #include <cjson/cJSON.h>
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -22,8 +23,9 @@ using JsonText = std::unique_ptr<char, JsonDeleter>;
 /// \param[out] error set if the text is invalid: what is wrong, and where
 JsonTree parseJson(const std::string& text, std::string& error);
 
-/// \return the value on one line, or indented
-std::string printJson(const cJSON* tree, bool pretty = false);
+/// \param[out] replaced count of invalid UTF-8 sequences that U+FFFD replaces; may be null
+/// \return the value on one line, or indented: valid UTF-8 without control characters except line breaks and tabs
+std::string printJson(const cJSON* tree, bool pretty = false, std::uint64_t* replaced = nullptr);
 
 /// \return "a number", "true or false", "a string", ...
 const char* kindOf(const cJSON* value);

@@ -1,5 +1,7 @@
 #include "common/support/Table.h"
 
+#include "common/support/PrintableText.h"
+
 #include <algorithm>
 
 namespace TelvaneTool
@@ -29,11 +31,17 @@ std::string Table::print(const Layout& layout) const
     std::vector<Cell> titles;
     std::vector<std::size_t> widths;
     bool hasTitles = false;
+    std::vector<std::vector<Cell>> rows = m_rows;
+    for (std::vector<Cell>& row : rows) {
+        for (Cell& cell : row) {
+            cell.text = printable(cell.text, Lines::Remove);
+        }
+    }
     for (const Column& column : m_columns) {
         titles.emplace_back(column.title);
         hasTitles = hasTitles || *column.title != '\0';
         std::size_t width = titles.back().text.size();
-        for (const std::vector<Cell>& row : m_rows) {
+        for (const std::vector<Cell>& row : rows) {
             width = std::max(width, row[widths.size()].text.size());
         }
         widths.push_back(width);
@@ -64,7 +72,7 @@ std::string Table::print(const Layout& layout) const
     if (hasTitles) {
         printRow(titles, layout.headingStyle);
     }
-    for (const std::vector<Cell>& row : m_rows) {
+    for (const std::vector<Cell>& row : rows) {
         printRow(row, nullptr);
     }
     return lines;

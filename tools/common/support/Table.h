@@ -8,7 +8,7 @@
 namespace TelvaneTool
 {
 
-/// Prints rows in aligned columns, each as wide as its longest cell.
+/// Prints rows in aligned columns, each as wide as its longest cell. Replaces control characters in cells.
 class Table
 {
 public:

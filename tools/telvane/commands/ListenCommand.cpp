@@ -61,6 +61,9 @@ public:
         if (m_options.last && isRepeated(channel, sequence)) {
             return;
         }
+        if (record.hadInvalidText()) {
+            m_missed.takeInvalidText();
+        }
         if (!record.decodeError().empty()) {
             m_missed.takeUnreadable();
             printError(channel + " " + std::to_string(sequence) + ": " + record.decodeError());

@@ -5,6 +5,7 @@
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
 #include "common/cli/Terminal.h"
+#include "common/support/PrintableText.h"
 #include "weld/WeldMonitor.h"
 
 #include <memory>
@@ -37,10 +38,10 @@ public:
 
     void draw(WeldMonitor& monitor)
     {
-        const std::string events = monitor.takeEvents();
-        const std::string line = monitor.liveLine(terminalWidth(STDOUT_FILENO));
+        const std::string events = printable(monitor.takeEvents(), Lines::Keep);
+        const std::string line = printable(monitor.liveLine(terminalWidth(STDOUT_FILENO)), Lines::Remove);
         if (m_isTerminal) {
-            m_bus.write((m_lineShown ? "\r\x1b[K" : "") + events + line);
+            m_bus.writeToTerminal((m_lineShown ? "\r\x1b[K" : "") + events + line);
             m_lineShown = !line.empty();
             return;
         }

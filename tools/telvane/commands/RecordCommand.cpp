@@ -12,6 +12,7 @@
 #include "recording/MissTracker.h"
 #include "recording/Recorder.h"
 
+#include <atomic>
 #include <csignal>
 #include <memory>
 #include <mutex>
@@ -282,10 +283,13 @@ int record(Options& options)
                                         Nanoseconds to) { recorder.addMissed(channel, count, from, to); });
     outages.begin(recorder, misses);
     result = misses.start();
+    std::atomic<std::uint64_t> invalidTexts{0};
     const auto subscribe = [&](const std::string& channel) {
         return bus.subscribe(channel, DecodedRecord(nullptr),
                              [&, channel](void*, TelvaneDataTypeBase* incoming, int sequence, void*) {
-                                 const std::string& text = static_cast<DecodedRecord&>(*incoming).text();
+                                 const auto& record = static_cast<DecodedRecord&>(*incoming);
+                                 const std::string& text = record.text();
+                                 invalidTexts += record.hadInvalidText() ? 1 : 0;
                                  recorder.take(channel, sequence, text);
                                  if (channel == kClientsStatus) { // in place of the tracker's subscription
                                      misses.takeAnswer(text, sequence);
@@ -319,6 +323,9 @@ int record(Options& options)
         result = kOutputFailure;
     }
     loop.reportNewMisses(true);
+    if (invalidTexts != 0) {
+        printError(printNumber(invalidTexts, "record") + " had bytes that are not UTF-8, recorded as U+FFFD");
+    }
     if (misses.uncertain() && totalOf(recorder.missed()) == 0) {
         printError(
             "the sequence numbers have gaps, and the server does not report whether records were missed");

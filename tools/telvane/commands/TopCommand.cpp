@@ -133,7 +133,7 @@ private:
         m_height = terminalHeight(STDOUT_FILENO);
         view.width = m_width;
         view.colour = wantsColour(STDOUT_FILENO);
-        return m_bus.write(TerminalPage::draw(printTop(m_model, view, realTimeNow()), m_height));
+        return m_bus.writeToTerminal(TerminalPage::draw(printTop(m_model, view, realTimeNow()), m_height));
     }
 
     BusConnection& m_bus;

@@ -31,6 +31,12 @@ void SequenceGaps::takeUnreadable()
     ++m_unreadable;
 }
 
+void SequenceGaps::takeInvalidText()
+{
+    const std::lock_guard<std::mutex> guard(m_lock);
+    ++m_invalidText;
+}
+
 std::uint64_t SequenceGaps::missing() const
 {
     const std::lock_guard<std::mutex> guard(m_lock);
@@ -43,6 +49,10 @@ std::vector<std::string> SequenceGaps::describe(bool verbose) const
     std::vector<std::string> lines;
     if (m_unreadable != 0) {
         lines.push_back("records that could not be decoded: " + std::to_string(m_unreadable));
+    }
+    if (m_invalidText != 0) {
+        lines.push_back("records with bytes that are not UTF-8, printed as U+FFFD: " +
+                        std::to_string(m_invalidText));
     }
     const std::string range = std::to_string(m_first) + " to " + std::to_string(m_last);
     if (m_missing != 0) {

@@ -22,6 +22,9 @@ public:
     /// Counts a record that arrived but could not be decoded.
     void takeUnreadable();
 
+    /// Counts a record whose text was not valid UTF-8.
+    void takeInvalidText();
+
     /// \return how many numbers between the first and the last are missing. A gap of exactly 65,536 goes
     ///         unnoticed.
     std::uint64_t missing() const;
@@ -36,6 +39,7 @@ private:
     int m_last = -1;
     std::uint64_t m_missing = 0;
     std::uint64_t m_unreadable = 0;
+    std::uint64_t m_invalidText = 0;
 };
 
 } // namespace TelvaneTool

@@ -19,14 +19,6 @@ constexpr const char* kInverse = "\x1b[7m";
 constexpr const char* kRed = "\x1b[31m";
 constexpr const char* kGrey = "\x1b[90m";
 
-/// Replaces control characters, so that text from other processes cannot control the terminal.
-std::string sanitized(std::string text)
-{
-    std::replace_if(
-        text.begin(), text.end(), [](unsigned char c) { return c < ' ' || c == 0x7F; }, '?');
-    return text;
-}
-
 Table::Layout layoutOf(const TopViewSettings& settings)
 {
     return {0, settings.width, settings.colour ? kInverse : nullptr};
@@ -61,7 +53,7 @@ std::string channelTable(const TopModel& model, const TopViewSettings& settings)
                    std::to_string(row.status.publications),
                    missedCell(row.status.missed),
                    row.status.lastSequence >= 0 ? std::to_string(row.status.lastSequence) : "-",
-                   {sanitized(row.value), kGrey}});
+                   {row.value, kGrey}});
     }
     return table.print(layoutOf(settings));
 }
@@ -81,11 +73,10 @@ std::string clientTable(const TopModel& model, const TopViewSettings& settings)
         for (const Telvane::EventServerSubscriptionStatus& subscription : row.status.subscriptions) {
             channels += (channels.empty() ? "" : " ") + subscription.channel;
         }
-        table.add(
-            {std::to_string(row.status.descriptor), std::to_string(row.status.process),
-             sanitized(row.status.userName.empty() ? std::to_string(row.status.user) : row.status.userName),
-             sanitized(row.status.program), printBytes(static_cast<double>(row.status.bytesBehind)),
-             std::to_string(row.relayed), missedCell(row.missed), channels.empty() ? "-" : channels});
+        table.add({std::to_string(row.status.descriptor), std::to_string(row.status.process),
+                   row.status.userName.empty() ? std::to_string(row.status.user) : row.status.userName,
+                   row.status.program, printBytes(static_cast<double>(row.status.bytesBehind)),
+                   std::to_string(row.relayed), missedCell(row.missed), channels.empty() ? "-" : channels});
     }
     return table.print(layoutOf(settings));
 }
