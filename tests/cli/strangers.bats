@@ -63,6 +63,29 @@ sys.exit(logs != ["a\ufffd\x7f", "\x9b"])'
     grep -q "1 record had bytes that are not UTF-8, recorded as U+FFFD" recorder.err
 }
 
+@test "status answers of another client end neither top nor listen --all nor record --all" {
+    start_server
+    start_listener --all --wait 60
+    start recorder "$TELVANE" record "$bus" -o all.jsonl --all --verbose
+    recorder=$started
+    await recorder.err ": recording$"
+    start top "$TELVANE" top "$bus" --json --interval 0.1
+    top=$started
+    await top.out '"channels"'
+    for name in Chan2 '' 'x\\n'; do
+        "$TELVANE" publish "$bus" TelvaneChannels "{\"part\":1,\"parts\":1,\"channels\":[{\"channel\":\"TelvaneChannels\",\"subscribers\":1},{\"channel\":\"$name\"}]}"
+    done
+    "$TELVANE" publish "$bus" LogData '{"log":"after"}'
+    await listener.out after
+    lines=$(wc -l <top.out)
+    while [ "$(wc -l <top.out)" -le $((lines + 3)) ]; do sleep 0.02; done
+    kill "$recorder"
+    finish "$recorder"
+    [ "$status" -eq 0 ]
+    grep -q after all.jsonl
+    kill -0 "$top"
+}
+
 @test "error messages quote only the begin of long values" {
     start_server
     python3 -c 'print("{\"when\":\"" + "x" * 20000000 + "\"}")' >long.json

@@ -1,6 +1,7 @@
 #include "common/bus/PatternSubscriber.h"
 
 #include "common/bus/DecodedRecord.h"
+#include "common/bus/RecordBuilder.h"
 #include "tool/fixtures/ToolBusFixture.h"
 
 #include <gmock/gmock.h>
@@ -65,6 +66,41 @@ TEST_F(PatternSubscriberTest, SubscribesToEveryRecordClassAndToChannelsThatAppea
     EXPECT_EQ(m_order.back(), "Later");
     EXPECT_THAT(m_order, Not(Contains("TelvaneChannels")));
     m_connection.finish(kSuccess); // before the subscriber is destroyed
+}
+
+TEST_F(PatternSubscriberTest, IgnoresAListOfChannelsThatAnotherClientHasPublished)
+{
+    PatternSubscriber channels(m_connection, {}, true, subscriber());
+    ASSERT_EQ(channels.start(), kSuccess);
+    std::string error;
+    RawRecord forged(
+        parseJson(R"({"part":1,"parts":1,"channels":[{"channel":"Forged","subscribers":1}]})", error));
+    ASSERT_EQ(m_other.Publish("TelvaneChannels", forged), 0);
+    ASSERT_EQ(m_other.Subscribe(
+                  "Later", [](void*, Telvane::TelvaneDataTypeBase*, int, void*) {}, DecodedRecord(nullptr),
+                  nullptr),
+              0);
+    const Nanoseconds deadline = monotonicNow() + kTestTimeout;
+    while (m_order.back() != "Later" && monotonicNow() < deadline) {
+        m_connection.sleepUntil(channels.nextWake(deadline));
+        ASSERT_EQ(channels.follow(), kSuccess);
+    }
+    EXPECT_EQ(m_order.back(), "Later");
+    EXPECT_THAT(m_order, Not(Contains("Forged")));
+    m_connection.finish(kSuccess);
+}
+
+TEST_F(PatternSubscriberTest, LimitsTheSubscriptionsToMatchingChannels)
+{
+    const auto nothing = [](void*, Telvane::TelvaneDataTypeBase*, int, void*) {
+    };
+    for (const char* const name : {"Na", "Nb", "Nc"}) {
+        ASSERT_EQ(m_other.Subscribe(name, nothing, DecodedRecord(nullptr), nullptr), 0);
+    }
+    PatternSubscriber channels(m_connection, {"N*"}, false, subscriber(), 3);
+    EXPECT_EQ(channels.start(), kSuccess);
+    EXPECT_EQ(m_order.size(), 3U);
+    m_connection.finish(kSuccess);
 }
 
 } // namespace

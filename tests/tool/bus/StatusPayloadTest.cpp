@@ -56,6 +56,49 @@ std::vector<Item> sendAndReceive(const std::vector<Item>& items)
     return answer.items();
 }
 
+TEST(StatusPayload, LeavesOutNamesThatNoServerAccepts)
+{
+    StatusResponse<ChannelStatus> channels;
+    EXPECT_TRUE(channels.take(R"({"part":1,"parts":1,"channels":[{"channel":"Good"},{"channel":"Chan2"},)"
+                              R"({"channel":""},{"channel":"a b"},{}]})"));
+    EXPECT_THAT(channels.items(), ElementsAre(Field(&ChannelStatus::name, "Good")));
+    StatusResponse<ClientStatus> clients;
+    EXPECT_TRUE(clients.take(R"({"part":1,"parts":1,"clients":[{"client":5,"subscriptions":)"
+                             R"([{"channel":"Good"},{"channel":"x\u001b"}]}]})"));
+    ASSERT_THAT(clients.items(), SizeIs(1));
+    EXPECT_THAT(clients.items()[0].subscriptions, SizeIs(1));
+}
+
+TEST(StatusPayload, LimitsThePartsOfAResponse)
+{
+    StatusResponse<ChannelStatus> response;
+    const std::string filling(1 << 20, ' ');
+    const auto part = [&filling](int number, int parts) {
+        return R"({"part":)" + std::to_string(number) + R"(,"parts":)" + std::to_string(parts) + filling +
+               R"(,"channels":[{"channel":"Name"}]})";
+    };
+    int number = 1;
+    while (number <= 64) {
+        EXPECT_FALSE(response.take(part(number++, 1000)));
+    }
+    EXPECT_FALSE(response.take(part(number, number))) << "the end of a response that was too large";
+    EXPECT_TRUE(response.take(part(1, 1)));
+    EXPECT_THAT(response.items(), SizeIs(1));
+}
+
+TEST(StatusPayload, IsPlausibleIfItListsTheSubscriptionToItself)
+{
+    EXPECT_FALSE(isPlausible(std::vector<ChannelStatus>{channel("LogData")}));
+    EXPECT_TRUE(isPlausible(std::vector<ChannelStatus>{channel("LogData"), channel("TelvaneChannels")}));
+    ChannelStatus unused = channel("TelvaneChannels");
+    unused.subscribers = 0;
+    EXPECT_FALSE(isPlausible(std::vector<ChannelStatus>{unused}));
+    std::vector<ClientStatus> clients = {client(5, 3)};
+    EXPECT_FALSE(isPlausible(clients));
+    clients[0].subscriptions.push_back({"TelvaneClients", 0, 0, 0});
+    EXPECT_TRUE(isPlausible(clients));
+}
+
 TEST(StatusPayload, TellsOfChannels)
 {
     EXPECT_THAT(

@@ -22,8 +22,8 @@ constexpr Nanoseconds kPollInterval = kSecond / 2;
 } // namespace
 
 PatternSubscriber::PatternSubscriber(BusConnection& bus, std::vector<std::string> wanted, bool all,
-                                     Subscriber subscribe)
-    : m_bus(bus), m_subscribe(std::move(subscribe))
+                                     Subscriber subscribe, std::size_t maxChannels)
+    : m_bus(bus), m_subscribe(std::move(subscribe)), m_maxChannels(maxChannels)
 {
     for (std::string& name : wanted) {
         (isPattern(name) ? m_patterns : m_names).push_back(std::move(name));
@@ -99,8 +99,15 @@ void PatternSubscriber::addMatching()
 /// A refusal of a channel that was not named by the user is reported, but is not a failure.
 void PatternSubscriber::addOptional(const std::string& channel)
 {
-    if (!m_bus.stopping() && checkChannel(channel).empty()) {
+    if (m_bus.stopping() || !checkChannel(channel).empty()) {
+        return;
+    }
+    if (m_subscribed.size() < m_maxChannels || m_subscribed.count(channel) != 0) {
         add(channel);
+    } else if (!m_limitReported) {
+        m_limitReported = true;
+        printError("not all channels are followed: patterns match more than " +
+                   std::to_string(m_maxChannels));
     }
 }
 

@@ -20,7 +20,11 @@ public:
 
     /// \param wanted names and patterns such as "PS*"; patterns do not match the status channels
     /// \param all subscribe to every channel, as with the pattern "*"
-    PatternSubscriber(BusConnection& bus, std::vector<std::string> wanted, bool all, Subscriber subscribe);
+    /// \param maxChannels limit of channels that patterns match: each subscription to a new name takes memory of the
+    ///        server, which never forgets it
+    PatternSubscriber(BusConnection& bus, std::vector<std::string> wanted, bool all, Subscriber subscribe,
+                      std::size_t maxChannels = kMaxChannels);
+    static constexpr std::size_t kMaxChannels = 4096;
 
     /// Subscribes to the channels that exist.
     /// \return an exit code
@@ -49,9 +53,11 @@ private:
     std::vector<std::string> m_patterns;
     std::vector<std::string> m_names;
     Subscriber m_subscribe;
+    std::size_t m_maxChannels;
     std::set<std::string, std::less<>> m_subscribed;
     std::optional<StatusClient> m_status;
     std::uint64_t m_responses = 0;
+    bool m_limitReported = false;
     Nanoseconds m_nextPoll = BusConnection::kNoDeadline;
 };
 

@@ -22,28 +22,30 @@ constexpr Nanoseconds kTimeout = 3 * kSecond;
 } // namespace
 
 template <class Item>
-int StatusClient::subscribe(const char* channel, StatusResponse<Item>& response)
+int StatusClient::subscribe(const char* channel, StatusResponse<Item>& response, std::vector<Item>& items)
 {
-    return m_bus.subscribe(channel, DecodedRecord(nullptr),
-                           [this, &response](void*, Telvane::TelvaneDataTypeBase* record, int, void*) {
-                               {
-                                   const std::lock_guard<std::mutex> guard(m_lock);
-                                   if (!response.take(static_cast<DecodedRecord&>(*record).text())) {
-                                       return;
-                                   }
-                                   ++(std::is_same_v<Item, ChannelStatus> ? m_channelResponses
-                                                                          : m_clientResponses);
-                               }
-                               m_bus.wake();
-                           });
+    return m_bus.subscribe(
+        channel, DecodedRecord(nullptr),
+        [this, &response, &items](void*, Telvane::TelvaneDataTypeBase* record, int, void*) {
+            {
+                const std::lock_guard<std::mutex> guard(m_lock);
+                if (!response.take(static_cast<DecodedRecord&>(*record).text()) ||
+                    !isPlausible(response.items())) {
+                    return;
+                }
+                items = response.items();
+                ++(std::is_same_v<Item, ChannelStatus> ? m_channelResponses : m_clientResponses);
+            }
+            m_bus.wake();
+        });
 }
 
 int StatusClient::start(bool clients)
 {
     m_wantsClients = clients;
-    int result = subscribe(kChannelsStatus, m_channels);
+    int result = subscribe(kChannelsStatus, m_channelResponse, m_channels);
     if (result == kSuccess && clients) {
-        result = subscribe(kClientsStatus, m_clients);
+        result = subscribe(kClientsStatus, m_clientResponse, m_clients);
     }
     if (result != kSuccess) {
         return result;
@@ -75,13 +77,13 @@ void StatusClient::request()
 std::vector<ChannelStatus> StatusClient::channels()
 {
     const std::lock_guard<std::mutex> guard(m_lock);
-    return m_channels.items();
+    return m_channels;
 }
 
 std::vector<ClientStatus> StatusClient::clients()
 {
     const std::lock_guard<std::mutex> guard(m_lock);
-    return m_clients.items();
+    return m_clients;
 }
 
 std::uint64_t StatusClient::responses()

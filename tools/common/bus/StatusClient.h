@@ -8,7 +8,8 @@
 namespace TelvaneTool
 {
 
-/// Requests the channels and clients of a server.
+/// Requests the channels and clients of a server. Ignores responses that cannot come from the server: other clients can
+/// publish on the same channels.
 class StatusClient
 {
 public:
@@ -31,14 +32,16 @@ public:
 
 private:
     template <class Item>
-    int subscribe(const char* channel, StatusResponse<Item>& response);
+    int subscribe(const char* channel, StatusResponse<Item>& response, std::vector<Item>& items);
     bool complete();
 
     BusConnection& m_bus;
     bool m_wantsClients = false;
     std::mutex m_lock;
-    StatusResponse<ChannelStatus> m_channels;
-    StatusResponse<ClientStatus> m_clients;
+    StatusResponse<ChannelStatus> m_channelResponse;
+    StatusResponse<ClientStatus> m_clientResponse;
+    std::vector<ChannelStatus> m_channels;
+    std::vector<ClientStatus> m_clients;
     std::uint64_t m_channelResponses = 0;
     std::uint64_t m_clientResponses = 0;
 };

@@ -4,6 +4,7 @@
 #include "common/bus/StatusPayload.h"
 
 #include "common/bus/RecordBuilder.h"
+#include "common/support/ChannelPattern.h"
 #include "common/support/Json.h"
 
 #include <Telvane/RequestType.h>
@@ -90,15 +91,20 @@ JsonTree toJson(const ClientStatus& client)
     return item;
 }
 
-void read(const cJSON* item, ChannelStatus& channel)
+/// \return false if the server could not have sent the item
+bool read(const cJSON* item, ChannelStatus& channel)
 {
     channel.name = readText(item, "channel");
+    if (!checkChannel(channel.name).empty()) {
+        return false;
+    }
     channel.subscribers = wholeNumber<std::size_t>(item, "subscribers");
     readCounters(item, channel, Telvane::kChannelCounters);
     channel.lastSequence = wholeNumber<int>(item, "lastSequence");
+    return true;
 }
 
-void read(const cJSON* item, ClientStatus& client)
+bool read(const cJSON* item, ClientStatus& client)
 {
     client.descriptor = wholeNumber<int>(item, "client");
     client.process = wholeNumber<pid_t>(item, "pid");
@@ -110,10 +116,14 @@ void read(const cJSON* item, ClientStatus& client)
     const cJSON* object = nullptr;
     cJSON_ArrayForEach(object, cJSON_GetObjectItemCaseSensitive(item, "subscriptions"))
     {
-        Telvane::EventServerSubscriptionStatus& subscription = client.subscriptions.emplace_back();
+        Telvane::EventServerSubscriptionStatus subscription;
         subscription.channel = readText(object, "channel");
         readCounters(object, subscription, Telvane::kSubscriptionCounters);
+        if (checkChannel(subscription.channel).empty()) {
+            client.subscriptions.push_back(std::move(subscription));
+        }
     }
+    return true;
 }
 
 void add(std::vector<ChannelStatus>& items, ChannelStatus&& item)
@@ -211,6 +221,23 @@ std::vector<std::string> encodeStatus(const std::vector<ClientStatus>& clients)
     return printer.finish();
 }
 
+bool isPlausible(const std::vector<ChannelStatus>& channels)
+{
+    return std::any_of(channels.begin(), channels.end(), [](const ChannelStatus& channel) {
+        return channel.name == kChannelsStatus && channel.subscribers != 0;
+    });
+}
+
+bool isPlausible(const std::vector<ClientStatus>& clients)
+{
+    const auto isSubscribed = [](const Telvane::EventServerSubscriptionStatus& subscription) {
+        return subscription.channel == kClientsStatus;
+    };
+    return std::any_of(clients.begin(), clients.end(), [&isSubscribed](const ClientStatus& client) {
+        return std::any_of(client.subscriptions.begin(), client.subscriptions.end(), isSubscribed);
+    });
+}
+
 template <class Item>
 bool StatusResponse<Item>::take(const std::string& payload)
 {
@@ -220,8 +247,12 @@ bool StatusResponse<Item>::take(const std::string& payload)
     if (part == 1) {
         m_partial.clear();
         m_nextPart = 1;
+        m_size = 0;
     }
-    if (part != m_nextPart) {
+    m_size += payload.size();
+    if (part != m_nextPart || m_size > kMaxSize) {
+        m_partial.clear();
+        m_nextPart = 1;
         return false; // a part was missed; wait for the next response
     }
     ++m_nextPart;
@@ -229,8 +260,9 @@ bool StatusResponse<Item>::take(const std::string& payload)
     cJSON_ArrayForEach(object, cJSON_GetObjectItemCaseSensitive(tree.get(), kItemsKey<Item>))
     {
         Item item;
-        read(object, item);
-        add(m_partial, std::move(item));
+        if (read(object, item)) {
+            add(m_partial, std::move(item));
+        }
     }
     if (part != wholeNumber<int>(tree.get(), "parts")) {
         return false;

@@ -34,12 +34,22 @@ std::vector<std::string> encodeStatus(const std::vector<ChannelStatus>& channels
 std::vector<std::string> encodeStatus(const std::vector<ClientStatus>& clients);
 /// @}
 
-/// Decodes the payloads of a response.
+/// \name Checks
+/// A server's response lists the subscription of the client that requested it.
+/// @{
+bool isPlausible(const std::vector<ChannelStatus>& channels);
+bool isPlausible(const std::vector<ClientStatus>& clients);
+/// @}
+
+/// Decodes the payloads of a response. Any client can publish payloads of this kind: names that are not channels are
+/// left out, and parts that never end take no more than kMaxSize of memory.
 /// \tparam Item ChannelStatus or ClientStatus
 template <class Item>
 class StatusResponse
 {
 public:
+    static constexpr std::size_t kMaxSize = std::size_t{32} * 1024 * 1024; ///< of all parts, in bytes
+
     /// \return whether the payload completed a response
     bool take(const std::string& payload);
 
@@ -50,6 +60,7 @@ private:
     std::vector<Item> m_complete;
     std::vector<Item> m_partial;
     int m_nextPart = 1;
+    std::size_t m_size = 0;
 };
 extern template class StatusResponse<ChannelStatus>;
 extern template class StatusResponse<ClientStatus>;

@@ -53,12 +53,18 @@ void TopModel::update(std::vector<ChannelStatus> channels, std::vector<ClientSta
         }
         row.status = std::move(client);
     }
+    std::map<std::string, ChannelRow> previous;
+    previous.swap(m_channels);
     for (ChannelStatus& channel : channels) {
         if (isStatusChannel(channel.name)) {
             continue;
         }
         channel.subscribers -= std::min(channel.subscribers, observed[channel.name]);
         ChannelRow& row = m_channels[channel.name];
+        if (const auto found = previous.find(channel.name); found != previous.end()) {
+            row = std::move(found->second);
+            previous.erase(found);
+        }
         // After a restart the server counts from 0.
         const auto growth = [](std::uint64_t now, std::uint64_t before) {
             return static_cast<double>(now >= before ? now - before : now);

@@ -54,7 +54,7 @@ public:
     {
         int result = m_status.start(true);
         if (result == kSuccess && !m_bus.stopping()) {
-            result = update();
+            update();
         }
         if (result != kSuccess || m_bus.stopping()) {
             return result;
@@ -68,8 +68,8 @@ public:
         }
         std::uint64_t drawn = 0;
         while (waitAndRequest()) {
-            result = update();
-            if (result != kSuccess || !draw() || (m_options.count != 0 && ++drawn == m_options.count)) {
+            update();
+            if (!draw() || (m_options.count != 0 && ++drawn == m_options.count)) {
                 break;
             }
         }
@@ -100,21 +100,20 @@ private:
     }
 
     /// Updates the model from the server's responses, and subscribes to new channels.
-    int update()
+    void update()
     {
         m_model.update(m_status.channels(), m_status.clients(), monotonicNow());
         for (const auto& [channel, text] : m_payloads.take()) {
             m_model.setValue(channel, text);
         }
-        int result = kSuccess;
         if (!m_options.noValues) {
             for (const TopModel::ChannelRow& row : m_model.channels(TopModel::Order::Name)) {
-                if (result == kSuccess && !m_bus.stopping()) {
-                    result = m_payloads.subscribe(m_bus, row.status.name);
+                if (!m_bus.stopping()) {
+                    m_payloads.subscribe(m_bus,
+                                         row.status.name); // a refusal is reported; the value stays empty
                 }
             }
         }
-        return result;
     }
 
     bool draw()
