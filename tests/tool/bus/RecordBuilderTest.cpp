@@ -57,6 +57,18 @@ TEST(RecordBuilder, TellsWhereItsJsonIsWrong)
     EXPECT_EQ(build(nullptr, ""), "error: the JSON text is empty");
 }
 
+TEST(RecordBuilder, RefusesNumbersThatWouldArriveAsNull)
+{
+    EXPECT_EQ(build(nullptr, R"({"a":[1,{"b":1e999}]})"), "error: a[1].b: the number is too large");
+    EXPECT_EQ(build(nullptr, R"({"a":-1e999})"), "error: a: the number is too large");
+    EXPECT_EQ(build("UnitValueDoublePair", R"({"Unit":"A","Value":1e999})"),
+              "error: Value: the number is too large");
+    for (const char* const value : {"NaN", "-inf", "1e999", "Infinity"}) {
+        EXPECT_EQ(build("UnitValueDoublePair", nullptr, {std::string("Value=") + value}),
+                  std::string("error: Value: ") + value + " cannot be sent; it would arrive as null");
+    }
+}
+
 TEST(RecordBuilder, IsCheckedAsItsClass)
 {
     EXPECT_EQ(build("LogData", R"({"log":1})"), "error: log: expected a string, got a number");

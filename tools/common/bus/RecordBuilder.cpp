@@ -9,6 +9,8 @@
 #include <Telvane/DateTime.h>
 
 #include <cerrno>
+#include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <strings.h>
 
@@ -110,6 +112,9 @@ private:
             return m_path + ": " + table.className() + " has no key \"" + key + "\"";
         }
         const RecordTable* const nested = field->nested != nullptr ? &field->nested->table() : nullptr;
+        if (last && field->kind == FieldKind::Number && isNotFinite(m_value)) {
+            return m_path + ": " + m_value + " cannot be sent; it would arrive as null";
+        }
         if (last) {
             put(record, field->key, readValue(m_value, field->kind == FieldKind::Text, nested));
             return {};
@@ -152,6 +157,13 @@ private:
         return {};
     }
 
+    static bool isNotFinite(const std::string& text)
+    {
+        char* end = nullptr;
+        const double number = std::strtod(text.c_str(), &end);
+        return !text.empty() && *end == '\0' && !std::isfinite(number);
+    }
+
     static void put(cJSON* object, const char* key, JsonTree value)
     {
         if (cJSON_GetObjectItem(object, key) != nullptr) {
@@ -166,6 +178,25 @@ private:
     const std::vector<std::string> m_steps;
     std::string m_value;
 };
+
+/// \return the path of the first number that a double cannot hold; empty if there is none
+std::string findInfinite(const cJSON* value, const std::string& path)
+{
+    if (cJSON_IsNumber(value) != 0) {
+        return std::isfinite(value->valuedouble) ? std::string() : path.empty() ? "the record" : path;
+    }
+    int index = 0;
+    for (const cJSON* item = value->child; item != nullptr; item = item->next) {
+        const std::string step = item->string != nullptr
+                                     ? (path.empty() ? "" : ".") + std::string(item->string)
+                                     : "[" + std::to_string(index++) + "]";
+        std::string found = findInfinite(item, path + step);
+        if (!found.empty()) {
+            return found;
+        }
+    }
+    return {};
+}
 
 JsonTree defaultTree(const RecordClass& recordClass)
 {
@@ -189,6 +220,10 @@ std::unique_ptr<TelvaneDataTypeBase> buildRecord(const RecordRequest& request, c
         error = "no record given; pass its JSON text, or a class with --as";
     }
     if (tree == nullptr) {
+        return nullptr;
+    }
+    if (const std::string key = findInfinite(tree.get(), {}); !key.empty()) {
+        error = key + ": the number is too large"; // it would be sent as null
         return nullptr;
     }
     if (request.recordClass == nullptr) {
