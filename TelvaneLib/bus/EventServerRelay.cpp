@@ -349,7 +349,9 @@ void EventServer::State::sendShare(int subscriber, Delivery& delivery, const Rel
             own->lastError = result;
             incrementUnshared(counters.relaysFailed);
             incrementUnshared(relay->channel->missed);
-            reportRelayError(subscriber, result);
+            if (relayErrorLines) {
+                reportRelayError(subscriber, result);
+            }
         }
     }
     incrementUnshared(counters.relayed, relayed);

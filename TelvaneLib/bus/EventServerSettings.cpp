@@ -114,6 +114,11 @@ int EventServer::GrantedSubscriberSendBuffer() const
     return m_state->grantedSendBuffer;
 }
 
+void EventServer::SetRelayErrorLines(bool enabled)
+{
+    m_state->relayErrorLines = enabled;
+}
+
 int EventServer::SetThreadStackSize(std::size_t bytes)
 {
     if (bytes < kMinStackSize) {

@@ -205,6 +205,7 @@ struct EventServer::State
     ServerCounters counters;
     std::atomic<int> sendBuffer{0};
     std::atomic<int> grantedSendBuffer{0};
+    std::atomic<bool> relayErrorLines{true};
     std::atomic<std::size_t> stackSize{std::size_t{512} * 1024};
 };
 

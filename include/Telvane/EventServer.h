@@ -136,6 +136,14 @@ public:
     /// \return the send buffer, in bytes, of the client that connected last; 0 before the first
     int GrantedSubscriberSendBuffer() const;
 
+    /// Enables or disables the line on standard error for each message that a subscriber misses.
+    ///
+    /// A subscriber that does not read makes the server write one for every message. Without them, a program
+    /// reports the misses that Clients() and Statistics() count in its own way.
+    /// \param enabled true by default
+    /// \par Threads Any thread, also while the server runs.
+    void SetRelayErrorLines(bool enabled);
+
     /// Sets the stack size of threads that are created after this call. Hooks run on these threads.
     /// \param bytes size in bytes, at least 256 KiB. The default is 512 KiB: handling the deepest message
     ///        that the server accepts leaves about 256 KiB of it to a hook.

@@ -143,6 +143,19 @@ value() {
     [ "$(value "telvane_client_unread_bytes{client=\"[0-9]*\",process=\"$listener\",user=\"$me\"}")" -gt 0 ]
 }
 
+@test "serve sums up what a suspended client misses" {
+    start_server --subscriber-buffer 4096
+    start_listener LogData
+    kill -STOP "$listener"
+    for ((i = 0; i < 400; i++)); do echo '{"log":"x"}'; done | "$TELVANE" publish "$bus" LogData -
+    await server.err "Z client [0-9]* (telvane listen, process $listener) is too slow and has missed [0-9]* messages (LogData [0-9]*)"
+    [ "$(grep -c 'RELAY ERROR' server.err)" -eq 0 ]
+    [ "$(grep -c 'is too slow' server.err)" -eq 1 ]
+    kill -KILL "$listener"
+    finish "$listener"
+    await server.err "(telvane listen, process $listener) has disconnected; it missed"
+}
+
 @test "the metrics count refusals" {
     start_server --no-status --metrics-pipe "$directory/pipe" --max-channels 1
     start_listener One

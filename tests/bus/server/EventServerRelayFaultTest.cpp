@@ -87,6 +87,15 @@ protected:
 
 using EventServerRelayFault = ServerOfTwoSubscribers;
 
+TEST_P(EventServerRelayFault, IsCountedWithoutALineIfLinesAreDisabled)
+{
+    running.server.SetRelayErrorLines(false);
+    EXPECT_EQ(publishWith({Call::Send, Caller::Receiver, GetParam()}).second, "");
+    EXPECT_EQ(running.server.Statistics().relaysFailed, 1U);
+    running.server.SetRelayErrorLines(true);
+    EXPECT_NE(publishWith({Call::Send, Caller::Receiver, GetParam()}).second, "");
+}
+
 TEST_P(EventServerRelayFault, IsReportedAndCountedAndReachesTheOthers)
 {
     const auto [missing, line] = publishWith({Call::Send, Caller::Receiver, GetParam()});

@@ -7,8 +7,11 @@
 #include "common/cli/Messages.h"
 #include "common/cli/Signals.h"
 #include "common/support/ChannelPattern.h"
+#include "common/support/HumanReadable.h"
 #include "serve/AccessControl.h"
 #include "serve/MetricsPipe.h"
+#include "serve/MissReport.h"
+#include "serve/ProgramName.h"
 #include "serve/ServiceManager.h"
 #include "serve/StatusResponder.h"
 
@@ -204,6 +207,36 @@ int checkSocket(const Options& options, int inherited)
     return kWrongUsage;
 }
 
+void logMisses(const std::vector<std::string>& lines)
+{
+    for (const std::string& line : lines) {
+        printStatus(printMoment(realTimeNow()) + " " + line);
+    }
+}
+
+/// Waits for a signal to end, and reports misses meanwhile.
+void awaitSignal(EventServer& server, int signals, MissReport& misses)
+{
+    constexpr int kCheckMilliseconds = 1000;
+    pollfd watched = {signals, POLLIN, 0};
+    std::uint64_t missed = 0;
+    Nanoseconds until = 0; ///< of the lines about misses
+    for (;;) {
+        if (poll(&watched, 1, kCheckMilliseconds) > 0 && readSignal(signals) != 0) {
+            return;
+        }
+        // Listing the clients makes connecting clients wait, so it is done only if there is something to report.
+        const Nanoseconds now = monotonicNow();
+        if (const std::uint64_t total = server.Statistics().relaysFailed; total != missed) {
+            missed = total;
+            until = now + 2 * MissReport::kPeriod;
+        }
+        if (now < until) {
+            logMisses(misses.update(server.Clients(), now));
+        }
+    }
+}
+
 int serve(Options& options)
 {
     const int inherited = takeListenSockets();
@@ -215,6 +248,7 @@ int serve(Options& options)
     }
     EventServer server;
     server.SetSubscriberSendBuffer(options.subscriberBuffer);
+    server.SetRelayErrorLines(false);
     applyAccessOptions(server, options.access);
     applyMemory(server, options.remembered);
     void* const user = &options;
@@ -245,11 +279,12 @@ int serve(Options& options)
     if (options.verbose) {
         printStatus("serving " + options.path);
     }
-    pollfd watched = {signals.get(), POLLIN, 0};
-    while (poll(&watched, 1, -1) < 0 || readSignal(signals.get()) == 0) {
-    }
+    MissReport misses(&programOf);
+    awaitSignal(server, signals.get(), misses);
     notifyServiceManager("STOPPING=1");
     status.stop();
+    logMisses(misses.update(server.Clients(), monotonicNow()));
+    logMisses(misses.finish(monotonicNow()));
     const int result = server.Stop();
     if (options.verbose) {
         const Telvane::EventServerStatistics counts = server.Statistics();
