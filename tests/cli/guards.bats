@@ -203,6 +203,51 @@ value() {
     [ ! -e "$bus" ]
 }
 
+@test "serve does not take over the metrics pipe of another user" {
+    [ "$(id -u)" -eq 0 ] || skip "only root can create files of another user"
+    mkfifo pipe
+    chown 65534 pipe
+    run "$TELVANE" serve "$bus" --metrics-pipe "$directory/pipe"
+    [ "$status" -eq 2 ]
+    [[ $output == *"$directory/pipe is a pipe of another user (65534)" ]]
+    [ -p pipe ]
+}
+
+@test "serve does not follow a symbolic link that replaces the metrics pipe" {
+    start_server --no-status --metrics-pipe "$directory/pipe"
+    scrape
+    mv pipe old
+    echo precious >victim
+    ln -s victim pipe
+    for ((i = 0; i < 3; i++)); do
+        timeout 20 sed '/^# EOF$/q' old >metrics
+        [ "$(tail -n 1 metrics)" = "# EOF" ]
+    done
+    kill "$server"
+    finish "$server"
+    [ "$(cat victim)" = precious ]
+    [ -L pipe ]
+}
+
+@test "a reader of the metrics that does not read leaves the others a new pipe" {
+    start_server --no-status --metrics-pipe "$directory/pipe"
+    exec 9<pipe
+    before=$(stat -c %i pipe)
+    tries=0
+    while [ "$(stat -c %i pipe)" = "$before" ]; do
+        tries=$((tries + 1))
+        [ "$tries" -lt 1500 ]
+        sleep 0.02
+    done
+    start_listener LogData
+    scrape
+    [ "$(value telvane_clients)" -eq 1 ]
+    exec 9<&-
+    kill "$server"
+    finish "$server"
+    [ ! -e pipe ]
+}
+
 @test "serve reports why it cannot create the metrics pipe" {
     run "$TELVANE" serve "$bus" --metrics-pipe "$directory/missing/pipe"
     [ "$status" -eq 5 ]

@@ -1,9 +1,13 @@
 #pragma once
 
+#include "common/support/FileDescriptor.h"
+
 #include <Telvane/DynamicFileInterface.h>
 
 #include <atomic>
+#include <memory>
 #include <string>
+#include <string_view>
 
 namespace Telvane
 {
@@ -14,6 +18,9 @@ namespace TelvaneTool
 {
 
 /// A named pipe that serves the metrics of a server. The destructor removes it.
+///
+/// Only the pipe that open() has created or checked is served, even if another file replaces it at the path. A reader
+/// that does not read keeps its pipe to itself: the others get a new one.
 class MetricsPipe
 {
 public:
@@ -28,12 +35,17 @@ public:
     int open();
 
 private:
-    void writePage(int fd, const Telvane::EventServer& server) const;
+    int take(const std::string& path);
+    void writePage(int fd);
+    bool write(int fd, std::string_view page);
+    void replacePipe();
 
     const std::string m_path;
+    const Telvane::EventServer& m_server;
     std::atomic<bool> m_closing{false};
-    Telvane::DynamicFileInterface m_pipe;
-    bool m_open = false;
+    FileDescriptor
+        m_file; ///< identifies the pipe, and opens it through /proc; not open for reading or writing
+    std::unique_ptr<Telvane::DynamicFileInterface> m_pipe;
 };
 
 } // namespace TelvaneTool
