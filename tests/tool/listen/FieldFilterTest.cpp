@@ -41,6 +41,7 @@ TEST(FieldFilter, ComparesTexts)
     EXPECT_TRUE(accepts("log~lost"));
     EXPECT_TRUE(accepts("text=10"));
     EXPECT_TRUE(accepts("log~"));
+    EXPECT_FALSE(accepts("log~=")) << "any text can be searched for";
     EXPECT_FALSE(accepts("log~found"));
     EXPECT_FALSE(accepts("log="));
     EXPECT_FALSE(accepts("text>5"));
@@ -73,7 +74,8 @@ TEST(FieldFilter, RejectsPayloadsWithoutTheField)
 
 TEST(FieldFilter, RefusesOtherTexts)
 {
-    for (const char* condition : {"", "amps", "=5", ">", "amps!5", "!x", "amps>", "amps>much", "amps<="}) {
+    for (const char* condition : {"", "amps", "=5", ">", "amps!5", "!x", "amps>", "amps>much",
+                                  "amps<=", "amps=>5", "amps==5", "log=~x"}) {
         EXPECT_NE(FieldFilter().read(condition), "") << condition;
     }
 }

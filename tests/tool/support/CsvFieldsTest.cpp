@@ -71,5 +71,18 @@ TEST(CsvNumber, IsNothingElse)
     }
 }
 
+TEST(ReadNumber, ReadsDecimalCommas)
+{
+    double number = 0.0;
+    EXPECT_TRUE(readNumber("-1,25", number, ','));
+    EXPECT_EQ(number, -1.25);
+    EXPECT_TRUE(readNumber("7", number, ','));
+    EXPECT_EQ(number, 7.0);
+    EXPECT_FALSE(readNumber("1.234,5", number, ','));
+    EXPECT_FALSE(readNumber("1.5", number, ','));
+    EXPECT_FALSE(readNumber("1,2,3", number, ','));
+    EXPECT_FALSE(readNumber("1,5", number));
+}
+
 } // namespace
 } // namespace TelvaneTool

@@ -102,6 +102,10 @@ void BusConnection::printConnectError() const
         printError(attempt + "no such socket; start a server with: telvane serve " + m_path);
         break;
     case ECONNREFUSED:
+        if (!isSocket(m_path)) {
+            printError(attempt + "not a socket");
+            break;
+        }
         printError(attempt + "no server is running; start one with: telvane serve " + m_path);
         break;
     case EACCES:

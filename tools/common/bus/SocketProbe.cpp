@@ -9,6 +9,7 @@
 #include <fstream>
 #include <sstream>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 
 namespace TelvaneTool
@@ -25,6 +26,12 @@ int probeSocket(const std::string& path)
     std::memcpy(address.sun_path, path.c_str(), std::min(path.size(), sizeof address.sun_path - 1));
     const int result = connect(probe.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
     return result != 0 ? errno : 0;
+}
+
+bool isSocket(const std::string& path)
+{
+    struct stat status = {};
+    return stat(path.c_str(), &status) == 0 && S_ISSOCK(status.st_mode);
 }
 
 bool isListening(const std::string& path)

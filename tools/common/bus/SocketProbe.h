@@ -11,6 +11,8 @@ namespace TelvaneTool
 ///         but busy, `ECONNREFUSED` or `ENOENT` if none is running, `EPROTOTYPE` if the socket is of another type
 int probeSocket(const std::string& path);
 
+bool isSocket(const std::string& path);
+
 /// \return whether a process listens on a socket with this path, without connecting; false if unknown
 bool isListening(const std::string& path);
 

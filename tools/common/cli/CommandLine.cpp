@@ -3,11 +3,17 @@
 #include "common/cli/ExitCodes.h"
 #include "common/cli/HelpFormatter.h"
 #include "common/cli/Messages.h"
+#include "common/support/HumanReadable.h"
 
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <cstdlib>
 #include <exception>
+#include <limits>
+#include <type_traits>
 
 namespace TelvaneTool
 {
@@ -39,6 +45,57 @@ CommandInfo describeCommand(const CLI::App& app)
     return command;
 }
 
+std::string quoted(const std::string& text)
+{
+    return "\"" + text + "\"";
+}
+
+/// \return why a text is not a number of a type; empty if it is
+/// @{
+template <class Number, std::enable_if_t<std::is_integral_v<Number>, int> = 0>
+std::string numberError(const std::string& text)
+{
+    Number number = 0;
+    const char* const begin = text.data() + (text.size() > 1 && text.front() == '+' ? 1 : 0);
+    const auto [rest, error] = std::from_chars(begin, text.data() + text.size(), number);
+    if (error == std::errc::result_out_of_range) {
+        return "expected at most " + std::to_string(std::numeric_limits<Number>::max()) + ", got " +
+               quoted(text);
+    }
+    return error == std::errc() && rest == text.data() + text.size()
+               ? ""
+               : "expected an integer, got " + quoted(text);
+}
+template <class Number, std::enable_if_t<std::is_floating_point_v<Number>, int> = 0>
+std::string numberError(const std::string& text)
+{
+    char* end = nullptr;
+    const double number = std::strtod(text.c_str(), &end);
+    return !text.empty() && *end == '\0' && std::isfinite(number) ? ""
+                                                                  : "expected a number, got " + quoted(text);
+}
+/// @}
+
+template <class Value>
+void checkNumber(CLI::Option& option)
+{
+    if constexpr (std::is_arithmetic_v<Value> && !std::is_same_v<Value, char>) {
+        option.check([](const std::string& text) { return numberError<Value>(text); });
+    }
+}
+
+/// Adds a check of a number, after the one that it is a number.
+template <class Accepts>
+void checkRange(CLI::Option& option, const std::string& expected, Accepts accepts)
+{
+    option.check([expected, accepts](const std::string& text) {
+        char* end = nullptr;
+        const double number = std::strtod(text.c_str(), &end);
+        return *end == '\0' && accepts(number) ? std::string()
+                                               : "expected " + expected + ", got " + quoted(text);
+    });
+}
+
 } // namespace
 
 Option& Option::required()
@@ -49,19 +106,20 @@ Option& Option::required()
 
 Option& Option::positive()
 {
-    m_option->check(CLI::PositiveNumber);
+    checkRange(*m_option, "a number greater than 0", [](double number) { return number > 0.0; });
     return *this;
 }
 
 Option& Option::notNegative()
 {
-    m_option->check(CLI::NonNegativeNumber);
+    checkRange(*m_option, "a number that is not negative", [](double number) { return number >= 0.0; });
     return *this;
 }
 
 Option& Option::within(double min, double max)
 {
-    m_option->check(CLI::Range(min, max));
+    checkRange(*m_option, formatted("a number from %g to %g", min, max),
+               [min, max](double number) { return number >= min && number <= max; });
     return *this;
 }
 
@@ -128,7 +186,9 @@ Command::Command(CommandLine& line) : m_line(line), m_app(line.m_app.get())
 template <class Value>
 Option Command::option(const char* name, Value& value, const std::string& what)
 {
-    return Option(m_app->add_option(name, value, what));
+    CLI::Option* const option = m_app->add_option(name, value, what);
+    checkNumber<Value>(*option);
+    return Option(option);
 }
 
 Option Command::optionReadBy(const std::function<std::string(const std::string& text)>& read,
@@ -223,6 +283,11 @@ int CommandLine::run(int argc, const char* const* argv)
             command += " " + chosen->get_name();
         }
         setMessagePrefix(command);
+        if (m_hasCommands && m_app->get_subcommands().empty()) {
+            printError((argc > 1 ? "unknown option " + quoted(argv[1]) : "a command is required") + "; see " +
+                       m_program + " --help");
+            return kWrongUsage;
+        }
         printError(std::string(error.what()) + " (see " + command + " --help)");
         return kWrongUsage;
     } catch (const std::exception& error) {

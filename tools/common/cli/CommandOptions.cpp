@@ -29,21 +29,25 @@ void addReconnectOption(Command& command, BusOptions& options)
                  "Connect again and go on when the server has been restarted, until a signal");
 }
 
-Option addDuration(Command& command, const char* name, Nanoseconds& duration, const std::string& what)
+Option addDuration(Command& command, const char* name, Nanoseconds& duration, const std::string& what,
+                   bool zero)
 {
-    const auto read = [&duration](const std::string& text) {
-        return readDuration(text, duration)
-                   ? std::string()
-                   : "\"" + text + "\" is not a duration; use, for example, 1.5, 30s, 5m or 250ms";
+    const auto read = [&duration, zero](const std::string& text) -> std::string {
+        if (!readDuration(text, duration)) {
+            return "\"" + text + "\" is not a duration; use, for example, 1.5, 30s, 5m or 250ms";
+        }
+        return duration > 0 || zero ? "" : "expected a duration greater than 0";
     };
     return command.optionReadBy(read, name, what).typeName("DURATION");
 }
 
 Option addSize(Command& command, const char* name, std::uint64_t& bytes, const std::string& what)
 {
-    const auto read = [&bytes](const std::string& text) {
-        return readSize(text, bytes) ? std::string()
-                                     : "\"" + text + "\" is not a size; use, for example, 4096, 64K or 100M";
+    const auto read = [&bytes](const std::string& text) -> std::string {
+        if (!readSize(text, bytes)) {
+            return "\"" + text + "\" is not a size; use, for example, 4096, 64K or 100M";
+        }
+        return bytes > 0 ? "" : "expected a size greater than 0";
     };
     return command.optionReadBy(read, name, what).typeName("SIZE");
 }

@@ -30,8 +30,10 @@ void addBusOptions(Command& command, BusOptions& options, bool required = true);
 void addReconnectOption(Command& command, BusOptions& options);
 
 /// Adds an option that takes "1.5", "30s", "5m" or "250ms".
-Option addDuration(Command& command, const char* name, Nanoseconds& duration, const std::string& what);
-/// Adds an option that takes "4096", "64K" or "100M".
+/// \param zero whether 0 is accepted
+Option addDuration(Command& command, const char* name, Nanoseconds& duration, const std::string& what,
+                   bool zero = false);
+/// Adds an option that takes "4096", "64K" or "100M", but not 0.
 Option addSize(Command& command, const char* name, std::uint64_t& bytes, const std::string& what);
 
 /// Adds an option or argument that takes the name of a record class.

@@ -1,7 +1,9 @@
 #include "common/support/CsvFields.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <string>
 
 namespace TelvaneTool
 {
@@ -56,8 +58,16 @@ bool splitFields(std::string_view line, char delimiter, std::vector<std::string_
     }
 }
 
-bool readNumber(std::string_view field, double& number)
+bool readNumber(std::string_view field, double& number, char decimalSign)
 {
+    if (decimalSign != '.') {
+        std::string converted(field);
+        if (converted.find('.') != std::string::npos) {
+            return false; // a separator of thousands, or another notation
+        }
+        std::replace(converted.begin(), converted.end(), decimalSign, '.');
+        return readNumber(converted, number);
+    }
     if (field.size() > 1 && field.front() == '+' && field[1] != '-') {
         field.remove_prefix(1);
     }

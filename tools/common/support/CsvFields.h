@@ -13,6 +13,7 @@ namespace TelvaneTool
 bool splitFields(std::string_view line, char delimiter, std::vector<std::string_view>& fields);
 
 /// Reads a whole field as a finite decimal number.
-bool readNumber(std::string_view field, double& number);
+/// \param decimalSign between the integer part and the fraction: '.' or ','
+bool readNumber(std::string_view field, double& number, char decimalSign = '.');
 
 } // namespace TelvaneTool

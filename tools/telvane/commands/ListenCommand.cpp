@@ -158,7 +158,7 @@ bool readOptions(Options& options)
         printError("CHANNEL is required; --all listens on every channel");
         return false;
     }
-    return true;
+    return options.all || checkFields(options.format, options.channels, options.recordClass);
 }
 
 int listen(Options& options)

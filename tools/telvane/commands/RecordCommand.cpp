@@ -388,7 +388,7 @@ void addRecordCommand(CommandLine& line)
         .typeName("CHANNEL")
         .check(&checkChannel)
         .needs("--keep");
-    addDuration(command, "--after", recorder.after, "Continue to record for this time after a trigger")
+    addDuration(command, "--after", recorder.after, "Continue to record for this time after a trigger", true)
         .showDefault("5s")
         .needs("--keep");
     command

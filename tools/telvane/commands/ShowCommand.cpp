@@ -44,7 +44,7 @@ void reportMissed(const RecordedMessage& message, Nanoseconds started)
 
 int show(Options& options)
 {
-    if (!readFilters(options.format)) {
+    if (!readFilters(options.format) || !checkFields(options.format, options.only, nullptr)) {
         return kWrongUsage;
     }
     RecordingInput input(options.files, options.range);

@@ -171,7 +171,7 @@ void addReplayOptions(Command& command, Options& options)
         .group(simulation)
         .positive()
         .showDefault();
-    command.option("--duration", options.source.duration, "Arc time of each weld (s)")
+    command.option("--duration", options.source.duration, "Arc time of each weld (s), at least 1.5")
         .group(simulation)
         .within(1.5, 1e5)
         .showDefault();

@@ -3,6 +3,7 @@
 #include "common/support/JsonPath.h"
 
 #include <cstdlib>
+#include <cstring>
 
 namespace TelvaneTool
 {
@@ -27,6 +28,11 @@ std::string FieldFilter::read(const std::string& text)
                 m_path = text.substr(0, at);
                 m_operator = token.meaning;
                 m_text = text.substr(at + tokenText.size());
+                if (m_operator != Operator::Contains && !m_text.empty() &&
+                    std::strchr("=<>~", m_text.front()) != nullptr) {
+                    return "unknown operator \"" + text.substr(at, tokenText.size() + 1) +
+                           "\"; use =, !=, <, <=, >, >= or ~";
+                }
                 char* end = nullptr;
                 m_number = std::strtod(m_text.c_str(), &end);
                 m_isNumber = !m_text.empty() && *end == '\0';

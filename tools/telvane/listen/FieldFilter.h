@@ -17,6 +17,9 @@ public:
     /// \return false also if the payload has no such field
     bool accepts(const cJSON* payload) const;
 
+    /// \return the path of the field
+    const std::string& path() const { return m_path; }
+
 private:
     enum class Operator
     {

@@ -97,6 +97,18 @@ std::string checkFormat(const std::string& format)
     return {};
 }
 
+std::vector<std::string> fieldsOfFormat(const std::string& format)
+{
+    std::vector<std::string> paths;
+    Element element;
+    for (std::size_t at = 0; at < format.size();) {
+        if (takeElement(format, at, element) && element.conversion == '{') {
+            paths.push_back(element.path);
+        }
+    }
+    return paths;
+}
+
 std::string RecordFormatter::print(const Arrival& arrival)
 {
     const bool wantsFields = m_settings.format.find("%{") != std::string::npos;

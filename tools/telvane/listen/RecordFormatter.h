@@ -59,6 +59,9 @@ private:
 /// \return the error in a format; empty if it is valid
 std::string checkFormat(const std::string& format);
 
+/// \return the paths of the fields in a valid format
+std::vector<std::string> fieldsOfFormat(const std::string& format);
+
 /// Help text: all conversions.
 extern const char* const kFormatHelp;
 

@@ -22,6 +22,7 @@ public:
     {
         std::string path;                           ///< "-" for standard input
         char delimiter = ',';                       ///< between fields
+        char decimalSign = '.';                     ///< of numbers: '.' or ','
         std::array<std::string, kQuantities> texts; ///< see readColumnMapping(); empty if not measured
         std::string time;         ///< "column", "column*scale" or "date column+time column"; empty for none
         Nanoseconds period = 0;   ///< between rows, if there is no time column

@@ -35,10 +35,12 @@ void addRecordingOptions(Command& command, WeldSource::Options& options)
 {
     CsvRecording::Options& recording = options.recording;
     const char* const group = "Recording";
+    command.option("--csv", recording.path, "CSV file with a header line, or - for standard input")
+        .typeName("FILE")
+        .group(group);
     const auto add = [&](const char* name, auto& target, const char* what) {
-        return command.option(name, target, what).group(group);
+        return command.option(name, target, what).group(group).needs("--csv");
     };
-    add("--csv", recording.path, "CSV file with a header line, or - for standard input").typeName("FILE");
     add("--amps", recording.text(Quantity::Amps),
         "Column of the current (A); may be scaled, as in current_dA*0.1")
         .typeName("COLUMN");
@@ -56,12 +58,19 @@ void addRecordingOptions(Command& command, WeldSource::Options& options)
         "Column of the time: seconds, which may be scaled, as in t_ms*0.001, or clock times; DATE+TIME for "
         "two columns")
         .typeName("COLUMN");
-    add("--period-us", options.periodMicroseconds, "Time between rows (µs), without --time")
+    command.option("--period-us", options.periodMicroseconds, "Time between rows (µs), without --time")
+        .group(group)
         .within(1.0, 1e9)
         .excludes("--time");
     add("--group", recording.group, "Column whose value changes with each new weld; -o keeps its values")
         .typeName("COLUMN");
     add("--delimiter", recording.delimiter, "Field separator").showDefault();
+    add("--decimal", recording.decimalSign, "Decimal sign of the numbers, . or ,")
+        .check([](const std::string& text) {
+            return text == "." || text == "," ? std::string() : "expected . or ,";
+        })
+        .typeName("SIGN")
+        .showDefault();
 }
 
 void addSetupOptions(Command& command, WeldSetup& setup)
