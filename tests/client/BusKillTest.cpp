@@ -160,8 +160,8 @@ TEST(BusWhoseServerIsKilled, EndsEveryRequestInTimeAndGetsAnswersAgain)
     Bus asking(path);
     auto responder =
         answering.respond<LogData, LogData>("Echo", [](const LogData& question) { return question; });
-    ASSERT_EQ(responder.waitActive(kPatience), std::error_code());
-    ASSERT_EQ(asking.waitConnected(kPatience), std::error_code());
+    ASSERT_EQ(responder.waitActive(kTimeout), std::error_code());
+    ASSERT_EQ(asking.waitConnected(kTimeout), std::error_code());
     Requests requests;
     std::atomic<bool> stop{false};
     std::vector<double> times;
@@ -182,7 +182,7 @@ TEST(BusWhoseServerIsKilled, EndsEveryRequestInTimeAndGetsAnswersAgain)
     }
     EXPECT_EQ(requests.wrong, 0);
     EXPECT_GT(requests.answered, 100 * kills());
-    EXPECT_LT(requests.longest, kDeadline + kPatience);
+    EXPECT_LT(requests.longest, kDeadline + kTimeout);
     if (std::getenv("TELVANE_KILLS") != nullptr) {
         const double seconds = milliseconds(Clock::now() - begin) / 1000.0;
         std::printf(

@@ -170,7 +170,7 @@ TEST_P(SubscriptionOfBus, ReadsRelaysInAnyLayoutAndCountsWhatIsNotJson)
     const RawPeer peer = raw.accept();
     EXPECT_EQ(peer.receive(), printedSubscribeRequest("LogData"));
     peer.send(response(".subscribe", true, "LogData"));
-    ASSERT_EQ(queue.waitActive(kPatience), std::error_code());
+    ASSERT_EQ(queue.waitActive(kTimeout), std::error_code());
     const std::string printed = "{\n\t\"header\":\t\"LogData\",\n\t\"sequence\":\t7,\n\t\"payload\":\t";
     peer.send(printed + "{\n\t\t\"log\":\t\"as printed\"\n\t}\n}");
     peer.send(printed + "{\"LOG\":\"other layout\"}}");
@@ -178,7 +178,7 @@ TEST_P(SubscriptionOfBus, ReadsRelaysInAnyLayoutAndCountsWhatIsNotJson)
     peer.send(R"({"payload":{"log":"compact"},"sequence":8,"header":"LogData"})");
     EXPECT_EQ(nextMessage(queue).log, "as printed");
     EXPECT_EQ(nextMessage(queue).log, "other layout");
-    const auto compact = queue.next(kPatience);
+    const auto compact = queue.next(kTimeout);
     ASSERT_TRUE(compact);
     EXPECT_EQ(compact->log, "compact");
     EXPECT_EQ(compact.delivery().sequence, 8);

@@ -214,14 +214,14 @@ TEST(LatestOfABus, IsTheLastRecordOrAnError)
         server.SetMemory(memory);
     });
     Bus publisher(running.path, impatient());
-    ASSERT_EQ(publisher.waitConnected(kPatience), std::error_code());
+    ASSERT_EQ(publisher.waitConnected(kTimeout), std::error_code());
     ASSERT_EQ(publisher.publish(logOf("first")).error, std::error_code());
     ASSERT_EQ(publisher.publish(logOf("last")).error, std::error_code());
     ASSERT_TRUE(eventually([&] { return running.server.Statistics().unknownChannel == 2; }));
 
     Bus late(running.path, impatient());
-    ASSERT_EQ(late.waitConnected(kPatience), std::error_code());
-    const auto found = late.latest<LogData>(kPatience);
+    ASSERT_EQ(late.waitConnected(kTimeout), std::error_code());
+    const auto found = late.latest<LogData>(kTimeout);
     ASSERT_TRUE(found) << found.error.message();
     EXPECT_EQ(found->log, "last");
     EXPECT_EQ((*found)._id, "");
@@ -230,8 +230,8 @@ TEST(LatestOfABus, IsTheLastRecordOrAnError)
     EXPECT_EQ(missing.error, BusError::TimedOut);
 
     auto responder = publisher.respond<LogData>([] { return logOf("now"); });
-    ASSERT_EQ(responder.waitActive(kPatience), std::error_code());
-    EXPECT_EQ(late.latest<LogData>(kPatience)->log, "now");
+    ASSERT_EQ(responder.waitActive(kTimeout), std::error_code());
+    EXPECT_EQ(late.latest<LogData>(kTimeout)->log, "now");
 }
 
 } // namespace
