@@ -123,19 +123,30 @@ struct Codec<T, std::enable_if_t<std::is_integral_v<T> && !std::is_same_v<T, boo
                                  !std::is_const_v<T> && !std::is_volatile_v<T>>> : NumberCodec<T>
 {
     static constexpr bool kIsLarge = std::numeric_limits<T>::digits > 52;
-    static constexpr T kMost = kIsLarge ? static_cast<T>(kLargestInteger) : std::numeric_limits<T>::max();
-    static constexpr T kLeast = !std::is_signed_v<T> ? T{0}
-                                : kIsLarge           ? static_cast<T>(-kLargestInteger)
-                                                     : std::numeric_limits<T>::min();
+
+    static constexpr T most()
+    {
+        if constexpr (kIsLarge) {
+            return static_cast<T>(kLargestInteger);
+        }
+        return std::numeric_limits<T>::max();
+    }
+    static constexpr T least()
+    {
+        if constexpr (kIsLarge && std::is_signed_v<T>) {
+            return static_cast<T>(-kLargestInteger);
+        }
+        return std::numeric_limits<T>::min();
+    }
 
     static bool toNumber(T value, double& number)
     {
         number = static_cast<double>(value);
-        return value >= kLeast && value <= kMost;
+        return value >= least() && value <= most();
     }
     static bool fromNumber(T& value, double number)
     {
-        if (!(number >= static_cast<double>(kLeast) && number <= static_cast<double>(kMost)) ||
+        if (!(number >= static_cast<double>(least()) && number <= static_cast<double>(most())) ||
             number != std::trunc(number)) {
             return false;
         }
