@@ -187,13 +187,13 @@ struct EventServer::State
     std::mutex limitsLock;
     EventServerLimits limits;
 
-    std::atomic<std::uint16_t> sequence{0};
-
     std::mutex stopLock;
     std::condition_variable stopCondition;
-    std::atomic<bool> stopPending{false};
     std::atomic<pthread_t> stopTarget{};
+    std::atomic<bool> stopPending{false};
     bool listenerEnded = false; ///< guarded by stopLock
+
+    std::atomic<std::uint16_t> sequence{0};
 
     Hook onSubscribe;
     Hook onUnsubscribe;
