@@ -16,11 +16,11 @@ telvane_build_packages=(g++ cmake ninja-build pkg-config libcjson-dev uuid-dev l
 # shellcheck disable=SC2034 # used by the scripts that source this file
 telvane_clang_packages=(clang libclang-rt-dev llvm)
 
-# The tests of the Python package: pytest, checks of types and style, readers of recordings and archives, and the
-# oldest supported Python (PyPy) with two modules that its pytest needs.
+# The tests of the Python package: pytest, readers of recordings and archives, and the oldest supported Python (PyPy)
+# with two modules that its pytest needs.
 # shellcheck disable=SC2034 # used by the scripts that source this file
-telvane_python_packages=(python3-pytest python3-pytest-xdist mypy flake8 python3-pandas python3-matplotlib zstd
-    python3-psycopg2 postgresql pypy3 python3-exceptiongroup python3-tomli)
+telvane_python_packages=(python3-pytest python3-pytest-xdist python3-pandas python3-matplotlib zstd python3-psycopg2
+    postgresql pypy3 python3-exceptiongroup python3-tomli)
 
 # The tests of telvane-web in a browser, and a Prometheus that scrapes it.
 # shellcheck disable=SC2034 # used by the scripts that source this file

@@ -293,6 +293,7 @@ def test_a_bus_that_was_not_closed_warns(telvane_path: str) -> None:
 @in_loop
 async def test_an_error_of_the_package_itself_does_not_end_the_receiver(telvane_path: str) -> None:
     async with aio.Bus(telvane_path) as bus, bus.listen(telvane.LogData, with_events=True) as listener:
+        await bus.wait_connected()
         feed, errors = bus._core.hub.feed, [ZeroDivisionError("in the package")]
 
         def broken(data: bytes, arrival: float) -> None:
@@ -312,6 +313,7 @@ async def test_an_error_of_the_package_itself_does_not_end_the_receiver(telvane_
 @in_loop
 async def test_requests_leave_no_subscription(telvane_path: str) -> None:
     async with aio.Bus(telvane_path) as bus:
+        await bus.wait_connected()
         with pytest.raises(telvane.RequestTimeout):
             await bus.request(telvane.DataStatus, timeout=0.01)
         answer = await bus.request("TelvaneChannels", timeout=5)
