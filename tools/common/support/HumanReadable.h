@@ -34,7 +34,7 @@ std::string printMoment(Nanoseconds sinceEpoch);
 /// \return "1 record", "2 records"
 std::string printNumber(std::uint64_t count, const std::string& noun);
 
-/// Formats as printf() does.
+/// Formats as printf() does. \return at most 255 characters; the rest is cut
 [[gnu::format(printf, 1, 2)]] std::string formatted(const char* format, ...);
 
 } // namespace TelvaneTool

@@ -23,7 +23,7 @@ struct Options
     BusOptions bus;
     WeldSource::Options source;
     WeldDetector::Settings detector;
-    double hold = 0.5;
+    double hold = inSeconds(WeldDetector::Settings().hold);
     WeldPublisher::Settings publisher;
     WeldSetup setup;
     std::string ledger;

@@ -5,7 +5,6 @@
 #include "common/support/JsonPath.h"
 
 #include <algorithm>
-#include <cstdio>
 
 namespace TelvaneTool
 {
@@ -17,18 +16,14 @@ constexpr const char* kConversions = "tudDcnpl%";
 
 std::string seconds(Nanoseconds time)
 {
-    char text[40];
-    std::snprintf(text, sizeof text, "%.6f", inSeconds(time));
-    return text;
+    return formatted("%.6f", inSeconds(time));
 }
 
 /// Exact to the microsecond, unlike a double.
 std::string unixTime(Nanoseconds moment)
 {
-    char text[40];
-    std::snprintf(text, sizeof text, "%lld.%06d", static_cast<long long>(moment / kSecond),
-                  static_cast<int>(moment % kSecond / kMicrosecond));
-    return text;
+    return formatted("%lld.%06d", static_cast<long long>(moment / kSecond),
+                     static_cast<int>(moment % kSecond / kMicrosecond));
 }
 
 /// \return the text as a CSV field, in quotes if necessary

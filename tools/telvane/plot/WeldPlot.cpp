@@ -13,7 +13,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstdio>
 
 namespace TelvaneTool
 {
@@ -61,14 +60,6 @@ struct Panel
     double top;
     double bottom;
 };
-
-template <class... Values>
-std::string formatted(const char* format, Values... values)
-{
-    char text[256];
-    std::snprintf(text, sizeof text, format, values...);
-    return text;
-}
 
 /// In single quotes, where gnuplot gives no character but the quote a meaning.
 std::string quoted(const std::string& text)

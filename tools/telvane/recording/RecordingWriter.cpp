@@ -1,16 +1,16 @@
-// A recording matters most when something goes wrong, even with the machine of the recorder. So there is no index
-// and no footer: the file is complete after each line. If the disk is full, the file is cut back to its last whole
-// line.
+// A recording matters most when something goes wrong, even if that is the recorder's own machine. So there is no
+// index and no footer: the file is complete after each line. If the disk is full, the file is cut back to its last
+// whole line.
 
 #include "recording/RecordingWriter.h"
 
 #include "common/cli/Messages.h"
 #include "common/support/Clock.h"
+#include "common/support/HumanReadable.h"
 #include "common/support/OutputFile.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <unistd.h>
@@ -56,9 +56,7 @@ std::string RecordingWriter::numberedPath(int number) const
     if (dot == std::string::npos || dot <= name) {
         dot = end;
     }
-    char digits[16];
-    std::snprintf(digits, sizeof digits, "-%04d", number);
-    return path.substr(0, dot) + digits + path.substr(dot);
+    return path.substr(0, dot) + formatted("-%04d", number) + path.substr(dot);
 }
 
 std::string RecordingWriter::encode(std::string_view lines, bool last)
@@ -74,22 +72,23 @@ int RecordingWriter::openFile(const std::string& path)
     m_compressor = makeCompressor(m_settings.compression);
     const std::string header = encode(printHeader(m_header), false);
     int error = 0;
-    if (m_settings.replace && path != "-") {
+    m_toDisk = path != "-";
+    if (m_settings.replace && m_toDisk) {
         // The old file stays complete for those who have it open.
         OutputFile file;
         error = file.open(path);
         error = error == 0 ? file.write(header) : error;
         error = error == 0 ? file.publish() : error;
-        m_fd = error == 0 ? file.release() : -1;
+        m_file = FileDescriptor(error == 0 ? file.release() : -1);
     } else {
-        m_fd =
-            path == "-" ? STDOUT_FILENO : ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-        error = m_fd < 0 ? errno : writeFully(m_fd, header);
-        if (error != 0 && m_fd > STDOUT_FILENO) {
-            ::close(m_fd);
+        FileDescriptor file(m_toDisk ? ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666)
+                                     : fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0));
+        error = file.isOpen() ? writeFully(file.get(), header) : errno;
+        if (error == 0) {
+            m_file = std::move(file);
+        } else if (m_toDisk && file.isOpen()) {
             unlink(path.c_str());
         }
-        m_fd = error == 0 ? m_fd : -1;
     }
     m_writtenBytes = header.size();
     return error;
@@ -162,7 +161,7 @@ bool RecordingWriter::writeData(const std::string& data)
 {
     std::size_t written = 0;
     while (written < data.size()) {
-        const ssize_t size = ::write(m_fd, data.data() + written, data.size() - written);
+        const ssize_t size = ::write(m_file.get(), data.data() + written, data.size() - written);
         if (size < 0 && errno != EINTR) {
             return fail(errno, written);
         }
@@ -185,14 +184,11 @@ bool RecordingWriter::fail(int error, std::uint64_t written)
     const std::string_view whole = written == 0 ? std::string_view() : kept;
     m_records += countRecords(whole);
     m_totalBytes += whole.size();
-    if (m_fd != STDOUT_FILENO) {
-        if (written != whole.size() &&
-            ftruncate(m_fd, static_cast<off_t>(m_writtenBytes + whole.size())) != 0) {
-            printError("the last line of " + m_path + " may be incomplete");
-        }
-        ::close(m_fd);
+    if (m_toDisk && written != whole.size() &&
+        ftruncate(m_file.get(), static_cast<off_t>(m_writtenBytes + whole.size())) != 0) {
+        printError("the last line of " + m_path + " may be incomplete");
     }
-    m_fd = -1;
+    m_file = FileDescriptor();
     m_pending.clear();
     m_pendingRecords = 0;
     return false;
@@ -200,7 +196,7 @@ bool RecordingWriter::fail(int error, std::uint64_t written)
 
 bool RecordingWriter::flush()
 {
-    if (m_fd < 0) {
+    if (!isOpen()) {
         return true;
     }
     const bool written = !m_pending.empty();
@@ -208,8 +204,8 @@ bool RecordingWriter::flush()
         return false;
     }
     const Nanoseconds now = monotonicNow();
-    if (written && m_fd != STDOUT_FILENO && now - m_syncTime >= kSyncPeriod) {
-        fdatasync(m_fd); // a pipe, which cannot be synchronised, has nothing to lose
+    if (written && m_toDisk && now - m_syncTime >= kSyncPeriod) {
+        fdatasync(m_file.get()); // a pipe, which cannot be synchronised, has nothing to lose
         m_syncTime = now;
     }
     return true;
@@ -217,18 +213,16 @@ bool RecordingWriter::flush()
 
 bool RecordingWriter::close()
 {
-    if (m_fd < 0) {
+    if (!isOpen()) {
         return true;
     }
     if (!write(true)) {
         return false;
     }
-    const int fd = std::exchange(m_fd, -1);
-    if (fd == STDOUT_FILENO) {
-        return true;
+    if (m_toDisk) {
+        fdatasync(m_file.get());
     }
-    fdatasync(fd);
-    if (::close(fd) != 0) {
+    if (::close(m_file.release()) != 0) {
         printError("cannot write " + m_path + ": " + std::strerror(errno));
         return false;
     }

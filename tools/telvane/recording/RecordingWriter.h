@@ -1,6 +1,7 @@
 #pragma once
 
 #include "common/support/Compression.h"
+#include "common/support/FileDescriptor.h"
 #include "recording/RecordingLine.h"
 
 #include <cstdint>
@@ -14,7 +15,7 @@ namespace TelvaneTool
 ///
 /// Lines are collected until the caller calls flush(), up to some hundred kilobytes, and written at once. So if
 /// the process is killed, the file ends with a whole line. What flush() has written is on the disk within a
-/// second, and at the latest after close().
+/// second, or once close() has returned.
 class RecordingWriter
 {
 public:
@@ -36,10 +37,10 @@ public:
     /// Opens the first file; after close(), the next one. Prints the reason if it fails.
     /// \param header  its part is set for each file
     bool open(const RecordingHeader& header);
-    bool isOpen() const { return m_fd >= 0; }
+    bool isOpen() const { return m_file.isOpen(); }
 
     /// Adds a line made by appendMessage().
-    /// \param message  the same, for its time and kind
+    /// \param message  the message of the line
     /// \return false if it fails, after printing the reason; the file then ends with a whole line
     bool add(std::string_view line, const RecordedMessage& message);
 
@@ -66,9 +67,10 @@ private:
 
     const Settings m_settings;
     RecordingHeader m_header;
-    std::string m_path; ///< of the current file
-    int m_fd = -1;
-    int m_number = 0; ///< in the current file's name
+    std::string m_path;    ///< of the current file
+    FileDescriptor m_file; ///< the current file, or a duplicate of standard output
+    bool m_toDisk = false; ///< the current file is not standard output
+    int m_number = 0;      ///< in the current file's name
     int m_files = 0;
     std::string m_pending;
     std::uint64_t m_pendingRecords = 0;

@@ -1,5 +1,5 @@
-// Every process that uses the file holds a shared lock on it. The one that gets an exclusive lock is the only
-// one: whatever the file contains is from an earlier run, and is reset.
+// Every process that uses the file holds a shared lock on it. A process that gets an exclusive lock is the only one.
+// The contents of the file are then from an earlier run, and are reset.
 
 #include "weld/LatencyTracker.h"
 
@@ -58,15 +58,12 @@ LatencyTracker::~LatencyTracker()
     if (m_page != nullptr) {
         munmap(m_page, sizeof(Page));
     }
-    if (m_fd >= 0) {
-        close(m_fd);
-    }
 }
 
 bool LatencyTracker::open(const std::string& path, Role role)
 {
-    m_fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0600);
-    std::string error = m_fd < 0 ? systemError() : prepare();
+    m_file = FileDescriptor(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0600));
+    std::string error = m_file.isOpen() ? prepare() : systemError();
     if (error.empty() && role == Role::Publisher && m_page->publishers.exchange(1) != 0) {
         error = "it is in use by another run";
     }
@@ -83,30 +80,31 @@ bool LatencyTracker::open(const std::string& path, Role role)
 
 std::string LatencyTracker::prepare()
 {
-    const bool alone = flock(m_fd, LOCK_EX | LOCK_NB) == 0;
-    if (!alone && (errno != EWOULDBLOCK || flock(m_fd, LOCK_SH) != 0)) {
+    const int fd = m_file.get();
+    const bool alone = flock(fd, LOCK_EX | LOCK_NB) == 0;
+    if (!alone && (errno != EWOULDBLOCK || flock(fd, LOCK_SH) != 0)) {
         return systemError();
     }
     struct stat status = {};
-    if (fstat(m_fd, &status) != 0) {
+    if (fstat(fd, &status) != 0) {
         return systemError();
     }
     std::uint64_t mark = 0;
     const bool isNew = S_ISREG(status.st_mode) && status.st_size == 0;
     if (!isNew && (!S_ISREG(status.st_mode) || status.st_size != sizeof(Page) ||
-                   pread(m_fd, &mark, sizeof mark, 0) != sizeof mark || mark != kMark)) {
+                   pread(fd, &mark, sizeof mark, 0) != sizeof mark || mark != kMark)) {
         return "the file exists and is not a ledger";
     }
     // Truncating first sets everything to zero. Unlike an access through the mapping, allocating reports a full
     // disk.
     if (alone) {
-        if (ftruncate(m_fd, 0) != 0) {
+        if (ftruncate(fd, 0) != 0) {
             return systemError();
         }
-        if (const int result = posix_fallocate(m_fd, 0, sizeof(Page)); result != 0) {
+        if (const int result = posix_fallocate(fd, 0, sizeof(Page)); result != 0) {
             return std::strerror(result);
         }
-        if (pwrite(m_fd, &kMark, sizeof kMark, 0) != sizeof kMark) {
+        if (pwrite(fd, &kMark, sizeof kMark, 0) != sizeof kMark) {
             return systemError();
         }
     }
@@ -115,13 +113,13 @@ std::string LatencyTracker::prepare()
 
 std::string LatencyTracker::share()
 {
-    void* const page = mmap(nullptr, sizeof(Page), PROT_READ | PROT_WRITE, MAP_SHARED, m_fd, 0);
+    void* const page = mmap(nullptr, sizeof(Page), PROT_READ | PROT_WRITE, MAP_SHARED, m_file.get(), 0);
     if (page == MAP_FAILED) {
         return systemError();
     }
     m_page = static_cast<Page*>(page);
     // From exclusive to shared, the lock may pass through another process that resets the still unused page.
-    return flock(m_fd, LOCK_SH) == 0 ? std::string() : systemError();
+    return flock(m_file.get(), LOCK_SH) == 0 ? std::string() : systemError();
 }
 
 void LatencyTracker::note(int serial)

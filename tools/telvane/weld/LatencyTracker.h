@@ -1,6 +1,7 @@
 #pragma once
 
 #include "common/support/Clock.h"
+#include "common/support/FileDescriptor.h"
 
 #include <atomic>
 #include <cstdint>
@@ -29,17 +30,22 @@ public:
     LatencyTracker(const LatencyTracker&) = delete;
     LatencyTracker& operator=(const LatencyTracker&) = delete;
 
-    /// Opens or creates the file. Prints the reason if it fails: among others, if the file exists and is not a
-    /// ledger, which leaves it unchanged, or if it has another publisher.
+    /// Opens or creates the file. Prints the reason if it fails, for example if the file has another publisher, or
+    /// if it is not a ledger; it then stays unchanged.
     bool open(const std::string& path, Role role);
     bool isOpen() const { return m_page != nullptr; }
 
-    /// The publisher: notes the record with this serial number, just before publishing it.
-    void note(int serial);
-    /// The publisher: everything is published.
-    void finish();
+    /// \name For the publisher
+    /// @{
 
-    /// The listener: has subscribed.
+    /// Notes the time of a record, just before it is published.
+    /// \param serial  the record's serial number
+    void note(int serial);
+    /// Notes that everything has been published.
+    void finish();
+    /// @}
+
+    /// Notes, for a listener, that it has subscribed.
     void listen();
 
     bool hasListener() const;
@@ -55,7 +61,7 @@ private:
     std::string prepare();
     std::string share();
 
-    int m_fd = -1; ///< holds the lock
+    FileDescriptor m_file; ///< holds the lock
     Page* m_page = nullptr;
 };
 

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 
 namespace TelvaneTool
 {
@@ -34,9 +33,8 @@ Nanoseconds timeOf(const DateTime& stamp)
 
 std::string withUnit(double value, const std::string& unit)
 {
-    char text[64];
-    std::snprintf(text, sizeof text, "%.10g", value);
-    return unit.empty() ? text : text + (" " + unit);
+    const std::string text = formatted("%.10g", value);
+    return unit.empty() ? text : text + " " + unit;
 }
 
 /// One line for each metric that was measured, that is, has a unit.
@@ -47,9 +45,7 @@ public:
     MetricLines& add(const char* name, const Pair& pair)
     {
         if (!pair.Unit.empty()) {
-            char text[96];
-            std::snprintf(text, sizeof text, "  %-18s %s\n", name, withUnit(pair.Value, pair.Unit).c_str());
-            m_text += text;
+            m_text += formatted("  %-18s ", name) + withUnit(pair.Value, pair.Unit) + "\n";
         }
         return *this;
     }
@@ -187,11 +183,10 @@ std::string WeldMonitor::liveLine(std::size_t width) const
     }
     // The current column may have only a few samples; the previous one is steadier.
     const Column& shown = m_columns.size() > 1 ? m_columns[m_columns.size() - 2] : m_columns.back();
-    char text[96];
-    const int length = std::snprintf(text, sizeof text, "weld %d %6.1f s %5.0f A %5.1f V  ", m_tag,
-                                     inSeconds(subtractSaturated(m_latest, m_start)),
-                                     shown.amps / shown.samples, shown.volts / shown.samples);
-    const auto used = static_cast<std::size_t>(std::max(length, 0)) + 1;
+    const std::string text =
+        formatted("weld %d %6.1f s %5.0f A %5.1f V  ", m_tag, inSeconds(subtractSaturated(m_latest, m_start)),
+                  shown.amps / shown.samples, shown.volts / shown.samples);
+    const std::size_t used = text.size() + 1;
     return text + (width > used ? chart(width - used) : "");
 }
 
