@@ -48,7 +48,7 @@ telvane_help() {
 # telvane_no_arguments <argument...>: for scripts that take none but --help.
 telvane_no_arguments() {
     telvane_help "${1:-}"
-    [ "$#" -eq 0 ] || telvane_fail "unknown argument \"$1\"; see scripts/${0##*/} --help"
+    [ "$#" -eq 0 ] || telvane_fail "unknown argument \"$1\"; see $0 --help"
 }
 
 # telvane_logged <log file> <description> <command...>: runs the command without standard input and writes its output
