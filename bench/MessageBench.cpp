@@ -267,11 +267,11 @@ std::string publicationOf()
 template <class Record>
 void ServerRelay(benchmark::State& state)
 {
-    const std::string text = std::string(PrintedPublication::kMostAdded, ' ') + publicationOf<Record>();
+    const std::string text = std::string(PrintedPublication::kMaxAdded, ' ') + publicationOf<Record>();
     for (auto _ : state) {
         std::string packet = text;
         PrintedPublication publication;
-        publication.read(&packet[PrintedPublication::kMostAdded]);
+        publication.read(&packet[PrintedPublication::kMaxAdded]);
         benchmark::DoNotOptimize(publication.makeRelay(4711));
     }
 }
@@ -299,8 +299,8 @@ void ReadRelay(benchmark::State& state)
 {
     std::string text = publicationOf<Record>();
     PrintedPublication publication;
-    text.insert(0, PrintedPublication::kMostAdded, ' ');
-    publication.read(&text[PrintedPublication::kMostAdded]);
+    text.insert(0, PrintedPublication::kMaxAdded, ' ');
+    publication.read(&text[PrintedPublication::kMaxAdded]);
     const std::string relay(publication.makeRelay(4711));
     const Record prototype;
     for (auto _ : state) {

@@ -25,7 +25,7 @@ namespace Telvane
 namespace
 {
 
-constexpr std::size_t kLongestMessage = 16383;
+constexpr std::size_t kMaxMessageSize = 16383;
 
 /// One call of a callback.
 struct Delivery
@@ -138,7 +138,7 @@ private:
     static void expect(std::string_view packet, Expectation& expected)
     {
         ++expected.counters.received;
-        const JsonTree message(cJSON_Parse(std::string(packet.substr(0, kLongestMessage)).c_str()));
+        const JsonTree message(cJSON_Parse(std::string(packet.substr(0, kMaxMessageSize)).c_str()));
         if (message == nullptr) {
             ++expected.counters.notJson;
             return;

@@ -19,7 +19,7 @@ namespace Telvane
 namespace
 {
 
-constexpr int kMostLevels = 63;
+constexpr int kMaxLevels = 63;
 constexpr std::size_t kMaxBytes = 16383; // that a packet holds beside its terminator
 constexpr std::size_t kChanges = 24;
 
@@ -93,7 +93,7 @@ std::string printedPublication(const std::string& text)
     const cJSON* const header = cJSON_GetObjectItem(message.get(), "header");
     cJSON* const payload = cJSON_DetachItemFromObject(message.get(), "payload");
     const JsonTree owned(payload);
-    if (cJSON_IsString(header) == 0 || payload == nullptr || levelsOf(payload) >= kMostLevels) {
+    if (cJSON_IsString(header) == 0 || payload == nullptr || levelsOf(payload) >= kMaxLevels) {
         return {};
     }
     const JsonTree publication(cJSON_CreateObject());

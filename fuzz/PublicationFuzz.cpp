@@ -40,9 +40,9 @@ public:
     /// A long text needs few bytes, which it then repeats.
     std::string takeText()
     {
-        constexpr std::size_t kMost = 256;
+        constexpr std::size_t kMaxCount = 256;
         const std::size_t length = take<std::uint16_t>();
-        const std::string_view pattern = m_bytes.substr(0, std::min(length, kMost));
+        const std::string_view pattern = m_bytes.substr(0, std::min(length, kMaxCount));
         m_bytes.remove_prefix(pattern.size());
         std::string text;
         while (text.size() < length && !pattern.empty()) {

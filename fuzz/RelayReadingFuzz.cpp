@@ -21,7 +21,7 @@ namespace Telvane
 namespace
 {
 
-constexpr std::size_t kLongestText = 100'000;
+constexpr std::size_t kMaxTextLength = 100'000;
 
 /// Counts what is reported, and drops it.
 class CountingBuffer : public NullBuffer
@@ -76,7 +76,7 @@ bool check(const std::string& text, const TelvaneDataTypeBase& prototype, const 
 
 std::string relayOf(const cJSON* payload, const std::string& channel)
 {
-    JsonWriter writer(kLongestText);
+    JsonWriter writer(kMaxTextLength);
     writer.clear();
     writer.put("{\n\t\"header\":\t");
     writer.string(channel.c_str());

@@ -20,13 +20,12 @@ class RecordEngine
 public:
     static bool write(TelvaneDataTypeBase& record, const RecordTable& table, cJSON* output);
     static bool read(TelvaneDataTypeBase& record, const RecordTable& table, cJSON* input);
-    /// Writes a record as text. With what write() makes of it the JSON library prints the same.
-    /// \param depth objects and arrays around it
-    /// \return whether every field could be written; without memory \p output has failed
+    /// Writes a record as text, the same text as the JSON library prints for the tree of write().
+    /// \param depth number of objects and arrays around the record
+    /// \return whether every field could be written; if memory ran out, \p output has failed
     static bool print(TelvaneDataTypeBase& record, JsonWriter& output, int depth);
-    /// Reads a record from text, as read() does from its tree. Reports nothing.
-    /// \return false when the text has to be parsed, for whatever reason; \p record may then be changed
-    ///         partly
+    /// Reads a record from text, as read() does from a tree. Reports nothing.
+    /// \return false if the text has to be parsed, for any reason; some fields of \p record may have changed
     static bool scan(TelvaneDataTypeBase& record, JsonScanner& input, int depth);
     static bool readNested(cJSON* item, TelvaneDataTypeBase& target);
 

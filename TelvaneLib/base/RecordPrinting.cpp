@@ -1,8 +1,8 @@
-// Writes records as text, straight from their members.
+// Writes records as text, directly from their members.
 //
-// Building a tree for each record, printing and freeing it would cost ten times as much. It remains for objects
-// with operations of their own, which know nothing but trees: such a record, wherever it is nested, packages
-// itself, and its tree is written in its place. A test holds both ways together.
+// Building, printing and freeing a tree for each record would cost ten times as much. A record that overrides
+// `_packageData` still needs a tree, even if it is nested: it packages itself, and its tree is written in its place. A
+// test checks that both ways write the same text.
 
 #include "base/RecordEngine.h"
 

@@ -1,9 +1,8 @@
-// Reads records from text, straight into their members.
+// Reads records from text, directly into their members.
 //
-// The text of a relay is nearly always what this library and the JSON library print: the keys in the order of the
-// list, one line each. As long as that is so, a key is provably the first that matches its field, and the member
-// gets the value that parsing the text would give. At anything else the caller starts again with a tree, which
-// decides, and reports, as ever.
+// A relay nearly always has the layout of the JSON library: the keys in the order of the list, one line each. While that
+// is so, each key is the first that matches its field, and the member gets the value that parsing the text would give.
+// If anything differs, the caller parses the text and reads the tree instead, which also reports errors.
 
 #include "base/RecordEngine.h"
 #include "support/JsonScanner.h"

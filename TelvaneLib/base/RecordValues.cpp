@@ -79,10 +79,10 @@ void JsonValue::add(cJSON* map, const std::string& key, Tree value)
 
 double JsonValue::shortest(float value)
 {
-    constexpr int kFewestDigits = 6; // a float keeps any 6, and 9 determine it
-    constexpr int kMostDigits = 9;
+    constexpr int kMinDigits = 6; // a float keeps any 6, and 9 determine it
+    constexpr int kMaxDigits = 9;
     double number = static_cast<double>(value);
-    for (int digits = kFewestDigits; digits < kMostDigits; ++digits) {
+    for (int digits = kMinDigits; digits < kMaxDigits; ++digits) {
         char text[32];
         std::snprintf(text, sizeof text, "%.*g", digits, static_cast<double>(value));
         if (std::strtof(text, nullptr) == value) {

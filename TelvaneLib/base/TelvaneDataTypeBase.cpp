@@ -1,6 +1,6 @@
 // The operations of all records. Operations for fields return true or false and never throw; operations for
-// whole records return 0 or a negated error number. A failure of a field is reported in one line. Users
-// filter for its text and stream, so neither may change.
+// whole records return 0 or a negated error number. A failure of a field is reported in one line. Users filter logs by
+// its text and stream, so neither may change.
 
 #include <Telvane/TelvaneDataTypeBase.h>
 

@@ -274,7 +274,7 @@ bool EventClient::SubscriptionCallbackClosure::deliver(EventClient& client, Json
 {
     std::unique_ptr<TelvaneDataTypeBase> record;
     try {
-        // Whatever fails here is tried, and counted and reported, once more with a tree.
+        // If this fails, the message is handled once more with a tree, and errors are counted and reported there.
         if (m_prototype->_recordTable() == nullptr) {
             return false;
         }

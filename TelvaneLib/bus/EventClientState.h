@@ -136,8 +136,8 @@ struct EventClient::State
     bool isReceiver();
 
     void dispatch(EventClient& client, const char* text);
-    /// Delivers a relay whose record can be read from the text.
-    /// \return false, and nothing has been done, when \p text has to be parsed
+    /// Delivers a relay whose record can be read directly from the text.
+    /// \return false, without any effect, if \p text has to be parsed
     bool deliver(EventClient& client, const char* text);
     static ClosureEntry makeEntry(const std::string& header, Closure closure);
     /// Requires closuresLock.

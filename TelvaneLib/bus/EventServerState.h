@@ -25,8 +25,8 @@
 namespace Telvane
 {
 
-/// Of a longer relay no more is written. What travels of it is not JSON.
-constexpr std::size_t kLongestRelay = 65536;
+/// Limit of the text of a relay, in bytes. A longer relay is cut when it is sent, and is then not valid JSON.
+constexpr std::size_t kMaxRelaySize = 65536;
 
 /// Relays of one channel to one subscriber.
 struct Delivery
@@ -179,7 +179,7 @@ struct EventServer::State
     std::atomic<const Channel::Entry*> newestChannel{nullptr};
     std::size_t channelCount = 0;       ///< count of channels without the meta channels
     std::unique_ptr<LastValues> memory; ///< null without the setting
-    JsonWriter relayText{kLongestRelay};
+    JsonWriter relayText{kMaxRelaySize};
 
     std::mutex subscribersLock;
     std::unordered_map<int, std::vector<Subscription>> subscriptions; ///< by descriptor

@@ -1,4 +1,4 @@
-// The public face: Bus and its handles, and the life of what they share.
+// The public operations of Bus, and the start and end of its threads. BusHandles.cpp has those of the handles.
 
 #include <Telvane/Bus.h>
 
@@ -22,8 +22,8 @@ namespace Detail
 
 Clock::time_point deadlineAfter(std::chrono::nanoseconds timeout)
 {
-    constexpr std::chrono::nanoseconds kLongest = std::chrono::hours(24 * 365);
-    return Clock::now() + std::clamp(timeout, std::chrono::nanoseconds(0), kLongest);
+    constexpr std::chrono::nanoseconds kMaxTimeout = std::chrono::hours(24 * 365);
+    return Clock::now() + std::clamp(timeout, std::chrono::nanoseconds(0), kMaxTimeout);
 }
 
 MessageHandler::~MessageHandler() = default;
@@ -47,7 +47,7 @@ BusState::BusState(const std::string& serverPath, BusOptions how)
         std::random_device device;
         m_identity ^= (static_cast<std::uint64_t>(device()) << 32U) | device();
     } catch (const std::exception&) {
-        // The time and the process are enough to tell programs of one machine apart.
+        // The time and the process ID are enough to distinguish programs on one machine.
         m_identity ^= reinterpret_cast<std::uintptr_t>(this);
     }
     m_random = m_identity;
@@ -71,7 +71,7 @@ void BusState::start()
             auto self = std::make_unique<std::shared_ptr<BusState>>(shared_from_this());
             result = startThread(m_receiverThread, &runReceiver, self.get(), 0);
             if (result == 0) {
-                self.release(); // the thread's
+                self.release(); // the thread owns it now
                 m_receiverStarted = true;
                 return;
             }
@@ -149,7 +149,7 @@ EndpointPointer BusState::takeAnyEndpoint()
     return nullptr;
 }
 
-/// Waits for a thread of the bus, unless it is the caller's own: then nobody does.
+/// Joins a thread of the bus. The thread cannot join itself; if \p forGood, it is detached instead.
 void BusState::endThread(Held& held, bool& started, pthread_t& thread, bool forGood)
 {
     if (!started) {

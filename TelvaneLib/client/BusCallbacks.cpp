@@ -1,9 +1,9 @@
-// How callbacks run.
+// Runs callbacks.
 //
-// An endpoint that has messages is in the list of its executor: the worker's or that of dispatch(). The
-// endpoints take turns, one message each. A callback runs without the lock; `running` and `runner` tell
-// end() whom to wait for. Which callbacks are on a thread's stack is kept in a list on that stack, so that a
-// wait for oneself is recognised instead of made.
+// An endpoint that has messages is in the list of its executor: that of the worker, or that of dispatch(). The
+// endpoints take turns, one message each. A callback runs without the lock. end() reads from `running` and
+// `runner` whether to wait. A list on each thread's stack contains the callbacks on that stack, so that a wait
+// that would never end can be refused.
 
 #include "client/BusState.h"
 
@@ -87,7 +87,7 @@ Executor& BusState::executorOf(const Endpoint& endpoint)
 void BusState::pushReady(const EndpointPointer& endpoint)
 {
     if (endpoint->ready || endpoint->running) {
-        return; // whoever runs it puts it back
+        return; // after the current callback, run() puts it into the list again
     }
     Executor& executor = executorOf(*endpoint);
     endpoint->ready = true;
@@ -150,7 +150,7 @@ int BusState::startWorker()
     auto self = std::make_unique<std::shared_ptr<BusState>>(shared_from_this());
     const int result = startThread(m_workerThread, &runWorker, self.get(), 0);
     if (result == 0) {
-        self.release(); // the thread's
+        self.release(); // the thread owns it now
         m_workerStarted = true;
     }
     return result;
@@ -240,7 +240,7 @@ bool BusState::runEvent(Held& held, Run where)
     return true;
 }
 
-/// Runs an endpoint's callback. The lock is held before and after, not during it.
+/// Runs an endpoint's callback. The lock is released meanwhile.
 void BusState::run(Held& held, const EndpointPointer& endpoint, Run where,
                    std::unique_ptr<TelvaneDataTypeBase> record, const Delivery& delivery)
 {
@@ -254,7 +254,7 @@ void BusState::run(Held& held, const EndpointPointer& endpoint, Run where,
         const CallbackFrame frame(*this, endpoint.get(), where);
         std::unique_ptr<TelvaneDataTypeBase> answer = endpoint->handler->handle(*record, delivery);
         if (answer != nullptr) {
-            answer->_id = record->_id; // how the answer finds its request
+            answer->_id = record->_id; // identifies the request
             unanswered = static_cast<bool>(
                 publish(endpoint->answerChannel, *answer, options.deadline, Absence::Fails).error);
         }
@@ -290,7 +290,7 @@ void BusState::run(Held& held, const EndpointPointer& endpoint, Run where,
     }
 }
 
-/// Queues an event for BusOptions::onEvent. What does not fit is counted.
+/// Queues an event for BusOptions::onEvent. Drops and counts it if the queue is full.
 void BusState::report(BusEvent::Kind kind, std::error_code why, const std::string& channel, const char* text)
 {
     if (!options.onEvent || m_closed) {

@@ -1,9 +1,9 @@
-// What the server has been asked for, and what is wanted.
+// Subscribes and unsubscribes channels at the server.
 //
-// A thread that changes what is wanted marks the channel. One thread at a time works through the marks and
-// sends what brings the server in line, so two threads that subscribe and unsubscribe cannot overtake each
-// other. A server that does not take such a request within kSendDeadline is left: after that it would no
-// longer be known what it has been asked for.
+// A thread that adds or removes a subscription marks its channel. One thread at a time works through the marked
+// channels and sends the requests that the server needs, so requests of two threads cannot overtake each other. If
+// the server does not accept a request within kSendDeadline, the bus disconnects: its knowledge of the server's
+// subscriptions would no longer be certain.
 
 #include "client/BusState.h"
 
@@ -28,7 +28,7 @@ std::string printRequest(const JsonTree& request)
 
 BusState::Channels::iterator BusState::findOrAddChannel(const std::string& name)
 {
-    m_dirtyChannels.reserve(m_channels.size() + 1); // marking a channel takes no memory
+    m_dirtyChannels.reserve(m_channels.size() + 1); // so that marking a channel allocates nothing
     return m_channels.try_emplace(name).first;
 }
 
@@ -47,8 +47,9 @@ void BusState::eraseIfIdle(Channels::iterator channel)
     }
 }
 
-/// Finds the next channel for which the server has to be asked for something.
-/// \return whether there is one; \p message is then the request
+/// Finds the next channel that needs a request to the server.
+/// \param[out] message the request
+/// \return false if there is none
 bool BusState::takeDirtyChannel(std::string& message, Channels::value_type*& channel)
 {
     while (!m_dirtyChannels.empty()) {
@@ -83,11 +84,11 @@ void BusState::updateServer(Held& held)
         return;
     }
     if (!m_linkUp) {
-        wakeUp(m_wake.get()); // the receiver does it
+        wakeUp(m_wake.get()); // the receiver sends the requests
         return;
     }
     if (m_updating) {
-        return; // the thread that does it will find the mark
+        return; // the updating thread will find the mark
     }
     m_updating = true;
     Channels::value_type* channel = nullptr;

@@ -1,10 +1,10 @@
-// The receiver thread: connects, brings the server up to date, receives until the connection is lost, and
-// starts again.
+// The receiver thread: connects, subscribes, receives until the connection is lost, and starts again.
 //
-// While the connection is being established, the socket does not block: requests to subscribe, their answers
-// and what the outbox kept take turns, and a deadline ends it. At most kWindow requests are unanswered at a
-// time, because the server drops what does not fit into our socket, its answers included. Established, the
-// thread blocks in recv(), which costs one system call for each message; shutting the socket down wakes it.
+// While the connection is being established, the socket is non-blocking: the thread sends subscribe requests, reads
+// their answers, and then sends the messages of the outbox. It gives up after kAnswerDeadline without progress. At
+// most kWindow requests are unanswered at a time, because the server drops messages that do not fit into this
+// socket, including its answers. On an established connection, the thread blocks in recv(), which costs one system
+// call per message; shutting the socket down wakes it.
 
 #include "client/BusState.h"
 
@@ -25,7 +25,7 @@ namespace
 
 constexpr auto kAnswerDeadline = std::chrono::seconds(3); ///< without any progress
 constexpr int kWindow = 32;
-constexpr const char* kPingChannel = "TelvaneBus"; ///< asked about where there is no subscription
+constexpr const char* kPingChannel = "TelvaneBus"; ///< for a request if there is no subscription
 
 void setBlocking(int fd, bool blocking)
 {
@@ -87,7 +87,7 @@ void BusState::receive()
             receiveUntilLost(link);
             endLink(link, BusError::Lost);
             failures = 0;
-            // A server that has only just accepted us may do the same again and again.
+            // A server that closes new connections at once may do so every time.
             pause = Clock::now() - begin < options.firstPause ? pauseAfter(0) : std::chrono::nanoseconds(0);
         } else {
             if (link != nullptr) {
@@ -148,7 +148,7 @@ BusState::Step BusState::nextStep(const LinkPointer& link, Kept& message)
     message.since = Clock::time_point::max();
     Channels::value_type* channel = nullptr;
     if (m_closed || m_answersDue >= kWindow) {
-        return Step::Wait; // closed, the socket is shut down, which ends the waiting
+        return Step::Wait; // if closed, the socket has been shut down, which ends the wait
     }
     if (takeDirtyChannel(message.text, channel)) {
         return Step::Send;
@@ -157,7 +157,7 @@ BusState::Step BusState::nextStep(const LinkPointer& link, Kept& message)
         return Step::Wait;
     }
     if (!m_answered) {
-        // Nothing to subscribe to: any answer shows that the server accepts this client.
+        // There is nothing to subscribe to. Any answer shows that the server accepts this client.
         message.text = printRequest(makeUnsubscribeRequest(kPingChannel));
         m_pinged = true;
         return Step::Send;
@@ -225,7 +225,7 @@ std::error_code BusState::establish(const LinkPointer& link, Kept& message)
     }
 }
 
-/// Receives what has arrived.
+/// Receives the packets that have arrived, at most kWindow.
 std::error_code BusState::receiveSome(const LinkPointer& link)
 {
     char buffer[kMessageLimit];
@@ -259,7 +259,7 @@ void BusState::receiveUntilLost(const LinkPointer& link)
 
 void BusState::endLink(const LinkPointer& link, std::error_code why)
 {
-    link->shutDown(); // ends sends that wait
+    link->shutDown(); // ends pending sends
     Held held(lock);
     m_link.reset();
     const bool wasUp = m_linkUp;
@@ -312,7 +312,7 @@ std::chrono::nanoseconds BusState::pauseAfter(unsigned failures)
         pause *= 2;
     }
     pause = std::min(pause, options.longestPause);
-    // Programs that lost the same server must not all come back at the same moment.
+    // Programs that lost the same server must not all reconnect at the same moment.
     m_random = m_random * 6364136223846793005U + 1442695040888963407U;
     return pause - (pause / 2) * static_cast<std::int64_t>(m_random >> 48U) / 65536;
 }

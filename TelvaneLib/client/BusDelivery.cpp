@@ -1,6 +1,6 @@
-// What the receiver thread does with a packet: finds out who gets it, reads the payload into a record for
-// each, and runs the callback or queues the record. It survives whatever a server sends: what cannot be read
-// is dropped and counted, and a queue that is full drops.
+// Handles a packet on the receiver thread: finds its recipients, reads the payload into a record for each, and runs
+// the callback or queues the record. No packet may end the thread: packets that cannot be read are dropped and
+// counted, and so are messages for a full queue.
 
 #include "base/RecordEngine.h"
 #include "client/BusState.h"
@@ -20,7 +20,8 @@ namespace
 {
 
 constexpr const char* kAnswerStart = "{\"header\":\"."; ///< relays are printed over several lines
-constexpr auto kLinger = std::chrono::seconds(1); ///< a channel stays subscribed so long after a request
+constexpr auto kLinger =
+    std::chrono::seconds(1); ///< time for which a channel stays subscribed after a request
 
 } // namespace
 
@@ -78,7 +79,7 @@ public:
         } catch (const std::bad_alloc&) {
             throw;
         } catch (const std::exception&) {
-            record.reset(); // a time text without digits, say
+            record.reset(); // for example a time without digits
         }
         return record;
     }
@@ -147,7 +148,7 @@ void BusState::takeMessage(const char* text)
         ++m_counters.received;
         ++m_counters.notJson;
         if (m_link != nullptr && std::strncmp(text, kAnswerStart, std::strlen(kAnswerStart)) == 0) {
-            // An answer is lost, if memory has run out: a new connection brings another.
+            // An answer was lost because memory ran out. A new connection brings a new answer.
             m_link->shutDown();
         }
         return;
@@ -301,7 +302,7 @@ void BusState::deliver(const EndpointPointer& endpoint, Relay& relay, Clock::tim
     enqueue(held, endpoint, std::move(item));
 }
 
-/// Queues a message. Never waits: a full queue drops.
+/// Queues a message. Never waits: a full queue drops a message.
 void BusState::enqueue(Held& held, const EndpointPointer& endpoint, Item item)
 {
     Item dropped; // destroyed without the lock

@@ -1,8 +1,7 @@
-// Subscriptions, responders and queues: their beginnings, their ends, and what is taken from queues.
+// Adds and ends subscriptions, responders and queues, and takes items from queues.
 //
-// An end on another thread waits for a running callback; three waits that could not end are left out: for
-// one's own callback, for a callback that itself waits for one's own, and for the callback that is closing
-// the bus.
+// Ending one waits for its running callback, except in three cases in which the wait would never end: in that callback
+// itself, if that callback waits for one on this thread, and if that callback is closing the bus.
 
 #include "client/BusState.h"
 
@@ -17,7 +16,7 @@ namespace Telvane::Detail
 namespace
 {
 
-constexpr std::size_t kMaxChanges = 16; ///< changes of the connection that wait in a queue
+constexpr std::size_t kMaxChanges = 16; ///< limit of the connection changes in a queue
 
 } // namespace
 
@@ -53,7 +52,7 @@ EndpointPointer BusState::addEndpoint(const std::string& channel, const Endpoint
     Channel& entry = found->second;
     entry.endpoints.push_back(endpoint);
     if (entry.refused) {
-        entry.refused = false; // asked again: the server's limits may have changed
+        entry.refused = false; // request it again: the server's limits may have changed
         entry.asked = false;
     }
     markDirty(*found);
@@ -61,7 +60,8 @@ EndpointPointer BusState::addEndpoint(const std::string& channel, const Endpoint
     return endpoint;
 }
 
-/// Marks it as ended. Nothing of it is destroyed.
+/// Marks an endpoint as ended. Destroys nothing, because the lock is held.
+/// \param[out] garbage items that the caller destroys without the lock
 void BusState::removeEndpoint(Endpoint& endpoint, std::deque<Item>& garbage)
 {
     endpoint.ended = true;
@@ -118,7 +118,7 @@ void BusState::endEndpoint(const EndpointPointer& endpoint, bool wait)
     held.unlock();
 }
 
-/// \return whether \p endpoint's callback waits, in the end, for one on this thread
+/// \return whether \p endpoint's callback waits, directly or indirectly, for a callback on this thread
 bool BusState::endsEachOther(const Endpoint& endpoint) const
 {
     const std::thread::id self = std::this_thread::get_id();
@@ -211,14 +211,14 @@ void BusState::updateEvent(Endpoint& endpoint)
     }
 }
 
-/// Puts a change of the connection into every queue, among the messages.
+/// Appends a change of the connection to every queue.
 void BusState::pushToQueues(Item::Kind kind, std::error_code why)
 {
     for (auto& [name, channel] : m_channels) {
         for (const EndpointPointer& endpoint : channel.endpoints) {
             if (endpoint->settings.kind != EndpointSettings::Kind::Queue ||
                 (kind == Item::Kind::Connected && !endpoint->knowsLoss)) {
-                continue; // the first connection is not a change to a queue
+                continue; // the first connection is not reported
             }
             endpoint->knowsLoss = kind == Item::Kind::Lost;
             if (endpoint->items.size() - endpoint->messages >= kMaxChanges) {

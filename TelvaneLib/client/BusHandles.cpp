@@ -1,5 +1,5 @@
-// The handles: each holds its endpoint, which holds what the bus and its threads share. So a handle may
-// outlive its bus, and an end that destroys the handle itself does no harm.
+// The handles. Each owns its endpoint, which owns the data that the bus and its threads share. So a handle may outlive
+// its bus, and end() works even if it destroys the handle itself.
 
 #include <Telvane/BusTypes.h>
 

@@ -1,4 +1,4 @@
-// Publishing: a record's way into the socket, or into the outbox while there is no connection.
+// Publishing: writes a record into the socket, or into the outbox while there is no connection.
 
 #include "client/BusState.h"
 
@@ -43,7 +43,7 @@ std::size_t measure(const std::string& channel, TelvaneDataTypeBase& record)
 std::error_code BusState::send(const Link& link, const char* text, int length,
                                std::chrono::nanoseconds timeout)
 {
-    Clock::time_point deadline; // found out when it matters: usually the first attempt succeeds
+    Clock::time_point deadline; // computed only if needed: usually the first attempt succeeds
     bool waited = false;
     for (;;) {
         if (sendPacket(link.socket.get(), text, length, MSG_DONTWAIT).sent >= 0) {
@@ -80,7 +80,7 @@ std::unique_ptr<PublicationWriter> BusState::takeWriter()
 
 void BusState::returnWriter(std::unique_ptr<PublicationWriter> writer)
 {
-    // One is kept. What another thread returned in the meantime goes.
+    // Keep this one. Delete one that another thread has returned meanwhile.
     writer.reset(m_idleWriter.exchange(writer.release()));
 }
 
@@ -100,7 +100,7 @@ Publication BusState::publish(const std::string& channel, const TelvaneDataTypeB
         }
     }
     try {
-        // Packaging changes nothing; that its operations are not const is part of the records' interface.
+        // Packaging does not change the record, although the interface of records does not declare it const.
         auto& packaged = const_cast<TelvaneDataTypeBase&>(record);
         std::unique_ptr<PublicationWriter> writer = takeWriter();
         const char* text = nullptr;
@@ -126,8 +126,8 @@ Publication BusState::publish(const std::string& channel, const TelvaneDataTypeB
 }
 
 /// Puts a message into the outbox.
-/// \param link where it could not be sent, or null
-/// \return false, with \p link replaced, when there is another connection by now
+/// \param[in,out] link the connection on which it could not be sent, or null
+/// \return false if there is a new connection meanwhile, which \p link is set to
 bool BusState::keep(Publication& publication, const char* text, LinkPointer& link)
 {
     Kept kept{text, Clock::now()};

@@ -1,9 +1,9 @@
-// Requests: the asker waits here for the receiver thread to find its answer.
+// Requests: the requesting thread waits here until the receiver thread finds the answer.
 //
-// The entry that both share is put into the table before the request goes out, since the answer may be
-// quicker than the return of the send. Whoever sets `done` first, under the lock, decides: answer, refusal,
-// loss, or the deadline. The server handles the packets of one client in order, so the request may follow
-// the subscription to its answer without waiting for the server's consent.
+// Both share an entry that is added to the table before the request is sent, because the answer may arrive before the
+// send returns. The first event that sets `done`, under the lock, decides the result: answer, refusal, loss or
+// deadline. The server handles the packets of one client in order, so the request need not wait for the server's
+// answer to the subscription.
 
 #include "client/BusState.h"
 
@@ -34,7 +34,7 @@ std::error_code BusState::request(const std::string& channel, const TelvaneDataT
         if (CallbackFrame::responds(*this, requestChannel)) {
             return BusError::WouldDeadlock;
         }
-        // A copy of the argument, which is not ours to change, carries the identifier.
+        // The argument must not change, so a copy carries the identifier.
         const std::unique_ptr<TelvaneDataTypeBase> question(argument.BuildNewDataType());
         auto pending = std::make_shared<PendingRequest>();
         pending->prototype.reset(answer.BuildNewDataType());
@@ -57,7 +57,7 @@ std::error_code BusState::request(const std::string& channel, const TelvaneDataT
         if (!entry.asked) {
             markDirty(*found);
             updateServer(held);
-            // Another thread may be at it: the request must not overtake the subscription.
+            // Another thread may be sending the subscription. The request must not overtake it.
             changed.wait_until(held, deadline,
                                [&] { return pending->done || (!entry.dirty && !entry.sending); });
         } else {
@@ -90,7 +90,7 @@ std::error_code BusState::request(const std::string& channel, const TelvaneDataT
     }
 }
 
-/// Waits for the end of a request. In a callback that an executor runs, its responders go on meanwhile.
+/// Waits for the end of a request. In a callback, runs responders of this bus meanwhile.
 std::error_code BusState::await(Held& held, PendingRequest& pending, const std::string& requestChannel,
                                 Clock::time_point deadline)
 {
@@ -123,7 +123,7 @@ std::error_code BusState::await(Held& held, PendingRequest& pending, const std::
     return pending.error;
 }
 
-/// \return a responder of this bus to \p requestChannel that only this thread could run at present, or null
+/// \return a responder of this bus to \p requestChannel that waits for this thread, or null
 EndpointPointer BusState::runnableResponder(const std::string& requestChannel, Run where)
 {
     const auto found = m_channels.find(requestChannel);

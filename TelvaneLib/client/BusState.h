@@ -1,11 +1,10 @@
 #pragma once
 
-// What a Bus holds, shared by it, its handles and its threads. One lock guards all of it, and is never held
-// while something is sent or a callback runs.
+// The state that a Bus, its handles and its threads share. One lock protects all of it, and is never held during a send
+// or a callback.
 //
-// The server is asked for a channel once, for all endpoints and requests of the channel. What it has been
-// asked for is brought in line with what is wanted by one thread at a time (updateServer), so that requests
-// to subscribe and to unsubscribe reach it in the order of the decisions.
+// All endpoints and requests of a channel share one subscription at the server. One thread at a time sends the
+// subscribe and unsubscribe requests (updateServer), so that they reach the server in the right order.
 
 #include <Telvane/Bus.h>
 
@@ -30,10 +29,10 @@ namespace Telvane::Detail
 
 using Clock = std::chrono::steady_clock;
 
-/// How the `_id` of every request begins: no other record's does.
+/// The start of the `_id` of every request, which no other `_id` has.
 constexpr std::string_view kRequestId = "request:";
 
-/// \return the moment \p timeout from now; never later than a time_t of 32 bits can name
+/// \return the time \p timeout from now, at most a year, so that it fits into a 32-bit time_t
 Clock::time_point deadlineAfter(std::chrono::nanoseconds timeout);
 
 /// \return the text of a request to the server itself; throws `std::bad_alloc`, also for a null request
@@ -41,11 +40,11 @@ std::string printRequest(const JsonTree& request);
 
 class Relay;
 
-/// A connection, closed by the last user of its descriptor.
+/// A connection. Its last user closes the descriptor.
 struct Link
 {
     explicit Link(FileDescriptor fd) : socket(std::move(fd)) {}
-    /// Ends it for all who use it.
+    /// Ends the connection for all its users.
     void shutDown() const;
 
     FileDescriptor socket;
@@ -61,13 +60,13 @@ struct PendingRequest
     bool done = false;
     std::error_code error;
     std::condition_variable changed;
-    PendingRequest* nextHelper = nullptr; ///< of those that run responders while they wait
+    PendingRequest* nextHelper = nullptr; ///< next request that runs responders while it waits
 };
 using RequestPointer = std::shared_ptr<PendingRequest>;
 
 using EndpointPointer = std::shared_ptr<Endpoint>;
 
-/// A channel that something of this bus wants, or wanted.
+/// A channel that this bus uses, or has used.
 struct Channel
 {
     bool wanted() const { return !endpoints.empty() || !requests.empty() || lingers; }
@@ -77,12 +76,12 @@ struct Channel
     std::vector<RequestPointer> requests;
     Clock::time_point lastRequest; ///< when the last request ended
     bool lingers = false;          ///< kept for the next request
-    bool asked = false;            ///< the server has been asked to subscribe, and not to unsubscribe since
-    bool sending = false;          ///< a request of the channel is on its way into the socket
-    bool dirty = false;            ///< in BusState::dirtyChannels
-    bool active = false;           ///< the server has accepted
+    bool asked = false;            ///< the last request to the server was to subscribe
+    bool sending = false;          ///< a request of the channel is being sent
+    bool dirty = false;            ///< in BusState::m_dirtyChannels
+    bool active = false;           ///< the server has accepted the subscription
     bool refused = false;
-    int answersDue = 0; ///< requests to subscribe that the server has not answered
+    int answersDue = 0; ///< subscribe requests that the server has not answered
 };
 
 /// A subscription, responder or queue.
@@ -100,22 +99,22 @@ public:
 
     const std::shared_ptr<BusState> bus;
     const EndpointSettings settings;
-    const std::string name;    ///< the channel that the server is asked for
-    std::string answerChannel; ///< responders: where the answers go
+    const std::string name;    ///< the channel to subscribe to
+    std::string answerChannel; ///< responders: channel of the answers
     std::unique_ptr<TelvaneDataTypeBase> prototype;
     std::unique_ptr<MessageHandler> handler;
 
     std::deque<Item> items;
-    std::size_t messages = 0; ///< of the items
-    bool overflowing = false; ///< dropping, since the queue was empty last
-    bool knowsLoss = false;   ///< queues: has been given a loss, and no connection since
+    std::size_t messages = 0; ///< number of items that are messages
+    bool overflowing = false; ///< messages were dropped since the queue was last empty
+    bool knowsLoss = false;   ///< queues: the last connection change in the queue was a loss
     bool ended = false;
     std::error_code error;
     EndpointStatistics counters;
     std::uint64_t lastEpoch = 0;
     int lastSequence = 0;
 
-    bool running = false; ///< its callback runs
+    bool running = false; ///< the callback is running, on the thread `runner`
     std::thread::id runner;
     int endsWaiting = 0; ///< threads in end()
     std::condition_variable changed;
@@ -127,12 +126,12 @@ public:
     bool eventSet = false;
 };
 
-/// Where queued callbacks run: the endpoints that have messages take turns.
+/// The endpoints with queued messages for one thread, which take turns.
 struct Executor
 {
     EndpointPointer first;
     Endpoint* last = nullptr;
-    std::size_t messages = 0; ///< that wait
+    std::size_t messages = 0; ///< messages in the queues of all its endpoints
 };
 
 /// A callback on this thread's stack.
@@ -158,7 +157,7 @@ struct CallbackFrame
     CallbackFrame* outer;
 };
 
-/// A thread that waits in end(), in a list on the stacks of those threads.
+/// A thread that waits in end(). The elements of this list are on the stacks of the waiting threads.
 struct WaitingEnd
 {
     std::thread::id thread;
@@ -242,8 +241,8 @@ private:
     };
     std::error_code establish(const LinkPointer& link);
     std::error_code establish(const LinkPointer& link, Kept& message);
-    /// Finds out what to do next to establish the connection.
-    /// \param[out] message what to send; its time is that of an outbox entry, else the last one
+    /// Determines the next step of establishing the connection.
+    /// \param[out] message the message to send; its time is that of an outbox entry, else the latest possible
     Step nextStep(const LinkPointer& link, Kept& message);
     std::error_code receiveSome(const LinkPointer& link);
     void beginEpoch(const LinkPointer& link);
@@ -311,8 +310,8 @@ private:
     Channels m_channels;
     std::vector<Channels::value_type*> m_dirtyChannels;
     bool m_updating = false; ///< a thread is in updateServer
-    int m_answersDue = 0;    ///< of all channels
-    bool m_answered = false; ///< the server has answered something on this connection
+    int m_answersDue = 0;    ///< the sum of all channels' answersDue
+    bool m_answered = false; ///< the server has answered a request on this connection
     bool m_pinged = false;
 
     std::atomic<PublicationWriter*> m_idleWriter{nullptr};

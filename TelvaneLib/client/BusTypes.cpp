@@ -1,4 +1,4 @@
-// The errors of the bus in words, and what they are to programs that only know the standard's conditions.
+// The messages of BusError, and the standard error conditions that its values equal.
 
 #include <Telvane/BusTypes.h>
 

@@ -1,6 +1,6 @@
-// Numbers are the one thing in which this could differ from the JSON library's parser, which uses strtod. A decimal
-// of a whole number up to 2^53 and a power of ten up to 10^22, both of which are doubles themselves, is had by one
-// division, which rounds as strtod does. The others take from_chars, which rounds so, too.
+// Numbers must equal those of the JSON library's parser, which uses strtod. Many decimals are the quotient of a whole
+// number up to 2^53 and a power of ten up to 10^22. Both are exact doubles, so one division rounds as strtod does. For
+// the others, from_chars rounds in the same way.
 
 #include "support/JsonScanner.h"
 
@@ -17,9 +17,9 @@ namespace Telvane
 namespace
 {
 
-constexpr int kMostDigits = 19; ///< that surely fit into 64 bits
-constexpr std::uint64_t kMostExact = std::uint64_t(1) << DBL_MANT_DIG;
-constexpr std::ptrdiff_t kLongestNumber = 63; ///< that the library's parser reads as one
+constexpr int kMaxDigits = 19; ///< so many digits always fit into 64 bits
+constexpr std::uint64_t kMaxExact = std::uint64_t(1) << DBL_MANT_DIG;
+constexpr std::ptrdiff_t kMaxNumberLength = 63; ///< the library's parser splits longer ones
 constexpr double kPowersOfTen[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,
                                    1e10, 1e11, 1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19};
 
@@ -64,7 +64,7 @@ const char* readLongNumber(const char* const text, double& value)
         ++end;
     }
     const auto [position, error] = std::from_chars(text, end, value);
-    return error == std::errc() && position == end && end - text <= kLongestNumber ? end : nullptr;
+    return error == std::errc() && position == end && end - text <= kMaxNumberLength ? end : nullptr;
 }
 
 } // namespace
@@ -137,7 +137,7 @@ bool JsonScanner::number(double& value)
         return false;
     }
     const bool ends = *at != 'e' && *at != 'E' && *at != '.' && *at != '+' && *at != '-';
-    if (ends && length <= kMostDigits && digits <= kMostExact && FLT_EVAL_METHOD == 0) {
+    if (ends && length <= kMaxDigits && digits <= kMaxExact && FLT_EVAL_METHOD == 0) {
         const double magnitude = static_cast<double>(digits) / kPowersOfTen[places];
         value = *m_at == '-' ? -magnitude : magnitude;
     } else {

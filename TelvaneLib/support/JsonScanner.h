@@ -8,19 +8,20 @@
 namespace Telvane
 {
 
-/// A position in a text that ends with a zero. Operations step over what they read; they return false at anything
-/// that the library would not print, and at little that it would, such as characters written as codes. The
-/// position is then undefined, except where told otherwise, and the text has to be parsed. What is read has the
-/// value that the library's parser finds.
+/// A position in a zero-terminated text. Operations read a token and move past it. They return false if the library
+/// would not print the text like this, and in a few other cases, such as characters escaped as codes. The text then has
+/// to be parsed, and the position is undefined unless documented. A value that is read equals that of the library's
+/// parser.
 class JsonScanner
 {
 public:
     explicit JsonScanner(const char* text) : m_at(text) {}
 
-    /// Stays in place when the text goes on otherwise.
+    /// Skips \p text. The position does not change if other text follows.
     bool skip(const char* text);
     bool newLine(int depth);
-    /// \param key without a zero. Stays in place at another one.
+    /// Skips a key. The position does not change if another key follows.
+    /// \param key the key, which contains no zero byte
     bool key(std::string_view key, bool first, int depth);
 
     /// \name Values

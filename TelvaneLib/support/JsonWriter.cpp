@@ -3,8 +3,8 @@
 // array is one line, with a space after each comma, and counts as a level for the objects in it. In strings `"`,
 // `\` and the characters below 32 are escaped; everything else is printed as it is, valid UTF-8 or not.
 //
-// The buffer has room for one more piece after the limit. So what has a bounded length, such as a number, is
-// written without a look at the limit, and what exceeds it is cut in the end.
+// The buffer has room for one more piece after the limit. So pieces of bounded length, such as numbers, are written
+// without checking the limit, and text beyond it is cut at the end.
 
 #include "support/JsonWriter.h"
 
@@ -23,8 +23,8 @@ namespace
 {
 
 constexpr std::size_t kFirstSize = 1024;
-constexpr std::size_t kLongestPiece = 96;
-static_assert(kNumberTextSize <= kLongestPiece, "a number is a piece");
+constexpr std::size_t kMaxPieceSize = 96;
+static_assert(kNumberTextSize <= kMaxPieceSize, "a number is a piece");
 
 /// For each character 0 when it stands for itself, `u` when it is written as a code, else the letter of its escape.
 constexpr std::array<char, 256> makeEscapes()
@@ -63,7 +63,7 @@ void JsonWriter::grow(std::size_t size)
     const std::size_t used = position();
     const auto capacity = used + room();
     const std::size_t larger =
-        std::min(std::max({kFirstSize, capacity * 2, used + size}), m_limit + kLongestPiece);
+        std::min(std::max({kFirstSize, capacity * 2, used + size}), m_limit + kMaxPieceSize);
     if (larger == capacity || m_failed) {
         return;
     }
@@ -91,12 +91,12 @@ bool JsonWriter::reserve(std::size_t size)
 
 bool JsonWriter::reservePiece()
 {
-    if (!reserve(kLongestPiece)) {
+    if (!reserve(kMaxPieceSize)) {
         if (m_buffer == nullptr) {
             return false;
         }
         // Beyond the limit, or without memory, where it does not matter what is overwritten.
-        m_next = m_end - kLongestPiece;
+        m_next = m_end - kMaxPieceSize;
     }
     return true;
 }
@@ -122,7 +122,7 @@ void JsonWriter::newLine(int depth)
 
 void JsonWriter::key(std::string_view key, bool first, int depth)
 {
-    if (key.size() + static_cast<std::size_t>(depth) + 8 > kLongestPiece || !reservePiece()) {
+    if (key.size() + static_cast<std::size_t>(depth) + 8 > kMaxPieceSize || !reservePiece()) {
         put(first ? "" : ",");
         newLine(depth);
         put("\"");

@@ -11,8 +11,8 @@
 namespace Telvane
 {
 
-/// A text that is written from front to back, into a buffer that is kept for the next one. What exceeds the limit
-/// is dropped. Without memory the text fails as a whole, which finish() reports.
+/// Writes a text from front to back into a buffer that is reused for the next text. Text beyond the limit is dropped. If
+/// memory runs out, the whole text fails, which finish() reports.
 class JsonWriter
 {
 public:
@@ -25,7 +25,7 @@ public:
     /// Ends the line and indents the next one.
     void newLine(int depth);
     /// Begins an object's member, with the comma and the line before it.
-    /// \param key holds nothing that needs an escape
+    /// \param key contains no character that needs an escape
     void key(std::string_view key, bool first, int depth);
 
     /// \name Values
@@ -34,7 +34,7 @@ public:
     void number(double value);
     void flag(bool value);
     void string(const char* value);
-    /// \param write writes at most 80 characters without escapes to the place that it is given; returns the end
+    /// \param write writes at most 80 characters that need no escapes to its argument, and returns their end
     template <class Write>
     void shortString(Write write)
     {

@@ -1,13 +1,13 @@
-// cJSON prints a number with 15 significant digits, reads them back, and prints 17 where the two differ by
-// more than one relative epsilon: a sprintf, a sscanf and sometimes a second sprintf, which together cost
-// more than everything else in a message. The same digits are had for a fraction of that:
+// cJSON prints a number with 15 significant digits, reads them back, and prints 17 digits if the two differ by more than
+// one relative epsilon. That is a sprintf, a sscanf and sometimes a second sprintf, which together cost more than
+// everything else in a message. This file computes the same digits at a fraction of the cost:
 //
-// - a whole number below 10^15 is its own 15 digits;
-// - so is a whole number of hundredths or millionths: an exactly rounded division gives the double that is
-//   nearest to such a decimal, and if that is the number at hand, the decimal is its text;
-// - from 10^-8 to 10^15, a double times a power of ten fits into 128 bits, so that 15 and 17 digits of it are exact
-//   integers, and what 15 digits read back to is an exactly rounded division;
-// - any other number is rare and takes the long way, with conversions that do not consult the locale.
+// - A whole number below 10^15 needs no rounding.
+// - Neither does a whole number of hundredths or millionths: an exactly rounded division gives the double nearest to such
+//   a decimal. If that double equals the number, the decimal is its text.
+// - From 10^-8 to 10^15, a double times a power of ten fits into 128 bits. So its first 15 and 17 digits are exact
+//   integers, and reading 15 digits back is an exactly rounded division.
+// - Other numbers are rare. They are printed with conversions that do not depend on the locale.
 
 #include "support/NumberText.h"
 
@@ -110,11 +110,11 @@ bool sameNumber(double left, double right)
     return std::fabs(left - right) <= larger * DBL_EPSILON;
 }
 
-constexpr int kMostPlaces = 25;
-constexpr double kLeastExact = 1e-8;
+constexpr int kMaxPlaces = 25;
+constexpr double kMinExact = 1e-8;
 
 constexpr auto kPowersOfFive = [] {
-    std::array<std::uint64_t, kMostPlaces + 1> powers = {};
+    std::array<std::uint64_t, kMaxPlaces + 1> powers = {};
     std::uint64_t power = 1;
     for (std::uint64_t& each : powers) {
         each = power;
@@ -178,7 +178,7 @@ char* layOutInteger(std::uint64_t digits, int exponent, char* text)
     return layOut(buffer, count, exponent + count - 1, text);
 }
 
-/// \param magnitude from kLeastExact up to kWholeNumberLimit
+/// \param magnitude from kMinExact up to kWholeNumberLimit
 char* formatExact(double magnitude, char* text)
 {
     const Binary number = binaryOf(magnitude);
@@ -236,7 +236,7 @@ char* formatNumber(double value, char* text)
             return terminate(end);
         }
     }
-    if (magnitude >= kLeastExact && magnitude < kWholeNumberLimit) {
+    if (magnitude >= kMinExact && magnitude < kWholeNumberLimit) {
         return terminate(formatExact(magnitude, text));
     }
     return terminate(formatLong(magnitude, text));

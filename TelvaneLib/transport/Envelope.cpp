@@ -1,4 +1,4 @@
-// Trees refer to keys and texts without copying them, because those exist longer than the tree.
+// Trees refer to keys and texts without copying them, because keys and texts exist longer than the tree.
 
 #include "transport/Envelope.h"
 

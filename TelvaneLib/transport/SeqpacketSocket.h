@@ -44,7 +44,8 @@ int acceptClient(int listener);
 FileDescriptor openWake();
 void wakeUp(int wake);
 
-/// Waits for a client or wakeUp(). \return false after wakeUp()
+/// Waits for a client or wakeUp().
+/// \return false after wakeUp()
 bool awaitClient(int listener, int wake);
 
 /// Receives one packet and terminates it. Cuts a packet that is longer than the buffer.

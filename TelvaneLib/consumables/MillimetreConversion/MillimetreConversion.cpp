@@ -1,4 +1,4 @@
-// The natural definition of the conversion, for programs that call it themselves. It is in a static library of
+// The usual definition of the conversion, for programs that call it themselves. It is in a static library of
 // its own, so that a program with a definition of its own, for example with another rounding, keeps it.
 
 double ConvertmmToInches(double millimetres);

@@ -11,21 +11,21 @@ namespace
 
 using namespace Testing;
 
-constexpr std::size_t kSmallestStack = std::size_t{256} * 1024;
+constexpr std::size_t kMinStackSize = std::size_t{256} * 1024;
 
 TEST(EventServerThreadStackSize, IsRefusedWhenTheDeepestMessageWouldNotFit)
 {
     EventServer server;
     EXPECT_EQ(server.SetThreadStackSize(0), -EINVAL);
-    EXPECT_EQ(server.SetThreadStackSize(kSmallestStack - 1), -EINVAL);
-    EXPECT_EQ(server.SetThreadStackSize(kSmallestStack), 0);
+    EXPECT_EQ(server.SetThreadStackSize(kMinStackSize - 1), -EINVAL);
+    EXPECT_EQ(server.SetThreadStackSize(kMinStackSize), 0);
 }
 
 // Sanitizers put records of their own on every stack, larger than the stack's usual size.
 #if !defined(__SANITIZE_THREAD__) && !defined(__SANITIZE_ADDRESS__)
 TEST(EventServerThreadStackSize, BearsTheDeepestMessageAtItsSmallest)
 {
-    RunningServer running([](EventServer& server) { server.SetThreadStackSize(kSmallestStack); });
+    RunningServer running([](EventServer& server) { server.SetThreadStackSize(kMinStackSize); });
     const RawPeer peer = running.connect();
     subscribe(peer, "C");
     // With the message around it, nested as deep as the JSON library reads.
