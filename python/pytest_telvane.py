@@ -1,6 +1,6 @@
-"""The pytest plugin: a server, a bus and a power source for each test that asks for them.
+"""The pytest plugin: fixtures for a server, a bus and a power source.
 
-It is a module of its own and imports the package only when a fixture is used, so that it costs the other tests
+It is a separate module and imports the package only when a fixture is used, so that other tests pay
 nothing.
 """
 from __future__ import annotations
@@ -15,7 +15,7 @@ if TYPE_CHECKING:
 
 
 class _RunningServer:
-    """A server that was there before: on a machine under test."""
+    """A server that is already running, for example on the machine under test."""
 
     def __init__(self, path: str) -> None:
         self.path = path
@@ -46,7 +46,7 @@ def _setting(config: pytest.Config, name: str) -> Optional[str]:
 
 @pytest.fixture
 def telvane_server(request: pytest.FixtureRequest) -> Iterator[Any]:
-    """A server on a socket of its own (`telvane.testing.Server`), or the running one of --telvane-bus."""
+    """A server on its own socket (`telvane.testing.Server`), or the running server of --telvane-bus."""
     path = _setting(request.config, "telvane_bus")
     if path is not None:
         yield _RunningServer(path)
@@ -84,7 +84,7 @@ def telvane_bus(telvane_server: Server) -> Iterator[Bus]:
 def telvane_weld(request: pytest.FixtureRequest, telvane_server: Server) -> Iterator[Callable[..., PowerSource]]:
     """A function that starts a simulated power source: ``telvane_weld("--duration", "2")``.
 
-    The arguments are those of `telvane weld`. Sources that still run are ended after the test."""
+    The arguments are those of `telvane weld`. Sources that are still running are stopped after the test."""
     from telvane.testing import PowerSource
 
     program = _setting(request.config, "telvane_program")

@@ -1,4 +1,4 @@
-"""Records and messages of the Telvane bus: for test benches and for looking at welds.
+"""Client and records of the Telvane bus, for test benches and for the analysis of welds.
 
     with telvane.Bus("/run/telvane/bus") as bus:
         for sample in bus.listen(telvane.WeldTraceData, timeout=5):

@@ -6,7 +6,7 @@ from typing import Optional
 
 
 class Code(IntEnum):
-    """A code with names for the assigned numbers. Equipment may send others, which are kept and called
+    """A code with names for the assigned numbers. Equipment may send others, which are kept and named
     ``Code_`` and the number."""
 
     @classmethod

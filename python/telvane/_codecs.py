@@ -37,7 +37,7 @@ class LaterMoment(datetime):
 
 
 def moment(milliseconds: int) -> datetime:
-    """The time that many milliseconds after 1970, in UTC."""
+    """The time that many milliseconds after 1970-01-01, in UTC."""
     seconds, rest = divmod(milliseconds, 1000)
     try:
         return EPOCH + timedelta(0, seconds, rest * 1000)
@@ -63,7 +63,7 @@ _digits = re.compile("[0-9]+").search
 
 
 def read_moment(text: str) -> datetime:
-    """The first run of digits counts; a sign is ignored, as the C++ side does."""
+    """The first run of digits counts, and a sign is ignored, as in the C++ library."""
     found = _digits(text)
     if not found or len(found.group().lstrip("0")) > 19 or int(found.group()) > _INT64_MAX:
         raise RecordError(f"no time: {text[:40]!r}")
@@ -71,7 +71,7 @@ def read_moment(text: str) -> datetime:
 
 
 def whole(number: float) -> int:
-    """A JSON number as the C++ side sees it as an integer."""
+    """A JSON number as the C++ library reads it as an integer."""
     if number >= INT_MAX:
         return INT_MAX
     if number <= INT_MIN:
@@ -97,7 +97,7 @@ class Column(NamedTuple):
 
 
 class Codec:
-    """One kind of field. `pattern` matches its printed form, or is None if that has no fixed form."""
+    """One kind of field. `pattern` matches its printed form; None if it has no fixed form."""
 
     pattern: Optional[str] = None
     #: Expression that makes the value from group ``{}`` of a match.
@@ -432,7 +432,7 @@ class RecordCodec(Codec):
 
 
 class FastReader:
-    """Takes a record out of its printed form by one regular expression."""
+    """Reads a record from its printed form with one regular expression."""
 
     def __init__(self, compact: bool, first: int) -> None:
         self.compact = compact
@@ -537,7 +537,7 @@ def _is_union(origin: Any) -> bool:
 
 
 def codec_of(cls: Any) -> Any:
-    """The codec of a record class, made at the first call."""
+    """The codec of a record class, created by the first call."""
     codec = cls.__dict__.get("_codec")
     if codec is not None:
         return codec

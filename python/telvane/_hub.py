@@ -1,4 +1,4 @@
-"""What the blocking and the asyncio bus share: who listens to what, and where each packet goes.
+"""What the blocking and the asyncio bus share: the listeners of each channel, and the dispatch of packets.
 
 Nothing here does input or output, waits, or locks; the bus that owns a hub calls it from one thread at a time.
 """
@@ -45,7 +45,7 @@ def channel_and_class(what: What, channel: Optional[str]) -> Tuple[str, Optional
 
 
 class Arrived(NamedTuple):
-    """A message in a queue; it is read by who takes it out."""
+    """A message in a queue, which is decoded when it is taken out."""
 
     data: bytes
     arrival: float
@@ -118,7 +118,7 @@ class Inbox:
             self.items.append(RecordsDropped(gap, channel=self.channel))
 
     def take(self) -> Union[Item, Event, None]:
-        """The next readable record or mark; None if there is none."""
+        """The next readable record or event; None if there is none."""
         if self._gap and self.with_events and (self.drop_oldest or not self.items):
             gap, self._gap = self._gap, 0
             with_marks, self._gap_with_marks = self._gap_with_marks, False
@@ -169,7 +169,7 @@ class Asked:
             self.wake()
 
     def offer(self, data: bytes) -> bool:
-        """Takes the message if it is the answer: its `_id` is ours, or none that an asker has made."""
+        """Takes the message if it is the answer: its `_id` is that of this request, or of no request at all."""
         try:
             record = self.decode(data).record
         except (RecordError, NoPayload):
@@ -187,7 +187,7 @@ class Asked:
 
 
 class Served(enum.Enum):
-    """What the server has made of a subscription on this connection."""
+    """State of a subscription at the server, on this connection."""
 
     ASKED = 1
     ACTIVE = 2
@@ -213,13 +213,13 @@ class Hub:
 
     @property
     def urgent(self) -> bool:
-        """Whether somebody may wait for each message: an asker here, or one elsewhere that a responder serves."""
+        """Whether messages must not be delayed: a request waits here, or a responder here may get requests."""
         return bool(self.asked or self.answers or self.responders)
 
     # Subscriptions. Each of these returns what has to be sent.
 
     def acquire(self, channel: str) -> Optional[bytes]:
-        """One more listener of the channel."""
+        """Adds a listener of the channel."""
         self.wanted[channel] = self.wanted.get(channel, 0) + 1
         return self.ask_server(channel)
 
@@ -231,7 +231,7 @@ class Hub:
         return subscribe_request(channel)
 
     def release(self, channel: str) -> Optional[bytes]:
-        """One listener less."""
+        """Removes a listener of the channel."""
         self.wanted[channel] -= 1
         if self.wanted[channel]:
             return None
@@ -243,7 +243,7 @@ class Hub:
         return unsubscribe_request(channel)
 
     def not_sent(self, channel: str) -> None:
-        """Takes back the last request, for which there was no room."""
+        """Takes back the last request, which could not be sent."""
         kind, _ = self.answers.pop()
         if kind == SUBSCRIBE:
             self.served.pop(channel, None)
@@ -283,7 +283,7 @@ class Hub:
     # The connection.
 
     def connected(self) -> None:
-        """A new connection. What `greeting` returns has to be sent on it."""
+        """Starts a new connection. Send what `greeting` returns."""
         self.online = False
         self.epoch += 1
         self.counters.connections += 1
@@ -291,7 +291,7 @@ class Hub:
         self.answers.clear()
 
     def greeting(self) -> List[bytes]:
-        """Requests to send on a new connection; to be called again when they are sent, until there are none.
+        """Requests to send on a new connection. Call it again after sending them, until there are none.
 
         Then listeners may ask the server themselves; earlier, their requests would overtake these. The connection
         stands when `answers` is empty."""
@@ -310,7 +310,7 @@ class Hub:
         return requests
 
     def restored(self, now: float) -> None:
-        """The connection stands."""
+        """Marks the connection as established."""
         if self.epoch > 1:
             self.mark(ConnectionRestored(self.epoch, now - self.lost_at if self.lost_at else 0.0))
 
@@ -331,7 +331,7 @@ class Hub:
                 inbox.put_event(event)
 
     def end(self, error: BaseException) -> None:
-        """Ends everything that waits."""
+        """Ends all waits."""
         self.online = False
         for waiting in list(self.asked.values()):
             for asked in list(waiting):
@@ -344,7 +344,7 @@ class Hub:
     # Packets.
 
     def feed(self, data: bytes, arrival: float) -> None:
-        """Brings one packet to its listeners. Whatever it holds, nothing is raised."""
+        """Passes one packet to its listeners. Never raises, whatever the packet contains."""
         self.counters.packets += 1
         if len(data) >= MESSAGE_LIMIT:
             self.counters.too_large += 1

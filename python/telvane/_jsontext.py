@@ -1,4 +1,4 @@
-"""Reads and prints JSON exactly as the C++ side does.
+"""Reads and prints JSON exactly as the C++ library does.
 
 The two JSON readers differ in corners: the standard one takes ``NaN``, keeps the last of two equal keys, wants
 numbers of the standard's grammar and refuses bytes after the value. So `parse` uses the standard reader, which is
@@ -202,7 +202,7 @@ class _Reader:
 
     @staticmethod
     def hex(raw: str, escape: int) -> int:
-        """What are not four hexadecimal digits counts as 0, as in the C++ side."""
+        """Anything but four hexadecimal digits counts as 0, as in the C++ library."""
         digits = _hex4(raw, escape + 2)
         return int(digits.group(), 16) if digits else 0
 

@@ -1,4 +1,4 @@
-"""The base of all records, and the decorator for records of one's own."""
+"""The base of all records, and the decorator for your own records."""
 from __future__ import annotations
 
 import uuid
@@ -27,9 +27,9 @@ class Record:
     _sequence_tag: int = -1
 
     def to_json(self) -> str:
-        """The record as the library prints it, to the byte.
+        """The record as text, with the same bytes as the library prints.
 
-        Numbers that are not finite are printed as ``null``, which no receiver accepts; `check` finds them.
+        Infinite numbers and NaN are printed as ``null``, which no receiver accepts; `check` finds them.
         Raises `RecordError`, which names the field, for a value that the library could not hold.
         """
         try:
@@ -54,7 +54,7 @@ class Record:
 
     @classmethod
     def from_item(cls: Type[R], item: Any) -> R:
-        """Reads a record from a value that `telvane._jsontext.parse` has made."""
+        """Reads a record from a value that `telvane._jsontext.parse` returned."""
         try:
             record: R = codec_of(cls).read(item)
         except RecordError as error:
@@ -66,7 +66,7 @@ class Record:
         self.payload_text("")
 
     def payload_text(self, tabs: str) -> str:
-        """The checked record as it is printed inside a message, that many tabs deep."""
+        """The checked record as it is printed in a message, indented by that many tabs."""
         try:
             text: str = codec_of(type(self)).write(self, tabs, True)
         except RecordError as error:
@@ -74,7 +74,7 @@ class Record:
         return text
 
     def generate_id(self) -> None:
-        """Gives the record a random UUID as `_id`, unless it has one."""
+        """Sets `_id` to a random UUID, unless it is set."""
         if not self._id:
             self._id = str(uuid.uuid4())
 
@@ -88,7 +88,7 @@ class Record:
 
 
 def record(cls: Type[R]) -> Type[R]:
-    """Makes a dataclass a record, and says at once which of its fields cannot travel::
+    """Turns a dataclass into a record. Raises an error for a field that cannot be sent::
 
         @telvane.record
         @dataclass
@@ -96,9 +96,9 @@ def record(cls: Type[R]) -> Type[R]:
             temperature: float = 20.0
             door: Optional[str] = None
 
-    Its channel is its name. Whole numbers may have up to 53 bits, what JSON carries exactly. A list of a fixed
-    length has it in its metadata: ``field(default_factory=..., metadata={"size": 4})``; the greatest length of
-    another one is ``"limit"``.
+    Its channel is its name. Integers may have up to 53 bits, which JSON transports exactly. For a list
+    of fixed length, give the length in the metadata: ``field(default_factory=..., metadata={"size": 4})``. ``"limit"``
+    is the maximum length of any other list.
     """
     if not issubclass(cls, Record):
         raise TypeError(f"{cls.__name__}: derive it from telvane.Record")
@@ -111,7 +111,7 @@ def record(cls: Type[R]) -> Type[R]:
 
 @dataclass(eq=False)
 class DateTime(Record):
-    """A point in time, of milliseconds. In JSON it is a text, ``/Date(milliseconds)/``, without `_id` and tag.
+    """A point in time, in milliseconds. In JSON it is a string, ``/Date(milliseconds)/``, without `_id` and tag.
 
     Fields of other records that hold one are plain `datetime` objects, in UTC.
     """
@@ -121,7 +121,7 @@ class DateTime(Record):
 
     @classmethod
     def now(cls) -> DateTime:
-        """The present moment."""
+        """The current time."""
         return cls(datetime.now(timezone.utc))
 
 

@@ -1,4 +1,4 @@
-"""Sequenced-packet sockets, with what both buses need of them."""
+"""The operations on sequenced-packet sockets that both buses need."""
 from __future__ import annotations
 
 import errno
@@ -29,7 +29,7 @@ def checked_path(path: "str | os.PathLike[str]") -> str:
 
 
 def connect(path: str) -> socket.socket:
-    """Connects without waiting; raises OSError. A server whose queue is full is BlockingIOError."""
+    """Connects without waiting; raises OSError, or BlockingIOError if the server's queue is full."""
     sock = socket.socket(socket.AF_UNIX, socket.SOCK_SEQPACKET)
     try:
         sock.setblocking(False)
@@ -49,7 +49,7 @@ def reason_of(error: OSError) -> Reason:
 
 
 def send(sock: socket.socket, data: bytes) -> None:
-    """Sends without waiting; raises BlockingIOError if there is no room."""
+    """Sends without waiting; raises BlockingIOError if there is no space."""
     sock.send(data, _SEND_FLAGS)
 
 
@@ -60,10 +60,10 @@ def wait_for(sock: socket.socket, event: int, timeout: float) -> bool:
 
 
 class Gathering:
-    """Lets packets gather in the socket when they follow each other closely.
+    """Lets packets collect in the socket if they arrive close together.
 
-    To wake a thread or a loop, and to hand over a record, costs several times as much as reading it. The pause leaves
-    most of the socket's room free.
+    Waking a thread or a loop and passing it a record costs several times as much as reading the record. The pause is
+    so short that most of the socket's buffer stays free.
     """
 
     _DENSE = 0.001
@@ -74,7 +74,7 @@ class Gathering:
         self._interval, self._before = 1.0, time.monotonic()
 
     def pause(self, packets: int) -> float:
-        """Seconds to wait before the next reading, after one of so many packets; 0 while they are rare."""
+        """Seconds to wait before the next read, after a read of so many packets; 0 while packets are rare."""
         now = time.monotonic()
         self._interval += ((now - self._before) / max(packets, 1) - self._interval) / 4
         self._before = now
@@ -82,7 +82,7 @@ class Gathering:
 
 
 class Reader:
-    """Reads packets from a blocking socket, all that are there at once.
+    """Reads packets from a blocking socket, all that have arrived at once.
 
     Every system call of Python gives up the interpreter's lock, and a thread that computes gives it back after 5 ms
     only. Packet by packet, that would be 200 packets a second, and the server would drop the rest. So the first
@@ -94,14 +94,14 @@ class Reader:
         self._more: Optional[Callable[[int], List[bytes]]] = _recvmmsg()
 
     def read(self, sock: socket.socket) -> List[bytes]:
-        """At least one packet; an empty one is the end of the connection."""
+        """At least one packet. An empty packet is the end of the connection."""
         first = sock.recv(MESSAGE_LIMIT)
         if not first or self._more is None:
             return [first]
         return [first, *self._more(sock.fileno())]
 
     def gathered(self, sock: socket.socket) -> List[bytes]:
-        """The packets that are there, possibly none; does not wait and keeps the interpreter's lock."""
+        """The packets that have arrived, possibly none. Does not wait, and keeps the interpreter's lock."""
         return self._more(sock.fileno()) if self._more is not None else []
 
 

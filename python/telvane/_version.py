@@ -1,3 +1,3 @@
-"""The version of the package, that of the library."""
+"""The version of the package, which is that of the library."""
 
 __version__ = "1.0.0"

@@ -1,6 +1,6 @@
 """The bus for asyncio: the same names and rules as the blocking one, without a thread.
 
-asyncio's own Unix connections know stream sockets only, so the socket is read with `add_reader`.
+asyncio's Unix connections support only stream sockets, so the socket is read with `add_reader`.
 """
 from __future__ import annotations
 
@@ -44,7 +44,7 @@ def _finish(future: asyncio.Future[None]) -> None:
 
 
 class _Signal:
-    """Wakes all that wait for a change. Nothing is taken from it, so a waiter that is cancelled loses nothing."""
+    """Wakes all tasks that wait for a change. A waiter takes nothing from it, so cancelling one loses nothing."""
 
     def __init__(self) -> None:
         self._futures: Set[asyncio.Future[None]] = set()
@@ -131,7 +131,7 @@ class _Core:
         self.greet()
 
     def greet(self) -> None:
-        """Makes the subscriptions; with the server's last answer the connection stands."""
+        """Subscribes. The connection is established with the server's last answer."""
         while self.sock is not None:
             if not self.requests:
                 self.requests = self.hub.greeting()
@@ -161,7 +161,7 @@ class _Core:
         self.pause = min(2 * self.pause, LONGEST_PAUSE)
 
     def read(self) -> None:
-        """Reads what is there, but not endlessly: other tasks have their turn."""
+        """Reads packets that have arrived, but only some of them, so that other tasks can run."""
         awaited = len(self.hub.answers)
         arrival = time.time()
         packets = 0
@@ -193,7 +193,7 @@ class _Core:
                 self.greet()
 
     def gather(self, packets: int) -> None:
-        """Reads by the clock while packets follow each other closely, otherwise when there are some."""
+        """Reads at intervals while packets arrive close together, otherwise when the socket is readable."""
         assert self.loop is not None and self.sock is not None
         pause = self.gathering.pause(packets)
         if pause and packets and not self.hub.urgent:
@@ -315,7 +315,7 @@ class _Core:
             await self.writable.wait(deadline)
 
     async def subscribed(self, channel: str, deadline: float) -> None:
-        """Waits until the server has accepted the subscription; returns during an outage, too."""
+        """Waits until the server has accepted the subscription; also returns during an outage."""
         assert self.loop is not None
         while self.state in (State.CONNECTING, State.CONNECTED):
             served = self.hub.served.get(channel)
@@ -353,7 +353,7 @@ class _Core:
 
 
 class _Handle:
-    """What a listener and a subscription have in common."""
+    """The common base of listener and subscription."""
 
     def __init__(self, core: _Core, inbox: Inbox) -> None:
         self._core = core
@@ -369,12 +369,12 @@ class _Handle:
 
     @property
     def counters(self) -> ListenerCounters:
-        """What became of the messages."""
+        """Counters of the messages."""
         return self._inbox.counters
 
     @property
     def pending(self) -> int:
-        """How many records wait in the queue."""
+        """Number of records in the queue."""
         return len(self._inbox.items)
 
     @property
@@ -383,7 +383,7 @@ class _Handle:
         return self._inbox.closed
 
     async def ready(self, timeout: float = 1.0) -> None:
-        """Returns when the server has accepted the subscription, and during an outage at once."""
+        """Returns when the server has accepted the subscription, or at once during an outage."""
         core = self._core
         await core.subscribed(self.channel, core.refuse_here().time() + timeout)
 
@@ -438,7 +438,7 @@ class Listener(_Handle, Generic[T]):
         return item
 
     async def recv(self, timeout: Optional[float] = None) -> T:
-        """The next record, or mark.
+        """The next record, or event.
 
         Raises RequestTimeout if none comes within `timeout` seconds, NotConnected if there is no connection then,
         BusClosed after the end. When it is cancelled, no record is lost.
@@ -457,7 +457,7 @@ class Listener(_Handle, Generic[T]):
         return result
 
     def close(self) -> None:
-        """Ends the listener. Any number of times."""
+        """Ends the listener. May be called more than once."""
         self._end()
 
     async def __aenter__(self) -> Listener[T]:
@@ -534,9 +534,9 @@ class Subscription(_Handle):
 
 
 class Bus:
-    """A connection to a server that comes back after each loss, with its subscriptions.
+    """A connection to a server. After each loss, it reconnects and resubscribes.
 
-    It may be made anywhere; it begins with ``async with`` and belongs to that event loop. Callbacks may be functions
+    It can be created anywhere. It starts with ``async with`` and belongs to that event loop. Callbacks may be functions
     or coroutine functions. `on_error` is called with each exception of a callback and its subscription, which is
     None for `on_state`; such exceptions are also logged and counted, and the bus goes on. `on_state` is called with
     each StateChange.
@@ -555,22 +555,22 @@ class Bus:
 
     @property
     def state(self) -> State:
-        """Where the connection is."""
+        """State of the connection."""
         return self._core.state
 
     @property
     def reason(self) -> Reason:
-        """Why it is there."""
+        """Reason for the state."""
         return self._core.reason
 
     @property
     def cause(self) -> Optional[BaseException]:
-        """The error of the system that led there, if there is one."""
+        """The system's error that caused the state, if there is one."""
         return self._core.cause
 
     @property
     def connected(self) -> bool:
-        """Whether the server has answered and all subscriptions are in force."""
+        """Whether the server has answered and accepted all subscriptions."""
         return self._core.state is State.CONNECTED
 
     @property
@@ -580,7 +580,7 @@ class Bus:
 
     @property
     def counters(self) -> Counters:
-        """What happened on this bus."""
+        """Counters of the bus."""
         return self._core.hub.counters
 
     async def wait_connected(self, timeout: float = 5.0) -> None:
@@ -639,7 +639,7 @@ class Bus:
 
     async def request(self, what: Union[str, Type[Record]], question: Optional[Record] = None, *,
                       channel: Optional[str] = None, timeout: float = 1.0) -> Any:
-        """Asks for a record and returns the answer, as `telvane.Bus.request` does."""
+        """Requests a record and returns the answer, as `telvane.Bus.request` does."""
         core = self._core
         deadline = core.refuse_here().time() + timeout
         name, cls = channel_and_class(what, channel)
@@ -687,7 +687,7 @@ class Bus:
         return Subscription(core, inbox, answer)
 
     async def close(self, timeout: float = 5.0) -> None:
-        """Ends all listeners, callbacks and tasks. Any number of times."""
+        """Ends all listeners, callbacks and tasks. May be called more than once."""
         await self._core.close(timeout)
 
     async def __aenter__(self) -> Bus:

@@ -101,7 +101,7 @@ class _Core:
             self._need_caller()
 
     def _converse(self, sock: socket.socket) -> bool:
-        """From the connection to its loss. Whether the subscriptions stood in between."""
+        """Runs one connection until it is lost. Returns whether it was established."""
         stood = False
         reason = Reason.LOST
         cause: Optional[BaseException] = None
@@ -159,7 +159,7 @@ class _Core:
         return True
 
     def _greet(self, sock: socket.socket) -> Reason:
-        """Makes the subscriptions and waits for the server's answers."""
+        """Subscribes, and waits for the server's answers."""
         deadline = time.monotonic() + ANSWER_TIMEOUT
         requests: List[bytes] = []
         heard = False
@@ -204,7 +204,7 @@ class _Core:
     # Sending.
 
     def refuse_here(self, blocking: bool = True) -> None:
-        """Raises unless the calling thread may use the bus and wait."""
+        """Raises WrongContext unless the calling thread may wait for the bus."""
         if os.getpid() != self.pid:
             raise WrongContext("this bus was made before the fork; make one in this process")
         if blocking and threading.current_thread() is self.caller:
@@ -219,7 +219,7 @@ class _Core:
             raise WrongContext("this would block the running event loop; use telvane.aio.Bus")
 
     def send(self, data: bytes, deadline: float) -> None:
-        """Sends, waiting for room and for a connection attempt that is under way."""
+        """Sends, waiting for space in the socket and for a connection attempt in progress."""
         while True:
             with self.lock:
                 self.await_connection(deadline)
@@ -256,7 +256,7 @@ class _Core:
             raise self.not_connected()
 
     def send_now(self, request: Optional[bytes], channel: str) -> bool:
-        """With the lock held, so that requests travel in the order in which the hub has made them. False if there
+        """With the lock held, so that requests are sent in the order in which the hub created them. False if there
         is no room."""
         if request is None or self.sock is None:
             return True
@@ -270,7 +270,7 @@ class _Core:
             return True  # the receiver finds the loss, and the next connection makes the subscription
 
     def subscribed(self, channel: str, sent: bool, deadline: float) -> None:
-        """With the lock held. Waits until the server has accepted the subscription; returns during an outage, too,
+        """With the lock held. Waits until the server has accepted the subscription; also returns during an outage,
         because the next connection makes it."""
         while self.state in (State.CONNECTING, State.CONNECTED):
             if not sent:
@@ -384,7 +384,7 @@ _cores: "weakref.WeakSet[_Core]" = weakref.WeakSet()
 
 @atexit.register
 def _close_all() -> None:
-    """Ends the threads before the interpreter takes their modules away."""
+    """Ends the threads before the interpreter unloads their modules."""
     for core in list(_cores):
         core.close(1.0)
 
@@ -401,7 +401,7 @@ os.register_at_fork(after_in_child=_after_fork)
 
 
 class _Handle:
-    """What a listener and a subscription have in common."""
+    """The common base of listener and subscription."""
 
     def __init__(self, core: _Core, inbox: Inbox) -> None:
         self._core = core
@@ -414,12 +414,12 @@ class _Handle:
 
     @property
     def counters(self) -> ListenerCounters:
-        """What became of the messages."""
+        """Counters of the messages."""
         return self._inbox.counters
 
     @property
     def pending(self) -> int:
-        """How many records wait in the queue."""
+        """Number of records in the queue."""
         return len(self._inbox.items)
 
     @property
@@ -514,7 +514,7 @@ class Listener(_Handle, Generic[T]):
                 self._waiter.wait(remaining)
 
     def recv(self, timeout: Optional[float] = None) -> T:
-        """The next record, or mark.
+        """The next record, or event.
 
         Raises RequestTimeout if none comes within `timeout` seconds, NotConnected if there is no connection then,
         BusClosed after the end.
@@ -534,7 +534,7 @@ class Listener(_Handle, Generic[T]):
         return result
 
     def close(self) -> None:
-        """Ends the listener. Any number of times."""
+        """Ends the listener. May be called more than once."""
         self._end()
 
     def __enter__(self) -> Listener[T]:
@@ -589,7 +589,7 @@ class Subscription(_Handle):
 
 
 class Bus:
-    """A connection to a server that comes back after each loss, with its subscriptions.
+    """A connection to a server. After each loss, it reconnects and resubscribes.
 
     It connects in the background, and the constructor does not wait for it. All methods may be called from any
     thread. Those that wait are refused with WrongContext in callbacks of the same bus, on a thread with a running
@@ -625,22 +625,22 @@ class Bus:
 
     @property
     def state(self) -> State:
-        """Where the connection is."""
+        """State of the connection."""
         return self._state.state
 
     @property
     def reason(self) -> Reason:
-        """Why it is there."""
+        """Reason for the state."""
         return self._state.reason
 
     @property
     def cause(self) -> Optional[BaseException]:
-        """The error of the system that led there, if there is one."""
+        """The system's error that caused the state, if there is one."""
         return self._state.cause
 
     @property
     def connected(self) -> bool:
-        """Whether the server has answered and all subscriptions are in force."""
+        """Whether the server has answered and accepted all subscriptions."""
         return self._state.state is State.CONNECTED
 
     @property
@@ -650,7 +650,7 @@ class Bus:
 
     @property
     def counters(self) -> Counters:
-        """What happened on this bus."""
+        """Counters of the bus."""
         return self._state.hub.counters
 
     def wait_connected(self, timeout: float = 5.0) -> None:
@@ -664,7 +664,7 @@ class Bus:
                 raise core.not_connected()
 
     def publish(self, record: Record, channel: Optional[str] = None, *, timeout: Optional[float] = None) -> None:
-        """Publishes a record, on the channel that is called like its class unless another one is given.
+        """Publishes a record, by default on the channel with the name of its class.
 
         Returns when the message is sent. Raises RecordError for a record that no receiver could read, TooLarge,
         NotConnected at once during an outage (but waits for a first attempt that is under way), RequestTimeout
@@ -689,9 +689,9 @@ class Bus:
 
     def listen(self, what: Union[str, Type[R]], *, channel: Optional[str] = None, timeout: Optional[float] = None,
                queue: int = DEFAULT_QUEUE, drop: str = "oldest", with_events: bool = False) -> Listener[Any]:
-        """Listens to the records of a class, or by name to a channel; of a name without a class come plain dicts.
+        """Listens to the records of a class, or to a channel by name. If no class has that name, records are dicts.
 
-        The queue begins to fill now. A loop over the listener ends `timeout` seconds after the last record; without
+        The queue starts to fill now. A loop over the listener ends `timeout` seconds after the last record; without
         a connection at that moment it raises NotConnected. A full queue drops the `oldest` or the `newest` records
         and counts them. With `with_events=True` the stream has marks: ConnectionLost, ConnectionRestored and
         RecordsDropped.
@@ -725,12 +725,12 @@ class Bus:
 
     def request(self, what: Union[str, Type[Record]], question: Optional[Record] = None, *,
                 channel: Optional[str] = None, timeout: float = 1.0) -> Any:
-        """Asks for a record and returns the answer.
+        """Requests a record and returns the answer.
 
         The question, an empty record unless one is given, is published on the channel ``req_`` and the name. The
         answer is the record with the question's `_id`, which responders of this package and of the C++ class Bus
-        repeat, or the next one without such an `_id`. The bus cannot tell that nobody answers: RequestTimeout is raised
-        then. A lost connection ends the request with NotConnected.
+        repeat, or the next one without such an `_id`. The bus cannot tell whether there is a
+        responder: without one, RequestTimeout is raised. If the connection is lost, NotConnected is raised.
         """
         core = self._checked()
         deadline = time.monotonic() + timeout
@@ -756,7 +756,7 @@ class Bus:
 
     @staticmethod
     def _ask(core: _Core, data: bytes, deadline: float) -> None:
-        """With the lock held, which is given up while there is no room."""
+        """With the lock held, which is released while there is no space in the socket."""
         while core.sock is not None:
             try:
                 send(core.sock, data)
@@ -798,7 +798,7 @@ class Bus:
         return subscription
 
     def close(self, timeout: float = _END_TIMEOUT) -> None:
-        """Ends all listeners, callbacks and threads, within the time given. Any number of times."""
+        """Ends all listeners, callbacks and threads, within `timeout`. May be called more than once."""
         if self._core is not None:
             self._core.close(timeout)
 
@@ -823,14 +823,14 @@ class Bus:
 
 
 def question_packet(name: str, question: Optional[Record], asked: Asked) -> bytes:
-    """The message that asks, with an identifier that finds its answer."""
+    """The request, with the identifier that its answer repeats."""
     record = RequestType() if question is None else copy.copy(question)
     record._id = asked.id
     return publication("req_" + name, record)
 
 
 def answer_packet(name: str, record: Record, asked: Any) -> bytes:
-    """The message that answers, with the identifier of the question."""
+    """The answer, with the identifier of the request."""
     identifier = getattr(asked, "_id", "")
     if identifier:
         record = copy.copy(record)

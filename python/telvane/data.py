@@ -45,21 +45,21 @@ Path = Union[str, "os.PathLike[str]"]
 
 
 class RecordingError(ValueError):
-    """A file that is no recording, or one that cannot be opened here."""
+    """A file that is not a recording, or that cannot be opened here."""
 
 
 class RecordingWarning(UserWarning):
-    """A recording that is damaged or torn; all its whole lines are there."""
+    """A recording is damaged or torn. All its complete lines were read."""
 
 
 class Message(NamedTuple):
     """One message of a recording."""
 
     record: Any
-    """The record: of the class that its channel is called like, or a dict if there is none."""
+    """The record, of the class with the name of its channel; a dict if there is no such class."""
     channel: str
     number: int
-    """The server's number."""
+    """The sequence number."""
     arrival: datetime
     """When it arrived at the recorder."""
     ns: int
@@ -135,7 +135,7 @@ def _moment(text: str) -> Tuple[datetime, int]:
 
 
 class Recording:
-    """One recording, of one file or of several that belong together. It is read from the file at each use."""
+    """One recording, in one or several files. Each operation reads the files again."""
 
     def __init__(self, paths: Sequence[Path]) -> None:
         if not paths:
@@ -218,7 +218,7 @@ class Recording:
                           RecordingWarning, stacklevel=3)
 
     def __iter__(self) -> Iterator[Message]:
-        """All messages in the order of their arrival; warns at the end if something is missing."""
+        """All messages in the order of arrival. Warns at the end if lines were damaged."""
         for path, first, lines in self._chunks():
             for number, data in enumerate(lines.split(b"\n"), first):
                 try:
@@ -233,7 +233,7 @@ class Recording:
         self._report()
 
     def channels(self) -> Dict[str, int]:
-        """How many messages each channel has."""
+        """Number of messages of each channel."""
         counts: Dict[str, int] = {}
         for _, _, lines in self._chunks():
             for data in lines.split(b"\n"):
@@ -265,8 +265,8 @@ class Recording:
         self.columns(what, channel=channel).to_parquet(path)
 
     def welds(self) -> List[Weld]:
-        """The welds: from each WeldTriggerStart to the WeldTriggerEnd that follows it. A weld whose begin or end is
-        not in the recording has None there."""
+        """The welds: from each WeldTriggerStart to the next WeldTriggerEnd. If the start or end of a weld is
+        not in the recording, it is None."""
         samples = self.columns(WeldTraceData)
         events: List[Tuple[int, Union[WeldTriggerStart, WeldTriggerEnd]]] = []
         for _, _, lines in self._chunks():
@@ -304,7 +304,7 @@ class Weld:
 
     @property
     def tag(self) -> Optional[int]:
-        """The identifier that both events carry."""
+        """The tag, which start and end share."""
         event = self.start or self.end
         return event.tag if event is not None else None
 
@@ -322,7 +322,7 @@ class Weld:
         return self.samples.to_numpy()
 
     def summary(self) -> Dict[str, Any]:
-        """What a table of welds says of it."""
+        """The row of the weld in a table of welds."""
         row: Dict[str, Any] = {"tag": self.tag, "begin": self.samples.arrival(self.begin_ns), "duration": self.duration,
                                "samples": len(self.samples)}
         if self.start is not None:
@@ -352,7 +352,7 @@ def _welds(samples: Columns, events: List[Tuple[int, Union[WeldTriggerStart, Wel
 
 
 class Columns:
-    """The records of one class, column by column.
+    """The records of one class, as columns.
 
     `ns` is the arrival in nanoseconds since the start of the recording, `number` the server's number. The others are
     named by the path of the field, ``data.amps`` or ``mPSValues[3]``; a list without a fixed length is one column.
@@ -396,7 +396,7 @@ class Columns:
         return self._recording.started + timedelta(microseconds=ns // 1000)
 
     def add(self, path: str, first: int, lines: bytes) -> None:
-        """Takes the records of the class out of some lines."""
+        """Reads the records of the class from some lines."""
         if self._find is None:
             for number, data in enumerate(lines.split(b"\n"), first):
                 self._add_line(path, number, data)
@@ -454,7 +454,7 @@ class Columns:
             column.append(value)
 
     def between(self, first: int, last: int) -> Columns:
-        """The rows that arrived in a span of time, both ends included."""
+        """The rows that arrived in a span of time, including both ends."""
         begin, end = bisect_left(self.ns, first), bisect_right(self.ns, last)
         part = Columns(self._recording, self._cls, self._channel)
         part.ns, part.number = self.ns[begin:end], self.number[begin:end]
@@ -542,13 +542,13 @@ _canonical = re.compile(rb'\{"ns":[0-9]{1,18},"channel":"([^"\\\x00-\x1f]*)","se
 
 
 def _channel_of(data: bytes) -> Optional[str]:
-    """The channel of a line in the recorder's form."""
+    """The channel of a line as the recorder writes it."""
     found = _canonical(data)
     return decode_text(found.group(1)) if found else None
 
 
 def _read_line(data: bytes) -> Line:
-    """Raises ValueError if the line is no record."""
+    """Raises ValueError if the line is not a record."""
     if b"\0" in data:
         raise ValueError("a zero byte in the line")
     members = members_of(parse(data))

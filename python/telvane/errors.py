@@ -42,11 +42,11 @@ class BusClosed(BusError):
 
 
 class RequestTimeout(BusError, TimeoutError):
-    """The deadline passed without an answer, a message, or room to send."""
+    """The deadline passed without an answer, without a message, or without space to send."""
 
 
 class TooLarge(BusError):
-    """The message is larger than what arrives everywhere."""
+    """The message is too large for some receivers."""
 
     def __init__(self, size: int, limit: int) -> None:
         super().__init__(f"the message has {size} bytes; {limit} arrive everywhere")

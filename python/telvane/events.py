@@ -1,4 +1,4 @@
-"""What a bus says about its connection and about each message."""
+"""What a bus reports about its connection and about each message."""
 from __future__ import annotations
 
 import enum
@@ -11,12 +11,12 @@ __all__ = ["ConnectionLost", "ConnectionRestored", "Counters", "Delivery", "Even
 
 
 class State(enum.Enum):
-    """Where the connection is."""
+    """State of the connection."""
 
     CONNECTING = "connecting"
-    """The first attempt, or another one, is under way."""
+    """An attempt to connect is in progress."""
     CONNECTED = "connected"
-    """The server has answered, and all subscriptions are in force."""
+    """The server has answered and accepted all subscriptions."""
     WAITING = "waiting"
     """The last attempt failed, or the connection was lost; the next attempt follows after a pause."""
     CLOSED = "closed"
@@ -46,19 +46,19 @@ class StateChange:
     epoch: int
     """Number of connections so far."""
     cause: Optional[BaseException] = None
-    """The error of the system, if there is one."""
+    """The system's error, if there is one."""
 
 
 class Delivery(NamedTuple):
-    """How a record arrived. More fields may follow in later versions."""
+    """The circumstances in which a record arrived. Later versions may add fields."""
 
     channel: str
     number: int
-    """The server's number, 0 to 65535; all channels share one counter."""
+    """Sequence number, 0 to 65535; all channels share one counter."""
     epoch: int
-    """Grows with each connection."""
+    """Number of the connection, which increases with each one."""
     skipped_numbers: int
-    """Numbers since this listener's last record; they may belong to other channels. 0 after a new connection."""
+    """Sequence numbers since this listener's last record, possibly of other channels; 0 after a new connection."""
     arrival: float
     """When the record arrived, in seconds since 1970."""
 
@@ -69,12 +69,12 @@ class Delivery(NamedTuple):
 
 
 class Event:
-    """A mark in the stream of a listener that was made with ``with_events=True``."""
+    """An event in the stream of a listener with ``with_events=True``."""
 
 
 @dataclass(frozen=True)
 class ConnectionLost(Event):
-    """From here on records are missing, until the next `ConnectionRestored`."""
+    """Records are missing from here to the next `ConnectionRestored`."""
 
     reason: Reason
     cause: Optional[BaseException] = None
@@ -82,7 +82,7 @@ class ConnectionLost(Event):
 
 @dataclass(frozen=True)
 class ConnectionRestored(Event):
-    """The subscription is in force again; what was published in between is missing."""
+    """The subscription is active again. Records published in between are missing."""
 
     epoch: int
     outage: float
@@ -95,7 +95,7 @@ class RecordsDropped(Event):
 
     count: int
     with_marks: bool = False
-    """Marks of lost or restored connections were dropped, too."""
+    """Events of lost or restored connections were also dropped."""
     channel: str = field(default="", compare=False)
     """The channel of the listener."""
 
@@ -111,30 +111,30 @@ class ListenerCounters:
     invalid: int = 0
     """Of those, without a payload or with one that the record class cannot read."""
     callback_errors: int = 0
-    """Exceptions of the callback."""
+    """Exceptions that left the callback."""
 
 
 @dataclass
 class Counters:
-    """What happened on a bus since it was made."""
+    """Counters of a bus since it was created."""
 
     packets: int = 0
     """Packets that arrived."""
     not_json: int = 0
     """Of those, not JSON."""
     too_large: int = 0
-    """Of those, of 16384 bytes or more, which arrive cut."""
+    """Of those, 16384 bytes or more, which arrive truncated."""
     unexpected: int = 0
-    """Of those, for a channel without a listener; a few follow the end of a subscription."""
+    """Of those, for a channel without a listener. A few are normal after the end of a subscription."""
     dropped: int = 0
     """Records that full queues dropped, of all listeners."""
     invalid: int = 0
     """Records that could not be read, of all listeners."""
     callback_errors: int = 0
-    """Exceptions of callbacks and responders."""
+    """Exceptions that left callbacks and responders."""
     published: int = 0
     """Messages sent."""
     connections: int = 0
-    """Connections made, the first one included."""
+    """Connections made, including the first one."""
     failed_attempts: int = field(default=0)
     """Attempts to connect that failed."""

@@ -1,6 +1,6 @@
-"""For test benches: a server of one's own, a simulated power source, and expectations around a stimulus.
+"""For test benches: a private server, a simulated power source, and expectations around a stimulus.
 
-The fixtures of the pytest plugin are made of these; they work without pytest, too.
+The fixtures of the pytest plugin use these classes, which also work without pytest.
 """
 from __future__ import annotations
 
@@ -43,7 +43,7 @@ class ProgramNotFound(RuntimeError):
 
 
 class ServerFailed(RuntimeError):
-    """The server did not start; the message holds its output."""
+    """The server did not start. The message contains its output."""
 
 
 def find_program(program: Optional[str] = None) -> str:
@@ -98,7 +98,7 @@ class _Process:
 
 
 class Server:
-    """`telvane serve` on a socket of its own. It ends with `stop`, or when this process ends."""
+    """`telvane serve` on its own socket. It ends with `stop`, or when this process ends."""
 
     #: Servers of this process by the path of their socket, so that a failed expectation can show their output.
     _by_path: Dict[str, Server] = {}
@@ -119,7 +119,7 @@ class Server:
         self._by_path[self.path] = self
 
     def start(self) -> None:
-        """Starts it, after `kill` for instance. Returns when it answers."""
+        """Starts it, for example after `kill`. Returns when it answers."""
         if self._process is not None:
             return
         process = _Process([self.program, "serve", *self.options, self.path], self._output, self.directory)
@@ -142,20 +142,20 @@ class Server:
 
     @property
     def pid(self) -> Optional[int]:
-        """Number of the process; None while it does not run."""
+        """Process ID; None while it is not running."""
         return self._process.process.pid if self._process is not None else None
 
     def kill(self) -> None:
-        """Ends it as a crash would."""
+        """Kills it, like a crash."""
         self._end(signal.SIGKILL)
 
     def restart(self) -> None:
-        """Kills it and starts it again on the same path."""
+        """Kills it and restarts it on the same path."""
         self.kill()
         self.start()
 
     def output(self) -> str:
-        """What it has written."""
+        """Its output so far."""
         try:
             with open(self._output, encoding="utf-8", errors="replace") as file:
                 return file.read()
@@ -168,7 +168,7 @@ class Server:
             self._process = None
 
     def stop(self) -> None:
-        """Ends it and removes its directory. Any number of times."""
+        """Ends it and removes its directory. May be called more than once."""
         self._end(signal.SIGTERM)
         self._by_path.pop(self.path, None)
         shutil.rmtree(self.directory, ignore_errors=True)
@@ -217,11 +217,11 @@ class PowerSource:
 
     @property
     def running(self) -> bool:
-        """Whether it still welds."""
+        """Whether it is still welding."""
         return self._process.process.poll() is None
 
     def output(self) -> str:
-        """What it has written."""
+        """Its output so far."""
         with open(self._output, encoding="utf-8", errors="replace") as file:
             return file.read()
 
@@ -235,7 +235,7 @@ class PowerSource:
             raise RuntimeError(f"telvane weld ended with exit code {code}:\n{self.output()}")
 
     def stop(self) -> None:
-        """Ends it. Any number of times."""
+        """Ends it. May be called more than once."""
         self._process.end(signal.SIGTERM)
         shutil.rmtree(self.directory, ignore_errors=True)
 
@@ -247,7 +247,7 @@ class PowerSource:
 
 
 class Expectation(Generic[T]):
-    """What `expect` and `expect_none` return; use it in a ``with`` statement around the stimulus."""
+    """The result of `expect` and `expect_none`. Use it in a ``with`` statement around the stimulus."""
 
     def __init__(self, bus: Bus, what: Union[str, Type[Record]], where: Optional[Callable[[Any], bool]], within: float,
                  channel: Optional[str], none: bool) -> None:
@@ -339,7 +339,7 @@ def _shown(other: Any) -> str:
 
 
 def _traffic(bus: Bus, channel: str) -> List[str]:
-    """What the server has relayed on other channels."""
+    """What the server relayed on other channels."""
     try:
         answer = bus.request("TelvaneChannels", timeout=0.5)
         channels = [entry for entry in answer["channels"]
@@ -365,7 +365,7 @@ def expect(bus: Bus, what: str, *, where: Optional[Callable[[Any], bool]] = ...,
 
 def expect(bus: Bus, what: Union[str, Type[Record]], *, where: Optional[Callable[[Any], bool]] = None,
            within: float = 2.0, channel: Optional[str] = None) -> Expectation[Any]:
-    """Expects a record of the stimulus in the ``with`` statement, at the latest `within` seconds after its end::
+    """Expects a record in the ``with`` statement, or up to `within` seconds after its end::
 
         with expect(bus, "WeldTriggerEnd", where=lambda end: end.tag == 7, within=2) as seen:
             stop_the_arc()
@@ -376,5 +376,5 @@ def expect(bus: Bus, what: Union[str, Type[Record]], *, where: Optional[Callable
 
 def expect_none(bus: Bus, what: Union[str, Type[Record]], *, where: Optional[Callable[[Any], bool]] = None,
                 within: float = 0.5, channel: Optional[str] = None) -> Expectation[Any]:
-    """Expects that no such record comes until `within` seconds after the end of the ``with`` statement."""
+    """Expects that no such record arrives until `within` seconds after the end of the ``with`` statement."""
     return Expectation(bus, what, where, within, channel, none=True)
