@@ -19,9 +19,9 @@
 namespace TelvaneTool
 {
 
-/// A connection to the bus that never blocks its user for ever.
+/// A connection to the bus that never blocks its caller forever.
 ///
-/// The client itself waits without a time-out for a server that is gone. A watchdog thread therefore watches for
+/// The client itself waits without a time-out for a server that has died. A watchdog thread therefore watches for
 /// signals, for a lost connection and, if standard output is used for data, for a closed reader. It notifies the
 /// main thread, unblocks a send by disconnecting, and exits the process if the main thread does not return in time.
 /// The functions print their errors.

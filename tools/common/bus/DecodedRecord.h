@@ -9,7 +9,7 @@ namespace TelvaneTool
 {
 
 /// A prototype for subscriptions that accepts every payload and decodes it as a class of the catalogue. Payloads that
-/// cannot be decoded reach the callback, too.
+/// cannot be decoded reach the callback as well.
 class DecodedRecord : public Telvane::TelvaneDataTypeBase
 {
 public:

@@ -45,8 +45,8 @@ int PatternSubscriber::start()
     if (result != kSuccess || !m_status.has_value()) {
         return result;
     }
-    // A server relays a channel only after a first subscription, so its answer lacks channels that nobody else
-    // has subscribed to yet.
+    // A server reports a channel only after its first subscription, so its answer lacks channels without other
+    // subscribers.
     for (const Telvane::RecordClass& recordClass : Telvane::RecordCatalogue::classes()) {
         if (matchesAnyPattern(m_patterns, recordClass.name)) {
             addOptional(recordClass.name);

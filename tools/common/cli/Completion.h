@@ -37,7 +37,7 @@ struct Candidate
 struct Completion
 {
     std::vector<Candidate> candidates;
-    bool files = false; ///< file names are candidates, too
+    bool files = false; ///< file names are also candidates
 };
 
 /// The place on the command line where a value is completed.

@@ -9,10 +9,10 @@ enum ExitCode : int
 {
     kSuccess = 0,
     kTimedOut = 1,
-    kRecordsMissed = 1,  ///< a recording lacks records
+    kRecordsMissed = 1,  ///< records were missed while recording
     kWrongUsage = 2,     ///< invalid arguments; nothing was done
     kBusFailure = 3,     ///< no server, refused by the server, or connection lost
-    kWrongInput = 4,     ///< invalid record or recording, in whole or in part
+    kWrongInput = 4,     ///< a record or recording is invalid, at least in part
     kOutputFailure = 5,  ///< standard output or a file could not be written
     kSignalBase = 128,   ///< plus the signal's number: interrupted before the work was done
     kOutputClosed = 141, ///< the reader closed standard output; the same code as SIGPIPE, without a message
@@ -20,10 +20,10 @@ enum ExitCode : int
 
 constexpr const char* kExitCodeHelp = "Exit codes:\n"
                                       "  0      Success\n"
-                                      "  1      Timed out\n"
+                                      "  1      Timed out, or records were missed\n"
                                       "  2      Invalid arguments; nothing was done\n"
                                       "  3      No server, refused by the server, or connection lost\n"
-                                      "  4      Invalid record or recording, in whole or in part\n"
+                                      "  4      A record or recording is invalid, at least in part\n"
                                       "  5      Standard output or a file could not be written\n"
                                       "  128+N  Interrupted by signal N\n"
                                       "  141    The reader closed standard output";

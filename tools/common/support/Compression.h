@@ -17,7 +17,7 @@ enum class Compression
 /// \return ".gz" or ".zst" if the path ends with it, otherwise an empty text
 std::string_view compressionSuffix(std::string_view path);
 
-/// \return the compression that the ending of the path stands for
+/// \return the compression that the suffix of the path indicates
 Compression compressionOfPath(std::string_view path);
 
 /// \return the compression of data with this beginning; \p data needs 4 bytes to recognise all

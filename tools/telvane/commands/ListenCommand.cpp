@@ -229,8 +229,8 @@ void addListenCommand(CommandLine& line)
         .check(&checkChannelPattern);
     command.flag(
         "--all", options->all,
-        "Listen on all channels that are named like a record class, and on all others that have or get a "
-        "subscriber. Not shown: other channels without a subscriber");
+        "Listen on every channel that is named like a record class, and on every other channel that has a "
+        "subscriber, now or later");
     command.flag(
         "--last", options->last,
         "First print the last record of each channel, if a server with --remember or a responder has "
@@ -245,7 +245,7 @@ void addListenCommand(CommandLine& line)
         .typeName("SECONDS");
     addFormatOptions(command, options->format);
     command.flag("--verbose", options->verbose,
-                 "Print \"listening\" to standard error once no message will be missed");
+                 "Print \"listening\" to standard error when all subscriptions are active");
     command.examples("# all channels, until Ctrl-C\n"
                      "telvane listen /tmp/bus --all\n"
                      "# the next start of a weld, with the names of codes\n"

@@ -147,7 +147,7 @@ void addMonitorCommand(CommandLine& line)
                 "File shared with telvane weld, to report losses and latency; exit when telvane weld does")
         .typeName("FILE");
     command.flag("--verbose", options->verbose,
-                 "Print \"listening\" to standard error once no message will be missed");
+                 "Print \"listening\" to standard error when all subscriptions are active");
     command.examples("# each weld live, with its metrics at the end\n"
                      "telvane monitor /tmp/bus\n");
     command.run([options] { return monitorWelds(*options); });

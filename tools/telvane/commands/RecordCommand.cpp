@@ -356,13 +356,12 @@ void addRecordCommand(CommandLine& line)
     command.option("CHANNEL", options->channels, "Channels to record, or patterns such as 'PS*' (see --all)")
         .check(&checkChannelPattern);
     command.flag("--all", options->all,
-                 "Record all channels that are named like a record class, and all others that have or get a "
-                 "subscriber. Not recorded: other channels without a subscriber");
+                 "Record every channel that is named like a record class, and every other channel that has a "
+                 "subscriber, now or later");
     command
         .option("-o,--output", recorder.output.path,
-                "Write to FILE; - is standard output. Records that were missed are noted there, and make the "
-                "exit "
-                "code 1")
+                "Write to FILE; - is standard output. If records are missed, the file says so, and the exit "
+                "code is 1")
         .required()
         .typeName("FILE");
     command.flag("--force", recorder.output.replace, "Overwrite an existing file");
@@ -373,7 +372,7 @@ void addRecordCommand(CommandLine& line)
     command
         .optionReadBy(
             [options](const std::string& text) { return readCompression(text, *options); }, "--compress",
-            "Compress with gzip or zstd, and add .gz or .zst to the name (default: as the name ends)")
+            "Compress with gzip or zstd, and add .gz or .zst to the name (default: according to the name)")
         .typeName("METHOD");
     addDuration(command, "--keep", recorder.keep,
                 "Buffer the latest records in memory, and save them to a numbered file only on SIGUSR1, on "
@@ -397,16 +396,16 @@ void addRecordCommand(CommandLine& line)
     addDuration(command, "--duration", options->duration, "Exit after this time");
     command.option("--count", recorder.count, "Exit after this many records").positive();
     addSize(command, "--queue-size", recorder.maxQueued,
-            "Limit the queue of records that wait for a slow disk; further records are missed")
+            "Limit the memory for records that wait for a slow disk; records beyond it are missed")
         .showDefault("64M");
     command.flag(
         "--verbose", options->verbose,
-        "Print \"recording\" to standard error once no message will be missed, and a summary at the end");
+        "Print \"recording\" to standard error when all subscriptions are active, and a summary at the end");
     command.examples("# the welds of a power source\n"
                      "telvane record /tmp/bus -o weld.jsonl WeldTriggerStart WeldTraceData WeldTriggerEnd\n"
                      "# all channels, in compressed files of 100 MB\n"
                      "telvane record /tmp/bus -o bus.jsonl.zst --all --split-size 100M\n"
-                     "# from 30 seconds before an error to 5 seconds after it, also if the server dies\n"
+                     "# from 30 seconds before an error to 5 seconds after it, even if the server dies\n"
                      "telvane record /tmp/bus -o fault.jsonl --all --keep 30s --trigger ErrorData\n");
     command.run([options] { return record(*options); });
 }

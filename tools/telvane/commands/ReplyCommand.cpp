@@ -122,7 +122,7 @@ void addReplyCommand(CommandLine& line)
         .repeatable();
     command.option("--count", options->count, "Exit after this many responses").positive();
     command.flag("--verbose", options->verbose,
-                 "Print \"listening\" to standard error once no request will be missed");
+                 "Print \"listening\" to standard error when the subscription is active");
     command.examples("# respond as a module does\n"
                      "telvane reply /tmp/bus HALInfo --as HALInfo --set serialNumber=0042\n");
     command.run([options] { return reply(*options); });

@@ -334,7 +334,7 @@ void addServeCommand(CommandLine& line)
                 "Create a named pipe at PATH that serves OpenMetrics text. Read it up to \"# EOF\"")
         .typeName("PATH");
     command.flag("--no-status", options->noStatus,
-                 "Do not report channels and clients to clients such as telvane top");
+                 "Do not report channels and clients to programs such as telvane top");
     command.flag("--verbose", options->verbose,
                  "Log connections, subscriptions and disconnections to standard error");
     command.examples(

@@ -38,7 +38,7 @@ void replay(BusConnection& bus, SampleSource& samples, WeldPublisher& publisher,
     publishWelds(samples, publisher, settings, [&bus] { return bus.stopping(); });
 }
 
-/// With a ledger somebody is to see everything, from the first record on.
+/// With a ledger, publish only when there is a listener, which must receive every record.
 int awaitListener(BusConnection& bus, const LatencyTracker& ledger)
 {
     constexpr Nanoseconds kTimeout = 10 * kSecond;
@@ -208,8 +208,7 @@ void addReplayOptions(Command& command, Options& options)
 void addWeldCommand(CommandLine& line)
 {
     auto options = std::make_shared<Options>();
-    Command command(line, "weld",
-                    "Simulate a power source: publish the welds of a CSV file, or simulated ones");
+    Command command(line, "weld", "Publish welds as a power source does: from a CSV file, or simulated");
     addBusOptions(command, options->bus, false);
     command.option("-o,--output", options->output, "Write a recording to FILE instead of publishing on PATH")
         .typeName("FILE");

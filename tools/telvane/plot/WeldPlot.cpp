@@ -61,7 +61,7 @@ struct Panel
     double bottom;
 };
 
-/// In single quotes, where gnuplot gives no character but the quote a meaning.
+/// \return the text in single quotes, inside which gnuplot interprets only the quote
 std::string quoted(const std::string& text)
 {
     std::string result = "'";

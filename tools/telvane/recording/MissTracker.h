@@ -12,11 +12,10 @@
 namespace TelvaneTool
 {
 
-/// Asks the server which messages it could not deliver to this process.
+/// Requests from the server how many messages it could not deliver to this process.
 ///
-/// Gaps in the sequence numbers show that messages may have been missed. Only the server knows how many, and on
-/// which channels. It is asked after a gap, in the pause
-/// after a burst, and at the end.
+/// Gaps in the sequence numbers show that messages may have been missed. Only the server knows how many, and on which
+/// channels. A request is sent after a gap, in the pause after a burst, and at the end.
 class MissTracker
 {
 public:
@@ -39,13 +38,13 @@ public:
     /// The receiver thread: for a user who records the channel of the status answers.
     void takeAnswer(const std::string& payload, int sequence);
 
-    /// Forgets what an earlier server reported.
+    /// Discards the reports of the previous server.
     void restart();
 
-    /// Asks the server if there is reason to. Call often.
+    /// Sends a request to the server if one is due. Call this often.
     void follow();
 
-    /// Asks once more and waits a moment for the answer, also if the connection is stopping.
+    /// Sends a last request and waits briefly for the answer, even if the connection is stopping.
     void finish();
 
     /// \return true if messages may have been missed and the server has not reported how many

@@ -22,11 +22,11 @@ public:
     struct Settings
     {
         RecordingWriter::Settings output;
-        Nanoseconds keep = 0;      ///< keep so much in memory and write it on a trigger; 0 writes everything
-        std::uint64_t maxKept = 0; ///< maximum size of what is kept, bytes
-        Nanoseconds after = 0;     ///< how long to continue after a trigger
-        std::string trigger;       ///< channel whose messages are triggers; empty for none
-        std::uint64_t count = 0;   ///< number of messages to take; 0 for no limit
+        Nanoseconds keep = 0; ///< keep this time span in memory until a trigger; 0 writes everything at once
+        std::uint64_t maxKept = 0;            ///< maximum size of the lines kept in memory, bytes
+        Nanoseconds after = 0;                ///< how long to continue after a trigger
+        std::string trigger;                  ///< channel whose messages are triggers; empty for none
+        std::uint64_t count = 0;              ///< number of messages to take; 0 for no limit
         std::uint64_t maxQueued = 64U << 20U; ///< bytes
     };
 

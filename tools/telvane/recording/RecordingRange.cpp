@@ -35,8 +35,9 @@ void addRangeOptions(Command& command, RecordingRange& range)
         };
         command.optionReadBy(read, name, what).typeName("TIME");
     };
-    add("--from", range.from, "Skip records before TIME: after the first record, or as date and time");
-    add("--to,--until", range.to, "Skip records from TIME on");
+    add("--from", range.from,
+        "Start at TIME: a time after the first record, such as 12.5, 30s or 5m, or a date and time");
+    add("--to,--until", range.to, "Stop before TIME");
 }
 
 } // namespace TelvaneTool

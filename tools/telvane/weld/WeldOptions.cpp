@@ -62,7 +62,7 @@ void addRecordingOptions(Command& command, WeldSource::Options& options)
         .group(group)
         .within(1.0, 1e9)
         .excludes("--time");
-    add("--group", recording.group, "Column whose value changes with each new weld; -o keeps its values")
+    add("--group", recording.group, "Column whose value changes with each new weld; -o records its values")
         .typeName("COLUMN");
     add("--delimiter", recording.delimiter, "Field separator").showDefault();
     add("--decimal", recording.decimalSign, "Decimal sign of the numbers, . or ,")

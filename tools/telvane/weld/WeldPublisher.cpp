@@ -1,5 +1,5 @@
 // Units are A, V, in/min, l/min, J, lb and s. A quantity that was not measured has the value 0 and an empty
-// unit, which tells it from a measured zero.
+// unit, which distinguishes it from a measured zero.
 
 #include "weld/WeldPublisher.h"
 
