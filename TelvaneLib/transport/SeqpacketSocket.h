@@ -23,8 +23,10 @@ constexpr int kMaxPackets = 16;
 /// \return a new socket; invalid, with errno set, on failure
 FileDescriptor openSocket(int flags = 0);
 
-/// \name Addressing Like bind() and connect(), for a path of at most 107 characters. A longer path is an
-/// error of the program and aborts the process.
+/// \name Addressing
+///
+/// Like bind() and connect(), for a path of at most 107 characters. A longer path is an error of the program and aborts
+/// the process.
 /// @{
 int bindSocket(int fd, const std::string& path);
 int connectSocket(int fd, const std::string& path);

@@ -1,5 +1,5 @@
 /// \file
-/// The client for applications: typed, bounded, reconnecting.
+/// The client for applications. It is typed, limits all queues and waits, and reconnects.
 #pragma once
 
 #include <Telvane/BusTypes.h>
@@ -23,7 +23,7 @@ namespace Detail
 
 class BusState;
 
-/// The application's callable, without its type.
+/// A callable of the application, independent of its type.
 class TELVANE_EXPORT MessageHandler
 {
 public:
@@ -37,10 +37,10 @@ public:
                                                         const Delivery& delivery) = 0;
 };
 
-/// What an endpoint of a bus is.
+/// Settings of a subscription, responder or queue.
 struct EndpointSettings
 {
-    /// What is done with its messages.
+    /// Kinds of endpoints.
     enum class Kind
     {
         Callback,
@@ -48,9 +48,9 @@ struct EndpointSettings
         Queue,
     };
 
-    Kind kind = Kind::Callback; ///< what is done with its messages
-    Run run = Run::Default;     ///< where its callback runs
-    Limit limit;                ///< bound of its queue
+    Kind kind = Kind::Callback; ///< use of the messages
+    Run run = Run::Default;     ///< thread of the callback
+    Limit limit;                ///< limit of the queue
 };
 
 /// Calls \p callable with as many of the arguments as it takes.
@@ -120,36 +120,39 @@ const std::string& channelNamedAs()
 
 } // namespace Detail
 
-/// A process's connection to a bus: publishes records, receives them through callbacks and queues, requests
-/// and answers.
+/// A connection to a bus: publishes records, receives them with callbacks and queues, and sends and answers
+/// requests.
 ///
 ///     Telvane::Bus bus("/run/telvane/bus");
 ///     auto samples = bus.subscribe<Telvane::WeldTraceData>(
 ///         [](const Telvane::WeldTraceData& sample) { std::printf("%.1f V\n", sample.data.volts); });
 ///     std::error_code error = bus.publish(Telvane::LogData());
 ///
-/// It connects in the background, and again after each loss of the connection. Subscriptions are made again
-/// each time. Everything that waits has a deadline. docs/bus.md has the promises, numbered.
+/// It connects in the background. After each loss of the connection, it reconnects and resubscribes. Every wait
+/// has a deadline. docs/bus.md lists all guarantees.
 ///
-/// A channel that is not given is named like the record's class.
-/// \par Threads  All operations may be called from any thread, callbacks included. Destruction belongs to
-///               one thread. A bus has one thread, and a second from the first queued callback on.
+/// Operations without a channel use the one with the name of the record's class.
+/// \par Threads  All operations may be called from any thread, including callbacks. Only one thread may destroy
+///               the bus, when no other uses it. A bus has a receiver thread, and a worker thread if callbacks
+///               are queued (Run::Queued).
 /// \par Errors   Results are `std::error_code`s, empty for success. Nothing is thrown, except
 ///               `std::bad_alloc` by the constructor.
 class TELVANE_EXPORT Bus
 {
 public:
     /// Starts to connect to the server at \p path.
-    /// \param path of the server's socket, 1 to 107 characters; with another one the bus is closed at once
+    /// \param path    path of the server's socket, 1 to 107 characters; with any other length, the bus is closed at
+    ///                once (BusError::BadPath)
+    /// \param options copied; see BusOptions
     explicit Bus(const std::string& path, BusOptions options = {});
     Bus(const Bus&) = delete;
     Bus& operator=(const Bus&) = delete;
-    /// As close().
+    /// Calls close().
     ~Bus();
 
-    /// Disconnects for good and ends all subscriptions, responders, queues and waits.
+    /// Disconnects, and ends all subscriptions, responders, queues and waits. The bus cannot be used again.
     ///
-    /// Waits for callbacks that are running, except for those that it is called from.
+    /// Waits for running callbacks, except for those that it is called from. Does not wait for the server.
     void close();
 
     /// \name Connection
@@ -169,8 +172,10 @@ public:
 
     /// \name Publishing
     /// Sends a record to every subscriber of a channel.
-    /// \return what became of it; converts to `std::error_code`
-    /// \par Threads  Any. Waits for the server's socket, at most until the deadline.
+    /// \return the result, which converts to `std::error_code`: empty if sent or queued; BusError::NotConnected,
+    ///         BusError::TimedOut, BusError::TooLarge, BusError::NotWritable, BusError::OutOfMemory,
+    ///         BusError::Closed
+    /// \par Threads  Any. Waits for space in the server's socket, at most until the deadline.
     /// @{
 
     /// Publishes on the channel that is named like the record's class.
@@ -180,7 +185,7 @@ public:
         return withNameOf<Record, Publication>(
             [&](const std::string& name) { return publish(name, record); });
     }
-    /// The same with a deadline of its own.
+    /// The same with a deadline for this call.
     template <class Record>
     Publication publish(const Record& record, std::chrono::nanoseconds timeout)
     {
@@ -189,7 +194,7 @@ public:
     }
     /// Publishes on \p channel.
     Publication publish(const std::string& channel, const TelvaneDataTypeBase& record);
-    /// The same with a deadline of its own.
+    /// The same with a deadline for this call.
     Publication publish(const std::string& channel, const TelvaneDataTypeBase& record,
                         std::chrono::nanoseconds timeout);
     /// @}
@@ -199,7 +204,7 @@ public:
     ///
     /// The callable takes `(const Record&, const Delivery&)` or less. It may be movable only. An exception
     /// that leaves it is caught, counted and reported.
-    /// \return the handle; BusHandle::error() tells whether something is wrong with it
+    /// \return the handle; on failure, BusHandle::error() returns the reason
     /// @{
 
     /// Subscribes to the channel that is named like \p Record.
@@ -222,20 +227,20 @@ public:
         });
     }
     /// Subscribes with a class that is known only at run time.
-    /// \param prototype its class decides what payloads are read into; only used during the call
+    /// \param prototype a record of the class to read payloads into; used only during the call
     Subscription
     subscribe(const std::string& channel, const TelvaneDataTypeBase& prototype,
               std::function<void(TelvaneDataTypeBase& record, const Delivery& delivery)> callback,
               Run run = Run::Default, Limit limit = {});
 
-    /// Subscribes to the channel that is named like \p Record, for messages that the application takes.
+    /// Subscribes to the channel that is named like \p Record. The application takes the messages from a queue.
     template <class Record>
     Queue<Record> queue(Limit limit = {})
     {
         return withNameOf<Record, Queue<Record>>(
             [&](const std::string& name) { return queue<Record>(name, limit); });
     }
-    /// Subscribes to \p channel, for messages that the application takes.
+    /// Subscribes to \p channel. The application takes the messages from a queue.
     template <class Record>
     Queue<Record> queue(const std::string& channel, Limit limit = {})
     {
@@ -246,14 +251,16 @@ public:
     /// @}
 
     /// \name Requests
-    /// Asks on "req_" and the channel's name, and waits for the answer on the channel.
+    /// Publishes a request on kRequestPrefix + the channel, and waits for the answer on the channel.
     ///
-    /// The request carries an `_id`, which a responder on Bus echoes; an answer without one is taken as
-    /// well. The answer's own `_id` is empty.
-    /// \param[out] answer  filled with the answer; unchanged on failure
-    /// \return empty; BusError::TimedOut, also if nobody answers: the server cannot tell; BusError::Lost,
-    ///         BusError::NotConnected, BusError::Refused; BusError::WouldDeadlock in a callback with
-    ///         Run::Direct, or in the responder that would have to answer
+    /// The request has an `_id`, which responders on Bus copy into the answer. An answer without such an `_id` is
+    /// accepted as well. The `_id` of \p answer is set to empty.
+    /// \param[out] answer  set to the answer; unchanged on failure
+    /// \return empty; BusError::TimedOut, also without a responder; BusError::Lost, BusError::NotConnected,
+    ///         BusError::Refused, BusError::Closed, BusError::TooLarge, BusError::NotWritable,
+    ///         BusError::OutOfMemory; BusError::WouldDeadlock in a callback with Run::Direct, or in the responder
+    ///         that would have to answer
+    /// \par Threads  Any. Waits until the deadline at most.
     /// @{
 
     /// Requests the record of the channel that is named like \p Answer.
@@ -270,7 +277,7 @@ public:
         return withNameOf<Answer, std::error_code>(
             [&](const std::string& name) { return request(name, RequestType(), answer); });
     }
-    /// Sends \p argument along with the request.
+    /// Sends \p argument as the request.
     template <class Answer, class = std::enable_if_t<std::is_base_of_v<TelvaneDataTypeBase, Answer>>>
     std::error_code request(const TelvaneDataTypeBase& argument, Answer& answer,
                             std::chrono::nanoseconds timeout)
@@ -292,7 +299,7 @@ public:
     std::error_code request(const std::string& channel, const TelvaneDataTypeBase& argument,
                             TelvaneDataTypeBase& answer);
 
-    /// Asks for the last record of the channel that is named like \p Record.
+    /// Requests the last record of the channel that is named like \p Record.
     ///
     /// A responder answers, or else a server that keeps last messages (`telvane serve --remember`).
     /// \return the record, or the error as from request()
@@ -302,7 +309,7 @@ public:
         return withNameOf<Record, Latest<Record>>(
             [&](const std::string& name) { return latest<Record>(name, timeout); });
     }
-    /// Asks for the last record of \p channel.
+    /// Requests the last record of \p channel.
     template <class Record>
     Latest<Record> latest(const std::string& channel, std::chrono::nanoseconds timeout)
     {
@@ -336,11 +343,11 @@ public:
     /// \name Callbacks on a thread of the application
     /// @{
 
-    /// Runs the callbacks with Run::Dispatch that wait, without waiting for more.
-    /// \return how many ran
+    /// Runs the queued callbacks with Run::Dispatch. Does not wait for further messages.
+    /// \return number of callbacks run
     std::size_t dispatch();
-    /// \return a descriptor that is readable while dispatch() has something to do; the same for the life of
-    ///         the bus; -1, with errno set, if there is none
+    /// \return a descriptor that is readable while dispatch() has callbacks to run; always the same one, which
+    ///         the bus owns; -1, with errno set, if it cannot be created
     int fd();
     /// @}
 
@@ -371,7 +378,7 @@ private:
         return Handle(nullptr, BusError::OutOfMemory);
     }
 
-    /// Calls \p operation with the name of a class, which takes memory the first time.
+    /// Calls \p operation with the name of a class. Determining the name allocates memory the first time.
     template <class Record, class Result, class Operation>
     static Result withNameOf(Operation operation)
     {

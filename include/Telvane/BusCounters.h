@@ -1,7 +1,7 @@
 /// \file
 /// Counters of server and client, in one list for each structure.
 ///
-/// To add a counter, add a line at the end of a list and count it in the library:
+/// To add a counter, add a line at the end of a list, and increment it in the library:
 ///
 ///     X(member, metric, reason, meaning)
 ///

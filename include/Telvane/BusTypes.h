@@ -1,5 +1,5 @@
 /// \file
-/// What Bus reports, takes and returns: results, states, events, options, and the handles of subscriptions.
+/// Types that Bus uses: results, states, events, options, and the handles of subscriptions.
 #pragma once
 
 #include <Telvane/Export.h>
@@ -24,20 +24,20 @@ enum class BusError
     NotConnected = 1, ///< there is no connection at present (`not_connected`)
     TimedOut,         ///< not done before the deadline (`timed_out`)
     TooLarge,         ///< the message may not arrive, see Publication::kLimit (`message_size`)
-    OutOfMemory,      ///< (`not_enough_memory`)
+    OutOfMemory,      ///< memory ran out (`not_enough_memory`)
     NotWritable,      ///< the record could not be written as JSON (`invalid_argument`)
     Lost,             ///< the connection was lost (`connection_reset`)
     Closed,           ///< the bus or the handle has ended (`operation_canceled`)
-    Refused,          ///< the server refused the channel's name, or its limits do (`operation_not_permitted`)
+    Refused,          ///< the server refused the channel: its name, or a limit (`operation_not_permitted`)
     WouldDeadlock,    ///< the caller would wait for itself (`resource_deadlock_would_occur`)
     NoServer,         ///< no server serves the path (`connection_refused`)
-    NoPermission,     ///< the socket's file does not admit this user (`permission_denied`)
+    NoPermission,     ///< this user may not open the socket's file (`permission_denied`)
     Busy,       ///< the server does not accept connections at present (`resource_unavailable_try_again`)
-    TurnedAway, ///< the server closed the connection unanswered: user or number of clients
-                ///< (`connection_aborted`)
-    NoAnswer,   ///< the server does not answer (`timed_out`)
-    NotABus,    ///< the path is not the socket of a server (`wrong_protocol_type`)
-    BadPath,    ///< the path is empty or has more than 107 characters (`filename_too_long`)
+    TurnedAway, ///< the server closed the connection without an answer: this user may not connect, or it has too
+                ///< many clients (`connection_aborted`)
+    NoAnswer, ///< the server does not answer (`timed_out`)
+    NotABus,  ///< the path is not the socket of a server (`wrong_protocol_type`)
+    BadPath,  ///< the path is empty or has more than 107 characters (`filename_too_long`)
 };
 
 /// \return the category of BusError
@@ -49,66 +49,66 @@ inline std::error_code make_error_code(BusError error) noexcept
     return {static_cast<int>(error), busCategory()};
 }
 
-/// What became of a publication.
+/// The result of a publication.
 struct TELVANE_EXPORT Publication
 {
-    /// The largest message, in bytes, that arrives everywhere: the server adds a number of up to 20 bytes.
+    /// The largest message, in bytes, that every subscriber can receive: the server adds up to 20 bytes.
     static constexpr std::size_t kLimit = 16363;
 
     std::error_code error; ///< empty if the message was sent or queued
-    bool queued = false;   ///< kept in the outbox until the server is back
+    bool queued = false;   ///< kept in the outbox until the bus is connected
     std::size_t size = 0;  ///< size of the message in bytes; 0 if it was not printed
 
     /// \return the error alone, for `std::error_code error = bus.publish(record);`
     operator std::error_code() const { return error; } // NOLINT(google-explicit-constructor): is an error
 
-    /// \return the outcome in words, for example "the message has 20000 bytes, at most 16363 arrive"
+    /// \return the result in words, for example "the message has 20000 bytes, at most 16363 arrive"
     std::string message() const;
 };
 
-/// A message's circumstances.
+/// Number, connection and time of a received message.
 struct Delivery
 {
     int sequence = 0; ///< number given by the server, 0 to 65535; it counts all channels
     /// Numbers between the subscription's previous message and this one; 0 for the first of a connection.
-    /// They were given to other channels, or to messages that are lost.
+    /// They belong to other channels, or to messages that were lost.
     unsigned skippedNumbers = 0;
-    std::uint64_t epoch = 0;                       ///< number of the connection, from 1, growing
+    std::uint64_t epoch = 0;                       ///< number of the connection, counted from 1
     std::chrono::steady_clock::time_point arrival; ///< when the packet was received
 };
 
 /// State of the connection.
 enum class ConnectionState
 {
-    Connecting, ///< there is no connection; the bus tries to make one
+    Connecting, ///< there is no connection; the bus tries to connect
     Connected,  ///< the server has answered every subscription
-    Closed,     ///< closed for good, by the application or because the path is impossible
+    Closed,     ///< closed by the application, or because the path is invalid; final
 };
 
-/// Where a callback runs.
+/// The thread of a callback.
 enum class Run
 {
-    Default, ///< as BusOptions::run says
-    Queued,  ///< on the worker thread of the bus: everything is allowed there
-    Direct,  ///< on the receiver thread, for the least delay: it must be quick and cannot wait for the server
-    Dispatch, ///< on the thread that calls Bus::dispatch()
+    Default,  ///< as BusOptions::run
+    Queued,   ///< the worker thread of the bus; everything is allowed there
+    Direct,   ///< the receiver thread, with the shortest delay; must be fast, and cannot wait for the server
+    Dispatch, ///< the thread that calls Bus::dispatch()
 };
 
-/// What a full queue drops.
+/// The message that a full queue drops.
 enum class Overflow
 {
-    DropOldest, ///< the message that has waited longest
+    DropOldest, ///< the oldest message in the queue
     DropNewest, ///< the message that just arrived
 };
 
-/// Bound of a queue.
+/// Limit of a queue.
 struct Limit
 {
-    std::size_t messages = 1000;              ///< most messages that wait, at least 1
-    Overflow overflow = Overflow::DropOldest; ///< what happens to one more
+    std::size_t messages = 1000;              ///< maximum number of messages in the queue, at least 1
+    Overflow overflow = Overflow::DropOldest; ///< the message to drop if there is one more
 };
 
-/// What a subscription, responder or queue has counted.
+/// Counters of a subscription, responder or queue.
 struct EndpointStatistics
 {
     std::uint64_t delivered = 0;   ///< callbacks run, or messages taken from a queue
@@ -119,12 +119,12 @@ struct EndpointStatistics
     std::size_t waiting = 0;       ///< messages in the queue now
 };
 
-/// What a bus has counted since its construction.
+/// Counters of a bus since its construction.
 struct BusStatistics
 {
     std::uint64_t connections = 0;    ///< connections made, which is also the current epoch
     std::uint64_t received = 0;       ///< packets received from servers
-    std::uint64_t notJson = 0;        ///< of those: not JSON, which includes messages that were cut
+    std::uint64_t notJson = 0;        ///< of those: not JSON, including messages that were cut
     std::uint64_t notSubscribed = 0;  ///< of those: for a channel without a subscription
     std::uint64_t withoutPayload = 0; ///< of those: without "payload"
     std::uint64_t outOfMemory = 0;    ///< of those: lost because memory ran out
@@ -134,43 +134,45 @@ struct BusStatistics
     std::uint64_t eventsDropped = 0;  ///< events not reported because too many waited
 };
 
-/// Something that a bus reports.
+/// An event that a bus reports.
 struct BusEvent
 {
-    /// What has happened.
+    /// Kinds of events.
     enum class Kind
     {
-        StateChanged,        ///< BusEvent::state is new; BusEvent::reason says why a connection ended
-        AttemptFailed,       ///< no connection, for another reason than the last time
+        StateChanged,        ///< BusEvent::state has changed; BusEvent::reason is why a connection ended
+        AttemptFailed,       ///< an attempt to connect failed, for another reason than the previous one
         SubscriptionRefused, ///< the server refused BusEvent::channel
-        MessagesDropped,     ///< a queue of BusEvent::channel is full; told once until it has been empty
-        CallbackThrew, ///< an exception left a callback of BusEvent::channel; BusEvent::text is its text
+        MessagesDropped,     ///< a queue of BusEvent::channel is full; reported once until it is empty again
+        CallbackThrew, ///< an exception left a callback of BusEvent::channel; BusEvent::text is its message
     };
 
-    Kind kind = Kind::StateChanged;                      ///< what has happened
+    Kind kind = Kind::StateChanged;                      ///< kind of event
     ConnectionState state = ConnectionState::Connecting; ///< state of the connection at that time
-    std::error_code reason;                              ///< why; empty where nothing failed
-    std::string channel;                                 ///< the channel concerned, or empty
-    std::string text;                                    ///< more in words, or empty
+    std::error_code reason;                              ///< reason of a failure; empty if nothing failed
+    std::string channel;                                 ///< channel of the event; empty for the connection
+    std::string text;                                    ///< details in words; may be empty
     std::uint64_t epoch = 0;                             ///< number of the connection
 };
 
-/// Publications that are kept while there is no connection.
+/// Limits of the publications that are kept while there is no connection.
 struct OutboxLimit
 {
-    std::size_t messages = 0;                               ///< most messages kept; 0 keeps none
+    std::size_t messages = 0;                               ///< maximum number of messages; 0 keeps none
     std::chrono::nanoseconds age = std::chrono::seconds(5); ///< older ones are dropped
 };
 
-/// How a bus behaves.
+/// Settings of a bus.
 struct BusOptions
 {
-    std::chrono::nanoseconds deadline = std::chrono::seconds(1); ///< of operations without one of their own
-    std::chrono::nanoseconds firstPause = std::chrono::milliseconds(100); ///< between the first attempts
-    std::chrono::nanoseconds longestPause = std::chrono::seconds(5);      ///< between later attempts
-    Run run = Run::Queued;                                                ///< what Run::Default stands for
-    OutboxLimit outbox;                                                   ///< off by default
-    /// Called for each event, on the worker thread, or in Bus::dispatch() if BusOptions::run says so.
+    std::chrono::nanoseconds deadline =
+        std::chrono::seconds(1); ///< of operations without a time-out argument
+    std::chrono::nanoseconds firstPause =
+        std::chrono::milliseconds(100);                              ///< before the second attempt to connect
+    std::chrono::nanoseconds longestPause = std::chrono::seconds(5); ///< maximum between attempts
+    Run run = Run::Queued;                                           ///< meaning of Run::Default
+    OutboxLimit outbox;                                              ///< off by default
+    /// Called for each event, on the worker thread, or in Bus::dispatch() if `run` is Run::Dispatch.
     std::function<void(const BusEvent& event)> onEvent;
 };
 
@@ -179,10 +181,10 @@ namespace Detail
 
 class Endpoint;
 
-/// What a queue hands out, without its type.
+/// An item of a queue, independent of its type.
 struct Item
 {
-    /// What it is.
+    /// Kinds of items.
     enum class Kind
     {
         Message,
@@ -192,62 +194,63 @@ struct Item
         Ended,
     };
 
-    Kind kind = Kind::TimedOut;                  ///< what it is
-    std::unique_ptr<TelvaneDataTypeBase> record; ///< of a message
-    Delivery delivery;                           ///< of a message
-    std::error_code reason;                      ///< of a loss or an end
+    Kind kind = Kind::TimedOut;                  ///< kind of item
+    std::unique_ptr<TelvaneDataTypeBase> record; ///< record of a message
+    Delivery delivery;                           ///< number, connection and time of a message
+    std::error_code reason;                      ///< reason of a loss or an end
 };
 
 } // namespace Detail
 
-/// What Subscription, Responder and Queue have in common.
+/// The common base of Subscription, Responder and Queue.
 ///
-/// A handle ends what it stands for when it is destroyed. After an end from another thread the callback
-/// neither runs nor will run. In its own callback end() returns at once and takes effect on return.
-/// end() waits for a callback that is running: if that callback wants a lock that the caller holds, both wait
-/// forever; use cancel() there. A handle may outlive its Bus.
-/// \par Threads  Any thread, callbacks included. Moving, assigning and destroying belong to one thread.
+/// The destructor of a handle ends its subscription, responder or queue. When end() returns, the callback is not
+/// running and will not run again. In the callback itself, end() returns at once and takes effect when the callback
+/// returns. end() waits for a running callback: if that callback needs a lock that the caller holds, both wait
+/// forever; use cancel() instead. A handle may outlive its Bus.
+/// \par Threads  Any thread, including callbacks. Only one thread at a time may move, assign or destroy a handle.
 class TELVANE_EXPORT BusHandle
 {
 public:
     /// An ended handle.
     BusHandle() = default;
-    /// Takes \p other's part; \p other is ended afterwards.
+    /// Takes over from \p other, which is an ended handle afterwards.
     BusHandle(BusHandle&& other) noexcept = default;
-    /// Ends this handle, as end() does, then takes \p other's part.
+    /// Calls end(), then takes over from \p other.
     BusHandle& operator=(BusHandle&& other) noexcept;
     BusHandle(const BusHandle&) = delete;
     BusHandle& operator=(const BusHandle&) = delete;
-    /// As end().
+    /// Calls end().
     ~BusHandle();
 
-    /// Ends it and waits until its callback has returned.
+    /// Ends the subscription, responder or queue, and waits until its callback has returned.
     void end();
 
-    /// Ends it without waiting: no callback begins after this call, but one may still be running.
+    /// Ends the subscription, responder or queue without waiting: its callback may still be running.
     void cancel();
 
-    /// Gives the handle up: what it stands for lasts as long as the Bus.
+    /// Releases the handle: the subscription, responder or queue then lasts as long as the Bus.
     void keep() &&;
 
     /// \return false once it has ended
     bool active() const;
 
-    /// \return empty as long as nothing is wrong; BusError::Refused, BusError::OutOfMemory or
-    ///         BusError::Closed otherwise
+    /// \return empty while there is no error; BusError::Refused; BusError::OutOfMemory; BusError::Closed, or why
+    ///         the bus was closed at once; an error of the system if the worker thread cannot be created
     std::error_code error() const;
 
     /// Waits until the server has accepted the subscription.
-    /// \param timeout at most this long
-    /// \return empty; BusError::Refused, BusError::TimedOut, BusError::Closed; BusError::WouldDeadlock in a
-    ///         callback with Run::Direct
+    /// \param timeout maximum time to wait
+    /// \return empty; BusError::TimedOut; an error as from error(); BusError::WouldDeadlock in a callback with
+    ///         Run::Direct
     std::error_code waitActive(std::chrono::nanoseconds timeout) const;
 
     /// \return the counters
     EndpointStatistics statistics() const;
 
 protected:
-    /// \param endpoint what the handle stands for; null for an ended one
+    /// \param endpoint the subscription, responder or queue; null for an ended handle
+    /// \param error    why there is none
     explicit BusHandle(std::shared_ptr<Detail::Endpoint> endpoint, std::error_code error) noexcept
         : m_endpoint(std::move(endpoint)), m_error(error)
     {}
@@ -290,7 +293,7 @@ private:
     {}
 };
 
-/// What Queue::next() returned: a message, a time-out, a change of the connection, or the end.
+/// The result of Queue::next(): a message, a time-out, a change of the connection, or the end.
 ///
 ///     while (auto item = queue.next(1s); !item.ended()) {
 ///         if (item) {
@@ -301,18 +304,18 @@ template <class Record>
 class QueueItem
 {
 public:
-    /// Takes over what the queue handed out.
+    /// Takes over an item of a queue.
     explicit QueueItem(Detail::Item item) : m_item(std::move(item)) {}
 
     /// \return whether it is a message; only then is there a record
     explicit operator bool() const { return m_item.kind == Detail::Item::Kind::Message; }
-    /// \return whether nothing came before the deadline
+    /// \return whether no item arrived before the deadline
     bool timedOut() const { return m_item.kind == Detail::Item::Kind::TimedOut; }
-    /// \return whether the connection has been made again after a loss
+    /// \return whether the bus has reconnected after a loss
     bool connected() const { return m_item.kind == Detail::Item::Kind::Connected; }
-    /// \return whether the connection has been lost; the bus makes it again
+    /// \return whether the connection has been lost; the bus reconnects
     bool lost() const { return m_item.kind == Detail::Item::Kind::Lost; }
-    /// \return whether the queue has ended: nothing will come any more
+    /// \return whether the queue has ended: there will be no more items
     bool ended() const { return m_item.kind == Detail::Item::Kind::Ended; }
 
     /// \name The record of a message
@@ -322,7 +325,7 @@ public:
     /// \return the record
     const Record* operator->() const { return &**this; }
     /// @}
-    /// \return the circumstances of a message
+    /// \return number, connection and time of a message
     const Delivery& delivery() const { return m_item.delivery; }
     /// \return why the connection was lost, or the queue has ended
     std::error_code reason() const { return m_item.reason; }
@@ -349,7 +352,7 @@ struct Latest
     /// @}
 };
 
-/// Messages that the application takes when it likes. Returned by Bus::queue().
+/// A queue of messages, which the application takes with next(). Returned by Bus::queue().
 template <class Record>
 class [[nodiscard]] Queue : public BusHandle
 {
@@ -358,15 +361,16 @@ public:
     Queue() = default;
 
     /// Takes the next message or change of the connection.
-    /// \param timeout waits at most this long; 0 does not wait
-    /// \par Threads  Any thread; several may wait, and each message goes to one of them.
+    /// \param timeout maximum time to wait; 0 does not wait
+    /// \return the item, which owns its record
+    /// \par Threads  Any thread. If several wait, each message goes to one of them.
     QueueItem<Record> next(std::chrono::nanoseconds timeout) { return QueueItem<Record>(nextItem(timeout)); }
 
-    /// Returns a descriptor that is readable while next() has something to return, the end included.
+    /// Returns a descriptor that is readable while next() would return an item or the end of the queue.
     ///
-    /// It is for poll(), epoll and event loops, stays the same across reconnects, and must only be waited on.
-    /// With edge-triggered waiting, call next(0) until it times out.
-    /// \return the descriptor, closed with the handle; -1, with errno set, if there is none
+    /// Use it with poll(), epoll and event loops. It stays the same when the bus reconnects. Do not read from it. If
+    /// you wait for it edge-triggered, call next(0) until it times out.
+    /// \return the descriptor, which the queue owns; -1, with errno set, if it cannot be created
     int fd() { return descriptor(); }
 
 private:

@@ -1,8 +1,8 @@
 /// \file
 /// Codes and names of weld processes and consumables.
 ///
-/// The power source defines the numbers, which travel in records and never change; the names are the
-/// library's. Numbers without an enumerator are not assigned. 255 means "unknown" in each enumeration.
+/// The power source defines the numbers, which records contain and which never change. The library defines the
+/// names. Numbers without an enumerator are not assigned. 255 means "unknown" in each enumeration.
 /// Everything here may be used from any thread.
 #pragma once
 

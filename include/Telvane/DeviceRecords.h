@@ -81,7 +81,7 @@ public:
     std::string feederSerialNumber;              ///< serial number of the feeder
     std::string feederFirmwareRev;               ///< firmware revision of the feeder
     int messageSerial = 0;     ///< publisher's number for the message; see MessageSerialType
-    int arcStartThreshold = 0; ///< threshold of an arc's start; unit of the publisher
+    int arcStartThreshold = 0; ///< threshold for the start of an arc; the unit is the publisher's
 
     TELVANE_RECORD(DeviceSettings, timestamp, operatorIDVersion, operatorID, currentSensorConfig,
                    batteryVoltage, lifetimeArc, powerSourceDescription, powerSourceStockNumber,

@@ -136,9 +136,9 @@ public:
 
     /// Installs a function that is called when the server has closed the connection. Install it before
     /// Connect().
-    /// \param fn called on the receiver thread without locks, as the last thing there, so after a Publish()
-    ///        that hangs in a callback. It may call Disconnect(), which also ends a hanging Publish(), but
-    ///        must neither call Connect() nor destroy the client.
+    /// \param fn called on the receiver thread without locks, as its last action, so not before a Publish() that
+    ///        blocks in a callback has returned. It may call Disconnect(), which also ends a Publish() that blocks
+    ///        on another thread, but must neither call Connect() nor destroy the client.
     /// \return 0, or `-EINVAL` if \p fn is empty
     int install_OnConnectionLost(std::function<void(EventClient& client)> fn);
     /// \return 0, or `-EALREADY` if no function is installed
@@ -195,8 +195,8 @@ public:
         /// \par Ownership The closure owns \p prototype.
         SubscriptionCallbackClosure(TelvaneDataTypeBase* prototype, void* user, Callback callback);
         int ExecuteCallback(EventClient* client, cJSON* message) override;
-        /// The same with a record that is read from the text of the message.
-        /// \return false, and nothing has been done, when the text has to be parsed
+        /// Like ExecuteCallback(), but reads the record directly from the text of the message.
+        /// \return false, without any effect, if the text has to be parsed
         TELVANE_LOCAL bool deliver(EventClient& client, JsonScanner& relay, int sequence);
 
     private:

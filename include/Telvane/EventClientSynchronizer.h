@@ -24,8 +24,7 @@ public:
     EventClientSynchronizer& operator=(const EventClientSynchronizer&) = delete;
 
     /// Subscribes to \p channel, publishes a RequestType on kRequestPrefix + \p channel, waits for the first
-    /// record on
-    /// \p channel, and unsubscribes. Ends an earlier subscription of \p client to the channel.
+    /// record on \p channel, and unsubscribes. Ends an earlier subscription of \p client to the channel.
     /// \param      client  a connected client; must stay valid during the call
     /// \param      channel name of the channel
     /// \param[out] reply   set to the reply, whose payload is read as this record's class

@@ -166,8 +166,8 @@ public:
     ///
     /// The answer is the kept message with its own sequence number and the `_id` of the request. Only the
     /// client that requests it gets it, and only if it is subscribed to the channel. Beyond the limits, the
-    /// server drops what was published longest ago. It keeps channels without subscribers, too. Call it
-    /// before Start().
+    /// server drops the oldest message. Messages on channels without subscribers are kept as well. Call it before
+    /// Start().
     /// \return 0, or `-ENOMEM`
     int SetMemory(EventServerMemory memory);
 

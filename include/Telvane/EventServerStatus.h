@@ -16,7 +16,7 @@
 namespace Telvane
 {
 
-/// What a server has counted since its construction.
+/// Counters of a server since its construction.
 struct EventServerStatistics
 {
     TELVANE_COUNTER_MEMBERS(TELVANE_SERVER_COUNTERS)

@@ -1,8 +1,8 @@
 /// \file
 /// Commands to the power source: a kind, lists of modes and values, and two flags for the response.
 ///
-/// The power source defines the numbers of the enumerations, which travel in JSON; the names are the
-/// library's. Other numbers are allowed. The library checks a number only where an operation says so, and
+/// The power source defines the numbers of the enumerations, which JSON contains. The library defines the names.
+/// Other numbers are allowed. The library checks a number only where an operation says so, and
 /// treats a negative one as a very large one.
 #pragma once
 

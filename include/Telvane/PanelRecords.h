@@ -115,7 +115,7 @@ public:
     TELVANE_RECORD(SystemLockMemoryState, Lock)
 };
 
-/// Status lines of the menu. The numbers travel in UIMenuStatus::statusType and never change.
+/// Status lines of the menu. UIMenuStatus::statusType contains the numbers, which never change.
 enum UIMenuStatusString_e : int
 {
     UIMenuStatusString_Unknown = 0,                ///< an unknown line

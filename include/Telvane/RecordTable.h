@@ -94,9 +94,9 @@ struct TextForm
 {
     static constexpr std::size_t kSize = 64; ///< maximum length of the string, in bytes
 
-    /// Writes the string, without characters that JSON escapes, to \p text. \return its end
+    /// Writes the string, without characters that JSON escapes, to \p text. Returns the end of the string.
     char* (*write)(const TelvaneDataTypeBase& record, char* text);
-    /// Reads the string. \return false, without a report, to have `_unpackageData` read it
+    /// Reads the string. Returns false, without a report, if `_unpackageData` must read it.
     bool (*read)(TelvaneDataTypeBase& record, const char* begin, const char* end);
     const void* reserved[2] = {}; ///< null, for operations to come
 };

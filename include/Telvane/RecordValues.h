@@ -1,7 +1,7 @@
 /// \file
 /// The types that members of a record may have, and how their values become JSON.
 ///
-/// Included by RecordTable.h. Applications need nothing of it by name.
+/// RecordTable.h includes this header. Applications need not name anything in it.
 #pragma once
 
 #include <Telvane/TelvaneDataTypeBase.h>
@@ -92,12 +92,12 @@ struct Codec
     static constexpr bool kOptional = false;  ///< whether the type is a `std::optional`
 };
 
-/// Characters are integers to the compiler, but it is not obvious what they would be in JSON.
+/// Characters are integers to the compiler, but have no obvious form in JSON.
 template <class T>
 inline constexpr bool kIsCharacter = std::is_same_v<T, char> || std::is_same_v<T, wchar_t> ||
                                      std::is_same_v<T, char16_t> || std::is_same_v<T, char32_t>;
 
-/// What numbers have in common.
+/// The common part of numbers.
 template <class T>
 struct NumberCodec
 {
@@ -212,7 +212,7 @@ struct Codec<T, std::enable_if_t<std::is_enum_v<T> && !std::is_const_v<T> && !st
     }
 };
 
-/// What flags, texts and records have in common.
+/// The common part of flags, texts and records.
 struct PlainCodec
 {
     static constexpr bool kSupported = true;

@@ -116,8 +116,10 @@ protected:
     bool _toJson(const std::string& field_name, const char* value, cJSON* output);
     /// @}
 
-    /// \name Reading one field Each function reads the first key that equals \p field_name in any letter
-    /// case. Numbers for an `int` are truncated towards 0 and limited to its range.
+    /// \name Reading one field
+    ///
+    /// Each function reads the first key that equals \p field_name in any letter case. Numbers for an `int` are
+    /// truncated towards 0 and limited to its range.
     /// \return true; false if there is no such key or its value has another type, and \p target is unchanged
     /// @{
     bool _int_fromJson(const std::string& field_name, int* target, cJSON* input);
@@ -129,8 +131,10 @@ protected:
     bool _object_fromJson(const std::string& field_name, TelvaneDataTypeBase* value, cJSON* input);
     /// @}
 
-    /// \name Reading one array element Each function reports a value of another type in a line on standard
-    /// output, or on standard error for a record.
+    /// \name Reading one array element
+    ///
+    /// Each function reports a value of another type in a line on standard output, or on standard error for a
+    /// record.
     /// @{
 
     /// Sets \p target to the element.

@@ -372,7 +372,7 @@ class PSWeldFlag(Code):
 
 
 class UIMenuStatusString(Code):
-    """Status lines of the menu. The numbers travel in UIMenuStatus::statusType and never change."""
+    """Status lines of the menu. UIMenuStatus::statusType contains the numbers, which never change."""
 
     Unknown = 0
     """An unknown line."""

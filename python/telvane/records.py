@@ -235,7 +235,7 @@ class DeviceSettings(Record):
     messageSerial: int = 0
     """Publisher's number for the message; see MessageSerialType."""
     arcStartThreshold: int = 0
-    """Threshold of an arc's start; unit of the publisher."""
+    """Threshold for the start of an arc; the unit is the publisher's."""
 
 
 @dataclass(eq=False)
