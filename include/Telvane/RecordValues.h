@@ -55,12 +55,13 @@ public:
     using Tree = std::unique_ptr<cJSON, Deleter>;
 
     /// \name Writing
-    /// Throws `std::bad_alloc`.
+    /// Throws `std::bad_alloc`. record() returns null if the record cannot be written.
     /// @{
+
+    /// Creates a tree, or adds to one.
     static Tree number(double value);
     static Tree flag(bool value);
     static Tree text(const std::string& value);
-    /// \return null if the record cannot be written
     static Tree record(const TelvaneDataTypeBase& value);
     static Tree list();
     static Tree map();
@@ -82,6 +83,8 @@ public:
     static bool isMissing(const cJSON* item); ///< \return whether \p item is null or JSON's `null`
     /// @}
 };
+
+/// \cond
 
 /// Writes and reads values of one type. This one is for types that are not supported.
 template <class T, class = void>
@@ -398,6 +401,8 @@ inline constexpr bool kIsField = Codec<T>::kSupported;
 template <class T, std::size_t N>
 inline constexpr bool kIsField<T[N]> =
     std::is_same_v<T, bool> || std::is_same_v<T, int> || kIsListedRecord<T>;
+
+/// \endcond
 
 } // namespace Detail
 
