@@ -1,0 +1,158 @@
+#include "telvane-mqtt/OutgoingQueue.h"
+
+#include <gtest/gtest.h>
+
+namespace TelvaneTool::Mqtt
+{
+namespace
+{
+
+OutgoingMessage message(const std::string& channel = "LogData", std::size_t size = 10)
+{
+    OutgoingMessage result;
+    result.channel = channel;
+    result.body = std::string(size, 'x');
+    return result;
+}
+
+/// What is taken from a queue, with the backlog.
+std::vector<OutgoingMessage> takeAll(OutgoingQueue& queue, Nanoseconds now = 0)
+{
+    std::vector<OutgoingMessage> messages;
+    bool fromBacklog = false;
+    while (auto next = queue.take(now, true, fromBacklog)) {
+        messages.push_back(std::move(*next));
+    }
+    return messages;
+}
+
+std::vector<std::uint64_t> numbersOf(const std::vector<OutgoingMessage>& messages)
+{
+    std::vector<std::uint64_t> numbers;
+    for (const OutgoingMessage& one : messages) {
+        numbers.push_back(one.number);
+    }
+    return numbers;
+}
+
+QueueLimits limits(std::size_t messages, std::size_t bytes = 1'000'000, Nanoseconds age = 10 * kSecond)
+{
+    return {messages, bytes, age};
+}
+
+TEST(MqttQueue, CountsEachChannelByItself)
+{
+    OutgoingQueue queue(limits(10));
+    queue.push(message("A"), 0);
+    queue.push(message("B"), 0);
+    queue.push(message("A"), 0);
+    EXPECT_EQ(numbersOf(takeAll(queue)), (std::vector<std::uint64_t>{1, 1, 2}));
+}
+
+TEST(MqttQueue, ReportsDropsInTheNextMessageOfTheChannel)
+{
+    OutgoingQueue queue(limits(2));
+    for (int i = 0; i < 5; ++i) {
+        queue.push(message("A"), 0);
+    }
+    queue.push(message("B"), 0);
+    const auto messages = takeAll(queue);
+    ASSERT_EQ(numbersOf(messages), (std::vector<std::uint64_t>{5, 1}));
+    EXPECT_EQ(messages[0].dropped, 4U);
+    EXPECT_EQ(messages[1].dropped, 0U);
+    EXPECT_EQ(queue.counts()["A"].dropped[static_cast<int>(DropReason::QueueFull)], 4U);
+}
+
+TEST(MqttQueue, ReportsADropOnceAlsoIfTheReportItselfIsDropped)
+{
+    OutgoingQueue queue(limits(1));
+    queue.push(message(), 0);
+    queue.push(message(), 0); // drops 1
+    auto messages = takeAll(queue);
+    EXPECT_EQ(messages.at(0).dropped, 1U);
+    queue.countDropped(messages[0], DropReason::TooLarge);
+    queue.push(message(), 0);
+    EXPECT_EQ(takeAll(queue).at(0).dropped, 2U);
+    queue.push(message(), 0);
+    EXPECT_EQ(takeAll(queue).at(0).dropped, 0U);
+}
+
+TEST(MqttQueue, IsBoundedByBytes)
+{
+    OutgoingQueue queue(limits(1000, 10'000));
+    for (int i = 0; i < 100; ++i) {
+        queue.push(message("A", 1000), 0);
+        EXPECT_LE(queue.waitingBytes(), 10'000U);
+    }
+    EXPECT_EQ(numbersOf(takeAll(queue)).back(), 100U);
+    EXPECT_EQ(queue.waitingBytes(), 0U);
+}
+
+TEST(MqttQueue, IsBoundedByAge)
+{
+    OutgoingQueue queue(limits(1000));
+    queue.push(message(), 0);
+    queue.push(message(), 5 * kSecond);
+    const auto messages = takeAll(queue, 11 * kSecond);
+    ASSERT_EQ(numbersOf(messages), std::vector<std::uint64_t>{2});
+    EXPECT_EQ(messages[0].dropped, 1U);
+}
+
+TEST(MqttQueue, SendsLiveMessagesBeforeTheBacklog)
+{
+    OutgoingQueue queue(limits(100));
+    queue.push(message(), 1);
+    queue.push(message(), 2);
+    queue.makeBacklog();
+    queue.push(message(), 3);
+    bool fromBacklog = true;
+    EXPECT_EQ(queue.take(4, false, fromBacklog)->number, 3U);
+    EXPECT_FALSE(fromBacklog);
+    EXPECT_FALSE(queue.take(4, false, fromBacklog)) << "the rate does not allow more of the backlog";
+    EXPECT_EQ(numbersOf(takeAll(queue)), (std::vector<std::uint64_t>{1, 2}));
+}
+
+TEST(MqttQueue, KeepsTheOrderOfWhatComesBack)
+{
+    OutgoingQueue queue(limits(100));
+    for (int i = 1; i <= 6; ++i) {
+        queue.push(message(), i);
+    }
+    bool fromBacklog = false;
+    std::vector<OutgoingMessage> inFlight;
+    for (int i = 0; i < 3; ++i) {
+        inFlight.push_back(*queue.take(6, true, fromBacklog));
+    }
+    queue.putBack(std::move(inFlight), 7);
+    queue.makeBacklog();
+    EXPECT_EQ(numbersOf(takeAll(queue)), (std::vector<std::uint64_t>{1, 2, 3, 4, 5, 6}));
+}
+
+// A day without broker, four messages a second.
+TEST(MqttQueue, SurvivesADayWithoutBroker)
+{
+    constexpr Nanoseconds kInterval = 250 * kMillisecond;
+    constexpr Nanoseconds kDay = 24 * 3600 * kSecond;
+    constexpr std::size_t kMost = 1000;
+    OutgoingQueue queue({kMost, 10'000'000, 200 * kSecond});
+    std::uint64_t pushed = 0;
+    for (Nanoseconds now = 0; now < kDay; now += kInterval) {
+        queue.push(message(), now);
+        ++pushed;
+        if (pushed % 1000 == 0) {
+            ASSERT_LE(queue.waiting(), kMost);
+            ASSERT_LE(queue.waitingBytes(), 10'000'000U);
+        }
+    }
+    const auto messages = takeAll(queue, kDay);
+    EXPECT_NEAR(static_cast<double>(messages.size()), 800, 1) << "what is younger than 200 s";
+    const auto numbers = numbersOf(messages);
+    EXPECT_TRUE(std::is_sorted(numbers.begin(), numbers.end()));
+    EXPECT_EQ(numbers.back(), pushed);
+    EXPECT_EQ(messages.front().dropped, pushed - messages.size());
+    EXPECT_EQ(queue.counts()["LogData"].dropped[static_cast<int>(DropReason::TooOld)],
+              pushed - messages.size());
+}
+
+} // namespace
+} // namespace TelvaneTool::Mqtt

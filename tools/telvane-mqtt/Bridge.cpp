@@ -1,0 +1,243 @@
+// Three threads: this one runs the callbacks of the bus and fills the queue, the link's empties it, and requests wait
+// on the third. A slow broker can fill the queue, but it delays neither the bus nor a request.
+
+#include "Bridge.h"
+
+#include "BrokerLink.h"
+#include "ChannelFeed.h"
+#include "InboundHandler.h"
+#include "Metrics.h"
+#include "common/bus/DecodedRecord.h"
+#include "common/cli/ExitCodes.h"
+#include "common/cli/Messages.h"
+#include "common/cli/Signals.h"
+
+#include <Telvane/Bus.h>
+
+#include <optional>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+namespace TelvaneTool::Mqtt
+{
+
+namespace
+{
+
+constexpr std::size_t kBusQueue = 10'000;
+constexpr std::size_t kEnvelope = 1024; ///< what a payload may have beside its body, and the topic
+constexpr Nanoseconds kFarewell = 2 * kSecond;
+
+/// Holds the client's identifier at a broker for as long as the process lives: two bridges with one identifier would end each
+/// other's connections for ever. A socket in the abstract namespace needs no file and no cleaning up.
+FileDescriptor lockIdentifier(const std::string& identifier)
+{
+    FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    const std::string name = "telvane-mqtt/" + std::to_string(std::hash<std::string>()(identifier));
+    name.copy(address.sun_path + 1, sizeof address.sun_path - 1);
+    const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
+    return bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), length) == 0 ? std::move(socket)
+                                                                                        : FileDescriptor();
+}
+
+void reportEvent(const Telvane::BusEvent& event)
+{
+    using Kind = Telvane::BusEvent::Kind;
+    if (event.kind == Kind::StateChanged && event.state == Telvane::ConnectionState::Connected) {
+        printStatus("connected to the bus");
+    } else if (event.kind == Kind::AttemptFailed || (event.kind == Kind::StateChanged && event.reason)) {
+        printError("bus: " + event.reason.message());
+    } else if (event.kind == Kind::SubscriptionRefused) {
+        printError("the server of the bus refuses the channel " + event.channel);
+    }
+}
+
+Telvane::BusOptions busOptions()
+{
+    Telvane::BusOptions options;
+    options.run = Telvane::Run::Dispatch;
+    options.onEvent = &reportEvent;
+    return options;
+}
+
+/// Follows the channels that go out.
+class Outbound
+{
+public:
+    Outbound(const BridgeSettings& settings, Telvane::Bus& bus, OutgoingQueue& queue)
+        : m_settings(settings), m_queue(queue), m_topics(settings.prefix, settings.module)
+    {
+        for (const auto& [name, rule] : settings.rules.out()) {
+            auto channel = std::make_unique<Channel>(
+                Channel{name,
+                        ChannelFeed(rule,
+                                    [this, name = name, rule = rule](std::string body, const WallTime& time) {
+                                        push(name, rule, std::move(body), time);
+                                    }),
+                        {},
+                        0});
+            Channel* const raw = channel.get();
+            const DecodedRecord prototype(rule.recordClass);
+            Telvane::Limit limit;
+            limit.messages = kBusQueue;
+            channel->subscription = bus.subscribe(
+                name, prototype,
+                [this, raw](Telvane::TelvaneDataTypeBase& record, const Telvane::Delivery& /*delivery*/) {
+                    take(*raw, static_cast<const DecodedRecord&>(record));
+                },
+                Telvane::Run::Dispatch, limit);
+            m_channels.push_back(std::move(channel));
+        }
+    }
+
+    /// Closes what is due and counts what the bus has dropped.
+    /// \return milliseconds until it should be called again
+    int tick(Nanoseconds now)
+    {
+        Nanoseconds next = now + kSecond;
+        for (const auto& channel : m_channels) {
+            channel->feed.closeIfDue(now);
+            const Nanoseconds due = channel->feed.due();
+            next = due >= 0 ? std::min(next, due) : next;
+            const std::uint64_t lost = channel->subscription.statistics().dropped;
+            if (lost != channel->lost) {
+                m_queue.countLost(channel->name, DropReason::BusLag, lost - channel->lost);
+                channel->lost = lost;
+            }
+        }
+        return static_cast<int>(std::max<Nanoseconds>(next - now + kMillisecond - 1, 0) / kMillisecond);
+    }
+
+    void close()
+    {
+        for (const auto& channel : m_channels) {
+            channel->feed.close();
+        }
+    }
+
+private:
+    struct Channel
+    {
+        std::string name;
+        ChannelFeed feed;
+        Telvane::Subscription subscription;
+        std::uint64_t lost = 0;
+    };
+
+    void take(Channel& channel, const DecodedRecord& record)
+    {
+        if (!record.decodeError().empty()) {
+            m_queue.countLost(channel.name, DropReason::Invalid);
+            return;
+        }
+        channel.feed.add(record.text(), monotonicNow(),
+                         std::max(m_settings.broker.packetLimit, 2 * kEnvelope) - kEnvelope);
+    }
+
+    void push(const std::string& channel, const OutRule& rule, std::string body, const WallTime& time)
+    {
+        OutgoingMessage message;
+        message.channel = channel;
+        message.topic = m_topics.notification(channel);
+        message.className = rule.recordClass != nullptr ? rule.recordClass->name : "";
+        message.body = std::move(body);
+        message.time = time;
+        message.qos = rule.qos;
+        message.retain = rule.retain;
+        m_queue.push(std::move(message), monotonicNow());
+    }
+
+    const BridgeSettings& m_settings;
+    OutgoingQueue& m_queue;
+    const Topics m_topics;
+    std::vector<std::unique_ptr<Channel>> m_channels;
+};
+
+/// Runs callbacks of the bus until a signal arrives.
+template <class AfterCallbacks>
+int runUntilSignal(Telvane::Bus& bus, Outbound& outbound, AfterCallbacks afterCallbacks)
+{
+    const FileDescriptor signals = openSignals();
+    for (;;) {
+        const int wait = outbound.tick(monotonicNow());
+        pollfd descriptors[] = {{signals.get(), POLLIN, 0}, {bus.fd(), POLLIN, 0}};
+        poll(descriptors, 2, wait);
+        if ((descriptors[0].revents & POLLIN) != 0 && readSignal(signals.get()) != 0) {
+            return kSuccess;
+        }
+        bus.dispatch();
+        const int result = afterCallbacks();
+        if (result != kSuccess) {
+            return result;
+        }
+    }
+}
+
+} // namespace
+
+int runBridge(const BridgeSettings& settings)
+{
+    const BrokerSettings& broker = settings.broker;
+    const FileDescriptor lock =
+        lockIdentifier(broker.clientId + "@" + broker.host + ":" + std::to_string(broker.port));
+    if (!lock.isOpen()) {
+        printError("a bridge for the module " + settings.module + " runs already on this machine");
+        return kWrongUsage;
+    }
+    const Session session = startSession();
+    OutgoingQueue queue(settings.queue);
+    Telvane::Bus bus(settings.bus, busOptions());
+    Outbound outbound(settings, bus, queue);
+    InboundHandler inbound(settings, bus, queue);
+    BrokerLink link(settings, session, queue,
+                    [&inbound](TopicKind kind, const std::string& channel, IncomingMessage message) {
+                        inbound.handle(kind, channel, std::move(message));
+                    });
+    const MetricsSources sources = {queue, link.counts(), inbound.counts()};
+    std::optional<MetricsPipe> pipe;
+    if (!settings.metricsPipe.empty()) {
+        pipe.emplace(settings.metricsPipe, sources);
+        const int opened = pipe->open();
+        if (opened != kSuccess) {
+            return opened;
+        }
+    }
+    link.start();
+    const int result = runUntilSignal(bus, outbound, [] { return kSuccess; });
+    outbound.close();
+    if (!link.stop(kFarewell)) {
+        // Its thread waits for TCP and cannot be interrupted.
+        pipe.reset();
+        _exit(result);
+    }
+    return result;
+}
+
+int runDry(const BridgeSettings& settings)
+{
+    const Session session = startSession();
+    OutgoingQueue queue(settings.queue);
+    Telvane::Bus bus(settings.bus, busOptions());
+    Outbound outbound(settings, bus, queue);
+    const auto print = [&] {
+        bool fromBacklog = false;
+        int result = kSuccess;
+        while (auto message = queue.take(monotonicNow(), true, fromBacklog)) {
+            result =
+                writeResult(message->topic + " " +
+                            (settings.bare ? barePayloadOf(*message) : payloadOf(*message, session)) + "\n");
+            if (result != kSuccess) {
+                break;
+            }
+        }
+        return result;
+    };
+    const int result = runUntilSignal(bus, outbound, print);
+    outbound.close();
+    return result == kSuccess ? print() : result;
+}
+
+} // namespace TelvaneTool::Mqtt

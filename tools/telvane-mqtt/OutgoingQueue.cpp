@@ -1,0 +1,176 @@
+// A number is given only to a message that the queue has accepted, and a drop is reported in the next message of its
+// channel: a consumer that sees a gap in the numbers learns whether messages were dropped or are still on their way.
+
+#include "OutgoingQueue.h"
+
+#include <algorithm>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+namespace TelvaneTool::Mqtt
+{
+
+const char* nameOf(DropReason reason)
+{
+    switch (reason) {
+    case DropReason::QueueFull:
+        return "queue_full";
+    case DropReason::TooOld:
+        return "too_old";
+    case DropReason::TooLarge:
+        return "too_large";
+    case DropReason::Refused:
+        return "refused";
+    case DropReason::Invalid:
+        return "invalid";
+    case DropReason::BusLag:
+        return "bus_lag";
+    }
+    return "";
+}
+
+OutgoingQueue::OutgoingQueue(const QueueLimits& limits)
+    : m_limits(limits), m_wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
+{}
+
+void OutgoingQueue::push(OutgoingMessage message, Nanoseconds now)
+{
+    {
+        const std::lock_guard lock(m_mutex);
+        Channel& channel = m_channels[message.channel];
+        message.number = message.channel.empty() ? 0 : ++channel.lastNumber;
+        message.queued = now;
+        ++channel.counts.accepted;
+        m_bytes += message.size();
+        m_live.push_back(std::move(message));
+        trim(now);
+    }
+    const std::uint64_t one = 1;
+    [[maybe_unused]] const ssize_t written = write(m_wake.get(), &one, sizeof one);
+}
+
+void OutgoingQueue::clearWake() const
+{
+    std::uint64_t count = 0;
+    [[maybe_unused]] const ssize_t length = read(m_wake.get(), &count, sizeof count);
+}
+
+void OutgoingQueue::dropFront(std::deque<OutgoingMessage>& messages, DropReason reason)
+{
+    const OutgoingMessage& message = messages.front();
+    Channel& channel = m_channels[message.channel];
+    ++channel.counts.dropped[static_cast<int>(reason)];
+    channel.unreported += 1 + message.dropped;
+    m_bytes -= message.size();
+    messages.pop_front();
+}
+
+void OutgoingQueue::trim(Nanoseconds now)
+{
+    while (m_backlog.size() + m_live.size() > m_limits.messages || m_bytes > m_limits.bytes) {
+        dropFront(m_backlog.empty() ? m_live : m_backlog, DropReason::QueueFull);
+    }
+    for (std::deque<OutgoingMessage>* messages : {&m_backlog, &m_live}) {
+        while (!messages->empty() && now - messages->front().queued > m_limits.age) {
+            dropFront(*messages, DropReason::TooOld);
+        }
+    }
+}
+
+std::optional<OutgoingMessage> OutgoingQueue::take(Nanoseconds now, bool withBacklog, bool& fromBacklog)
+{
+    const std::lock_guard lock(m_mutex);
+    trim(now);
+    fromBacklog = m_live.empty();
+    std::deque<OutgoingMessage>& messages = fromBacklog ? m_backlog : m_live;
+    if (messages.empty() || (fromBacklog && !withBacklog)) {
+        return std::nullopt;
+    }
+    OutgoingMessage message = std::move(messages.front());
+    messages.pop_front();
+    m_bytes -= message.size();
+    message.dropped += std::exchange(m_channels[message.channel].unreported, 0);
+    return message;
+}
+
+void OutgoingQueue::putBack(std::vector<OutgoingMessage> messages, Nanoseconds now)
+{
+    const std::lock_guard lock(m_mutex);
+    for (auto message = messages.rbegin(); message != messages.rend(); ++message) {
+        m_bytes += message->size();
+        m_backlog.push_front(std::move(*message));
+    }
+    sortBacklog();
+    trim(now);
+}
+
+void OutgoingQueue::makeBacklog()
+{
+    const std::lock_guard lock(m_mutex);
+    for (OutgoingMessage& message : m_live) {
+        m_backlog.push_back(std::move(message));
+    }
+    m_live.clear();
+    sortBacklog();
+}
+
+void OutgoingQueue::sortBacklog()
+{
+    // Live messages are sent before older ones of the backlog. If they come back, they are the newer ones.
+    std::stable_sort(
+        m_backlog.begin(), m_backlog.end(),
+        [](const OutgoingMessage& one, const OutgoingMessage& other) { return one.queued < other.queued; });
+}
+
+void OutgoingQueue::countSent(const OutgoingMessage& message, std::size_t bytes)
+{
+    const std::lock_guard lock(m_mutex);
+    ChannelCounts& counts = m_channels[message.channel].counts;
+    ++counts.sent;
+    counts.bytes += bytes;
+}
+
+void OutgoingQueue::countDropped(const OutgoingMessage& message, DropReason reason)
+{
+    const std::lock_guard lock(m_mutex);
+    Channel& channel = m_channels[message.channel];
+    ++channel.counts.dropped[static_cast<int>(reason)];
+    channel.unreported += 1 + message.dropped;
+}
+
+void OutgoingQueue::countLost(const std::string& channel, DropReason reason, std::uint64_t count)
+{
+    const std::lock_guard lock(m_mutex);
+    m_channels[channel].counts.dropped[static_cast<int>(reason)] += count;
+    m_channels[channel].unreported += count;
+}
+
+std::map<std::string, ChannelCounts> OutgoingQueue::counts() const
+{
+    const std::lock_guard lock(m_mutex);
+    std::map<std::string, ChannelCounts> counts;
+    for (const auto& [name, channel] : m_channels) {
+        counts[name] = channel.counts;
+    }
+    return counts;
+}
+
+std::size_t OutgoingQueue::waiting() const
+{
+    const std::lock_guard lock(m_mutex);
+    return m_backlog.size() + m_live.size();
+}
+
+std::size_t OutgoingQueue::waitingBytes() const
+{
+    const std::lock_guard lock(m_mutex);
+    return m_bytes;
+}
+
+bool OutgoingQueue::hasBacklog() const
+{
+    const std::lock_guard lock(m_mutex);
+    return !m_backlog.empty();
+}
+
+} // namespace TelvaneTool::Mqtt

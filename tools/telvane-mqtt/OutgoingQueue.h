@@ -1,0 +1,108 @@
+#pragma once
+
+#include "Payload.h"
+#include "common/support/Clock.h"
+#include "common/support/FileDescriptor.h"
+
+#include <deque>
+#include <map>
+#include <mutex>
+#include <optional>
+
+namespace TelvaneTool::Mqtt
+{
+
+/// Bounds of the queue. What exceeds them is dropped, oldest first.
+struct QueueLimits
+{
+    std::size_t messages = 20'000;
+    std::size_t bytes = std::size_t{16} * 1024 * 1024;
+    Nanoseconds age = 24 * 3600 * kSecond;
+};
+
+/// Why a message was dropped.
+enum class DropReason
+{
+    QueueFull, ///< more messages or bytes than the bounds
+    TooOld,
+    TooLarge, ///< for the broker
+    Refused,  ///< by the broker
+    Invalid,  ///< a payload of the bus that its class cannot read
+    BusLag,   ///< the bridge was too slow for the bus
+};
+constexpr int kDropReasons = 6;
+
+/// \return the name of a reason in metrics
+const char* nameOf(DropReason reason);
+
+/// What was counted for one channel.
+struct ChannelCounts
+{
+    std::uint64_t accepted = 0;
+    std::uint64_t sent = 0; ///< acknowledged, or handed over with QoS 0
+    std::uint64_t bytes = 0;
+    std::uint64_t dropped[kDropReasons] = {};
+};
+
+/// The messages that wait for the broker. The client library's own queue has no bound.
+///
+/// Messages that were accepted while there was no connection are the backlog. It goes out in order, at a limited rate;
+/// what arrives while there is a connection goes first.
+/// \par Threads  Any.
+class OutgoingQueue
+{
+public:
+    explicit OutgoingQueue(const QueueLimits& limits);
+
+    /// Accepts a message, gives it its number and drops what exceeds the bounds.
+    void push(OutgoingMessage message, Nanoseconds now);
+
+    /// \param withBacklog whether a message of the backlog may be taken
+    /// \param[out] fromBacklog whether it was one
+    /// \return the next message, with the number of drops of its channel that were not reported before
+    std::optional<OutgoingMessage> take(Nanoseconds now, bool withBacklog, bool& fromBacklog);
+
+    /// Returns messages that were taken and not acknowledged to the front, in their order.
+    void putBack(std::vector<OutgoingMessage> messages, Nanoseconds now);
+
+    /// Makes everything that waits the backlog: the connection was lost or made.
+    void makeBacklog();
+
+    /// Counts a message that was sent.
+    void countSent(const OutgoingMessage& message, std::size_t bytes);
+    /// Counts a message that was dropped, and what it would have reported.
+    void countDropped(const OutgoingMessage& message, DropReason reason);
+    /// Counts what never reached the queue.
+    void countLost(const std::string& channel, DropReason reason, std::uint64_t count = 1);
+
+    std::map<std::string, ChannelCounts> counts() const;
+    std::size_t waiting() const;
+    std::size_t waitingBytes() const;
+    bool hasBacklog() const;
+
+    /// \return a descriptor that is readable after push()
+    int wakeFd() const { return m_wake.get(); }
+    void clearWake() const;
+
+private:
+    struct Channel
+    {
+        ChannelCounts counts;
+        std::uint64_t lastNumber = 0;
+        std::uint64_t unreported = 0;
+    };
+
+    void sortBacklog();
+    void trim(Nanoseconds now);
+    void dropFront(std::deque<OutgoingMessage>& messages, DropReason reason);
+
+    const QueueLimits m_limits;
+    FileDescriptor m_wake;
+    mutable std::mutex m_mutex;
+    std::deque<OutgoingMessage> m_backlog;
+    std::deque<OutgoingMessage> m_live;
+    std::size_t m_bytes = 0;
+    std::map<std::string, Channel> m_channels;
+};
+
+} // namespace TelvaneTool::Mqtt

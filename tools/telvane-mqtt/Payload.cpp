@@ -1,0 +1,105 @@
+// Many consumers cannot read the properties of MQTT 5, and messages on different topics can overtake each other. So
+// everything that is needed to understand a record is in its own payload.
+
+#include "Payload.h"
+
+#include "common/bus/RecordBuilder.h"
+#include "common/support/Clock.h"
+
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <sys/timex.h>
+
+namespace TelvaneTool::Mqtt
+{
+
+namespace
+{
+
+/// A clock that starts in the past after a power cut.
+constexpr std::int64_t kEarliestPlausible = 1'600'000'000; // 2020
+
+bool hasKey(const Telvane::RecordClass& recordClass, const char* key)
+{
+    for (const Telvane::RecordField& field : recordClass.table().fields()) {
+        if (std::strcmp(field.key, key) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace
+
+std::string isoTime(std::int64_t milliseconds)
+{
+    const auto seconds = static_cast<time_t>(milliseconds / 1000);
+    tm parts = {};
+    gmtime_r(&seconds, &parts);
+    char day[32] = {};
+    std::strftime(day, sizeof day, "%Y-%m-%dT%H:%M:%S", &parts);
+    char text[48] = {};
+    std::snprintf(text, sizeof text, "%s.%03dZ", day, static_cast<int>(milliseconds % 1000));
+    return text;
+}
+
+WallTime wallTimeNow()
+{
+    const std::int64_t milliseconds = realTimeNow() / kMillisecond;
+    timex state = {};
+    const bool synchronized = adjtimex(&state) != TIME_ERROR;
+    return {isoTime(milliseconds), synchronized && milliseconds / 1000 > kEarliestPlausible};
+}
+
+Session startSession()
+{
+    const std::int64_t milliseconds = std::max<std::int64_t>(realTimeNow() / kMillisecond, 1);
+    return {static_cast<std::uint64_t>(milliseconds), isoTime(milliseconds)};
+}
+
+std::string payloadOf(const OutgoingMessage& message, const Session& session)
+{
+    if (!message.text.empty()) {
+        return message.text;
+    }
+    std::string text =
+        "{\"class\":\"" + message.className + "\",\"session\":" + std::to_string(session.number);
+    if (message.number != 0) {
+        text += ",\"n\":" + std::to_string(message.number);
+    }
+    text += ",\"time\":\"" + message.time.text + "\",\"clockSet\":" + (message.time.isSet ? "true" : "false");
+    if (message.dropped != 0) {
+        text += ",\"dropped\":" + std::to_string(message.dropped);
+    }
+    return text + "," + message.body + "}";
+}
+
+std::string barePayloadOf(const OutgoingMessage& message)
+{
+    return message.text.empty() ? message.body.substr(message.body.find(':') + 1) : message.text;
+}
+
+std::unique_ptr<Telvane::TelvaneDataTypeBase>
+readRecord(const std::string& payload, const Telvane::RecordClass& recordClass, std::string& error)
+{
+    const JsonTree tree = parseJson(payload, error);
+    if (tree == nullptr) {
+        return nullptr;
+    }
+    std::string text = payload;
+    const cJSON* const record = cJSON_GetObjectItemCaseSensitive(tree.get(), "record");
+    if (cJSON_IsObject(record) != 0 && !hasKey(recordClass, "record")) {
+        const cJSON* const name = cJSON_GetObjectItemCaseSensitive(tree.get(), "class");
+        if (cJSON_IsString(name) != 0 && std::strcmp(name->valuestring, recordClass.name) != 0) {
+            error = std::string("class: expected ") + recordClass.name + ", got " + name->valuestring;
+            return nullptr;
+        }
+        text = printJson(record);
+    }
+    RecordRequest request;
+    request.recordClass = &recordClass;
+    return buildRecord(request, &text, error);
+}
+
+} // namespace TelvaneTool::Mqtt

@@ -1,0 +1,184 @@
+#include "Bridge.h"
+#include "common/cli/CommandLine.h"
+#include "common/cli/ExitCodes.h"
+#include "common/cli/Messages.h"
+#include "common/cli/Signals.h"
+
+#include <mosquitto.h>
+
+namespace
+{
+
+using namespace TelvaneTool;
+
+int runProgram(const Command& command, Mqtt::Settings& settings)
+{
+    if (!settings.configFile.empty()) {
+        const std::string error = Mqtt::readConfigFile(
+            settings.configFile, [&command](const char* option) { return command.given(option); }, settings);
+        if (!error.empty()) {
+            printError(error);
+            return kWrongUsage;
+        }
+    }
+    Mqtt::BridgeSettings bridge;
+    const std::string error = Mqtt::checkSettings(settings, bridge);
+    if (!error.empty()) {
+        printError(error);
+        return kWrongUsage;
+    }
+    if (settings.check) {
+        return writeResult(Mqtt::describeSettings(bridge));
+    }
+    return settings.dryRun ? Mqtt::runDry(bridge) : Mqtt::runBridge(bridge);
+}
+
+void addChannelOptions(Command& command, Mqtt::Settings& settings)
+{
+    command
+        .option("--out", settings.out,
+                "Send the records of CHANNEL. Settings follow after colons: class=CLASS, qos=0, qos=1, "
+                "retain, each, batch=TIME, "
+                "every=TIME, "
+                "changes. A pattern such as Weld* stands for the record classes that it matches")
+        .typeName("CHANNEL")
+        .repeatable()
+        .group("Channels");
+    command
+        .option("--in", settings.in,
+                "Publish on CHANNEL what arrives for it, after checking it against the class of that name or "
+                "of :class=CLASS")
+        .typeName("CHANNEL")
+        .repeatable()
+        .group("Channels");
+    command.option("--request", settings.requests, "Make requests that arrive for CHANNEL, and answer them")
+        .typeName("CHANNEL")
+        .repeatable()
+        .group("Channels");
+    command.flag("--bare", settings.bare, "Send records alone, without number, time, class and session")
+        .group("Channels");
+}
+
+void addBrokerOptions(Command& command, Mqtt::Settings& settings)
+{
+    const char* const group = "Broker";
+    command
+        .option("--broker", settings.broker,
+                "Connect to this broker: mqtts://HOST[:PORT] with TLS, or mqtt://")
+        .typeName("URL")
+        .group(group);
+    command.option("--protocol", settings.protocol, "Speak MQTT 5, or 3.1.1, or what the broker can")
+        .typeName("5|3.1.1|auto")
+        .showDefault()
+        .group(group);
+    command.option("--ca", settings.caFile, "Trust the authorities in FILE instead of those of the system")
+        .typeName("FILE")
+        .group(group);
+    command.option("--cert", settings.certificateFile, "Present the certificate in FILE")
+        .typeName("FILE")
+        .group(group);
+    command.option("--key", settings.keyFile, "Use the private key in FILE").typeName("FILE").group(group);
+    command.option("--user-file", settings.userFile, "Read the user's name from FILE")
+        .typeName("FILE")
+        .group(group);
+    command.option("--password-file", settings.passwordFile, "Read the password from FILE")
+        .typeName("FILE")
+        .group(group);
+    command.option("--keep-alive", settings.keepAlive, "Check an idle connection after this time, in seconds")
+        .within(5, 65535)
+        .showDefault()
+        .group(group);
+    command.option("--ack-timeout", settings.ackTimeout, "Reconnect if an acknowledgement takes longer")
+        .typeName("TIME")
+        .showDefault()
+        .group(group);
+    command
+        .option("--first-pause", settings.firstPause,
+                "Pause before the first new attempt, shortened at random")
+        .typeName("TIME")
+        .showDefault()
+        .group(group);
+    command.option("--longest-pause", settings.longestPause, "Longest pause between attempts")
+        .typeName("TIME")
+        .showDefault()
+        .group(group);
+    command.option("--in-flight", settings.inFlight, "Send this many messages before their acknowledgements")
+        .within(1, 65535)
+        .showDefault()
+        .group(group);
+    command
+        .option("--packet-limit", settings.packetLimit, "Largest packet, in bytes; the broker may lower it")
+        .within(1024, 268435455)
+        .showDefault()
+        .group(group);
+}
+
+void addQueueOptions(Command& command, Mqtt::Settings& settings)
+{
+    const char* const group = "Queue";
+    command.option("--queue-messages", settings.queueMessages, "Keep this many messages for the broker")
+        .positive()
+        .showDefault()
+        .group(group);
+    command.option("--queue-bytes", settings.queueBytes, "Keep this many bytes of messages")
+        .positive()
+        .showDefault()
+        .group(group);
+    command.option("--queue-age", settings.queueAge, "Drop messages that have waited longer")
+        .typeName("TIME")
+        .showDefault()
+        .group(group);
+    command
+        .option("--drain-rate", settings.drainRate,
+                "Send this many messages a second that waited for the broker; 0 for no limit")
+        .notNegative()
+        .showDefault()
+        .group(group);
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    CommandLine line("Connect a bus to an MQTT broker", TELVANE_VERSION, kExitCodeHelp, "telvane-mqtt");
+    Mqtt::Settings settings;
+    Command command(line);
+    command
+        .option("--config", settings.configFile,
+                "Read options from a TOML file; the command line takes precedence")
+        .typeName("FILE");
+    command.option("--bus", settings.bus, "Connect to the bus at PATH").typeName("PATH");
+    command.option("--prefix", settings.prefix, "Begin all topics with this prefix")
+        .typeName("TOPIC")
+        .showDefault();
+    command.option("--module", settings.module, "Name of the module in topics; the host's name by default")
+        .typeName("NAME");
+    command
+        .option("--metrics-pipe", settings.metricsPipe,
+                "Create a named pipe at PATH that serves OpenMetrics text")
+        .typeName("PATH");
+    command.option("--request-timeout", settings.requestTimeout, "Wait this long for the answer to a request")
+        .typeName("TIME")
+        .showDefault();
+    command.flag("--check", settings.check, "Check the options, print what would go where, and exit");
+    command.flag("--dry-run", settings.dryRun, "Print topics and payloads instead of connecting to a broker");
+    addChannelOptions(command, settings);
+    addBrokerOptions(command, settings);
+    addQueueOptions(command, settings);
+    command.examples(
+        "# send all welds of a module\n"
+        "telvane-mqtt --bus /run/telvane/bus --broker mqtts://broker.example \\\n"
+        "    --out 'WeldTrigger*' --out HALInfo:retain\n"
+        "# let the plant set the time\n"
+        "telvane-mqtt --bus /run/telvane/bus --broker mqtts://broker.example --in SetTime:class=LogData\n"
+        "# see what would be sent\n"
+        "telvane-mqtt --bus /run/telvane/bus --out WeldTraceData:batch=100ms --dry-run\n");
+    command.run([&command, &settings] { return runProgram(command, settings); });
+
+    openStandardDescriptors();
+    blockTerminationSignals();
+    mosquitto_lib_init();
+    const int result = line.run(argc, argv);
+    mosquitto_lib_cleanup();
+    return result;
+}
