@@ -21,6 +21,9 @@ endif()
 if(TARGET telvane-web)
   list(APPEND CPACK_COMPONENTS_ALL web)
 endif()
+if(TELVANE_BUILD_MQTT)
+  list(APPEND CPACK_COMPONENTS_ALL mqtt)
+endif()
 
 # Dependencies are found in the binaries, except those between these packages.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
@@ -68,6 +71,16 @@ The program telvane-archive keeps every weld of a bus in SQLite or PostgreSQL,
 with all its samples. The program telvane-welds lists, shows, compares and
 exports them.
 With them comes a unit for systemd, which keeps the welds once it is enabled.")
+
+set(CPACK_DEBIAN_MQTT_PACKAGE_NAME telvane-mqtt)
+set(CPACK_DEBIAN_MQTT_PACKAGE_SECTION utils)
+set(CPACK_DEBIAN_MQTT_PACKAGE_DEPENDS "telvane-tools (= ${package_version})")
+set(CPACK_DEBIAN_MQTT_PACKAGE_SUGGESTS "mosquitto, ca-certificates")
+set(CPACK_COMPONENT_MQTT_DESCRIPTION "bridge of the Telvane message bus to an MQTT broker
+The program telvane-mqtt sends chosen channels of a bus to a broker, accepts
+chosen records and requests from it, and keeps what happens during an outage.
+With it comes a unit for systemd, which runs it once it is configured and
+enabled.")
 
 set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-telvane)
 set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
