@@ -165,14 +165,13 @@ int main(int argc, char** argv)
     addChannelOptions(command, settings);
     addBrokerOptions(command, settings);
     addQueueOptions(command, settings);
-    command.examples(
-        "# send all welds of a module\n"
-        "telvane-mqtt --bus /run/telvane/bus --broker mqtts://broker.example \\\n"
-        "    --out 'WeldTrigger*' --out HALInfo:retain\n"
-        "# let the plant set the time\n"
-        "telvane-mqtt --bus /run/telvane/bus --broker mqtts://broker.example --in SetTime:class=LogData\n"
-        "# see what would be sent\n"
-        "telvane-mqtt --bus /run/telvane/bus --out WeldTraceData:batch=100ms --dry-run\n");
+    command.examples("# send all welds of a module\n"
+                     "telvane-mqtt --bus /run/telvane/bus --broker mqtts://broker.example \\\n"
+                     "    --out 'WeldTrigger*' --out HALInfo:retain\n"
+                     "# accept log entries of the plant\n"
+                     "telvane-mqtt --bus /run/telvane/bus --broker mqtts://broker.example --in LogData\n"
+                     "# see what would be sent\n"
+                     "telvane-mqtt --bus /run/telvane/bus --out WeldTraceData:batch=100ms --dry-run\n");
     command.run([&command, &settings] { return runProgram(command, settings); });
 
     openStandardDescriptors();
