@@ -236,3 +236,26 @@ lost="the server at"
     run bash -c '"$0" records 2>&1 >&-' "$TELVANE"
     [ "$status" -eq 5 ]
 }
+
+@test "a second signal ends listen at once, with the signal's exit code" {
+    start_server
+    mkfifo output
+    exec 8<>output # keeps the pipe open, but does not read it
+    env --default-signal=INT "$TELVANE" listen "$bus" LogData --verbose >output 2>listener.err </dev/null 3>&- &
+    listener=$!
+    processes+=("$listener")
+    await listener.err ": listening$"
+    log=$(head -c 4000 /dev/zero | tr '\0' x)
+    for ((i = 0; i < 60; i++)); do echo "{\"log\":\"$log\"}"; done | "$TELVANE" publish "$bus" LogData -
+    # Its output is stuck when the pipe is full.
+    until python3 -c '
+import fcntl, struct, sys, termios
+waiting = struct.unpack("i", fcntl.ioctl(0, termios.FIONREAD, bytes(4)))[0]
+sys.exit(waiting < 61440)' <&8; do sleep 0.02; done
+    kill -INT "$listener"
+    sleep 0.1
+    kill -INT "$listener"
+    finish "$listener"
+    [ "$status" -eq 130 ]
+    exec 8<&-
+}

@@ -90,6 +90,26 @@ record_weld() {
     grep -q "no end of this weld" weld.svg
 }
 
+@test "plot draws a recording with damaged lines, and reports them" {
+    "$TELVANE" weld -o weld.jsonl --duration 1.5 --period-us 5000
+    sed -i '10s/.*/{"ns":/' weld.jsonl
+    run "$TELVANE" plot weld.jsonl -o weld.svg
+    [ "$status" -eq 4 ]
+    grep -q "current in A" weld.svg
+}
+
+@test "plot draws 40 welds in one picture, and refuses 41" {
+    "$TELVANE" weld -o many.jsonl --welds 40 --duration 1.5 --period-us 50000
+    run "$TELVANE" plot many.jsonl -o many.svg
+    [ "$status" -eq 0 ]
+    [ -s many.svg ]
+    "$TELVANE" weld -o more.jsonl --welds 41 --duration 1.5 --period-us 50000
+    run "$TELVANE" plot more.jsonl -o more.svg
+    [ "$status" -eq 4 ]
+    [[ $output == *"41 welds, a picture can show 40; select some with --weld" ]]
+    [ ! -e more.svg ]
+}
+
 @test "plot refuses pictures that it cannot make" {
     for arguments in "plot x -o x.jpeg" "plot x" "plot -o x.svg"; do
         # shellcheck disable=SC2086

@@ -1,10 +1,15 @@
 // What the sockets of the bus are to the system, seen from the server and the client that have them.
 
+#include "transport/SeqpacketSocket.h"
 #include "helpers/FaultInjection.h"
 
 #include <fcntl.h>
+#include <grp.h>
 #include <map>
+#include <numeric>
 #include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace Telvane
 {
@@ -29,6 +34,25 @@ TEST_F(ClientOfRawServer, SendsWholeRecordsWaitingAndWithoutASignal)
     RequestType record;
     EXPECT_EQ(client.Publish("C", record), 0);
     EXPECT_EQ(flagsOfLastSend(Caller::Application), MSG_EOR | MSG_NOSIGNAL);
+}
+
+TEST(PeerGroups, AreKnownForPeersWithMoreThanTheUsualNumber)
+{
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "only root can set its groups";
+    }
+    const pid_t child = ::fork();
+    if (child == 0) {
+        std::vector<gid_t> groups(40);
+        std::iota(groups.begin(), groups.end(), gid_t{50000});
+        int ends[2] = {-1, -1};
+        const bool ready = ::setgroups(groups.size(), groups.data()) == 0 &&
+                           ::socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends) == 0;
+        ::_exit(ready && peerGroups(ends[0]) == groups ? 0 : 1);
+    }
+    int status = -1;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
 }
 
 /// \return what is open, with its flags

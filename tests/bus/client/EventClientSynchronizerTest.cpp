@@ -76,6 +76,24 @@ TEST_F(Synchronizer, TakesAReplyThatItsCallbackIsCalledWith)
     EXPECT_EQ(reply.Value, 176);
 }
 
+TEST_F(Synchronizer, LeavesTheReplyAloneAfterARefusedUnsubscription)
+{
+    std::future<int> result = beginRequest();
+    acceptSubscription("Amps");
+    expectRequest();
+    peer.send(relay("Amps", 4, kAmps));
+    EXPECT_EQ(peer.receive(), printedUnsubscribeRequest("Amps"));
+    peer.send(response(".unsubscribe", false, "Amps"));
+    result.get();
+    reply.Value = -1;
+    const std::uint64_t received = client.Statistics().received;
+    peer.send(relay("Amps", 5, kAmps));
+    peer.send(relay("Other", 6, kAmps));
+    ASSERT_TRUE(eventually([&] { return client.Statistics().received == received + 2; }));
+    letAnotherRequestTimeOut(); // the receiver has handled both
+    EXPECT_EQ(reply.Value, -1);
+}
+
 TEST_F(Synchronizer, TakesOneRequestAfterTheOther)
 {
     for (int value = 1; value <= 5; ++value) {

@@ -260,6 +260,7 @@ TEST_P(EventServerReceiverWithoutThread, ClosesThatClientSilentlyAndServesTheOth
         EXPECT_EQ(fault.failures(), 1);
     });
     EXPECT_EQ(told.error + told.output, "");
+    EXPECT_EQ(running.server.Clients().size(), 1U) << "the client that was refused is not listed";
     expectNothingElse(early);
     expectNothingElse(running.connect());
 }

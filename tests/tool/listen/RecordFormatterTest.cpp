@@ -71,6 +71,17 @@ TEST(RecordFormatter, PrintsTheTimesSinceThePreviousRecordOnAnyAndOnTheSameChann
     EXPECT_EQ(print(lines, "{}", 4 * kSecond), "1.000000 3.000000\n");
 }
 
+TEST(RecordFormatter, PrintsMicrosecondsWithLeadingZeros)
+{
+    RecordFormatter lines = formatted("%u");
+    EXPECT_EQ(print(lines, "{}", 321'140'001), "1704164646.000042\n");
+}
+
+TEST(RecordFormatter, ListsTheFieldsOfAFormat)
+{
+    EXPECT_EQ(fieldsOfFormat("%t %{a.b} %% %p %{c}"), (std::vector<std::string>{"a.b", "c"}));
+}
+
 TEST(RecordFormatter, RefusesInvalidFormats)
 {
     for (const char* format : {"%", "%x", "100%", "%{a", "%{}"}) {

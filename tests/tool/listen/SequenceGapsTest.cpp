@@ -79,5 +79,23 @@ TEST(SequenceGaps, CountUndecodableRecords)
     EXPECT_THAT(missed.describe(false), ElementsAre("records that could not be decoded: 2"));
 }
 
+TEST(SequenceGaps, DoNotCountUndecodableRecordsAsMissed)
+{
+    SequenceGaps missed;
+    for (const int sequence : {1, 2, 3}) {
+        missed.take(sequence);
+        missed.takeUnreadable();
+    }
+    EXPECT_EQ(missed.missing(), 0U);
+}
+
+TEST(SequenceGaps, CountRecordsThatAreNotUtf8)
+{
+    SequenceGaps missed;
+    missed.takeInvalidText();
+    EXPECT_THAT(missed.describe(false),
+                ElementsAre("records with bytes that are not UTF-8, printed as U+FFFD: 1"));
+}
+
 } // namespace
 } // namespace TelvaneTool

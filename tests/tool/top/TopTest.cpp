@@ -81,6 +81,26 @@ TEST(TopModel, LeavesTheObserverAndItsQuestionsOut)
     EXPECT_EQ(model.clients()[0].missed, 7U);
 }
 
+TEST(TopModel, NeverCountsFewerThanNoSubscribers)
+{
+    TopModel model(kObserver);
+    ClientStatus observer = client(7, kObserver);
+    observer.subscriptions = {{"One", 0, 5, 0}};
+    // The server lists channels and clients at different moments.
+    model.update({channel("One", 1, 1, 0)}, {observer}, 0);
+    EXPECT_EQ(model.channels(TopModel::Order::Name)[0].status.subscribers, 0U);
+}
+
+TEST(TopModel, ForgetsChannelsThatTheServerDoesNotList)
+{
+    TopModel model(kObserver);
+    model.update({channel("One", 1, 1), channel("Two", 1, 1)}, {}, kSecond);
+    model.update({channel("Two", 3, 3)}, {}, 2 * kSecond);
+    const auto rows = model.channels(TopModel::Order::Name);
+    ASSERT_THAT(rows, SizeIs(1));
+    EXPECT_EQ(rows[0].rate, 2.0);
+}
+
 TEST(TopModel, SortsAsItIsTold)
 {
     TopModel model(kObserver);

@@ -145,6 +145,16 @@ TEST_F(CsvRecordingTest, CarriesATimeOfDayAcrossMidnight)
     EXPECT_FALSE(m_recording->traits().absoluteTime);
 }
 
+TEST_F(CsvRecordingTest, CarriesATimeOfDayAcrossSeveralMidnights)
+{
+    m_options.time = "clock";
+    const auto rows = rowsOf("clock,amps,volts\n23:59:59,1,1\n0:00:01,2,2\n23:59:59,3,3\n0:00:01,4,4\n");
+    ASSERT_EQ(rows.size(), 4U);
+    EXPECT_EQ(rows[1].time - rows[0].time, 2 * kSecond);
+    EXPECT_EQ(rows[3].time - rows[2].time, 2 * kSecond);
+    EXPECT_EQ(rows[3].time - rows[1].time, 24 * 3600 * kSecond);
+}
+
 TEST_F(CsvRecordingTest, TakesTheMedianIntervalOfEachGroupAsItsPeriod)
 {
     m_options.time = "t";
