@@ -13,7 +13,7 @@
 #include "common/cli/Messages.h"
 #include "common/cli/Signals.h"
 #include "common/cli/Terminal.h"
-#include "common/support/PrintableText.h"
+#include "common/text/PrintableText.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -2,7 +2,7 @@
 
 #include "common/cli/ExitCodes.h"
 #include "common/support/FileDescriptor.h"
-#include "common/support/PrintableText.h"
+#include "common/text/PrintableText.h"
 
 #include <cerrno>
 #include <cstring>

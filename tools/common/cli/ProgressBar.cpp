@@ -2,7 +2,7 @@
 
 #include "common/cli/Messages.h"
 #include "common/cli/Terminal.h"
-#include "common/support/PrintableText.h"
+#include "common/text/PrintableText.h"
 
 #include <algorithm>
 #include <unistd.h>

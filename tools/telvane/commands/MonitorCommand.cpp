@@ -5,7 +5,7 @@
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
 #include "common/cli/Terminal.h"
-#include "common/support/PrintableText.h"
+#include "common/text/PrintableText.h"
 #include "weld/WeldMonitor.h"
 
 #include <memory>

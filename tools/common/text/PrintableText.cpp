@@ -1,4 +1,4 @@
-#include "common/support/PrintableText.h"
+#include "common/text/PrintableText.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -1,6 +1,6 @@
 // Text from strangers must not control the terminal, forge log lines or make JSON invalid.
 
-#include "common/support/PrintableText.h"
+#include "common/text/PrintableText.h"
 #include "common/support/Json.h"
 
 #include <gtest/gtest.h>
