@@ -128,10 +128,10 @@ TEST(MqttQueue, KeepsTheOrderOfWhatComesBack)
     EXPECT_EQ(numbersOf(takeAll(queue)), (std::vector<std::uint64_t>{1, 2, 3, 4, 5, 6}));
 }
 
-// A day without broker, four messages a second.
+// A day without broker, one message a second.
 TEST(MqttQueue, SurvivesADayWithoutBroker)
 {
-    constexpr Nanoseconds kInterval = 250 * kMillisecond;
+    constexpr Nanoseconds kInterval = kSecond;
     constexpr Nanoseconds kDay = 24 * 3600 * kSecond;
     constexpr std::size_t kMost = 1000;
     OutgoingQueue queue({kMost, 10'000'000, 200 * kSecond});
@@ -145,7 +145,7 @@ TEST(MqttQueue, SurvivesADayWithoutBroker)
         }
     }
     const auto messages = takeAll(queue, kDay);
-    EXPECT_NEAR(static_cast<double>(messages.size()), 800, 1) << "what is younger than 200 s";
+    EXPECT_NEAR(static_cast<double>(messages.size()), 200, 1) << "what is younger than 200 s";
     const auto numbers = numbersOf(messages);
     EXPECT_TRUE(std::is_sorted(numbers.begin(), numbers.end()));
     EXPECT_EQ(numbers.back(), pushed);
