@@ -146,8 +146,10 @@ load broker
     start_broker
     # What leaves one bus enters the other one, as a broker's rules may do it.
     forward() { # <from> <to> <channel>
-        start "forward-$1" bash -c 'mosquitto_sub -p "$0" -q 1 -t "telvane/$1/N/$3" |
-            mosquitto_pub -p "$0" -q 1 -t "telvane/$2/W/$3" -l' "$port" "$1" "$2" "$3"
+        # In a process group of its own, so that the end of the shell ends both.
+        start "forward-$1" setsid bash -c 'trap "trap - TERM; kill 0" TERM
+            mosquitto_sub -p "$0" -q 1 -t "telvane/$1/N/$3" | mosquitto_pub -p "$0" -q 1 -t "telvane/$2/W/$3" -l &
+            wait' "$port" "$1" "$2" "$3"
     }
     forward m1 m2 HALInfo
     forward m2 m1 LogData
