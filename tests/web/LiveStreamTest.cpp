@@ -56,6 +56,7 @@ std::vector<Event> eventsIn(const std::string& text)
 std::vector<std::string> typesOf(const std::vector<Event>& events)
 {
     std::vector<std::string> types;
+    types.reserve(events.size());
     for (const Event& event : events) {
         types.push_back(event.type);
     }

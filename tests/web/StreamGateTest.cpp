@@ -9,8 +9,8 @@ namespace
 
 using Pace = StreamGate::Pace;
 
-constexpr std::size_t kMuch = 60 * 1024;
-constexpr std::size_t kMiddle = 10 * 1024;
+constexpr std::size_t kMuch = 60000;
+constexpr std::size_t kMiddle = 10000;
 constexpr std::size_t kLittle = 100;
 
 class StreamGateTest : public testing::Test

@@ -20,7 +20,7 @@ namespace
 {
 
 constexpr int kStreamSendBuffer = 64 * 1024; ///< so that the backlog of a slow client is small, and known
-constexpr std::size_t kStreamBlock = 4 * 1024;
+constexpr std::size_t kStreamBlock = 4096;
 constexpr Nanoseconds kBlocked = 300 * kMillisecond;
 constexpr Nanoseconds kSweep = kSecond / 4;
 constexpr unsigned kBadRequest = 400;
@@ -143,7 +143,7 @@ struct HttpCallbacks
             return 0;
         }
         const std::size_t length = std::min(size, stream->text.size() - stream->taken);
-        std::memcpy(buffer, stream->text.data() + stream->taken, length);
+        stream->text.copy(buffer, length, stream->taken);
         stream->taken += length;
         stream->server->m_statistics.bytes += length;
         return static_cast<ssize_t>(length);

@@ -14,7 +14,7 @@ namespace
 {
 
 constexpr std::size_t kColumnsPerEvent = 128;
-constexpr std::size_t kMaxAnswer = 16 * 1024;
+constexpr std::size_t kMaxAnswer = 16384;
 
 void appendNumber(std::string& text, double value)
 {
