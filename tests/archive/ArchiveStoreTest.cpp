@@ -185,6 +185,34 @@ TEST(ArchiveStore, OpensWithoutItsSampleFiles)
     EXPECT_EQ(damaged, 3U);
 }
 
+TEST(ArchiveStore, KeepsAWeldWithImpossibleTimeStamps)
+{
+    const TemporaryDirectory directory;
+    const std::string path = directory.path("welds.db");
+    {
+        const auto store = openStore(path);
+        for (const std::int64_t period : {std::int64_t{0}, std::int64_t{500}, std::int64_t{2'000'000'000}}) {
+            Weld weld = makeWeld(std::to_string(period), period);
+            weld[Column::StartNs] = std::numeric_limits<std::int64_t>::min();
+            const std::int64_t handle = store->begin(weld);
+            for (const std::int64_t time : {std::numeric_limits<std::int64_t>::max(), std::int64_t{0}}) {
+                Sample sample = makeSample(std::numeric_limits<std::int32_t>::max());
+                sample.time = time;
+                store->add(handle, sample, 0);
+            }
+            store->end(handle, "complete");
+            ASSERT_TRUE(store->commit());
+        }
+    }
+    const auto reader = openReader(path);
+    for (const Weld& weld : listWelds(*reader)) {
+        EXPECT_EQ(weld.whole(Column::Samples), 2);
+        std::vector<Sample> samples;
+        EXPECT_TRUE(reader->samples(weld.id, std::numeric_limits<std::int64_t>::min(),
+                                    std::numeric_limits<std::int64_t>::max(), 10, samples));
+    }
+}
+
 TEST(ArchiveStore, SaysThatAFileIsNotADatabase)
 {
     const TemporaryDirectory directory;

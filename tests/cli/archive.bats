@@ -65,6 +65,26 @@ make_archive() {
     [ "$("$TELVANE" welds welds.db --json | wc -l)" -eq 3 ]
 }
 
+@test "the queries of the documentation work" {
+    make_archive
+    /usr/bin/python3 "$BATS_TEST_DIRNAME/run_queries.py" "$BATS_TEST_DIRNAME/../../docs/archive.md" >results
+    [ "$(head -n 2 results | tr '\n' ' ')" = "3 rows 3 rows " ]
+    grep -q "A-17" results
+}
+
+@test "good welds are judged by each other" {
+    "$TELVANE" weld -o welds.jsonl --welds 6 --duration 3 2>/dev/null
+    "$TELVANE" archive import welds.jsonl --database welds.db 2>/dev/null
+    run -0 "$TELVANE" archive judge --database welds.db --limit mean_amps=100..300
+    run -11 "$TELVANE" archive judge --database welds.db --limit mean_amps=10..20 --where "tag = 3"
+    [ "$("$TELVANE" welds welds.db --verdict not_ok --json | jq .tag)" = 3 ]
+    "$TELVANE" welds welds.db show 3 | grep -q "not_ok: mean_amps is .*, limits 10 to 20 (absolute)"
+    "$TELVANE" archive judge --database welds.db --reference "samples > 0" --leave-one-out --dry-run >judged || [ $? -ge 10 ]
+    [ "$(grep -c "^weld" judged)" -eq 6 ]
+    run -4 "$TELVANE" archive judge --database welds.db --reference "tag = 1"
+    run -2 "$TELVANE" archive judge --database welds.db --limit "mean_amps=1;DROP TABLE weld..2"
+}
+
 @test "mistakes are reported" {
     run -4 "$TELVANE" welds missing.db
     run -2 "$TELVANE" archive "$bus" --database postgresql://nobody@/x

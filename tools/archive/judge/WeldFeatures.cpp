@@ -77,8 +77,9 @@ Status readFeatures(ArchiveReader& reader, std::int64_t id, const JudgeSettings&
         return status ? Status::failed(Status::Code::Failed, "there is no weld " + std::to_string(id))
                       : status;
     }
-    const double whole =
-        static_cast<double>(weld->whole(Column::EndNs) - weld->whole(Column::StartNs)) * kNanosecond;
+    const double whole = (static_cast<double>(weld->whole(Column::EndNs)) -
+                          static_cast<double>(weld->whole(Column::StartNs))) *
+                         kNanosecond;
     const double from = std::min(settings.skipStart, whole * kLargestSkip);
     const double to = whole - std::min(settings.skipEnd, whole * kLargestSkip);
     const std::int64_t periodUs = weld->whole(Column::SamplePeriodUs);

@@ -252,12 +252,14 @@ bool readWhere(const std::string& text, WeldFilter& filter, std::string& error)
     }
 }
 
-void appendWhere(const WeldFilter& filter, Sql& statement, Row& values)
+void appendWhere(const WeldFilter& filter, Sql& statement, Row& values, MetricIndexes indexes)
 {
     bool first = true;
     for (const Condition& condition : filter.conditions) {
         statement += first ? Sql(" WHERE ") : Sql(" AND ");
         first = false;
+        // With a sign before it, a column is an expression, for which there is no index.
+        statement += indexes == MetricIndexes::Avoid && isMetric(condition.column) ? Sql("+") : Sql("");
         statement += sqlOf(condition.column) + operatorOf(condition.comparison);
         if (condition.comparison == Comparison::Unknown || condition.comparison == Comparison::Known) {
             continue;

@@ -47,7 +47,15 @@ struct WeldFilter
 /// \return whether \p text was understood
 bool readWhere(const std::string& text, WeldFilter& filter, std::string& error);
 
+/// Whether the indexes of metrics may be used.
+enum class MetricIndexes
+{
+    Use,
+    Avoid, ///< when many welds match: sorting them would take longer than going through the newest
+};
+
 /// Appends " WHERE ..." and the values.
-void appendWhere(const WeldFilter& filter, Sql& statement, Row& values);
+void appendWhere(const WeldFilter& filter, Sql& statement, Row& values,
+                 MetricIndexes indexes = MetricIndexes::Use);
 
 } // namespace TelvaneArchive

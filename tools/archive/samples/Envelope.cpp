@@ -61,15 +61,17 @@ float& member(Envelope::Range& range, std::size_t column)
 EnvelopeBuilder::EnvelopeBuilder(std::int64_t start, std::int64_t end, std::size_t parts)
 {
     m_envelope.start = start;
-    m_envelope.end = std::max(end, start + 1);
+    m_envelope.end = std::max(end, start);
     m_envelope.parts.resize(parts);
     m_sums.resize(parts);
 }
 
 void EnvelopeBuilder::add(const Sample& sample)
 {
-    const double span = static_cast<double>(m_envelope.end - m_envelope.start);
-    const double position = static_cast<double>(sample.time - m_envelope.start) / span;
+    // As numbers with a fraction: the difference of two time stamps may be out of range.
+    const auto start = static_cast<double>(m_envelope.start);
+    const double span = std::max(1.0, static_cast<double>(m_envelope.end) - start);
+    const double position = (static_cast<double>(sample.time) - start) / span;
     const auto count = static_cast<double>(m_envelope.parts.size());
     const auto index = static_cast<std::size_t>(std::clamp(position * count, 0.0, count - 1.0));
     Envelope::Part& part = m_envelope.parts[index];

@@ -53,14 +53,14 @@ Status ArchiveStore::closeWeld(Running& running)
     }
     weld[Column::Ending] = running.ending;
     if (!weld.has(Column::EndNs)) {
-        weld[Column::EndNs] = last + clock.period();
+        weld[Column::EndNs] = TelvaneTool::addSaturated(last, clock.period());
     }
     measures.finish(weld);
     // The row of a weld that was cut off does not have the count.
     const std::int64_t gaps = lastNumber + 1 - weld.whole(Column::Samples) - weld.whole(Column::Unstored);
     weld[Column::Missed] = std::max(weld.whole(Column::Missed), gaps);
 
-    const std::int64_t end = std::max(last + clock.period(), start + 1);
+    const std::int64_t end = TelvaneTool::addSaturated(last, clock.period());
     EnvelopeBuilder fine(start, end, kFineParts);
     EnvelopeBuilder coarse(start, end, kCoarseParts);
     status = readSamples(

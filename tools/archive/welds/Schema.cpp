@@ -89,9 +89,29 @@ std::vector<Sql> secondVersion(Database::Kind kind)
     };
 }
 
+/// Questions about a metric that few welds answer, and the largest values.
+std::vector<Sql> thirdVersion()
+{
+    std::vector<Sql> statements;
+    for (const Column column : allColumns()) {
+        if (infoOf(column).use == ColumnUse::Computed && infoOf(column).type == ColumnType::Real) {
+            statements.push_back("CREATE INDEX weld_by_" + sqlOf(column) + " ON weld (" + sqlOf(column) +
+                                 ")");
+        }
+    }
+    return statements;
+}
+
 std::vector<Sql> statementsOf(std::int64_t version, Database::Kind kind)
 {
-    return version == 1 ? firstVersion(kind) : secondVersion(kind);
+    switch (version) {
+    case 1:
+        return firstVersion(kind);
+    case 2:
+        return secondVersion(kind);
+    default:
+        return thirdVersion();
+    }
 }
 
 } // namespace

@@ -57,10 +57,12 @@ WeldMeasures::WeldMeasures(SampleClock clock, MeasureSettings settings) : m_cloc
 void WeldMeasures::add(const Sample& sample)
 {
     if (m_samples++ != 0) {
-        close(static_cast<double>(m_clock.momentOf(sample) - m_clock.momentOf(m_last)) * kNanosecond);
+        close(static_cast<double>(
+                  TelvaneTool::subtractSaturated(m_clock.momentOf(sample), m_clock.momentOf(m_last))) *
+              kNanosecond);
     }
     // In seconds since the start: since the epoch, a double has steps of more than 100 ns.
-    const double moment = static_cast<double>(m_clock.momentOf(sample) - m_clock.start()) * kNanosecond;
+    const double moment = static_cast<double>(m_clock.sinceStart(sample)) * kNanosecond;
     followArc(sample[Channel::Amps] > m_settings.arcAmps, moment);
     m_last = sample;
     follow(sample, moment);

@@ -2,6 +2,7 @@
 
 #include "archive/samples/Sample.h"
 #include "archive/welds/WeldColumns.h"
+#include "common/support/Saturating.h"
 
 #include <cstdint>
 
@@ -22,7 +23,14 @@ public:
     std::int64_t momentOf(const Sample& sample) const
     {
         constexpr std::int64_t kFinestStamp = 2'000'000;
-        return m_period > 0 && m_period < kFinestStamp ? m_start + sample.number * m_period : sample.time;
+        return m_period > 0 && m_period < kFinestStamp
+                   ? TelvaneTool::addSaturated(m_start, sample.number * m_period)
+                   : sample.time;
+    }
+    /// \return ns since the start
+    std::int64_t sinceStart(const Sample& sample) const
+    {
+        return TelvaneTool::subtractSaturated(momentOf(sample), m_start);
     }
     std::int64_t period() const { return m_period; }
     std::int64_t start() const { return m_start; }
