@@ -58,7 +58,7 @@ Status ArchiveReader::list(const Query& query, std::vector<Weld>& welds)
         filter.add(*query.order, Condition::Comparison::Known, {});
     }
     // In the order of time, few matches are found by the index of a metric, many by going through the newest welds.
-    MetricIndexes indexes = MetricIndexes::Use;
+    bool few = false;
     const bool byMetric = std::any_of(filter.conditions.begin(), filter.conditions.end(),
                                       [](const Condition& condition) { return isMetric(condition.column); });
     if (byMetric && query.order.value_or(Column::StartNs) == Column::StartNs) {
@@ -68,15 +68,17 @@ Status ArchiveReader::list(const Query& query, std::vector<Weld>& welds)
         if (!counted) {
             return counted;
         }
-        indexes = matches < kFew ? MetricIndexes::Use : MetricIndexes::Avoid;
+        few = matches < kFew;
     }
-    appendWhere(filter, statement, values, indexes);
+    appendWhere(filter, statement, values, byMetric && !few ? MetricIndexes::Avoid : MetricIndexes::Use);
     if (query.afterId) {
         values.emplace_back(*query.afterId);
         statement += filter.conditions.empty() ? Sql(" WHERE id > ") : Sql(" AND id > ");
         statement.parameter(values.size()) += " ORDER BY id LIMIT ";
     } else {
-        statement += " ORDER BY " + sqlOf(query.order.value_or(Column::StartNs));
+        // Few matches are sorted. Otherwise SQLite would go through all welds in order of time to spare the sorting.
+        statement += byMetric && few ? Sql(" ORDER BY +") : Sql(" ORDER BY ");
+        statement += sqlOf(query.order.value_or(Column::StartNs));
         statement += query.ascending ? Sql(" ASC, id ASC LIMIT ") : Sql(" DESC, id DESC LIMIT ");
     }
     values.emplace_back(static_cast<std::int64_t>(std::min(query.limit, kMaxList)));
