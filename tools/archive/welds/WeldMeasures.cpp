@@ -5,12 +5,14 @@
 
 #include "archive/welds/WeldMeasures.h"
 
+#include <Telvane/Consumables.h>
 #include <Telvane/WeldRecords.h>
 #include <Telvane/WireComputations.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <iterator>
 
 namespace TelvaneArchive
 {
@@ -29,6 +31,21 @@ void setMoments(Weld& weld, const Moments& moments, Column mean, Column deviatio
 {
     weld[mean] = moments.mean();
     weld[deviation] = moments.deviation();
+}
+
+/// \return the weight of the wire; 0 for codes that the tables do not have
+double poundsPerFoot(const Telvane::WeldTriggerStart& start)
+{
+    const auto isIn = [](int code, std::size_t codes) {
+        return code >= 0 && static_cast<std::size_t>(code) < codes;
+    };
+    if (!isIn(start.wireSize, std::size(Telvane::WireSizeStrings)) ||
+        !isIn(start.alloy, std::size(Telvane::AlloyIDStrings))) {
+        return 0.0;
+    }
+    const auto size = static_cast<Telvane::_WireSize_e>(start.wireSize);
+    const auto diameter = static_cast<float>(Telvane::GetWireDiameterInInches(size));
+    return Telvane::GetWireWeight(static_cast<Telvane::_AlloyID_e>(start.alloy), diameter);
 }
 
 } // namespace
@@ -143,10 +160,7 @@ void WeldMeasures::finish(Weld& weld)
         setMoments(weld, moments(Channel::Wfs), Column::MeanWfs, Column::SdWfs);
         const double inches = moments(Channel::Wfs).mean() * m_arcTime / kSecondsPerMinute;
         weld[Column::WireLength] = inches;
-        const auto diameter = static_cast<float>(
-            Telvane::GetWireDiameterInInches(static_cast<Telvane::_WireSize_e>(start.wireSize)));
-        const double pounds = inches / kInchesPerFoot *
-                              Telvane::GetWireWeight(static_cast<Telvane::_AlloyID_e>(start.alloy), diameter);
+        const double pounds = inches / kInchesPerFoot * poundsPerFoot(start);
         if (pounds > 0.0) {
             weld[Column::Deposition] = pounds * kGramsPerPound;
         }
