@@ -12,6 +12,7 @@
 #include "common/bus/RecordCheck.h"
 #include "common/support/Json.h"
 
+#include <cmath>
 #include <memory>
 #include <stdexcept>
 
@@ -84,11 +85,22 @@ void checkSending(const RecordClass& recordClass, const std::string& text, cJSON
     require(arrived != nullptr, "what is sent can be received");
 }
 
+bool isFinite(const cJSON* value)
+{
+    bool finite = cJSON_IsNumber(value) == 0 || std::isfinite(value->valuedouble);
+    for (const cJSON* item = value->child; item != nullptr && finite; item = item->next) {
+        finite = isFinite(item);
+    }
+    return finite;
+}
+
 void checkRaw(const std::string& text, const cJSON* value)
 {
     std::string error;
     const Record raw = buildRecord({nullptr, {}}, &text, error);
-    require((raw != nullptr) == (cJSON_IsObject(value) != 0), "any JSON object can be sent as it is");
+    const bool sendable = cJSON_IsObject(value) != 0 && isFinite(value);
+    require((raw != nullptr) == sendable,
+            "any JSON object with numbers that a double can hold can be sent as it is");
     require((raw == nullptr) != error.empty(), "what cannot be sent is told with its reason");
     if (raw != nullptr) {
         requireSame(printed(*raw), printJson(value), "what is sent is what the user wrote");

@@ -33,6 +33,8 @@ namespace
 constexpr Nanoseconds kConnectLimit = 900 * kMillisecond;
 constexpr Nanoseconds kDisconnectAfter = 200 * kMillisecond; ///< of a stop, to unblock a send
 constexpr Nanoseconds kExitAfter = 700 * kMillisecond;       ///< of a stop
+constexpr Nanoseconds kMaxRefusal = kSecond;                 ///< from the connect to the refusal
+constexpr std::chrono::milliseconds kEndOfServer{100};
 constexpr const char* kRefused = "the server refused; channel names consist of letters and underscores";
 constexpr const char* kSilent = "the server does not respond";
 constexpr std::size_t kMaxPath = sizeof(sockaddr_un::sun_path) - 1;
@@ -79,6 +81,7 @@ int BusConnection::connect(const std::string& path, double wait)
         wakeWatchdog();
         const int result = m_client.Connect(path);
         m_connectTime = 0;
+        m_connectedTime = monotonicNow();
         if (result == 0) {
             return kSuccess;
         }
@@ -336,12 +339,17 @@ int BusConnection::finish(int result)
     return stopCode();
 }
 
-/// A server refuses a client by closing its connection before it responds to anything, and continues to listen.
+/// A server refuses a client by closing its connection at once, and continues to listen. The sockets of a server that
+/// dies are closed one after the other.
 std::string BusConnection::connectionEndReason() const
 {
-    return m_client.Statistics().received == 0 && isListening(m_path)
-               ? "refused this client; see --allow-user, --allow-group and --max-clients of telvane serve"
-               : "has gone away";
+    bool refused = m_client.Statistics().received == 0 && m_stopTime - m_connectedTime < kMaxRefusal;
+    if (refused) {
+        std::this_thread::sleep_for(kEndOfServer);
+        refused = isListening(m_path);
+    }
+    return refused ? "refused this client; see --allow-user, --allow-group and --max-clients of telvane serve"
+                   : "has gone away";
 }
 
 void BusConnection::printStopReason()
