@@ -26,22 +26,11 @@ void LastValues::put(std::string_view channel, std::string_view relay)
         return;
     }
     try {
-        auto found = m_byChannel.find(channel);
-        if (found == m_byChannel.end()) {
-            const auto entry = m_entries.insert(m_entries.end(), {std::string(channel), {}});
-            try {
-                found = m_byChannel.emplace(entry->channel, entry).first;
-            } catch (const std::bad_alloc&) {
-                m_entries.erase(entry);
-                throw;
-            }
-            m_bytes += channel.size();
-        }
-        Entry& entry = *found->second;
-        m_bytes -= entry.relay.size();
-        m_entries.splice(m_entries.end(), m_entries, found->second);
-        entry.relay.clear();
-        entry.relay.assign(relay);
+        const auto entry = entryOf(channel);
+        m_bytes -= entry->relay.size();
+        m_entries.splice(m_entries.end(), m_entries, entry);
+        entry->relay.clear();
+        entry->relay.assign(relay);
         m_bytes += relay.size();
     } catch (const std::bad_alloc&) {
         forget(channel);
@@ -50,6 +39,24 @@ void LastValues::put(std::string_view channel, std::string_view relay)
     while (m_bytes > m_settings.bytes || m_entries.size() > m_settings.channels) {
         erase(m_entries.begin());
     }
+}
+
+/// Adds an empty entry if the channel has none.
+LastValues::Entries::iterator LastValues::entryOf(std::string_view channel)
+{
+    const auto found = m_byChannel.find(channel);
+    if (found != m_byChannel.end()) {
+        return found->second;
+    }
+    const auto entry = m_entries.insert(m_entries.end(), {std::string(channel), {}});
+    try {
+        m_byChannel.emplace(entry->channel, entry);
+    } catch (const std::bad_alloc&) {
+        m_entries.erase(entry);
+        throw;
+    }
+    m_bytes += channel.size();
+    return entry;
 }
 
 void LastValues::forget(std::string_view channel)

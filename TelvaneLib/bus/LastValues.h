@@ -37,6 +37,8 @@ private:
     };
     using Entries = std::list<Entry>;
 
+    Entries::iterator entryOf(std::string_view channel);
+
     void erase(Entries::iterator entry);
     static std::size_t sizeOf(const Entry& entry) { return entry.channel.size() + entry.relay.size(); }
 

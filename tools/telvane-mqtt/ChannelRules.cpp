@@ -7,6 +7,7 @@
 
 #include <Telvane/RequestType.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstdlib>
@@ -129,7 +130,7 @@ std::string ChannelRules::addOut(const std::string& text)
         for (std::size_t i = 1; i < parts.size(); ++i) {
             error = applySetting(parts[i], rule, qosGiven);
             if (!error.empty()) {
-                return channel + ": " + error;
+                return error.insert(0, channel + ": ");
             }
         }
         if (carriesSamples(rule.recordClass)) {
@@ -190,14 +191,14 @@ std::string ChannelRules::findLoop() const
             return "the channel " + channel + " goes out and comes in, so its records would circle";
         }
     }
-    for (const auto& [channel, rule] : m_requests) {
-        const std::string request = Telvane::kRequestPrefix + channel;
-        if (m_out.count(request) != 0 || m_in.count(request) != 0) {
-            return "the channel " + request + " is listed, but the bridge itself makes the requests for " +
-                   channel;
-        }
-    }
-    return {};
+    const auto bridged = std::find_if(m_requests.begin(), m_requests.end(), [this](const auto& request) {
+        const std::string channel = Telvane::kRequestPrefix + request.first;
+        return m_out.count(channel) != 0 || m_in.count(channel) != 0;
+    });
+    return bridged == m_requests.end()
+               ? std::string()
+               : "the channel " + (Telvane::kRequestPrefix + bridged->first) +
+                     " is listed, but the bridge itself makes the requests for " + bridged->first;
 }
 
 std::string describeRule(const OutRule& rule)

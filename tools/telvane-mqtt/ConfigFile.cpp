@@ -132,16 +132,19 @@ std::string readConfigFile(const std::string& path, const std::function<bool(con
         return path + ": " + (line != 0 ? "line " + std::to_string(line) + ": " : "") +
                std::string(error.description());
     }
+    const auto errorAt = [&path](const toml::node& node, const std::string& error) {
+        return path + ": " + at(node) + error;
+    };
     Settings fromFile = settings;
     for (const auto& [name, node] : table) {
         const std::string text(name.str());
         KeyReader key(text, node);
         Settings read = fromFile;
         if (!readKey(key, read)) {
-            return path + ": " + at(node) + "unknown key \"" + text + "\"";
+            return errorAt(node, "unknown key \"" + text + "\"");
         }
         if (!key.error().empty()) {
-            return path + ": " + at(node) + text + ": " + key.error();
+            return errorAt(node, text + ": " + key.error());
         }
         if (!given(("--" + text).c_str())) {
             fromFile = read;

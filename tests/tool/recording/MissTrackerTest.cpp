@@ -12,7 +12,10 @@ namespace TelvaneTool
 namespace
 {
 
-using MissTrackerTest = ToolBusFixture;
+struct MissTrackerTest : ToolBusFixture
+{
+    std::mutex m_gate; ///< keeps the receiver thread from reading
+};
 
 TEST_F(MissTrackerTest, ReportsMessagesThatTheServerCouldNotDeliver)
 {
@@ -26,11 +29,10 @@ TEST_F(MissTrackerTest, ReportsMessagesThatTheServerCouldNotDeliver)
         });
     ASSERT_EQ(tracker.start(), kSuccess);
     std::uint64_t received = 0;
-    std::mutex gate;
-    std::unique_lock<std::mutex> closed(gate);
+    std::unique_lock<std::mutex> closed(m_gate);
     ASSERT_EQ(m_connection.subscribe("LogData", DecodedRecord(nullptr),
                                      [&](void*, Telvane::TelvaneDataTypeBase*, int sequence, void*) {
-                                         const std::lock_guard<std::mutex> wait(gate);
+                                         const std::lock_guard<std::mutex> wait(m_gate);
                                          tracker.arrived("LogData", sequence);
                                          ++received;
                                      }),

@@ -64,7 +64,7 @@ Status ArchiveReader::list(const Query& query, std::vector<Weld>& welds)
     if (byMetric && query.order.value_or(Column::StartNs) == Column::StartNs) {
         constexpr std::int64_t kFew = 5000;
         std::int64_t matches = 0;
-        const Status counted = count(filter, static_cast<std::size_t>(kFew), matches);
+        Status counted = count(filter, static_cast<std::size_t>(kFew), matches);
         if (!counted) {
             return counted;
         }

@@ -74,7 +74,7 @@ struct MeasureSettings
 class WeldMeasures
 {
 public:
-    explicit WeldMeasures(SampleClock clock, MeasureSettings settings = {});
+    explicit WeldMeasures(SampleClock clock, const MeasureSettings& settings = {});
     void add(const Sample& sample);
 
     /// Fills in the computed metrics.
