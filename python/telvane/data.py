@@ -49,7 +49,7 @@ class RecordingError(ValueError):
 
 
 class RecordingWarning(UserWarning):
-    """A recording is damaged or torn. All its complete lines were read."""
+    """A recording is damaged or torn, or messages are missing in it. All its complete lines were read."""
 
 
 class Message(NamedTuple):
@@ -64,6 +64,14 @@ class Message(NamedTuple):
     """When it arrived at the recorder."""
     ns: int
     """The same, in nanoseconds since the start of the recording."""
+
+
+class _Note(NamedTuple):
+    """A line about messages that are not in the recording."""
+
+    channel: Optional[str]
+    missed: int
+    outages: int
 
 
 class Line(NamedTuple):
@@ -146,6 +154,10 @@ class Recording:
         self.damaged = 0
         #: The first of them: file and line number.
         self.first_damaged: Optional[Tuple[str, int]] = None
+        #: Messages that the recorder missed, as far as the last reading came upon notes of them.
+        self.missed = 0
+        #: Losses of the connection to the server in the last reading; what was published meanwhile is missing.
+        self.outages = 0
         #: Whether the last line of a file was cut in the last reading; the recorder was killed, or power was lost.
         self.torn = False
         header = self._header(self.paths[0])
@@ -174,6 +186,7 @@ class Recording:
     def _chunks(self) -> Iterator[Tuple[str, int, bytes]]:
         """File, number of the first line, and some whole lines without the last newline; first lines left out."""
         self.damaged, self.first_damaged, self.torn = 0, None, False
+        self.missed, self.outages = 0, 0
         for path in self.paths:
             if path is not self.paths[0]:
                 self._header(path)
@@ -203,7 +216,13 @@ class Recording:
                     else:
                         yield path, number, rest
 
-    def _damage(self, path: str, number: int) -> None:
+    def _no_record(self, path: str, number: int, data: bytes, channel: Optional[str] = None) -> None:
+        """Counts a line that is no record, misses only of the channel, if one is given."""
+        note = _note_of(data)
+        if note is not None:
+            self.outages += note.outages
+            self.missed += note.missed if channel in (None, note.channel) else 0
+            return
         self.damaged += 1
         if self.first_damaged is None:
             self.first_damaged = (path, number)
@@ -213,6 +232,9 @@ class Recording:
             path, number = self.first_damaged
             warnings.warn(f"{path}: {self.damaged} lines are no records, the first is line {number}",
                           RecordingWarning, stacklevel=3)
+        if self.missed or self.outages:
+            warnings.warn(f"{self.paths[0]}: {self.missed} messages are missing, and what was published during "
+                          f"{self.outages} losses of the connection", RecordingWarning, stacklevel=3)
         if self.torn:
             warnings.warn(f"{self.paths[-1]}: the last line is torn; what followed is missing",
                           RecordingWarning, stacklevel=3)
@@ -226,7 +248,7 @@ class Recording:
                     cls = CATALOGUE.get(line.channel)
                     record = plain(line.payload) if cls is None else cls.from_item(line.payload)
                 except ValueError:
-                    self._damage(path, number)
+                    self._no_record(path, number, data)
                     continue
                 yield Message(record, line.channel, line.number, self.started + timedelta(microseconds=line.ns // 1000),
                               line.ns)
@@ -446,7 +468,7 @@ class Columns:
             record = self._cls.from_item(line.payload)
             values = [leaf.value(record) for leaf in self._leaves]
         except ValueError:
-            self._recording._damage(path, number)
+            self._recording._no_record(path, number, data, self._channel)
             return
         self.ns.append(line.ns)
         self.number.append(line.number)
@@ -545,6 +567,21 @@ def _channel_of(data: bytes) -> Optional[str]:
     """The channel of a line as the recorder writes it."""
     found = _canonical(data)
     return decode_text(found.group(1)) if found else None
+
+
+def _note_of(data: bytes) -> Optional[_Note]:
+    if b'"missed"' not in data and b'"outage"' not in data:
+        return None
+    try:
+        members = members_of(parse(data))
+    except ValueError:
+        return None
+    channel, missed = members.get("channel"), members.get("missed")
+    if members.get("outage") is True:
+        return _Note(None, 0, 1)
+    if isinstance(channel, str) and isinstance(missed, (int, float)) and 0 < missed < 2**63:
+        return _Note(channel, int(missed), 0)
+    return None
 
 
 def _read_line(data: bytes) -> Line:

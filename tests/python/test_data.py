@@ -210,6 +210,22 @@ def test_a_damaged_line_is_counted_and_passed_over(recording: pathlib.Path, wron
         assert len(read.columns()) == 7
 
 
+def test_notes_of_missing_messages_are_no_damage(recording: pathlib.Path) -> None:
+    lines = recording.read_text(encoding="utf-8").split("\n")
+    lines[4:4] = ['{"ns":58000312,"channel":"WeldTraceData","missed":2,"from":57945102,"to":57981777}',
+                  '{"ns":58000313,"channel":"LogData","missed":3,"from":57945102,"to":57981777}',
+                  '{"ns":61250310,"outage":true,"from":58914200,"to":61250310}']
+    recording.write_text("\n".join(lines), encoding="utf-8")
+    read = telvane.read(recording)
+    with pytest.warns(data.RecordingWarning, match="5 messages are missing, and .* during 1 losses"):
+        assert len(list(read)) == 13
+    assert (read.damaged, read.missed, read.outages) == (0, 5, 1)
+    with pytest.warns(data.RecordingWarning, match="2 messages are missing"):
+        assert len(read.columns()) == 7
+    assert (read.damaged, read.missed, read.outages) == (0, 2, 1)
+    assert sum(read.channels().values()) == 13
+
+
 @pytest.mark.parametrize("number, value", [("1.2.3", None), ("1e5", 1e5), ("+1", None), ("--1", None), ("-.5", -0.5),
                                            ("1-", None), ("007", 7.0), ("1e", None), ("1" * 60, 1.1111111111111112e59)])
 def test_odd_numbers_are_read_as_by_the_library(recording: pathlib.Path, number: str, value: Any) -> None:
