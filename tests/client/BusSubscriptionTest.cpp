@@ -168,7 +168,12 @@ TEST_P(SubscriptionOfBus, ReadsRelaysInAnyLayoutAndCountsWhatIsNotJson)
     Bus own(raw.path(), impatient());
     auto queue = own.queue<LogData>();
     const RawPeer peer = raw.accept();
-    EXPECT_EQ(peer.receive(), printedSubscribeRequest("LogData"));
+    std::string request = peer.receive();
+    if (request == printedUnsubscribeRequest("TelvaneBus")) { // connected before the queue was made
+        peer.send(response(".unsubscribe", false, "TelvaneBus"));
+        request = peer.receive();
+    }
+    EXPECT_EQ(request, printedSubscribeRequest("LogData"));
     peer.send(response(".subscribe", true, "LogData"));
     ASSERT_EQ(queue.waitActive(kTimeout), std::error_code());
     const std::string printed = "{\n\t\"header\":\t\"LogData\",\n\t\"sequence\":\t7,\n\t\"payload\":\t";

@@ -30,6 +30,9 @@ struct BusServer
         server.SetSubscriberSendBuffer(1024 * 1024);
         EXPECT_EQ(server.Start(path), 0);
     }
+    ~BusServer() { EXPECT_EQ(server.Stop(), 0); }
+    BusServer(const BusServer&) = delete;
+    BusServer& operator=(const BusServer&) = delete;
 
     Telvane::Testing::TemporaryDirectory directory;
     std::string path = directory.path("bus");

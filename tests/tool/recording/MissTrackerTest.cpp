@@ -29,7 +29,6 @@ TEST_F(MissTrackerTest, ReportsMessagesThatTheServerCouldNotDeliver)
         });
     ASSERT_EQ(tracker.start(), kSuccess);
     std::uint64_t received = 0;
-    std::unique_lock<std::mutex> closed(m_gate);
     ASSERT_EQ(m_connection.subscribe("LogData", DecodedRecord(nullptr),
                                      [&](void*, Telvane::TelvaneDataTypeBase*, int sequence, void*) {
                                          const std::lock_guard<std::mutex> wait(m_gate);
@@ -37,6 +36,7 @@ TEST_F(MissTrackerTest, ReportsMessagesThatTheServerCouldNotDeliver)
                                          ++received;
                                      }),
               kSuccess);
+    std::unique_lock<std::mutex> closed(m_gate);
     constexpr std::uint64_t kCount = 2000;
     RawRecord record;
     for (std::uint64_t i = 0; i < kCount; ++i) {
