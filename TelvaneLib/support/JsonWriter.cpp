@@ -114,9 +114,11 @@ void JsonWriter::put(std::string_view text)
 
 void JsonWriter::newLine(int depth)
 {
+    constexpr std::string_view kTabulators =
+        "\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t";
     put("\n");
-    for (; depth > 0; --depth) {
-        put("\t");
+    for (; depth > 0; depth -= static_cast<int>(kTabulators.size())) {
+        put(kTabulators.substr(0, static_cast<std::size_t>(depth)));
     }
 }
 

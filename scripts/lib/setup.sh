@@ -163,10 +163,10 @@ telvane_each() {
     [ "$failed" -eq 0 ] || telvane_fail "$failed of $# failed; see the messages above"
 }
 
-# telvane_library_tests [part of a name]: prints the test programs of the library, without those of the tool, one per
-# line.
+# telvane_library_tests [part of a name]: prints the test programs of the library, without those of the tool and of the
+# other programs, one per line.
 telvane_library_tests() {
-    find "$telvane_root/tests" -path "$telvane_root/tests/tool" -prune -o -name "*${1:-}*Test.cpp" -printf '%f\n' |
+    find "$telvane_root/tests" -regex '.*/tests/\(tool\|archive\|mqtt\|web\)' -prune -o -name "*${1:-}*Test.cpp" -printf '%f\n' |
         sed 's/\.cpp$//' | sort
 }
 
