@@ -198,7 +198,39 @@ void JsonWriter::escape(char c)
     put({kHexDigits + c % 16, 1});
 }
 
+/// One short frame for each level: the deepest payload must fit on the smallest stack.
 void JsonWriter::tree(const cJSON* value, int depth)
+{
+    const bool isObject = cJSON_IsObject(value) != 0;
+    if (!isObject && cJSON_IsArray(value) == 0) {
+        scalar(value);
+        return;
+    }
+    put(isObject ? "{" : "[");
+    for (const cJSON* item = value->child; item != nullptr; item = item->next) {
+        separate(item, item == value->child, isObject, depth + 1);
+        tree(item, depth + 1);
+    }
+    if (isObject) {
+        newLine(depth);
+    }
+    put(isObject ? "}" : "]");
+}
+
+/// What is before an element, or before the value of a member.
+void JsonWriter::separate(const cJSON* item, bool first, bool isMember, int depth)
+{
+    if (!isMember) {
+        put(first ? "" : ", ");
+        return;
+    }
+    put(first ? "" : ",");
+    newLine(depth);
+    string(item->string != nullptr ? item->string : "");
+    put(":\t");
+}
+
+void JsonWriter::scalar(const cJSON* value)
 {
     switch (value->type & 0xFF) {
     case cJSON_NULL:
@@ -213,39 +245,9 @@ void JsonWriter::tree(const cJSON* value, int depth)
         return string(value->valuestring != nullptr ? value->valuestring : "");
     case cJSON_Raw:
         return value->valuestring != nullptr ? put(value->valuestring) : fail();
-    case cJSON_Array:
-        return elements(value->child, depth + 1);
-    case cJSON_Object:
-        return members(value->child, depth + 1);
     default:
         fail();
     }
-}
-
-void JsonWriter::elements(const cJSON* item, int depth)
-{
-    put("[");
-    for (; item != nullptr; item = item->next) {
-        tree(item, depth);
-        if (item->next != nullptr) {
-            put(", ");
-        }
-    }
-    put("]");
-}
-
-void JsonWriter::members(const cJSON* item, int depth)
-{
-    put("{");
-    for (bool first = true; item != nullptr; item = item->next, first = false) {
-        put(first ? "" : ",");
-        newLine(depth);
-        string(item->string != nullptr ? item->string : "");
-        put(":\t");
-        tree(item, depth);
-    }
-    newLine(depth - 1);
-    put("}");
 }
 
 const char* JsonWriter::finish()

@@ -69,8 +69,8 @@ private:
     bool reserve(std::size_t size);
     bool reservePiece();
     void escape(char c);
-    void members(const cJSON* item, int depth);
-    void elements(const cJSON* item, int depth);
+    void scalar(const cJSON* value);
+    void separate(const cJSON* item, bool first, bool isMember, int depth);
 
     const std::size_t m_limit;
     std::unique_ptr<char[]> m_buffer;
