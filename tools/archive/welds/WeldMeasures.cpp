@@ -68,7 +68,8 @@ double Moments::deviation() const
     return m_weight > 0.0 ? std::sqrt(std::max(0.0, m_squares / m_weight)) : 0.0;
 }
 
-WeldMeasures::WeldMeasures(SampleClock clock, const MeasureSettings& settings) : m_clock(clock), m_settings(settings)
+WeldMeasures::WeldMeasures(SampleClock clock, const MeasureSettings& settings)
+    : m_clock(clock), m_settings(settings)
 {}
 
 void WeldMeasures::add(const Sample& sample)
