@@ -6,6 +6,7 @@
 #include <Telvane/RequestType.h>
 
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <new>
@@ -48,9 +49,10 @@ struct EndpointSettings
         Queue,
     };
 
-    Kind kind = Kind::Callback; ///< use of the messages
-    Run run = Run::Default;     ///< thread of the callback
-    Limit limit;                ///< limit of the queue
+    Kind kind = Kind::Callback;     ///< use of the messages
+    Run run = Run::Default;         ///< thread of the callback
+    Limit limit;                    ///< limit of the queue
+    std::uint64_t reserved[2] = {}; ///< 0, for settings to come
 };
 
 /// Calls \p callable with as many of the arguments as it takes.

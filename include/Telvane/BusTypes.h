@@ -55,9 +55,10 @@ struct TELVANE_EXPORT Publication
     /// The largest message, in bytes, that every subscriber can receive: the server adds up to 20 bytes.
     static constexpr std::size_t kLimit = 16363;
 
-    std::error_code error; ///< empty if the message was sent or queued
-    bool queued = false;   ///< kept in the outbox until the bus is connected
-    std::size_t size = 0;  ///< size of the message in bytes; 0 if it was not printed
+    std::error_code error;          ///< empty if the message was sent or queued
+    bool queued = false;            ///< kept in the outbox until the bus is connected
+    std::size_t size = 0;           ///< size of the message in bytes; 0 if it was not printed
+    std::uint64_t reserved[2] = {}; ///< 0, for members to come
 
     /// \return the error alone, for `std::error_code error = bus.publish(record);`
     operator std::error_code() const { return error; } // NOLINT(google-explicit-constructor): is an error
@@ -75,6 +76,7 @@ struct Delivery
     unsigned skippedNumbers = 0;
     std::uint64_t epoch = 0;                       ///< number of the connection, counted from 1
     std::chrono::steady_clock::time_point arrival; ///< when the packet was received
+    std::uint64_t reserved[2] = {};                ///< 0, for members to come
 };
 
 /// State of the connection.
@@ -106,17 +108,19 @@ struct Limit
 {
     std::size_t messages = 1000;              ///< maximum number of messages in the queue, at least 1
     Overflow overflow = Overflow::DropOldest; ///< the message to drop if there is one more
+    std::uint64_t reserved[2] = {};           ///< 0, for limits to come
 };
 
 /// Counters of a subscription, responder or queue.
 struct EndpointStatistics
 {
-    std::uint64_t delivered = 0;   ///< callbacks run, or messages taken from a queue
-    std::uint64_t dropped = 0;     ///< lost because the queue was full
-    std::uint64_t undecodable = 0; ///< payloads that the class could not read
-    std::uint64_t threw = 0;       ///< callbacks that ended with an exception
-    std::uint64_t unanswered = 0;  ///< responders: answers that could not be published
-    std::size_t waiting = 0;       ///< messages in the queue now
+    std::uint64_t delivered = 0;    ///< callbacks run, or messages taken from a queue
+    std::uint64_t dropped = 0;      ///< lost because the queue was full
+    std::uint64_t undecodable = 0;  ///< payloads that the class could not read
+    std::uint64_t threw = 0;        ///< callbacks that ended with an exception
+    std::uint64_t unanswered = 0;   ///< responders: answers that could not be published
+    std::size_t waiting = 0;        ///< messages in the queue now
+    std::uint64_t reserved[4] = {}; ///< 0, for counters to come
 };
 
 /// Counters of a bus since its construction.
@@ -132,6 +136,7 @@ struct BusStatistics
     std::uint64_t outboxExpired = 0;  ///< publications dropped from the outbox: too old
     std::size_t outboxWaiting = 0;    ///< publications in the outbox now
     std::uint64_t eventsDropped = 0;  ///< events not reported because too many waited
+    std::uint64_t reserved[6] = {};   ///< 0, for counters to come
 };
 
 /// An event that a bus reports.
@@ -160,6 +165,7 @@ struct OutboxLimit
 {
     std::size_t messages = 0;                               ///< maximum number of messages; 0 keeps none
     std::chrono::nanoseconds age = std::chrono::seconds(5); ///< older ones are dropped
+    std::uint64_t reserved[2] = {};                         ///< 0, for limits to come
 };
 
 /// Settings of a bus.
@@ -174,6 +180,7 @@ struct BusOptions
     OutboxLimit outbox;                                              ///< off by default
     /// Called for each event, on the worker thread, or in Bus::dispatch() if `run` is Run::Dispatch.
     std::function<void(const BusEvent& event)> onEvent;
+    std::uint64_t reserved[8] = {}; ///< 0, for settings to come
 };
 
 namespace Detail

@@ -144,7 +144,8 @@ TEST_F(ConnectionOfBus, EndsInEveryStateWithoutWaitingForTheServer)
     connect();
     bus.reset();
     stopServer(); // with its receiver threads
-    EXPECT_LT(runningThreads(), threads);
+    // The kernel lists a joined thread for a moment.
+    EXPECT_TRUE(eventually([&] { return runningThreads() < threads; }));
 }
 
 TEST_F(ConnectionOfBus, LeavesNoDescriptorAndNoThread)
@@ -165,8 +166,8 @@ TEST_F(ConnectionOfBus, LeavesNoDescriptorAndNoThread)
     }
     stopServer();
     EXPECT_EQ(openDescriptors(), descriptors);
-    EXPECT_TRUE(eventually(
-        [&] { return runningThreads() == threads; })); // the kernel lists a joined thread for a moment
+    // The kernel lists a joined thread for a moment, possibly also when they were counted before.
+    EXPECT_TRUE(eventually([&] { return runningThreads() <= threads; }));
 }
 
 TEST_F(ConnectionOfBus, CloseIsFinal)
