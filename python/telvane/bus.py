@@ -448,23 +448,42 @@ class _Handle:
 
 
 class _Waiter:
-    """Wakes the thread that waits for a listener. The inbox refers to this and not to the listener, so that a
-    listener out of use ends."""
+    """Wakes the threads that wait for a listener. The inbox refers to this and not to the listener, so that a
+    listener out of use ends.
+
+    Does what threading.Condition does, without a new lock for each wait: at thousands of waits a second, that is a
+    tenth of the cost of a record."""
 
     def __init__(self, lock: Any) -> None:
-        self._ready = threading.Condition(lock)
-        self._waiting = 0
+        self._lock = lock
+        self._sleepers: List[Any] = []
+        self._spare: List[Any] = []
 
     def wake(self) -> None:
-        if self._waiting:
-            self._ready.notify_all()
+        """With the lock held."""
+        while self._sleepers:
+            self._sleepers.pop().release()
 
     def wait(self, timeout: Optional[float]) -> None:
-        self._waiting += 1
+        """With the lock held once; gives it up meanwhile."""
+        sleeper = self._spare.pop() if self._spare else threading.Lock()
+        sleeper.acquire()
+        self._sleepers.append(sleeper)
+        self._lock.release()
         try:
-            self._ready.wait(timeout)
-        finally:
-            self._waiting -= 1
+            woken = sleeper.acquire(True, -1 if timeout is None else max(0.0, timeout))
+        except BaseException:
+            self._lock.acquire()
+            if sleeper in self._sleepers:
+                self._sleepers.remove(sleeper)
+            raise
+        self._lock.acquire()
+        if not woken and sleeper in self._sleepers:
+            self._sleepers.remove(sleeper)
+        elif not woken:
+            sleeper.acquire()  # woken at the same moment
+        sleeper.release()
+        self._spare.append(sleeper)
 
 
 class Listener(_Handle, Generic[T]):
