@@ -1,8 +1,12 @@
-// How a sample finds its weld. A weld that can continue with the sample has a smaller sample number and serial
-// number, and does not start later. If there is a gap in the sample numbers, the time that passed must also match
-// the gap: otherwise, an end and a start are missing in it. Of several welds, the best is the one with
-// consecutive serial numbers, then the one with consecutive sample numbers, then the one that fits best in time.
-// If two welds fit equally well, the sample is not assigned.
+// How a sample finds its weld. A weld that can continue with the sample has a smaller sample number, and its last
+// record is not later. If there is a gap in the sample numbers, the time that passed must also match the gap:
+// otherwise, an end and a start are missing in it. Of several welds, the best is the one with consecutive serial
+// numbers, then the one with consecutive sample numbers, then the one that fits best in time. If two welds fit
+// equally well, the sample is not assigned.
+//
+// Serial numbers that decrease do not exclude a weld, because the counter of a source may be narrow or start again
+// within a weld. They are the worst match, though, and the time must be right. Nor does the time exclude a sample
+// whose numbers are both consecutive: the clock of the source may be set within a weld.
 
 #include "common/weld/WeldMatcher.h"
 
@@ -28,6 +32,21 @@ constexpr Nanoseconds kFinestStamp = 2 * kMillisecond;
 constexpr Nanoseconds kGapTolerance = kSecond / 2;
 constexpr Nanoseconds kGapToleranceDivisor = 4;          ///< and this part of the time
 constexpr Nanoseconds kMinMeasured = 100 * kMillisecond; ///< to measure the interval between samples
+constexpr Nanoseconds kClockSet = 10 * kSecond; ///< no two samples are so far apart unless the clock was set
+
+/// How serial numbers follow each other; smaller is better.
+enum class Order
+{
+    Consecutive,
+    Gap,
+    Decreasing,
+};
+
+/// \return the difference of two serial numbers, which may have passed the largest 32-bit number in between
+std::int64_t serialStep(int from, int to)
+{
+    return static_cast<std::int32_t>(static_cast<std::uint32_t>(to) - static_cast<std::uint32_t>(from));
+}
 
 Nanoseconds distance(Nanoseconds a, Nanoseconds b)
 {
@@ -47,14 +66,14 @@ Nanoseconds stampOf(const DateTime& stamp)
 struct WeldMatcher::Fit
 {
     bool possible = false;
-    bool serialGap = true;
+    Order serials = Order::Gap;
     bool numberGap = true;
     Nanoseconds timeError = 0;
 
     bool isBetterThan(const Fit& other) const
     {
-        return std::tie(serialGap, numberGap, timeError) <
-               std::tie(other.serialGap, other.numberGap, other.timeError);
+        return std::tie(serials, numberGap, timeError) <
+               std::tie(other.serials, other.numberGap, other.timeError);
     }
 };
 
@@ -70,21 +89,26 @@ Nanoseconds WeldMatcher::Progress::interval() const
 WeldMatcher::Fit WeldMatcher::fitOf(const Progress& progress, const WeldTraceData& trace)
 {
     Fit fit;
-    const Nanoseconds passed = subtractSaturated(stampOf(trace.timestamp), progress.stamp);
-    const bool hasSerials = progress.serial != 0 && trace.messageSerial != 0;
-    if (trace.sequence <= progress.number || passed < -kFinestStamp ||
-        (hasSerials && trace.messageSerial <= progress.serial)) {
+    const std::int64_t numberStep = std::int64_t(trace.sequence) - progress.number;
+    if (numberStep <= 0) {
         return fit;
     }
+    fit.numberGap = numberStep > 1;
+    if (progress.serial != 0 && trace.messageSerial != 0) {
+        const std::int64_t step = serialStep(progress.serial, trace.messageSerial);
+        fit.serials = step <= 0 ? Order::Decreasing : step == numberStep ? Order::Consecutive : Order::Gap;
+    }
+    const Nanoseconds passed = subtractSaturated(stampOf(trace.timestamp), progress.stamp);
     // The first sample is taken at the time of the start.
-    const std::int64_t steps = std::int64_t(trace.sequence) - progress.number - (progress.number < 0 ? 1 : 0);
-    const Nanoseconds expected = multiplySaturated<Nanoseconds>(steps, progress.interval());
-    fit.numberGap = std::int64_t(trace.sequence) - progress.number > 1;
-    fit.serialGap = !hasSerials || std::int64_t(trace.messageSerial) - progress.serial !=
-                                       std::int64_t(trace.sequence) - progress.number;
-    fit.timeError = distance(passed, expected);
-    fit.possible = !fit.numberGap || progress.interval() == 0 ||
-                   fit.timeError <= addSaturated(kGapTolerance, passed / kGapToleranceDivisor);
+    const std::int64_t steps = numberStep - (progress.number < 0 ? 1 : 0);
+    fit.timeError = distance(passed, multiplySaturated<Nanoseconds>(steps, progress.interval()));
+    const bool inTime = progress.interval() == 0 ||
+                        fit.timeError <= addSaturated(kGapTolerance, passed / kGapToleranceDivisor);
+    if (fit.serials == Order::Consecutive && !fit.numberGap) {
+        fit.possible = true;
+    } else if (passed >= -kFinestStamp) {
+        fit.possible = inTime || (!fit.numberGap && fit.serials != Order::Decreasing);
+    }
     return fit;
 }
 
@@ -125,10 +149,12 @@ std::optional<WeldMatcher::Match> WeldMatcher::addSample(const WeldTraceData& tr
     }
     const Match match = {best->weld,
                          static_cast<std::uint64_t>(std::int64_t(trace.sequence) - best->number - 1)};
+    const Nanoseconds passed = subtractSaturated(stampOf(trace.timestamp), best->stamp);
     best->number = trace.sequence;
     best->serial = trace.messageSerial;
     best->stamp = stampOf(trace.timestamp);
-    if (best->firstNumber < 0) {
+    // The interval is measured again after the clock was set.
+    if (best->firstNumber < 0 || passed < -kFinestStamp || passed > kClockSet) {
         best->firstNumber = best->number;
         best->firstStamp = best->stamp;
     }
@@ -144,8 +170,7 @@ std::optional<WeldMatcher::Weld> WeldMatcher::addEnd(const WeldTriggerEnd& end)
         if (progress->tag != end.tag) {
             continue;
         }
-        const bool serialGap =
-            progress->serial == 0 || std::int64_t(end.messageSerial) - progress->serial != 1;
+        const bool serialGap = progress->serial == 0 || serialStep(progress->serial, end.messageSerial) != 1;
         const std::tuple<bool, Nanoseconds> fit(serialGap, distance(stamp, progress->stamp));
         if (best == m_open.end() || fit <= bestFit) {
             best = progress;

@@ -18,7 +18,8 @@ Nanoseconds stampOf(const Telvane::DateTime& stamp);
 /// Finds the weld that a record belongs to.
 ///
 /// Welds may overlap, and any of their records may be missing. An end belongs to the weld with its tag. A sample
-/// has no tag: it belongs to the weld whose sample numbers, serial numbers and times it continues.
+/// has no tag: it belongs to the weld whose sample numbers, serial numbers and times it continues. The serial numbers of
+/// a source may wrap or start again within a weld, and its clock may be set.
 class WeldMatcher
 {
 public:
