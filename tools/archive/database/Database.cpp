@@ -1,5 +1,8 @@
 #include "archive/database/Database.h"
 
+#include <algorithm>
+#include <cerrno>
+
 namespace TelvaneArchive
 {
 
@@ -35,6 +38,20 @@ const std::string& bytesOf(const Value& value)
     static const std::string empty;
     const auto* blob = std::get_if<Blob>(&value);
     return blob != nullptr ? blob->bytes : empty;
+}
+
+bool isNoRoom(int error)
+{
+    return error == ENOSPC || error == EDQUOT || error == EFBIG;
+}
+
+Status Database::each(const Sql& statement, const Row& parameters,
+                      const std::function<void(const Row& row)>& take)
+{
+    std::vector<Row> rows;
+    Status status = run(statement, parameters, &rows);
+    std::for_each(rows.begin(), rows.end(), take);
+    return status;
 }
 
 Transaction::Transaction(Database& database)

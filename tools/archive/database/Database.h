@@ -2,6 +2,7 @@
 
 #include "archive/database/Sql.h"
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -29,6 +30,9 @@ struct Status
     static Status failed(Code code, std::string text) { return {code, std::move(text)}; }
 };
 
+/// \return whether an error number means that there is no room on the disk
+bool isNoRoom(int error);
+
 /// A connection to SQLite or PostgreSQL. Statements are the same for both.
 /// \par Threads  One at a time.
 class Database
@@ -53,6 +57,9 @@ public:
     /// \param[out] rows   what the statement returns; null to ignore it
     virtual Status run(const Sql& statement, const Row& parameters = {},
                        std::vector<Row>* rows = nullptr) = 0;
+    /// Runs one statement and passes each row on, for statements that return very many.
+    virtual Status each(const Sql& statement, const Row& parameters,
+                        const std::function<void(const Row& row)>& take);
 };
 
 /// Rolls back unless it was committed.

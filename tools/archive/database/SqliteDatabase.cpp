@@ -19,11 +19,16 @@ namespace
 
 constexpr int kBusyMilliseconds = 2000; ///< a reader waits this long while the writer checkpoints
 
-Status::Code codeOf(int result)
+Status::Code codeOf(int result, sqlite3* handle)
 {
     switch (result & 0xff) {
     case SQLITE_FULL:
         return Status::Code::Full;
+    case SQLITE_IOERR:
+    case SQLITE_CANTOPEN:
+        // SQLite names no shortage when it extends or creates a file of the log.
+        return handle != nullptr && isNoRoom(sqlite3_system_errno(handle)) ? Status::Code::Full
+                                                                           : Status::Code::Failed;
     case SQLITE_CORRUPT:
     case SQLITE_NOTADB:
         return Status::Code::Damaged;
@@ -41,6 +46,8 @@ Status::Code codeOf(int result)
 class SqliteDatabase : public Database
 {
 public:
+    using Take = std::function<void(const Row& row)>;
+
     explicit SqliteDatabase(sqlite3* handle) : m_handle(handle) {}
     ~SqliteDatabase() override
     {
@@ -56,6 +63,12 @@ public:
 
     Status run(const Sql& sql, const Row& parameters, std::vector<Row>* rows) override
     {
+        return each(
+            sql, parameters, rows == nullptr ? Take() : [rows](const Row& row) { rows->push_back(row); });
+    }
+
+    Status each(const Sql& sql, const Row& parameters, const Take& take) override
+    {
         sqlite3_stmt* statement = prepare(sql.text());
         if (statement == nullptr) {
             return lastError(sqlite3_errcode(m_handle));
@@ -67,10 +80,11 @@ public:
                 bind(statement, index, parameters[i]);
             }
         }
+        Row row;
         int result = sqlite3_step(statement);
         for (; result == SQLITE_ROW; result = sqlite3_step(statement)) {
-            if (rows != nullptr) {
-                rows->push_back(readRow(statement));
+            if (take) {
+                take(readRow(statement, row));
             }
         }
         Status status = result == SQLITE_DONE ? Status() : lastError(result);
@@ -109,9 +123,9 @@ private:
         }
     }
 
-    static Row readRow(sqlite3_stmt* statement)
+    static const Row& readRow(sqlite3_stmt* statement, Row& row)
     {
-        Row row;
+        row.clear();
         const int columns = sqlite3_column_count(statement);
         for (int i = 0; i < columns; ++i) {
             const auto bytes = [statement, i](const void* data) {
@@ -140,7 +154,7 @@ private:
         return row;
     }
 
-    Status lastError(int result) const { return {codeOf(result), sqlite3_errmsg(m_handle)}; }
+    Status lastError(int result) const { return {codeOf(result, m_handle), sqlite3_errmsg(m_handle)}; }
 
     sqlite3* m_handle;
     std::map<std::string, sqlite3_stmt*, std::less<>> m_statements;
@@ -174,7 +188,7 @@ std::unique_ptr<Database> openSqlite(const std::string& path, Database::Access a
     sqlite3* handle = nullptr;
     const int result = sqlite3_open_v2(path.c_str(), &handle, flags | SQLITE_OPEN_NOMUTEX, nullptr);
     if (result != SQLITE_OK) {
-        status = {codeOf(result), handle != nullptr ? sqlite3_errmsg(handle) : "out of memory"};
+        status = {codeOf(result, handle), handle != nullptr ? sqlite3_errmsg(handle) : "out of memory"};
         sqlite3_close(handle);
         return nullptr;
     }
@@ -182,6 +196,7 @@ std::unique_ptr<Database> openSqlite(const std::string& path, Database::Access a
     sqlite3_extended_result_codes(handle, 1);
     auto database = std::make_unique<SqliteDatabase>(handle);
     std::vector<Row> ignored;
+    database->run("PRAGMA case_sensitive_like = ON", {}, nullptr); // as in PostgreSQL
     status = access == Database::Access::ReadWrite
                  ? prepareForWriting(*database)
                  : database->run("SELECT count(*) FROM sqlite_master", {}, &ignored); // opens the file

@@ -26,8 +26,7 @@ constexpr std::int64_t kNanosecondsPerSecond = 1'000'000'000;
 
 Status systemError(const std::string& what, int error)
 {
-    const bool full = error == ENOSPC || error == EDQUOT || error == EFBIG;
-    return {full ? Status::Code::Full : Status::Code::Failed, what + ": " + std::strerror(error)};
+    return {isNoRoom(error) ? Status::Code::Full : Status::Code::Failed, what + ": " + std::strerror(error)};
 }
 
 int writeAll(int fd, std::string_view data)
@@ -109,7 +108,7 @@ Status SampleFile::append(std::string_view chunk, Place& place)
 {
     if (const int error = writeAll(m_file.get(), chunk); error != 0) {
         if (ftruncate(m_file.get(), static_cast<off_t>(m_size)) != 0) {
-            close(); // reopening looks for the last sound chunk
+            close(); // what is torn stays in the file, but no index names it
         }
         return systemError(m_path, error);
     }

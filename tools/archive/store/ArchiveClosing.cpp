@@ -73,6 +73,10 @@ Status ArchiveStore::closeWeld(Running& running)
             }
         },
         damaged);
+    std::vector<Finding> findings;
+    if (status && m_judge) {
+        m_judge(weld, findings);
+    }
     Transaction transaction(*m_database);
     status = status ? transaction.begun() : status;
     for (const auto& [builder, parts] : {std::pair(&fine, kFineParts), std::pair(&coarse, kCoarseParts)}) {
@@ -84,6 +88,8 @@ Status ArchiveStore::closeWeld(Running& running)
                      : status;
     }
     status = status ? storeWeld(weld) : status;
+    status =
+        status && !findings.empty() ? storeFindings(weld.id, findings, TelvaneTool::realTimeNow()) : status;
     return status ? transaction.commit() : status;
 }
 

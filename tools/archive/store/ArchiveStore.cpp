@@ -43,7 +43,8 @@ Status ArchiveStore::lock()
     const std::string path = m_path + ".lock";
     m_lock = TelvaneTool::FileDescriptor(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666));
     if (!m_lock.isOpen()) {
-        return {Status::Code::Failed, path + ": " + std::strerror(errno)};
+        return {isNoRoom(errno) ? Status::Code::Full : Status::Code::Failed,
+                path + ": " + std::strerror(errno)};
     }
     if (flock(m_lock.get(), LOCK_EX | LOCK_NB) != 0) {
         return {Status::Code::Refused, "another process writes to this archive"};
@@ -53,14 +54,23 @@ Status ArchiveStore::lock()
 
 Status ArchiveStore::prepare()
 {
-    Status status;
-    m_database = openSqlite(m_path, Database::Access::ReadWrite, status);
-    status = status ? migrate(*m_database) : status;
-    status = status ? recoverWelds() : status;
+    Status status = prepareOnce();
+    if (status.code == Status::Code::Full && removeBallast()) {
+        status = prepareOnce();
+    }
     if (status) {
         makeBallast();
     }
     return status;
+}
+
+Status ArchiveStore::prepareOnce()
+{
+    Status status;
+    m_database.reset(); // one connection writes
+    m_database = openSqlite(m_path, Database::Access::ReadWrite, status);
+    status = status ? migrate(*m_database) : status;
+    return status ? recoverWelds() : status;
 }
 
 std::int64_t ArchiveStore::begin(Weld weld, const std::string& ending)
@@ -127,35 +137,12 @@ bool ArchiveStore::isDirty() const
     });
 }
 
-Status ArchiveStore::commit()
-{
-    Status status = commitOnce();
-    if (status.code == Status::Code::Full && m_hasBallast) {
-        // The room of the ballast is for the rows: samples would fill it at once.
-        unlink((m_path + ".ballast").c_str());
-        m_hasBallast = false;
-        m_database->run("PRAGMA wal_checkpoint(TRUNCATE)");
-        status = commitOnce();
-    }
-    m_full = status.code == Status::Code::Full;
-    if (m_full) {
-        dropWaiting();
-        const Status rows = commitOnce();
-        m_full = true;
-        return rows ? status : rows;
-    }
-    if (status && !m_hasBallast) {
-        makeBallast();
-    }
-    return status;
-}
-
-Status ArchiveStore::commitOnce()
+Status ArchiveStore::commitOnce(Contents contents)
 {
     Status status = beginWaiting();
     std::vector<NewChunk> chunks;
     if (status) {
-        status = appendWaiting(chunks);
+        status = contents == Contents::Everything ? appendWaiting(chunks) : status;
         status = status ? indexChunks(chunks) : status;
         if (!status) {
             forgetChunks(chunks);
@@ -328,33 +315,6 @@ Status ArchiveStore::insertEvents()
                    : status;
     }
     return status;
-}
-
-/// Without room, the samples that wait are given up, so that the rows fit.
-void ArchiveStore::dropWaiting()
-{
-    for (auto& [handle, running] : m_running) {
-        Weld& weld = running.weld;
-        const std::size_t dropped = running.waiting.size();
-        weld[Column::Unstored] = weld.whole(Column::Unstored) + static_cast<std::int64_t>(dropped);
-        m_counters.unstored += dropped;
-        m_waiting -= dropped;
-        running.waiting.clear();
-    }
-}
-
-void ArchiveStore::makeBallast()
-{
-    if (m_settings.ballast == 0) {
-        return;
-    }
-    const std::string path = m_path + ".ballast";
-    const TelvaneTool::FileDescriptor file(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666));
-    m_hasBallast =
-        file.isOpen() && posix_fallocate(file.get(), 0, static_cast<off_t>(m_settings.ballast)) == 0;
-    if (!m_hasBallast) {
-        unlink(path.c_str());
-    }
 }
 
 std::vector<std::int64_t> ArchiveStore::takeClosed()

@@ -32,7 +32,8 @@ struct Event
 /// The one writer of an SQLite archive.
 ///
 /// Everything waits in memory until commit() stores it in one transaction. If that fails, everything still waits, and
-/// the next commit() tries again. Waiting samples are bounded: more are counted as not stored.
+/// the next commit() tries again. Waiting samples are bounded: more are counted as not stored. On a full disk, commit()
+/// stores the rows that fit and says so; the samples of welds that have ended are given up.
 /// \par Threads  One.
 class ArchiveStore
 {
@@ -54,6 +55,22 @@ public:
         std::uint64_t recovered = 0;    ///< welds of an earlier run that were closed
         std::uint64_t removedBytes = 0; ///< torn ends of sample files
     };
+
+    /// What the judge found; see ArchiveReader::Finding.
+    struct Finding
+    {
+        std::string level;
+        std::string metric;
+        double value = 0.0;
+        double low = 0.0;
+        double high = 0.0;
+        double fromSeconds = 0.0;
+        double toSeconds = 0.0;
+        std::string reference;
+    };
+    /// Judges a weld that ends: may set Column::Verdict and add findings, which are stored with the row. It runs within
+    /// commit(), when the samples are in the archive and \p weld has its metrics.
+    using JudgeHook = std::function<void(Weld& weld, std::vector<Finding>& findings)>;
 
     ~ArchiveStore();
     ArchiveStore(const ArchiveStore&) = delete;
@@ -83,10 +100,12 @@ public:
     /// Stores everything that waits.
     Status commit();
 
+    void setJudge(JudgeHook judge) { m_judge = std::move(judge); }
+
     /// \return ids of the welds that were closed since the last call
     std::vector<std::int64_t> takeClosed();
     /// \return whether the disk was full at the last commit
-    bool isFull() const { return m_full; }
+    bool isFull() const { return m_noRoom.code == Status::Code::Full; }
 
     const Counters& counters() const { return m_counters; }
     Database& database() { return *m_database; }
@@ -114,18 +133,6 @@ public:
     /// \param now  ns since the Unix epoch
     Status retain(const Retention& retention, std::int64_t now, Retained& retained);
 
-    /// What the judge found; see ArchiveReader::Finding.
-    struct Finding
-    {
-        std::string level;
-        std::string metric;
-        double value = 0.0;
-        double low = 0.0;
-        double high = 0.0;
-        double fromSeconds = 0.0;
-        double toSeconds = 0.0;
-        std::string reference;
-    };
     /// Stores a verdict in place of an earlier one.
     Status storeVerdict(std::int64_t id, const std::string& verdict, const std::vector<Finding>& findings,
                         std::int64_t now);
@@ -156,9 +163,18 @@ private:
     ArchiveStore(std::string path, const Settings& settings) : m_path(std::move(path)), m_settings(settings)
     {}
 
+    enum class Contents
+    {
+        Everything,
+        Rows, ///< no samples
+    };
+
     Status lock();
     Status prepare();
-    Status commitOnce();
+    Status prepareOnce();
+    Status commitOnce(Contents contents);
+    Status commitRows(const Status& noRoom);
+    void emptyLog();
     Status beginWaiting();
     Status appendWaiting(std::vector<NewChunk>& chunks);
     Status appendChunks(Running& running, std::vector<NewChunk>& chunks);
@@ -170,16 +186,19 @@ private:
     Status closeEnded();
     Status closeWeld(Running& running);
     Status storeWeld(const Weld& weld);
+    Status storeFindings(std::int64_t id, const std::vector<Finding>& findings, std::int64_t now);
     Status recoverWelds();
     Status recoverWeld(Running& running);
     Status fileFor(const Weld& weld, SampleFile*& file);
-    void dropWaiting();
+    void dropSamplesOfEnded();
     Status deleteSamples(std::int64_t id);
     Status dropFromFile(const std::string& name, const std::vector<Row>& chunks);
-    void makeBallast();
+    bool makeBallast();
+    bool removeBallast();
 
     std::string m_path;
     Settings m_settings;
+    JudgeHook m_judge;
     TelvaneTool::FileDescriptor m_lock;
     std::unique_ptr<Database> m_database;
     std::map<std::string, SampleFile> m_files; ///< by name
@@ -188,7 +207,7 @@ private:
     std::vector<std::int64_t> m_closed;
     std::int64_t m_nextHandle = 1;
     std::size_t m_waiting = 0;
-    bool m_full = false;
+    Status m_noRoom; ///< Code::Full while the disk is full
     bool m_hasBallast = false;
     Counters m_counters;
 };

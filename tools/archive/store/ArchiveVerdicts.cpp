@@ -9,7 +9,13 @@ Status ArchiveStore::storeVerdict(std::int64_t id, const std::string& verdict,
     Transaction transaction(*m_database);
     Status status = transaction.begun();
     status = status ? m_database->run("UPDATE weld SET verdict = $1 WHERE id = $2", {verdict, id}) : status;
-    status = status ? m_database->run("DELETE FROM finding WHERE weld_id = $1", {id}) : status;
+    status = status ? storeFindings(id, findings, now) : status;
+    return status ? transaction.commit() : status;
+}
+
+Status ArchiveStore::storeFindings(std::int64_t id, const std::vector<Finding>& findings, std::int64_t now)
+{
+    Status status = m_database->run("DELETE FROM finding WHERE weld_id = $1", {id});
     for (const Finding& finding : findings) {
         status =
             status ? m_database->run(
@@ -19,7 +25,7 @@ Status ArchiveStore::storeVerdict(std::int64_t id, const std::string& verdict,
                           finding.fromSeconds, finding.toSeconds, finding.reference})
                    : status;
     }
-    return status ? transaction.commit() : status;
+    return status;
 }
 
 } // namespace TelvaneArchive
