@@ -4,15 +4,19 @@
 #include "archive/samples/SampleFile.h"
 #include "archive/welds/Schema.h"
 #include "archive/welds/WeldMeasures.h"
+#include "common/support/HumanReadable.h"
 
 #include <algorithm>
 #include <cmath>
+#include <unordered_map>
 
 namespace TelvaneArchive
 {
 
 namespace
 {
+
+constexpr std::size_t kMaxTrend = 5000;
 
 Weld weldOf(const Row& row)
 {
@@ -46,10 +50,12 @@ std::unique_ptr<ArchiveReader> ArchiveReader::open(const std::string& location, 
     return std::unique_ptr<ArchiveReader>(new ArchiveReader(std::move(database), location));
 }
 
-Status ArchiveReader::list(const Query& query, std::vector<Weld>& welds)
+namespace
 {
-    Sql statement = "SELECT id, " + columnList() + " FROM weld";
-    Row values;
+
+/// \return the conditions of a query, with those that its other members mean
+WeldFilter filterOf(const ArchiveReader::Query& query)
+{
     WeldFilter filter = query.filter;
     if (query.beforeNs) {
         filter.add(Column::StartNs, Condition::Comparison::Less, *query.beforeNs);
@@ -57,11 +63,52 @@ Status ArchiveReader::list(const Query& query, std::vector<Weld>& welds)
     if (query.order && *query.order != Column::StartNs) {
         filter.add(*query.order, Condition::Comparison::Known, {});
     }
+    return filter;
+}
+
+/// \return whether a metric decides which welds match
+bool isByMetric(const WeldFilter& filter)
+{
+    return std::any_of(filter.conditions.begin(), filter.conditions.end(),
+                       [](const Condition& condition) { return isMetric(condition.column); });
+}
+
+} // namespace
+
+Sql ArchiveReader::statementOf(const Query& query, bool few, Row& values)
+{
+    Sql statement = "SELECT id, " + columnList() + " FROM weld";
+    const WeldFilter filter = filterOf(query);
+    const bool byMetric = isByMetric(filter);
+    const Column order = query.order.value_or(Column::StartNs);
+    const bool avoid = byMetric && !few && order == Column::StartNs;
+    appendWhere(filter, statement, values, avoid ? MetricIndexes::Avoid : MetricIndexes::Use);
+    if (query.afterId) {
+        values.emplace_back(*query.afterId);
+        statement += filter.conditions.empty() ? Sql(" WHERE id > ") : Sql(" AND id > ");
+        statement.parameter(values.size()) += " ORDER BY id LIMIT ";
+    } else {
+        // Few matches are sorted. Otherwise SQLite would go through all welds in order of time to spare the sorting.
+        statement += byMetric && few ? Sql(" ORDER BY +") : Sql(" ORDER BY ");
+        statement += sqlOf(order);
+        // The order of the indexes, which spares the sorting.
+        const bool time = order == Column::StartNs;
+        statement +=
+            query.ascending
+                ? (time ? Sql(" ASC, id ASC LIMIT ") : Sql(" ASC, start_ns ASC, id ASC LIMIT "))
+                : (time ? Sql(" DESC, id DESC LIMIT ") : Sql(" DESC, start_ns DESC, id DESC LIMIT "));
+    }
+    values.emplace_back(static_cast<std::int64_t>(std::min(query.limit, kMaxList)));
+    statement.parameter(values.size());
+    return statement;
+}
+
+Status ArchiveReader::list(const Query& query, std::vector<Weld>& welds)
+{
     // In the order of time, few matches are found by the index of a metric, many by going through the newest welds.
     bool few = false;
-    const bool byMetric = std::any_of(filter.conditions.begin(), filter.conditions.end(),
-                                      [](const Condition& condition) { return isMetric(condition.column); });
-    if (byMetric && query.order.value_or(Column::StartNs) == Column::StartNs) {
+    const WeldFilter filter = filterOf(query);
+    if (isByMetric(filter) && query.order.value_or(Column::StartNs) == Column::StartNs) {
         constexpr std::int64_t kFew = 5000;
         std::int64_t matches = 0;
         Status counted = count(filter, static_cast<std::size_t>(kFew), matches);
@@ -70,19 +117,8 @@ Status ArchiveReader::list(const Query& query, std::vector<Weld>& welds)
         }
         few = matches < kFew;
     }
-    appendWhere(filter, statement, values, byMetric && !few ? MetricIndexes::Avoid : MetricIndexes::Use);
-    if (query.afterId) {
-        values.emplace_back(*query.afterId);
-        statement += filter.conditions.empty() ? Sql(" WHERE id > ") : Sql(" AND id > ");
-        statement.parameter(values.size()) += " ORDER BY id LIMIT ";
-    } else {
-        // Few matches are sorted. Otherwise SQLite would go through all welds in order of time to spare the sorting.
-        statement += byMetric && few ? Sql(" ORDER BY +") : Sql(" ORDER BY ");
-        statement += sqlOf(query.order.value_or(Column::StartNs));
-        statement += query.ascending ? Sql(" ASC, id ASC LIMIT ") : Sql(" DESC, id DESC LIMIT ");
-    }
-    values.emplace_back(static_cast<std::int64_t>(std::min(query.limit, kMaxList)));
-    statement.parameter(values.size());
+    Row values;
+    const Sql statement = statementOf(query, few, values);
     std::vector<Row> rows;
     Status status = m_database->run(statement, values, &rows);
     for (const Row& row : rows) {
@@ -205,14 +241,65 @@ Status ArchiveReader::findings(std::int64_t id, std::vector<Finding>& findings)
     return status;
 }
 
+Sql ArchiveReader::statementOfDays(Column metric, const WeldFilter& filter, Row& values)
+{
+    WeldFilter known = filter;
+    known.add(metric, Condition::Comparison::Known, {});
+    Sql statement = "SELECT start_ns / 86400000000000, " + sqlOf(metric) + " FROM weld";
+    appendWhere(known, statement, values);
+    return statement;
+}
+
+/// SQLite would sort all welds by day, which takes longer than reading them from the index of the metric.
+Status ArchiveReader::trendByDay(Column metric, const WeldFilter& filter, std::vector<TrendPoint>& points)
+{
+    struct Day
+    {
+        TrendPoint point;
+        double squares = 0.0;
+    };
+    std::unordered_map<std::int64_t, Day> days;
+    Row values;
+    const Sql statement = statementOfDays(metric, filter, values);
+    Status status = m_database->each(statement, values, [&days](const Row& row) {
+        Day& day = days[wholeOf(row[0])];
+        const double value = numberOf(row[1]);
+        TrendPoint& point = day.point;
+        point.min = point.welds == 0 ? value : std::min(point.min, value);
+        point.max = point.welds == 0 ? value : std::max(point.max, value);
+        ++point.welds;
+        const double difference = value - point.mean;
+        point.mean += difference / static_cast<double>(point.welds);
+        day.squares += difference * (value - point.mean);
+    });
+    std::vector<std::int64_t> numbers;
+    numbers.reserve(days.size());
+    for (const auto& [number, day] : days) {
+        numbers.push_back(number);
+    }
+    std::sort(numbers.begin(), numbers.end());
+    for (const std::int64_t number : numbers) {
+        TrendPoint point = days[number].point;
+        point.deviation = std::sqrt(days[number].squares / static_cast<double>(point.welds));
+        point.group = TelvaneTool::printMoment(TelvaneTool::multiplySaturated<TelvaneTool::Nanoseconds>(
+                                                   number, 86'400 * TelvaneTool::kSecond))
+                          .substr(0, 10);
+        if (points.size() < kMaxTrend) {
+            points.push_back(std::move(point));
+        }
+    }
+    return status;
+}
+
 Status ArchiveReader::trend(Column metric, const WeldFilter& filter, bool byPart,
                             std::vector<TrendPoint>& points)
 {
-    const bool sqlite = m_database->kind() == Database::Kind::Sqlite;
-    const Sql day =
-        sqlite ? Sql("strftime('%Y-%m-%d', start_ns / 1000000000, 'unixepoch')")
+    if (!byPart && m_database->kind() == Database::Kind::Sqlite) {
+        return trendByDay(metric, filter, points);
+    }
+    const Sql group =
+        byPart ? Sql("coalesce(part_number, '')")
                : Sql("to_char(to_timestamp(start_ns / 1000000000) AT TIME ZONE 'UTC', 'YYYY-MM-DD')");
-    const Sql group = byPart ? Sql("coalesce(part_number, '')") : day;
     const Sql value = "CAST(" + sqlOf(metric) + " AS DOUBLE PRECISION)";
     Sql statement = "SELECT " + group + " AS name, count(*), avg(" + value + "), min(" + value + "), max(" +
                     value + "), avg(" + value + " * " + value + ") FROM weld";
@@ -220,7 +307,9 @@ Status ArchiveReader::trend(Column metric, const WeldFilter& filter, bool byPart
     WeldFilter known = filter;
     known.add(metric, Condition::Comparison::Known, {});
     appendWhere(known, statement, values);
-    statement += " GROUP BY name ORDER BY name LIMIT 5000";
+    statement += " GROUP BY name ORDER BY name LIMIT ";
+    values.emplace_back(static_cast<std::int64_t>(kMaxTrend));
+    statement.parameter(values.size());
     std::vector<Row> rows;
     Status status = m_database->run(statement, values, &rows);
     for (const Row& row : rows) {

@@ -77,6 +77,10 @@ public:
         double deviation = 0.0;
     };
 
+    /// \return the statement for a list, whose plan must use an index
+    /// \param few  few welds match, so sorting them is fast
+    static Sql statementOf(const Query& query, bool few, Row& values);
+
     /// Opens an archive.
     /// \param location  path of an SQLite archive, or postgresql://user@host/name
     /// \param[out] status  why it failed
@@ -112,12 +116,17 @@ public:
     /// \param byPart  false for by day
     Status trend(Column metric, const WeldFilter& filter, bool byPart, std::vector<TrendPoint>& points);
 
+    /// \return the statement for the day and the value of all welds
+    static Sql statementOfDays(Column metric, const WeldFilter& filter, Row& values);
+
     Database& database() { return *m_database; }
 
 private:
     ArchiveReader(std::unique_ptr<Database> database, std::string location)
         : m_database(std::move(database)), m_location(std::move(location))
     {}
+
+    Status trendByDay(Column metric, const WeldFilter& filter, std::vector<TrendPoint>& points);
 
     std::unique_ptr<Database> m_database;
     std::string m_location;
