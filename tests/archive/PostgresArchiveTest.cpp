@@ -155,7 +155,7 @@ TEST_F(Postgres, AnswersTheSameQuestionsAsSqlite)
     ASSERT_TRUE(eventually([&] { return listWelds(*there).size() == 5; }));
     for (const char* const where :
          {"program >= 2", "part_number like 'A*'", "part_number = 'B_1' and mean_amps > 100",
-          "operator is empty", "mean_volts < 5", "program <> 3"}) {
+          "operator is empty", "mean_volts < 5", "program <> 3", "part_number like 'a*'"}) {
         WeldFilter filter;
         std::string error;
         ASSERT_TRUE(readWhere(where, filter, error)) << error;
@@ -211,4 +211,32 @@ TEST_F(Postgres, GetsEverythingOnceAfterAnOutage)
     ASSERT_EQ(welds.size(), 2U);
     EXPECT_EQ(samplesOf(*reader, welds[0].id).size(), 3000U);
     EXPECT_EQ(differenceOf(samplesOf(*reader, welds[1].id)), "");
+}
+
+TEST_F(Postgres, GetsTheVerdictWithItsFindingsOnce)
+{
+    clear();
+    const TemporaryDirectory directory;
+    const auto store = openStore(directory.path("spool.db"));
+    store->setJudge([](Weld& weld, std::vector<ArchiveStore::Finding>& findings) {
+        weld[Column::Verdict] = std::string("not_ok");
+        findings.push_back({"not_ok", "mean_amps", 1.0, 2.0, 3.0, 0.0, 0.0, "absolute"});
+        findings.push_back({"warning", "mean_gas", 4.0, 5.0, 6.0, 1.0, 2.0, "absolute"});
+    });
+    keepWeld(*store, makeWeld("one"), 1000);
+    {
+        Forwarder forwarder(quick(directory.path("spool.db"), location()), [](const std::string&) {});
+        ASSERT_TRUE(eventually([&] { return !forwarder.takeSent().empty(); })); // sent, not deleted
+    }
+    Forwarder again(quick(directory.path("spool.db"), location()), [](const std::string&) {});
+    ASSERT_TRUE(sendAll(*store, again));
+    const auto reader = openReader(location());
+    const std::vector<Weld> welds = listWelds(*reader);
+    ASSERT_EQ(welds.size(), 1U);
+    EXPECT_EQ(welds[0].text(Column::Verdict), "not_ok");
+    std::vector<ArchiveReader::Finding> findings;
+    ASSERT_TRUE(reader->findings(welds[0].id, findings));
+    ASSERT_EQ(findings.size(), 2U);
+    EXPECT_EQ(findings[0].metric, "mean_amps");
+    EXPECT_EQ(findings[1].toSeconds, 2.0);
 }

@@ -1,4 +1,5 @@
 #include "Commands.h"
+#include "LiveJudging.h"
 #include "archive/follow/WeldFollower.h"
 #include "archive/forward/Forwarder.h"
 #include "common/cli/CommandLine.h"
@@ -29,6 +30,7 @@ struct Options
     bool verbose = false;
     std::string spool;
     RetentionOptions retention;
+    LiveJudging::Options judging;
 };
 
 /// Passes the welds of the spool on, and deletes those that have arrived.
@@ -114,18 +116,39 @@ int timeoutUntil(Nanoseconds due)
     return static_cast<int>((left + TelvaneTool::kMillisecond - 1) / TelvaneTool::kMillisecond);
 }
 
-/// Prints a line for each weld that was closed.
-void printClosed(WeldFollower& follower, ArchiveStore& store, bool verbose)
+/// Prints a line for a weld that was closed.
+void printClosed(std::int64_t id, ArchiveStore& store)
 {
-    for (const std::int64_t id : follower.takeClosed()) {
-        std::vector<Row> rows;
-        store.database().run(
-            "SELECT ending, samples, missed + unstored, bytes_stored FROM weld WHERE id = $1", {id}, &rows);
-        if (verbose && !rows.empty()) {
-            TelvaneTool::printStatus("weld " + std::to_string(id) + ": " + textOf(rows[0][0]) + ", " +
-                                     std::to_string(wholeOf(rows[0][1])) + " samples, " +
-                                     std::to_string(wholeOf(rows[0][2])) + " missing, " +
-                                     TelvaneTool::printBytes(numberOf(rows[0][3])));
+    std::vector<Row> rows;
+    store.database().run(
+        "SELECT ending, samples, missed + unstored, bytes_stored, verdict FROM weld WHERE id = $1", {id},
+        &rows);
+    if (rows.empty()) {
+        return;
+    }
+    const std::string& verdict = textOf(rows[0][4]);
+    TelvaneTool::printStatus("weld " + std::to_string(id) + ": " + textOf(rows[0][0]) + ", " +
+                             std::to_string(wholeOf(rows[0][1])) + " samples, " +
+                             std::to_string(wholeOf(rows[0][2])) + " missing, " +
+                             TelvaneTool::printBytes(numberOf(rows[0][3])) +
+                             (verdict.empty() ? "" : ", " + verdict));
+}
+
+/// Opens the archive. Waits for room on a full disk, until a signal.
+std::unique_ptr<ArchiveStore> openStore(const std::string& path, int signals, Status& status)
+{
+    for (bool reported = false;; reported = true) {
+        auto store = ArchiveStore::open(path, {}, status);
+        if (store || status.code != Status::Code::Full) {
+            return store;
+        }
+        if (!reported) {
+            TelvaneTool::printError(path + ": " + status.text + "; waiting for room");
+        }
+        constexpr int kSecondInMilliseconds = 1000;
+        pollfd polled = {signals, POLLIN, 0};
+        if (poll(&polled, 1, kSecondInMilliseconds) > 0) {
+            return nullptr;
         }
     }
 }
@@ -150,8 +173,9 @@ int follow(const Options& options)
         return TelvaneTool::kWrongUsage;
     }
     const std::string& local = remote ? options.spool : options.writer.database;
+    const TelvaneTool::FileDescriptor signals = TelvaneTool::openSignals();
     Status status;
-    const auto store = ArchiveStore::open(local, {}, status);
+    const auto store = openStore(local, signals.get(), status);
     if (!store) {
         return reportStatus(local, status);
     }
@@ -159,7 +183,10 @@ int follow(const Options& options)
         TelvaneTool::printStatus(TelvaneTool::printNumber(counters.recovered, "weld") +
                                  " of an earlier run closed");
     }
-    const TelvaneTool::FileDescriptor signals = TelvaneTool::openSignals();
+    LiveJudging judging;
+    if (const int result = judging.start(options.judging, *store, !remote); result != TelvaneTool::kSuccess) {
+        return result;
+    }
     WeldFollower follower(*store, settings, [](const std::string& text) { TelvaneTool::printError(text); });
     if (options.verbose) {
         while (!follower.waitConnected(std::chrono::milliseconds(100)) &&
@@ -169,6 +196,15 @@ int follow(const Options& options)
     }
     Forwarding forwarding(*store, options);
     Retaining retaining(*store, options.retention.read());
+    const auto reportClosed = [&] {
+        const std::vector<std::int64_t> closed = follower.takeClosed();
+        judging.publish(closed, follower);
+        for (const std::int64_t id : closed) {
+            if (options.verbose) {
+                printClosed(id, *store);
+            }
+        }
+    };
     pollfd polled[] = {{signals.get(), POLLIN, 0}, {follower.descriptor(), POLLIN, 0}};
     for (;;) {
         const Nanoseconds other = earlier(forwarding.work(), retaining.work());
@@ -177,10 +213,10 @@ int follow(const Options& options)
             break;
         }
         follower.work();
-        printClosed(follower, *store, options.verbose);
+        reportClosed();
     }
     follower.stop();
-    printClosed(follower, *store, options.verbose);
+    reportClosed();
     return TelvaneTool::kSuccess;
 }
 
@@ -202,6 +238,7 @@ void addFollowCommand(TelvaneTool::CommandLine& line)
         .typeName("FILE");
     addWriterOptions(command, options->writer);
     addRetentionOptions(command, options->retention);
+    addLiveJudgingOptions(command, options->judging);
     addDuration(command, "--interval", options->interval,
                 "Time between commits while an arc burns; a longer one spares flash memory and risks more")
         .showDefault("1s");
@@ -216,7 +253,10 @@ void addFollowCommand(TelvaneTool::CommandLine& line)
         "telvane archive /run/telvane/bus --database postgresql://telvane@plant/welds --spool spool.db\n"
         "# samples for a year but at most 20 GB, rows for 15 years\n"
         "telvane archive /run/telvane/bus --database welds.db --keep-samples 365 --max-samples 20G \\\n"
-        "    --keep-rows 5479\n");
+        "    --keep-rows 5479\n"
+        "# judge each weld when it ends, and publish the verdict\n"
+        "telvane archive /run/telvane/bus --database welds.db --rules rules --verdict-channel "
+        "WeldVerdicts\n");
     command.run([options] { return follow(*options); });
 }
 

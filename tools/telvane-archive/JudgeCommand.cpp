@@ -1,5 +1,5 @@
 #include "Commands.h"
-#include "archive/judge/Judge.h"
+#include "LiveJudging.h"
 #include "common/cli/CommandLine.h"
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
@@ -23,6 +23,7 @@ struct Options
     std::string database;
     std::string reference;
     std::string where;
+    std::string rules;
     std::vector<std::string> limits;
     JudgeSettings settings;
     bool leaveOneOut = false;
@@ -54,23 +55,6 @@ bool findWelds(ArchiveReader& reader, const char* option, const std::string& whe
     return true;
 }
 
-/// Reads METRIC=LOW..HIGH.
-bool readLimit(const std::string& text, Judge& judge)
-{
-    const std::size_t equals = text.find('=');
-    const std::size_t dots = text.find("..", equals == std::string::npos ? 0 : equals);
-    const auto metric = findColumn(text.substr(0, equals));
-    if (equals == std::string::npos || dots == std::string::npos || !metric || !isMetric(*metric)) {
-        return false;
-    }
-    const std::string low = text.substr(equals + 1, dots - equals - 1);
-    const std::string high = text.substr(dots + 2);
-    char* lowEnd = nullptr;
-    char* highEnd = nullptr;
-    judge.addLimit(*metric, std::strtod(low.c_str(), &lowEnd), std::strtod(high.c_str(), &highEnd));
-    return !low.empty() && !high.empty() && *lowEnd == '\0' && *highEnd == '\0';
-}
-
 std::string printVerdict(std::int64_t id, const Judge::Verdict& verdict)
 {
     std::string text = "weld " + std::to_string(id) + ": " + verdict.level + "\n";
@@ -87,22 +71,64 @@ std::string printVerdict(std::int64_t id, const Judge::Verdict& verdict)
 
 Status storeVerdict(ArchiveStore& store, std::int64_t id, const Judge::Verdict& verdict)
 {
-    std::vector<ArchiveStore::Finding> findings;
-    for (const ArchiveReader::Finding& finding : verdict.findings) {
-        findings.push_back({finding.level, finding.metric, finding.value, finding.low, finding.high,
-                            finding.fromSeconds, finding.toSeconds, finding.reference});
+    return store.storeVerdict(id, verdict.level, findingsOf(verdict), TelvaneTool::realTimeNow());
+}
+
+int exitCodeOf(const Judge::Verdict& verdict)
+{
+    return verdict.level == "not_ok" ? kNotOk : verdict.level == "warning" ? kWarning : 0;
+}
+
+/// Judges welds by the rules of a file.
+int judgeByRules(const Options& options, ArchiveReader& reader, ArchiveStore* store)
+{
+    std::vector<JudgeRule> rules;
+    WeldIds judged;
+    if (const int result = readRulesFile(options.rules, rules); result != TelvaneTool::kSuccess) {
+        return result;
     }
-    return store.storeVerdict(id, verdict.level, findings, TelvaneTool::realTimeNow());
+    if (!findWelds(reader, "--where", options.where, judged)) {
+        return TelvaneTool::kWrongUsage;
+    }
+    RuleJudge judge(std::move(rules), reader);
+    std::vector<std::string> remarks;
+    Status status = judge.prepare(remarks);
+    for (const std::string& remark : remarks) {
+        TelvaneTool::printStatus(remark);
+    }
+    int worst = TelvaneTool::kSuccess;
+    for (const std::int64_t id : judged) {
+        std::optional<Weld> weld;
+        Judge::Verdict verdict;
+        std::string rule;
+        status = status ? reader.weld(id, weld) : status;
+        status = status && weld ? judge.judge(*weld, verdict, rule) : status;
+        if (status && !verdict.level.empty()) {
+            worst = std::max(worst, exitCodeOf(verdict));
+            status = store != nullptr ? storeVerdict(*store, id, verdict) : status;
+            if (const int written = TelvaneTool::writeResult(printVerdict(id, verdict)); written != 0) {
+                return written;
+            }
+        }
+        if (!status) {
+            return reportStatus(options.database, status);
+        }
+    }
+    return status ? worst : reportStatus(options.database, status);
 }
 
 int judge(const Options& options)
 {
-    Judge absolute(options.settings);
+    std::map<Column, std::pair<double, double>> limits;
     for (const std::string& limit : options.limits) {
-        if (!readLimit(limit, absolute)) {
+        if (!readLimit(limit, limits)) {
             TelvaneTool::printError("--limit: \"" + limit + "\" is not METRIC=LOW..HIGH");
             return TelvaneTool::kWrongUsage;
         }
+    }
+    Judge absolute(options.settings);
+    for (const auto& [metric, limit] : limits) {
+        absolute.addLimit(metric, limit.first, limit.second);
     }
     Status status;
     std::unique_ptr<ArchiveStore> store;
@@ -112,6 +138,9 @@ int judge(const Options& options)
     const auto reader = status ? ArchiveReader::open(options.database, status) : nullptr;
     if (!reader) {
         return reportStatus(options.database, status);
+    }
+    if (!options.rules.empty()) {
+        return judgeByRules(options, *reader, store.get());
     }
     WeldIds references;
     WeldIds judged;
@@ -144,8 +173,7 @@ int judge(const Options& options)
             }
         }
         const Judge::Verdict verdict = one.judge(features[id]);
-        const int result = verdict.level == "not_ok" ? kNotOk : verdict.level == "warning" ? kWarning : 0;
-        worst = std::max(worst, result);
+        worst = std::max(worst, exitCodeOf(verdict));
         status = store ? storeVerdict(*store, id, verdict) : status;
         if (const int written = TelvaneTool::writeResult(printVerdict(id, verdict)); written != 0) {
             return written;
@@ -175,6 +203,12 @@ void addJudgeCommand(TelvaneTool::CommandLine& line)
                 "Limits of a metric in the main phase, such as mean_amps=170..190; repeatable")
         .repeatable()
         .typeName("METRIC=LOW..HIGH");
+    command
+        .option("--rules", options->rules,
+                "File with rules: which welds are judged by which limits or references")
+        .typeName("FILE")
+        .excludes("--reference")
+        .excludes("--limit");
     command.flag("--leave-one-out", options->leaveOneOut, "Judge each reference by the others")
         .needs("--reference")
         .excludes("--where");
@@ -197,6 +231,8 @@ void addJudgeCommand(TelvaneTool::CommandLine& line)
         "    --where \"part_number = 'A-17' and verdict is empty\"\n"
         "# how many of the references would fail?\n"
         "telvane archive judge --database welds.db --reference \"program = 7\" --leave-one-out --dry-run\n"
+        "# by the rules that telvane archive follow uses\n"
+        "telvane archive judge --database welds.db --rules rules --where \"verdict is empty\"\n"
         "# exit code 0: all OK, 10: a warning, 11: not OK\n"
         "telvane archive judge --database welds.db --limit mean_amps=170..190\n");
     command.run([options] { return judge(*options); });

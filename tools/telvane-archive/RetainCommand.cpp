@@ -1,9 +1,12 @@
 #include "Commands.h"
+#include "archive/reader/RetentionPlan.h"
 #include "common/cli/CommandLine.h"
 #include "common/cli/CommandOptions.h"
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
 #include "common/support/HumanReadable.h"
+#include "common/support/Json.h"
+#include "common/support/Table.h"
 
 #include <memory>
 
@@ -17,10 +20,55 @@ struct Options
 {
     std::string database;
     RetentionOptions retention;
+    bool plan = false;
+    bool json = false;
 };
+
+int printPlan(const Options& options)
+{
+    Status status;
+    const auto reader = ArchiveReader::open(options.database, status);
+    const ArchiveStore::Retention retention = options.retention.read();
+    std::vector<RetentionMonth> months;
+    status = reader ? planRetention(*reader,
+                                    {retention.samplesAge, retention.samplesBytes, retention.rowsAge}, months)
+                    : status;
+    if (!status) {
+        return reportStatus(options.database, status);
+    }
+    TelvaneTool::Table table({{"MONTH"},
+                              {"WELDS", true},
+                              {"SAMPLES", true},
+                              {"SAMPLES GONE BY"},
+                              {"ROWS GONE BY"},
+                              {"ROWS THAT STAY", true}});
+    std::string lines;
+    for (const RetentionMonth& month : months) {
+        const auto dayOf = [](const std::string& day) {
+            return day.empty() ? "never" : day;
+        };
+        const bool stay = month.rowsGoneBy.empty();
+        table.add({month.month, std::to_string(month.welds),
+                   TelvaneTool::printBytes(static_cast<double>(month.bytes)),
+                   month.bytes == 0 ? "-" : dayOf(month.samplesGoneBy), dayOf(month.rowsGoneBy),
+                   std::to_string(stay ? month.welds : month.notOk)});
+        const TelvaneTool::JsonTree object(cJSON_CreateObject());
+        TelvaneTool::addText(object.get(), "month", month.month);
+        TelvaneTool::addNumber(object.get(), "welds", month.welds);
+        TelvaneTool::addNumber(object.get(), "notOk", month.notOk);
+        TelvaneTool::addNumber(object.get(), "bytes", month.bytes);
+        TelvaneTool::addText(object.get(), "samplesGoneBy", month.samplesGoneBy);
+        TelvaneTool::addText(object.get(), "rowsGoneBy", month.rowsGoneBy);
+        lines += TelvaneTool::printJson(object.get()) + "\n";
+    }
+    return TelvaneTool::writeResult(options.json ? lines : table.print());
+}
 
 int retain(const Options& options)
 {
+    if (options.plan) {
+        return printPlan(options);
+    }
     Status status;
     const auto store = ArchiveStore::open(options.database, {}, status);
     if (!store) {
@@ -75,8 +123,13 @@ void addRetainCommand(TelvaneTool::CommandLine& line)
     TelvaneTool::Command command(line, "retain", "Delete what is too old or too much, once");
     command.option("--database", options->database, "SQLite file of the archive").required().typeName("FILE");
     addRetentionOptions(command, options->retention);
-    command.examples("# samples for a year, rows for 15 years\n"
-                     "telvane archive retain --database welds.db --keep-samples 365 --keep-rows 5479\n");
+    command.flag("--plan", options->plan, "Print what is deleted when, by month, and delete nothing");
+    command.flag("--json", options->json, "Print one JSON object per month").needs("--plan");
+    command.examples(
+        "# samples for a year, rows for 15 years\n"
+        "telvane archive retain --database welds.db --keep-samples 365 --keep-rows 5479\n"
+        "# what would that delete, and when?\n"
+        "telvane archive retain --database welds.db --keep-samples 365 --keep-rows 5479 --plan\n");
     command.run([options] { return retain(*options); });
 }
 

@@ -55,6 +55,11 @@ public:
     std::vector<std::int64_t> takeClosed() { return m_store.takeClosed(); }
 
     bool waitConnected(std::chrono::nanoseconds timeout) { return !m_bus.waitConnected(timeout); }
+    /// Publishes a record on the bus that is followed.
+    std::error_code publish(const std::string& channel, const Telvane::TelvaneDataTypeBase& record)
+    {
+        return m_bus.publish(channel, record);
+    }
     /// \return samples that belong to no weld
     std::uint64_t strays() const { return m_strays; }
     std::uint64_t dropped() const { return m_dropped; }

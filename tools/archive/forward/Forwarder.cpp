@@ -133,6 +133,7 @@ Status Forwarder::sendWeld(std::int64_t id)
     if (status && ended && all) {
         status = sendEnvelopes(id, remote);
         status = status ? sendEvents(id, remote) : status;
+        status = status ? sendFindings(id, remote) : status;
     }
     status = status ? transaction.commit() : status;
     if (!status) {
@@ -161,9 +162,11 @@ Status Forwarder::sendRow(const Row& weld, std::int64_t& remote)
         statement += infoOf(column).type == ColumnType::Text   ? Sql(" AS TEXT)")
                      : infoOf(column).type == ColumnType::Real ? Sql(" AS DOUBLE PRECISION)")
                                                                : Sql(" AS BIGINT)");
-        if (column != Column::Uid && column != Column::Verdict) {
+        if (column != Column::Uid) {
             updates += updates.text().empty() ? Sql("") : Sql(", ");
-            updates += sqlOf(column) + " = excluded." + sqlOf(column);
+            // A later verdict, by somebody at the plant, stays.
+            updates += column == Column::Verdict ? Sql("verdict = coalesce(weld.verdict, excluded.verdict)")
+                                                 : sqlOf(column) + " = excluded." + sqlOf(column);
         }
     }
     statement += ") ON CONFLICT (uid) DO UPDATE SET " + updates + " RETURNING id";
@@ -225,6 +228,29 @@ Status Forwarder::sendEvents(std::int64_t id, std::int64_t remote)
                                 "($1, $2, $3, $4, $5, $6) ON CONFLICT (uid) DO NOTHING",
                                 {row[0], remote, row[1], row[2], row[3], row[4]})
                 : status;
+    }
+    return status;
+}
+
+Status Forwarder::sendFindings(std::int64_t id, std::int64_t remote)
+{
+    std::vector<Row> rows;
+    Status status =
+        m_spool->run("SELECT judged_ns, level, metric, value, low, high, from_s, to_s, reference FROM "
+                     "finding WHERE weld_id = $1 ORDER BY id",
+                     {id}, &rows);
+    // Findings have no key of their own. Those of the same judging were sent before, and not confirmed.
+    status =
+        status && !rows.empty()
+            ? m_remote->run("DELETE FROM finding WHERE weld_id = $1 AND judged_ns = $2", {remote, rows[0][0]})
+            : status;
+    for (const Row& row : rows) {
+        status = status
+                     ? m_remote->run(
+                           "INSERT INTO finding (weld_id, judged_ns, level, metric, value, low, high, "
+                           "from_s, to_s, reference) VALUES ($1, $2, $3, $4, $5, $6, $7, $8, $9, $10)",
+                           {remote, row[0], row[1], row[2], row[3], row[4], row[5], row[6], row[7], row[8]})
+                     : status;
     }
     return status;
 }

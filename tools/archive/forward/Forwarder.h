@@ -55,6 +55,7 @@ private:
     Status sendChunks(std::int64_t id, std::int64_t remote, bool& all);
     Status sendEnvelopes(std::int64_t id, std::int64_t remote);
     Status sendEvents(std::int64_t id, std::int64_t remote);
+    Status sendFindings(std::int64_t id, std::int64_t remote);
     bool pause(TelvaneTool::Nanoseconds time);
     void report(const std::string& text);
 

@@ -32,7 +32,11 @@ struct WeldFeatures
     double window = 0.0;                                ///< s
 };
 
-/// Reads the features of a weld.
+/// Reads the features of a weld whose samples are in an archive.
+/// \param weld  with its end and its metrics
+Status readFeatures(ArchiveReader& reader, const Weld& weld, const JudgeSettings& settings,
+                    WeldFeatures& features);
+/// The same for a weld whose row is there as well.
 Status readFeatures(ArchiveReader& reader, std::int64_t id, const JudgeSettings& settings,
                     WeldFeatures& features);
 

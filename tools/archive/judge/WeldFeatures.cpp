@@ -77,25 +77,32 @@ Status readFeatures(ArchiveReader& reader, std::int64_t id, const JudgeSettings&
         return status ? Status::failed(Status::Code::Failed, "there is no weld " + std::to_string(id))
                       : status;
     }
-    const double whole = (static_cast<double>(weld->whole(Column::EndNs)) -
-                          static_cast<double>(weld->whole(Column::StartNs))) *
-                         kNanosecond;
+    return readFeatures(reader, *weld, settings, features);
+}
+
+Status readFeatures(ArchiveReader& reader, const Weld& weld, const JudgeSettings& settings,
+                    WeldFeatures& features)
+{
+    const double whole =
+        (static_cast<double>(weld.whole(Column::EndNs)) - static_cast<double>(weld.whole(Column::StartNs))) *
+        kNanosecond;
     const double from = std::min(settings.skipStart, whole * kLargestSkip);
     const double to = whole - std::min(settings.skipEnd, whole * kLargestSkip);
-    const std::int64_t periodUs = weld->whole(Column::SamplePeriodUs);
+    const std::int64_t periodUs = weld.whole(Column::SamplePeriodUs);
     features.start = from;
     features.window = std::max(settings.window, static_cast<double>(kWindowSamples * periodUs) * 1e-6);
 
-    const std::int64_t start = weld->whole(Column::StartNs);
+    const std::int64_t start = weld.whole(Column::StartNs);
     WeldMeasures measures(SampleClock(start, periodUs));
     Windows windows(from, features.window);
     constexpr std::size_t kPage = 50'000;
     std::vector<Sample> samples;
     auto next = static_cast<std::int64_t>(from / kNanosecond);
     const auto end = static_cast<std::int64_t>(to / kNanosecond);
+    Status status;
     do {
         samples.clear();
-        status = reader.samples(id, next, end, kPage, samples);
+        status = reader.samples(weld.id, next, end, kPage, samples);
         for (Sample& sample : samples) {
             next = sample.time + 1;
             windows.add(static_cast<double>(sample.time) * kNanosecond, sample);
@@ -107,7 +114,7 @@ Status readFeatures(ArchiveReader& reader, std::int64_t id, const JudgeSettings&
         return status;
     }
     Weld main;
-    main[Column::StartRecord] = (*weld)[Column::StartRecord];
+    main[Column::StartRecord] = weld[Column::StartRecord];
     measures.finish(main);
     for (const Column column : kOfMainPhase) {
         if (main.has(column)) {
@@ -115,8 +122,8 @@ Status readFeatures(ArchiveReader& reader, std::int64_t id, const JudgeSettings&
         }
     }
     for (const Column column : kOfWholeWeld) {
-        if (weld->has(column)) {
-            features.metrics[column] = weld->number(column);
+        if (weld.has(column)) {
+            features.metrics[column] = weld.number(column);
         }
     }
     constexpr std::pair<Channel, Column> kMeasured[] = {{Channel::Amps, Column::MeanAmps},

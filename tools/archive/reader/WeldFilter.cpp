@@ -3,6 +3,7 @@
 
 #include "archive/reader/WeldFilter.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cmath>
 #include <cstdlib>
@@ -189,7 +190,98 @@ std::string patternOf(const std::string& wildcards)
     return pattern;
 }
 
+std::size_t characterAt(const std::string& text, std::size_t position)
+{
+    std::size_t size = 1; // of UTF-8
+    while (position + size < text.size() &&
+           (static_cast<unsigned char>(text[position + size]) & 0xc0U) == 0x80) {
+        ++size;
+    }
+    return size;
+}
+
+/// Compares a text with a pattern of * and ?.
+bool isLike(const std::string& text, const std::string& pattern)
+{
+    std::size_t at = 0;
+    std::size_t next = 0;
+    std::size_t star = std::string::npos; // what follows the last *
+    std::size_t tried = 0;                // where that was tried last
+    while (at < text.size()) {
+        if (next < pattern.size() && pattern[next] == '*') {
+            star = ++next;
+            tried = at;
+        } else if (next < pattern.size() && pattern[next] == '?') {
+            at += characterAt(text, at);
+            ++next;
+        } else if (next < pattern.size() && pattern[next] == text[at]) {
+            ++at;
+            ++next;
+        } else if (star != std::string::npos) {
+            tried += characterAt(text, tried);
+            at = tried;
+            next = star;
+        } else {
+            return false;
+        }
+    }
+    return pattern.find_first_not_of('*', next) == std::string::npos;
+}
+
+/// \return negative, 0 or positive
+int compare(const Value& value, const Value& other)
+{
+    if (std::holds_alternative<std::string>(value)) {
+        return textOf(value).compare(textOf(other));
+    }
+    const auto* const whole = std::get_if<std::int64_t>(&value);
+    const auto* const otherWhole = std::get_if<std::int64_t>(&other);
+    if (whole != nullptr && otherWhole != nullptr) {
+        return *whole < *otherWhole ? -1 : *whole > *otherWhole ? 1 : 0;
+    }
+    return numberOf(value) < numberOf(other) ? -1 : numberOf(value) > numberOf(other) ? 1 : 0;
+}
+
+bool holds(const Condition& condition, const Value& value)
+{
+    switch (condition.comparison) {
+    case Comparison::Unknown:
+        return isNull(value);
+    case Comparison::Known:
+        return !isNull(value);
+    case Comparison::Like:
+        return !isNull(value) && isLike(textOf(value), textOf(condition.value));
+    default:
+        break;
+    }
+    if (isNull(value)) {
+        return false;
+    }
+    const int order = compare(value, condition.value);
+    switch (condition.comparison) {
+    case Comparison::NotEqual:
+        return order != 0;
+    case Comparison::Less:
+        return order < 0;
+    case Comparison::LessOrEqual:
+        return order <= 0;
+    case Comparison::Greater:
+        return order > 0;
+    case Comparison::GreaterOrEqual:
+        return order >= 0;
+    default:
+        return order == 0;
+    }
+}
+
 } // namespace
+
+bool matches(const Weld& weld, const WeldFilter& filter)
+{
+    return std::all_of(
+        filter.conditions.begin(), filter.conditions.end(),
+        [&weld](const Condition& condition) { return holds(condition, weld[condition.column]); });
+}
 
 void WeldFilter::add(Column column, Condition::Comparison comparison, const Value& value)
 {

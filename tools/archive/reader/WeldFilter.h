@@ -47,6 +47,9 @@ struct WeldFilter
 /// \return whether \p text was understood
 bool readWhere(const std::string& text, WeldFilter& filter, std::string& error);
 
+/// \return whether all conditions hold for a weld, as in a database
+bool matches(const Weld& weld, const WeldFilter& filter);
+
 /// Whether the indexes of metrics may be used.
 enum class MetricIndexes
 {

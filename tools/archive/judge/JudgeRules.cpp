@@ -1,0 +1,206 @@
+#include "archive/judge/JudgeRules.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <sstream>
+
+namespace TelvaneArchive
+{
+
+namespace
+{
+
+bool readNumber(const std::string& text, double& number)
+{
+    char* end = nullptr;
+    number = std::strtod(text.c_str(), &end);
+    return !text.empty() && *end == '\0' && std::isfinite(number);
+}
+
+std::string trimmed(const std::string& text)
+{
+    constexpr const char* kSpace = " \t\r";
+    const std::size_t first = text.find_first_not_of(kSpace);
+    return first == std::string::npos ? "" : text.substr(first, text.find_last_not_of(kSpace) - first + 1);
+}
+
+struct Setting
+{
+    const char* name;
+    double JudgeSettings::*value;
+    double min;
+    double max;
+};
+constexpr double kLongest = 1e4; // s
+constexpr Setting kSettings[] = {
+    {"alarms", &JudgeSettings::alarms, 1e-9, 0.5},
+    {"warnings", &JudgeSettings::warnings, 1e-9, 0.5},
+    {"skip-start", &JudgeSettings::skipStart, 0.0, kLongest},
+    {"skip-end", &JudgeSettings::skipEnd, 0.0, kLongest},
+    {"floor", &JudgeSettings::floor, 0.0, 10.0},
+    {"least", &JudgeSettings::least, 0.0, kLongest},
+};
+
+std::string readSection(const std::string& line, std::vector<JudgeRule>& rules)
+{
+    if (line.back() != ']') {
+        return "the condition does not end with ]";
+    }
+    JudgeRule& rule = rules.emplace_back();
+    rule.name = trimmed(line.substr(1, line.size() - 2));
+    std::string error;
+    if (rule.name != "*") {
+        readWhere(rule.name, rule.welds, error);
+    }
+    return error;
+}
+
+std::string readEntry(const std::string& line, JudgeRule& rule)
+{
+    const std::size_t space = line.find_first_of(" \t");
+    const std::string key = line.substr(0, space);
+    const std::string value = space == std::string::npos ? "" : trimmed(line.substr(space));
+    if (key == "limit") {
+        return readLimit(value, rule.limits) ? "" : "\"" + value + "\" is not METRIC=LOW..HIGH";
+    }
+    if (key == "reference") {
+        std::string error;
+        readWhere(value, rule.references.emplace(), error);
+        return error;
+    }
+    for (const Setting& setting : kSettings) {
+        double number = 0.0;
+        if (key == setting.name) {
+            if (!readNumber(value, number) || number < setting.min || number > setting.max) {
+                return "\"" + value + "\" is not a value for " + key;
+            }
+            rule.settings.*setting.value = number;
+            return {};
+        }
+    }
+    return "\"" + key + "\" is neither limit, reference nor a setting";
+}
+
+} // namespace
+
+bool readLimit(const std::string& text, std::map<Column, std::pair<double, double>>& limits)
+{
+    const std::size_t equals = text.find('=');
+    const std::size_t dots = text.find("..", equals == std::string::npos ? 0 : equals);
+    if (equals == std::string::npos || dots == std::string::npos) {
+        return false;
+    }
+    const auto metric = findColumn(trimmed(text.substr(0, equals)));
+    double low = 0.0;
+    double high = 0.0;
+    if (!metric || !isMetric(*metric) ||
+        !readNumber(trimmed(text.substr(equals + 1, dots - equals - 1)), low) ||
+        !readNumber(trimmed(text.substr(dots + 2)), high) || low > high) {
+        return false;
+    }
+    limits[*metric] = {low, high};
+    return true;
+}
+
+std::string readRules(const std::string& text, std::vector<JudgeRule>& rules)
+{
+    std::istringstream stream(text);
+    std::string read;
+    for (int number = 1; std::getline(stream, read); ++number) {
+        const std::string line = trimmed(read);
+        if (line.empty() || line[0] == '#') {
+            continue;
+        }
+        std::string error;
+        if (line[0] == '[') {
+            error = readSection(line, rules);
+        } else {
+            error = rules.empty() ? "a [condition] must come first" : readEntry(line, rules.back());
+        }
+        if (!error.empty()) {
+            return "line " + std::to_string(number) + ": " + error;
+        }
+    }
+    for (const JudgeRule& rule : rules) {
+        if (rule.limits.empty() && !rule.references) {
+            return "[" + rule.name + "] has neither a limit nor a reference";
+        }
+    }
+    return rules.empty() ? "there are no rules" : "";
+}
+
+Status RuleJudge::prepare(std::vector<std::string>& remarks)
+{
+    Status status;
+    for (std::size_t i = 0; i < m_rules.size() && status; ++i) {
+        status = readReferences(i);
+        if (m_rules[i].references && m_known[i].size() < kLeastReferences) {
+            remarks.push_back("[" + m_rules[i].name + "] has " + std::to_string(m_known[i].size()) +
+                              " references; limits can be learned from " + std::to_string(kLeastReferences));
+        }
+    }
+    return status;
+}
+
+/// Reads those references that are new.
+Status RuleJudge::readReferences(std::size_t rule)
+{
+    if (!m_rules[rule].references) {
+        return {};
+    }
+    ArchiveReader::Query query;
+    query.filter = *m_rules[rule].references;
+    query.filter.add(Column::Ending, Condition::Comparison::NotEqual, std::string("running"));
+    query.limit = kMaxReferences;
+    std::vector<Weld> welds;
+    Status status = m_reader.list(query, welds);
+    std::map<std::int64_t, WeldFeatures> known;
+    for (const Weld& weld : welds) {
+        const auto before = m_known[rule].find(weld.id);
+        if (before != m_known[rule].end()) {
+            known.insert(m_known[rule].extract(before));
+        } else if (status) {
+            status = readFeatures(m_reader, weld, m_rules[rule].settings, known[weld.id]);
+        }
+    }
+    m_known[rule] = std::move(known);
+    return status;
+}
+
+Status RuleJudge::judge(const Weld& weld, Judge::Verdict& verdict, std::string& rule)
+{
+    verdict = {};
+    const auto found = std::find_if(m_rules.begin(), m_rules.end(), [&weld](const JudgeRule& candidate) {
+        return matches(weld, candidate.welds);
+    });
+    if (found == m_rules.end()) {
+        return {};
+    }
+    const auto index = static_cast<std::size_t>(found - m_rules.begin());
+    Status status = readReferences(index);
+    WeldFeatures features;
+    status = status ? readFeatures(m_reader, weld, found->settings, features) : status;
+    if (!status) {
+        return status;
+    }
+    Judge judge(found->settings);
+    for (const auto& [metric, limit] : found->limits) {
+        judge.addLimit(metric, limit.first, limit.second);
+    }
+    if (m_known[index].size() - m_known[index].count(weld.id) >= kLeastReferences) {
+        for (const auto& [id, reference] : m_known[index]) {
+            if (id != weld.id) {
+                judge.addReference(reference);
+            }
+        }
+    }
+    if (judge.references() == 0 && found->limits.empty()) {
+        return status;
+    }
+    verdict = judge.judge(features);
+    rule = found->name;
+    return status;
+}
+
+} // namespace TelvaneArchive

@@ -1,0 +1,71 @@
+// The database comes first: sample files only grow, so they have whatever the copied index names. Retention may delete
+// samples in between; those are then missing in the copy, as they are in the archive.
+
+#include "archive/reader/ArchiveCopy.h"
+
+#include "archive/samples/SampleFile.h"
+#include "common/support/FileDescriptor.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <unistd.h>
+
+namespace TelvaneArchive
+{
+
+namespace
+{
+
+Status failed(const std::string& what, int error)
+{
+    return {isNoRoom(error) ? Status::Code::Full : Status::Code::Failed, what + ": " + std::strerror(error)};
+}
+
+Status synchronise(const std::string& path)
+{
+    const TelvaneTool::FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    return file.isOpen() && fsync(file.get()) == 0 ? Status() : failed(path, errno);
+}
+
+Status copySamples(const std::string& from, const std::string& to)
+{
+    namespace fs = std::filesystem;
+    std::error_code error;
+    fs::create_directories(to, error);
+    Status status;
+    for (fs::directory_iterator entry(from, error); !error && status && entry != fs::directory_iterator();
+         entry.increment(error)) {
+        const std::string copy = to + "/" + entry->path().filename().string();
+        fs::copy_file(entry->path(), copy, error);
+        status = error ? Status() : synchronise(copy);
+    }
+    const bool none = error == std::errc::no_such_file_or_directory; // no weld has samples
+    return error && !none ? failed(to, error.value()) : status;
+}
+
+} // namespace
+
+Status copyArchive(ArchiveReader& reader, const std::string& from, const std::string& to, bool samples)
+{
+    const std::string unfinished = to + ".unfinished";
+    std::error_code error;
+    if (std::filesystem::exists(to, error) || std::filesystem::exists(sampleFolder(to), error)) {
+        return failed(to, EEXIST);
+    }
+    unlink(unfinished.c_str());
+    Status status = reader.database().run("VACUUM INTO $1", {unfinished});
+    status = status && samples ? copySamples(sampleFolder(from), sampleFolder(to)) : status;
+    status = status ? synchronise(unfinished) : status;
+    if (status && rename(unfinished.c_str(), to.c_str()) != 0) {
+        status = failed(to, errno);
+    }
+    if (!status) {
+        unlink(unfinished.c_str());
+        std::filesystem::remove_all(sampleFolder(to), error);
+    }
+    return status;
+}
+
+} // namespace TelvaneArchive
