@@ -44,18 +44,118 @@ make_archive() {
     [ "$("$TELVANE" welds trend welds.db mean_volts --by-part --json | jq -c '[.group, .welds]')" = '["A-17",3]' ]
 }
 
+# refuses_or_finds_nothing COMMAND...: fails if the command crashes, or prints a weld
+refuses_or_finds_nothing() {
+    local found status=0
+    found=$("$@" 2>/dev/null) || status=$?
+    [ "$status" -lt 12 ] || return 1
+    ! grep -q '"uid"' <<<"$found"
+}
+
 @test "no argument reaches SQL" {
     make_archive
-    attack="x'; DROP TABLE weld; --"
+    local attack="x'; DROP TABLE weld; --" option
     for option in --where --part --program --verdict --from --to --order; do
-        "$TELVANE" welds list welds.db "$option" "$attack" >/dev/null 2>&1 || [ $? -eq 2 ]
+        refuses_or_finds_nothing "$TELVANE" welds list welds.db "$option" "$attack" --json
     done
-    run ! "$TELVANE" welds trend welds.db "$attack"
-    run ! "$TELVANE" welds show welds.db "1; DROP TABLE weld"
+    for option in --where --program; do
+        refuses_or_finds_nothing "$TELVANE" welds list welds.db "$option" "1 OR 1=1" --json
+    done
+    refuses_or_finds_nothing "$TELVANE" welds export welds.db --format jsonl --part "$attack"
+    refuses_or_finds_nothing "$TELVANE" welds trend welds.db mean_volts --verdict "x' OR '1'='1" --json
+    refuses_or_finds_nothing "$TELVANE" welds trend welds.db "$attack"
+    refuses_or_finds_nothing "$TELVANE" welds show welds.db "$attack" --json
+    refuses_or_finds_nothing "$TELVANE" welds compare welds.db "$attack" 1
+    refuses_or_finds_nothing "$TELVANE" welds plot welds.db "$attack" -o x.svg
+    refuses_or_finds_nothing "$TELVANE" welds plot welds.db 1 --over --like "$attack" -o x.svg
+    for option in --where --reference --limit --rules; do
+        run "$TELVANE" archive judge --database welds.db "$option" "$attack" --dry-run
+        [[ $status -eq 2 || $status -eq 4 ]]
+    done
+    printf '[%s]\nlimit mean_amps=1..2\n' "$attack" >rules
+    run -4 "$TELVANE" archive judge --database welds.db --rules rules
+    for option in --keep-samples --max-samples --keep-rows; do
+        run -2 "$TELVANE" archive retain --database welds.db "$option" "$attack"
+    done
+    [ "$("$TELVANE" welds welds.db --json | wc -l)" -eq 3 ]
     "$TELVANE" archive import welds.jsonl --database welds.db --module "$attack" --set "operator=$attack" \
         --set "part_number=$attack" 2>/dev/null
     [ "$("$TELVANE" welds list welds.db --part "$attack" --json | jq -r .operator | sort -u)" = "$attack" ]
     [ "$("$TELVANE" welds welds.db --json | wc -l)" -eq 6 ]
+}
+
+@test "a weld is judged when it ends, and its verdict is published" {
+    start_server
+    start_listener WeldVerdicts
+    printf '[part_number is empty]\nlimit mean_amps=1..2\n[*]\nlimit mean_amps=10..1000\n' >rules
+    start archive "$TELVANE" archive "$bus" --database welds.db --verbose --rules rules --verdict-channel WeldVerdicts \
+        --set-from part
+    archive=$started
+    await archive.err following
+    echo "part_number=A-17" >part
+    "$TELVANE" weld "$bus" --duration 1.5 2>/dev/null
+    await archive.err "weld 1: complete.*, ok"
+    await listener.out '"verdict": *"ok"'
+    : >part
+    "$TELVANE" weld "$bus" --duration 1.5 2>/dev/null
+    await archive.err "weld 2: complete.*, not_ok"
+    await listener.out '"verdict": *"not_ok"'
+    grep -q '"metric": *"mean_amps"' listener.out
+    kill "$archive"
+    [ "$("$TELVANE" welds welds.db --json | jq -c .verdict | sort | tr '\n' ' ')" = '"not_ok" "ok" ' ]
+    "$TELVANE" welds show welds.db 2 | grep -q "not_ok: mean_amps is .*, limits 1 to 2 (absolute)"
+    run -11 "$TELVANE" archive judge --database welds.db --rules rules --dry-run
+    [ "$(grep "^weld" <<<"$output" | tr '\n' ' ')" = "weld 1: ok weld 2: not_ok " ]
+    echo "limit" >rules
+    run -4 "$TELVANE" archive "$bus" --database welds.db --rules rules
+    run -2 "$TELVANE" archive "$bus" --database welds.db --verdict-channel WeldVerdicts
+}
+
+@test "welds are drawn over each other" {
+    make_archive
+    "$TELVANE" welds plot welds.db 1 2 3 --over -o over.svg
+    grep -q "weld 3" over.svg
+    "$TELVANE" welds compare welds.db 1 2 -o difference.svg --like "samples > 0" >/dev/null
+    grep -q "weld 2" difference.svg
+    run -2 "$TELVANE" welds compare welds.db 1 2 -o difference.txt
+    run -2 "$TELVANE" welds plot welds.db 1 2 3 1 2 3 1 2 3 --over -o over.svg
+}
+
+@test "an archive in use is copied" {
+    make_archive
+    "$TELVANE" welds copy welds.db copy.db
+    "$TELVANE" welds welds.db --json >before
+    "$TELVANE" welds copy.db --json | diff before -
+    "$TELVANE" welds export copy.db --samples samples >/dev/null
+    "$TELVANE" welds export welds.db --samples originals >/dev/null
+    diff -r samples originals
+    run -5 "$TELVANE" welds copy welds.db copy.db
+    "$TELVANE" welds copy welds.db rows.db --rows-only
+    [ ! -e rows.db.samples ]
+}
+
+@test "what retention will delete is shown by month" {
+    make_archive
+    "$TELVANE" archive retain --database welds.db --keep-samples 30 --plan --json >plan
+    [ "$(jq -c '[.welds, .notOk, .rowsGoneBy]' plan)" = '[3,0,""]' ]
+    jq -re .samplesGoneBy plan | grep -qE '^20[0-9]{2}-[0-9]{2}-[0-9]{2}$'
+    [ "$("$TELVANE" archive retain --database welds.db --max-samples 1 --plan --json | jq -r .samplesGoneBy)" = now ]
+    "$TELVANE" archive retain --database welds.db --plan | grep -q "never"
+    [ "$("$TELVANE" archive retain --database welds.db --max-samples 100M 2>&1 | grep -c 'samples of 0 welds')" -eq 1 ]
+}
+
+@test "a spreadsheet gets dates, decimals and texts" {
+    "$TELVANE" weld -o welds.jsonl --force --duration 1.5 2>/dev/null
+    "$TELVANE" archive import welds.jsonl --database welds.db --set 'part_number==1+1' --set 'operator=a;"b"' 2>/dev/null
+    "$TELVANE" welds export welds.db --format spreadsheet >sheet.csv
+    head -c 3 sheet.csv | cmp - <(printf '\xef\xbb\xbf')
+    head -n 1 sheet.csv | grep -q ',mean_amps (A),'
+    tail -n 1 sheet.csv | grep -qE ",20[0-9]{2}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2},"
+    tail -n 1 sheet.csv | grep -qF ",\"'=1+1\","
+    "$TELVANE" welds export welds.db --format spreadsheet --comma >comma.csv
+    tail -n 1 comma.csv | grep -qE ';[0-9]+,[0-9]+;'
+    tail -n 1 comma.csv | grep -qF ';"a;""b""";'
+    run -2 "$TELVANE" welds export welds.db --comma
 }
 
 @test "samples that are too old are deleted, and their welds stay" {

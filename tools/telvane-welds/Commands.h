@@ -11,6 +11,7 @@ namespace TelvaneTool
 {
 class Command;
 class CommandLine;
+class Option;
 } // namespace TelvaneTool
 
 namespace TelvaneArchive
@@ -23,9 +24,13 @@ void addPlotCommand(TelvaneTool::CommandLine& line);
 void addCompareCommand(TelvaneTool::CommandLine& line);
 void addExportCommand(TelvaneTool::CommandLine& line);
 void addTrendCommand(TelvaneTool::CommandLine& line);
+void addCopyCommand(TelvaneTool::CommandLine& line);
 
 /// Adds the argument DB.
 void addDatabase(TelvaneTool::Command& command, std::string& database);
+
+/// Adds the option --like, for drawOverlay().
+TelvaneTool::Option addLike(TelvaneTool::Command& command, std::string& like);
 
 /// Which welds, by the options that several commands share.
 struct FilterOptions

@@ -1,10 +1,12 @@
 #include "Commands.h"
+#include "OverlayPlot.h"
 #include "common/cli/CommandLine.h"
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
 #include "common/support/HumanReadable.h"
 #include "common/support/Json.h"
 #include "common/support/Table.h"
+#include "plot/WeldPlot.h"
 
 #include <memory>
 
@@ -20,6 +22,8 @@ struct Options
     std::int64_t first = 0;
     std::int64_t second = 0;
     bool json = false;
+    std::string output;
+    std::string like;
 };
 
 std::string differenceOf(double first, double second)
@@ -30,6 +34,10 @@ std::string differenceOf(double first, double second)
 
 int compare(const Options& options)
 {
+    if (!options.output.empty() && TelvaneTool::plotTerminal(options.output).empty()) {
+        TelvaneTool::printError("--output: the file's name must end with .svg or .png");
+        return TelvaneTool::kWrongUsage;
+    }
     const auto reader = openArchive(options.database);
     if (!reader) {
         return TelvaneTool::kWrongInput;
@@ -38,6 +46,12 @@ int compare(const Options& options)
     const std::optional<Weld> second = first ? readWeld(*reader, options.second) : std::nullopt;
     if (!second) {
         return TelvaneTool::kWrongInput;
+    }
+    if (!options.output.empty()) {
+        const int drawn = drawOverlay(*reader, {*first, *second}, options.like, options.output);
+        if (drawn != TelvaneTool::kSuccess) {
+            return drawn;
+        }
     }
     const std::string titles[] = {std::to_string(options.first), std::to_string(options.second)};
     TelvaneTool::Table table(
@@ -76,7 +90,12 @@ void addCompareCommand(TelvaneTool::CommandLine& line)
     command.option("ID", options->first, "Weld").required();
     command.option("OTHER", options->second, "Another weld").required();
     command.flag("--json", options->json, "Print a JSON object with both values of each metric");
-    command.examples("telvane welds compare welds.db 16 17\n");
+    command
+        .option("-o,--output", options->output,
+                "Also draw both over each other, with the range of welds like the first: .svg or .png")
+        .typeName("FILE");
+    addLike(command, options->like).needs("--output");
+    command.examples("telvane welds compare welds.db 16 17 -o difference.svg\n");
     command.run([options] { return compare(*options); });
 }
 

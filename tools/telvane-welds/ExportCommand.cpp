@@ -4,6 +4,8 @@
 #include "common/cli/Messages.h"
 #include "common/support/HumanReadable.h"
 
+#include <algorithm>
+#include <cstring>
 #include <filesystem>
 #include <memory>
 
@@ -13,12 +15,86 @@ namespace TelvaneArchive
 namespace
 {
 
+/// \return a text of CSV in quotes
+std::string csvQuoted(const std::string& text)
+{
+    std::string quoted = "\"";
+    for (const char letter : text) {
+        quoted += letter == '"' ? std::string("\"\"") : std::string(1, letter);
+    }
+    return quoted + "\"";
+}
+
 struct Options
 {
     std::string database;
     FilterOptions filter;
     std::string format = "csv";
     std::string samples;
+    bool comma = false;
+
+    bool isSheet() const { return format == "spreadsheet"; }
+};
+
+/// A spreadsheet has 15 digits, no time zones, and takes what begins with = for a formula.
+class SheetFormat
+{
+public:
+    explicit SheetFormat(bool comma) : m_comma(comma), m_separator(comma ? ";" : ",") {}
+
+    std::string heading() const
+    {
+        std::string line = "\xef\xbb\xbf"
+                           "id"; // with the mark of UTF-8
+        for (const Column column : allColumns()) {
+            const ColumnInfo& info = infoOf(column);
+            const std::string name = isMoment(column) ? momentName(column) : info.name;
+            const std::string unit = isMoment(column) ? "" : info.unit;
+            line += m_separator + name + (unit.empty() ? "" : " (" + unit + ")");
+        }
+        return line + "\r\n";
+    }
+
+    std::string line(const Weld& weld) const
+    {
+        std::string line = std::to_string(weld.id);
+        for (const Column column : allColumns()) {
+            line += m_separator + field(weld, column);
+        }
+        return line + "\r\n";
+    }
+
+private:
+    static bool isMoment(Column column) { return column == Column::StartNs || column == Column::EndNs; }
+    static std::string momentName(Column column) { return column == Column::StartNs ? "start" : "end"; }
+
+    std::string field(const Weld& weld, Column column) const
+    {
+        const Value& value = weld[column];
+        if (isNull(value)) {
+            return {};
+        }
+        if (isMoment(column)) {
+            return printLocal(wholeOf(value));
+        }
+        if (std::holds_alternative<double>(value)) {
+            std::string text = TelvaneTool::formatted("%.15g", numberOf(value));
+            std::replace(text.begin(), text.end(), '.', m_comma ? ',' : '.');
+            return text;
+        }
+        std::string text = printValue(value);
+        if (!std::holds_alternative<std::string>(value)) {
+            return text;
+        }
+        constexpr const char* kFormulas = "=+-@\t\r";
+        if (!text.empty() && std::strchr(kFormulas, text[0]) != nullptr) {
+            text.insert(0, 1, '\'');
+        }
+        return csvQuoted(text);
+    }
+
+    bool m_comma;
+    std::string m_separator;
 };
 
 /// \return a field of CSV, in quotes if it needs them
@@ -30,15 +106,8 @@ std::string csvField(const Value& value)
     if (std::holds_alternative<double>(value)) {
         return TelvaneTool::formatted("%.17g", numberOf(value));
     }
-    std::string text = printValue(value);
-    if (text.find_first_of(",\"\r\n") == std::string::npos) {
-        return text;
-    }
-    std::string quoted = "\"";
-    for (const char letter : text) {
-        quoted += letter == '"' ? std::string("\"\"") : std::string(1, letter);
-    }
-    return quoted + "\"";
+    const std::string text = printValue(value);
+    return text.find_first_of(",\"\r\n") == std::string::npos ? text : csvQuoted(text);
 }
 
 std::string csvHeading()
@@ -90,6 +159,10 @@ int writeSamples(ArchiveReader& reader, const Weld& weld, const std::string& dir
 
 int exportWelds(const Options& options)
 {
+    if (options.comma && !options.isSheet()) {
+        TelvaneTool::printError("--comma needs --format spreadsheet");
+        return TelvaneTool::kWrongUsage;
+    }
     ArchiveReader::Query query;
     if (!options.filter.read(query.filter)) {
         return TelvaneTool::kWrongUsage;
@@ -102,7 +175,10 @@ int exportWelds(const Options& options)
         std::error_code error;
         std::filesystem::create_directories(options.samples, error);
     }
-    int result = options.format == "csv" ? TelvaneTool::writeResult(csvHeading()) : TelvaneTool::kSuccess;
+    const SheetFormat sheet(options.comma);
+    int result = options.format == "csv" ? TelvaneTool::writeResult(csvHeading())
+                 : options.isSheet()     ? TelvaneTool::writeResult(sheet.heading())
+                                         : TelvaneTool::kSuccess;
     query.afterId = 0;
     query.limit = 1000;
     std::vector<Weld> welds;
@@ -113,7 +189,9 @@ int exportWelds(const Options& options)
         }
         std::string text;
         for (const Weld& weld : welds) {
-            text += options.format == "csv" ? csvLine(weld) : printJson(weld) + "\n";
+            text += options.format == "csv" ? csvLine(weld)
+                    : options.isSheet()     ? sheet.line(weld)
+                                            : printJson(weld) + "\n";
             query.afterId = weld.id;
             if (!options.samples.empty() && result == TelvaneTool::kSuccess) {
                 result = writeSamples(*reader, weld, options.samples);
@@ -132,17 +210,25 @@ void addExportCommand(TelvaneTool::CommandLine& line)
     TelvaneTool::Command command(line, "export", "Print all columns of welds as CSV or JSON lines");
     addDatabase(command, options->database);
     addFilterOptions(command, options->filter);
-    command.option("--format", options->format, "csv or jsonl")
+    command
+        .option("--format", options->format,
+                "csv, jsonl, or spreadsheet: CSV with local dates and times, and texts that are no formulas")
+        .typeName("FORMAT")
         .check([](const std::string& text) {
-            return text == "csv" || text == "jsonl" ? std::string()
-                                                    : "\"" + text + "\" is neither csv nor jsonl";
+            return text == "csv" || text == "jsonl" || text == "spreadsheet"
+                       ? std::string()
+                       : "\"" + text + "\" is neither csv, jsonl nor spreadsheet";
         })
         .showDefault();
+    command.flag("--comma", options->comma,
+                 "With --format spreadsheet: decimal commas, and semicolons between fields");
     command
         .option("--samples", options->samples, "Also write the samples of each weld to DIRECTORY/weld-ID.csv")
         .typeName("DIRECTORY");
-    command.examples("# the welds of a part, for a spreadsheet\n"
-                     "telvane welds export welds.db --part A-17 >a-17.csv\n");
+    command.examples("# the welds of a part, for a program\n"
+                     "telvane welds export welds.db --part A-17 >a-17.csv\n"
+                     "# for a spreadsheet with decimal commas\n"
+                     "telvane welds export welds.db --part A-17 --format spreadsheet --comma >a-17.csv\n");
     command.run([options] { return exportWelds(*options); });
 }
 

@@ -1,4 +1,5 @@
 #include "Commands.h"
+#include "OverlayPlot.h"
 #include "common/cli/CommandLine.h"
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
@@ -22,6 +23,8 @@ struct Options
     std::string database;
     std::vector<std::string> ids;
     std::string output;
+    bool over = false;
+    std::string like;
 };
 
 /// \return two samples for each part of the envelope: its minima and its maxima
@@ -91,6 +94,17 @@ int plot(const Options& options)
     if (!reader) {
         return TelvaneTool::kWrongInput;
     }
+    if (options.over) {
+        std::vector<Weld> welds;
+        for (const std::string& text : options.ids) {
+            const std::optional<Weld> weld = readWeld(*reader, std::strtoll(text.c_str(), nullptr, 10));
+            if (!weld) {
+                return TelvaneTool::kWrongInput;
+            }
+            welds.push_back(*weld);
+        }
+        return drawOverlay(*reader, welds, options.like, options.output);
+    }
     std::vector<TelvaneTool::RecordedWeld> drawn;
     for (const std::string& text : options.ids) {
         const std::optional<Weld> weld = readWeld(*reader, std::strtoll(text.c_str(), nullptr, 10));
@@ -121,7 +135,8 @@ int plot(const Options& options)
 void addPlotCommand(TelvaneTool::CommandLine& line)
 {
     auto options = std::make_shared<Options>();
-    TelvaneTool::Command command(line, "plot", "Draw welds below each other, on the same scales");
+    TelvaneTool::Command command(line, "plot",
+                                 "Draw welds below each other, on the same scales, or over each other");
     addDatabase(command, options->database);
     command.option("ID", options->ids, "Welds, at most 40")
         .required()
@@ -131,10 +146,17 @@ void addPlotCommand(TelvaneTool::CommandLine& line)
                        : "\"" + text + "\" is not the number of a weld";
         });
     command.option("-o,--output", options->output, "Picture: .svg or .png").required().typeName("FILE");
-    command.examples("telvane welds plot welds.db 16 17 -o welds.svg\n");
+    command.flag("--over", options->over,
+                 "Draw at most 8 welds over each other, with the range of welds like the first one");
+    addLike(command, options->like).needs("--over");
+    command.examples(
+        "telvane welds plot welds.db 16 17 -o welds.svg\n"
+        "# over each other, with the range of the welds that were found to be good\n"
+        "telvane welds plot welds.db 16 17 --over --like \"program = 7 and verdict = 'ok'\" -o welds.svg\n");
     command.run([options] {
-        if (options->ids.size() > kMaxWelds) {
-            TelvaneTool::printError("a picture can show " + std::to_string(kMaxWelds) + " welds");
+        const std::size_t most = options->over ? kMaxOverlaid : kMaxWelds;
+        if (options->ids.size() > most) {
+            TelvaneTool::printError("a picture can show " + std::to_string(most) + " welds");
             return static_cast<int>(TelvaneTool::kWrongUsage);
         }
         return plot(*options);

@@ -20,6 +20,16 @@ void addDatabase(TelvaneTool::Command& command, std::string& database)
     command.option("DB", database, "SQLite file, or postgresql://user@host/name").required();
 }
 
+TelvaneTool::Option addLike(TelvaneTool::Command& command, std::string& like)
+{
+    TelvaneTool::Option option = command.option(
+        "--like", like,
+        "Welds whose range is drawn (default: complete welds of the same program and part, without "
+        "those that are not_ok)");
+    option.typeName("CONDITION");
+    return option;
+}
+
 void addFilterOptions(TelvaneTool::Command& command, FilterOptions& options)
 {
     const char* const group = "Which welds";

@@ -23,6 +23,7 @@ int main(int argc, char** argv)
     TelvaneArchive::addCompareCommand(line);
     TelvaneArchive::addExportCommand(line);
     TelvaneArchive::addTrendCommand(line);
+    TelvaneArchive::addCopyCommand(line);
 
     std::vector<const char*> arguments(argv, argv + argc);
     if (argc > 1 && argv[1][0] != '-' && !line.hasCommand(argv[1])) {
