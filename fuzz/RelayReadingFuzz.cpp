@@ -8,9 +8,9 @@
 
 #include <Telvane/RecordCatalogue.h>
 
+#include "FuzzRelay.h"
 #include "FuzzSupport.h"
 #include "helpers/StraightWay.h"
-#include "support/JsonWriter.h"
 
 #include <iostream>
 #include <memory>
@@ -20,8 +20,6 @@ namespace Telvane
 {
 namespace
 {
-
-constexpr std::size_t kMaxTextLength = 100'000;
 
 /// Counts what is reported, and drops it.
 class CountingBuffer : public NullBuffer
@@ -72,19 +70,6 @@ bool check(const std::string& text, const TelvaneDataTypeBase& prototype, const 
     require(Testing::haveSameValues(*straight->record, *expected.record, table),
             "a record has the same values either way");
     return true;
-}
-
-std::string relayOf(const cJSON* payload, const std::string& channel)
-{
-    JsonWriter writer(kMaxTextLength);
-    writer.clear();
-    writer.put("{\n\t\"header\":\t");
-    writer.string(channel.c_str());
-    writer.put(",\n\t\"sequence\":\t4711,\n\t\"payload\":\t");
-    writer.tree(payload, 1);
-    writer.put("\n}");
-    const char* const text = writer.finish();
-    return text != nullptr ? text : "";
 }
 
 void checkChanged(std::string text, std::uint8_t place, const TelvaneDataTypeBase& prototype,

@@ -175,6 +175,34 @@ def relay_reading_seeds(catalogue):
     return seeds
 
 
+def value_seeds():
+    """Payloads and members of the two classes of ValueFuzz.cpp, which are not in the catalogue."""
+    texts, numbers = 1, 2
+    gauge = {"factor": 1.5, "cycles": 4000000000, "offset": -(2**52), "total": 2**52, "step": -128, "grade": 200}
+    inspection = {"length": 2.5, "note": "re\"worked\n", "currents": [1, -2.25, 1e300], "passed": [True, False],
+                  "names": ["", "seam"], "counts": {"": -1, "pores": 3}, "worst": {"left": {"depth": 0.3}},
+                  "grid": [[], [1, 2]], "defects": {"a": [{"depth": 0.1}], "b": []}, "repaired": "/Date(12345)/",
+                  "last": 7, "_id": "id"}
+
+    def payload(kind, value):
+        return bytes([kind]) + make_golden.print_value(value).encode("utf-8")
+
+    seeds = {"numbers": payload(texts | numbers, gauge), "containers": payload(texts, inspection),
+             "empty": bytes([texts]) + compact({key: type(value)() if isinstance(value, (list, dict)) else None
+                                                for key, value in inspection.items()} | {"last": 0}),
+             "reversed": payload(texts, dict(reversed(inspection.items()))),
+             "keys-twice": payload(texts, {**inspection, "counts": "?"}).replace(b'"?"', b'{"a":1,"A":2,"a":3}'),
+             "time-without-digits": payload(texts, {**inspection, "repaired": "/Date()/"})}
+    for index, value in enumerate(("1e39", "3.4028235e38", "-3.4028236e38", "1e-46", "-0", "1e999", "null", "\"1\"")):
+        seeds[f"factor-{index}"] = payload(texts | numbers, {**gauge, "factor": "?"}).replace(b'"?"', value.encode())
+    for key, value in (("cycles", 2**32), ("cycles", -1), ("offset", -(2**52) - 1), ("total", 2**52 + 1),
+                       ("step", 128), ("step", 0.5), ("grade", 256), ("grade", True)):
+        seeds[f"{key}-{value}"] = payload(texts | numbers, {**gauge, key: value})
+    for name, kind, step in (("written-numbers", numbers, 1), ("written-containers", 0, 7)):
+        seeds[name] = bytes([kind]) + bytes(index * step % 256 for index in range(400))
+    return seeds
+
+
 def server_seeds(catalogue):
     weld = message("weld", catalogue.filled("UnitValueDoublePair"))
     nested = b'{"header":"weld","payload":' + b"[" * 990 + b"]" * 990 + b"}"
@@ -419,7 +447,7 @@ def all_files():
              "Publication": publication_seeds(catalogue), "RelayReading": relay_reading_seeds(catalogue),
              "ToolRecord": tool_record_seeds(catalogue), "ToolRecording": tool_recording_seeds(),
              "ToolRecordingLines": tool_recording_lines_seeds(catalogue),
-             "WebRequest": web_request_seeds()}
+             "Value": value_seeds(), "WebRequest": web_request_seeds()}
     files = {HERE / "records.dict": dictionary(catalogue)}
     for target, contents in seeds.items():
         for name, content in contents.items():

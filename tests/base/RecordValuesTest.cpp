@@ -4,11 +4,10 @@
 #include "bus/PublicationWriter.h"
 #include "helpers/RecordTestSupport.h"
 #include "helpers/StraightWay.h"
+#include "helpers/ValueRecords.h"
 
 #include <Telvane/Bus.h>
-#include <Telvane/DateTime.h>
 #include <Telvane/EventServer.h>
-#include <Telvane/RecordTable.h>
 
 #include "helpers/BusClientTestSupport.h"
 
@@ -16,61 +15,12 @@
 
 #include <cmath>
 #include <limits>
-#include <unordered_map>
 
 namespace Application
 {
-
-enum class Grade : std::uint8_t
-{
-    None,
-    Good = 200,
-};
-
-class Defect : public Telvane::TelvaneDataTypeBase
-{
-public:
-    float depth = 0.1F;
-    TELVANE_RECORD(Defect, depth)
-};
 TELVANE_DEFINE_RECORD(Defect)
-
-/// Numbers only: relays of it are read without a tree.
-class Gauge : public Telvane::TelvaneDataTypeBase
-{
-public:
-    float factor = 1.5F;
-    unsigned cycles = 4000000000U;
-    std::int64_t offset = -Telvane::kLargestInteger;
-    std::uint64_t total = 0;
-    std::int8_t step = -128;
-    Grade grade = Grade::Good;
-
-    TELVANE_RECORD(Gauge, factor, cycles, offset, total, step, grade)
-};
 TELVANE_DEFINE_RECORD(Gauge)
-
-/// A member of each other type.
-class Inspection : public Telvane::TelvaneDataTypeBase
-{
-public:
-    std::optional<double> length;
-    std::optional<std::string> note;
-    std::vector<double> currents;
-    std::vector<bool> passed;
-    std::vector<std::string> names;
-    std::map<std::string, int> counts;
-    std::unordered_map<std::string, Defect> worst;
-    std::vector<std::vector<unsigned>> grid;
-    std::map<std::string, std::vector<Defect>> defects;
-    std::optional<Telvane::DateTime> repaired;
-    int last = 1;
-
-    TELVANE_RECORD(Inspection, length, note, currents, passed, names, counts, worst, grid, defects, repaired,
-                   last)
-};
 TELVANE_DEFINE_RECORD(Inspection)
-
 } // namespace Application
 
 namespace Telvane
