@@ -7,6 +7,7 @@
 #include "bus/PublicationWriter.h"
 #include "helpers/ProcessTestSupport.h"
 #include "helpers/TestPaths.h"
+#include "helpers/ValueRecords.h"
 #include "support/JsonTree.h"
 
 #include <Telvane/Telvane.h>
@@ -14,6 +15,12 @@
 #include <cerrno>
 #include <fstream>
 #include <iterator>
+
+namespace Application
+{
+TELVANE_DEFINE_RECORD(Defect)
+TELVANE_DEFINE_RECORD(Inspection)
+} // namespace Application
 
 namespace Telvane
 {
@@ -236,6 +243,44 @@ TEST_P(UnderShortage, TheListOfAClassIsMadeOnTheFirstUseThatHasTheMemory)
         cJSON_Delete(packaged);
     });
     EXPECT_EQ(FreshRecord::recordTable().fields().size(), 4U);
+}
+
+TEST_P(UnderShortage, ValuesOfAnyTypeAreWrittenAndReadWholeOrNotAtAll)
+{
+    const std::string longText = "a text that needs memory of its own";
+    Application::Inspection record;
+    record.length = 1.5;
+    record.note = longText;
+    record.currents = {1.0, 2.0};
+    record.passed = {true};
+    record.names = {longText};
+    record.counts = {{longText, 1}};
+    record.worst[longText].depth = 2.0F;
+    record.grid = {{1}};
+    record.defects[longText].resize(2);
+    cJSON* whole = nullptr;
+    ASSERT_EQ(record.Package(&whole), 0);
+    const JsonTree expected(whole);
+    const StreamCapture errors(STDERR_FILENO);
+    const std::ptrdiff_t before = liveBlocks();
+    failEachAllocation(Caller::Application, GetParam(), [&](AllocationFault& fault) {
+        cJSON* packaged = nullptr;
+        const int result = fault.during([&] { return record.Package(&packaged); });
+        const JsonTree owned(packaged);
+        // As in any record, an int is left out if memory runs out for it.
+        cJSON_DeleteItemFromObject(packaged, "last");
+        cJSON_AddNumberToObject(packaged, "last", record.last);
+        EXPECT_TRUE(result != 0 || cJSON_Compare(packaged, expected.get(), 1) != 0);
+        EXPECT_TRUE(result == 0 || fault.triggered());
+    });
+    failEachAllocation(Caller::Application, GetParam(), [&](AllocationFault& fault) {
+        Application::Inspection read;
+        const int result = fault.during([&] { return read.Unpackage(expected.get()); });
+        EXPECT_EQ(result, fault.triggered() ? -ENOMEM : 0);
+        EXPECT_EQ(read.Unpackage(expected.get()), 0);
+        EXPECT_TRUE(FilledRecord::isPackagedAs(read, expected.get()));
+    });
+    EXPECT_EQ(liveBlocks(), before);
 }
 
 INSTANTIATE_TEST_SUITE_P(Memory, UnderShortage, ::testing::Values(Shortage::Once, Shortage::Persistent),

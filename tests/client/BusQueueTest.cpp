@@ -192,6 +192,31 @@ TEST_F(QueueOfBus, DispatchHasADescriptorOfItsOwn)
     EXPECT_FALSE(isReadable(fd));
 }
 
+TEST_F(QueueOfBus, EventsThatAreNotTakenAreLimitedAndCounted)
+{
+    constexpr int kRefused = 300;
+    constexpr unsigned kKept = 256;
+    unsigned events = 0;
+    BusOptions options = impatient(Run::Dispatch);
+    options.onEvent = [&](const BusEvent&) {
+        ++events;
+    };
+    connect(options);
+    std::vector<Queue<LogData>> refused;
+    for (int i = 0; i < kRefused; ++i) {
+        refused.push_back(bus->queue<LogData>("channel." + std::to_string(i)));
+        ASSERT_EQ(refused.back().waitActive(kTimeout), BusError::Refused);
+    }
+    const unsigned reported = kRefused + 1; // and the connection
+    EXPECT_EQ(bus->statistics().eventsDropped, reported - kKept);
+    EXPECT_TRUE(isReadable(bus->fd()));
+    while (bus->dispatch() > 0) {
+    }
+    EXPECT_EQ(events, kKept);
+    EXPECT_FALSE(isReadable(bus->fd()));
+    bus.reset();
+}
+
 } // namespace
 
 } // namespace Telvane::Testing
