@@ -128,9 +128,7 @@ template <class Record, class Base = TelvaneDataTypeBase>
 RecordClass entry(const char* name, const char* base)
 {
     static_assert(std::is_base_of_v<Base, Record>, "a record derives from the base that it names");
-    return {name, base, &Record::recordTable, []() -> TelvaneDataTypeBase* {
-                return new Record();
-            }};
+    return {name, base, &Record::recordTable, &Detail::newRecord<Record>};
 }
 
 std::vector<RecordClass> makeCatalogue()

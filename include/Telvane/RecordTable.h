@@ -29,6 +29,7 @@
 #include <Telvane/RecordValues.h>
 #include <Telvane/TelvaneDataTypeBase.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
@@ -60,6 +61,18 @@ enum class FieldKind : std::uint8_t
 constexpr unsigned kRecordVectorLimit = 100;
 
 class RecordTable;
+
+namespace Detail
+{
+
+/// \return a new record with default values; the caller owns it
+template <class Record>
+TelvaneDataTypeBase* newRecord()
+{
+    return new Record();
+}
+
+} // namespace Detail
 
 /// One field of a record class. The library writes and reads records by these descriptions.
 struct RecordField
@@ -126,6 +139,16 @@ public:
     RecordTable(const RecordTable&) = delete;
     RecordTable& operator=(const RecordTable&) = delete;
     ~RecordTable();
+
+    /// Creates the list of a class on its first use. TELVANE_DEFINE_RECORD uses it.
+    /// \param[in,out] list the class's list; null until a thread has created it
+    /// \param build        returns a new record of the class
+    /// \param describe     returns a new list of the fields of \p prototype
+    /// \param recordClass  the class
+    /// \return the list, which is never destroyed
+    static const RecordTable& create(std::atomic<const RecordTable*>& list, TelvaneDataTypeBase* (*build)(),
+                                     RecordTable* (*describe)(TelvaneDataTypeBase& prototype),
+                                     const std::type_info& recordClass);
 
     /// \return the name of the class
     const char* className() const { return m_className; }
@@ -302,9 +325,15 @@ public:                                                                         
 #define TELVANE_DEFINE_RECORD(Class)                                                                         \
     const ::Telvane::RecordTable& Class::recordTable()                                                       \
     {                                                                                                        \
-        static const ::Telvane::RecordTable* const table =                                                   \
-            Class().newRecordTable()->coverExactly(typeid(Class));                                           \
-        return *table;                                                                                       \
+        static std::atomic<const ::Telvane::RecordTable*> list{nullptr};                                     \
+        const ::Telvane::RecordTable* const created = list.load(std::memory_order_acquire);                  \
+        const auto describe = [](::Telvane::TelvaneDataTypeBase& prototype) {                                \
+            return static_cast<Class&>(prototype).newRecordTable();                                          \
+        };                                                                                                   \
+        return created != nullptr                                                                            \
+                   ? *created                                                                                \
+                   : ::Telvane::RecordTable::create(list, &::Telvane::Detail::newRecord<Class>, describe,    \
+                                                    typeid(Class));                                          \
     }                                                                                                        \
     bool Class::_packageData(cJSON* output)                                                                  \
     {                                                                                                        \
@@ -344,5 +373,5 @@ public:                                                                         
     }                                                                                                        \
     ::Telvane::TelvaneDataTypeBase* Class::BuildNewDataType() const                                          \
     {                                                                                                        \
-        return new Class();                                                                                  \
+        return ::Telvane::Detail::newRecord<Class>();                                                        \
     }
