@@ -12,10 +12,15 @@
 #include "helpers/StraightWay.h"
 #include "helpers/ValueRecords.h"
 
+#include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <limits>
+#include <optional>
 #include <string>
 #include <tuple>
+#include <type_traits>
+#include <utility>
 
 namespace Application
 {
@@ -24,27 +29,23 @@ TELVANE_DEFINE_RECORD(Defect)
 TELVANE_DEFINE_RECORD(Gauge)
 TELVANE_DEFINE_RECORD(Inspection)
 
-namespace
-{
-
-bool isSame(float left, float right)
+inline bool isSame(float left, float right)
 {
     return std::memcmp(&left, &right, sizeof left) == 0; // zeros of both signs are different
 }
 
-bool operator==(const Defect& left, const Defect& right)
+/// The JSON library prints 15 digits if these are within its tolerance.
+inline bool isSame(double left, double right)
+{
+    return std::fabs(left - right) <= std::max(std::fabs(left), std::fabs(right)) * 0x1p-52;
+}
+
+inline bool operator==(const Defect& left, const Defect& right)
 {
     return isSame(left.depth, right.depth);
 }
 
-auto timeOf(const Inspection& record)
-{
-    const timespec none = {-1, -1};
-    const timespec time = record.repaired ? record.repaired->time : none;
-    return std::make_pair(time.tv_sec, time.tv_nsec);
-}
-
-bool operator==(const Gauge& left, const Gauge& right)
+inline bool operator==(const Gauge& left, const Gauge& right)
 {
     const auto integers = [](const Gauge& of) {
         return std::tie(of.cycles, of.offset, of.total, of.step, of.grade, of._id);
@@ -52,16 +53,25 @@ bool operator==(const Gauge& left, const Gauge& right)
     return isSame(left.factor, right.factor) && integers(left) == integers(right);
 }
 
-bool operator==(const Inspection& left, const Inspection& right)
+inline bool operator==(const Inspection& left, const Inspection& right)
 {
     const auto members = [](const Inspection& of) {
-        return std::tie(of.length, of.note, of.currents, of.passed, of.names, of.counts, of.worst, of.grid,
-                        of.defects, of.last, of._id);
+        return std::tie(of.note, of.passed, of.names, of.counts, of.worst, of.grid, of.defects, of.last,
+                        of._id);
     };
-    return members(left) == members(right) && timeOf(left) == timeOf(right);
+    const auto timeOf = [](const Inspection& of) {
+        const timespec time = of.repaired ? of.repaired->time : timespec{-1, -1};
+        return std::make_pair(time.tv_sec, time.tv_nsec);
+    };
+    const auto areSame = [](double first, double second) {
+        return isSame(first, second);
+    };
+    return members(left) == members(right) && timeOf(left) == timeOf(right) &&
+           left.length.has_value() == right.length.has_value() &&
+           isSame(left.length.value_or(0.0), right.length.value_or(0.0)) &&
+           std::equal(left.currents.begin(), left.currents.end(), right.currents.begin(),
+                      right.currents.end(), areSame);
 }
-
-} // namespace
 
 } // namespace Application
 
@@ -82,7 +92,8 @@ bool isReadable(const cJSON* payload, const char* key, double least, double most
            std::floor(item->valuedouble) == item->valuedouble;
 }
 
-bool isReadable(const Gauge& /*record*/, const cJSON* payload)
+/// \return whether the payload can be read as a Gauge
+bool isReadable(const cJSON* payload)
 {
     constexpr double kMost = 4503599627370496.0; // 2^52
     constexpr double kMostFloat = 3.4028235e38;  // a little more than the largest float, which is printed so
@@ -118,9 +129,12 @@ bool isFinite(const Inspection& record)
     const auto areFinite = [&](const std::vector<Defect>& defects) {
         return std::all_of(defects.begin(), defects.end(), isDefectFinite);
     };
-    return std::isfinite(record.length.value_or(0.0)) &&
-           std::all_of(record.currents.begin(), record.currents.end(),
-                       [](double current) { return std::isfinite(current); }) &&
+    // A little less than the largest double: 15 digits of that are infinite.
+    const auto isNumber = [](double value) {
+        return std::fabs(value) <= 1.79769313486231e308;
+    };
+    return isNumber(record.length.value_or(0.0)) &&
+           std::all_of(record.currents.begin(), record.currents.end(), isNumber) &&
            std::all_of(record.worst.begin(), record.worst.end(),
                        [&](const auto& member) { return isDefectFinite(member.second); }) &&
            std::all_of(record.defects.begin(), record.defects.end(),
@@ -180,9 +194,11 @@ void checkText(const std::string& text)
     if (payload == nullptr) {
         return;
     }
-    std::optional<Record> record = checkReading<Record>(relayOf(payload.get(), "channel"));
+    const std::string relay = relayOf(payload.get(), "channel");
+    std::optional<Record> record = checkReading<Record>(relay);
     if constexpr (std::is_same_v<Record, Gauge>) {
-        require(record.has_value() == isReadable(Gauge(), payload.get()),
+        const JsonTree printed(cJSON_Parse(relay.c_str())); // its numbers may have fewer digits
+        require(record.has_value() == isReadable(cJSON_GetObjectItem(printed.get(), "payload")),
                 "numbers are read if they are in range, and only then");
     }
     if (record) {

@@ -68,13 +68,10 @@ void BusState::start()
     } else {
         int result = options.onEvent && !eventsAreDispatched() ? startWorker() : 0;
         if (result == 0) {
-            auto self = std::make_unique<std::shared_ptr<BusState>>(shared_from_this());
-            result = startThread(m_receiverThread, &runReceiver, self.get(), 0);
-            if (result == 0) {
-                self.release(); // the thread owns it now
-                m_receiverStarted = true;
-                return;
-            }
+            result = launch(m_receiverThread, &runReceiver);
+        }
+        if (result == 0) {
+            return;
         }
         reason = {result, std::system_category()};
     }
@@ -83,10 +80,33 @@ void BusState::start()
     m_work.notify_all();
 }
 
+/// Starts a thread unless it has been started.
+/// \return 0, or an error number
+int BusState::launch(OwnThread& thread, void* (*entry)(void*))
+{
+    if (thread.started) {
+        return 0;
+    }
+    auto self = std::make_unique<std::shared_ptr<BusState>>(shared_from_this());
+    const int result = startThread(thread.handle, entry, self.get(), 0);
+    if (result == 0) {
+        self.release(); // the thread owns it now
+        thread.started = true;
+    }
+    return result;
+}
+
 void* runReceiver(void* argument)
 {
     const std::unique_ptr<std::shared_ptr<BusState>> own(static_cast<std::shared_ptr<BusState>*>(argument));
     (*own)->receive();
+    return nullptr;
+}
+
+void* runWorker(void* argument)
+{
+    const std::unique_ptr<std::shared_ptr<BusState>> own(static_cast<std::shared_ptr<BusState>*>(argument));
+    (*own)->work();
     return nullptr;
 }
 
@@ -104,16 +124,12 @@ void BusState::close(bool forGood)
         }
         for (auto& [name, channel] : m_channels) {
             for (const RequestPointer& request : channel.requests) {
-                if (!request->done) {
-                    request->done = true;
-                    request->error = BusError::Closed;
-                }
-                request->changed.notify_all();
+                request->fail(BusError::Closed);
             }
             for (const EndpointPointer& endpoint : channel.endpoints) {
                 endpoint->ended = true;
                 endpoint->error = BusError::Closed;
-                updateEvent(*endpoint);
+                endpoint->updateEvent();
                 endpoint->changed.notify_all();
             }
         }
@@ -122,8 +138,8 @@ void BusState::close(bool forGood)
         changed.notify_all();
         wakeUp(m_wake.get());
     }
-    endThread(held, m_receiverStarted, m_receiverThread, forGood);
-    endThread(held, m_workerStarted, m_workerThread, forGood);
+    endThread(held, m_receiverThread, forGood);
+    endThread(held, m_workerThread, forGood);
     while (popReady(m_worker) != nullptr || popReady(m_dispatcher) != nullptr) {
     }
     const CallbackFrame* const frame = CallbackFrame::innermost(*this);
@@ -150,22 +166,19 @@ EndpointPointer BusState::takeAnyEndpoint()
 }
 
 /// Joins a thread of the bus. The thread cannot join itself; if \p forGood, it is detached instead.
-void BusState::endThread(Held& held, bool& started, pthread_t& thread, bool forGood)
+void BusState::endThread(Held& held, OwnThread& thread, bool forGood)
 {
-    if (!started) {
+    const bool isOwn = thread.started && pthread_equal(thread.handle, pthread_self()) != 0;
+    if (!thread.started || (isOwn && !forGood)) {
         return;
     }
-    if (pthread_equal(thread, pthread_self()) != 0) {
-        if (forGood) {
-            started = false;
-            pthread_detach(thread);
-        }
+    thread.started = false;
+    if (isOwn) {
+        pthread_detach(thread.handle);
         return;
     }
-    started = false;
-    const pthread_t ending = thread;
     held.unlock();
-    pthread_join(ending, nullptr);
+    pthread_join(thread.handle, nullptr);
     held.lock();
 }
 

@@ -8,12 +8,10 @@
 #include "client/BusState.h"
 
 #include "support/Diagnostics.h"
-#include "support/Thread.h"
 
 #include <cstdio>
 #include <exception>
 #include <new>
-#include <sys/eventfd.h>
 
 namespace Telvane::Detail
 {
@@ -24,6 +22,17 @@ namespace
 constexpr std::size_t kMaxEvents = 256;
 
 thread_local CallbackFrame* innermostFrame = nullptr;
+
+/// \return the innermost frame of \p bus on this thread for which \p accepts is true, or null
+template <class Predicate>
+const CallbackFrame* findFrame(const BusState& bus, Predicate accepts)
+{
+    const CallbackFrame* frame = innermostFrame;
+    while (frame != nullptr && (&frame->bus != &bus || !accepts(*frame))) {
+        frame = frame->outer;
+    }
+    return frame;
+}
 
 } // namespace
 
@@ -40,43 +49,26 @@ CallbackFrame::~CallbackFrame()
 
 const CallbackFrame* CallbackFrame::innermost(const BusState& bus)
 {
-    const CallbackFrame* frame = innermostFrame;
-    while (frame != nullptr && &frame->bus != &bus) {
-        frame = frame->outer;
-    }
-    return frame;
+    return findFrame(bus, [](const CallbackFrame&) { return true; });
 }
 
 bool CallbackFrame::responds(const BusState& bus, const std::string& requestChannel)
 {
-    for (const CallbackFrame* frame = innermostFrame; frame != nullptr; frame = frame->outer) {
-        if (&frame->bus == &bus && frame->endpoint != nullptr &&
-            frame->endpoint->settings.kind == EndpointSettings::Kind::Responder &&
-            frame->endpoint->name == requestChannel) {
-            return true;
-        }
-    }
-    return false;
+    return findFrame(bus, [&](const CallbackFrame& frame) {
+               return frame.endpoint != nullptr &&
+                      frame.endpoint->settings.kind == EndpointSettings::Kind::Responder &&
+                      frame.endpoint->name == requestChannel;
+           }) != nullptr;
 }
 
 bool CallbackFrame::inEvent(const BusState& bus)
 {
-    for (const CallbackFrame* frame = innermostFrame; frame != nullptr; frame = frame->outer) {
-        if (&frame->bus == &bus && frame->endpoint == nullptr) {
-            return true;
-        }
-    }
-    return false;
+    return findFrame(bus, [](const CallbackFrame& frame) { return frame.endpoint == nullptr; }) != nullptr;
 }
 
 bool CallbackFrame::inReceiver(const BusState& bus)
 {
-    for (const CallbackFrame* frame = innermostFrame; frame != nullptr; frame = frame->outer) {
-        if (&frame->bus == &bus && frame->run == Run::Direct) {
-            return true;
-        }
-    }
-    return false;
+    return findFrame(bus, [](const CallbackFrame& frame) { return frame.run == Run::Direct; }) != nullptr;
 }
 
 Executor& BusState::executorOf(const Endpoint& endpoint)
@@ -117,50 +109,15 @@ EndpointPointer BusState::popReady(Executor& executor)
     return endpoint;
 }
 
-void BusState::updateDispatchEvent()
+bool BusState::mustDispatch() const
 {
-    const bool due = m_dispatcher.first != nullptr || (eventsAreDispatched() && !m_events.empty());
-    if (m_dispatchEvent.valid() && due != m_dispatchEventSet) {
-        m_dispatchEventSet = due;
-        if (due) {
-            wakeUp(m_dispatchEvent.get());
-        } else {
-            eventfd_t ignored = 0;
-            eventfd_read(m_dispatchEvent.get(), &ignored);
-        }
-    }
+    return m_dispatcher.first != nullptr || (eventsAreDispatched() && !m_events.empty());
 }
 
 int BusState::dispatchDescriptor()
 {
     const std::lock_guard<std::mutex> guard(lock);
-    if (!m_dispatchEvent.valid()) {
-        m_dispatchEvent = openWake();
-        m_dispatchEventSet = false;
-        updateDispatchEvent();
-    }
-    return m_dispatchEvent.get();
-}
-
-int BusState::startWorker()
-{
-    if (m_workerStarted) {
-        return 0;
-    }
-    auto self = std::make_unique<std::shared_ptr<BusState>>(shared_from_this());
-    const int result = startThread(m_workerThread, &runWorker, self.get(), 0);
-    if (result == 0) {
-        self.release(); // the thread owns it now
-        m_workerStarted = true;
-    }
-    return result;
-}
-
-void* runWorker(void* argument)
-{
-    const std::unique_ptr<std::shared_ptr<BusState>> own(static_cast<std::shared_ptr<BusState>*>(argument));
-    (*own)->work();
-    return nullptr;
+    return m_dispatchEvent.descriptor(mustDispatch());
 }
 
 void BusState::work()
@@ -206,14 +163,20 @@ bool BusState::runNext(Held& held, Executor& executor, Run where)
         if (endpoint->running || endpoint->items.empty()) {
             continue;
         }
-        Item item = std::move(endpoint->items.front());
-        endpoint->items.pop_front();
-        --endpoint->messages;
-        --executor.messages;
-        endpoint->overflowing = endpoint->overflowing && !endpoint->items.empty();
-        run(held, endpoint, where, std::move(item.record), item.delivery);
+        runOldest(held, endpoint, where);
         return true;
     }
+}
+
+/// Runs an endpoint's callback with the oldest message of its queue.
+void BusState::runOldest(Held& held, const EndpointPointer& endpoint, Run where)
+{
+    Item item = std::move(endpoint->items.front());
+    endpoint->items.pop_front();
+    --endpoint->messages;
+    --executorOf(*endpoint).messages;
+    endpoint->overflowing = endpoint->overflowing && !endpoint->items.empty();
+    run(held, endpoint, where, std::move(item.record), item.delivery);
 }
 
 bool BusState::runEvent(Held& held, Run where)

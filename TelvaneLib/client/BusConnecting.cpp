@@ -13,7 +13,6 @@
 #include <fcntl.h>
 #include <new>
 #include <poll.h>
-#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 
@@ -211,8 +210,7 @@ std::error_code BusState::establish(const LinkPointer& link, Kept& message)
         pollfd watched[] = {{link->socket.get(), events, 0}, {m_wake.get(), POLLIN, 0}};
         poll(watched, 2, step == Step::Send && !blocked ? 0 : pollTimeout(deadline));
         if ((watched[1].revents & POLLIN) != 0) {
-            eventfd_t ignored = 0;
-            eventfd_read(m_wake.get(), &ignored);
+            clearWake(m_wake.get());
         }
         if (watched[0].revents != 0) {
             if (const std::error_code why = receiveSome(link)) {
@@ -266,11 +264,7 @@ void BusState::endLink(const LinkPointer& link, std::error_code why)
     m_linkUp = false;
     for (auto& [name, channel] : m_channels) {
         for (const RequestPointer& request : channel.requests) {
-            if (!request->done) {
-                request->done = true;
-                request->error = m_closed ? BusError::Closed : BusError::Lost;
-                request->changed.notify_all();
-            }
+            request->fail(m_closed ? BusError::Closed : BusError::Lost);
         }
     }
     if (wasUp && !m_closed) {
@@ -333,8 +327,7 @@ bool BusState::sleepFor(std::chrono::nanoseconds pause)
         }
         pollfd watched = {m_wake.get(), POLLIN, 0};
         if (poll(&watched, 1, timeout) == 1) {
-            eventfd_t ignored = 0;
-            eventfd_read(m_wake.get(), &ignored);
+            clearWake(m_wake.get());
         }
     }
 }

@@ -191,9 +191,7 @@ void BusState::takeAnswer(const char* header, const cJSON* message)
     if (channel.refused) {
         channel.asked = false;
         for (const RequestPointer& request : channel.requests) {
-            request->done = true;
-            request->error = BusError::Refused;
-            request->changed.notify_all();
+            request->fail(BusError::Refused);
         }
         for (const EndpointPointer& endpoint : channel.endpoints) {
             endpoint->error = BusError::Refused;
@@ -330,7 +328,7 @@ void BusState::enqueue(Held& held, const EndpointPointer& endpoint, Item item)
     endpoint->items.push_back(std::move(item));
     ++endpoint->messages;
     if (isQueue) {
-        updateEvent(*endpoint);
+        endpoint->updateEvent();
         endpoint->changed.notify_one();
     } else {
         ++executorOf(*endpoint).messages;

@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <new>
-#include <sys/eventfd.h>
 
 namespace Telvane::Detail
 {
@@ -73,7 +72,7 @@ void BusState::removeEndpoint(Endpoint& endpoint, std::deque<Item>& garbage)
     }
     endpoint.items.swap(garbage);
     endpoint.messages = 0;
-    updateEvent(endpoint);
+    endpoint.updateEvent();
     endpoint.changed.notify_all();
     changed.notify_all();
 }
@@ -182,32 +181,30 @@ Item BusState::nextItem(const EndpointPointer& endpoint, std::chrono::nanosecond
         ++endpoint->counters.delivered;
     }
     endpoint->overflowing = endpoint->overflowing && endpoint->messages != 0;
-    updateEvent(*endpoint);
+    endpoint->updateEvent();
     return item;
 }
 
 int BusState::queueDescriptor(const EndpointPointer& endpoint)
 {
     const std::lock_guard<std::mutex> guard(lock);
-    if (!endpoint->event.valid()) {
-        endpoint->event = openWake();
-        endpoint->eventSet = false;
-        updateEvent(*endpoint);
-    }
-    return endpoint->event.get();
+    return endpoint->event.descriptor(endpoint->isReadable());
 }
 
-void BusState::updateEvent(Endpoint& endpoint)
+int ReadyEvent::descriptor(bool ready)
 {
-    const bool due = endpoint.ended || !endpoint.items.empty();
-    if (endpoint.event.valid() && due != endpoint.eventSet) {
-        endpoint.eventSet = due;
-        if (due) {
-            wakeUp(endpoint.event.get());
-        } else {
-            eventfd_t ignored = 0;
-            eventfd_read(endpoint.event.get(), &ignored);
-        }
+    if (!m_event.valid()) {
+        m_event = openWake();
+        update(ready);
+    }
+    return m_event.get();
+}
+
+void ReadyEvent::update(bool ready)
+{
+    if (m_event.valid() && ready != m_ready) {
+        m_ready = ready;
+        (ready ? wakeUp : clearWake)(m_event.get());
     }
 }
 
@@ -235,7 +232,7 @@ void BusState::pushToQueues(Item::Kind kind, std::error_code why)
             } catch (const std::bad_alloc&) {
                 ++m_counters.outOfMemory;
             }
-            updateEvent(*endpoint);
+            endpoint->updateEvent();
             endpoint->changed.notify_one();
         }
     }

@@ -14,6 +14,15 @@
 namespace Telvane::Detail
 {
 
+void PendingRequest::fail(std::error_code why)
+{
+    if (!done) {
+        done = true;
+        error = why;
+        changed.notify_all();
+    }
+}
+
 std::string BusState::newRequestId()
 {
     char text[48];
@@ -66,9 +75,8 @@ std::error_code BusState::request(const std::string& channel, const TelvaneDataT
         held.unlock();
         const Publication sent = publish(requestChannel, *question, deadline - Clock::now(), Absence::Fails);
         held.lock();
-        if (sent.error && !pending->done) {
-            pending->done = true;
-            pending->error = sent.error;
+        if (sent.error) {
+            pending->fail(sent.error);
         }
         std::error_code error = await(held, *pending, requestChannel, deadline);
 
@@ -103,14 +111,9 @@ std::error_code BusState::await(Held& held, PendingRequest& pending, const std::
         const EndpointPointer responder =
             frame != nullptr ? runnableResponder(requestChannel, frame->run) : nullptr;
         if (responder != nullptr) {
-            Item item = std::move(responder->items.front());
-            responder->items.pop_front();
-            --responder->messages;
-            --executorOf(*responder).messages;
-            run(held, responder, frame->run, std::move(item.record), item.delivery);
-        } else if (pending.changed.wait_until(held, deadline) == std::cv_status::timeout && !pending.done) {
-            pending.done = true;
-            pending.error = BusError::TimedOut;
+            runOldest(held, responder, frame->run);
+        } else if (pending.changed.wait_until(held, deadline) == std::cv_status::timeout) {
+            pending.fail(BusError::TimedOut);
         }
     }
     if (frame != nullptr) {

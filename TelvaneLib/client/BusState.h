@@ -51,9 +51,32 @@ struct Link
 };
 using LinkPointer = std::shared_ptr<Link>;
 
+/// A descriptor for event loops that is readable while there is something to take. It is opened when it is needed.
+class ReadyEvent
+{
+public:
+    /// \return the descriptor; -1, with errno set, if it cannot be opened
+    int descriptor(bool ready);
+    void update(bool ready);
+
+private:
+    FileDescriptor m_event;
+    bool m_ready = false;
+};
+
+/// A thread of the bus. It shares the ownership of the BusState.
+struct OwnThread
+{
+    bool started = false;
+    pthread_t handle = {};
+};
+
 /// A thread that waits for the answer to a request.
 struct PendingRequest
 {
+    /// Ends the request without an answer, unless it has ended.
+    void fail(std::error_code why);
+
     std::string id; ///< the request's `_id`, which the answer may carry
     std::unique_ptr<TelvaneDataTypeBase> prototype;
     std::unique_ptr<TelvaneDataTypeBase> answer;
@@ -122,8 +145,10 @@ public:
     bool ready = false; ///< in the list of an executor
     EndpointPointer nextReady;
 
-    FileDescriptor event; ///< queues: readable while there is something to take
-    bool eventSet = false;
+    /// Makes the descriptor of a queue readable, or not.
+    void updateEvent() { event.update(isReadable()); }
+    bool isReadable() const { return ended || !items.empty(); }
+    ReadyEvent event; ///< queues
 };
 
 /// The endpoints with queued messages for one thread, which take turns.
@@ -164,6 +189,10 @@ struct WaitingEnd
     const Endpoint* awaited;
     WaitingEnd* next;
 };
+
+/// Entries of the threads. The argument is a `std::shared_ptr<BusState>*` that the thread deletes.
+void* runReceiver(void* argument);
+void* runWorker(void* argument);
 
 class BusState : public std::enable_shared_from_this<BusState>
 {
@@ -264,7 +293,6 @@ private:
     // BusEndpoints.cpp
     void removeEndpoint(Endpoint& endpoint, std::deque<Item>& garbage);
     bool endsEachOther(const Endpoint& endpoint) const;
-    static void updateEvent(Endpoint& endpoint);
     void pushToQueues(Item::Kind kind, std::error_code why);
 
     // BusChannels.cpp
@@ -277,13 +305,15 @@ private:
     // BusCallbacks.cpp
     bool runNext(Held& held, Executor& executor, Run where);
     bool runEvent(Held& held, Run where);
+    void runOldest(Held& held, const EndpointPointer& endpoint, Run where);
     void run(Held& held, const EndpointPointer& endpoint, Run where,
              std::unique_ptr<TelvaneDataTypeBase> record, const Delivery& delivery);
     void pushReady(const EndpointPointer& endpoint);
     EndpointPointer popReady(Executor& executor);
     Executor& executorOf(const Endpoint& endpoint);
-    void updateDispatchEvent();
-    int startWorker();
+    bool mustDispatch() const;
+    void updateDispatchEvent() { m_dispatchEvent.update(mustDispatch()); }
+    int startWorker() { return launch(m_workerThread, &runWorker); }
     bool eventsAreDispatched() const { return options.run == Run::Dispatch; }
     void report(BusEvent::Kind kind, std::error_code why, const std::string& channel, const char* text);
 
@@ -302,7 +332,8 @@ private:
     std::string newRequestId();
 
     EndpointPointer takeAnyEndpoint();
-    void endThread(Held& held, bool& started, pthread_t& thread, bool forGood);
+    int launch(OwnThread& thread, void* (*entry)(void*));
+    void endThread(Held& held, OwnThread& thread, bool forGood);
 
     FileDescriptor m_wake; ///< wakes the receiver while it polls
     LinkPointer m_link;    ///< the current connection, established or not
@@ -322,17 +353,14 @@ private:
     std::condition_variable m_work;
     std::deque<BusEvent> m_events;
     bool m_eventRuns = false;
-    FileDescriptor m_dispatchEvent;
-    bool m_dispatchEventSet = false;
+    ReadyEvent m_dispatchEvent;
     PendingRequest* m_helpers = nullptr;
     WaitingEnd* m_waitingEnds = nullptr;
 
     bool m_closed = false;
     std::thread::id m_closer;
-    bool m_receiverStarted = false;
-    pthread_t m_receiverThread = {};
-    bool m_workerStarted = false;
-    pthread_t m_workerThread = {};
+    OwnThread m_receiverThread;
+    OwnThread m_workerThread;
 
     BusStatistics m_counters;
     std::uint64_t m_requests = 0;
@@ -343,9 +371,5 @@ private:
     std::vector<EndpointPointer> m_targets; ///< of the receiver: who gets the message
     std::vector<RequestPointer> m_asked;    ///< of the receiver: who waits for the message
 };
-
-/// Entries of the threads. The argument is a `std::shared_ptr<BusState>*` that the thread deletes.
-void* runReceiver(void* argument);
-void* runWorker(void* argument);
 
 } // namespace Telvane::Detail

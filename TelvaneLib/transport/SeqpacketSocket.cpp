@@ -86,6 +86,12 @@ void wakeUp(int wake)
     eventfd_write(wake, 1);
 }
 
+void clearWake(int wake)
+{
+    eventfd_t ignored = 0;
+    eventfd_read(wake, &ignored);
+}
+
 bool awaitClient(int listener, int wake)
 {
     pollfd watched[] = {{wake, POLLIN, 0}, {listener, POLLIN, 0}};

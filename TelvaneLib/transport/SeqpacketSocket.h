@@ -45,6 +45,8 @@ int acceptClient(int listener);
 /// \return a descriptor with which wakeUp() wakes awaitClient(); invalid, with errno set, on failure
 FileDescriptor openWake();
 void wakeUp(int wake);
+/// Takes back all calls of wakeUp().
+void clearWake(int wake);
 
 /// Waits for a client or wakeUp().
 /// \return false after wakeUp()
