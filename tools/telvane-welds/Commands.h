@@ -67,7 +67,5 @@ int reportFailure(const Status& status);
 std::string printValue(const Value& value);
 /// \return a local date and time
 std::string printLocal(std::int64_t nanoseconds);
-/// \return the weld as a JSON object on one line
-std::string printJson(const Weld& weld);
 
 } // namespace TelvaneArchive

@@ -1,4 +1,5 @@
 #include "Commands.h"
+#include "archive/reader/WeldText.h"
 #include "common/cli/CommandLine.h"
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
@@ -14,16 +15,6 @@ namespace TelvaneArchive
 
 namespace
 {
-
-/// \return a text of CSV in quotes
-std::string csvQuoted(const std::string& text)
-{
-    std::string quoted = "\"";
-    for (const char letter : text) {
-        quoted += letter == '"' ? std::string("\"\"") : std::string(1, letter);
-    }
-    return quoted + "\"";
-}
 
 struct Options
 {
@@ -97,47 +88,12 @@ private:
     std::string m_separator;
 };
 
-/// \return a field of CSV, in quotes if it needs them
-std::string csvField(const Value& value)
-{
-    if (isNull(value)) {
-        return {};
-    }
-    if (std::holds_alternative<double>(value)) {
-        return TelvaneTool::formatted("%.17g", numberOf(value));
-    }
-    const std::string text = printValue(value);
-    return text.find_first_of(",\"\r\n") == std::string::npos ? text : csvQuoted(text);
-}
-
-std::string csvHeading()
-{
-    std::string line = "id";
-    for (const Column column : allColumns()) {
-        line += std::string(",") + infoOf(column).name;
-    }
-    return line + "\n";
-}
-
-std::string csvLine(const Weld& weld)
-{
-    std::string line = std::to_string(weld.id);
-    for (const Value& value : weld.values) {
-        line += "," + csvField(value);
-    }
-    return line + "\n";
-}
-
 /// Writes the samples of a weld as DIRECTORY/weld-ID.csv.
 int writeSamples(ArchiveReader& reader, const Weld& weld, const std::string& directory)
 {
     constexpr std::int64_t kForever = std::int64_t{1} << 62;
     constexpr std::size_t kPage = 100'000;
-    std::string text = "time_s,number";
-    for (const char* const name : kChannelNames) {
-        text += std::string(",") + name;
-    }
-    text += "\n";
+    std::string text = sampleCsvHeading();
     std::vector<Sample> samples;
     std::int64_t from = 0;
     do {
@@ -146,11 +102,7 @@ int writeSamples(ArchiveReader& reader, const Weld& weld, const std::string& dir
             return reportFailure(status);
         }
         for (const Sample& sample : samples) {
-            text += TelvaneTool::formatted("%.9f,%d", TelvaneTool::inSeconds(sample.time), sample.number);
-            for (const double value : sample.values) {
-                text += TelvaneTool::formatted(",%.17g", value);
-            }
-            text += "\n";
+            text += sampleCsvLine(sample);
         }
         from = samples.empty() ? kForever : samples.back().time + 1;
     } while (samples.size() == kPage);
@@ -191,7 +143,7 @@ int exportWelds(const Options& options)
         for (const Weld& weld : welds) {
             text += options.format == "csv" ? csvLine(weld)
                     : options.isSheet()     ? sheet.line(weld)
-                                            : printJson(weld) + "\n";
+                                            : jsonLine(weld);
             query.afterId = weld.id;
             if (!options.samples.empty() && result == TelvaneTool::kSuccess) {
                 result = writeSamples(*reader, weld, options.samples);

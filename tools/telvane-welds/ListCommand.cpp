@@ -1,4 +1,5 @@
 #include "Commands.h"
+#include "archive/reader/WeldText.h"
 #include "common/cli/CommandLine.h"
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
@@ -78,7 +79,7 @@ int list(const Options& options)
     std::string text;
     if (options.json) {
         for (const Weld& weld : welds) {
-            text += printJson(weld) + "\n";
+            text += jsonLine(weld);
         }
     } else {
         text = printTable(welds);

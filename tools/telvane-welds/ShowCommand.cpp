@@ -1,4 +1,5 @@
 #include "Commands.h"
+#include "archive/reader/WeldText.h"
 #include "common/cli/CommandLine.h"
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
@@ -52,7 +53,7 @@ int show(const Options& options)
         return reportFailure(status);
     }
     if (options.json) {
-        return TelvaneTool::writeResult(printJson(*weld) + "\n");
+        return TelvaneTool::writeResult(jsonLine(*weld));
     }
     std::string text = printText(*weld);
     for (const ArchiveReader::Event& event : events) {

@@ -3,7 +3,6 @@
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
 #include "common/support/HumanReadable.h"
-#include "common/support/Json.h"
 #include "common/support/OutputFile.h"
 #include "common/support/TimestampParser.h"
 
@@ -157,27 +156,6 @@ std::string printLocal(std::int64_t nanoseconds)
     char text[64];
     std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &parts);
     return text;
-}
-
-std::string printJson(const Weld& weld)
-{
-    const TelvaneTool::JsonTree object(cJSON_CreateObject());
-    TelvaneTool::addNumber(object.get(), "id", weld.id);
-    for (const Column column : allColumns()) {
-        const char* const name = infoOf(column).name;
-        const Value& value = weld[column];
-        if (isNull(value)) {
-            cJSON_AddNullToObject(object.get(), name);
-        } else if (std::holds_alternative<std::string>(value)) {
-            TelvaneTool::addText(object.get(), name, textOf(value));
-        } else if (std::holds_alternative<std::int64_t>(value)) {
-            // A double would round nanoseconds.
-            cJSON_AddRawToObject(object.get(), name, std::to_string(wholeOf(value)).c_str());
-        } else {
-            cJSON_AddNumberToObject(object.get(), name, numberOf(value));
-        }
-    }
-    return TelvaneTool::printJson(object.get());
 }
 
 } // namespace TelvaneArchive

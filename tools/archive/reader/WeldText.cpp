@@ -1,0 +1,114 @@
+#include "archive/reader/WeldText.h"
+
+#include "common/support/Clock.h"
+#include "common/support/HumanReadable.h"
+#include "common/support/Json.h"
+
+#include <cmath>
+
+namespace TelvaneArchive
+{
+
+namespace
+{
+
+/// \return a field of CSV, in quotes if it needs them
+std::string csvField(const Value& value)
+{
+    if (isNull(value)) {
+        return {};
+    }
+    if (std::holds_alternative<double>(value)) {
+        return TelvaneTool::formatted("%.17g", numberOf(value));
+    }
+    if (std::holds_alternative<std::int64_t>(value)) {
+        return std::to_string(wholeOf(value));
+    }
+    const std::string& text = textOf(value);
+    if (text.find_first_of(",\"\r\n") == std::string::npos) {
+        return text;
+    }
+    return csvQuoted(text);
+}
+
+} // namespace
+
+std::string csvQuoted(const std::string& text)
+{
+    std::string quoted = "\"";
+    for (const char letter : text) {
+        quoted += letter == '"' ? std::string("\"\"") : std::string(1, letter);
+    }
+    return quoted + "\"";
+}
+
+std::string csvHeading()
+{
+    std::string line = "id";
+    for (const Column column : allColumns()) {
+        line += std::string(",") + infoOf(column).name;
+    }
+    return line + "\n";
+}
+
+std::string csvLine(const Weld& weld)
+{
+    std::string line = std::to_string(weld.id);
+    for (const Value& value : weld.values) {
+        line += "," + csvField(value);
+    }
+    return line + "\n";
+}
+
+std::string jsonLine(const Weld& weld)
+{
+    const TelvaneTool::JsonTree object(cJSON_CreateObject());
+    TelvaneTool::addNumber(object.get(), "id", weld.id);
+    for (const Column column : allColumns()) {
+        const char* const name = infoOf(column).name;
+        const Value& value = weld[column];
+        if (isNull(value)) {
+            cJSON_AddNullToObject(object.get(), name);
+        } else if (std::holds_alternative<std::string>(value)) {
+            TelvaneTool::addText(object.get(), name, textOf(value));
+        } else if (std::holds_alternative<std::int64_t>(value)) {
+            // A double would round nanoseconds.
+            cJSON_AddRawToObject(object.get(), name, std::to_string(wholeOf(value)).c_str());
+        } else {
+            cJSON_AddNumberToObject(object.get(), name, numberOf(value));
+        }
+    }
+    return TelvaneTool::printJson(object.get()) + "\n";
+}
+
+std::string sampleCsvHeading()
+{
+    std::string line = "time_s,number";
+    for (const char* const name : kChannelNames) {
+        line += std::string(",") + name;
+    }
+    return line + "\n";
+}
+
+std::string sampleCsvLine(const Sample& sample)
+{
+    std::string line = TelvaneTool::formatted("%.9f,%d", TelvaneTool::inSeconds(sample.time), sample.number);
+    for (const double value : sample.values) {
+        line += TelvaneTool::formatted(",%.17g", value);
+    }
+    return line + "\n";
+}
+
+std::string sampleJsonLine(const Sample& sample)
+{
+    std::string line = TelvaneTool::formatted("{\"time_s\":%.9f,\"number\":%d",
+                                              TelvaneTool::inSeconds(sample.time), sample.number);
+    for (std::size_t i = 0; i < kChannels; ++i) {
+        const double value = sample.values[i];
+        line += std::string(",\"") + kChannelNames[i] +
+                "\":" + (std::isfinite(value) ? TelvaneTool::formatted("%.17g", value) : std::string("null"));
+    }
+    return line + "}\n";
+}
+
+} // namespace TelvaneArchive
