@@ -12,6 +12,7 @@
 #include <Telvane/RequestType.h>
 
 #include <algorithm>
+#include <thread>
 #include <unistd.h>
 
 namespace TelvaneTool
@@ -125,10 +126,24 @@ void BusWatcher::followStatus(const char* channel, StatusResponse<Item>& respons
 
 void BusWatcher::subscribe()
 {
-    follow<Telvane::WeldTriggerStart>(
-        [this](const auto& record) { m_live.take(record, monotonicNow(), realTimeNow()); });
-    follow<Telvane::WeldTraceData>(
-        [this](const auto& record) { m_live.take(record, monotonicNow(), realTimeNow()); });
+    follow<Telvane::WeldTriggerStart>([this](const auto& record) {
+        m_pause.reset();
+        m_live.take(record, monotonicNow(), realTimeNow());
+    });
+    // After each sample the thread may pause, so that it wakes less often.
+    m_subscriptions.push_back(
+        m_bus.subscribe<Telvane::WeldTraceData>([this](const Telvane::WeldTraceData& record) {
+            const Nanoseconds now = monotonicNow();
+            Nanoseconds pause = 0;
+            {
+                const std::lock_guard<std::mutex> guard(m_lock);
+                m_live.take(record, now, realTimeNow());
+                pause = m_pause.after(now);
+            }
+            if (pause != 0) {
+                std::this_thread::sleep_for(std::chrono::nanoseconds(pause));
+            }
+        }));
     follow<Telvane::WeldTriggerEnd>([this](const auto& record) { m_live.take(record, realTimeNow()); });
     follow<Telvane::TelvaneError>(
         [this](const auto& record) { m_live.takeError("TelvaneError", "", record.Message, realTimeNow()); });

@@ -3,6 +3,7 @@
 #include "common/bus/StatusPayload.h"
 #include "common/bus/TopModel.h"
 #include "telvane-web/bus/LatestRecord.h"
+#include "telvane-web/live/BatchPause.h"
 #include "telvane-web/live/LiveWeld.h"
 
 #include <Telvane/Bus.h>
@@ -69,6 +70,7 @@ private:
 
     std::mutex m_lock;
     LiveWeld m_live;
+    BatchPause m_pause;
     StatusResponse<ChannelStatus> m_channels;
     StatusResponse<ClientStatus> m_clients;
     std::uint64_t m_channelResponses = 0;
