@@ -1,5 +1,5 @@
-# Builds telvane-web if its dependencies are there: libmicrohttpd, and uPlot from npm. With TELVANE_BUILD_WEB=ON a missing
-# one is an error, with OFF none is looked for.
+# Builds telvane-web if its dependencies are there: libmicrohttpd, libsodium, and uPlot from npm. With
+# TELVANE_BUILD_WEB=ON a missing one is an error, with OFF none is looked for.
 set(TELVANE_BUILD_WEB AUTO CACHE STRING "Build the web server: ON, OFF, or AUTO if its dependencies are found")
 set(TELVANE_NODE_MODULES "" CACHE PATH "Directory with the npm packages of the page, to build without npm")
 if(NOT TELVANE_BUILD_WEB)
@@ -38,9 +38,12 @@ endfunction()
 
 set(missing "")
 pkg_check_modules(microhttpd QUIET IMPORTED_TARGET GLOBAL libmicrohttpd)
+pkg_check_modules(sodium QUIET IMPORTED_TARGET GLOBAL libsodium)
 find_package(Python3 QUIET COMPONENTS Interpreter)
 if(NOT microhttpd_FOUND)
   set(missing "libmicrohttpd was not found: install the Debian package libmicrohttpd-dev")
+elseif(NOT sodium_FOUND)
+  set(missing "libsodium was not found: install the Debian package libsodium-dev")
 elseif(NOT Python3_FOUND)
   set(missing "Python was not found: install the Debian package python3")
 elseif(NOT TELVANE_NODE_MODULES)
@@ -54,4 +57,5 @@ if(NOT missing STREQUAL "")
   return()
 endif()
 add_library(Dependency::microhttpd ALIAS PkgConfig::microhttpd)
+add_library(Dependency::sodium ALIAS PkgConfig::sodium)
 add_subdirectory(${PROJECT_SOURCE_DIR}/tools/telvane-web ${PROJECT_BINARY_DIR}/tools/telvane-web)

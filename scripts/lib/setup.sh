@@ -9,8 +9,8 @@ telvane_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 # The compiler, the build tools, and the libraries that the project is compiled against.
 # docs/dependencies.md gives the reason for each.
 telvane_build_packages=(g++ cmake ninja-build pkg-config libcjson-dev uuid-dev libcli11-dev zlib1g-dev libzstd-dev
-    libsqlite3-dev libpq-dev libmicrohttpd-dev libmosquitto-dev libtomlplusplus-dev libssl-dev libgtest-dev libgmock-dev
-    python3)
+    libsqlite3-dev libpq-dev libmicrohttpd-dev libsodium-dev libmosquitto-dev libtomlplusplus-dev libssl-dev libgtest-dev
+    libgmock-dev python3)
 
 # Clang with the sanitizer runtimes and libFuzzer. The symboliser of llvm turns the addresses in a report into
 # function names and lines.

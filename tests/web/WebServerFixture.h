@@ -4,6 +4,7 @@
 // test's own: a minute passes at once.
 
 #include "telvane-web/WebPages.h"
+#include "telvane-web/http/Worker.h"
 
 #include <gtest/gtest.h>
 

@@ -6,10 +6,10 @@
 #include "common/bus/MetricsPage.h"
 #include "common/support/Json.h"
 #include "telvane-web/bus/Catalogue.h"
+#include "telvane-web/http/Query.h"
 #include "telvane-web/live/StreamClient.h"
 
 #include <algorithm>
-#include <charconv>
 
 namespace TelvaneTool
 {
@@ -21,37 +21,14 @@ constexpr std::size_t kMinColumns = 64;
 constexpr std::size_t kDefaultColumns = 1024;
 constexpr std::size_t kMaxChannelName = 1000;
 
-HttpReply failure(unsigned status, std::string text)
-{
-    HttpReply reply;
-    reply.status = status;
-    reply.body = std::move(text) + "\n";
-    return reply;
-}
-
-HttpReply json(std::string text)
-{
-    HttpReply reply;
-    reply.type = "application/json";
-    reply.body = std::move(text);
-    return reply;
-}
-
-/// \return \p fallback if the text is not a whole number
-template <class Number>
-Number readNumber(std::string_view text, Number fallback)
-{
-    Number number = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    return error == std::errc() && end == text.data() + text.size() ? number : fallback;
-}
-
 /// The stream of one page.
 class LiveStream : public HttpStream
 {
 public:
-    LiveStream(BusWatcher& bus, const StreamClient::Settings& settings, std::string hello)
-        : m_bus(bus), m_client(settings, std::move(hello))
+    /// \param permitted  whether the client may go on
+    LiveStream(BusWatcher& bus, const StreamClient::Settings& settings, std::string hello,
+               std::function<bool(Nanoseconds)> permitted)
+        : m_bus(bus), m_client(settings, std::move(hello)), m_permitted(std::move(permitted))
     {}
 
     std::string next(Nanoseconds now) override
@@ -65,6 +42,9 @@ public:
     bool observe(Nanoseconds now, std::size_t unsent, bool blocked) override
     {
         m_client.observe(now, unsent, blocked);
+        if (m_permitted && !m_permitted(now)) {
+            return false;
+        }
         return m_client.pace() != StreamGate::Pace::Disconnect &&
                !m_bus.withLive([&](const LiveWeld& live) { return m_client.missedEvents(live); });
     }
@@ -72,7 +52,20 @@ public:
 private:
     BusWatcher& m_bus;
     StreamClient m_client;
+    std::function<bool(Nanoseconds)> m_permitted;
 };
+
+void writeAccessMetrics(OpenMetrics& page, const AccessGate& gate)
+{
+    page.gauge("web_sessions", "Browsers that have given the password.");
+    page.sample(gate.sessions());
+    page.counter("web_logins", "Browsers that gave the right password.");
+    page.sample(gate.statistics().logins);
+    page.counter("web_wrong_passwords", "Requests with a wrong password.");
+    page.sample(gate.statistics().wrong);
+    page.counter("web_passwords_limited", "Requests with a password that came too soon after wrong ones.");
+    page.sample(gate.statistics().limited);
+}
 
 void writeServerMetrics(OpenMetrics& page, const HttpServer::Statistics& server)
 {
@@ -153,28 +146,32 @@ WebPages::WebPages(Settings settings, BusWatcher& bus, HostCheck hosts, const st
       m_catalogue(catalogueJson())
 {}
 
-HttpReply WebPages::handle(const HttpRequest& request)
+std::optional<HttpReply> WebPages::refuse(const HttpRequest& request) const
 {
     const std::string_view host = request.header("Host");
+    HttpReply reply;
     if (request.hostHeaders != 1 || !m_hosts.allows(host, request.localAddress)) {
         const std::string name = hostName(host);
-        HttpReply reply =
-            failure(421, name.empty() ? "the request names no host"
-                                      : "this server is not called \"" + name +
-                                            "\"; to allow that name, start it with --allow-host " + name);
-        reply.close = true;
-        return reply;
-    }
-    if (request.method != "GET" && request.method != "HEAD") {
-        HttpReply reply = failure(405, "this server only answers GET and HEAD");
+        reply =
+            httpFailure(421, name.empty() ? "the request names no host"
+                                          : "this server is not called \"" + name +
+                                                "\"; to allow that name, start it with --allow-host " + name);
+    } else if (request.method != "GET" && request.method != "HEAD") {
+        reply = httpFailure(405, "this server only answers GET and HEAD");
         reply.allow = "GET, HEAD";
-        reply.close = true;
-        return reply;
+    } else if (request.hasBody) {
+        reply = httpFailure(413, "requests have no body here");
+    } else {
+        return std::nullopt;
     }
-    if (request.hasBody) {
-        HttpReply reply = failure(413, "requests have no body here");
-        reply.close = true;
-        return reply;
+    reply.close = true;
+    return reply;
+}
+
+HttpReply WebPages::handle(const HttpRequest& request)
+{
+    if (std::optional<HttpReply> refused = refuse(request)) {
+        return std::move(*refused);
     }
     for (const StaticFile& file : m_files) {
         if (request.path == file.path ||
@@ -182,22 +179,52 @@ HttpReply WebPages::handle(const HttpRequest& request)
             return sendFile(file, request);
         }
     }
+    if (request.path == "/api/session") {
+        return sendSession(request);
+    }
+    if (m_gate != nullptr) {
+        if (request.path == "/api/login") {
+            return m_gate->login(request);
+        }
+        if (request.path == "/api/logout") {
+            return m_gate->logout(request);
+        }
+        if (std::optional<HttpReply> refused = m_gate->check(request)) {
+            return std::move(*refused);
+        }
+    }
+    if (m_section) {
+        if (std::optional<HttpReply> answer = m_section(request)) {
+            return std::move(*answer);
+        }
+    }
     if (request.path == "/api/events") {
         return openStream(request);
     }
     if (request.path == "/api/bus") {
-        return json(m_bus.busJson());
+        return httpJson(m_bus.busJson());
     }
     if (request.path == "/api/record") {
         return sendRecord(request);
     }
     if (request.path == "/api/catalogue") {
-        return json(m_catalogue);
+        return httpJson(m_catalogue);
     }
     if (request.path == "/metrics") {
         return sendMetrics(request);
     }
-    return failure(404, "no such page");
+    return httpFailure(404, "no such page");
+}
+
+/// What the page shows first. It tells nothing of the bus, so it needs no password.
+HttpReply WebPages::sendSession(const HttpRequest& request)
+{
+    const bool open = m_gate == nullptr || m_gate->hasSession(request);
+    const JsonTree root(cJSON_CreateObject());
+    cJSON_AddBoolToObject(root.get(), "archive", m_section ? 1 : 0);
+    cJSON_AddBoolToObject(root.get(), "password", m_gate != nullptr ? 1 : 0);
+    cJSON_AddBoolToObject(root.get(), "open", open ? 1 : 0);
+    return httpJson(printJson(root.get()));
 }
 
 HttpReply WebPages::sendFile(const StaticFile& file, const HttpRequest& request) const
@@ -214,14 +241,13 @@ HttpReply WebPages::sendFile(const StaticFile& file, const HttpRequest& request)
 HttpReply WebPages::openStream(const HttpRequest& request)
 {
     StreamClient::Settings settings;
-    settings.columns = std::clamp(readNumber(request.query("columns").value_or(""), kDefaultColumns),
-                                  kMinColumns, Envelope::kCapacity);
+    settings.columns = std::clamp(readNumber(valueOf(request, "columns"), kDefaultColumns), kMinColumns,
+                                  Envelope::kCapacity);
     settings.gate = m_settings.gate;
     // The page opens each stream by itself, so that the browser does not send the header. A number of an earlier
     // process means nothing here.
-    const std::string_view header = request.header("Last-Event-ID");
-    settings.lastEvent =
-        readNumber<std::uint64_t>(!header.empty() ? header : request.query("last").value_or(""), 0);
+    const std::string header(request.header("Last-Event-ID"));
+    settings.lastEvent = readNumber<std::uint64_t>(!header.empty() ? header : valueOf(request, "last"), 0);
     settings.resumed = settings.lastEvent != 0 && request.query("run").value_or("") == m_run;
 
     const JsonTree hello(cJSON_CreateObject());
@@ -232,7 +258,9 @@ HttpReply WebPages::openStream(const HttpRequest& request)
     addNumber(hello.get(), "heartbeat", StreamClient::kHeartbeat / kMillisecond);
     HttpReply reply;
     reply.type = "text/event-stream";
-    reply.stream = std::make_unique<LiveStream>(m_bus, settings, printJson(hello.get()));
+    reply.stream = std::make_unique<LiveStream>(m_bus, settings, printJson(hello.get()),
+                                                m_gate != nullptr ? m_gate->permission(request)
+                                                                  : std::function<bool(Nanoseconds)>());
     return reply;
 }
 
@@ -240,7 +268,7 @@ HttpReply WebPages::sendRecord(const HttpRequest& request)
 {
     const std::string channel(request.query("channel").value_or("").substr(0, kMaxChannelName));
     std::string record = m_bus.recordJson(channel);
-    return record.empty() ? failure(404, "the bus has no such channel") : json(std::move(record));
+    return record.empty() ? httpFailure(404, "the bus has no such channel") : httpJson(std::move(record));
 }
 
 HttpReply WebPages::sendMetrics(const HttpRequest& request)
@@ -262,6 +290,12 @@ HttpReply WebPages::sendMetrics(const HttpRequest& request)
         page.sample(live.missed());
     });
     writeServerMetrics(page, m_statistics());
+    if (m_gate != nullptr) {
+        writeAccessMetrics(page, *m_gate);
+    }
+    if (m_sectionMetrics) {
+        m_sectionMetrics(page);
+    }
     page.gauge("clients", "Clients connected.");
     page.sample(clients.size());
     page.gauge("channels", "Channels that have ever been subscribed to.");

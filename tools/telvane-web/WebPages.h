@@ -1,11 +1,14 @@
 #pragma once
 
+#include "common/support/OpenMetrics.h"
+#include "telvane-web/access/AccessGate.h"
 #include "telvane-web/bus/BusWatcher.h"
 #include "telvane-web/http/HostCheck.h"
 #include "telvane-web/http/HttpServer.h"
 #include "telvane-web/live/StreamGate.h"
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -32,9 +35,23 @@ public:
         m_statistics = std::move(statistics);
     }
 
+    /// Adds addresses that need more than the bus. Call it before the first request.
+    /// \param handle   returns nothing for addresses that it does not know
+    /// \param metrics  adds metrics
+    void addSection(std::function<std::optional<HttpReply>(const HttpRequest&)> handle,
+                    std::function<void(OpenMetrics&)> metrics)
+    {
+        m_section = std::move(handle);
+        m_sectionMetrics = std::move(metrics);
+    }
+    /// Demands a password for everything but the page itself, which contains nothing of the bus.
+    void setGate(AccessGate& gate) { m_gate = &gate; }
+
     HttpReply handle(const HttpRequest& request);
 
 private:
+    std::optional<HttpReply> refuse(const HttpRequest& request) const;
+    HttpReply sendSession(const HttpRequest& request);
     HttpReply sendFile(const StaticFile& file, const HttpRequest& request) const;
     HttpReply openStream(const HttpRequest& request);
     HttpReply sendRecord(const HttpRequest& request);
@@ -45,6 +62,9 @@ private:
     const HostCheck m_hosts;
     const std::vector<StaticFile>& m_files;
     std::function<HttpServer::Statistics()> m_statistics;
+    std::function<std::optional<HttpReply>(const HttpRequest&)> m_section;
+    std::function<void(OpenMetrics&)> m_sectionMetrics;
+    AccessGate* m_gate = nullptr;
     const std::string m_run; ///< tells this process from earlier ones
     const std::string m_catalogue;
 };

@@ -5,9 +5,18 @@
 #include "common/cli/Messages.h"
 #include "common/cli/Signals.h"
 #include "telvane-web/WebPages.h"
+#include "telvane-web/access/Password.h"
+#ifdef TELVANE_WITH_ARCHIVE
+#include "telvane-web/welds/WeldPages.h"
+#endif
 
+#include <cerrno>
+#include <cstring>
+#include <fstream>
 #include <memory>
 #include <poll.h>
+#include <sstream>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace TelvaneTool
@@ -24,6 +33,11 @@ struct Options
 {
     std::string bus;
     std::string listen = "127.0.0.1:8320";
+    std::string archive;
+    std::string certificate;
+    std::string key;
+    std::string passwordFile;
+    std::string newPassword;
     std::vector<std::string> allowedHosts;
     unsigned maxConnections = 128;
 };
@@ -34,7 +48,7 @@ std::string machineName()
     return gethostname(name, sizeof name - 1) == 0 ? name : "";
 }
 
-void serve(HttpServer& server, BusWatcher& bus)
+void serve(HttpServer& server, BusWatcher& bus, const WakeUp& wakeUp)
 {
     const FileDescriptor signals = openSignals();
     for (;;) {
@@ -47,22 +61,136 @@ void serve(HttpServer& server, BusWatcher& bus)
                                  : welding                            ? kWeldingTick
                                                                       : kWaitingTick;
         const Nanoseconds wait = server.timeout(monotonicNow(), tick);
-        pollfd events[] = {{signals.get(), POLLIN, 0}, {server.fd(), POLLIN, 0}};
-        poll(events, 2, static_cast<int>((wait + kMillisecond - 1) / kMillisecond));
+        pollfd events[] = {{signals.get(), POLLIN, 0}, {server.fd(), POLLIN, 0}, {wakeUp.fd(), POLLIN, 0}};
+        poll(events, 3, static_cast<int>((wait + kMillisecond - 1) / kMillisecond));
+        if (events[2].revents != 0) {
+            wakeUp.clear();
+        }
         if (events[0].revents != 0 && readSignal(signals.get()) != 0) {
             return;
         }
     }
 }
 
+/// Reads a file. Prints the reason if it fails.
+std::string readFile(const std::string& path)
+{
+    std::ifstream file(path);
+    std::ostringstream text;
+    text << file.rdbuf();
+    if (!file || text.str().empty()) {
+        printError("cannot read " + path + ": " + std::strerror(errno != 0 ? errno : EIO));
+        return {};
+    }
+    return text.str();
+}
+
+/// \return whether the files could be read
+bool readCredentials(const Options& options, HttpServer::Settings& settings)
+{
+    if (options.certificate.empty()) {
+        return true;
+    }
+    settings.certificate = readFile(options.certificate);
+    settings.key = settings.certificate.empty() ? std::string() : readFile(options.key);
+    struct stat status = {};
+    if (stat(options.key.c_str(), &status) == 0 && (status.st_mode & (S_IRGRP | S_IROTH)) != 0) {
+        printStatus("warning: others on this machine can read the key in " + options.key);
+    }
+    return !settings.key.empty();
+}
+
+/// Says what others on the network can do.
+void warn(const Options& options, const std::string& address)
+{
+    if (isLoopback(address)) {
+        return;
+    }
+    if (options.passwordFile.empty()) {
+        printStatus("warning: anyone who reaches " + address +
+                    " can read the welds and the bus; use --password-file");
+    }
+    if (options.certificate.empty()) {
+        printStatus(
+            "warning: the connection is not encrypted" +
+            std::string(options.passwordFile.empty() ? "" : ", and neither is the password on its way") +
+            "; use --certificate and --key");
+    }
+}
+
+/// Everything that the server is made of, in the order in which it must be destroyed.
+struct Parts
+{
+    WakeUp wakeUp;
+    std::unique_ptr<BusWatcher> bus;
+    std::unique_ptr<AccessGate> gate;
+#ifdef TELVANE_WITH_ARCHIVE
+    std::unique_ptr<WeldPages> welds;
+#endif
+    std::unique_ptr<WebPages> pages;
+    std::unique_ptr<HttpServer> server;
+};
+
+unsigned portOf(const std::string& address)
+{
+    return static_cast<unsigned>(std::stoul(address.substr(address.rfind(':') + 1)));
+}
+
+/// \return an error message, or an empty text
+std::string addGate(const Options& options, const std::string& address, Parts& parts)
+{
+    if (options.passwordFile.empty()) {
+        return {};
+    }
+    std::string error;
+    AccessGate::Settings settings;
+    settings.hash = readPasswordFile(options.passwordFile, error);
+    if (!error.empty()) {
+        return "cannot use " + options.passwordFile + ": " + error;
+    }
+    settings.secure = !options.certificate.empty();
+    settings.port = portOf(address);
+    parts.gate = std::make_unique<AccessGate>(settings, parts.wakeUp);
+    parts.pages->setGate(*parts.gate);
+    return {};
+}
+
+void addArchive(const Options& options, Parts& parts)
+{
+#ifdef TELVANE_WITH_ARCHIVE
+    if (!options.archive.empty()) {
+        parts.welds = std::make_unique<WeldPages>(options.archive, parts.wakeUp);
+        parts.pages->addSection(
+            [&welds = *parts.welds](const HttpRequest& request) { return welds.handle(request); },
+            [&welds = *parts.welds](OpenMetrics& page) { welds.writeMetrics(page); });
+    }
+#else
+    static_cast<void>(options);
+    static_cast<void>(parts);
+#endif
+}
+
 int run(const Options& options)
 {
+    if (!options.newPassword.empty()) {
+        return writePasswordFile(options.newPassword);
+    }
+    if (options.bus.empty()) {
+        printError("PATH is required");
+        return kWrongUsage;
+    }
     HostCheck hosts(machineName());
     for (const std::string& name : options.allowedHosts) {
         if (!hosts.allow(name)) {
             printError("\"" + name + "\" is not the name of a host");
             return kWrongUsage;
         }
+    }
+    HttpServer::Settings limits;
+    limits.maxConnections = options.maxConnections;
+    limits.maxStreams = options.maxConnections - options.maxConnections / 4;
+    if (!readCredentials(options, limits)) {
+        return kWrongInput;
     }
     std::string error;
     FileDescriptor listening = listenOn(options.listen, error);
@@ -72,23 +200,29 @@ int run(const Options& options)
     }
     const std::string address = localAddressOf(listening.get(), true);
 
-    BusWatcher bus(options.bus);
+    Parts parts;
+    parts.bus = std::make_unique<BusWatcher>(options.bus);
     WebPages::Settings settings;
     settings.version = TELVANE_VERSION;
     settings.busPath = options.bus;
-    WebPages pages(settings, bus, std::move(hosts), pageFiles());
-    HttpServer::Settings limits;
-    limits.maxConnections = options.maxConnections;
-    limits.maxStreams = options.maxConnections - options.maxConnections / 4;
-    HttpServer server(limits, [&pages](const HttpRequest& request) { return pages.handle(request); });
-    pages.setStatistics([&server] { return server.statistics(); });
-    error = server.start(std::move(listening));
+    parts.pages = std::make_unique<WebPages>(settings, *parts.bus, std::move(hosts), pageFiles());
+    error = addGate(options, address, parts);
+    if (!error.empty()) {
+        printError(error);
+        return kWrongInput;
+    }
+    addArchive(options, parts);
+    parts.server = std::make_unique<HttpServer>(
+        limits, [&pages = *parts.pages](const HttpRequest& request) { return pages.handle(request); });
+    parts.pages->setStatistics([&server = *parts.server] { return server.statistics(); });
+    error = parts.server->start(std::move(listening));
     if (!error.empty()) {
         printError("cannot serve " + address + ": " + error);
-        return kBusFailure;
+        return options.certificate.empty() ? kBusFailure : kWrongInput;
     }
-    printStatus("open http://" + address + "/");
-    serve(server, bus);
+    warn(options, address);
+    printStatus("open http" + std::string(options.certificate.empty() ? "" : "s") + "://" + address + "/");
+    serve(*parts.server, *parts.bus, parts.wakeUp);
     return kSuccess;
 }
 
@@ -103,10 +237,30 @@ int main(int argc, char** argv)
     CommandLine line("Show welds and the bus in a browser", TELVANE_VERSION, "", "telvane-web");
     Options options;
     Command command(line);
-    command.option("PATH", options.bus, "Path of the server's socket").required();
+    command.option("PATH", options.bus, "Path of the server's socket");
     command.option("--listen", options.listen, "Listen on this address")
         .typeName("ADDRESS:PORT")
         .showDefault();
+#ifdef TELVANE_WITH_ARCHIVE
+    command
+        .option("--archive", options.archive,
+                "Show the welds of this archive: an SQLite file, or postgresql://user@host/name")
+        .typeName("DB");
+#endif
+    command
+        .option("--password-file", options.passwordFile,
+                "Demand the password whose hash is in FILE; see --new-password")
+        .typeName("FILE");
+    command
+        .option("--new-password", options.newPassword, "Ask for a password, write its hash to FILE, and exit")
+        .typeName("FILE");
+    Option certificate = command.option("--certificate", options.certificate,
+                                        "Serve HTTPS with the certificate in FILE, as PEM");
+    certificate.typeName("FILE");
+    command.option("--key", options.key, "Key of the certificate, as PEM")
+        .typeName("FILE")
+        .needs("--certificate");
+    certificate.needs("--key");
     command
         .option(
             "--allow-host", options.allowedHosts,
@@ -121,8 +275,12 @@ int main(int argc, char** argv)
         .showDefault();
     command.examples("# open http://127.0.0.1:8320/ in a browser on this machine\n"
                      "telvane-web /run/telvane/bus\n"
-                     "# let others on the network look\n"
-                     "telvane-web /run/telvane/bus --listen 0.0.0.0:8320 --allow-host cell4.example\n");
+                     "# with the archive that telvane-archive keeps\n"
+                     "telvane-web /run/telvane/bus --archive /var/lib/telvane/welds.db\n"
+                     "# let others on the network look, with a password and encrypted\n"
+                     "telvane-web --new-password /etc/telvane/web-password\n"
+                     "telvane-web /run/telvane/bus --listen 0.0.0.0:8320 --allow-host cell4.example "
+                     "--password-file /etc/telvane/web-password --certificate cell4.pem --key cell4.key\n");
     command.run([&options] { return run(options); });
 
     openStandardDescriptors();

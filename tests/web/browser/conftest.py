@@ -48,10 +48,11 @@ class Process:
 class Cell:
     """A bus with a web server."""
 
-    def __init__(self, directory):
+    def __init__(self, directory, *options):
         self.directory = directory
         self.bus = directory / "bus"
         self.address = "127.0.0.1:0"
+        self.options = options  # of the web server
         self.start_server()
         self.start_web()
 
@@ -59,7 +60,8 @@ class Cell:
         self.server = Process(self.directory, "server", "serving", TELVANE, "serve", self.bus, "--verbose")
 
     def start_web(self):
-        self.web = Process(self.directory, "web", r"open (http://([\d.:]+))/", TELVANE_WEB, self.bus, "--listen", self.address)
+        self.web = Process(self.directory, "web", r"open (https?://([\d.:]+))/", TELVANE_WEB, self.bus, "--listen", self.address,
+                           *self.options)
         self.url, self.address = self.web.ready.groups()  # the same address after a restart
 
     def publish(self, channel, *options):

@@ -24,6 +24,8 @@ public:
         Nanoseconds requestDeadline = 10 * kSecond; ///< for a whole request, and between two of them
         Nanoseconds answerDeadline = 30 * kSecond;  ///< for a whole answer, except streams
         Nanoseconds crowdedDeadline = kSecond;      ///< for a whole request while few connections are left
+        std::string certificate;                    ///< with those above it, as PEM; empty for no TLS
+        std::string key;                            ///< of the certificate, as PEM
     };
 
     struct Statistics
@@ -63,11 +65,13 @@ public:
 private:
     struct Connection;
     struct Stream;
+    struct Waiting;
     friend struct HttpCallbacks;
 
     int answer(MHD_Connection* connection, const char* url, const char* method);
     int send(MHD_Connection* connection, HttpReply reply, bool head);
     void watchStreams(Nanoseconds now);
+    void watchWaiting();
     void watchDeadlines(Nanoseconds now);
 
     const Settings m_settings;
@@ -75,6 +79,7 @@ private:
     Statistics m_statistics;
     std::list<Connection> m_connections;
     std::list<std::unique_ptr<Stream>> m_streams;
+    std::list<Waiting> m_waiting;
     Nanoseconds m_now = 0;
     Nanoseconds m_swept = 0;
     MHD_Daemon* m_daemon = nullptr;
@@ -87,5 +92,11 @@ FileDescriptor listenOn(const std::string& address, std::string& error);
 
 /// \return the address of a socket, such as "127.0.0.1:8320"; with \p withPort false "127.0.0.1"
 std::string localAddressOf(int fd, bool withPort);
+
+/// \return the address of the other end, such as "192.0.2.7"
+std::string peerAddressOf(int fd);
+
+/// \return whether an address can be reached from this machine only
+bool isLoopback(const std::string& address);
 
 } // namespace TelvaneTool

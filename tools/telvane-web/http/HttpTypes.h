@@ -12,6 +12,8 @@
 namespace TelvaneTool
 {
 
+struct HttpReply;
+
 /// A file of the page, compiled into the program.
 struct StaticFile
 {
@@ -28,6 +30,8 @@ struct HttpRequest
     std::string_view method;
     std::string_view path;    ///< decoded
     std::string localAddress; ///< address that the client connected to, without the port
+    std::string peerAddress;  ///< address of the client, without the port
+    Nanoseconds now = 0;      ///< on the monotonic clock
     bool hasBody = false;
     std::size_t hostHeaders = 1;
     /// \return the first header with that name; empty if there is none
@@ -47,6 +51,8 @@ public:
     virtual ~HttpStream() = default;
     /// \return the next part; empty if there is nothing to send now
     virtual std::string next(Nanoseconds now) = 0;
+    /// \return whether an empty part was the end
+    virtual bool isComplete() const { return false; }
     /// \return when to call next() again
     virtual Nanoseconds due() = 0;
     /// \param unsent   bytes that the client has not taken
@@ -55,7 +61,17 @@ public:
     virtual bool observe(Nanoseconds now, std::size_t unsent, bool blocked) = 0;
 };
 
-/// The answer to a request. One function, in HttpServer.cpp, writes the headers of all answers.
+/// An answer that another thread works out. All calls come from the thread of the event loop.
+class HttpLater
+{
+public:
+    virtual ~HttpLater() = default;
+    virtual bool isReady() const = 0;
+    /// \return the answer, or nothing to have the request handled again
+    virtual std::optional<HttpReply> take() = 0;
+};
+
+/// The answer to a request. One function, in HttpAnswer.cpp, writes the headers of all answers.
 struct HttpReply
 {
     unsigned status = 200;
@@ -66,7 +82,11 @@ struct HttpReply
     bool close = false;                 ///< ends the connection after the answer
     const char* allow = nullptr;        ///< the header Allow
     unsigned retryAfter = 0;            ///< the header Retry-After, s
+    std::string fileName;               ///< has the browser save the answer under this name
+    std::string cookie;                 ///< the header Set-Cookie
+    const char* challenge = nullptr;    ///< the header WWW-Authenticate
     std::unique_ptr<HttpStream> stream; ///< instead of the body
+    std::unique_ptr<HttpLater> later;   ///< instead of everything else
 };
 
 /// Answers requests.

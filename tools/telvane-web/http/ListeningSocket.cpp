@@ -30,6 +30,27 @@ struct AddressList
     }
 };
 
+std::string printAddress(const sockaddr& address, socklen_t size, bool withPort)
+{
+    char host[INET6_ADDRSTRLEN + 20] = "";
+    char port[8] = "";
+    if ((address.sa_family != AF_INET && address.sa_family != AF_INET6) ||
+        getnameinfo(&address, size, host, sizeof host, port, sizeof port, NI_NUMERICHOST | NI_NUMERICSERV) !=
+            0) {
+        return {};
+    }
+    std::string text(host);
+    // A socket for both families sees the old addresses inside new ones.
+    constexpr std::string_view kMapped = "::ffff:";
+    if (text.compare(0, kMapped.size(), kMapped) == 0) {
+        text.erase(0, kMapped.size());
+    }
+    if (!withPort) {
+        return text;
+    }
+    return (text.find(':') != std::string::npos ? "[" + text + "]" : text) + ":" + port;
+}
+
 } // namespace
 
 FileDescriptor listenOn(const std::string& address, std::string& error)
@@ -68,24 +89,20 @@ std::string localAddressOf(int fd, bool withPort)
     sockaddr_storage storage = {};
     socklen_t size = sizeof storage;
     auto* const address = reinterpret_cast<sockaddr*>(&storage);
-    char host[INET6_ADDRSTRLEN + 20] = "";
-    char port[8] = "";
-    if (getsockname(fd, address, &size) != 0 ||
-        (storage.ss_family != AF_INET && storage.ss_family != AF_INET6) ||
-        getnameinfo(address, size, host, sizeof host, port, sizeof port, NI_NUMERICHOST | NI_NUMERICSERV) !=
-            0) {
-        return {};
-    }
-    std::string text(host);
-    // A socket for both families sees the old addresses inside new ones.
-    constexpr std::string_view kMapped = "::ffff:";
-    if (text.compare(0, kMapped.size(), kMapped) == 0) {
-        text.erase(0, kMapped.size());
-    }
-    if (!withPort) {
-        return text;
-    }
-    return (text.find(':') != std::string::npos ? "[" + text + "]" : text) + ":" + port;
+    return getsockname(fd, address, &size) == 0 ? printAddress(*address, size, withPort) : std::string();
+}
+
+std::string peerAddressOf(int fd)
+{
+    sockaddr_storage storage = {};
+    socklen_t size = sizeof storage;
+    auto* const address = reinterpret_cast<sockaddr*>(&storage);
+    return getpeername(fd, address, &size) == 0 ? printAddress(*address, size, false) : std::string();
+}
+
+bool isLoopback(const std::string& address)
+{
+    return address.compare(0, 4, "127.") == 0 || address.compare(0, 5, "[::1]") == 0 || address == "::1";
 }
 
 } // namespace TelvaneTool

@@ -3,13 +3,16 @@ import {BusView} from "/bus.js";
 import {$, element, setText} from "/dom.js";
 import {clock, loadLanguage, moment, number, t} from "/language.js";
 import {LiveView} from "/live.js";
+import {signIn, startLogin} from "/login.js";
 import {Model} from "/model.js";
 import {connect} from "/stream.js";
+import {WeldView} from "/weld.js";
+import {WeldList} from "/welds.js";
 
-const kViews = ["live", "bus", "errors"];
+const kViews = ["live", "welds", "weld", "bus", "errors"];
 const model = new Model();
 const meter = {updates: 0, perSecond: 0, draw: 0, since: performance.now()};
-let live, bus, view = "live", waiting = false;
+let live, bus, welds, weld, view = "live", waiting = false;
 
 function setting(name, value) {
   try {
@@ -54,7 +57,7 @@ function draw() {
   $("link").dataset.link = link;
   setText($("link"), link === "lost" ? `${t("link.lost")} ${clock(model.link.since)}` : t(`link.${link}`));
   if (view === "live") {
-    live.draw();
+    live?.draw(); // not before the reader is let in
   }
   drawErrors();
   meter.draw = performance.now() - begin;
@@ -67,23 +70,30 @@ function schedule() {
   }
 }
 
-function onEvent(type) {
+function onEvent(type, data) {
+  if (type === "link" && data.link === "lost") {
+    startLogin(); // the session may be over
+  }
   meter.updates += type === "columns" ? 1 : 0;
   schedule();
 }
 
+// The address is "#live", "#welds?part=A", "#weld/17" or "#weld/17,18,20": a view, and what it shows.
 function showView() {
-  const wanted = location.hash.slice(1);
-  if (wanted === "main") {
+  const [name, query] = location.hash.slice(1).split("?");
+  if (name === "main") {
     return;
   }
+  const [wanted, rest] = name.split("/");
   view = kViews.includes(wanted) ? wanted : "live";
-  for (const name of kViews) {
-    $(`view-${name}`).hidden = name !== view;
-    const anchor = document.querySelector(`nav a[href="#${name}"]`);
-    name === view ? anchor.setAttribute("aria-current", "page") : anchor.removeAttribute("aria-current");
+  for (const each of kViews) {
+    $(`view-${each}`).hidden = each !== view;
+    document.querySelector(`nav a[href="#${each}"]`)?.removeAttribute("aria-current");
   }
+  document.querySelector(`nav a[href="#${view === "weld" ? "welds" : view}"]`).setAttribute("aria-current", "page");
   bus.show(view === "bus");
+  welds.show(view === "welds", query);
+  weld.show(view === "weld", rest);
   schedule();
 }
 
@@ -92,20 +102,27 @@ function setTheme(theme) {
     document.documentElement.dataset.theme = theme;
   }
   live?.restyle();
+  weld?.restyle();
 }
 
 async function setLanguage(name) {
   $("language").value = await loadLanguage(name);
   bus?.draw();
+  welds?.draw();
+  weld?.draw();
   schedule();
 }
 
 async function start() {
   setTheme(setting("theme"));
   await setLanguage(setting("language"));
-  live = new LiveView(model);
+  const session = await signIn();
+  live = new LiveView(model, session.archive);
   bus = new BusView(model);
-  Object.assign(window, {telvaneModel: model, telvaneView: live}); // for bug reports and tests
+  welds = new WeldList();
+  weld = new WeldView();
+  $("nav-welds").hidden = !session.archive;
+  Object.assign(window, {telvaneModel: model, telvaneView: live, telvaneWeld: weld, telvaneMeter: meter}); // for bug reports and tests
   $("language").addEventListener("change", (event) => {
     setting("language", event.target.value);
     setLanguage(event.target.value);
@@ -117,7 +134,7 @@ async function start() {
     setTheme(theme);
     schedule();
   });
-  matchMedia("(prefers-color-scheme: dark)").addEventListener("change", () => live.restyle());
+  matchMedia("(prefers-color-scheme: dark)").addEventListener("change", () => setTheme());
   addEventListener("hashchange", showView);
   $("numbers").addEventListener("toggle", schedule);
   setInterval(() => {

@@ -1,23 +1,31 @@
 // One chart for each quantity, made once and used as long as the page is open.
 import {element, setText} from "/dom.js";
-import {axisLabels, number, short, t} from "/language.js";
+import {axisLabels, exact, number, short, t} from "/language.js";
 
 export const kCharts = ["amps", "volts", "wfs", "gas", "energy"];
-const kSync = "telvane";
 
 function colour(name) {
   return getComputedStyle(document.documentElement).getPropertyValue(name).trim();
 }
 
+// Series after the five of the weld itself: the band of former welds, then up to three other welds.
+const kOthers = ["--other1", "--other2", "--other3"];
+const kSingle = 200; // samples that are few enough to be marked
+
 export class Chart {
-  constructor(parent, name, share) {
+  // zoom: called with a range that the reader has chosen
+  constructor(parent, name, share, {prefix = "chart", zoom = null, others = 0} = {}) {
     this.name = name;
     this.share = share; // of the window's height
+    this.zoom = zoom;
+    this.others = others;
+    this.sync = prefix;
+    this.begin = 0;
     this.unit = "";
     this.title = element("h2", {});
     this.readout = element("p", {class: "readout", "aria-live": "polite"});
     this.place = element("div", {class: "plot", tabindex: "0", role: "img"});
-    this.box = element("figure", {class: "chart", id: `chart-${name}`}, element("figcaption", {}, this.title, this.readout), this.place);
+    this.box = element("figure", {class: "chart", id: `${prefix}-${name}`}, element("figcaption", {}, this.title, this.readout), this.place);
     parent.append(this.box);
     this.place.addEventListener("keydown", (event) => this.move(event));
     this.plot = null;
@@ -35,19 +43,21 @@ export class Chart {
     const options = {
       width: Math.max(this.place.clientWidth, 100), height: this.height,
       legend: {show: false},
-      cursor: {sync: {key: kSync, setSeries: false}, drag: {x: false, y: false}, points: {size: 7}},
-      scales: {x: {time: false, range: () => [0, this.end]},
+      cursor: {sync: {key: this.sync, setSeries: false}, drag: {x: Boolean(this.zoom), y: false, setScale: false}, points: {size: 7}},
+      scales: {x: {time: false, range: () => [this.begin, this.end]},
         y: {range: (_, min, max) => this.range(min, max)}},
-      series: [{}, {stroke, width: 1.5, points: {show: false}},
+      series: [{}, {stroke, width: 1.5, points: {show: (plot) => plot.data[0].length <= kSingle && this.single, size: 6}},
         {stroke: "transparent", points: {show: false}}, {stroke: "transparent", points: {show: false}},
-        {stroke: ink, width: 1.5, dash: [7, 5], points: {show: false}}],
-      bands: [{series: [3, 2], fill: stroke + "66"}],
+        {stroke: ink, width: 1.5, dash: [7, 5], points: {show: false}},
+        {stroke: "transparent", points: {show: false}}, {stroke: "transparent", points: {show: false}},
+        ...kOthers.slice(0, this.others).map((other) => ({stroke: colour(other), width: 1.5, points: {show: false}}))],
+      bands: [{series: [6, 5], fill: ink + "33"}, {series: [3, 2], fill: stroke + "66"}],
       axes: [{...axis, size: 34, values: (_, ticks) => axisLabels(ticks, " s")},
         {...axis, size: 62, values: (_, ticks) => axisLabels(ticks)}],
-      hooks: {setCursor: [(plot) => this.read(plot)]},
+      hooks: {setCursor: [(plot) => this.read(plot)], setSelect: [(plot) => this.select(plot)]},
     };
     this.plot?.destroy();
-    this.plot = new uPlot(options, this.data ?? [[], [], [], [], []], this.place);
+    this.plot = new uPlot(options, this.data ?? Array.from({length: 7 + this.others}, () => []), this.place);
   }
 
   range(min, max) {
@@ -58,11 +68,13 @@ export class Chart {
     return low === high ? [low, low + 1] : [low, high + 0.06 * (high - low)];
   }
 
-  // data: x, mean, minimum, maximum, set point
-  // end: of the time axis
-  draw(data, unit, end) {
+  // data: x, mean, minimum, maximum, set point, band from, band to, other welds
+  // begin, end: of the time axis
+  draw(data, unit, end, begin = 0, single = false) {
     this.data = data;
+    this.begin = begin;
     this.end = end;
+    this.single = single;
     this.unit = unit;
     setText(this.title, unit ? `${t(this.name)}, ${unit}` : t(this.name));
     if (!this.plot && this.place.clientWidth > 0) {
@@ -93,6 +105,15 @@ export class Chart {
     this.place.setAttribute("aria-label", label);
   }
 
+  // A range that was chosen with the mouse or a finger.
+  select(plot) {
+    const {left, width} = plot.select;
+    if (this.zoom && width > 4) {
+      this.zoom(plot.posToVal(left, "x"), plot.posToVal(left + width, "x"));
+      plot.setSelect({left: 0, width: 0, top: 0, height: 0}, false);
+    }
+  }
+
   read(plot) {
     const index = plot?.cursor.idx;
     const mean = index == null ? null : this.data?.[1][index];
@@ -101,6 +122,10 @@ export class Chart {
       return;
     }
     const [x, , min, max] = this.data;
+    if (this.single) {
+      setText(this.readout, t("readoutSample", {time: number(x[index], 6), unit: this.unit, value: exact(mean)}));
+      return;
+    }
     setText(this.readout, t("readout", {time: number(x[index], 3), unit: this.unit, mean: short(mean), min: short(min[index]), max: short(max[index])}));
   }
 

@@ -31,6 +31,11 @@ export function short(value) {
   return number(value, size >= 1000 || Number.isInteger(value) ? 0 : size >= 100 ? 1 : size >= 1 ? 2 : 3);
 }
 
+// All digits of a single sample.
+export function exact(value) {
+  return value.toLocaleString(current, {maximumFractionDigits: 15, useGrouping: false});
+}
+
 // The labels of an axis: as many digits as tell neighbours apart.
 export function axisLabels(ticks, unit = "") {
   const step = ticks.length > 1 ? Math.abs(ticks[1] - ticks[0]) : 1;

@@ -1,4 +1,5 @@
 // The live view: the state in words and colour, the values in figures, the charts.
+import {ask, bandAt} from "/archive.js";
 import {Chart, kCharts} from "/charts.js";
 import {$, element, fillTable, setText} from "/dom.js";
 import {clock, number, short, t} from "/language.js";
@@ -18,8 +19,9 @@ function axisEnd(time, running) {
 }
 
 export class LiveView {
-  constructor(model) {
+  constructor(model, archive) {
     this.model = model;
+    this.archive = archive;
     this.tiles = {};
     for (const name of kCharts) {
       const label = element("dt"), value = element("span", {class: "figure"}), unit = element("span", {class: "unit"});
@@ -35,6 +37,25 @@ export class LiveView {
   unit(name) {
     const given = this.model.state?.weld?.units?.[name];
     return name === "energy" ? kUnits.energy : given || kUnits[name];
+  }
+
+  // The band of former welds with the program of the running one, asked for once per weld.
+  async loadBand() {
+    const weld = this.model.state?.weld?.number;
+    const program = this.model.state?.weld?.program;
+    if (!this.archive || this.bandOf === weld) {
+      return;
+    }
+    this.bandOf = weld;
+    this.band = null;
+    if (weld && program !== undefined) {
+      try {
+        const band = await ask("/api/band", {program});
+        this.band = this.bandOf === weld ? band : this.band;
+      } catch {
+        this.band = null; // the view of welds says what is wrong with the archive
+      }
+    }
   }
 
   // The state that the reader must know first: a lost connection hides all others.
@@ -56,6 +77,7 @@ export class LiveView {
     setText($("state-detail"), this.detail(shown));
     const welding = values && weld && (shown === "arc" || shown === "silent" || shown === "ended");
     setText($("elapsed"), welding ? `${number(values.time, 1)} s` : "");
+    this.loadBand();
     this.drawNotice();
     this.drawTiles(weld, values);
     this.drawCharts(weld);
@@ -121,7 +143,7 @@ export class LiveView {
     const {model} = this;
     const q = kQuantities.indexOf(name === "energy" ? "power" : name);
     const size = model.size;
-    const data = [times, new Array(size), new Array(size), new Array(size), new Array(size).fill(null)];
+    const data = [times, new Array(size), new Array(size), new Array(size), new Array(size).fill(null), ...bandAt(this.band, name, times)];
     let energy = 0;
     for (let i = 0; i < size; ++i) {
       if (model.count[i] === 0) {

@@ -1,0 +1,66 @@
+#!/usr/bin/python3
+"""Measures the page and its server with simulated welds in headless Chromium, for docs/web.md.
+
+    TELVANE=PATH TELVANE_WEB=PATH measure_page.py
+"""
+import os
+import pathlib
+import subprocess
+import tempfile
+
+from conftest import TELVANE, Cell, Page, launch
+
+FRAMES = """
+    const done = arguments[1], begin = performance.now(), updates = telvaneModel.values?.samples ?? 0;
+    let frames = 0, last = begin, longest = 0;
+    const draws = [];
+    const tick = (now) => {
+      longest = Math.max(longest, now - last);
+      last = now;
+      ++frames;
+      draws.push(telvaneMeter.draw);
+      now - begin < arguments[0] * 1000 ? requestAnimationFrame(tick)
+        : done({fps: frames / (now - begin) * 1000, longest, draw: draws.sort((a, b) => a - b)[draws.length >> 1],
+                samples: ((telvaneModel.values?.samples ?? 0) - updates) / (now - begin) * 1000, columns: telvaneModel.size,
+                missed: telvaneModel.values?.missed});
+    };
+    requestAnimationFrame(tick);"""
+
+
+def cpu_seconds(pid):
+    fields = pathlib.Path(f"/proc/{pid}/stat").read_text().rpartition(")")[2].split()
+    return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
+
+
+def resident_megabytes(pid):
+    return int(pathlib.Path(f"/proc/{pid}/statm").read_text().split()[1]) * os.sysconf("SC_PAGE_SIZE") / 1e6
+
+
+def main():
+    with tempfile.TemporaryDirectory() as directory, tempfile.TemporaryDirectory(ignore_cleanup_errors=True) as profile:
+        cell = Cell(pathlib.Path(directory))
+        browser = launch(profile)
+        try:
+            page = Page(browser, cell)
+            for turn in ("first", "cached"):
+                page.open()
+                timing = page.js("const n = performance.getEntriesByType('navigation')[0]; return [n.domContentLoadedEventEnd, n.loadEventEnd, "
+                                 "performance.getEntriesByType('resource').reduce((sum, r) => sum + r.transferSize, n.transferSize)]")
+                print(f"{turn} load: scripts run after {timing[0]:.0f} ms, loaded after {timing[1]:.0f} ms, {timing[2] / 1000:.0f} kB")
+            for period in (500, 20):
+                weld = subprocess.Popen([TELVANE, "weld", cell.bus, "--duration", "12", "--period-us", str(period)], stderr=subprocess.DEVNULL)
+                page.wait(lambda: page.model("m.state.state === 'arc' && m.values?.time > 2"))
+                before = cpu_seconds(cell.web.process.pid)
+                found = browser.execute_async_script(FRAMES, 8)
+                used = (cpu_seconds(cell.web.process.pid) - before) / 8 * 100
+                print(f"{1e6 / period:.0f} Hz: {found['fps']:.1f} frames/s, longest pause {found['longest']:.0f} ms, {found['draw']:.1f} ms to draw, "
+                      f"{found['samples']:.0f} samples/s drawn, {found['columns']} columns, {found['missed']} missed; "
+                      f"server {used:.1f} % of a core, {resident_megabytes(cell.web.process.pid):.1f} MB")
+                weld.wait()
+                page.wait_for_state("ended")
+        finally:
+            browser.quit()
+            cell.stop()
+
+
+main()

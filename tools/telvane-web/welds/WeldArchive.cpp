@@ -1,0 +1,33 @@
+#include "telvane-web/welds/WeldArchive.h"
+
+#include "telvane-web/http/Query.h"
+
+namespace TelvaneTool
+{
+
+namespace
+{
+
+constexpr unsigned kUnavailable = 503;
+
+} // namespace
+
+TelvaneArchive::ArchiveReader* WeldArchive::reader(HttpReply& failure)
+{
+    if (m_reader == nullptr) {
+        TelvaneArchive::Status status;
+        m_reader = TelvaneArchive::ArchiveReader::open(m_location, status);
+        if (m_reader == nullptr) {
+            failure = failed(status);
+        }
+    }
+    return m_reader.get();
+}
+
+HttpReply WeldArchive::failed(const TelvaneArchive::Status& status)
+{
+    m_reader.reset(); // the next question opens the archive again
+    return httpFailure(kUnavailable, "the archive: " + status.text);
+}
+
+} // namespace TelvaneTool

@@ -1,0 +1,163 @@
+// Former welds differ in length, so they are laid over each other by the time since their start, and the band ends where
+// fewer than half of them are left.
+
+#include "common/support/Clock.h"
+#include "common/support/Saturating.h"
+#include "telvane-web/http/Query.h"
+#include "telvane-web/welds/WeldCurve.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdio>
+
+namespace TelvaneTool
+{
+
+using TelvaneArchive::ArchiveReader;
+using TelvaneArchive::Column;
+using TelvaneArchive::Condition;
+using TelvaneArchive::Envelope;
+using TelvaneArchive::kChannels;
+using TelvaneArchive::Status;
+using TelvaneArchive::Weld;
+
+namespace
+{
+
+constexpr unsigned kNotFound = 404;
+constexpr std::size_t kMostWelds = 20;
+constexpr std::size_t kSlots = 200;
+
+struct Slot
+{
+    std::size_t welds = 0;
+    std::array<double, kChannels> low = {};
+    std::array<double, kChannels> high = {};
+};
+
+double secondsOf(const Envelope& envelope)
+{
+    return inSeconds(std::max<std::int64_t>(subtractSaturated(envelope.end, envelope.start), 1));
+}
+
+/// Adds the means of a weld to the slots.
+void add(const Envelope& envelope, double width, std::vector<Slot>& slots)
+{
+    const double partWidth = secondsOf(envelope) / static_cast<double>(envelope.parts.size());
+    for (std::size_t i = 0; i < slots.size(); ++i) {
+        const auto first = static_cast<std::size_t>(static_cast<double>(i) * width / partWidth);
+        const auto last =
+            std::max(first + 1, static_cast<std::size_t>(static_cast<double>(i + 1) * width / partWidth));
+        std::array<double, kChannels> sums = {};
+        double count = 0.0;
+        for (std::size_t part = first; part < std::min(last, envelope.parts.size()); ++part) {
+            const Envelope::Part& column = envelope.parts[part];
+            const auto samples = static_cast<double>(column.count);
+            count += samples;
+            for (std::size_t channel = 0; channel < kChannels && column.count != 0; ++channel) {
+                sums[channel] += static_cast<double>(column.ranges[channel].mean) * samples;
+            }
+        }
+        if (count == 0.0) {
+            continue;
+        }
+        Slot& slot = slots[i];
+        for (std::size_t channel = 0; channel < kChannels; ++channel) {
+            const double mean = sums[channel] / count;
+            slot.low[channel] = slot.welds == 0 ? mean : std::min(slot.low[channel], mean);
+            slot.high[channel] = slot.welds == 0 ? mean : std::max(slot.high[channel], mean);
+        }
+        ++slot.welds;
+    }
+}
+
+Status readFormer(ArchiveReader& reader, const BandQuery& query, std::vector<Envelope>& envelopes,
+                  bool& known)
+{
+    using Comparison = Condition::Comparison;
+    ArchiveReader::Query former;
+    std::int64_t program = query.program;
+    if (query.id != 0) {
+        std::optional<Weld> weld;
+        Status status = reader.weld(query.id, weld);
+        known = weld.has_value();
+        if (!status || !weld) {
+            return status;
+        }
+        former.beforeNs = weld->whole(Column::StartNs);
+        program = weld->whole(Column::Program);
+    }
+    former.filter.add(Column::Program, Comparison::Equal, program);
+    former.filter.add(Column::Ending, Comparison::Equal, std::string("complete"));
+    former.limit = 2 * kMostWelds; // some were judged bad
+    std::vector<Weld> welds;
+    Status status = reader.list(former, welds);
+    for (const Weld& weld : welds) {
+        std::optional<Envelope> envelope;
+        if (!status || envelopes.size() == kMostWelds) {
+            break;
+        }
+        if (weld.text(Column::Verdict) == "not_ok") {
+            continue;
+        }
+        status = reader.envelope(weld.id, TelvaneArchive::kFineParts, envelope);
+        if (envelope && !envelope->parts.empty()) {
+            envelopes.push_back(std::move(*envelope));
+        }
+    }
+    return status;
+}
+
+void append(std::string& text, double value)
+{
+    char number[40];
+    text.append(number, static_cast<std::size_t>(std::snprintf(number, sizeof number, ",%.7g", value)));
+}
+
+} // namespace
+
+HttpReply bandOf(WeldArchive& archive, const BandQuery& query)
+{
+    HttpReply failure;
+    ArchiveReader* const reader = archive.reader(failure);
+    if (reader == nullptr) {
+        return failure;
+    }
+    std::vector<Envelope> envelopes;
+    bool known = true;
+    if (const Status status = readFormer(*reader, query, envelopes, known); !status) {
+        return archive.failed(status);
+    }
+    if (!known) {
+        return httpFailure(kNotFound, "the archive has no weld " + std::to_string(query.id));
+    }
+    double longest = 0.0;
+    for (const Envelope& envelope : envelopes) {
+        longest = std::max(longest, secondsOf(envelope));
+    }
+    std::vector<Slot> slots(envelopes.empty() ? 0 : kSlots);
+    for (const Envelope& envelope : envelopes) {
+        add(envelope, longest / static_cast<double>(kSlots), slots);
+    }
+    std::string text = "{\"welds\":" + std::to_string(envelopes.size()) + ",\"width\":";
+    char width[40];
+    text.append(width, static_cast<std::size_t>(std::snprintf(width, sizeof width, "%.9g",
+                                                              longest / static_cast<double>(kSlots))));
+    text += ",\"columns\":[";
+    for (const Slot& slot : slots) {
+        if (2 * slot.welds < envelopes.size()) {
+            break;
+        }
+        text += text.back() == '[' ? "[" : ",[";
+        text += std::to_string(slot.welds);
+        for (std::size_t channel = 0; channel < kChannels; ++channel) {
+            append(text, slot.low[channel]);
+            append(text, slot.high[channel]);
+        }
+        text += ']';
+    }
+    return httpJson(text + "]}");
+}
+
+} // namespace TelvaneTool
