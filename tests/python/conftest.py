@@ -24,11 +24,12 @@ def _threads() -> "set[threading.Thread]":
 
 
 def _descriptors() -> "collections.Counter[str]":
-    """What is open, by kind: a bus that lives longer than one test has another socket after an outage."""
+    """What is open, by kind: a bus that lives longer than one test has another socket after an outage, and other
+    programs delete files that this one has inherited."""
     found: "collections.Counter[str]" = collections.Counter()
     for name in os.listdir("/proc/self/fd"):
         try:
-            found[re.sub(r":\[\d+\]", "", os.readlink(f"/proc/self/fd/{name}"))] += 1
+            found[re.sub(r":\[\d+\]| \(deleted\)$", "", os.readlink(f"/proc/self/fd/{name}"))] += 1
         except OSError:
             pass  # the one that lists the directory
     return found
