@@ -86,3 +86,14 @@ TEST(WeldMeasures, LeavesInterruptionsOut)
     EXPECT_NEAR(weld.number(Column::ArcTime), 0.2, 1e-9);
     EXPECT_NEAR(weld.number(Column::MeanVolts), 20.0, 1e-9);
 }
+
+TEST(WeldMeasures, KeepsTheMomentsOfSamplesInRange)
+{
+    constexpr std::int64_t kMax = std::numeric_limits<std::int64_t>::max();
+    EXPECT_EQ(SampleClock(0, kMax).period(), kMax);
+    EXPECT_EQ(SampleClock(0, -kMax).period(), std::numeric_limits<std::int64_t>::min());
+    EXPECT_EQ(SampleClock(kMax - 5, 1000).momentOf(at(2'000'000'000, 1.0, 1.0)), kMax);
+    Sample sample;
+    sample.time = -kMax;
+    EXPECT_EQ(SampleClock(kMax, 0).sinceStart(sample), std::numeric_limits<std::int64_t>::min());
+}

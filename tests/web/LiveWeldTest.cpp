@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <limits>
+
 namespace TelvaneTool
 {
 namespace
@@ -113,6 +115,22 @@ TEST(LiveWeld, EntersEachChangeOfTheConnectionOnce)
     live.busChanged("no server", kWall);
     EXPECT_EQ(live.log().newest(), entries + 1);
     EXPECT_THAT(live.log().entries().back().data, HasSubstr(R"("connected":false,"reason":"no server")"));
+}
+
+TEST(LiveWeld, KeepsTimesInRange)
+{
+    LiveWeld live(kWall);
+    Telvane::WeldTriggerStart start;
+    start.timestamp.time.tv_sec = std::numeric_limits<time_t>::max();
+    live.take(start, 0, kWall);
+    if (sizeof(time_t) > 4) {
+        EXPECT_THAT(live.stateJson(), HasSubstr(R"("started":9223372036854)"));
+    }
+    live.take(sampleOf(0), 0, kWall);
+    Telvane::WeldTraceData late = sampleOf(100);
+    late.timestamp.time.tv_sec = std::numeric_limits<time_t>::max();
+    live.take(late, 0, kWall);
+    EXPECT_THAT(live.stateJson(), Not(HasSubstr("period\":-")));
 }
 
 } // namespace

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
+
 namespace TelvaneTool
 {
 namespace
@@ -88,6 +90,25 @@ TEST(RecordFormatter, RefusesInvalidFormats)
         EXPECT_NE(checkFormat(format), "") << format;
     }
     EXPECT_EQ(checkFormat("100%% \\"), "");
+}
+
+TEST(RecordFormatter, PrintsTheTimeSinceARecordFromBeforeTheRecording)
+{
+    RecordFormatter lines = formatted("%d");
+    EXPECT_EQ(print(lines, "{}", -5 * kSecond), "0.000000\n");
+    EXPECT_EQ(print(lines, "{}", -3 * kSecond), "2.000000\n");
+}
+
+TEST(RecordFormatter, PrintsTimesAtTheirLimits)
+{
+    constexpr Nanoseconds kMin = std::numeric_limits<Nanoseconds>::min();
+    constexpr Nanoseconds kMax = std::numeric_limits<Nanoseconds>::max();
+    RecordFormatter lines = formatted("%u %d %D");
+    EXPECT_EQ(lines.print({kChannel, 1, "{}", nullptr, -kSecond / 4, kMin}), "-0.250000 0.000000 0.000000\n");
+    EXPECT_EQ(lines.print({kChannel, 1, "{}", nullptr, kMin, kMax}),
+              "-9223372036.854775 9223372036.854776 9223372036.854776\n");
+    EXPECT_EQ(lines.print({kChannel, 1, "{}", nullptr, kMax, kMin}),
+              "9223372036.854775 -9223372036.854776 -9223372036.854776\n");
 }
 
 } // namespace

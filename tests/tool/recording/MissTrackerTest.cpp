@@ -4,6 +4,7 @@
 #include "common/bus/RecordBuilder.h"
 #include "tool/fixtures/ToolBusFixture.h"
 
+#include <limits>
 #include <map>
 #include <mutex>
 
@@ -86,6 +87,19 @@ TEST_F(MissTrackerTest, ReportsNothingWithoutMisses)
     m_connection.finish(kSuccess); // before the tracker is destroyed
     EXPECT_FALSE(called);
     EXPECT_FALSE(tracker.uncertain());
+}
+
+TEST_F(MissTrackerTest, TakesAnySequenceNumber)
+{
+    MissTracker tracker(m_connection, [](const std::string&, std::uint64_t, Nanoseconds, Nanoseconds) {});
+    tracker.arrived("LogData", 65535);
+    tracker.arrived("LogData", 0);
+    EXPECT_FALSE(tracker.uncertain());
+    tracker.arrived("LogData", std::numeric_limits<int>::max());
+    EXPECT_TRUE(tracker.uncertain());
+    tracker.arrived("LogData", std::numeric_limits<int>::min());
+    tracker.arrived("LogData", 5);
+    EXPECT_TRUE(tracker.uncertain());
 }
 
 } // namespace

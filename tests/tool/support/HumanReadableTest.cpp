@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
+
 namespace TelvaneTool
 {
 namespace
@@ -74,6 +76,22 @@ TEST(PrintedDuration, HasTheUnitThatSuitsIt)
 TEST(Moment, IsPrintedWithMicrosecondsInUtc)
 {
     EXPECT_EQ(printMoment(1'704'164'645 * kSecond + 678'901 * kMicrosecond), "2024-01-02T03:04:05.678901Z");
+}
+
+TEST(Moment, CountsForwardBefore1970)
+{
+    EXPECT_EQ(printMoment(-1), "1969-12-31T23:59:59.999999Z");
+    EXPECT_EQ(printMoment(-250 * kMillisecond), "1969-12-31T23:59:59.750000Z");
+    EXPECT_EQ(printMoment(-kSecond), "1969-12-31T23:59:59.000000Z");
+    EXPECT_EQ(printMoment(0), "1970-01-01T00:00:00.000000Z");
+}
+
+TEST(Moment, IsPrintedAtTheLimitsOfTime)
+{
+    if (sizeof(time_t) > 4) {
+        EXPECT_EQ(printMoment(std::numeric_limits<Nanoseconds>::max()), "2262-04-11T23:47:16.854775Z");
+        EXPECT_EQ(printMoment(std::numeric_limits<Nanoseconds>::min()), "1677-09-21T00:12:43.145224Z");
+    }
 }
 
 } // namespace

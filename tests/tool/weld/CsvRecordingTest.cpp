@@ -5,6 +5,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <limits>
+
 namespace TelvaneTool
 {
 namespace
@@ -241,6 +243,15 @@ TEST_F(CsvRecordingTest, FailsToOpenWithoutAHeader)
 {
     EXPECT_FALSE(open(""));
     EXPECT_THAT(m_error, HasSubstr("is empty; the first line must name the columns"));
+}
+
+TEST_F(CsvRecordingTest, StopsAtTheLargestTime)
+{
+    constexpr Nanoseconds kMax = std::numeric_limits<Nanoseconds>::max();
+    m_options.period = kMax - 1;
+    EXPECT_THAT(rowsOf("amps,volts\n1,1\n2,2\n3,3\n"),
+                ElementsAre(Row{0, 1, 1, true}, Row{kMax - 1, 2, 2, false}, Row{kMax, 3, 3, false}));
+    EXPECT_THAT(m_invalidRows, IsEmpty());
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <limits>
 #include <string>
 
 namespace TelvaneTool
@@ -112,6 +113,27 @@ TEST(WeldDetector, CanContinueAfterItsEnd)
     detector.finish(kStep);
     detector.finish(kStep);
     EXPECT_THAT(record.events(), ElementsAre("start 0", "burns 0", "end 1", "start 0", "burns 0", "end 1"));
+}
+
+TEST(WeldDetector, EndsAtTheLatestAtTheLimitOfTime)
+{
+    Record record;
+    WeldDetector detector({10.0, 3 * kStep}, record);
+    constexpr Nanoseconds kMax = std::numeric_limits<Nanoseconds>::max();
+    WeldSample sample;
+    sample.time = -kMax;
+    sample[Quantity::Amps] = 50;
+    detector.push(sample);
+    sample[Quantity::Amps] = 0;
+    detector.push(sample);
+    sample.time = kMax;
+    detector.push(sample); // the arc has been out for longer than the largest time
+    sample[Quantity::Amps] = 50;
+    detector.push(sample);
+    detector.finish(kMax);
+    const std::string limit = std::to_string(kMax / kStep);
+    EXPECT_THAT(record.events(), ElementsAre("start -" + limit, "burns -" + limit, "end -" + limit,
+                                             "start " + limit, "burns " + limit, "end " + limit));
 }
 
 } // namespace

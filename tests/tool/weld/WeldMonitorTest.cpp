@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <limits>
 
 namespace TelvaneTool
 {
@@ -143,6 +144,50 @@ TEST_F(WeldMonitorTest, DoesNotCountSamplesFromBeforeItStartedAsLost)
 TEST_F(WeldMonitorTest, ReportsUndecodableRecords)
 {
     EXPECT_THAT(m_monitor.summary(3), HasSubstr("could not be decoded: 3\n"));
+}
+
+TEST_F(WeldMonitorTest, CountsLossesUpToTheLargestSampleNumber)
+{
+    start(1);
+    sample(2'147'483'647, 180, 20);
+    sample(0, 180, 20);
+    sample(1, 180, 20);
+    EXPECT_THAT(m_monitor.summary(0), HasSubstr("lost 2147483647 by"));
+}
+
+TEST_F(WeldMonitorTest, CountsNoLossesAfterNegativeSampleNumbers)
+{
+    start(1);
+    sample(-2'147'483'647 - 1, 180, 20);
+    sample(0, 180, 20);
+    sample(1, 180, 20);
+    EXPECT_THAT(m_monitor.summary(0), HasSubstr("lost 0 by"));
+}
+
+TEST_F(WeldMonitorTest, ShowsAWeldWhoseTimesAreOutOfBounds)
+{
+    for (const auto& [first, last] :
+         {std::pair<long long, long long>(-9'223'372'036'854'775'807, 9'223'372'036'854'775),
+          {9'223'372'036'854'775, -9'223'372'036'854'775'807}}) {
+        Telvane::WeldTriggerStart begin;
+        begin.timestamp.time.tv_sec = static_cast<time_t>(first);
+        m_monitor.take(begin);
+        Telvane::WeldTraceData record;
+        record.data.amps = 180;
+        record.timestamp.time.tv_sec = static_cast<time_t>(last);
+        m_monitor.take(record);
+        EXPECT_THAT(m_monitor.liveLine(80), HasSubstr(first < last ? "9223372036.9 s" : "-9223372036.9 s"));
+    }
+}
+
+TEST_F(WeldMonitorTest, DrawsTheChartAlsoAfterACurrentThatIsInfinite)
+{
+    start(1);
+    sample(0, std::numeric_limits<double>::infinity(), 20);
+    for (int i = 2; i < 8; ++i) {
+        sample(i, 180, 20);
+    }
+    EXPECT_THAT(m_monitor.liveLine(80), EndsWith("##"));
 }
 
 } // namespace

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
+
 namespace TelvaneTool
 {
 namespace
@@ -85,6 +87,17 @@ TEST(WeldSummary, IsZeroWithoutSamples)
     EXPECT_EQ(summary.arcTime(), 0);
     EXPECT_EQ(summary.mean(Quantity::Amps), 0.0);
     EXPECT_EQ(summary.energy(), 0.0);
+}
+
+TEST(WeldSummary, LastsAtMostForTheLargestTime)
+{
+    constexpr Nanoseconds kMax = std::numeric_limits<Nanoseconds>::max();
+    WeldSummary summary(false);
+    summary.add(sampleAt(-kMax, 100, 20), true);
+    summary.add(sampleAt(kMax, 100, 20), true);
+    summary.end(sampleAt(kMax, 0, 0));
+    EXPECT_EQ(summary.arcTime(), kMax);
+    EXPECT_DOUBLE_EQ(summary.mean(Quantity::Amps), 100.0);
 }
 
 } // namespace

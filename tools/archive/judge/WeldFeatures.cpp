@@ -3,6 +3,7 @@
 
 #include "archive/judge/Judge.h"
 #include "archive/welds/WeldMeasures.h"
+#include "common/support/Saturating.h"
 
 #include <algorithm>
 #include <cmath>
@@ -15,7 +16,7 @@ namespace
 
 constexpr double kNanosecond = 1e-9;
 constexpr double kLargestSkip = 0.2; ///< of the weld
-constexpr std::int64_t kWindowSamples = 5;
+constexpr double kWindowSamples = 5.0;
 
 constexpr Column kOfMainPhase[] = {Column::MeanAmps,    Column::SdAmps,  Column::MeanVolts, Column::SdVolts,
                                    Column::MeanWfs,     Column::SdWfs,   Column::MeanGas,   Column::SdGas,
@@ -90,15 +91,15 @@ Status readFeatures(ArchiveReader& reader, const Weld& weld, const JudgeSettings
     const double to = whole - std::min(settings.skipEnd, whole * kLargestSkip);
     const std::int64_t periodUs = weld.whole(Column::SamplePeriodUs);
     features.start = from;
-    features.window = std::max(settings.window, static_cast<double>(kWindowSamples * periodUs) * 1e-6);
+    features.window = std::max(settings.window, kWindowSamples * static_cast<double>(periodUs) * 1e-6);
 
     const std::int64_t start = weld.whole(Column::StartNs);
     WeldMeasures measures(SampleClock(start, periodUs));
     Windows windows(from, features.window);
     constexpr std::size_t kPage = 50'000;
     std::vector<Sample> samples;
-    auto next = static_cast<std::int64_t>(from / kNanosecond);
-    const auto end = static_cast<std::int64_t>(to / kNanosecond);
+    auto next = TelvaneTool::toSaturated<std::int64_t>(from / kNanosecond);
+    const auto end = TelvaneTool::toSaturated<std::int64_t>(to / kNanosecond);
     Status status;
     do {
         samples.clear();
@@ -106,7 +107,7 @@ Status readFeatures(ArchiveReader& reader, const Weld& weld, const JudgeSettings
         for (Sample& sample : samples) {
             next = sample.time + 1;
             windows.add(static_cast<double>(sample.time) * kNanosecond, sample);
-            sample.time += start;
+            sample.time = TelvaneTool::addSaturated(sample.time, start);
             measures.add(sample);
         }
     } while (status && samples.size() == kPage);

@@ -17,7 +17,9 @@ class SampleClock
 {
 public:
     /// \param periodUs  time between samples; 0 if unknown
-    SampleClock(std::int64_t start, std::int64_t periodUs) : m_start(start), m_period(periodUs * 1000) {}
+    SampleClock(std::int64_t start, std::int64_t periodUs)
+        : m_start(start), m_period(TelvaneTool::multiplySaturated<std::int64_t>(periodUs, 1000))
+    {}
 
     /// \return ns since the Unix epoch
     std::int64_t momentOf(const Sample& sample) const

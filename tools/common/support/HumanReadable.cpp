@@ -134,12 +134,14 @@ std::string printNumber(std::uint64_t count, const std::string& noun)
 
 std::string printMoment(Nanoseconds sinceEpoch)
 {
-    const auto seconds = static_cast<time_t>(sinceEpoch / kSecond);
+    // The fraction also counts forward before 1970.
+    const Nanoseconds fraction = (sinceEpoch % kSecond + kSecond) % kSecond;
+    const auto seconds = static_cast<time_t>(sinceEpoch / kSecond - (sinceEpoch % kSecond < 0 ? 1 : 0));
     tm parts = {};
     gmtime_r(&seconds, &parts);
     char text[32] = {};
     std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
-    return text + formatted(".%06dZ", static_cast<int>(sinceEpoch % kSecond / kMicrosecond));
+    return text + formatted(".%06dZ", static_cast<int>(fraction / kMicrosecond));
 }
 
 } // namespace TelvaneTool

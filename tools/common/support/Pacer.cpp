@@ -1,5 +1,7 @@
 #include "common/support/Pacer.h"
 
+#include "common/support/Saturating.h"
+
 #include <algorithm>
 
 namespace TelvaneTool
@@ -29,14 +31,14 @@ bool Pacer::waitUntil(Nanoseconds moment)
     if (m_speed <= 0.0) {
         return m_sleepUntil(0);
     }
-    m_due = m_base + static_cast<Nanoseconds>(static_cast<double>(moment - m_start) / m_speed);
-    const Nanoseconds now = monotonicNow();
-    const Nanoseconds behind = now - m_due;
+    const Nanoseconds recorded = subtractSaturated(moment, m_start);
+    m_due = addSaturated(m_base, toSaturated<Nanoseconds>(static_cast<double>(recorded) / m_speed));
+    const Nanoseconds behind = subtractSaturated(monotonicNow(), m_due);
     if (behind > m_tolerance) {
         const Nanoseconds lost = behind - m_tolerance;
-        m_base += lost;
-        m_due += lost;
-        m_late += lost;
+        m_base = addSaturated(m_base, lost);
+        m_due = addSaturated(m_due, lost);
+        m_late = addSaturated(m_late, lost);
     }
     return m_sleepUntil(m_due);
 }

@@ -3,6 +3,7 @@
 // Arithmetic that stops at the limits of its type instead of overflowing. Numbers that come from the bus or from
 // a file can have any value.
 
+#include <cmath>
 #include <limits>
 #include <type_traits>
 
@@ -43,6 +44,22 @@ Number multiplySaturated(Number a, Number b)
     }
     return (a < Number(0)) != (b < Number(0)) ? std::numeric_limits<Number>::min()
                                               : std::numeric_limits<Number>::max();
+}
+
+/// \return the value without its fraction, or the nearest integer in range; 0 if it is not a number
+template <class Integer>
+Integer toSaturated(double value)
+{
+    // The maximum itself may have no exact double; the limit is the first value above it.
+    constexpr double kLimit = static_cast<double>(std::numeric_limits<Integer>::max() / 2 + 1) * 2.0;
+    constexpr double kMin = static_cast<double>(std::numeric_limits<Integer>::min());
+    if (value >= kLimit) {
+        return std::numeric_limits<Integer>::max();
+    }
+    if (value <= kMin) {
+        return std::numeric_limits<Integer>::min();
+    }
+    return std::isnan(value) ? Integer(0) : static_cast<Integer>(value);
 }
 
 } // namespace TelvaneTool

@@ -5,6 +5,8 @@
 #include "telvane-web/live/LiveWeld.h"
 
 #include "common/support/Json.h"
+#include "common/support/Saturating.h"
+#include "common/weld/WeldMatcher.h"
 
 #include <cmath>
 #include <cstdio>
@@ -26,11 +28,6 @@ constexpr std::int64_t kMeasuredSamples = 4000; // enough for the period to 0.05
 constexpr double kDefaultPeriod = 0.0005;
 constexpr std::size_t kMaxText = 2000;
 constexpr double kMicrosecondsPerSecond = 1e6;
-
-Nanoseconds timeOf(const Telvane::DateTime& time)
-{
-    return Nanoseconds{time.time.tv_sec} * kSecond + time.time.tv_nsec;
-}
 
 void addMilliseconds(cJSON* object, const char* key, Nanoseconds wallClock)
 {
@@ -153,7 +150,7 @@ void LiveWeld::take(const WeldTraceData& trace, Nanoseconds now, Nanoseconds wal
 
 void LiveWeld::measurePeriod(const WeldTraceData& trace)
 {
-    const Nanoseconds time = timeOf(trace.timestamp);
+    const Nanoseconds time = stampOf(trace.timestamp);
     if (m_firstNumber < 0) {
         m_firstNumber = trace.sequence;
         m_firstTime = time;
@@ -164,7 +161,7 @@ void LiveWeld::measurePeriod(const WeldTraceData& trace)
     if (samples < kFirst || samples % kFirst != 0 || time <= m_firstTime) {
         return;
     }
-    m_period = inSeconds(time - m_firstTime) / static_cast<double>(samples);
+    m_period = inSeconds(subtractSaturated(time, m_firstTime)) / static_cast<double>(samples);
     m_periodGiven = samples >= kMeasuredSamples;
     enterState();
 }
@@ -242,7 +239,7 @@ std::string LiveWeld::stateJson() const
         addNumber(weld, "tag", m_start.tag);
     }
     if (m_startKnown) {
-        addMilliseconds(weld, "started", timeOf(m_start.timestamp));
+        addMilliseconds(weld, "started", stampOf(m_start.timestamp));
         addNumber(weld, "program", m_start.program);
         addText(weld, "side", shortened(m_start.FeederSide, 80));
         cJSON* const set = cJSON_AddObjectToObject(weld, "set");

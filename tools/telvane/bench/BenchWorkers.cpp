@@ -4,6 +4,7 @@
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
 #include "common/cli/Signals.h"
+#include "common/support/Saturating.h"
 
 #include <Telvane/EventServer.h>
 #include <Telvane/RecordTable.h>
@@ -105,12 +106,12 @@ int runBenchSubscriber(const BenchSettings& settings, BenchBoard& board, int ind
     BusConnection bus(BusConnection::Output::Unused, BusConnection::Interruption::Aborts);
     int result = bus.connect(settings.path, settings.wait);
     if (result == kSuccess) {
-        result = bus.subscribe(settings.channel, BenchRecord(),
-                               [&own](void*, Telvane::TelvaneDataTypeBase* record, int, void*) {
-                                   const auto sent = static_cast<const BenchRecord&>(*record).sent;
-                                   own.latencies.add(monotonicNow() - static_cast<Nanoseconds>(sent));
-                                   ++own.received;
-                               });
+        result = bus.subscribe(
+            settings.channel, BenchRecord(), [&own](void*, Telvane::TelvaneDataTypeBase* record, int, void*) {
+                const auto sent = static_cast<const BenchRecord&>(*record).sent;
+                own.latencies.add(subtractSaturated(monotonicNow(), toSaturated<Nanoseconds>(sent)));
+                ++own.received;
+            });
     }
     if (result == kSuccess && !bus.stopping()) {
         discardOutput(STDERR_FILENO);
@@ -134,7 +135,9 @@ int runBenchPublisher(const BenchSettings& settings, BenchBoard& board, int inde
             const Nanoseconds end = begin + settings.duration;
             for (Nanoseconds now = begin; now < end && !bus.stopping(); now = monotonicNow()) {
                 if (settings.rate > 0.0) {
-                    const Nanoseconds due = begin + nanoseconds(record.number / settings.rate);
+                    const Nanoseconds due =
+                        addSaturated(begin, toSaturated<Nanoseconds>(record.number / settings.rate *
+                                                                     static_cast<double>(kSecond)));
                     if (due >= end || (due > now && !bus.sleepUntil(due))) {
                         bus.sleepUntil(end);
                         break;

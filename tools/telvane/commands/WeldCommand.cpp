@@ -5,6 +5,7 @@
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
 #include "common/support/HumanReadable.h"
+#include "common/support/Saturating.h"
 #include "weld/WeldOptions.h"
 #include "weld/WeldPublisher.h"
 #include "weld/WeldSource.h"
@@ -34,7 +35,7 @@ struct Options
 void replay(BusConnection& bus, SampleSource& samples, WeldPublisher& publisher, const Options& options)
 {
     WeldDetector::Settings settings = options.detector;
-    settings.hold = nanoseconds(options.hold);
+    settings.hold = toSaturated<Nanoseconds>(options.hold * static_cast<double>(kSecond));
     publishWelds(samples, publisher, settings, [&bus] { return bus.stopping(); });
 }
 

@@ -3,8 +3,10 @@
 #include "catalogue/ConsumableNames.h"
 #include "common/support/HumanReadable.h"
 #include "common/support/JsonPath.h"
+#include "common/support/Saturating.h"
 
 #include <algorithm>
+#include <cstdlib>
 
 namespace TelvaneTool
 {
@@ -22,8 +24,9 @@ std::string seconds(Nanoseconds time)
 /// Exact to the microsecond, unlike a double.
 std::string unixTime(Nanoseconds moment)
 {
-    return formatted("%lld.%06d", static_cast<long long>(moment / kSecond),
-                     static_cast<int>(moment % kSecond / kMicrosecond));
+    const Nanoseconds fraction = moment % kSecond;
+    return (moment < 0 ? "-" : "") + formatted("%lld.%06d", std::llabs(moment / kSecond),
+                                               std::abs(static_cast<int>(fraction / kMicrosecond)));
 }
 
 /// \return the text as a CSV field, in quotes if necessary
@@ -123,10 +126,10 @@ std::string RecordFormatter::print(const Arrival& arrival)
     if (wantsNames) {
         addConsumableNames(tree.get(), arrival.recordClass->table());
     }
-    const Nanoseconds delta = m_last < 0 ? 0 : arrival.time - m_last;
+    const Nanoseconds delta = subtractSaturated(arrival.time, m_last.value_or(arrival.time));
     m_last = arrival.time;
     const auto [last, isFirst] = m_lastOfChannel.try_emplace(arrival.channel, arrival.time);
-    const Nanoseconds channelDelta = arrival.time - last->second;
+    const Nanoseconds channelDelta = subtractSaturated(arrival.time, last->second);
     last->second = arrival.time;
     const std::string& payload = wantsNames ? printJson(tree.get()) : arrival.payload;
     return m_settings.format.empty() ? printJsonLine(arrival, payload, delta)

@@ -7,6 +7,7 @@
 #include <Telvane/RecordCatalogue.h>
 
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -52,7 +53,7 @@ private:
                             Nanoseconds delta, Nanoseconds channelDelta) const;
 
     const Settings m_settings;
-    Nanoseconds m_last = -1;
+    std::optional<Nanoseconds> m_last;
     std::map<std::string, Nanoseconds> m_lastOfChannel;
 };
 

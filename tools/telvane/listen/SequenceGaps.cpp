@@ -1,18 +1,13 @@
 #include "listen/SequenceGaps.h"
 
+#include "common/bus/SequenceNumbers.h"
+
 namespace TelvaneTool
 {
 
-namespace
-{
-
-constexpr int kNumbers = 65536; // then they start again at 0
-
-} // namespace
-
 void SequenceGaps::take(int sequence)
 {
-    if (sequence < 0 || sequence >= kNumbers) {
+    if (sequence < 0 || sequence >= kSequenceNumbers) {
         return; // not a number that a server gives
     }
     const std::lock_guard<std::mutex> guard(m_lock);
@@ -20,7 +15,7 @@ void SequenceGaps::take(int sequence)
         m_first = sequence;
     } else {
         // Numbers arrive in order, so a repeated number means a full cycle.
-        m_missing += static_cast<std::uint64_t>((sequence - m_last - 1 + kNumbers) % kNumbers);
+        m_missing += static_cast<std::uint64_t>(sequencesBetween(m_last, sequence));
     }
     m_last = sequence;
 }

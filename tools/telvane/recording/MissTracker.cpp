@@ -2,6 +2,7 @@
 
 #include "common/bus/DecodedRecord.h"
 #include "common/bus/RecordBuilder.h"
+#include "common/bus/SequenceNumbers.h"
 
 #include <algorithm>
 #include <string>
@@ -14,7 +15,6 @@ namespace TelvaneTool
 namespace
 {
 
-constexpr int kSequences = 65536; ///< sequence numbers of the server, which then start again at 0
 constexpr Nanoseconds kAskPeriod = kSecond / 2;
 /// The end of a burst may be missing without a later message that shows a gap.
 constexpr std::uint64_t kMinBurst = 50;
@@ -48,7 +48,7 @@ void MissTracker::addSequence(int sequence)
 {
     const Nanoseconds now = monotonicNow();
     if (m_lastSequence >= 0) {
-        auto missing = static_cast<std::uint64_t>((sequence - m_lastSequence - 1 + kSequences) % kSequences);
+        auto missing = static_cast<std::uint64_t>(sequencesBetween(m_lastSequence, sequence));
         const std::uint64_t own = std::min(missing, m_ownRequests);
         missing -= own;
         m_ownRequests -= own;

@@ -1,5 +1,6 @@
 #include "recording/RecordingSummary.h"
 
+#include "common/bus/SequenceNumbers.h"
 #include "common/support/HumanReadable.h"
 #include "common/support/Json.h"
 #include "common/support/Saturating.h"
@@ -13,7 +14,6 @@ namespace TelvaneTool
 namespace
 {
 
-constexpr int kSequences = 65536;  ///< sequence numbers of the server, which then start again at 0
 constexpr int kMaxSkipped = 32768; ///< a larger step means that the server was restarted
 
 double perSecond(double amount, Nanoseconds span)
@@ -53,8 +53,7 @@ Nanoseconds RecordingSummary::span() const
 
 void RecordingSummary::countGaps(int sequence)
 {
-    const std::int64_t difference = std::int64_t(sequence) - m_lastSequence;
-    const auto step = static_cast<int>((difference % kSequences + kSequences) % kSequences);
+    const int step = sequenceStep(m_lastSequence, sequence);
     if (step == 0 || step > kMaxSkipped) {
         ++m_restarts;
     } else if (step > 1) {

@@ -7,6 +7,7 @@
 #include "weld/CsvRecording.h"
 
 #include "common/support/CsvFields.h"
+#include "common/support/Saturating.h"
 
 #include <algorithm>
 #include <cmath>
@@ -155,7 +156,7 @@ void CsvRecording::lookAhead(const Row& first)
         if (m_ahead[i].newGroup) {
             break;
         }
-        intervals.push_back(m_ahead[i].sample.time - previous);
+        intervals.push_back(subtractSaturated(m_ahead[i].sample.time, previous));
         previous = m_ahead[i].sample.time;
     }
     if (!intervals.empty()) {
@@ -210,7 +211,7 @@ bool CsvRecording::readFields(Row& row)
         row.sample.values[i] = mapping.apply(value);
     }
     if (m_timeForm == TimeForm::Rows) {
-        row.sample.time = static_cast<Nanoseconds>(number) * m_options.period;
+        row.sample.time = multiplySaturated(static_cast<Nanoseconds>(number), m_options.period);
     } else if (!readTime(row.sample.time)) {
         return false;
     }
@@ -267,10 +268,10 @@ bool CsvRecording::readClock(Nanoseconds& time)
         return false;
     }
     m_timeForm = TimeForm::TimeOfDay;
-    time += m_midnight;
+    time = addSaturated(time, m_midnight);
     if (m_inGroup && time < m_previousTime - kDay / 2) {
-        m_midnight += kDay;
-        time += kDay;
+        m_midnight = addSaturated(m_midnight, kDay);
+        time = addSaturated(time, kDay);
     }
     return true;
 }

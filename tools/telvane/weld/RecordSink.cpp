@@ -1,6 +1,7 @@
 #include "weld/RecordSink.h"
 
 #include "common/bus/BusConnection.h"
+#include "common/bus/SequenceNumbers.h"
 #include "common/cli/Messages.h"
 #include "common/support/Json.h"
 #include "common/support/Saturating.h"
@@ -17,7 +18,6 @@ namespace
 {
 
 constexpr std::size_t kMaxPending = 262144;
-constexpr std::uint64_t kSequences = 65536; ///< sequence numbers of a server
 
 } // namespace
 
@@ -66,7 +66,7 @@ void RecordingSink::publish(const std::string& channel, Telvane::TelvaneDataType
     }
     const std::string payload = printJson(JsonTree(packaged).get());
     m_last = std::max(m_last, subtractSaturated(stamp, m_started));
-    RecordedMessage message = {m_last, channel, static_cast<int>(m_records++ % kSequences), payload};
+    RecordedMessage message = {m_last, channel, static_cast<int>(m_records++ % kSequenceNumbers), payload};
     message.group = group;
     appendMessage(m_pending, message);
     if (m_pending.size() >= kMaxPending) {

@@ -5,6 +5,8 @@
 
 #include "weld/SimulatedWeld.h"
 
+#include "common/support/Saturating.h"
+
 #include <algorithm>
 #include <cmath>
 
@@ -77,7 +79,7 @@ SampleSource::Next SimulatedWeld::next(WeldSample& sample)
         }
     }
     sample = measure();
-    sample.time = static_cast<Nanoseconds>(m_index++) * m_settings.period;
+    sample.time = multiplySaturated(static_cast<Nanoseconds>(m_index++), m_settings.period);
     return first ? Next::NewGroup : Next::Sample;
 }
 

@@ -3,13 +3,16 @@
 
 #include "weld/WeldDetector.h"
 
+#include "common/support/Saturating.h"
+
 namespace TelvaneTool
 {
 
 void WeldDetector::push(const WeldSample& sample)
 {
     const bool burning = sample[Quantity::Amps] > m_settings.threshold;
-    if (m_welding && !m_below.empty() && sample.time - m_below.front().time >= m_settings.hold) {
+    if (m_welding && !m_below.empty() &&
+        subtractSaturated(sample.time, m_below.front().time) >= m_settings.hold) {
         end(WeldSample(m_below.front()));
     }
     if (!m_welding) {
@@ -37,7 +40,7 @@ void WeldDetector::finish(Nanoseconds period)
         return;
     }
     WeldSample last = m_lastBurning;
-    last.time += period;
+    last.time = addSaturated(last.time, period);
     end(m_below.empty() ? last : WeldSample(m_below.front()));
 }
 

@@ -3,6 +3,7 @@
 #include "common/cli/Terminal.h"
 #include "common/support/HumanReadable.h"
 #include "common/support/Saturating.h"
+#include "common/weld/WeldMatcher.h"
 
 #include <algorithm>
 #include <cmath>
@@ -24,12 +25,6 @@ namespace
 
 constexpr Nanoseconds kColumnTime = kSecond / 5;
 constexpr std::size_t kMaxColumns = 60;
-
-Nanoseconds timeOf(const DateTime& stamp)
-{
-    return addSaturated<Nanoseconds>(multiplySaturated<Nanoseconds>(stamp.time.tv_sec, kSecond),
-                                     stamp.time.tv_nsec);
-}
 
 std::string withUnit(double value, const std::string& unit)
 {
@@ -96,7 +91,7 @@ void WeldMonitor::take(const WeldTriggerStart& start)
     arrived(start.messageSerial);
     m_welding = true;
     m_tag = start.tag;
-    m_start = timeOf(start.timestamp);
+    m_start = stampOf(start.timestamp);
     m_latest = m_start;
     m_nextSequence = 0;
     m_columns.clear();
@@ -117,10 +112,10 @@ void WeldMonitor::take(const WeldTraceData& trace)
         return; // the start was before the subscription
     }
     if (trace.sequence > m_nextSequence) {
-        m_missed += static_cast<std::uint64_t>(trace.sequence - m_nextSequence);
+        m_missed = addSaturated(m_missed, static_cast<std::uint64_t>(trace.sequence - m_nextSequence));
     }
-    m_nextSequence = std::int64_t(trace.sequence) + 1;
-    m_latest = timeOf(trace.timestamp);
+    m_nextSequence = std::max<std::int64_t>(0, std::int64_t(trace.sequence) + 1);
+    m_latest = stampOf(trace.timestamp);
     addToChart(m_latest, trace.data);
 }
 
@@ -137,7 +132,8 @@ void WeldMonitor::addToChart(Nanoseconds time, const WeldTraceDataPoint& point)
     if (m_columns.empty() || subtractSaturated(time, m_columns.back().begin) >= kColumnTime) {
         if (!m_columns.empty()) {
             const Column& whole = m_columns.back();
-            m_ampsScale = std::max(m_ampsScale, whole.amps / whole.samples);
+            const double mean = whole.amps / whole.samples;
+            m_ampsScale = std::isfinite(mean) ? std::max(m_ampsScale, mean) : m_ampsScale;
         }
         Column column;
         column.begin = time;

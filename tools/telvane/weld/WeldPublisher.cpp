@@ -3,6 +3,8 @@
 
 #include "weld/WeldPublisher.h"
 
+#include "common/support/Saturating.h"
+
 #include <Telvane/WireComputations.h>
 
 #include <algorithm>
@@ -112,8 +114,8 @@ void WeldPublisher::beginGroup(const WeldSample& first)
     m_pacer.begin(first.time, m_source.traits().period);
     if (!m_source.traits().absoluteTime) {
         // Time stamps never go back, even if a group is replayed faster than recorded.
-        const Nanoseconds earliest = m_begun ? m_lastMoment + m_stampOffset : 0;
-        m_stampOffset = std::max(realTimeNow(), earliest) - first.time;
+        const Nanoseconds earliest = m_begun ? addSaturated(m_lastMoment, m_stampOffset) : 0;
+        m_stampOffset = subtractSaturated(std::max(realTimeNow(), earliest), first.time);
     }
     m_begun = true;
 }
@@ -129,13 +131,14 @@ bool WeldPublisher::waitUntil(Nanoseconds moment)
 
 DateTime WeldPublisher::stamp(Nanoseconds moment)
 {
-    m_stamp = m_settings.stampNow ? realTimeNow() : moment + m_stampOffset;
+    m_stamp = m_settings.stampNow ? realTimeNow() : addSaturated(moment, m_stampOffset);
     return toDateTime(m_stamp);
 }
 
 void WeldPublisher::publish(const std::string& channel, Telvane::TelvaneDataTypeBase& record, int& serial)
 {
-    serial = ++m_serial;
+    m_serial = addSaturated(m_serial, 1);
+    serial = m_serial;
     if (m_ledger.isOpen()) {
         m_ledger.note(serial);
     }
@@ -210,7 +213,7 @@ void WeldPublisher::abort()
     m_aborted = true;
     if (m_welding) {
         WeldSample end = m_summary.last();
-        end.time += m_source.traits().period;
+        end.time = addSaturated(end.time, m_source.traits().period);
         endWeld(end);
     }
 }
@@ -222,7 +225,8 @@ void WeldPublisher::endWeld(const WeldSample& end)
     m_lifetimeHours += inSeconds(m_summary.arcTime()) / kSecondsPerHour;
     WeldTriggerEnd record;
     record.timestamp = stamp(end.time);
-    record.tag = m_tag++;
+    record.tag = m_tag;
+    m_tag = addSaturated(m_tag, 1);
     record.lifetimeArcHours = m_lifetimeHours;
     record.metrics = weldMetrics(m_summary, m_source.traits(), m_setup);
     publish(kEndChannel, record, record.messageSerial);

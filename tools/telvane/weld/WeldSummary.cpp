@@ -5,6 +5,8 @@
 
 #include "weld/WeldSummary.h"
 
+#include "common/support/Saturating.h"
+
 namespace TelvaneTool
 {
 
@@ -29,9 +31,9 @@ void WeldSummary::close(const WeldSample& next)
     if (!m_lastBurning) {
         return;
     }
-    const Nanoseconds lasted = next.time - m_last.time;
+    const Nanoseconds lasted = subtractSaturated(next.time, m_last.time);
     const double seconds = inSeconds(lasted);
-    m_arcTime += lasted;
+    m_arcTime = addSaturated(m_arcTime, lasted);
     for (std::size_t i = 0; i < kQuantities; ++i) {
         m_integrals[i] += m_last.values[i] * seconds;
     }
