@@ -160,6 +160,32 @@ lost="the server at"
     [ "$status" -eq 130 ]
 }
 
+@test "a blocked weld reports what it published before it is interrupted" {
+    # On a busy machine, the program may be ended before it has printed.
+    for _ in 1 2 3 4 5 6 7 8; do
+        start_server
+        start weld "$TELVANE" weld "$bus" --duration 600 --speed 0
+        weld=$started
+        await server.err "client [0-9]* .*connected"
+        kill -STOP "$server"
+        # Until the socket's buffer is full, the program uses the processor.
+        used=
+        while [ "$(cut -d' ' -f 14,15 "/proc/$weld/stat")" != "$used" ]; do
+            used=$(cut -d' ' -f 14,15 "/proc/$weld/stat")
+            sleep 0.1
+        done
+        kill -INT "$weld"
+        finish "$weld"
+        [ "$status" -eq 130 ]
+        kill -KILL "$server"
+        finish "$server"
+        if grep -q "published 1 weld with [0-9]* samples" weld.err; then
+            return
+        fi
+    done
+    false
+}
+
 @test "listen succeeds when interrupted, its usual end" {
     start_server
     start_listener LogData
@@ -258,4 +284,25 @@ sys.exit(waiting < 61440)' <&8; do sleep 0.02; done
     finish "$listener"
     [ "$status" -eq 130 ]
     exec 8<&-
+}
+
+@test "commands that read a file can be interrupted" {
+    mkfifo input
+    exec 4<>input
+    for command in "info" "show" "plot -o weld.svg"; do
+        # shellcheck disable=SC2086
+        start reader "$TELVANE" $command input
+        reader=$started
+        tries=0
+        until [ -n "$(find "/proc/$reader/fd" -lname "*/input" 2>/dev/null)" ]; do
+            tries=$((tries + 1))
+            [ "$tries" -lt 1500 ]
+            sleep 0.02
+        done
+        kill -INT "$reader"
+        finish "$reader"
+        [ "$status" -eq 130 ]
+    done
+    exec 4>&-
+    [ ! -e weld.svg ]
 }

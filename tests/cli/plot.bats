@@ -117,3 +117,20 @@ record_weld() {
         [ "$status" -eq 2 ]
     done
 }
+
+@test "plot ends gnuplot when it is interrupted" {
+    record_weld --duration 1.5 --period-us 5000
+    mkdir programs
+    # shellcheck disable=SC2016
+    printf '#!/bin/sh\necho $$ >%s/pid\nexec sleep 600\n' "$directory" >programs/gnuplot
+    chmod +x programs/gnuplot
+    PATH=$directory/programs:$PATH start plot "$TELVANE" plot weld.jsonl -o weld.svg
+    plot=$started
+    await pid '[0-9]'
+    kill -TERM "$plot"
+    finish "$plot"
+    [ "$status" -eq 143 ]
+    run kill -0 "$(cat pid)"
+    [ "$status" -ne 0 ]
+    [ ! -e weld.svg ]
+}

@@ -4,6 +4,7 @@
 #include "common/cli/CommandLine.h"
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
+#include "common/cli/Signals.h"
 #include "common/support/HumanReadable.h"
 #include "common/support/Json.h"
 #include "recording/RecordingReader.h"
@@ -108,6 +109,8 @@ int importRecording(const Options& options, WeldImporter& importer, Status& stat
 
 int import(const Options& options)
 {
+    // The archive survives it at any point.
+    const TelvaneTool::TerminationSignals end(TelvaneTool::TerminationSignals::Effect::End);
     WeldImporter::Settings settings;
     settings.module = options.writer.module;
     const bool csv = !options.source.recording.path.empty();

@@ -3,6 +3,7 @@
 #include "common/cli/CommandLine.h"
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
+#include "common/cli/Signals.h"
 #include "common/support/HumanReadable.h"
 
 #include <algorithm>
@@ -119,6 +120,8 @@ int judgeByRules(const Options& options, ArchiveReader& reader, ArchiveStore* st
 
 int judge(const Options& options)
 {
+    // The archive survives it at any point.
+    const TelvaneTool::TerminationSignals end(TelvaneTool::TerminationSignals::Effect::End);
     std::map<Column, std::pair<double, double>> limits;
     for (const std::string& limit : options.limits) {
         if (!readLimit(limit, limits)) {

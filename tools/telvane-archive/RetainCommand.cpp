@@ -4,6 +4,7 @@
 #include "common/cli/CommandOptions.h"
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
+#include "common/cli/Signals.h"
 #include "common/support/HumanReadable.h"
 #include "common/support/Json.h"
 #include "common/support/Table.h"
@@ -69,6 +70,8 @@ int retain(const Options& options)
     if (options.plan) {
         return printPlan(options);
     }
+    // The archive survives it at any point.
+    const TelvaneTool::TerminationSignals end(TelvaneTool::TerminationSignals::Effect::End);
     Status status;
     const auto store = ArchiveStore::open(options.database, {}, status);
     if (!store) {

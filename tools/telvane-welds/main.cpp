@@ -35,5 +35,6 @@ int main(int argc, char** argv)
     }
     openStandardDescriptors();
     blockTerminationSignals();
+    const TerminationSignals end(TerminationSignals::Effect::End);
     return line.run(static_cast<int>(arguments.size()), arguments.data());
 }

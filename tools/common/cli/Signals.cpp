@@ -48,6 +48,17 @@ void blockTerminationSignals()
     signal(SIGPIPE, SIG_IGN); // NOLINT(bugprone-signal-handler): no handler
 }
 
+TerminationSignals::TerminationSignals(Effect effect)
+{
+    const sigset_t signals = terminationSignals();
+    pthread_sigmask(effect == Effect::Block ? SIG_BLOCK : SIG_UNBLOCK, &signals, &m_before);
+}
+
+TerminationSignals::~TerminationSignals()
+{
+    pthread_sigmask(SIG_SETMASK, &m_before, nullptr);
+}
+
 FileDescriptor openSignals()
 {
     const sigset_t signals = terminationSignals();

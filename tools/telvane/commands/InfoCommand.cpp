@@ -2,6 +2,7 @@
 #include "common/cli/CommandLine.h"
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
+#include "common/cli/Signals.h"
 #include "common/support/HumanReadable.h"
 #include "common/support/Saturating.h"
 #include "common/support/Table.h"
@@ -128,6 +129,7 @@ int describe(const std::string& path, const Options& options, std::string& text)
 
 int describeAll(const Options& options)
 {
+    const TerminationSignals end(TerminationSignals::Effect::End);
     int result = kSuccess;
     std::string text;
     for (const std::string& path : options.files) {

@@ -2,6 +2,7 @@
 #include "common/cli/CommandLine.h"
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
+#include "common/cli/Signals.h"
 #include "common/support/OutputFile.h"
 #include "plot/Gnuplot.h"
 #include "plot/WeldPlot.h"
@@ -107,6 +108,23 @@ int reportMissing(const WeldTraces& traces)
     return kSuccess;
 }
 
+constexpr int kUnreadable = -1;
+
+/// \return an exit code, or kUnreadable
+int read(const Options& options, WeldTraces& traces)
+{
+    const TerminationSignals end(TerminationSignals::Effect::End);
+    RecordingInput input(options.files, options.range);
+    if (!input.open()) {
+        return kUnreadable;
+    }
+    RecordedMessage message;
+    while (input.next(message)) {
+        traces.add(message);
+    }
+    return input.finish();
+}
+
 int plot(const Options& options)
 {
     for (const std::string& file : options.files) {
@@ -115,16 +133,11 @@ int plot(const Options& options)
             return kWrongUsage;
         }
     }
-    RecordingInput input(options.files, options.range);
-    if (!input.open()) {
+    WeldTraces traces;
+    const int readResult = read(options, traces);
+    if (readResult == kUnreadable) {
         return kWrongInput;
     }
-    WeldTraces traces;
-    RecordedMessage message;
-    while (input.next(message)) {
-        traces.add(message);
-    }
-    const int readResult = input.finish();
     const int result = std::max(reportMissing(traces), readResult);
     std::vector<RecordedWeld> welds = traces.welds();
     if (!choose(welds, options.welds)) {

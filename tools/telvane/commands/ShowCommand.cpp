@@ -2,6 +2,7 @@
 #include "common/cli/CommandLine.h"
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
+#include "common/cli/Signals.h"
 #include "common/support/ChannelPattern.h"
 #include "common/support/HumanReadable.h"
 #include "common/support/Saturating.h"
@@ -44,6 +45,7 @@ void reportMissed(const RecordedMessage& message, Nanoseconds started)
 
 int show(Options& options)
 {
+    const TerminationSignals end(TerminationSignals::Effect::End);
     if (!readFilters(options.format) || !checkFields(options.format, options.only, nullptr)) {
         return kWrongUsage;
     }

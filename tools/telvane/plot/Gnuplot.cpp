@@ -6,6 +6,7 @@
 
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
+#include "common/cli/Signals.h"
 #include "common/support/FileDescriptor.h"
 
 #include <array>
@@ -13,6 +14,7 @@
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
+#include <poll.h>
 #include <spawn.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
@@ -76,6 +78,35 @@ std::string readAll(int fd)
     }
 }
 
+/// Waits until gnuplot writes or ends, or until a signal arrives, which it does not get if it is for this process alone.
+/// \return the signal, or 0
+int awaitOutput(int fd, int signals)
+{
+    pollfd watched[] = {{fd, POLLIN, 0}, {signals, POLLIN, 0}};
+    while (poll(watched, 2, -1) < 0 && errno == EINTR) {
+    }
+    return (watched[1].revents & POLLIN) != 0 ? readSignal(signals) : 0;
+}
+
+/// \return the signal that interrupted it, or 0
+int readPicture(int fd, std::string& output)
+{
+    const TerminationSignals blocked(TerminationSignals::Effect::Block);
+    const FileDescriptor signals = openSignals();
+    std::array<char, 65536> buffer;
+    for (;;) {
+        if (const int signal = awaitOutput(fd, signals.get()); signal != 0) {
+            return signal;
+        }
+        const ssize_t size = read(fd, buffer.data(), buffer.size());
+        if (size > 0) {
+            output.append(buffer.data(), static_cast<std::size_t>(size));
+        } else if (size == 0 || errno != EINTR) {
+            return 0;
+        }
+    }
+}
+
 /// \return the line of gnuplot's messages that has the reason: the last one that is not empty
 std::string reasonIn(std::string messages)
 {
@@ -102,9 +133,15 @@ int runGnuplot(const std::string& script, std::string& output)
         return reportStartFailure(error);
     }
     writeEnd = FileDescriptor();
-    output = readAll(pipe.get());
+    const int signal = readPicture(pipe.get(), output);
+    if (signal != 0) {
+        kill(process, SIGKILL); // it has written nothing but to this process
+    }
     int status = 0;
     while (waitpid(process, &status, 0) < 0 && errno == EINTR) {
+    }
+    if (signal != 0) {
+        return kSignalBase + signal;
     }
     if (WIFSIGNALED(status)) {
         return kSignalBase + WTERMSIG(status);
