@@ -521,3 +521,26 @@ recording_of() {
         [ "$status" -eq 2 ]
     done
 }
+
+@test "an error while reading standard input is not taken for its end" {
+    start_server
+    reading=(python3 "$BATS_TEST_DIRNAME/reset_input.py")
+    cat >input.jsonl <<'LINES'
+{"telvaneRecording":1,"started":"2024-01-02T03:04:05.000000Z","server":"","channels":["LogData"],"part":1}
+{"ns":1,"channel":"LogData","sequence":1,"payload":{"log":"x"}}
+LINES
+    echo '{"log":"x"}' >record.json
+    printf 'amps,volts\n100,20\n100,20\n' >weld.csv
+    for command in "info -" "show -" "replay $bus -"; do
+        # shellcheck disable=SC2086
+        run "${reading[@]}" input.jsonl "$TELVANE" $command
+        [ "$status" -eq 4 ]
+        [[ $output == *"cannot read standard input: Connection reset by peer"* ]]
+    done
+    run "${reading[@]}" record.json "$TELVANE" publish "$bus" LogData -
+    [ "$status" -eq 4 ]
+    [[ $output == *"cannot read standard input: Connection reset by peer"* ]]
+    run "${reading[@]}" weld.csv "$TELVANE" weld "$bus" --csv - --amps amps --volts volts --period-us 500
+    [ "$status" -eq 4 ]
+    [[ $output == *"cannot read -: Connection reset by peer"* ]]
+}
