@@ -141,6 +141,22 @@ TEST_F(WeldMonitorTest, DoesNotCountSamplesFromBeforeItStartedAsLost)
     EXPECT_THAT(m_monitor.summary(0), HasSubstr("lost 0"));
 }
 
+TEST_F(WeldMonitorTest, ShowsAWeldThatBeganBefore)
+{
+    for (int i = 1000; i < 1020; ++i) {
+        sample(i, 180, 20);
+    }
+    EXPECT_EQ(m_monitor.takeEvents(), "a weld is in progress, shown from its sample 1000 on\n");
+    EXPECT_THAT(m_monitor.liveLine(80), StartsWith("weld ?    1.9 s   180 A  20.0 V  "));
+    sample(1021, 180, 20);
+    EXPECT_THAT(m_monitor.summary(0), HasSubstr("lost 1 by"));
+    Telvane::WeldTriggerEnd end;
+    end.tag = 7;
+    m_monitor.take(end);
+    EXPECT_EQ(m_monitor.takeEvents(), "weld 7 ended\n");
+    EXPECT_EQ(m_monitor.liveLine(80), "");
+}
+
 TEST_F(WeldMonitorTest, ReportsUndecodableRecords)
 {
     EXPECT_THAT(m_monitor.summary(3), HasSubstr("could not be decoded: 3\n"));

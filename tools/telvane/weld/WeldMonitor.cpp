@@ -90,7 +90,7 @@ void WeldMonitor::take(const WeldTriggerStart& start)
     const std::lock_guard<std::mutex> guard(m_lock);
     arrived(start.messageSerial);
     m_welding = true;
-    m_tag = start.tag;
+    m_tag = std::to_string(start.tag);
     m_start = stampOf(start.timestamp);
     m_latest = m_start;
     m_nextSequence = 0;
@@ -109,7 +109,7 @@ void WeldMonitor::take(const WeldTraceData& trace)
     arrived(trace.messageSerial);
     ++m_samples;
     if (!m_welding) {
-        return; // the start was before the subscription
+        join(trace);
     }
     if (trace.sequence > m_nextSequence) {
         m_missed = addSaturated(m_missed, static_cast<std::uint64_t>(trace.sequence - m_nextSequence));
@@ -117,6 +117,17 @@ void WeldMonitor::take(const WeldTraceData& trace)
     m_nextSequence = std::max<std::int64_t>(0, std::int64_t(trace.sequence) + 1);
     m_latest = stampOf(trace.timestamp);
     addToChart(m_latest, trace.data);
+}
+
+/// Shows a weld whose start was before the subscription, or was missed. Its tag is unknown until its end.
+void WeldMonitor::join(const WeldTraceData& trace)
+{
+    m_welding = true;
+    m_tag = "?";
+    m_start = stampOf(trace.timestamp);
+    m_nextSequence = trace.sequence;
+    m_columns.clear();
+    m_events += "a weld is in progress, shown from its sample " + std::to_string(trace.sequence) + " on\n";
 }
 
 void WeldMonitor::take(const WeldTriggerEnd& end)
@@ -179,9 +190,9 @@ std::string WeldMonitor::liveLine(std::size_t width) const
     }
     // The current column may have only a few samples; the previous one is steadier.
     const Column& shown = m_columns.size() > 1 ? m_columns[m_columns.size() - 2] : m_columns.back();
-    const std::string text =
-        formatted("weld %d %6.1f s %5.0f A %5.1f V  ", m_tag, inSeconds(subtractSaturated(m_latest, m_start)),
-                  shown.amps / shown.samples, shown.volts / shown.samples);
+    const std::string text = formatted("weld %s %6.1f s %5.0f A %5.1f V  ", m_tag.c_str(),
+                                       inSeconds(subtractSaturated(m_latest, m_start)),
+                                       shown.amps / shown.samples, shown.volts / shown.samples);
     const std::size_t used = text.size() + 1;
     return text + (width > used ? chart(width - used) : "");
 }

@@ -40,6 +40,7 @@ public:
 
 private:
     void arrived(int serial);
+    void join(const Telvane::WeldTraceData& trace);
     void addToChart(Nanoseconds time, const Telvane::WeldTraceDataPoint& point);
     std::string chart(std::size_t columns) const;
 
@@ -56,7 +57,7 @@ private:
     mutable std::mutex m_lock;
     std::string m_events;
     bool m_welding = false;
-    int m_tag = 0;
+    std::string m_tag;       ///< "?" if the start was not received
     Nanoseconds m_start = 0; ///< by the time stamps of the records
     Nanoseconds m_latest = 0;
     std::int64_t m_nextSequence = 0;
