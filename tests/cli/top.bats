@@ -41,6 +41,41 @@ load common
     grep -q $'\e\\[7m' page
 }
 
+# on_terminal <step...> -- <command...>: see on_terminal.py.
+on_terminal() {
+    run python3 "$BATS_TEST_DIRNAME/on_terminal.py" "$@"
+}
+
+@test "top takes keys" {
+    start_server
+    start_listener LogData WeldTraceData
+    on_terminal "expect:LogData.*(\n|.)*WeldTraceData(\n|.)*q quit  s sort:name" type:s "expect:s sort:rate" \
+        type:/Log "expect:filter: Log_" 'type:\r' "expect:/ filter:Log .*channels 1-1/1" \
+        type:p "expect:PAUSED  q quit" type:p "expect:\nq quit" type:h "expect:Keys of telvane top" \
+        type:x "expect:s sort:rate" type:q -- "$TELVANE" top "$bus" --interval 0.1 --wait 60
+    [ "$status" -eq 0 ]
+}
+
+@test "top restores the keys of the terminal" {
+    start_server
+    on_terminal "expect:q quit" type:q -- bash -c "stty -g >before; '$TELVANE' top '$bus' --wait 60; stty -g >after"
+    [ "$status" -eq 0 ]
+    cmp before after
+    on_terminal "expect:q quit" 'type:\x03' -- \
+        bash -c "trap : INT; stty -g >before; '$TELVANE' top '$bus' --wait 60; stty -g >after"
+    [ "$status" -eq 0 ]
+    cmp before after
+}
+
+@test "top shows the clients beside many channels in 24 lines" {
+    start_server
+    start listener "$TELVANE" listen "$bus" --verbose C{a,b,c,d,e,f}{a,b,c,d,e,f}
+    await listener.err ": listening$"
+    on_terminal "expect:channels 1-16/36 clients 1-2/2" "expect:CLIENT(\n|.)*telvane listen" 'type:\x1b[F' \
+        "expect:channels 21-36/36" "expect:\nCff" type:q -- "$TELVANE" top "$bus" --interval 0.1 --wait 60
+    [ "$status" -eq 0 ]
+}
+
 @test "top uses no colours with NO_COLOR" {
     start_server
     NO_COLOR=1 start terminal script -qec "echo \$\$ >pid; exec '$TELVANE' top '$bus' --interval 0.1 --wait 60" page

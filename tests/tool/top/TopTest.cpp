@@ -118,6 +118,30 @@ TEST(TopModel, SortsAsItIsTold)
     EXPECT_EQ(order(TopModel::Order::Bytes), "CAB");
 }
 
+TEST(TopModel, ComputesMissesPerSecond)
+{
+    TopModel model(kObserver);
+    ChannelStatus one = channel("One", 1, 1);
+    ChannelStatus two = channel("Two", 1, 1);
+    ClientStatus slow = client(5, 4711);
+    one.missed = 100;
+    model.update({one, two}, {slow}, kSecond);
+    EXPECT_EQ(model.channels(TopModel::Order::Name)[0].missedPerSecond, 0.0);
+    EXPECT_EQ(model.clients()[0].missedPerSecond, 0.0);
+    one.missed = 160;
+    slow.subscriptions[1].missed += 30;
+    ClientStatus successor = client(6, 4712);
+    model.update({one, two}, {slow, successor}, 4 * kSecond);
+    EXPECT_EQ(model.channels(TopModel::Order::Missed)[0].status.name, "One");
+    EXPECT_EQ(model.channels(TopModel::Order::Missed)[0].missedPerSecond, 20.0);
+    EXPECT_EQ(model.channels(TopModel::Order::Missed)[1].missedPerSecond, 0.0);
+    EXPECT_EQ(model.clients()[0].missedPerSecond, 10.0);
+    EXPECT_NEAR(model.clients()[1].missedPerSecond, 7.0 / 3.0, 1e-9) << "it connected meanwhile";
+    // Another process with the same descriptor counts from 0.
+    model.update({one, two}, {client(5, 4713)}, 5 * kSecond);
+    EXPECT_EQ(model.clients()[0].missedPerSecond, 7.0);
+}
+
 TEST(TopModel, FindsTheClassOfAPayload)
 {
     EXPECT_EQ(guessClass("LogData", ""), "LogData");
@@ -146,11 +170,12 @@ TEST(TopView, ShowsChannelsAndClients)
     const std::string text = printTop(busyModel(), settings, 1'704'164'645 * kSecond);
     EXPECT_THAT(text,
                 HasSubstr("/run/bus  03:04:05 UTC  2 channels, 1 clients  20.0k records/s, 2.0 MB/s\n"));
-    EXPECT_THAT(text, HasSubstr("Feed     -         1   20.0k   2.0 MB    20000       0    -\n"));
+    EXPECT_THAT(text, HasSubstr("Feed     -         1   20.0k   2.0 MB    20000       0       0    -\n"));
     EXPECT_THAT(
         text,
-        HasSubstr("LogData  same      1       0      0 B        5       0    -  {\"log\":\"arc ? on\"}\n"));
-    EXPECT_THAT(text, HasSubstr("     5  4711  welder  feeder      0 B      110       7  One Two\n"));
+        HasSubstr(
+            "LogData  same      1       0      0 B        5       0       0    -  {\"log\":\"arc ? on\"}\n"));
+    EXPECT_THAT(text, HasSubstr("     5  4711  welder  feeder      0 B      110       7       0  One Two\n"));
     EXPECT_THAT(text, Not(HasSubstr("\x1b")));
 }
 
@@ -184,6 +209,7 @@ TEST(TopView, PrintsJsonForPrograms)
     EXPECT_EQ(cJSON_GetNumberValue(cJSON_GetObjectItem(first, "rate")), 20'000.0);
     const cJSON* const clients = cJSON_GetObjectItem(tree.get(), "clients");
     EXPECT_EQ(cJSON_GetNumberValue(cJSON_GetObjectItem(clients->child, "missed")), 7.0);
+    EXPECT_EQ(cJSON_GetNumberValue(cJSON_GetObjectItem(clients->child, "missedPerSecond")), 0.0);
 }
 
 TEST(TerminalPage, DrawsNoMoreLinesThanThereAre)

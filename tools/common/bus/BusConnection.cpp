@@ -215,10 +215,15 @@ void BusConnection::waitOnce(std::unique_lock<std::mutex>& guard, Nanoseconds de
     }
 }
 
-bool BusConnection::awaitInput(int fd) const
+bool BusConnection::awaitInput(int fd, Nanoseconds deadline) const
 {
     pollfd watched[] = {{fd, POLLIN, 0}, {m_stopEvent.get(), POLLIN, 0}};
-    while (poll(watched, 2, -1) < 0 && errno == EINTR) {
+    const auto timeout = [deadline] {
+        constexpr Nanoseconds kMaxWait = 3600 * kSecond;
+        const Nanoseconds left = std::clamp<Nanoseconds>(deadline - monotonicNow(), 0, kMaxWait);
+        return deadline == kNoDeadline ? -1 : static_cast<int>((left + kMillisecond - 1) / kMillisecond);
+    };
+    while (poll(watched, 2, timeout()) < 0 && errno == EINTR) {
     }
     return !stopping();
 }

@@ -89,7 +89,7 @@ public:
 
     /// Waits until a descriptor can be read.
     /// \return false if the connection is stopping
-    bool awaitInput(int fd) const;
+    bool awaitInput(int fd, Nanoseconds deadline = kNoDeadline) const;
 
     /// Sleeps until a time on the monotonic clock.
     /// \return false if the connection is stopping

@@ -37,6 +37,15 @@ void TopModel::update(std::vector<ChannelStatus> channels, std::vector<ClientSta
 {
     const double seconds = inSeconds(time - m_time);
     const bool comparable = m_updates > 0 && seconds > 0.0;
+    // After a restart the server counts from 0.
+    const auto perSecond = [&](std::uint64_t current, std::uint64_t before) {
+        return comparable ? static_cast<double>(current >= before ? current - before : current) / seconds
+                          : 0.0;
+    };
+    std::map<std::pair<int, pid_t>, std::uint64_t> missedBefore;
+    for (const ClientRow& row : m_clients) {
+        missedBefore[{row.status.descriptor, row.status.process}] = row.missed;
+    }
     m_clients.clear();
     std::map<std::string, std::size_t> observed; // subscriptions of the observer
     for (ClientStatus& client : clients) {
@@ -51,6 +60,7 @@ void TopModel::update(std::vector<ChannelStatus> channels, std::vector<ClientSta
             row.relayed += subscription.relayed;
             row.missed += subscription.missed;
         }
+        row.missedPerSecond = perSecond(row.missed, missedBefore[{client.descriptor, client.process}]);
         row.status = std::move(client);
     }
     std::map<std::string, ChannelRow> previous;
@@ -65,12 +75,9 @@ void TopModel::update(std::vector<ChannelStatus> channels, std::vector<ClientSta
             row = std::move(found->second);
             previous.erase(found);
         }
-        // After a restart the server counts from 0.
-        const auto growth = [](std::uint64_t now, std::uint64_t before) {
-            return static_cast<double>(now >= before ? now - before : now);
-        };
-        row.rate = comparable ? growth(channel.publications, row.status.publications) / seconds : 0.0;
-        row.bytesPerSecond = comparable ? growth(channel.bytes, row.status.bytes) / seconds : 0.0;
+        row.rate = perSecond(channel.publications, row.status.publications);
+        row.bytesPerSecond = perSecond(channel.bytes, row.status.bytes);
+        row.missedPerSecond = perSecond(channel.missed, row.status.missed);
         if (row.recordClass.empty()) {
             row.recordClass = guessClass(channel.name, row.value);
         }
@@ -99,7 +106,9 @@ std::vector<TopModel::ChannelRow> TopModel::channels(Order order) const
     }
     if (order != Order::Name) {
         std::stable_sort(rows.begin(), rows.end(), [order](const ChannelRow& left, const ChannelRow& right) {
-            return order == Order::Rate ? left.rate > right.rate : left.bytesPerSecond > right.bytesPerSecond;
+            return order == Order::Rate    ? left.rate > right.rate
+                   : order == Order::Bytes ? left.bytesPerSecond > right.bytesPerSecond
+                                           : left.status.missed > right.status.missed;
         });
     }
     return rows;

@@ -17,22 +17,25 @@ public:
     struct ChannelRow
     {
         ChannelStatus status;
-        double rate = 0.0;           ///< messages per second since the previous update
-        double bytesPerSecond = 0.0; ///< since the previous update
-        std::string recordClass;     ///< empty if unknown
-        std::string value;           ///< the latest payload, as JSON; empty if there is none
+        double rate = 0.0;            ///< messages per second since the previous update
+        double bytesPerSecond = 0.0;  ///< since the previous update
+        double missedPerSecond = 0.0; ///< since the previous update
+        std::string recordClass;      ///< empty if unknown
+        std::string value;            ///< the latest payload, as JSON; empty if there is none
     };
     struct ClientRow
     {
         ClientStatus status;
-        std::uint64_t relayed = 0; ///< on all its channels
-        std::uint64_t missed = 0;  ///< on all its channels
+        std::uint64_t relayed = 0;    ///< on all its channels
+        std::uint64_t missed = 0;     ///< on all its channels
+        double missedPerSecond = 0.0; ///< since the previous update
     };
     enum class Order
     {
         Name,
         Rate,
         Bytes,
+        Missed,
     };
 
     /// \param observer the process to leave out: this one

@@ -6,7 +6,9 @@
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
+#include <poll.h>
 #include <sys/ioctl.h>
+#include <termios.h>
 #include <unistd.h>
 
 namespace TelvaneTool
@@ -16,6 +18,15 @@ namespace
 {
 
 std::atomic<bool> pageShown{false};
+std::atomic<bool> keysTaken{false};
+termios settingsBefore = {}; ///< written before keysTaken is set
+
+void restoreKeys()
+{
+    if (keysTaken.exchange(false)) {
+        tcsetattr(STDIN_FILENO, TCSANOW, &settingsBefore);
+    }
+}
 
 std::size_t sizeOr(int fd, unsigned short winsize::*member, std::size_t fallback)
 {
@@ -83,8 +94,40 @@ std::string TerminalPage::draw(const std::string& lines, std::size_t height)
     return text + "\x1b[J";
 }
 
+TerminalKeys::TerminalKeys()
+{
+    // A process in the background must not change the settings of its terminal.
+    if (tcgetpgrp(STDIN_FILENO) != getpgrp() || tcgetattr(STDIN_FILENO, &settingsBefore) != 0) {
+        return;
+    }
+    termios settings = settingsBefore;
+    settings.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
+    settings.c_cc[VMIN] = 1;
+    settings.c_cc[VTIME] = 0;
+    keysTaken = true;
+    m_active = tcsetattr(STDIN_FILENO, TCSANOW, &settings) == 0;
+}
+
+TerminalKeys::~TerminalKeys()
+{
+    restoreKeys();
+}
+
+std::string TerminalKeys::read()
+{
+    pollfd watched = {STDIN_FILENO, POLLIN, 0};
+    if (!m_active || poll(&watched, 1, 0) != 1) {
+        return {};
+    }
+    char text[256];
+    const ssize_t size = ::read(STDIN_FILENO, text, sizeof text);
+    m_active = size > 0; // else the terminal is gone
+    return {text, size > 0 ? static_cast<std::size_t>(size) : 0};
+}
+
 void restoreTerminal()
 {
+    restoreKeys();
     if (pageShown.exchange(false)) {
         writeFully(STDOUT_FILENO, "\x1b[?25h\x1b[?1049l");
     }

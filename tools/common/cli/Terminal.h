@@ -35,7 +35,27 @@ public:
     static std::string draw(const std::string& lines, std::size_t height);
 };
 
-/// Ends a TerminalPage, if one is shown, for a process that exits without destructors.
+/// Makes keys that are typed on standard input available at once and unseen, if it is a terminal of this process. Keys
+/// that send signals still do.
+class TerminalKeys
+{
+public:
+    TerminalKeys();
+    ~TerminalKeys();
+    TerminalKeys(const TerminalKeys&) = delete;
+    TerminalKeys& operator=(const TerminalKeys&) = delete;
+
+    /// \return false if no keys will come
+    bool active() const { return m_active; }
+
+    /// \return what was typed since the last call
+    std::string read();
+
+private:
+    bool m_active = false;
+};
+
+/// Ends TerminalPage and TerminalKeys, if there are any, for a process that exits without destructors.
 void restoreTerminal();
 
 } // namespace TelvaneTool

@@ -9,7 +9,7 @@
 #include "common/cli/Terminal.h"
 #include "common/support/HumanReadable.h"
 #include "top/LatestPayloads.h"
-#include "top/TopView.h"
+#include "top/TopScreen.h"
 
 #include <algorithm>
 #include <limits>
@@ -46,6 +46,7 @@ public:
           m_options(options),
           m_status(bus),
           m_model(getpid()),
+          m_screen(options.order),
           m_isPage(!options.json && isTerminal(STDOUT_FILENO))
     {}
 
@@ -62,6 +63,7 @@ public:
         std::optional<TerminalPage> page;
         if (m_isPage) {
             page.emplace();
+            m_keys.emplace();
         }
         if (m_isPage && m_options.count == 0) {
             draw(); // shows rates only after the first interval
@@ -77,12 +79,30 @@ public:
     }
 
 private:
+    /// Waits for keys, and does what they say.
+    /// \return false to stop
+    bool takeKeys(Nanoseconds deadline)
+    {
+        if (!m_keys->active()) {
+            return m_bus.sleepUntil(deadline);
+        }
+        if (!m_bus.awaitInput(STDIN_FILENO, deadline)) {
+            return false;
+        }
+        const TopScreen::Effect effect = m_screen.take(m_keys->read());
+        if (effect == TopScreen::Effect::Redraw) {
+            draw();
+        }
+        return effect != TopScreen::Effect::Quit;
+    }
+
     /// Waits for the next interval. Redraws when the size of the terminal changes.
     bool waitAndRequest()
     {
         const Nanoseconds due = monotonicNow() + m_options.interval;
-        while (m_isPage && due - monotonicNow() > kResizePoll) {
-            if (!m_bus.sleepUntil(monotonicNow() + kResizePoll)) {
+        while (m_isPage && (m_screen.paused() || m_screen.showsHelp() || monotonicNow() < due)) {
+            const Nanoseconds poll = monotonicNow() + kResizePoll;
+            if (!takeKeys(monotonicNow() < due ? std::min(due, poll) : poll)) {
                 return false;
             }
             if (terminalWidth(STDOUT_FILENO) != m_width || terminalHeight(STDOUT_FILENO) != m_height) {
@@ -131,7 +151,14 @@ private:
         m_width = terminalWidth(STDOUT_FILENO);
         m_height = terminalHeight(STDOUT_FILENO);
         view.width = m_width;
+        view.height = m_height;
         view.colour = wantsColour(STDOUT_FILENO);
+        view.keys = m_keys->active();
+        if (m_screen.showsHelp()) {
+            return m_bus.writeToTerminal(TerminalPage::draw(TopScreen::help(), m_height));
+        }
+        m_screen.apply(view);
+        m_screen.limit(rowsOf(m_model, view));
         return m_bus.writeToTerminal(TerminalPage::draw(printTop(m_model, view, realTimeNow()), m_height));
     }
 
@@ -140,6 +167,8 @@ private:
     StatusClient m_status;
     LatestPayloads m_payloads;
     TopModel m_model;
+    TopScreen m_screen;
+    std::optional<TerminalKeys> m_keys; ///< of a page
     const bool m_isPage;
     std::size_t m_width = 0;
     std::size_t m_height = 0;
@@ -175,8 +204,10 @@ std::string readOrder(const std::string& text, TopModel::Order& order)
         order = TopModel::Order::Rate;
     } else if (text == "bytes") {
         order = TopModel::Order::Bytes;
+    } else if (text == "missed") {
+        order = TopModel::Order::Missed;
     } else {
-        return "use name, rate or bytes";
+        return "use name, rate, bytes or missed";
     }
     return {};
 }
@@ -193,14 +224,16 @@ void addTopCommand(CommandLine& line)
     command
         .optionReadBy(
             [options = options.get()](const std::string& text) { return readOrder(text, options->order); },
-            "--sort", "Sort channels by name, rate or bytes")
+            "--sort", "Sort channels by name, rate, bytes or missed")
         .showDefault("name")
         .typeName("ORDER");
     command.flag("--once", options->once, "Print one table after one interval, and exit");
     command.option("--count", options->count, "Exit after this many tables").positive().excludes("--once");
     command.flag("--json", options->json, "Print each update as a line of JSON");
     command.flag("--no-values", options->noValues, "Hide values; this saves one subscription per channel");
-    command.examples("# the busiest channels first\n"
+    command.examples("# on a terminal: q quits, h lists the other keys\n"
+                     "telvane top /tmp/bus\n"
+                     "# the busiest channels first\n"
                      "telvane top /tmp/bus --sort rate\n"
                      "# clients that miss messages\n"
                      "telvane top /tmp/bus --once --json | jq '.clients[] | select(.missed > 0)'\n");
