@@ -258,6 +258,7 @@ void EventServer::State::serve(int client)
 
 void EventServer::State::tearDown(int client)
 {
+    rights.forget(client);
     {
         const std::lock_guard<std::mutex> stopGuard(stopLock);
         {

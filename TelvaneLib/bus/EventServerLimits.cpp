@@ -1,4 +1,4 @@
-// Refusal of connections and subscriptions. Without limits, every process that can open the socket may
+// Refusal of connections and subscriptions, and reports of all refusals. Without limits, every process that can open the socket may
 // connect and subscribe as often as it likes, and the server keeps the name of each channel forever.
 
 #include "bus/EventServerState.h"
@@ -25,8 +25,30 @@ const char* reasonText(EventServerRefusal::Reason reason)
         return "it has as many subscriptions as are allowed";
     case EventServerRefusal::Reason::TooManyChannels:
         return "there are as many channels as are allowed";
+    case EventServerRefusal::Reason::MayNotSubscribe:
+        return "the policy does not let it subscribe";
+    case EventServerRefusal::Reason::MayNotPublish:
+        return "the policy does not let it publish";
+    case EventServerRefusal::Reason::MayNotRequest:
+        return "the policy does not let it request";
     }
     return "";
+}
+
+bool isOfConnection(EventServerRefusal::Reason reason)
+{
+    return reason == EventServerRefusal::Reason::NotAllowed ||
+           reason == EventServerRefusal::Reason::TooManyConnections;
+}
+
+/// A client may send a message with any header, and lines of a log are for people and programs.
+std::string printable(std::string_view channel)
+{
+    constexpr std::size_t kMaxLength = 200;
+    std::string text(channel.substr(0, kMaxLength));
+    std::replace_if(
+        text.begin(), text.end(), [](char character) { return character < ' ' || character > '~'; }, '?');
+    return channel.size() > kMaxLength ? text + "..." : text;
 }
 
 template <class Id>
@@ -62,9 +84,8 @@ std::string describe(const EventServerRefusal& refusal)
     std::string text = "client " + std::to_string(refusal.client) + " (process " +
                        std::to_string(refusal.process) + ", user " + std::to_string(refusal.user) +
                        ", group " + std::to_string(refusal.group) + ")";
-    if (refusal.reason == EventServerRefusal::Reason::TooManySubscriptions ||
-        refusal.reason == EventServerRefusal::Reason::TooManyChannels) {
-        text += " for channel " + refusal.channel;
+    if (!isOfConnection(refusal.reason)) {
+        text += " for channel " + printable(refusal.channel);
     }
     return text + ": " + reasonText(refusal.reason);
 }
@@ -98,6 +119,10 @@ bool EventServer::State::refusesConnection(int client)
 
 bool EventServer::State::refusesSubscription(int client, std::string_view channel, bool newChannel)
 {
+    if (!rights.permitsSubscription(client, channel)) {
+        refuse(EventServerRefusal::Reason::MayNotSubscribe, client, channel);
+        return true;
+    }
     std::size_t maxSubscriptions = 0;
     std::size_t maxChannels = 0;
     {
@@ -124,12 +149,14 @@ bool EventServer::State::refusesSubscription(int client, std::string_view channe
     return false;
 }
 
-/// Counts and reports a refusal.
+/// Counts and reports a refusal. A refused message is counted already.
 void EventServer::State::refuse(EventServerRefusal::Reason reason, int client, std::string_view channel)
 {
-    const bool ofConnection = reason == EventServerRefusal::Reason::NotAllowed ||
-                              reason == EventServerRefusal::Reason::TooManyConnections;
-    count(ofConnection ? counters.connectionsRefused : counters.subscriptionsRefused);
+    const bool ofMessage = reason == EventServerRefusal::Reason::MayNotPublish ||
+                           reason == EventServerRefusal::Reason::MayNotRequest;
+    if (!ofMessage) {
+        count(isOfConnection(reason) ? counters.connectionsRefused : counters.subscriptionsRefused);
+    }
     try {
         Peer peer;
         identifyPeer(client, peer);

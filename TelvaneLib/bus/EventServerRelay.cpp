@@ -74,10 +74,16 @@ void EventServer::State::relayPrinted(int client, PrintedPublication* publicatio
         // Limit the time for which messages of other clients wait.
         const std::lock_guard<std::mutex> guard(handlerLock);
         Channel::Entry* channel = nullptr;
+        bool permitted = true;
         for (; publications != end && bytes < kMaxBytes; ++publications) {
             if (channel == nullptr || channel->first != publications->header()) {
                 const auto found = channels.find(publications->header());
                 channel = found != channels.end() ? &*found : nullptr;
+                permitted = rights.permitsMessage(client, publications->header());
+            }
+            if (!permitted) {
+                dropMessage(client, publications->header());
+                continue;
             }
             if (memory != nullptr &&
                 answerFromMemory(client, channel != nullptr ? &channel->second : nullptr, *publications)) {
@@ -118,6 +124,11 @@ void EventServer::State::handleParsed(int client, const Packet& packet)
     const std::lock_guard<std::mutex> guard(handlerLock);
     const std::string_view header = headerOf(message.get());
     const auto found = channels.find(header);
+    const bool isMeta = found != channels.end() && found->second.metaHandler != nullptr;
+    if (!isMeta && !rights.permitsMessage(client, header)) {
+        dropMessage(client, header);
+        return;
+    }
     if (answerFromMemory(client, found != channels.end() ? &found->second : nullptr, header, payload)) {
         incrementUnshared(counters.dispatched);
         return;

@@ -5,6 +5,7 @@
 #include <Telvane/EventServer.h>
 
 #include "bus/BusCounters.h"
+#include "bus/ClientRights.h"
 #include "bus/LastValues.h"
 #include "support/JsonWriter.h"
 #include "transport/Envelope.h"
@@ -154,6 +155,9 @@ struct EventServer::State
     std::string_view withIdentifier(const std::string& value, const std::string& channel,
                                     const cJSON* request);
 
+    // Policy
+    void dropMessage(int client, std::string_view header);
+
     // Status
     std::vector<EventServerClientStatus> clients();
 
@@ -186,6 +190,8 @@ struct EventServer::State
 
     std::mutex limitsLock;
     EventServerLimits limits;
+
+    ClientRights rights;
 
     std::mutex stopLock;
     std::condition_variable stopCondition;

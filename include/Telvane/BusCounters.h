@@ -45,7 +45,9 @@ struct BusCounter
     X(relaysTooLarge, "relays_cut", nullptr,                                                                 \
       "Publications whose relay is larger than the 16383 bytes that a subscriber can receive.")              \
     X(connectionsRefused, "connections_refused", nullptr, "Connections refused by a limit.")                 \
-    X(subscriptionsRefused, "subscriptions_refused", nullptr, "Subscriptions refused by a limit.")
+    X(subscriptionsRefused, "subscriptions_refused", nullptr,                                                \
+      "Subscriptions refused by a limit or the policy.")                                                     \
+    X(notPermitted, "packets_dropped", "not_permitted", "Packets dropped: refused by the policy.")
 
 /// Counters of one channel of an EventServer.
 #define TELVANE_CHANNEL_COUNTERS(X)                                                                          \

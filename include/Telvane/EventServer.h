@@ -162,6 +162,18 @@ public:
     /// Refuses connections and subscriptions beyond \p limits from now on. Existing ones stay.
     void SetLimits(EventServerLimits limits);
 
+    /// Sets a function that decides who may publish, request and subscribe to what.
+    ///
+    /// A refused subscription gets the response of a refusal. A refused publication or request is dropped, counted and
+    /// reported (see install_OnRefusal()), and takes no sequence number. The server remembers the decisions about a
+    /// client's publications until the next call of SetPolicy(), so they cost little for each message. Existing
+    /// subscriptions stay.
+    /// \param allows returns whether an access is allowed; empty to allow everything. Called on the client's receiver
+    ///        thread with the handler lock held. It must not throw, except `std::bad_alloc`, which refuses the access.
+    /// \return 0, or `-ENOMEM`, and then nothing changes
+    /// \par Threads Any thread, also while the server runs.
+    int SetPolicy(std::function<bool(const EventServerAccess& access)> allows);
+
     /// Keeps the last message of some channels, and answers requests for it that no client is subscribed to.
     ///
     /// The answer is the kept message with its own sequence number and the `_id` of the request. Only the
@@ -172,9 +184,9 @@ public:
     int SetMemory(EventServerMemory memory);
 
     /// Installs a function that is called for each refusal. Without one, the server prints a line on standard
-    /// error. Install it before Start().
+    /// error, but only for the first refused message of a client on each channel. Install it before Start().
     /// \param fn called on the listener thread without locks for a connection, and on the client's receiver
-    ///        thread with the handler lock held for a subscription; must not throw, except `std::bad_alloc`
+    ///        thread with the handler lock held for anything else; must not throw, except `std::bad_alloc`
     /// \return 0, or `-EINVAL` if \p fn is empty
     int install_OnRefusal(std::function<void(EventServer& server, const EventServerRefusal& refusal)> fn);
     /// \return 0, or `-EALREADY` if no function is installed

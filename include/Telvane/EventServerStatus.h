@@ -91,7 +91,28 @@ struct EventServerMemory
     std::uint64_t reserved[4] = {};        ///< 0, for settings to come
 };
 
-/// A connection or subscription that the server refused because of its limits.
+/// What a client wants to do, for EventServer::SetPolicy().
+struct EventServerAccess
+{
+    /// Kinds of access.
+    enum class Action
+    {
+        Publish, ///< send a message on `channel`, also to reply to a request
+        Request, ///< send a request for `channel`, that is, a message on "req_" and its name
+        Subscribe, ///< receive the messages on `channel`; a responder subscribes to "req_" and the channel's name
+    };
+
+    Action action = Action::Publish; ///< the kind of access
+    std::string channel;             ///< name of the channel; as received, so it may contain any characters
+    int client = -1;                 ///< descriptor of the client's socket
+    pid_t process = 0;               ///< process ID of the client when it connected
+    uid_t user = 0;                  ///< effective user ID of that process
+    gid_t group = 0;                 ///< effective group ID of that process
+    std::vector<gid_t> groups;       ///< supplementary group IDs of that process
+    std::uint64_t reserved[4] = {};  ///< 0, for members to come
+};
+
+/// A connection, subscription or publication that the server refused because of its limits or its policy.
 struct EventServerRefusal
 {
     /// Reasons of refusals.
@@ -101,14 +122,17 @@ struct EventServerRefusal
         TooManyConnections,   ///< EventServerLimits::connections
         TooManySubscriptions, ///< EventServerLimits::subscriptionsPerClient
         TooManyChannels,      ///< EventServerLimits::channels
+        MayNotSubscribe,      ///< a subscription that the policy refused
+        MayNotPublish,        ///< a publication that the policy refused
+        MayNotRequest,        ///< a request that the policy refused
     };
 
-    Reason reason = Reason::NotAllowed; ///< the limit that was exceeded
+    Reason reason = Reason::NotAllowed; ///< why it was refused
     int client = -1;   ///< descriptor of the client's socket; the server closes that of a refused connection
     pid_t process = 0; ///< process ID of the client when it connected; 0 if unknown
     uid_t user = 0;    ///< effective user ID of that process
     gid_t group = 0;   ///< effective group ID of that process
-    std::string channel;            ///< channel of a refused subscription; empty for a connection
+    std::string channel;            ///< channel of a refused subscription, publication or request; else empty
     std::uint64_t reserved[4] = {}; ///< 0, for members to come
 };
 
