@@ -11,6 +11,7 @@
 #include "serve/AccessControl.h"
 #include "serve/MetricsPipe.h"
 #include "serve/MissReport.h"
+#include "serve/PolicyGuard.h"
 #include "serve/ProgramName.h"
 #include "serve/ServiceManager.h"
 #include "serve/StatusResponder.h"
@@ -18,6 +19,7 @@
 #include <Telvane/EventServer.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -40,6 +42,8 @@ struct Options
     std::string mode = "0600";
     int subscriberBuffer = 1024 * 1024;
     AccessOptions access;
+    std::string policy;
+    bool policyAudit = false;
     std::vector<std::string> remembered;
     std::string metricsPipe;
     bool noStatus = false;
@@ -214,15 +218,20 @@ void logMisses(const std::vector<std::string>& lines)
     }
 }
 
-/// Waits for a signal to end, and reports misses meanwhile.
-void awaitSignal(EventServer& server, int signals, MissReport& misses)
+/// Waits for a signal to end, and reports misses and refusals meanwhile. With a policy, SIGHUP loads it again.
+void awaitSignal(EventServer& server, int signals, MissReport& misses, PolicyGuard& policy)
 {
     constexpr int kCheckMilliseconds = 1000;
     pollfd watched = {signals, POLLIN, 0};
     std::uint64_t missed = 0;
     Nanoseconds until = 0; ///< of the lines about misses
     for (;;) {
-        if (poll(&watched, 1, kCheckMilliseconds) > 0 && readSignal(signals) != 0) {
+        const int signal = poll(&watched, 1, kCheckMilliseconds) > 0 ? readSignal(signals) : 0;
+        if (signal == SIGHUP && policy.isActive()) {
+            if (!policy.load()) {
+                printError("the former policy stays");
+            }
+        } else if (signal != 0) {
             return;
         }
         // Listing the clients makes connecting clients wait, so it is done only if there is something to report.
@@ -234,6 +243,7 @@ void awaitSignal(EventServer& server, int signals, MissReport& misses)
         if (now < until) {
             logMisses(misses.update(server.Clients(), now));
         }
+        policy.update(now);
     }
 }
 
@@ -251,6 +261,10 @@ int serve(Options& options)
     server.SetRelayErrorLines(false);
     applyAccessOptions(server, options.access);
     applyMemory(server, options.remembered);
+    PolicyGuard policy(server, options.policy, options.policyAudit);
+    if (policy.isActive() && !policy.load()) {
+        return kWrongUsage;
+    }
     void* const user = &options;
     server.install_OnConnect(options.verbose ? &logConnect : &checkBuffer, user);
     if (options.verbose) {
@@ -280,12 +294,13 @@ int serve(Options& options)
         printStatus("serving " + options.path);
     }
     MissReport misses(&programOf);
-    awaitSignal(server, signals.get(), misses);
+    awaitSignal(server, signals.get(), misses, policy);
     notifyServiceManager("STOPPING=1");
     status.stop();
     logMisses(misses.update(server.Clients(), monotonicNow()));
     logMisses(misses.finish(monotonicNow()));
     const int result = server.Stop();
+    policy.finish();
     if (options.verbose) {
         const Telvane::EventServerStatistics counts = server.Statistics();
         printStatus("stopped; " + std::to_string(counts.received) + " messages received, " +
@@ -323,6 +338,16 @@ void addServeCommand(CommandLine& line)
         .showDefault();
     addAccessOptions(command, options->access);
     command
+        .option("--policy", options->policy,
+                "Allow clients only what the rules in FILE allow: lines such as \"allow group:welding "
+                "publish,subscribe Weld*\", of which the first that matches decides. SIGHUP "
+                "loads FILE again")
+        .typeName("FILE")
+        .group("Access control");
+    command.flag("--policy-audit", options->policyAudit, "Only log what the policy would refuse")
+        .needs("--policy")
+        .group("Access control");
+    command
         .option("--remember", options->remembered,
                 "Keep the last record of each channel that matches PATTERN, and answer requests for it when "
                 "there is no responder; may be repeated. The server keeps up to 1000 records and 4 MiB")
@@ -343,6 +368,8 @@ void addServeCommand(CommandLine& line)
         "# for one group only, with metrics for monitoring\n"
         "telvane serve /tmp/bus --mode 0666 --allow-group welding --metrics-pipe /tmp/bus.metrics\n"
         "sed '/^# EOF$/q' /tmp/bus.metrics\n"
+        "# rights by channel\n"
+        "telvane serve /tmp/bus --mode 0666 --policy /etc/telvane/policy\n"
         "# with the last status and settings for programs that start later\n"
         "telvane serve /tmp/bus --remember '*Status' --remember '*Config'\n"
         "telvane listen /tmp/bus '*Status' --last\n"
