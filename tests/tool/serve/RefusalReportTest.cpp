@@ -74,16 +74,33 @@ TEST(RefusalReport, ReportsTheRestAtTheEnd)
     EXPECT_THAT(report.finish(), IsEmpty());
 }
 
+TEST(RefusalReport, ListsALimitedNumberOfChannelsOfAClient)
+{
+    RefusalReport report;
+    for (std::size_t i = 0; i < RefusalReport::kMaxChannels; ++i) {
+        EXPECT_NE(report.add(refusal("C" + std::to_string(i)), kSecond), "");
+    }
+    EXPECT_EQ(report.add(refusal("Another"), kSecond), "");
+    EXPECT_NE(report.add(refusal("Another", Reason::MayNotSubscribe), kSecond), "");
+    Telvane::EventServerRefusal other = refusal("Another");
+    other.client = 8;
+    EXPECT_NE(report.add(other, kSecond), "");
+    EXPECT_THAT(report.update(2 * kSecond + RefusalReport::kPeriod),
+                ElementsAre("1 more of other clients or for other channels"));
+}
+
 TEST(RefusalReport, HasALimitedNumberOfEntries)
 {
     RefusalReport report;
+    Telvane::EventServerRefusal one = refusal();
     for (std::size_t i = 0; i < RefusalReport::kMaxEntries; ++i) {
-        EXPECT_NE(report.add(refusal("C" + std::to_string(i)), kSecond), "");
+        one.process = static_cast<pid_t>(i);
+        EXPECT_NE(report.add(one, kSecond), "");
     }
     EXPECT_EQ(report.add(refusal("Another"), kSecond), "");
     EXPECT_EQ(report.add(refusal("AndAnother"), kSecond), "");
     EXPECT_THAT(report.update(kSecond + RefusalReport::kPeriod),
-                ElementsAre("2 messages of other clients or on other channels"));
+                ElementsAre("2 more of other clients or for other channels"));
     EXPECT_THAT(report.update(kSecond + RefusalReport::kPeriod), IsEmpty());
     EXPECT_NE(report.add(refusal("Another"), 12 * kSecond), "") << "the others were silent";
 }

@@ -1,7 +1,5 @@
 #include "serve/RefusalReport.h"
 
-#include "common/support/HumanReadable.h"
-
 namespace TelvaneTool
 {
 
@@ -14,7 +12,7 @@ std::string RefusalReport::add(const Telvane::EventServerRefusal& refusal, Nanos
         ++found->second.more;
         return {};
     }
-    if (m_entries.size() >= kMaxEntries) {
+    if (m_entries.size() >= kMaxEntries || countChannels(refusal) >= kMaxChannels) {
         ++m_others;
         return {};
     }
@@ -22,6 +20,21 @@ std::string RefusalReport::add(const Telvane::EventServerRefusal& refusal, Nanos
     entry.text = Telvane::describe(refusal);
     entry.lastLine = now;
     return entry.text;
+}
+
+/// Called with the lock held.
+/// \return the number of entries for the refusal's client and reason, at most kMaxChannels
+std::size_t RefusalReport::countChannels(const Telvane::EventServerRefusal& refusal) const
+{
+    std::size_t count = 0;
+    auto entry = m_entries.lower_bound(Key(refusal.client, refusal.process, refusal.reason, ""));
+    for (; count < kMaxChannels && entry != m_entries.end(); ++entry, ++count) {
+        const auto& [client, process, reason, channel] = entry->first;
+        if (client != refusal.client || process != refusal.process || reason != refusal.reason) {
+            break;
+        }
+    }
+    return count;
 }
 
 std::vector<std::string> RefusalReport::update(Nanoseconds now)
@@ -51,7 +64,7 @@ std::vector<std::string> RefusalReport::sumUp(bool all, Nanoseconds now)
         }
     }
     if (m_others != 0 && (all || now - m_othersLine >= kPeriod)) {
-        lines.push_back(printNumber(m_others, "message") + " of other clients or on other channels");
+        lines.push_back(std::to_string(m_others) + " more of other clients or for other channels");
         m_others = 0;
         m_othersLine = now;
     }

@@ -21,6 +21,8 @@ class RefusalReport
 public:
     static constexpr Nanoseconds kPeriod = 10 * kSecond;
     static constexpr std::size_t kMaxEntries = 1000;
+    static constexpr std::size_t kMaxChannels =
+        10; ///< for a client and reason; further ones are only counted
 
     /// Takes a refused message.
     /// \param now  on the monotonic clock
@@ -43,6 +45,7 @@ private:
         Nanoseconds lastLine = 0;
     };
 
+    std::size_t countChannels(const Telvane::EventServerRefusal& refusal) const;
     std::vector<std::string> sumUp(bool all, Nanoseconds now);
 
     std::mutex m_lock;
