@@ -35,7 +35,7 @@ constexpr Nanoseconds kDisconnectAfter = 200 * kMillisecond; ///< of a stop, to 
 constexpr Nanoseconds kExitAfter = 700 * kMillisecond;       ///< of a stop
 constexpr Nanoseconds kMaxRefusal = kSecond;                 ///< from the connect to the refusal
 constexpr std::chrono::milliseconds kEndOfServer{100};
-constexpr const char* kRefused = "the server refused; channel names consist of letters and underscores";
+constexpr const char* kRefused = "the server refused; its log has the reason, a limit or its policy";
 constexpr const char* kSilent = "the server does not respond";
 constexpr std::size_t kMaxPath = sizeof(sockaddr_un::sun_path) - 1;
 
