@@ -117,6 +117,12 @@ program() {
     grep -q '^telvane: unknown command "../x" (installed' error
 }
 
+@test "only programs that complete their options are called for it" {
+    program other 'touch called'
+    [ "$("$TELVANE" complete -- other --x)" = "" ]
+    [ ! -e called ]
+}
+
 @test "programs that are installed are in the help and completed" {
     program welds
     "$TELVANE" --help | sed -n '/^Programs:/,/^$/p' | grep -q "^  welds  *Query archived welds$"

@@ -21,7 +21,7 @@ int main(int argc, char** argv)
     TelvaneArchive::addJudgeCommand(line);
 
     std::vector<const char*> arguments(argv, argv + argc);
-    if (argc > 1 && argv[1][0] != '-' && !line.hasCommand(argv[1])) {
+    if (!isCompletion(argc, argv) && argc > 1 && argv[1][0] != '-' && !line.hasCommand(argv[1])) {
         arguments.insert(arguments.begin() + 1, "follow");
     }
     openStandardDescriptors();

@@ -26,7 +26,7 @@ int main(int argc, char** argv)
     TelvaneArchive::addCopyCommand(line);
 
     std::vector<const char*> arguments(argv, argv + argc);
-    if (argc > 1 && argv[1][0] != '-' && !line.hasCommand(argv[1])) {
+    if (!isCompletion(argc, argv) && argc > 1 && argv[1][0] != '-' && !line.hasCommand(argv[1])) {
         if (argc > 2 && line.hasCommand(argv[2])) {
             std::swap(arguments[1], arguments[2]);
         } else {

@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <exception>
 #include <limits>
+#include <string_view>
 #include <type_traits>
 
 namespace TelvaneTool
@@ -97,6 +98,11 @@ void checkRange(CLI::Option& option, const std::string& expected, Accepts accept
 }
 
 } // namespace
+
+bool isCompletion(int argc, const char* const* argv)
+{
+    return argc > 3 && std::string_view(argv[1]) == "complete" && std::string_view(argv[2]) == "--";
+}
 
 Option& Option::required()
 {
@@ -266,8 +272,21 @@ std::vector<CommandInfo> CommandLine::describe() const
     return commands;
 }
 
+int CommandLine::printCompletion(std::vector<std::string> words) const
+{
+    std::vector<CommandInfo> commands = describe();
+    if (!m_hasCommands) {
+        commands = {commands.front(), commands.front()};
+        words.insert(words.begin(), commands.back().name = m_program);
+    }
+    return writeResult(completionText(complete(commands, words, m_values)));
+}
+
 int CommandLine::run(int argc, const char* const* argv)
 {
+    if (isCompletion(argc, argv) && !hasCommand("complete")) {
+        return printCompletion({argv + 3, argv + argc});
+    }
     if (m_hasCommands && argc > 1 && argv[1][0] != '-' && !hasCommand(argv[1])) {
         printError("unknown command \"" + std::string(argv[1]) + "\"; see " + m_program + " --help");
         return kWrongUsage;

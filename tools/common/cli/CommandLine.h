@@ -56,6 +56,9 @@ private:
 
 class CommandLine;
 
+/// \return whether a program is called as "PROGRAM complete -- WORD...", to complete its own command line
+bool isCompletion(int argc, const char* const* argv);
+
 /// A subcommand, or all of a program without subcommands. The variables of its options must exist until
 /// CommandLine::run() returns.
 class Command
@@ -113,11 +116,18 @@ public:
 
     bool hasCommand(const std::string& name) const;
 
+    /// Sets what completes the values of options in a program of its own. Its own "complete -- WORD..." prints the
+    /// candidates; `telvane complete` calls it.
+    void completeWith(ValueSources sources) { m_values = std::move(sources); }
+
 private:
     friend class Command;
 
+    int printCompletion(std::vector<std::string> words) const;
+
     std::string m_program;
     std::unique_ptr<CLI::App> m_app;
+    ValueSources m_values;
     bool m_hasCommands = true;
     int m_exitCode;
 };

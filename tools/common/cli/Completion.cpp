@@ -179,4 +179,13 @@ Completion complete(const std::vector<CommandInfo>& commands, const std::vector<
     return completion;
 }
 
+std::string completionText(const Completion& completion)
+{
+    std::string text = completion.files ? ":files\n" : "";
+    for (const Candidate& candidate : completion.candidates) {
+        text += candidate.text + '\t' + candidate.what + '\n';
+    }
+    return text;
+}
+
 } // namespace TelvaneTool

@@ -57,4 +57,7 @@ using ValueSources = std::map<std::string, std::function<std::vector<Candidate>(
 Completion complete(const std::vector<CommandInfo>& commands, const std::vector<std::string>& words,
                     const ValueSources& sources);
 
+/// \return one candidate per line, with its description after a tab. A line ":files" requests file names
+std::string completionText(const Completion& completion);
+
 } // namespace TelvaneTool

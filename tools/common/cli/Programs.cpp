@@ -110,6 +110,28 @@ std::string programHelp(const std::vector<Program>& programs)
     return text;
 }
 
+int completeProgram(const std::vector<std::string>& words)
+{
+    const std::vector<std::string> directories = programDirectories();
+    const std::vector<Program> programs = installedPrograms(directories);
+    // Other programs may do anything when they are called with these words.
+    if (std::none_of(programs.begin(), programs.end(),
+                     [&](const Program& program) { return program.name == words.front(); })) {
+        return kSuccess;
+    }
+    const std::string path = findProgram(words.front(), directories);
+    std::vector<std::string> texts = {"telvane-" + words.front(), "complete", "--"};
+    texts.insert(texts.end(), words.begin() + 1, words.end());
+    std::vector<char*> arguments;
+    arguments.reserve(texts.size() + 1);
+    for (std::string& text : texts) {
+        arguments.push_back(text.data());
+    }
+    arguments.push_back(nullptr);
+    execv(path.c_str(), arguments.data());
+    return kWrongUsage;
+}
+
 int executeProgram(char** argv)
 {
     const std::string name = argv[1];

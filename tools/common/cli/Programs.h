@@ -35,4 +35,9 @@ std::string programHelp(const std::vector<Program>& programs);
 /// \return only on failure, with an exit code, after printing an error
 int executeProgram(char** argv);
 
+/// Executes a program that completes its own command line.
+/// \param words NAME and the words after it
+/// \return an exit code, only if there is no such program
+int completeProgram(const std::vector<std::string>& words);
+
 } // namespace TelvaneTool

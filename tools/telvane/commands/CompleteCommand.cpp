@@ -14,16 +14,6 @@ namespace TelvaneTool
 namespace
 {
 
-/// Prints one candidate per line, with its description after a tab. A line ":files" requests file names.
-int print(const Completion& completion)
-{
-    std::string text = completion.files ? ":files\n" : "";
-    for (const Candidate& candidate : completion.candidates) {
-        text += candidate.text + '\t' + candidate.what + '\n';
-    }
-    return writeResult(text);
-}
-
 /// Errors go to standard error, which the shells' scripts discard.
 std::vector<std::string> channelsOfServer(const std::string& path)
 {
@@ -56,7 +46,10 @@ void addCompleteCommand(CommandLine& line)
         for (const Program& program : installedPrograms(programDirectories())) {
             commands.push_back({program.name, program.what, {}});
         }
-        return print(complete(commands, *words, completionValues(&channelsOfServer)));
+        if (words->size() > 1 && !line.hasCommand(words->front())) {
+            return completeProgram(*words);
+        }
+        return writeResult(completionText(complete(commands, *words, completionValues(&channelsOfServer))));
     });
 }
 
