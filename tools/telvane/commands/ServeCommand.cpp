@@ -1,4 +1,6 @@
 #include "commands/Commands.h"
+#include "common/bus/MetricsPage.h"
+#include "common/bus/MetricsPipe.h"
 #include "common/bus/SocketProbe.h"
 #include "common/bus/StatusPayload.h"
 #include "common/cli/CommandLine.h"
@@ -9,7 +11,6 @@
 #include "common/support/ChannelPattern.h"
 #include "common/support/HumanReadable.h"
 #include "serve/AccessControl.h"
-#include "serve/MetricsPipe.h"
 #include "serve/MissReport.h"
 #include "serve/PolicyGuard.h"
 #include "serve/ProgramName.h"
@@ -281,7 +282,7 @@ int serve(Options& options)
     if (started != kSuccess) {
         return started;
     }
-    MetricsPipe metrics(options.metricsPipe, server);
+    MetricsPipe metrics(options.metricsPipe, [&server] { return metricsPage(server); });
     if (const int result = options.metricsPipe.empty() ? kSuccess : metrics.open(); result != kSuccess) {
         server.Stop();
         return result;

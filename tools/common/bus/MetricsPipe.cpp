@@ -1,12 +1,11 @@
 // A reader needs no protocol and no access to the bus: cat is enough. Each page is written on the pipe's own thread, so
-// a slow reader does not delay the server. The thread polls m_closing, so it need not be cancelled.
+// a slow reader does not delay the program. The thread polls m_closing, so it need not be cancelled.
 //
 // All readers of a named pipe share its contents. One that opens it and does not read would leave old pages to the
 // others.
 
-#include "serve/MetricsPipe.h"
+#include "common/bus/MetricsPipe.h"
 
-#include "common/bus/MetricsPage.h"
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
 
@@ -43,8 +42,8 @@ constexpr int kMaxIdlePolls = 100; ///< of a reader that does not read: 2 s
 
 } // namespace
 
-MetricsPipe::MetricsPipe(const std::string& path, const Telvane::EventServer& server)
-    : m_path(path), m_server(server)
+MetricsPipe::MetricsPipe(std::string path, std::function<std::string()> page)
+    : m_path(std::move(path)), m_page(std::move(page))
 {}
 
 MetricsPipe::~MetricsPipe()
@@ -64,7 +63,7 @@ MetricsPipe::~MetricsPipe()
 
 int MetricsPipe::open()
 {
-    // Reuse a pipe that was left by a killed server.
+    // Reuse a pipe that was left by a killed program.
     if (mkfifo(m_path.c_str(), 0644) != 0 && errno != EEXIST) {
         printError("cannot create the pipe " + m_path + ": " + std::strerror(errno));
         return kOutputFailure;
@@ -109,7 +108,7 @@ void MetricsPipe::writePage(int fd)
 {
     std::string page;
     try {
-        page = metricsPage(m_server);
+        page = m_page();
     } catch (const std::bad_alloc&) {
         printError("out of memory for the metrics");
         return;
