@@ -1,4 +1,4 @@
-#include "telvane-mqtt/OutgoingQueue.h"
+#include "telvane-mqtt/queue/OutgoingQueue.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
-#include "telvane-mqtt/ChannelFeed.h"
-#include "telvane-mqtt/ChannelRules.h"
-#include "telvane-mqtt/Payload.h"
-#include "telvane-mqtt/Topics.h"
+#include "telvane-mqtt/channels/ChannelFeed.h"
+#include "telvane-mqtt/channels/ChannelRules.h"
+#include "telvane-mqtt/channels/Payload.h"
+#include "telvane-mqtt/channels/Topics.h"
 
 #include <gtest/gtest.h>
 

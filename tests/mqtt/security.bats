@@ -134,3 +134,9 @@ END
     finish "$started"
     [ "$status" -eq 0 ]
 }
+
+@test "the bridge completes its options and values" {
+    [ "$("$TELVANE" complete -- mqtt --queue-a)" = $'--queue-age\tDrop messages that have waited longer' ]
+    [ "$("$TELVANE" complete -- mqtt --bus x --out HALI)" = $'HALInfo\trecord class' ]
+    [ "$("$TELVANE" complete -- mqtt --ca "")" = :files ]
+}

@@ -159,12 +159,24 @@ load broker
     start_listener LogData
     start far "$TELVANE" listen "$directory/second" HALInfo --verbose
     await far.err ": listening$"
-    publish_hal 1 500
-    seq 500 | sed 's/.*/{"log":"&"}/' | "$TELVANE" publish "$directory/second" LogData -
-    await far.out '"serialNumber":"500"'
-    await listener.out '"log":"500"'
+    # 500 records a second in each direction, for a second or TELVANE_LOOP_SECONDS.
+    local count=$((500 * ${TELVANE_LOOP_SECONDS:-1}))
+    numbers() {
+        python3 -c '
+import sys, time
+start = time.monotonic()
+for number in range(1, int(sys.argv[1]) + 1):
+    print(number, flush=number % 10 == 0)
+    time.sleep(max(0, start + number / 500 - time.monotonic()) if number % 10 == 0 else 0)' "$count"
+    }
+    numbers | sed -u "s/.*/$(hal '&')/" | "$TELVANE" publish "$bus" HALInfo - 3>&- &
+    local publisher=$!
+    numbers | sed -u 's/.*/{"log":"&"}/' | "$TELVANE" publish "$directory/second" LogData -
+    wait "$publisher"
+    await far.out "\"serialNumber\":\"$count\""
+    await listener.out "\"log\":\"$count\""
     sleep 0.5 # time for messages that must not come
-    [ "$(wc -l <far.out)" -eq 500 ]
-    [ "$(wc -l <listener.out)" -eq 500 ]
-    [ "$(jq -r .payload.serialNumber far.out | sort -n | uniq | wc -l)" -eq 500 ]
+    [ "$(wc -l <far.out)" -eq "$count" ]
+    [ "$(wc -l <listener.out)" -eq "$count" ]
+    [ "$(jq -r .payload.serialNumber far.out | sort -n | uniq | wc -l)" -eq "$count" ]
 }

@@ -1,16 +1,17 @@
 // Three threads: this one runs the callbacks of the bus and fills the queue, the link's empties it, and requests wait
 // on the third. A slow broker can fill the queue, but it delays neither the bus nor a request.
 
-#include "Bridge.h"
+#include "telvane-mqtt/Bridge.h"
 
-#include "BrokerLink.h"
-#include "ChannelFeed.h"
-#include "InboundHandler.h"
-#include "Metrics.h"
 #include "common/bus/DecodedRecord.h"
+#include "common/bus/MetricsPipe.h"
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
 #include "common/cli/Signals.h"
+#include "telvane-mqtt/InboundHandler.h"
+#include "telvane-mqtt/Metrics.h"
+#include "telvane-mqtt/broker/BrokerLink.h"
+#include "telvane-mqtt/channels/ChannelFeed.h"
 
 #include <Telvane/Bus.h>
 
@@ -93,7 +94,7 @@ public:
         }
     }
 
-    /// Closes what is due and counts what the bus has dropped.
+    /// Closes what is due, commits what was accepted and counts what the bus has dropped.
     /// \return milliseconds until it should be called again
     int tick(Nanoseconds now)
     {
@@ -108,6 +109,7 @@ public:
                 channel->lost = lost;
             }
         }
+        m_queue.commit(now);
         return static_cast<int>(std::max<Nanoseconds>(next - now + kMillisecond - 1, 0) / kMillisecond);
     }
 
@@ -116,6 +118,7 @@ public:
         for (const auto& channel : m_channels) {
             channel->feed.close();
         }
+        m_queue.commit(monotonicNow());
     }
 
 private:
@@ -187,19 +190,30 @@ int runBridge(const BridgeSettings& settings)
         printError("a bridge for the module " + settings.module + " runs already on this machine");
         return kWrongUsage;
     }
-    const Session session = startSession();
-    OutgoingQueue queue(settings.queue);
+    Session session = startSession();
+    std::optional<Spool> spool;
+    if (!settings.spool.empty()) {
+        spool.emplace(settings.spool, settings.spoolLimits);
+        std::uint64_t number = session.number;
+        const std::string error = spool->open(machineClocks(), number);
+        if (!error.empty()) {
+            printError(error);
+            return kOutputFailure;
+        }
+        session = sessionWithNumber(number);
+    }
+    OutgoingQueue queue(settings.queue, spool ? &*spool : nullptr);
     Telvane::Bus bus(settings.bus, busOptions());
     Outbound outbound(settings, bus, queue);
-    InboundHandler inbound(settings, bus, queue);
+    InboundHandler inbound(settings, session, bus, queue);
     BrokerLink link(settings, session, queue,
                     [&inbound](TopicKind kind, const std::string& channel, IncomingMessage message) {
                         inbound.handle(kind, channel, std::move(message));
                     });
-    const MetricsSources sources = {queue, link.counts(), inbound.counts()};
+    const MetricsSources sources = {queue, link.counts(), inbound.counts(), spool ? &*spool : nullptr};
     std::optional<MetricsPipe> pipe;
     if (!settings.metricsPipe.empty()) {
-        pipe.emplace(settings.metricsPipe, sources);
+        pipe.emplace(settings.metricsPipe, [&sources] { return metricsPage(sources); });
         const int opened = pipe->open();
         if (opened != kSuccess) {
             return opened;
@@ -208,7 +222,9 @@ int runBridge(const BridgeSettings& settings)
     link.start();
     const int result = runUntilSignal(bus, outbound, [] { return kSuccess; });
     outbound.close();
-    if (!link.stop(kFarewell)) {
+    const bool ended = link.stop(kFarewell);
+    queue.commit(monotonicNow()); // what was acknowledged in the end
+    if (!ended) {
         // Its thread waits for TCP and cannot be interrupted.
         pipe.reset();
         _exit(result);

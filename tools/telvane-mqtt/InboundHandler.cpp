@@ -1,7 +1,7 @@
 // What comes from the network is checked against its class before anything of it reaches the bus. Each refusal is
 // reported where its sender can read it: in the answer, or on state/errors.
 
-#include "InboundHandler.h"
+#include "telvane-mqtt/InboundHandler.h"
 
 #include "common/bus/DecodedRecord.h"
 #include "common/bus/RecordBuilder.h"
@@ -16,6 +16,8 @@ namespace
 
 constexpr std::size_t kMaxRequests = 100;
 constexpr std::size_t kMaxPayload = 32768;
+constexpr std::uint64_t kMaxRepeated = 1000;
+constexpr const char* kWrongResponseTopic = "the response topic is not one that may be answered on";
 constexpr std::chrono::milliseconds kPublishDeadline(200);
 
 std::string errorBody(const std::string& error)
@@ -26,8 +28,10 @@ std::string errorBody(const std::string& error)
 
 } // namespace
 
-InboundHandler::InboundHandler(const BridgeSettings& settings, Telvane::Bus& bus, OutgoingQueue& queue)
+InboundHandler::InboundHandler(const BridgeSettings& settings, const Session& session, Telvane::Bus& bus,
+                               OutgoingQueue& queue)
     : m_settings(settings),
+      m_session(session),
       m_bus(bus),
       m_queue(queue),
       m_topics(settings.prefix, settings.module),
@@ -50,7 +54,7 @@ void InboundHandler::handle(TopicKind kind, const std::string& channel, Incoming
         publish(channel, message);
         return;
     }
-    if (m_settings.rules.requests().count(channel) == 0) {
+    if (m_settings.rules.requests().count(channel) == 0 && !m_settings.keepsInSpool(channel)) {
         return; // not subscribed to
     }
     Request request = {channel, std::move(message)};
@@ -120,6 +124,13 @@ void InboundHandler::runRequests()
 
 void InboundHandler::answer(const Request& request)
 {
+    RepeatRequest wanted;
+    const bool isRepeat = readRepeatRequest(request.message.payload, wanted);
+    if (m_settings.keepsInSpool(request.channel) &&
+        (isRepeat || m_settings.rules.requests().count(request.channel) == 0)) {
+        repeat(request, wanted);
+        return;
+    }
     const Telvane::RecordClass& recordClass = *m_settings.rules.requests().at(request.channel).recordClass;
     DecodedRecord record(&recordClass);
     const std::error_code error = m_bus.request(request.channel, Telvane::RequestType(), record,
@@ -133,22 +144,61 @@ void InboundHandler::answer(const Request& request)
     }
 }
 
+/// Sends messages of the spool again, as they were, and then what there was.
+void InboundHandler::repeat(const Request& request, RepeatRequest wanted)
+{
+    const std::string& topic = request.message.responseTopic;
+    if (!topic.empty() && !m_topics.mayAnswerOn(topic)) {
+        reportError(request.channel, kWrongResponseTopic);
+        return;
+    }
+    if (wanted.from < 1 || wanted.to < wanted.from || wanted.to - wanted.from >= kMaxRepeated) {
+        ++m_counts.refused;
+        send(request, errorBody("expected {\"session\":S,\"from\":N,\"to\":N} with at most " +
+                                std::to_string(kMaxRepeated) + " numbers"));
+        return;
+    }
+    std::uint64_t count = 0;
+    for (OutgoingMessage& message : m_queue.find(request.channel, wanted.session, wanted.from, wanted.to)) {
+        message.text = m_settings.bare ? barePayloadOf(message) : payloadOf(message, m_session);
+        message.channel.clear(); // it has its number, and must not get another one
+        message.body.clear();
+        message.stored = 0;
+        message.retain = false;
+        sendMessage(request, std::move(message));
+        ++m_counts.repeated;
+        ++count;
+    }
+    OutgoingMessage end;
+    end.time = wallTimeNow();
+    end.body = "\"repeated\":{\"session\":" + std::to_string(wanted.session) +
+               ",\"from\":" + std::to_string(wanted.from) + ",\"to\":" + std::to_string(wanted.to) +
+               ",\"count\":" + std::to_string(count) + "}";
+    sendMessage(request, std::move(end));
+}
+
 void InboundHandler::send(const Request& request, const std::string& body)
 {
+    // MQTT 3.1.1 has no response topic. If the channel goes out anyway, the answer has been sent.
+    if (request.message.responseTopic.empty() && m_settings.rules.out().count(request.channel) != 0 &&
+        body.compare(0, 8, "\"error\":") != 0) {
+        return;
+    }
     OutgoingMessage message;
-    message.topic = request.message.responseTopic;
-    message.className = m_settings.rules.requests().at(request.channel).recordClass->name;
     message.body = body;
     message.time = wallTimeNow();
+    sendMessage(request, std::move(message));
+}
+
+void InboundHandler::sendMessage(const Request& request, OutgoingMessage message)
+{
+    message.className = m_settings.classOf(request.channel);
     message.correlation = request.message.correlation;
+    message.topic = request.message.responseTopic;
     if (message.topic.empty()) {
-        // MQTT 3.1.1 has no response topic. If the channel goes out anyway, the answer has been sent.
-        if (m_settings.rules.out().count(request.channel) != 0 && body.compare(0, 8, "\"error\":") != 0) {
-            return;
-        }
         message.topic = m_topics.notification(request.channel);
     } else if (!m_topics.mayAnswerOn(message.topic)) {
-        reportError(request.channel, "the response topic is not one that may be answered on");
+        reportError(request.channel, kWrongResponseTopic);
         return;
     }
     m_queue.push(std::move(message), monotonicNow());

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "MqttClient.h"
-#include "OutgoingQueue.h"
-#include "Topics.h"
+#include "telvane-mqtt/broker/MqttClient.h"
+#include "telvane-mqtt/channels/Topics.h"
+#include "telvane-mqtt/queue/OutgoingQueue.h"
 
 #include <Telvane/Bus.h>
 
@@ -21,6 +21,7 @@ struct InboundCounts
     std::atomic<std::uint64_t> published{0};
     std::atomic<std::uint64_t> answered{0};
     std::atomic<std::uint64_t> refused{0};
+    std::atomic<std::uint64_t> repeated{0}; ///< messages that were asked for again
 };
 
 /// Publishes on the bus what the broker brings, and makes its requests.
@@ -28,7 +29,8 @@ struct InboundCounts
 class InboundHandler
 {
 public:
-    InboundHandler(const BridgeSettings& settings, Telvane::Bus& bus, OutgoingQueue& queue);
+    InboundHandler(const BridgeSettings& settings, const Session& session, Telvane::Bus& bus,
+                   OutgoingQueue& queue);
     InboundHandler(const InboundHandler&) = delete;
     InboundHandler& operator=(const InboundHandler&) = delete;
     ~InboundHandler();
@@ -47,10 +49,13 @@ private:
     void publish(const std::string& channel, const IncomingMessage& message);
     void runRequests();
     void answer(const Request& request);
+    void repeat(const Request& request, RepeatRequest wanted);
     void send(const Request& request, const std::string& body);
+    void sendMessage(const Request& request, OutgoingMessage message);
     void reportError(const std::string& channel, const std::string& error);
 
     const BridgeSettings& m_settings;
+    const Session& m_session;
     Telvane::Bus& m_bus;
     OutgoingQueue& m_queue;
     const Topics m_topics;

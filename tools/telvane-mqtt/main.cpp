@@ -1,8 +1,9 @@
-#include "Bridge.h"
+#include "catalogue/CompletionValues.h"
 #include "common/cli/CommandLine.h"
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
 #include "common/cli/Signals.h"
+#include "telvane-mqtt/Bridge.h"
 
 #include <mosquitto.h>
 
@@ -129,6 +130,17 @@ void addQueueOptions(Command& command, Mqtt::Settings& settings)
         .showDefault()
         .group(group);
     command
+        .option("--spool", settings.spool,
+                "Keep messages of QoS 1 in FILE as well, also when the bridge or the machine stops")
+        .typeName("FILE")
+        .group(group);
+    command
+        .option("--spool-bytes", settings.spoolBytes,
+                "Largest size of that file, in bytes; its log may add 4 MB")
+        .positive()
+        .showDefault()
+        .group(group);
+    command
         .option("--drain-rate", settings.drainRate,
                 "Send this many messages a second that waited for the broker; 0 for no limit")
         .notNegative()
@@ -172,6 +184,7 @@ int main(int argc, char** argv)
                      "telvane-mqtt --bus /run/telvane/bus --broker mqtts://broker.example --in LogData\n"
                      "# see what would be sent\n"
                      "telvane-mqtt --bus /run/telvane/bus --out WeldTraceData:batch=100ms --dry-run\n");
+    line.completeWith(completionValues([](const std::string&) { return std::vector<std::string>(); }));
     command.run([&command, &settings] { return runProgram(command, settings); });
 
     openStandardDescriptors();

@@ -75,15 +75,4 @@ Status Transaction::commit()
     return status;
 }
 
-bool isPostgresLocation(const std::string& location)
-{
-    return location.rfind("postgresql://", 0) == 0 || location.rfind("postgres://", 0) == 0;
-}
-
-std::unique_ptr<Database> openDatabase(const std::string& location, Database::Access access, Status& status)
-{
-    return isPostgresLocation(location) ? openPostgres(location, access, status)
-                                        : openSqlite(location, access, status);
-}
-
 } // namespace TelvaneArchive

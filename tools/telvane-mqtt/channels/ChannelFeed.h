@@ -1,7 +1,7 @@
 #pragma once
 
-#include "ChannelRules.h"
-#include "Payload.h"
+#include "telvane-mqtt/channels/ChannelRules.h"
+#include "telvane-mqtt/channels/Payload.h"
 
 #include <cstdint>
 #include <functional>

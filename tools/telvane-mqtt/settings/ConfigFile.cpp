@@ -1,7 +1,7 @@
 // The keys of the file are the options of the command line: there is one list of names to learn. An unknown key is an
 // error, because a misspelled key would otherwise be a setting that is silently not made.
 
-#include "Settings.h"
+#include "telvane-mqtt/settings/Settings.h"
 
 #include <toml++/toml.h>
 
@@ -109,6 +109,7 @@ bool readKey(KeyReader& key, Settings& settings)
            key.text("key", settings.keyFile) || key.text("user-file", settings.userFile) ||
            key.text("password-file", settings.passwordFile) ||
            key.text("metrics-pipe", settings.metricsPipe) || key.text("queue-age", settings.queueAge) ||
+           key.text("spool", settings.spool) || key.number("spool-bytes", settings.spoolBytes) ||
            key.text("ack-timeout", settings.ackTimeout) || key.text("first-pause", settings.firstPause) ||
            key.text("longest-pause", settings.longestPause) ||
            key.text("request-timeout", settings.requestTimeout) ||

@@ -1,13 +1,14 @@
 #pragma once
 
-#include "Payload.h"
 #include "common/support/Clock.h"
 #include "common/support/FileDescriptor.h"
+#include "telvane-mqtt/queue/Spool.h"
 
 #include <deque>
 #include <map>
 #include <mutex>
 #include <optional>
+#include <set>
 
 namespace TelvaneTool::Mqtt
 {
@@ -48,14 +49,23 @@ struct ChannelCounts
 ///
 /// Messages that were accepted while there was no connection are the backlog. It goes out in order, at a limited rate;
 /// what arrives while there is a connection goes first.
-/// \par Threads  Any.
+///
+/// With a spool, messages of QoS 1 are also on disk. They leave it as done when they were sent or dropped. The backlog is
+/// read from it in pieces, and what memory cannot hold remains on disk.
+/// \par Threads  Any, but one thread pushes what goes to the spool, and commits.
 class OutgoingQueue
 {
 public:
-    explicit OutgoingQueue(const QueueLimits& limits);
+    /// \param spool must outlive the queue; null for none
+    explicit OutgoingQueue(const QueueLimits& limits, Spool* spool = nullptr);
 
-    /// Accepts a message, gives it its number and drops what exceeds the bounds.
+    /// Gives a message its number and accepts it, or keeps it for commit() if it goes to the spool. Drops what exceeds the
+    /// bounds.
     void push(OutgoingMessage message, Nanoseconds now);
+
+    /// Writes to the spool what was pushed and what is done, and accepts it. It is called after each group of messages and
+    /// at least once a second.
+    void commit(Nanoseconds now);
 
     /// \param withBacklog whether a message of the backlog may be taken
     /// \param[out] fromBacklog whether it was one
@@ -68,6 +78,11 @@ public:
     /// Makes everything that waits the backlog: the connection was lost or made.
     void makeBacklog();
 
+    /// \param[in,out] to lowered to the last number that was read, if the others would need too much memory
+    /// \return the messages of a channel in the spool, with numbers from \p from to \p to
+    std::vector<OutgoingMessage> find(const std::string& channel, std::uint64_t session, std::uint64_t from,
+                                      std::uint64_t& to) const;
+
     /// Counts a message that was sent.
     void countSent(const OutgoingMessage& message, std::size_t bytes);
     /// Counts a message that was dropped, and what it would have reported.
@@ -77,7 +92,7 @@ public:
 
     std::map<std::string, ChannelCounts> counts() const;
     std::size_t waiting() const;
-    std::size_t waitingBytes() const;
+    std::size_t waitingBytes() const; ///< in memory
     bool hasBacklog() const;
 
     /// \return a descriptor that is readable after push()
@@ -90,11 +105,22 @@ private:
         ChannelCounts counts;
         std::uint64_t lastNumber = 0;
         std::uint64_t unreported = 0;
+        std::uint64_t unreportedInSpool = 0;
     };
 
     void sortBacklog();
     void trim(Nanoseconds now);
+    void dropOld(Nanoseconds now);
     void dropFront(std::deque<OutgoingMessage>& messages, DropReason reason);
+    OutgoingMessage removeFront(std::deque<OutgoingMessage>& messages);
+    void dropFromSpool(const Evicted& evicted);
+    bool fetch();
+    bool release(OutgoingMessage& message);
+    void releaseAll(std::deque<OutgoingMessage>& messages);
+    void setDone(const OutgoingMessage& message);
+    void noticeNewFile();
+    std::size_t onDiskOnly() const;
+    void wake() const;
 
     const QueueLimits m_limits;
     FileDescriptor m_wake;
@@ -103,6 +129,17 @@ private:
     std::deque<OutgoingMessage> m_live;
     std::size_t m_bytes = 0;
     std::map<std::string, Channel> m_channels;
+
+    Spool* const m_spool;
+    std::vector<OutgoingMessage> m_pending; ///< for the next commit
+    std::set<std::int64_t>
+        m_held; ///< stored messages that wait on disk and are known here: read, sent or done
+    std::set<std::int64_t> m_done;    ///< those of m_held that the next commit marks as done
+    std::set<std::int64_t> m_orphans; ///< messages in memory whose copy on disk had to go
+    std::int64_t m_readUpTo = 0;      ///< the spool is read up to this identifier
+    std::int64_t m_lastStored = 0;
+    std::uint64_t m_generation = 0;
+    std::size_t m_spooledInBacklog = 0;
 };
 
 } // namespace TelvaneTool::Mqtt

@@ -1,7 +1,7 @@
 // Messages must not circle between the bus and the broker, not even through a second bridge. So each channel crosses
 // in one direction only, and which one is decided before anything connects.
 
-#include "ChannelRules.h"
+#include "telvane-mqtt/channels/ChannelRules.h"
 
 #include "common/support/ChannelPattern.h"
 

@@ -1,7 +1,7 @@
 // A will can arrive long after its connection, when the module is online again. So the state carries the session's
 // number, and the bridge reads its own state topic and corrects what is not its own.
 
-#include "Announcements.h"
+#include "telvane-mqtt/broker/Announcements.h"
 
 #include "catalogue/RecordSchema.h"
 

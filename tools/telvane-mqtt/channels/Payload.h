@@ -20,12 +20,16 @@ struct Session
 /// When something happened, by the clock of the machine.
 struct WallTime
 {
-    std::string text;   ///< ISO 8601, UTC, with milliseconds
-    bool isSet = false; ///< whether the clock has been set since the machine started
+    std::string text;              ///< ISO 8601, UTC, with milliseconds
+    bool isSet = false;            ///< whether the clock has been set since the machine started
+    std::int64_t milliseconds = 0; ///< since 1970
 };
 
 /// \return the session that begins now
 Session startSession();
+
+/// \return the session with a number
+Session sessionWithNumber(std::uint64_t number);
 
 /// \return the time now
 WallTime wallTimeNow();
@@ -42,8 +46,10 @@ struct OutgoingMessage
     std::string body;      ///< the members with the data: "record":{...}
     std::string text;      ///< the whole payload, instead of one made from the members above; empty for none
     WallTime time;
-    std::uint64_t number = 0; ///< 0 for messages without a number
-    std::int64_t queued = 0;  ///< when the queue accepted it, on the monotonic clock
+    std::uint64_t number = 0;  ///< 0 for messages without a number
+    std::uint64_t session = 0; ///< of a message from the spool; 0 for the session that runs
+    std::int64_t stored = 0;   ///< identifies the message in the spool; 0 if it is in memory only
+    std::int64_t queued = 0;   ///< when the queue accepted it, on the monotonic clock
     int qos = 1;
     bool retain = false;
     std::string correlation;   ///< of an answer
@@ -58,6 +64,18 @@ std::string payloadOf(const OutgoingMessage& message, const Session& session);
 
 /// \return the record alone
 std::string barePayloadOf(const OutgoingMessage& message);
+
+/// A consumer's wish to get messages again.
+struct RepeatRequest
+{
+    std::uint64_t session = 0;
+    std::uint64_t from = 0; ///< first number
+    std::uint64_t to = 0;   ///< last number
+};
+
+/// Reads {"session":S,"from":N,"to":N}.
+/// \return whether the payload asks for messages again, and the numbers are plausible
+bool readRepeatRequest(const std::string& payload, RepeatRequest& request);
 
 /// Reads a payload that is to be published on the bus: a record, or an object with a record as payloadOf() prints it.
 /// \param[out] error set if the result is null; begins with the path of the wrong key, if any

@@ -1,7 +1,7 @@
 // A sample has a hundred bytes, most of them keys. A batch has each key once, and what is the same in all records once
 // as well: nested keys become paths ("data.volts"), so that every column is a plain list.
 
-#include "ChannelFeed.h"
+#include "telvane-mqtt/channels/ChannelFeed.h"
 
 #include <algorithm>
 #include <cmath>

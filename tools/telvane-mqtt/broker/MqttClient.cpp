@@ -2,7 +2,7 @@
 // unlimited queue and send more than the broker's new limits allow. Its message queue remains empty here, because the
 // caller sends no more than the limits that the broker named.
 
-#include "MqttClient.h"
+#include "telvane-mqtt/broker/MqttClient.h"
 
 #include <cstring>
 #include <mosquitto.h>

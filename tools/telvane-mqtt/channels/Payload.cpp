@@ -1,7 +1,7 @@
 // Many consumers cannot read the properties of MQTT 5, and messages on different topics can overtake each other. So
 // everything that is needed to understand a record is in its own payload.
 
-#include "Payload.h"
+#include "telvane-mqtt/channels/Payload.h"
 
 #include "common/bus/RecordBuilder.h"
 #include "common/support/Clock.h"
@@ -49,13 +49,18 @@ WallTime wallTimeNow()
     const std::int64_t milliseconds = realTimeNow() / kMillisecond;
     timex state = {};
     const bool synchronized = adjtimex(&state) != TIME_ERROR;
-    return {isoTime(milliseconds), synchronized && milliseconds / 1000 > kEarliestPlausible};
+    return {isoTime(milliseconds), synchronized && milliseconds / 1000 > kEarliestPlausible, milliseconds};
 }
 
 Session startSession()
 {
-    const std::int64_t milliseconds = std::max<std::int64_t>(realTimeNow() / kMillisecond, 1);
-    return {static_cast<std::uint64_t>(milliseconds), isoTime(milliseconds)};
+    return sessionWithNumber(
+        static_cast<std::uint64_t>(std::max<std::int64_t>(realTimeNow() / kMillisecond, 1)));
+}
+
+Session sessionWithNumber(std::uint64_t number)
+{
+    return {number, isoTime(static_cast<std::int64_t>(number))};
 }
 
 std::string payloadOf(const OutgoingMessage& message, const Session& session)
@@ -63,8 +68,8 @@ std::string payloadOf(const OutgoingMessage& message, const Session& session)
     if (!message.text.empty()) {
         return message.text;
     }
-    std::string text =
-        "{\"class\":\"" + message.className + "\",\"session\":" + std::to_string(session.number);
+    std::string text = "{\"class\":\"" + message.className + "\",\"session\":" +
+                       std::to_string(message.session != 0 ? message.session : session.number);
     if (message.number != 0) {
         text += ",\"n\":" + std::to_string(message.number);
     }
@@ -78,6 +83,27 @@ std::string payloadOf(const OutgoingMessage& message, const Session& session)
 std::string barePayloadOf(const OutgoingMessage& message)
 {
     return message.text.empty() ? message.body.substr(message.body.find(':') + 1) : message.text;
+}
+
+bool readRepeatRequest(const std::string& payload, RepeatRequest& request)
+{
+    std::string error;
+    const JsonTree tree = parseJson(payload, error);
+    const auto read = [&tree](const char* key, std::uint64_t& number) {
+        constexpr double kExact = 9007199254740992.0; // integers above are not exact in JSON
+        const cJSON* const item = cJSON_GetObjectItemCaseSensitive(tree.get(), key);
+        if (cJSON_IsNumber(item) == 0 || !(item->valuedouble >= 1) || item->valuedouble > kExact) {
+            return false;
+        }
+        number = static_cast<std::uint64_t>(item->valuedouble);
+        return true;
+    };
+    RepeatRequest wanted;
+    if (!read("session", wanted.session) || !read("from", wanted.from) || !read("to", wanted.to)) {
+        return false;
+    }
+    request = wanted;
+    return true;
 }
 
 std::unique_ptr<Telvane::TelvaneDataTypeBase>

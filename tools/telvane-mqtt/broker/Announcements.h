@@ -1,8 +1,8 @@
 #pragma once
 
-#include "MqttClient.h"
-#include "Payload.h"
-#include "Topics.h"
+#include "telvane-mqtt/broker/MqttClient.h"
+#include "telvane-mqtt/channels/Payload.h"
+#include "telvane-mqtt/channels/Topics.h"
 
 #include <string>
 #include <vector>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "ChannelRules.h"
-#include "OutgoingQueue.h"
+#include "telvane-mqtt/channels/ChannelRules.h"
+#include "telvane-mqtt/queue/OutgoingQueue.h"
 
 #include <functional>
 #include <string>
@@ -57,6 +57,7 @@ struct Settings
     std::string userFile;
     std::string passwordFile;
     std::string metricsPipe;
+    std::string spool;
     std::string queueAge = "24h";
     std::string ackTimeout = "20s";
     std::string firstPause = "1s";
@@ -64,6 +65,7 @@ struct Settings
     std::string requestTimeout = "2s";
     unsigned long queueMessages = 20'000;
     unsigned long queueBytes = 16UL * 1024 * 1024;
+    unsigned long spoolBytes = 64UL * 1024 * 1024;
     unsigned long packetLimit = 1UL << 20;
     unsigned inFlight = 20;
     unsigned drainRate = 500;
@@ -83,9 +85,16 @@ struct BridgeSettings
     BrokerSettings broker;
     ChannelRules rules;
     QueueLimits queue;
+    std::string spool; ///< path of the file; empty for none
+    SpoolLimits spoolLimits;
     Nanoseconds requestTimeout = 2 * kSecond;
     unsigned drainRate = 500; ///< messages a second; 0 for no limit
     bool bare = false;
+
+    /// \return whether messages of a channel can be asked for again
+    bool keepsInSpool(const std::string& channel) const;
+    /// \return the name of the class of a channel that goes out or can be requested; empty for any JSON object
+    std::string classOf(const std::string& channel) const;
 };
 
 /// Checks settings and reads the files with the user's name and the password.

@@ -1,9 +1,9 @@
 // Secrets come from files or from the credentials of a service manager, and never from the command line, which every
 // user of the machine can read.
 
-#include "Settings.h"
+#include "telvane-mqtt/settings/Settings.h"
 
-#include "Topics.h"
+#include "telvane-mqtt/channels/Topics.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -17,6 +17,8 @@ namespace TelvaneTool::Mqtt
 
 namespace
 {
+
+constexpr unsigned long kSmallestSpool = 1UL << 20; ///< has room for the largest default packet
 
 std::string hostName()
 {
@@ -151,6 +153,23 @@ std::string readRules(const Settings& settings, ChannelRules& rules)
 
 } // namespace
 
+bool BridgeSettings::keepsInSpool(const std::string& channel) const
+{
+    const auto rule = rules.out().find(channel);
+    return !spool.empty() && rule != rules.out().end() && rule->second.qos == 1;
+}
+
+std::string BridgeSettings::classOf(const std::string& channel) const
+{
+    const auto requested = rules.requests().find(channel);
+    if (requested != rules.requests().end()) {
+        return requested->second.recordClass->name;
+    }
+    const auto out = rules.out().find(channel);
+    return out != rules.out().end() && out->second.recordClass != nullptr ? out->second.recordClass->name
+                                                                          : "";
+}
+
 std::string checkSettings(const Settings& settings, BridgeSettings& result)
 {
     result.bus = settings.bus;
@@ -161,6 +180,8 @@ std::string checkSettings(const Settings& settings, BridgeSettings& result)
     result.drainRate = settings.drainRate;
     result.queue.messages = settings.queueMessages;
     result.queue.bytes = settings.queueBytes;
+    result.spool = settings.spool;
+    result.spoolLimits.bytes = settings.spoolBytes;
     BrokerSettings& broker = result.broker;
     broker.clientId = "telvane-" + result.module;
     broker.caFile = settings.caFile;
@@ -181,9 +202,13 @@ std::string checkSettings(const Settings& settings, BridgeSettings& result)
     if (settings.broker.empty() && !settings.dryRun) {
         return "no broker given; use --broker mqtts://HOST";
     }
+    if (settings.spoolBytes < kSmallestSpool) {
+        return "--spool-bytes is at least " + std::to_string(kSmallestSpool);
+    }
     std::string error = settings.broker.empty() ? "" : readBrokerUrl(settings.broker, broker);
     error = error.empty() ? Topics::check(result.prefix, result.module) : error;
     error = error.empty() ? readDurations(settings, result) : error;
+    result.spoolLimits.age = result.queue.age;
     error = error.empty() ? checkTls(broker) : error;
     error = error.empty() ? readSecrets(settings, broker) : error;
     return error.empty() ? readRules(settings, result.rules) : error;
@@ -198,6 +223,10 @@ std::string describeSettings(const BridgeSettings& settings)
                        (broker.user.empty() ? "" : ", user " + broker.user) +
                        (broker.password.empty() ? "" : " with password") + "\nclient   " + broker.clientId +
                        "\nstate    " + topics.state() + "\n";
+    if (!settings.spool.empty()) {
+        text += "spool    " + settings.spool + ", at most " + std::to_string(settings.spoolLimits.bytes) +
+                " bytes\n";
+    }
     for (const auto& [channel, rule] : settings.rules.out()) {
         text +=
             "out      " + channel + " -> " + topics.notification(channel) + " (" + describeRule(rule) + ")\n";

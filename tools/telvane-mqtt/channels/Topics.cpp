@@ -1,4 +1,4 @@
-#include "Topics.h"
+#include "telvane-mqtt/channels/Topics.h"
 
 #include "common/support/ChannelPattern.h"
 

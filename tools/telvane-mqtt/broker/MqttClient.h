@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Settings.h"
+#include "telvane-mqtt/settings/Settings.h"
 
 #include <memory>
 #include <optional>

@@ -1,0 +1,324 @@
+// Each connection is one object and starts from nothing: the broker's limits hold for one connection only, and what was
+// not acknowledged on one is sent again on the next.
+
+#include "telvane-mqtt/broker/BrokerConnection.h"
+
+#include "common/cli/Messages.h"
+#include "telvane-mqtt/broker/Announcements.h"
+
+#include <algorithm>
+
+namespace TelvaneTool::Mqtt
+{
+
+namespace
+{
+
+constexpr Nanoseconds kConnectAnswer = 10 * kSecond;
+constexpr std::size_t kPacketOverhead = 64; ///< fixed header, identifier and properties without their texts
+
+} // namespace
+
+BrokerConnection::BrokerConnection(LinkState& link, bool version5)
+    : m_link(link), m_version5(version5), m_client(link.settings.broker, version5, *this)
+{}
+
+std::string BrokerConnection::run()
+{
+    std::string error = m_client.connect(stateMessage(m_link.settings, m_link.session, false));
+    if (!error.empty()) {
+        return error;
+    }
+    m_began = monotonicNow();
+    m_drained = m_began;
+    while (m_client.step(m_link.queue.wakeFd(), waitMilliseconds())) {
+        m_link.queue.clearWake();
+        const Nanoseconds now = monotonicNow();
+        if (!m_connected && now - m_began > kConnectAnswer) {
+            return "the broker does not answer the connection";
+        }
+        if (isOverdue(now)) {
+            return "the broker does not acknowledge messages";
+        }
+        if (!send(now)) {
+            break;
+        }
+        if (m_link.stopping && mayStop(now)) {
+            break;
+        }
+    }
+    return m_client.error();
+}
+
+/// Gives back what was not acknowledged.
+void BrokerConnection::finish()
+{
+    std::vector<OutgoingMessage> messages;
+    for (auto& [id, inFlight] : m_inFlight) {
+        if (inFlight.fromQueue) {
+            messages.push_back(std::move(inFlight.message));
+        }
+    }
+    std::sort(messages.begin(), messages.end(), [](const OutgoingMessage& one, const OutgoingMessage& other) {
+        return one.queued < other.queued;
+    });
+    m_link.queue.putBack(std::move(messages), monotonicNow());
+    m_link.queue.makeBacklog();
+}
+
+void BrokerConnection::connected(const BrokerLimits& limits)
+{
+    m_connected = true;
+    m_limits = limits;
+    m_window = std::max(1U, std::min(m_link.settings.broker.inFlight, limits.receiveMaximum));
+    m_link.counts.connected = true;
+    ++m_link.counts.connections;
+    m_link.queue.makeBacklog();
+    for (const auto& [channel, rule] : m_link.settings.rules.in()) {
+        m_topicsToSubscribe.push_back(m_link.topics.write(channel));
+    }
+    for (const auto& [channel, rule] : m_link.settings.rules.requests()) {
+        m_topicsToSubscribe.push_back(m_link.topics.request(channel));
+    }
+    for (const auto& [channel, rule] : m_link.settings.rules.out()) {
+        if (m_link.settings.keepsInSpool(channel) && m_link.settings.rules.requests().count(channel) == 0) {
+            m_topicsToSubscribe.push_back(m_link.topics.request(channel));
+        }
+    }
+    m_topicsToSubscribe.push_back(m_link.topics.state());
+    m_control.push_back(stateMessage(m_link.settings, m_link.session, true));
+    if (!m_link.schemasKnown || !limits.sessionPresent) {
+        for (Publication& schema : schemaMessages(m_link.settings)) {
+            m_control.push_back(std::move(schema));
+        }
+        m_link.schemasKnown = true;
+    }
+    printStatus("connected to " + m_link.settings.broker.host + " with MQTT " + (m_version5 ? "5" : "3.1.1"));
+}
+
+void BrokerConnection::acknowledged(int id, int reason)
+{
+    const auto found = m_inFlight.find(id);
+    if (found == m_inFlight.end()) {
+        return; // QoS 0
+    }
+    const InFlight inFlight = std::move(found->second);
+    m_inFlight.erase(found);
+    if (reason != 0) {
+        reportRefusal(inFlight.topic, reason);
+    }
+    if (inFlight.fromQueue) {
+        if (reason == 0) {
+            m_link.queue.countSent(inFlight.message, inFlight.bytes);
+        } else {
+            m_link.queue.countDropped(inFlight.message, DropReason::Refused);
+        }
+    }
+}
+
+void BrokerConnection::subscribed(int id, bool granted)
+{
+    const auto found = m_subscriptions.find(id);
+    if (found != m_subscriptions.end() && !granted) {
+        printError("the broker refuses the subscription to " + found->second);
+    }
+}
+
+void BrokerConnection::received(IncomingMessage message)
+{
+    std::string channel;
+    const TopicKind kind = m_link.topics.parse(message.topic, channel);
+    if (kind == TopicKind::State) {
+        if (!m_link.stopping && isForeignState(message.payload, m_link.session)) {
+            ++m_link.counts.corrections;
+            m_control.push_back(stateMessage(m_link.settings, m_link.session, true));
+        }
+    } else if (message.retained) {
+        // It may be any number of days old.
+        ++m_link.counts.ignoredRetained;
+    } else if (kind != TopicKind::None) {
+        m_link.receive(kind, channel, std::move(message));
+    }
+}
+
+int BrokerConnection::waitMilliseconds() const
+{
+    // With a limited rate there may be something to send soon.
+    return m_connected && m_client.isWritable() && m_inFlight.size() < m_window && m_link.queue.hasBacklog()
+               ? 5
+           : m_link.stopping ? 20
+                             : 500;
+}
+
+bool BrokerConnection::isOverdue(Nanoseconds now) const
+{
+    for (const auto& [id, inFlight] : m_inFlight) {
+        if (now - inFlight.sent > m_link.settings.broker.acknowledgement) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void BrokerConnection::reportRefusal(const std::string& topic, int reason)
+{
+    int& reported = m_link.refusedTopics[topic];
+    if (reported != reason) {
+        printError("the broker refuses messages on " + topic + " (reason code " + std::to_string(reason) +
+                   ")");
+    }
+    reported = reason;
+}
+
+/// Sends what the window allows.
+/// \return false if the connection ended
+bool BrokerConnection::send(Nanoseconds now)
+{
+    if (!m_connected) {
+        return true;
+    }
+    for (; !m_topicsToSubscribe.empty(); m_topicsToSubscribe.pop_front()) {
+        const auto id = m_client.subscribe(m_topicsToSubscribe.front());
+        if (!id) {
+            return false;
+        }
+        m_subscriptions[*id] = m_topicsToSubscribe.front();
+    }
+    while (m_client.isWritable() && m_inFlight.size() < m_window) {
+        if (!m_control.empty()) {
+            Publication publication = std::move(m_control.front());
+            m_control.pop_front();
+            if (!sendControl(std::move(publication), now)) {
+                return false;
+            }
+            continue;
+        }
+        const bool backlogAllowed = mayDrain(now);
+        bool fromBacklog = false;
+        auto message = m_link.queue.take(now, backlogAllowed, fromBacklog);
+        if (!message) {
+            break;
+        }
+        m_drainCredit -= fromBacklog && m_link.settings.drainRate != 0 ? 1.0 : 0.0;
+        if (!sendMessage(std::move(*message), now)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool BrokerConnection::mayDrain(Nanoseconds now)
+{
+    const unsigned rate = m_link.settings.drainRate;
+    if (rate == 0 || m_link.stopping) {
+        return true;
+    }
+    m_drainCredit = std::min(m_drainCredit + inSeconds(now - m_drained) * rate, std::max(1.0, rate / 10.0));
+    m_drained = now;
+    return m_drainCredit >= 1.0;
+}
+
+bool BrokerConnection::isTooLarge(const Publication& publication) const
+{
+    std::size_t size = publication.topic.size() + publication.payload.size() + kPacketOverhead;
+    for (const auto& [name, value] : publication.properties) {
+        size += name.size() + value.size() + 5;
+    }
+    return size > std::min(m_limits.packetSize, m_link.settings.broker.packetLimit);
+}
+
+bool BrokerConnection::sendControl(Publication publication, Nanoseconds now)
+{
+    publication.retain = publication.retain && m_limits.retain;
+    publication.qos = std::min(publication.qos, m_limits.maximumQos);
+    if (isTooLarge(publication)) {
+        printError("the message on " + publication.topic + " is larger than the broker accepts");
+        return true;
+    }
+    const auto id = m_client.publish(publication);
+    if (id && publication.qos == 1) {
+        InFlight& inFlight = m_inFlight[*id];
+        inFlight.sent = now;
+        inFlight.topic = publication.topic;
+    }
+    return id.has_value();
+}
+
+bool BrokerConnection::sendMessage(OutgoingMessage message, Nanoseconds now)
+{
+    Publication publication = toPublication(message);
+    if (isTooLarge(publication)) {
+        m_link.queue.countDropped(message, DropReason::TooLarge);
+        int& reported = m_link.refusedTopics[message.topic];
+        if (reported != -1) {
+            printError("a message on " + message.topic + " is larger than the broker accepts");
+        }
+        reported = -1;
+        return true;
+    }
+    publication.retain = publication.retain && isNewest(message);
+    const std::size_t bytes = publication.topic.size() + publication.payload.size();
+    const auto id = m_client.publish(publication);
+    if (publication.qos == 0) {
+        m_link.queue.countSent(message, bytes);
+        return id.has_value();
+    }
+    // If the connection has ended in this call, the message is given back with the others.
+    InFlight& inFlight = m_inFlight[id ? *id : -1];
+    inFlight.topic = publication.topic;
+    inFlight.message = std::move(message);
+    inFlight.bytes = bytes;
+    inFlight.sent = now;
+    inFlight.fromQueue = true;
+    return id.has_value();
+}
+
+/// \return whether the broker may retain a message: the backlog goes out after newer messages, which it must not replace
+bool BrokerConnection::isNewest(const OutgoingMessage& message)
+{
+    std::int64_t& newest = m_link.retained.try_emplace(message.topic, message.queued).first->second;
+    newest = std::max(newest, message.queued);
+    return message.queued == newest;
+}
+
+Publication BrokerConnection::toPublication(const OutgoingMessage& message) const
+{
+    Publication publication;
+    publication.topic = message.topic;
+    publication.payload = m_link.settings.bare ? barePayloadOf(message) : payloadOf(message, m_link.session);
+    publication.qos = std::min(message.qos, m_limits.maximumQos);
+    publication.retain = message.retain && m_limits.retain;
+    publication.correlation = message.correlation;
+    if (m_version5 && message.number != 0) {
+        publication.properties = {
+            {"class", message.className},
+            {"session", std::to_string(message.session != 0 ? message.session : m_link.session.number)},
+            {"n", std::to_string(message.number)},
+            {"time", message.time.text}};
+    }
+    return publication;
+}
+
+/// Sends what waits before it says goodbye.
+bool BrokerConnection::mayStop(Nanoseconds now)
+{
+    const bool late = now > m_link.stopBefore;
+    if (!m_connected) {
+        return true;
+    }
+    if (!late && (m_link.queue.waiting() != 0 || !m_inFlight.empty() || !m_client.isWritable())) {
+        return false;
+    }
+    if (!m_farewell && !late) {
+        m_farewell = true;
+        m_control.push_back(stateMessage(m_link.settings, m_link.session, false));
+        return false;
+    }
+    if (!late && !m_control.empty()) {
+        return false;
+    }
+    m_client.disconnect();
+    return true;
+}
+
+} // namespace TelvaneTool::Mqtt

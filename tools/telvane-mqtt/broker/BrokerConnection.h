@@ -1,0 +1,115 @@
+#pragma once
+
+#include "telvane-mqtt/broker/MqttClient.h"
+#include "telvane-mqtt/channels/Topics.h"
+#include "telvane-mqtt/queue/OutgoingQueue.h"
+
+#include <atomic>
+#include <deque>
+#include <functional>
+#include <map>
+#include <string>
+
+namespace TelvaneTool::Mqtt
+{
+
+/// What the link has counted.
+struct LinkCounts
+{
+    std::atomic<bool> connected{false};
+    std::atomic<std::uint64_t> connections{0};
+    std::atomic<std::uint64_t> failures{0}; ///< attempts that failed and connections that were lost
+    std::atomic<std::uint64_t> corrections{0};
+    std::atomic<std::uint64_t> ignoredRetained{0};
+};
+
+/// Called for each message on W and R, on the link's thread. It must not wait for long.
+using Receiver = std::function<void(TopicKind kind, const std::string& channel, IncomingMessage message)>;
+
+/// What connections share, one after the other.
+struct LinkState
+{
+    LinkState(const BridgeSettings& bridgeSettings, const Session& bridgeSession, OutgoingQueue& outgoing,
+              Receiver receiver)
+        : settings(bridgeSettings),
+          session(bridgeSession),
+          queue(outgoing),
+          receive(std::move(receiver)),
+          topics(bridgeSettings.prefix, bridgeSettings.module)
+    {}
+
+    const BridgeSettings& settings;
+    const Session& session;
+    OutgoingQueue& queue;
+    const Receiver receive;
+    const Topics topics;
+    LinkCounts counts;
+    std::atomic<bool> stopping{false};
+    std::atomic<Nanoseconds> stopBefore{0};
+    bool schemasKnown = false;
+    std::map<std::string, int> refusedTopics;     ///< the last reason code that was reported
+    std::map<std::string, std::int64_t> retained; ///< when the message was accepted that a topic retains
+};
+
+/// One connection, from its first packet to its last.
+class BrokerConnection : public MqttClient::Events
+{
+public:
+    BrokerConnection(LinkState& link, bool version5);
+
+    /// Connects and sends until the connection ends.
+    /// \return why it ended
+    std::string run();
+
+    /// Gives back what was not acknowledged.
+    void finish();
+
+    bool wasConnected() const { return m_connected; }
+    bool versionRefused() const { return m_client.versionRefused(); }
+    bool takenOver() const { return m_client.takenOver(); }
+
+private:
+    /// A message without acknowledgement. Those of the link itself, such as the state, have no channel.
+    struct InFlight
+    {
+        OutgoingMessage message;
+        std::size_t bytes = 0;
+        Nanoseconds sent = 0;
+        bool fromQueue = false;
+        std::string topic;
+    };
+
+    void connected(const BrokerLimits& limits) override;
+    void acknowledged(int id, int reason) override;
+    void subscribed(int id, bool granted) override;
+    void received(IncomingMessage message) override;
+
+    int waitMilliseconds() const;
+    bool isOverdue(Nanoseconds now) const;
+    void reportRefusal(const std::string& topic, int reason);
+    bool send(Nanoseconds now);
+    bool mayDrain(Nanoseconds now);
+    bool isTooLarge(const Publication& publication) const;
+    bool sendControl(Publication publication, Nanoseconds now);
+    bool sendMessage(OutgoingMessage message, Nanoseconds now);
+    bool isNewest(const OutgoingMessage& message);
+    Publication toPublication(const OutgoingMessage& message) const;
+    bool mayStop(Nanoseconds now);
+
+    LinkState& m_link;
+    const bool m_version5;
+    MqttClient m_client;
+    BrokerLimits m_limits;
+    unsigned m_window = 1;
+    bool m_connected = false;
+    bool m_farewell = false;
+    Nanoseconds m_began = 0;
+    Nanoseconds m_drained = 0;
+    double m_drainCredit = 1.0;
+    std::deque<std::string> m_topicsToSubscribe;
+    std::map<int, std::string> m_subscriptions;
+    std::deque<Publication> m_control;
+    std::map<int, InFlight> m_inFlight;
+};
+
+} // namespace TelvaneTool::Mqtt

@@ -1,0 +1,194 @@
+// What goes wrong with the file must not stop the bridge: on a full disk messages wait in memory as without a spool, and a
+// damaged file is replaced. Both are reported once.
+
+#include "telvane-mqtt/queue/Spool.h"
+
+#include "common/cli/Messages.h"
+
+#include <cstdio>
+#include <unistd.h>
+
+namespace TelvaneTool::Mqtt
+{
+
+namespace
+{
+
+constexpr Nanoseconds kPauseAfterFailure = kSecond;
+
+} // namespace
+
+std::string Spool::open(const SpoolClocks& clocks, std::uint64_t& session)
+{
+    const std::lock_guard lock(m_mutex);
+    m_clocks = clocks;
+    m_session = session;
+    const Status status = openFile(session);
+    m_session = session;
+    if (status.code == Status::Code::Damaged) {
+        setAside(status);
+    } else if (status.code == Status::Code::Full) {
+        report(status);
+    } else if (!status) {
+        return "cannot use the spool " + m_path + ": " + status.text;
+    }
+    return {};
+}
+
+Spool::Status Spool::openFile(std::uint64_t& session)
+{
+    auto file = std::make_unique<SpoolFile>(m_limits);
+    Status status = file->open(m_path, m_clocks, session);
+    if (status && m_lastStored > file->lastStored()) {
+        status = file->continueAfter(m_lastStored); // identifiers of an earlier file may be in memory
+    }
+    if (status) {
+        m_lastStored = file->lastStored();
+        m_file = std::move(file);
+    }
+    return status;
+}
+
+Spool::Result Spool::write(SpoolBatch& batch, Nanoseconds now)
+{
+    const std::lock_guard lock(m_mutex);
+    Result result;
+    if (m_failing && now < m_tryAfter) {
+        return result;
+    }
+    m_tryAfter = now + kPauseAfterFailure;
+    Status status;
+    if (m_file == nullptr) {
+        std::uint64_t session = m_session;
+        status = openFile(session);
+    }
+    if (status) {
+        status = m_file->write(batch, m_session, now, result.evicted);
+    }
+    if (status) {
+        result.written = true;
+        result.generation = m_generation;
+        m_lastStored = m_file->lastStored();
+    } else {
+        result.evicted.clear();
+        for (OutgoingMessage& message : batch.accepted) {
+            message.stored = 0;
+        }
+    }
+    handle(status);
+    return result;
+}
+
+std::vector<OutgoingMessage> Spool::read(std::int64_t after, std::int64_t last, std::size_t count)
+{
+    const std::lock_guard lock(m_mutex);
+    std::vector<OutgoingMessage> messages;
+    if (m_file != nullptr) {
+        const Status status = m_file->read(after, last, count, messages);
+        if (!status) {
+            handle(status);
+        }
+    }
+    return messages;
+}
+
+std::vector<OutgoingMessage> Spool::find(const std::string& channel, std::uint64_t session,
+                                         std::uint64_t from, std::uint64_t& to)
+{
+    const std::lock_guard lock(m_mutex);
+    std::vector<OutgoingMessage> messages;
+    if (m_file != nullptr) {
+        const Status status = m_file->find(channel, session, from, to, messages);
+        if (!status) {
+            handle(status);
+        }
+    }
+    return messages;
+}
+
+std::map<std::string, std::uint64_t> Spool::unreported()
+{
+    const std::lock_guard lock(m_mutex);
+    std::map<std::string, std::uint64_t> counts;
+    if (m_file != nullptr) {
+        const Status status = m_file->readUnreported(counts);
+        if (!status) {
+            handle(status);
+        }
+    }
+    return counts;
+}
+
+void Spool::handle(const Status& status)
+{
+    if (status.code == Status::Code::Damaged) {
+        setAside(status);
+    } else {
+        report(status);
+    }
+}
+
+/// Renames a damaged file and begins a new one.
+void Spool::setAside(const Status& reason)
+{
+    m_file.reset();
+    ++m_failures;
+    ++m_generation;
+    const std::string damaged = m_path + ".damaged";
+    std::rename(m_path.c_str(), damaged.c_str());
+    // What the log has belongs to the old file, and would damage the new one.
+    std::rename((m_path + "-wal").c_str(), (damaged + "-wal").c_str());
+    unlink((m_path + "-shm").c_str());
+    printError("the spool " + m_path + " is damaged (" + reason.text + "); it is now " + damaged +
+               ", and a new one begins");
+    std::uint64_t session = m_session;
+    const Status status = openFile(session);
+    if (!status) {
+        report(status);
+    }
+}
+
+/// Reports when storing begins to fail, and when it succeeds again.
+void Spool::report(const Status& status)
+{
+    m_failures += status ? 0 : 1;
+    if (!status && !m_failing) {
+        printError("cannot write the spool " + m_path + ": " + status.text +
+                   "; messages are kept in memory only");
+    } else if (status && m_failing) {
+        printStatus("the spool " + m_path + " can be written again");
+    }
+    m_failing = !status;
+}
+
+std::size_t Spool::waiting() const
+{
+    const std::lock_guard lock(m_mutex);
+    return m_file != nullptr ? m_file->waiting() : 0;
+}
+
+std::size_t Spool::bytes() const
+{
+    const std::lock_guard lock(m_mutex);
+    return m_file != nullptr ? m_file->bytes() : 0;
+}
+
+std::uint64_t Spool::failures() const
+{
+    const std::lock_guard lock(m_mutex);
+    return m_failures;
+}
+
+std::int64_t Spool::lastStored() const
+{
+    const std::lock_guard lock(m_mutex);
+    return m_lastStored;
+}
+
+std::uint64_t Spool::generation() const
+{
+    const std::lock_guard lock(m_mutex);
+    return m_generation;
+}
+
+} // namespace TelvaneTool::Mqtt
