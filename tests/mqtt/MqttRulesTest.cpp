@@ -43,6 +43,7 @@ TEST(MqttTopics, AllowNoAnswersWhereTheBridgeReads)
     for (const char* const topic : {"", "p/m1/W/LogData", "p/m1/state", "a/+", "a/#", "$SYS/x"}) {
         EXPECT_FALSE(topics.mayAnswerOn(topic)) << topic;
     }
+    EXPECT_FALSE(topics.mayAnswerOn(std::string("a\0/+", 4)));
 }
 
 TEST(MqttRules, APatternStandsForTheClassesThatMatch)

@@ -69,7 +69,8 @@ TopicKind Topics::parse(const std::string& topic, std::string& channel) const
 bool Topics::mayAnswerOn(const std::string& topic) const
 {
     return !topic.empty() && topic.front() != '$' && topic.compare(0, m_base.size(), m_base) != 0 &&
-           mosquitto_pub_topic_check(topic.c_str()) == MOSQ_ERR_SUCCESS;
+           mosquitto_validate_utf8(topic.data(), static_cast<int>(topic.size())) == MOSQ_ERR_SUCCESS &&
+           mosquitto_pub_topic_check2(topic.data(), topic.size()) == MOSQ_ERR_SUCCESS;
 }
 
 } // namespace TelvaneTool::Mqtt
