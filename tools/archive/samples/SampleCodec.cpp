@@ -45,7 +45,7 @@ void putVarint(std::string& output, std::uint64_t value)
 
 std::uint64_t zigzag(std::int64_t value)
 {
-    return (static_cast<std::uint64_t>(value) << 1U) ^ static_cast<std::uint64_t>(value >> 63);
+    return (static_cast<std::uint64_t>(value) << 1U) ^ (value < 0 ? ~std::uint64_t{0} : 0U);
 }
 
 std::int64_t unzigzag(std::uint64_t value)
@@ -330,13 +330,16 @@ bool decodeChunk(std::string_view chunk, ChunkHeader& header, std::vector<Sample
             return false;
         }
     }
+    if (!reader.atEnd()) {
+        return false;
+    }
     for (std::size_t i = 0; i < count; ++i) {
         read[i].number = static_cast<std::int32_t>(numbers[i]);
         read[i].serial = static_cast<std::int32_t>(serials[i]);
         read[i].time = times[i];
     }
     samples.insert(samples.end(), read.begin(), read.end());
-    return reader.atEnd();
+    return true;
 }
 
 } // namespace TelvaneArchive
