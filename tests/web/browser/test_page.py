@@ -160,30 +160,44 @@ def test_both_languages_are_whole(page, cell):
     page.wait(lambda: page.text("state-word") == "No weld")
 
 
-@pytest.mark.parametrize("theme", ["light", "dark"])
-def test_the_page_is_accessible(page, cell, axe, theme):
+def test_the_page_is_accessible(page, cell, axe):
     page.open()
     publish_weld(cell, "--speed", "20")
     page.wait_for_state("ended")
     cell.publish("TelvaneError", "--as", "TelvaneError", "--set", "Message=gas is low")
-    page.js("document.documentElement.dataset.theme = arguments[0]; document.getElementById('numbers').open = true", theme)
+    page.js("document.getElementById('numbers').open = true")
     # The checker is not part of the page, whose policy lets nothing be added: the driver runs it.
     page.js(axe + "; window.axe = axe")
-    for view, waited in (("live", "metrics"), ("bus", "channels"), ("errors", "errors-list")):
-        page.js("location.hash = arguments[0]", view)
-        page.wait(lambda: page.text(waited))
-        if view == "bus":
-            page.browser.find_element(By.CSS_SELECTOR, "button.channel").click()
-        # The colours are all that differs between the themes.
-        rules = ["wcag2a", "wcag2aa", "wcag21a", "wcag21aa", "wcag22aa", "best-practice"] if theme == "light" else ["color-contrast"]
-        found = page.browser.execute_async_script(
-            f"axe.run({{runOnly: {rules}}})"
-            ".then((result) => arguments[0](result.violations.map((v) => [v.id, v.nodes.map((n) => n.html + n.failureSummary)])))")
-        assert found == [], (view, theme)
-    for state in ("none", "arc", "silent", "ended", "lost", "noBus"):
-        page.js("document.getElementById('state').dataset.state = arguments[0]", state)
-        assert page.browser.execute_async_script(
-            "axe.run('#state', {runOnly: ['color-contrast']}).then((result) => arguments[0](result.violations.length))") == 0, state
+    everything = ["wcag2a", "wcag2aa", "wcag21a", "wcag21aa", "wcag22aa", "best-practice"]
+    # The colours are all that differs between the themes.
+    for theme, rules in (("light", everything), ("dark", ["color-contrast"])):
+        page.js("document.documentElement.dataset.theme = arguments[0]", theme)
+        for view, waited in (("live", "metrics"), ("bus", "channels"), ("errors", "errors-list")):
+            page.js("location.hash = arguments[0]", view)
+            page.wait(lambda: page.text(waited))
+            if view == "bus" and theme == "light":
+                page.browser.find_element(By.CSS_SELECTOR, "button.channel").click()
+                # A few classes of the catalogue are like all others.
+                page.browser.find_element(By.ID, "catalogue-filter").send_keys("metrics")
+            found = page.browser.execute_async_script(
+                f"axe.run({{runOnly: {rules}}})"
+                ".then((result) => arguments[0](result.violations.map((v) => [v.id, v.nodes.map((n) => n.html + n.failureSummary)])))")
+            assert found == [], (view, theme)
+        page.js("location.hash = 'live'")
+        page.wait(lambda: not page.js("return document.getElementById('view-live').hidden"))
+        assert page.browser.execute_async_script("""
+            const copies = ['none', 'arc', 'silent', 'ended', 'lost', 'noBus'].map((state) => {
+              const copy = document.getElementById('state').cloneNode(true);
+              copy.dataset.state = state;
+              return copy;
+            });
+            const place = document.createElement('div');
+            place.append(...copies);
+            document.getElementById('view-live').append(place);
+            axe.run(place, {runOnly: ['color-contrast']}).then((result) => {
+              place.remove();
+              arguments[0]([result.violations.length, result.passes.length]);
+            });""") == [0, 1], theme
 
 
 def test_seven_tabs_share_one_stream(page, cell):
@@ -191,16 +205,17 @@ def test_seven_tabs_share_one_stream(page, cell):
     first = page.browser.current_window_handle
     for _ in range(6):
         page.browser.switch_to.new_window("tab")
-        page.open()
-        page.wait_for_state("none")
+        page.browser.get(cell.url)
     publish_weld(cell, "--speed", "20")
     page.wait_for_state("ended")
-    with urllib.request.urlopen(f"{cell.url}/metrics", timeout=30) as answer:
-        assert "\ntelvane_web_pages 1\n" in answer.read().decode()
     for handle in page.browser.window_handles:
         page.browser.switch_to.window(handle)
         page.wait_for_state("ended")
+    with urllib.request.urlopen(f"{cell.url}/metrics", timeout=30) as answer:
+        assert "\ntelvane_web_pages 1\n" in answer.read().decode()
+    for handle in page.browser.window_handles:
         if handle != first:
+            page.browser.switch_to.window(handle)
             page.browser.close()
     page.browser.switch_to.window(first)
 
