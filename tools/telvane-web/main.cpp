@@ -244,8 +244,8 @@ int main(int argc, char** argv)
 #ifdef TELVANE_WITH_ARCHIVE
     command
         .option("--archive", options.archive,
-                "Show the welds of this archive: an SQLite file, or postgresql://user@host/name")
-        .typeName("DB");
+                "Show the welds of the archive in FILE, which telvane-archive keeps")
+        .typeName("FILE");
 #endif
     command
         .option("--password-file", options.passwordFile,

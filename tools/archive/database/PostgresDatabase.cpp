@@ -222,15 +222,4 @@ std::unique_ptr<Database> openPostgres(const std::string& location, Database::Ac
     return database;
 }
 
-bool isPostgresLocation(const std::string& location)
-{
-    return location.rfind("postgresql://", 0) == 0 || location.rfind("postgres://", 0) == 0;
-}
-
-std::unique_ptr<Database> openDatabase(const std::string& location, Database::Access access, Status& status)
-{
-    return isPostgresLocation(location) ? openPostgres(location, access, status)
-                                        : openSqlite(location, access, status);
-}
-
 } // namespace TelvaneArchive

@@ -17,7 +17,7 @@ namespace TelvaneTool
 class WeldPages
 {
 public:
-    /// \param location  path of an SQLite archive, or postgresql://user@host/name
+    /// \param location  of the archive
     WeldPages(const std::string& location, const WakeUp& wakeUp);
 
     /// \return nothing for addresses of others
