@@ -316,10 +316,7 @@ void BusState::enqueue(Held& held, const EndpointPointer& endpoint, Item item)
             held.unlock();
             return;
         }
-        const auto oldest = std::find_if(endpoint->items.begin(), endpoint->items.end(),
-                                         [](const Item& one) { return one.kind == Item::Kind::Message; });
-        dropped = std::move(*oldest);
-        endpoint->items.erase(oldest);
+        dropped = endpoint->takeOldest(true);
         --endpoint->messages;
         if (!isQueue) {
             --executorOf(*endpoint).messages;

@@ -19,6 +19,18 @@ constexpr std::size_t kMaxChanges = 16; ///< limit of the connection changes in 
 
 } // namespace
 
+/// Takes the oldest item that is a message, or the oldest that is none. There must be one.
+Item Endpoint::takeOldest(bool isMessage)
+{
+    auto oldest = items.begin();
+    while ((oldest->kind == Item::Kind::Message) != isMessage) {
+        ++oldest;
+    }
+    Item item = std::move(*oldest);
+    items.erase(oldest);
+    return item;
+}
+
 EndpointPointer BusState::addEndpoint(const std::string& channel, const EndpointSettings& settings,
                                       std::unique_ptr<TelvaneDataTypeBase> prototype,
                                       std::unique_ptr<MessageHandler> handler, std::error_code& error)
@@ -219,10 +231,7 @@ void BusState::pushToQueues(Item::Kind kind, std::error_code why)
             }
             endpoint->knowsLoss = kind == Item::Kind::Lost;
             if (endpoint->items.size() - endpoint->messages >= kMaxChanges) {
-                const auto oldest =
-                    std::find_if(endpoint->items.begin(), endpoint->items.end(),
-                                 [](const Item& one) { return one.kind != Item::Kind::Message; });
-                endpoint->items.erase(oldest);
+                endpoint->takeOldest(false);
             }
             try {
                 Item item;

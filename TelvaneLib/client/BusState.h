@@ -145,6 +145,8 @@ public:
     bool ready = false; ///< in the list of an executor
     EndpointPointer nextReady;
 
+    Item takeOldest(bool isMessage);
+
     /// Makes the descriptor of a queue readable, or not.
     void updateEvent() { event.update(isReadable()); }
     bool isReadable() const { return ended || !items.empty(); }
