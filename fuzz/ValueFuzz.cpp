@@ -210,7 +210,7 @@ void checkText(const std::string& text)
 std::string takeText(Values& values)
 {
     const std::string text = values.takeText();
-    return text.c_str();
+    return text.substr(0, text.find('\0'));
 }
 
 std::size_t takeSize(Values& values)
