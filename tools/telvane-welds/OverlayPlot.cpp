@@ -241,7 +241,7 @@ int drawOverlay(ArchiveReader& reader, const std::vector<Weld>& welds, const std
         OverlaidWeld& added = drawn.emplace_back();
         added.id = weld.id;
         added.verdict = weld.text(Column::Verdict);
-        Status status = reader.envelope(weld.id, kFineParts, envelope);
+        Status status = reader.envelope(weld.id, kCoarseParts, envelope); // finer, noise hides the course
         status = status ? reader.findings(weld.id, added.findings) : status;
         if (!status) {
             return reportFailure(status);
