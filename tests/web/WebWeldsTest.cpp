@@ -301,7 +301,7 @@ TEST_F(WebWelds, SavesAllSamplesOfAWeld)
                 HasSubstr(formatted("{\"time_s\":%.9f,\"number\":4999,\"amps\":", 4999 * 0.0005)));
 }
 
-TEST_F(WebWelds, EndsADownloadThatNobodyReads)
+TEST_F(WebWelds, EndsADownloadThatIsNotRead)
 {
     const auto store = openStore(m_path);
     keep(*store, 0, 50'000); // more than all buffers hold

@@ -8,6 +8,7 @@ import time
 
 import pytest
 from selenium import webdriver
+from selenium.common.exceptions import StaleElementReferenceException
 from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.support.ui import WebDriverWait
 
@@ -120,7 +121,8 @@ class Page:
         return self.browser.execute_script(code, *arguments)
 
     def wait(self, condition, what="the condition"):
-        return WebDriverWait(self.browser, PATIENCE, 0.05).until(lambda _: condition(), what)
+        # While a page is loaded, an element that was just found can be gone.
+        return WebDriverWait(self.browser, PATIENCE, 0.05, [StaleElementReferenceException]).until(lambda _: condition(), what)
 
     def state(self):
         return self.js("return document.getElementById('state')?.dataset.state")

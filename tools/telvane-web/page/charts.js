@@ -14,11 +14,12 @@ const kSingle = 200; // samples that are few enough to be marked
 
 export class Chart {
   // zoom: called with a range that the reader has chosen
-  constructor(parent, name, share, {prefix = "chart", zoom = null, others = 0} = {}) {
+  constructor(parent, name, share, {prefix = "chart", zoom = null, others = 0, ink = `--${name}`} = {}) {
     this.name = name;
     this.share = share; // of the window's height
     this.zoom = zoom;
     this.others = others;
+    this.ink = ink;
     this.sync = prefix;
     this.begin = 0;
     this.unit = "";
@@ -38,7 +39,7 @@ export class Chart {
   }
 
   make() {
-    const stroke = colour(`--${this.name}`), ink = colour("--faint"), grid = colour("--grid");
+    const stroke = colour(this.ink), ink = colour("--faint"), grid = colour("--grid");
     const axis = {stroke: ink, grid: {stroke: grid, width: 1}, ticks: {stroke: grid, width: 1}, font: "13px system-ui, sans-serif"};
     const options = {
       width: Math.max(this.place.clientWidth, 100), height: this.height,
@@ -50,7 +51,7 @@ export class Chart {
         {stroke: "transparent", points: {show: false}}, {stroke: "transparent", points: {show: false}},
         {stroke: ink, width: 1.5, dash: [7, 5], points: {show: false}},
         {stroke: "transparent", points: {show: false}}, {stroke: "transparent", points: {show: false}},
-        ...kOthers.slice(0, this.others).map((other) => ({stroke: colour(other), width: 1.5, points: {show: false}}))],
+        ...kOthers.slice(0, this.others).map((other) => ({stroke: colour(other), width: 1.5, dash: [9, 3], points: {show: false}}))],
       bands: [{series: [6, 5], fill: ink + "33"}, {series: [3, 2], fill: stroke + "66"}],
       axes: [{...axis, size: 34, values: (_, ticks) => axisLabels(ticks, " s")},
         {...axis, size: 62, values: (_, ticks) => axisLabels(ticks)}],

@@ -15,7 +15,7 @@ export class WeldView {
     this.ids = [];
     this.charts = Object.fromEntries(kCharts.map((name) =>
       [name, new Chart($("weld-charts"), name, name === "amps" || name === "volts" ? 0.26 : 0.18,
-        {prefix: "weld", others: kOthers, zoom: (from, to) => this.zoom(from, to)})]));
+        {prefix: "weld", others: kOthers, ink: "--amps", zoom: (from, to) => this.zoom(from, to)})]));
     const move = (factor, shift) => () => {
       const {from, to} = this.range();
       const middle = (from + to) / 2 + shift * (to - from), half = (to - from) / 2 * factor;
