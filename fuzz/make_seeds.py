@@ -35,6 +35,29 @@ TOKENS = ('"header"', '"payload"', '"channel"', '"success"', '"sequence"', '".su
           '"/Date(1700000000123)/"', '"/Date()/"', '"/Date(9223372036854775808)/"',
           '"\\u0000"', '"\\ud83d\\udd25"', '"\\ud800"', "\\", "\x01", "\x1e")
 
+# A weld of 41 samples as the archive stores it, and its coarse envelope.
+ARCHIVE_CHUNK = ("54564331a000000054c071a801000000000000000000000029000000ad010000000000000000000028b52ffd60ad00750300"
+                 "f4040002000401008284e8eecdbaabea3181aaa3e5000000ac02a90200050601e802e50d0e01f0a503d9a00304c508c80804"
+                 "d708e707b810bf08c20804d108d408cb108808bc0804cb08ce0804911986190b00410602440a2fc84da6c2012eee9981d491"
+                 "48ab0758ae1f3ce30386")
+ARCHIVE_COLUMNS = ("0002000000000000000000000000000000000000000000000000000000000000000000000000000000040100000000000000"
+                   "00000000000000000000000000000000000000000000000000000000000000008284e8eecdbaabea3181aaa3e5cdbaabea31"
+                   "00000000000000000000000000000000000000000000000000000000000000000000000000000000ac02a902000506000506"
+                   "00050600050600050600050600050600050600050600050600050600050600050601e802e50200000000000d0e0000000000"
+                   "0d0e00000000000d0e00000000000d0e00000000000d0e000000000000000000000000000000000000000000000000000000"
+                   "0000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000"
+                   "000000000000000000000001f0a503d9a00304c508c80804d708e707b810bf08c20804d108d408cb108808bc0804cb08ce08"
+                   "049119861904c508c80804d708e707b810bf08c20804d108d408cb108808bc0804cb08ce0800000000000000000000000000"
+                   "0000000000000000000000000000000000000000000000000000000000")
+ARCHIVE_ENVELOPE = ("28b52ffd60c81c250b00a4080101ed6eea56ea18811b5d876400000006000000010000001643000017431843161816171816"
+                    "18171618171618171618161718161817161817161817169041cdcc9a9991666692333393000094cdcc9490c028459ad12a45"
+                    "66e62c45902b4566a62d45c02f45602e45e0294533f300a02acdb42ccdcc702d9a892fb02933c32b9ad92d80982e33b33028"
+                    "80b9a8504db43306908324496b126083189775445122c184128f841261dc10150a1dac84b45e261d51a28e86c384e17e8e49"
+                    "0b5c0e9f67a0cfcdd337f20c9db824b87f6eb20d24fc7be7d380bfefd8adcdbfe5d4b1ee91d9a71d4b827125d4ba6c521ec4"
+                    "9328b743d230f4b18f389055302c71fa748becfe9f7fa1bafb53377ab5f7abb6343f69975c93159f4b2215ec31630609f2a9"
+                    "b6d20ee55537c51ecb7ee2007c9f7a76ab94b0c76c395c748ce61537e51b744f2b4fe627ac7e9b418e7d8b5351ea778bf5b9"
+                    "4396cbdbc06e790f0baf18d072d69f02")
+
 
 def compact(value):
     return json.dumps(value, separators=(",", ":"), ensure_ascii=False).encode("utf-8")
@@ -464,6 +487,23 @@ def mqtt_input_seeds(catalogue):
     }
 
 
+def archive_input_seeds(recording_lines):
+    """What the archive of welds reads; the first byte is the kind of the input."""
+    seeds = {"records-" + name: b"b" + content for name, content in recording_lines.items()}
+    seeds.update({
+        "condition": b"wmean_amps > 180 and part_number like 'A-*' and operator is not empty",
+        "condition-quotes": b"wpart_number = 'x'' OR 1=1; DROP TABLE weld; --' and start_ns >= 1e3",
+        "rules": b"r# comment\n[program = 7 and wps = 'good']\nlimit mean_amps=170..190\nreference wps = 'good'\n"
+                 b"alarms 0.005\n[*]\nlimit arc_time=1..60\nskip-start 0.5\nleast 1\n",
+        "column": b"soperator=Kim",
+        "column-number": b"stravel_speed=8.5e0",
+        "chunk": b"c" + bytes.fromhex(ARCHIVE_CHUNK),
+        "columns": b"d" + bytes([40]) + bytes.fromhex(ARCHIVE_COLUMNS),
+        "envelope": b"e" + bytes.fromhex(ARCHIVE_ENVELOPE),
+    })
+    return seeds
+
+
 def all_files():
     """The content of every file, by its path."""
     catalogue = Catalogue()
@@ -473,7 +513,8 @@ def all_files():
              "Publication": publication_seeds(catalogue), "RelayReading": relay_reading_seeds(catalogue),
              "ToolRecord": tool_record_seeds(catalogue), "ToolRecording": tool_recording_seeds(),
              "ToolRecordingLines": tool_recording_lines_seeds(catalogue),
-             "Value": value_seeds(), "WebRequest": web_request_seeds(), "MqttInput": mqtt_input_seeds(catalogue)}
+             "Value": value_seeds(), "WebRequest": web_request_seeds(), "MqttInput": mqtt_input_seeds(catalogue),
+             "ArchiveInput": archive_input_seeds(tool_recording_lines_seeds(catalogue))}
     files = {HERE / "records.dict": dictionary(catalogue)}
     for target, contents in seeds.items():
         for name, content in contents.items():
