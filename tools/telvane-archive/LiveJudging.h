@@ -17,7 +17,7 @@ class Command;
 namespace TelvaneArchive
 {
 
-/// Judges welds as they end, and tells the verdicts on the bus.
+/// Judges welds when they end, and publishes the verdicts on the bus.
 class LiveJudging
 {
 public:

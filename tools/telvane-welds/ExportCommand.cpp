@@ -164,7 +164,7 @@ void addExportCommand(TelvaneTool::CommandLine& line)
     addFilterOptions(command, options->filter);
     command
         .option("--format", options->format,
-                "csv, jsonl, or spreadsheet: CSV with local dates and times, and texts that are no formulas")
+                "csv, jsonl, or spreadsheet: CSV with local dates and times, and texts that are not formulas")
         .typeName("FORMAT")
         .check([](const std::string& text) {
             return text == "csv" || text == "jsonl" || text == "spreadsheet"

@@ -1,6 +1,6 @@
 // Differences between welds of one kind are small, so the axes do not begin at 0, and only the means of the envelopes are
-// drawn. The band is the range of what other welds of the kind did at the same time after their start. It is no limit:
-// those come from the judge.
+// drawn. The band is the range of what other welds of the kind did at the same time after their start. It is not a limit:
+// limits come from the judge.
 
 #include "OverlayPlot.h"
 

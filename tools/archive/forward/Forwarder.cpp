@@ -164,7 +164,7 @@ Status Forwarder::sendRow(const Row& weld, std::int64_t& remote)
                                                                : Sql(" AS BIGINT)");
         if (column != Column::Uid) {
             updates += updates.text().empty() ? Sql("") : Sql(", ");
-            // A later verdict, by somebody at the plant, stays.
+            // A verdict that was made at the plant stays.
             updates += column == Column::Verdict ? Sql("verdict = coalesce(weld.verdict, excluded.verdict)")
                                                  : sqlOf(column) + " = excluded." + sqlOf(column);
         }
