@@ -95,21 +95,21 @@ void PolicyGuard::report(const EventServerRefusal& refusal)
 {
     const std::string line = m_report.add(refusal, monotonicNow());
     if (!line.empty()) {
-        log({line});
+        print({line});
     }
 }
 
 void PolicyGuard::update(Nanoseconds now)
 {
-    log(m_report.update(now));
+    print(m_report.update(now));
 }
 
 void PolicyGuard::finish()
 {
-    log(m_report.finish());
+    print(m_report.finish());
 }
 
-void PolicyGuard::log(const std::vector<std::string>& lines) const
+void PolicyGuard::print(const std::vector<std::string>& lines) const
 {
     for (const std::string& line : lines) {
         printError((m_audit ? "would refuse " : "refused ") + line);

@@ -39,7 +39,7 @@ public:
 private:
     bool decide(const AccessPolicy& policy, const Telvane::EventServerAccess& access);
     void report(const Telvane::EventServerRefusal& refusal);
-    void log(const std::vector<std::string>& lines) const;
+    void print(const std::vector<std::string>& lines) const;
 
     Telvane::EventServer& m_server;
     const std::string m_path;

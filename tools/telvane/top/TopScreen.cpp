@@ -75,21 +75,22 @@ TopScreen::Effect TopScreen::take(std::string_view typed)
 {
     Effect effect = Effect::None;
     while (!typed.empty() && effect != Effect::Quit) {
-        effect = std::max(effect, takeKey(typed));
+        const char key = typed.front();
+        typed.remove_prefix(1);
+        effect = std::max(effect, takeKey(key, typed));
     }
     return effect;
 }
 
-TopScreen::Effect TopScreen::takeKey(std::string_view& typed)
+/// \param rest  what was typed after the key; it may be the rest of a sequence
+TopScreen::Effect TopScreen::takeKey(char key, std::string_view& rest)
 {
-    const char key = typed.front();
-    typed.remove_prefix(1);
     if (m_help) {
         m_help = false;
         return key == 'q' ? Effect::Quit : Effect::Redraw;
     }
-    if (key == kEscape && !typed.empty()) {
-        return takeSequence(typed);
+    if (key == kEscape && !rest.empty()) {
+        return takeSequence(rest);
     }
     if (m_editing) {
         return edit(key);

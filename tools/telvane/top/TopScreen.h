@@ -37,7 +37,7 @@ public:
     static std::string help();
 
 private:
-    Effect takeKey(std::string_view& typed);
+    Effect takeKey(char key, std::string_view& rest);
     Effect takeSequence(std::string_view& typed);
     Effect edit(char key);
     Effect scroll(long rows);
