@@ -10,6 +10,7 @@
 #include <Telvane/RequestType.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <pwd.h>
 #include <unistd.h>
 
@@ -55,10 +56,16 @@ void StatusResponder::start(const std::string& path)
 {
     using Telvane::TelvaneDataTypeBase;
     const auto subscribe = [this](const char* channel, void (StatusResponder::*respond)()) {
-        return m_client.Subscribe(
-            Telvane::kRequestPrefix + std::string(channel),
-            [this, respond](void*, TelvaneDataTypeBase*, int, void*) { (this->*respond)(); },
-            DecodedRecord(nullptr), nullptr);
+        // On a machine that is busy with something else, the server may need more than a second for its response.
+        constexpr int kMaxAttempts = 10;
+        int result = -ETIMEDOUT;
+        for (int attempt = 0; attempt < kMaxAttempts && result == -ETIMEDOUT; ++attempt) {
+            result = m_client.Subscribe(
+                Telvane::kRequestPrefix + std::string(channel),
+                [this, respond](void*, TelvaneDataTypeBase*, int, void*) { (this->*respond)(); },
+                DecodedRecord(nullptr), nullptr);
+        }
+        return result;
     };
     if (m_client.Connect(path) != 0 || subscribe(kChannelsStatus, &StatusResponder::sendChannels) != 0 ||
         subscribe(kClientsStatus, &StatusResponder::sendClients) != 0) {
