@@ -16,8 +16,9 @@ namespace Telvane
 namespace
 {
 
-/// A client that publishes under ever new names must not fill the memory.
+// A client that publishes under ever new names must not fill the memory.
 constexpr std::size_t kMaxDecisions = 1000;
+constexpr std::size_t kMaxHeaderBytes = std::size_t{64} * 1024;
 
 } // namespace
 
@@ -56,7 +57,9 @@ ClientRights::Client* ClientRights::find(int client)
     known.identity.process = peer.process;
     known.identity.user = peer.user;
     known.identity.group = peer.group;
-    known.identity.groups = peerGroups(client);
+    if (!peerGroups(client, known.identity.groups)) {
+        return nullptr; // a rule that denies a group could not be applied
+    }
     return &m_clients.emplace(client, std::move(known)).first->second;
 }
 
@@ -101,11 +104,15 @@ bool ClientRights::decideMessage(int client, std::string_view header)
         const std::lock_guard<std::mutex> guard(m_lock);
         const auto known = m_clients.find(client);
         if (policy == m_policy && known != m_clients.end()) {
-            auto& messages = known->second.messages;
-            if (messages.size() >= kMaxDecisions) {
-                messages.clear();
+            Client& sender = known->second;
+            if (sender.messages.size() >= kMaxDecisions ||
+                sender.headerBytes + header.size() > kMaxHeaderBytes) {
+                sender.messages.clear();
+                sender.headerBytes = 0;
             }
-            messages[std::string(header)].permitted = permitted;
+            const auto decision = sender.messages.try_emplace(std::string(header));
+            decision.first->second.permitted = permitted;
+            sender.headerBytes += decision.second ? header.size() : 0;
         }
         return permitted;
     } catch (const std::bad_alloc&) {

@@ -51,6 +51,7 @@ private:
     {
         EventServerAccess identity; ///< action and channel are not set
         std::map<std::string, Decision, std::less<>> messages;
+        std::size_t headerBytes = 0; ///< size of all keys of `messages`
     };
 
     bool decideMessage(int client, std::string_view header);

@@ -1,5 +1,5 @@
-// Refusal of connections and subscriptions, and reports of all refusals. Without limits, every process that can open the socket may
-// connect and subscribe as often as it likes, and the server keeps the name of each channel forever.
+// Refusal of connections and subscriptions, and reports of all refusals. Without limits, every process that can open
+// the socket may connect and subscribe as often as it likes, and the server keeps the name of each channel forever.
 
 #include "bus/EventServerState.h"
 
@@ -72,7 +72,8 @@ bool isAllowed(const EventServerLimits& limits, int client)
     if (limits.groups.empty()) {
         return false;
     }
-    const std::vector<gid_t> groups = peerGroups(client);
+    std::vector<gid_t> groups; // none if they cannot be read
+    peerGroups(client, groups);
     return std::any_of(groups.begin(), groups.end(),
                        [&limits](gid_t group) { return contains(limits.groups, group); });
 }
@@ -84,7 +85,10 @@ std::string describe(const EventServerRefusal& refusal)
     std::string text = "client " + std::to_string(refusal.client) + " (process " +
                        std::to_string(refusal.process) + ", user " + std::to_string(refusal.user) +
                        ", group " + std::to_string(refusal.group) + ")";
-    if (!isOfConnection(refusal.reason)) {
+    if (refusal.reason == EventServerRefusal::Reason::TooManySubscriptions ||
+        refusal.reason == EventServerRefusal::Reason::TooManyChannels) {
+        text += " for channel " + refusal.channel;
+    } else if (!isOfConnection(refusal.reason)) {
         text += " for channel " + printable(refusal.channel);
     }
     return text + ": " + reasonText(refusal.reason);

@@ -144,16 +144,16 @@ bool identifyPeer(int fd, Peer& peer)
     return true;
 }
 
-std::vector<gid_t> peerGroups(int fd)
+bool peerGroups(int fd, std::vector<gid_t>& groups)
 {
-    std::vector<gid_t> groups(32);
+    groups.assign(32, 0);
     for (;;) {
         auto length = static_cast<socklen_t>(groups.size() * sizeof(gid_t));
         const int result = getsockopt(fd, SOL_SOCKET, SO_PEERGROUPS, groups.data(), &length);
         const std::size_t count = length / sizeof(gid_t);
         if (result == 0 || errno != ERANGE || count <= groups.size()) {
             groups.resize(result == 0 ? count : 0);
-            return groups;
+            return result == 0;
         }
         groups.resize(count);
     }

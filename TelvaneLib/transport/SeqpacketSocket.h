@@ -82,8 +82,9 @@ struct Peer
 /// \return false, with errno set, if it is unknown
 bool identifyPeer(int fd, Peer& peer);
 
-/// \return the supplementary groups of the peer; empty if unknown
-std::vector<gid_t> peerGroups(int fd);
+/// \param[out] groups the supplementary groups of the peer; empty if unknown
+/// \return false if they are unknown, as on kernels before 4.13
+bool peerGroups(int fd, std::vector<gid_t>& groups);
 
 /// \return bytes sent and not received yet, with the kernel's overhead
 std::size_t unreadBytes(int fd);

@@ -112,6 +112,12 @@ Other refused" ]
     [ "$status" -eq 0 ]
 }
 
+@test "serve does not start without the policy that it is given" {
+    run "$TELVANE" serve "$bus" --policy ""
+    [ "$status" -eq 2 ]
+    [[ "$output" == *"--policy: "*"the name of the file is empty"* ]]
+}
+
 @test "serve does not start with an invalid policy" {
     printf 'allow * * *\nallow user:no-such-user * *\n' >policy
     run "$TELVANE" serve "$bus" --policy policy

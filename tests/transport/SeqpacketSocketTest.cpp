@@ -36,6 +36,13 @@ TEST_F(ClientOfRawServer, SendsWholeRecordsWaitingAndWithoutASignal)
     EXPECT_EQ(flagsOfLastSend(Caller::Application), MSG_EOR | MSG_NOSIGNAL);
 }
 
+TEST(PeerGroups, AreUnknownWithoutAPeer)
+{
+    std::vector<gid_t> groups = {1};
+    EXPECT_FALSE(peerGroups(-1, groups));
+    EXPECT_TRUE(groups.empty());
+}
+
 TEST(PeerGroups, AreKnownForPeersWithMoreThanTheUsualNumber)
 {
     if (::geteuid() != 0) {
@@ -48,7 +55,8 @@ TEST(PeerGroups, AreKnownForPeersWithMoreThanTheUsualNumber)
         int ends[2] = {-1, -1};
         const bool ready = ::setgroups(groups.size(), groups.data()) == 0 &&
                            ::socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends) == 0;
-        ::_exit(ready && peerGroups(ends[0]) == groups ? 0 : 1);
+        std::vector<gid_t> found;
+        ::_exit(ready && peerGroups(ends[0], found) && found == groups ? 0 : 1);
     }
     int status = -1;
     ASSERT_EQ(::waitpid(child, &status, 0), child);

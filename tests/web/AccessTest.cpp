@@ -139,9 +139,9 @@ TEST_F(WebAccess, EndsTheLiveStreamWithItsSession)
 TEST(WebPassword, IsHashedWithArgon2)
 {
     EXPECT_THAT(hashOfPassword(), StartsWith("$argon2id$v=19$m=7168,t=5,p=1$"));
-    EXPECT_TRUE(isPassword(kPassword, hashOfPassword()));
-    EXPECT_FALSE(isPassword("correct horse", hashOfPassword()));
-    EXPECT_FALSE(isPassword("", hashOfPassword()));
+    EXPECT_EQ(verifyPassword(kPassword, hashOfPassword()), PasswordCheck::Right);
+    EXPECT_EQ(verifyPassword("correct horse", hashOfPassword()), PasswordCheck::Wrong);
+    EXPECT_EQ(verifyPassword("", hashOfPassword()), PasswordCheck::Wrong);
 }
 
 TEST(WebPassword, IsReadFromAFile)

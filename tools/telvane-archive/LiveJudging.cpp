@@ -142,6 +142,7 @@ void addLiveJudgingOptions(TelvaneTool::Command& command, LiveJudging::Options& 
 {
     const char* const group = "Judging (default: no weld is judged)";
     command.option("--rules", options.rules, "Judge each weld when it ends, by the rules in FILE")
+        .check(&TelvaneTool::checkFileName)
         .group(group)
         .typeName("FILE");
     command.option("--verdict-channel", options.channel, "Publish the verdicts on CHANNEL of the bus")

@@ -250,14 +250,16 @@ int main(int argc, char** argv)
     command
         .option("--password-file", options.passwordFile,
                 "Demand the password whose hash is in FILE; see --new-password")
+        .check(&checkFileName)
         .typeName("FILE");
     command
         .option("--new-password", options.newPassword, "Ask for a password, write its hash to FILE, and exit")
         .typeName("FILE");
     Option certificate = command.option("--certificate", options.certificate,
                                         "Serve HTTPS with the certificate in FILE, as PEM");
-    certificate.typeName("FILE");
+    certificate.check(&checkFileName).typeName("FILE");
     command.option("--key", options.key, "Key of the certificate, as PEM")
+        .check(&checkFileName)
         .typeName("FILE")
         .needs("--certificate");
     certificate.needs("--key");

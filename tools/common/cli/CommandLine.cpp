@@ -99,6 +99,11 @@ void checkRange(CLI::Option& option, const std::string& expected, Accepts accept
 
 } // namespace
 
+std::string checkFileName(const std::string& text)
+{
+    return text.empty() ? "the name of the file is empty" : "";
+}
+
 bool isCompletion(int argc, const char* const* argv)
 {
     return argc > 3 && std::string_view(argv[1]) == "complete" && std::string_view(argv[2]) == "--";

@@ -56,6 +56,10 @@ private:
 
 class CommandLine;
 
+/// For Option::check(): refuses an empty name, such as that of a variable that a unit does not set. For files without
+/// which a program would do less than it should, as for access control.
+std::string checkFileName(const std::string& text);
+
 /// \return whether a program is called as "PROGRAM complete -- WORD...", to complete its own command line
 bool isCompletion(int argc, const char* const* argv);
 

@@ -19,6 +19,7 @@ namespace
 constexpr std::size_t kMaxWaiting = 4;
 constexpr std::size_t kMaxKnown = 32;
 constexpr std::size_t kMaxPassword = 1000;
+constexpr unsigned kOk = 200;
 constexpr unsigned kUnauthorized = 401;
 constexpr unsigned kTooManyRequests = 429;
 constexpr unsigned kUnavailable = 503;
@@ -58,8 +59,15 @@ public:
     bool isReady() const override { return m_job->isReady(); }
     std::optional<HttpReply> take() override
     {
-        const std::optional<HttpReply> result = m_job->take();
-        m_gate.m_known.push_front({m_digest, result && result->status == 200});
+        std::optional<HttpReply> result = m_job->take();
+        if (!result || result->status == kUnavailable) {
+            HttpReply reply;
+            reply.status = kUnavailable;
+            reply.body = "there is not enough memory to check the password\n";
+            reply.retryAfter = 1;
+            return reply;
+        }
+        m_gate.m_known.push_front({m_digest, result->status == kOk});
         if (m_gate.m_known.size() > kMaxKnown) {
             m_gate.m_known.pop_back();
         }
@@ -150,7 +158,17 @@ std::optional<HttpReply> AccessGate::checkPassword(const HttpRequest& request)
     }
     std::unique_ptr<HttpLater> job = m_worker.run([password = *password, hash = m_settings.hash] {
         HttpReply result;
-        result.status = isPassword(password, hash) ? 200 : kUnauthorized;
+        switch (verifyPassword(password, hash)) {
+        case PasswordCheck::Right:
+            result.status = kOk;
+            break;
+        case PasswordCheck::Wrong:
+            result.status = kUnauthorized;
+            break;
+        case PasswordCheck::Unknown:
+            result.status = kUnavailable;
+            break;
+        }
         return result;
     });
     if (job == nullptr) {

@@ -4,11 +4,14 @@
 
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
+#include "common/cli/Signals.h"
 #include "common/support/OutputFile.h"
 
+#include <cerrno>
 #include <cstring>
 #include <fstream>
 #include <iostream>
+#include <poll.h>
 #include <sodium.h>
 #include <sys/stat.h>
 #include <termios.h>
@@ -46,17 +49,24 @@ public:
         }
     }
 
-    std::string read(const char* question) const
+    /// \return the signal that ended the wait, or 0
+    int read(const char* question, std::string& line) const
     {
         if (m_terminal) {
             std::cerr << question << std::flush;
         }
-        std::string line;
+        const FileDescriptor signals = openSignals();
+        pollfd watched[] = {{STDIN_FILENO, POLLIN, 0}, {signals.get(), POLLIN, 0}};
+        while (std::cin.rdbuf()->in_avail() <= 0 && poll(watched, 2, -1) < 0 && errno == EINTR) {
+        }
+        if (const int signal = readSignal(signals.get()); signal != 0) {
+            return signal;
+        }
         std::getline(std::cin, line);
         if (m_terminal) {
             std::cerr << "\n";
         }
-        return line;
+        return 0;
     }
     bool isTerminal() const { return m_terminal; }
 
@@ -77,10 +87,16 @@ std::string hashPassword(const std::string& password)
     return hash;
 }
 
-bool isPassword(const std::string& password, const std::string& hash)
+PasswordCheck verifyPassword(const std::string& password, const std::string& hash)
 {
-    return sodium_init() >= 0 &&
-           crypto_pwhash_str_verify(hash.c_str(), password.data(), password.size()) == 0;
+    if (sodium_init() < 0) {
+        return PasswordCheck::Unknown;
+    }
+    errno = 0;
+    if (crypto_pwhash_str_verify(hash.c_str(), password.data(), password.size()) == 0) {
+        return PasswordCheck::Right;
+    }
+    return errno == EINVAL ? PasswordCheck::Wrong : PasswordCheck::Unknown; // there was no memory
 }
 
 std::string readPasswordFile(const std::string& path, std::string& error)
@@ -105,8 +121,15 @@ int writePasswordFile(const std::string& path)
     std::string password;
     {
         const HiddenInput input;
-        password = input.read("Password: ");
-        if (input.isTerminal() && input.read("The same again: ") != password) {
+        std::string again;
+        int signal = input.read("Password: ", password);
+        if (signal == 0 && input.isTerminal()) {
+            signal = input.read("The same again: ", again);
+        }
+        if (signal != 0) {
+            return kSignalBase + signal;
+        }
+        if (input.isTerminal() && again != password) {
             printError("the passwords differ");
             return kWrongUsage;
         }

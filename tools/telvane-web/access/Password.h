@@ -9,8 +9,16 @@ namespace TelvaneTool
 /// \return the hash as text, with its salt and its costs; empty if there is not enough memory
 std::string hashPassword(const std::string& password);
 
+/// Result of verifyPassword().
+enum class PasswordCheck
+{
+    Right,
+    Wrong,
+    Unknown, ///< there is not enough memory
+};
+
 /// Takes as long as hashPassword(), and the same 7 MiB.
-bool isPassword(const std::string& password, const std::string& hash);
+PasswordCheck verifyPassword(const std::string& password, const std::string& hash);
 
 /// Reads a file that contains a hash.
 /// \param[out] error  set on failure

@@ -343,6 +343,7 @@ void addServeCommand(CommandLine& line)
                 "Allow clients only what the rules in FILE allow: lines such as \"allow group:welding "
                 "publish,subscribe Weld*\", of which the first that matches decides. SIGHUP "
                 "loads FILE again")
+        .check(&checkFileName)
         .typeName("FILE")
         .group("Access control");
     command.flag("--policy-audit", options->policyAudit, "Only log what the policy would refuse")

@@ -6,7 +6,9 @@ namespace TelvaneTool
 std::string RefusalReport::add(const Telvane::EventServerRefusal& refusal, Nanoseconds now)
 {
     const std::lock_guard<std::mutex> guard(m_lock);
-    const Key key(refusal.client, refusal.process, refusal.reason, refusal.channel);
+    constexpr std::size_t kMaxChannelLength = 200; // a line does not show more of it either
+    const Key key(refusal.client, refusal.process, refusal.reason,
+                  refusal.channel.substr(0, kMaxChannelLength));
     const auto found = m_entries.find(key);
     if (found != m_entries.end()) {
         ++found->second.more;
