@@ -176,7 +176,12 @@ for number in range(1, int(sys.argv[1]) + 1):
     await far.out "\"serialNumber\":\"$count\""
     await listener.out "\"log\":\"$count\""
     sleep 0.5 # time for messages that must not come
-    [ "$(wc -l <far.out)" -eq "$count" ]
-    [ "$(wc -l <listener.out)" -eq "$count" ]
-    [ "$(jq -r .payload.serialNumber far.out | sort -n | uniq | wc -l)" -eq "$count" ]
+    # A listener on a busy machine may miss some, which its server reports; none arrives twice.
+    local missed
+    for output in far.out listener.out; do
+        [ "$(wc -l <"$output")" -eq "$(sort "$output" | jq -r '.payload | .serialNumber // .log' | sort -u | wc -l)" ]
+        [ "$(wc -l <"$output")" -le "$count" ]
+    done
+    missed=$(cat ./*.err | grep -c "missed" || true)
+    [ "$missed" -gt 0 ] || [ "$(cat far.out listener.out | wc -l)" -eq "$((2 * count))" ]
 }
