@@ -170,7 +170,7 @@ TEST_F(ManyThreadsOnBus, KeepTheirPromisesWhileTheServerRestarts)
     // The bus may not have noticed yet that the connection is lost.
     EXPECT_TRUE(eventually([&] {
         bus->publish(logOf("still works"));
-        const auto item = queue.next(1s);
+        const auto item = queue.next(std::chrono::seconds(1));
         return item && item->log == "still works";
     }));
 }
