@@ -2,12 +2,14 @@
 // size of files, which needs no rights, tries most of the same.
 
 #include "archive/ArchiveTestSupport.h"
+#include "archive/reader/ArchiveCopy.h"
 #include "archive/samples/SampleFile.h"
 #include "archive/welds/Schema.h"
 
 #include <csignal>
 #include <fcntl.h>
 #include <filesystem>
+#include <fstream>
 #include <map>
 #include <random>
 #include <sched.h>
@@ -361,4 +363,28 @@ TEST_F(TornLog, LosesOnlyTheSamplesThatAreCutOff)
         EXPECT_EQ(listWelds(*reader).size(), 5U);
         EXPECT_EQ(whole, i * 5 / 6);
     }
+}
+
+TEST(FullDisk, FailsACopyWhoseSamplesFindNoRoom)
+{
+    const TemporaryDirectory directory;
+    const std::string path = directory.path("welds.db");
+    const std::string copy = directory.path("copy.db");
+    keepWeld(*openStore(path), makeWeld("one"), 100);
+    const auto reader = openReader(path);
+    const std::string samples = sampleFolder(path);
+    std::ofstream(samples + "/2020-01.samples") << std::string(4 << 20, 'x');
+    std::filesystem::create_directory(samples + "/lost+found");
+    std::filesystem::create_symlink("deleted", samples + "/2020-02.samples");
+
+    const FileSizeLimit limit;
+    FileSizeLimit::set(2 << 20);
+    EXPECT_FALSE(copyArchive(*reader, path, copy, true));
+    limit.lift();
+    EXPECT_FALSE(std::filesystem::exists(copy));
+    EXPECT_FALSE(std::filesystem::exists(sampleFolder(copy)));
+
+    const Status status = copyArchive(*reader, path, copy, true);
+    EXPECT_TRUE(status) << status.text;
+    EXPECT_EQ(std::filesystem::file_size(sampleFolder(copy) + "/2020-01.samples"), std::uintmax_t{4} << 20);
 }

@@ -29,20 +29,43 @@ Status synchronise(const std::string& path)
     return file.isOpen() && fsync(file.get()) == 0 ? Status() : failed(path, errno);
 }
 
+/// Copies a file, unless retention deletes it meanwhile.
+Status copySampleFile(const std::filesystem::path& from, const std::string& to)
+{
+    namespace fs = std::filesystem;
+    std::error_code error;
+    const fs::file_type type = fs::status(from, error).type();
+    if (type == fs::file_type::none) {
+        return failed(from, error.value());
+    }
+    if (type != fs::file_type::regular) {
+        return {}; // deleted, or not a sample file, such as lost+found
+    }
+    fs::copy_file(from, to, error);
+    if (!error) {
+        return synchronise(to);
+    }
+    std::error_code unknown;
+    if (error == std::errc::no_such_file_or_directory && !fs::exists(from, unknown) && !unknown) {
+        return {};
+    }
+    return failed(to, error.value());
+}
+
 Status copySamples(const std::string& from, const std::string& to)
 {
     namespace fs = std::filesystem;
     std::error_code error;
-    fs::create_directories(to, error);
+    if (fs::create_directories(to, error); error) {
+        return failed(to, error.value());
+    }
     Status status;
     for (fs::directory_iterator entry(from, error); !error && status && entry != fs::directory_iterator();
          entry.increment(error)) {
-        const std::string copy = to + "/" + entry->path().filename().string();
-        fs::copy_file(entry->path(), copy, error);
-        status = error ? Status() : synchronise(copy);
+        status = copySampleFile(entry->path(), to + "/" + entry->path().filename().string());
     }
     const bool none = error == std::errc::no_such_file_or_directory; // no weld has samples
-    return error && !none ? failed(to, error.value()) : status;
+    return error && !none ? failed(from, error.value()) : status;
 }
 
 } // namespace
