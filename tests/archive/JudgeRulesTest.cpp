@@ -195,6 +195,53 @@ TEST(JudgeRules, LearnFromOtherWeldsThanTheOneThatIsJudged)
     EXPECT_EQ(remarks.size(), 1U);
 }
 
+TEST(JudgeRules, LeaveReferencesWithoutAnArcOut)
+{
+    const TemporaryDirectory directory;
+    const std::string path = directory.path("welds.db");
+    const auto store = openStore(path);
+    const auto reader = openReader(path);
+    const std::string rules = "[*]\nreference part_number = 'A-17'\n";
+    for (int i = 0; i < 3; ++i) {
+        keepWeldAt(*store, weldOf(std::to_string(i), "A-17", 7), 180.0 + i * 0.1);
+    }
+    keepWeld(*store, weldOf("no samples", "A-17", 7), 0);
+    std::vector<std::string> remarks;
+    RuleJudge few(rulesOf(rules), *reader);
+    ASSERT_TRUE(few.prepare(remarks));
+    EXPECT_EQ(remarks, (std::vector<std::string>{"[*] has 3 references; limits can be learned from 4"}));
+
+    keepWeldAt(*store, weldOf("3", "A-17", 7), 180.3);
+    keepWeldAt(*store, weldOf("bad", "B", 7), 150.0);
+    RuleJudge judge(rulesOf(rules), *reader);
+    Judge::Verdict verdict;
+    std::string rule;
+    ASSERT_TRUE(judge.judge(listWelds(*reader).back(), verdict, rule));
+    EXPECT_EQ(verdict.level, "not_ok");
+}
+
+TEST(JudgeRules, ReadReferencesAgainThatCouldNotBeRead)
+{
+    const TemporaryDirectory directory;
+    const std::string path = directory.path("welds.db");
+    const auto store = openStore(path);
+    const auto reader = openReader(path);
+    for (int i = 0; i < 4; ++i) {
+        keepWeldAt(*store, weldOf(std::to_string(i), "A-17", 7), 180.0 + i * 0.1);
+    }
+    keepWeldAt(*store, weldOf("bad", "B", 7), 150.0);
+    const Weld bad = listWelds(*reader).back();
+    RuleJudge judge(rulesOf("[*]\nreference part_number = 'A-17'\n"), *reader);
+    Judge::Verdict verdict;
+    std::string rule;
+    ASSERT_TRUE(store->database().run("ALTER TABLE chunk RENAME TO away"));
+    EXPECT_FALSE(judge.judge(bad, verdict, rule));
+    ASSERT_TRUE(store->database().run("ALTER TABLE away RENAME TO chunk"));
+    const Status status = judge.judge(bad, verdict, rule);
+    ASSERT_TRUE(status) << status.text;
+    EXPECT_EQ(verdict.level, "not_ok");
+}
+
 TEST(JudgeRules, StoreTheVerdictWithTheRow)
 {
     const TemporaryDirectory directory;

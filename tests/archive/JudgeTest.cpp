@@ -130,6 +130,26 @@ TEST(Judge, TakesAbsoluteLimitsWithoutReferences)
     EXPECT_EQ(judge.judge(weld).level, "warning");
 }
 
+TEST(Judge, WarnsOfAMetricThatOnlyTheReferencesHave)
+{
+    std::mt19937 random(3);
+    Judge judge = teach(random, 9);
+    WeldFeatures weld = makeFeatures(random);
+    weld.metrics.erase(Column::MeanGas);
+    const Judge::Verdict verdict = judge.judge(weld);
+    EXPECT_EQ(verdict.level, "warning");
+    ASSERT_EQ(verdict.findings.size(), 1U);
+    EXPECT_EQ(verdict.findings[0].metric, "mean_gas");
+    EXPECT_EQ(verdict.findings[0].reference, "9 references, not measured");
+    EXPECT_LT(verdict.findings[0].low, 100.0);
+    EXPECT_GT(verdict.findings[0].high, 100.0);
+
+    WeldFeatures without = makeFeatures(random);
+    without.metrics.erase(Column::MeanGas);
+    judge.addReference(without);
+    EXPECT_EQ(judge.judge(weld).level, "ok") << "not all references have it";
+}
+
 TEST(Judge, LooksAtTheMainPhaseOnly)
 {
     const TemporaryDirectory directory;

@@ -18,6 +18,7 @@ namespace
 
 constexpr int kWarning = 10;
 constexpr int kNotOk = 11;
+constexpr std::size_t kLeastReferences = RuleJudge::kLeastReferences;
 
 struct Options
 {
@@ -151,7 +152,7 @@ int judge(const Options& options)
         !findWelds(*reader, "--where", options.leaveOneOut ? options.reference : options.where, judged)) {
         return TelvaneTool::kWrongUsage;
     }
-    if (options.limits.empty() && references.size() < 4) {
+    if (options.limits.empty() && references.size() < kLeastReferences) {
         TelvaneTool::printError("limits can be learned from four welds or more, --reference matches " +
                                 std::to_string(references.size()));
         return TelvaneTool::kWrongInput;
@@ -163,6 +164,18 @@ int judge(const Options& options)
         }
     };
     std::for_each(references.begin(), references.end(), read);
+    if (!status) {
+        return reportStatus(options.database, status);
+    }
+    references.erase(std::remove_if(references.begin(), references.end(),
+                                    [&](std::int64_t id) { return !features[id].hasArc(); }),
+                     references.end());
+    if (options.limits.empty() && references.size() < kLeastReferences) {
+        TelvaneTool::printError("limits can be learned from four welds or more, and " +
+                                std::to_string(references.size()) +
+                                " of those that --reference matches have samples of an arc");
+        return TelvaneTool::kWrongInput;
+    }
     int worst = TelvaneTool::kSuccess;
     for (const std::int64_t id : judged) {
         read(id);

@@ -132,10 +132,15 @@ void Judge::judgeMetrics(const WeldFeatures& weld, Verdict& verdict) const
     const std::string reference = std::to_string(m_references.size()) + " references";
     for (const auto& [metric, values] : known) {
         const auto value = weld.metrics.find(metric);
-        if (values.size() != m_references.size() || value == weld.metrics.end()) {
+        if (values.size() != m_references.size()) {
             continue;
         }
-        const Band band = learn(values, static_cast<double>(comparisons));
+        const Band band = learn(values, static_cast<double>(std::max<std::size_t>(comparisons, 1)));
+        if (value == weld.metrics.end()) {
+            find(verdict, "warning", infoOf(metric).name, 0.0, band.warning, 0.0, 0.0,
+                 reference + ", not measured");
+            continue;
+        }
         const Limit& limit =
             isInside(value->second, band.alarm.low, band.alarm.high) ? band.warning : band.alarm;
         if (!isInside(value->second, limit.low, limit.high)) {

@@ -30,6 +30,9 @@ struct WeldFeatures
     std::array<std::vector<double>, kChannels> courses; ///< means of windows; empty if not measured
     double start = 0.0;                                 ///< of the main phase, s since the start of the weld
     double window = 0.0;                                ///< s
+
+    /// \return whether there are samples of an arc; limits can be learned from nothing else
+    bool hasArc() const { return metrics.count(Column::MeanAmps) != 0; }
 };
 
 /// Reads the features of a weld whose samples are in an archive.
@@ -56,7 +59,7 @@ public:
 
     explicit Judge(const JudgeSettings& settings = {}) : m_settings(settings) {}
 
-    /// Adds a reference. At least three are needed to learn limits.
+    /// Adds a reference, which must have an arc. At least three are needed to learn limits.
     void addReference(WeldFeatures features) { m_references.push_back(std::move(features)); }
     /// Adds an absolute limit for a metric of the main phase, or of the whole weld: arc_time and energy.
     void addLimit(Column metric, double low, double high) { m_limits[metric] = {low, high}; }

@@ -135,12 +135,19 @@ Status RuleJudge::prepare(std::vector<std::string>& remarks)
     Status status;
     for (std::size_t i = 0; i < m_rules.size() && status; ++i) {
         status = readReferences(i);
-        if (m_rules[i].references && m_known[i].size() < kLeastReferences) {
-            remarks.push_back("[" + m_rules[i].name + "] has " + std::to_string(m_known[i].size()) +
+        const std::size_t count = countOf(m_known[i]);
+        if (m_rules[i].references && count < kLeastReferences) {
+            remarks.push_back("[" + m_rules[i].name + "] has " + std::to_string(count) +
                               " references; limits can be learned from " + std::to_string(kLeastReferences));
         }
     }
     return status;
+}
+
+std::size_t RuleJudge::countOf(const References& references)
+{
+    return static_cast<std::size_t>(std::count_if(
+        references.begin(), references.end(), [](const auto& known) { return known.second.has_value(); }));
 }
 
 /// Reads those references that are new.
@@ -155,13 +162,20 @@ Status RuleJudge::readReferences(std::size_t rule)
     query.limit = kMaxReferences;
     std::vector<Weld> welds;
     Status status = m_reader.list(query, welds);
-    std::map<std::int64_t, WeldFeatures> known;
+    if (!status) {
+        return status;
+    }
+    References known;
     for (const Weld& weld : welds) {
         const auto before = m_known[rule].find(weld.id);
         if (before != m_known[rule].end()) {
             known.insert(m_known[rule].extract(before));
         } else if (status) {
-            status = readFeatures(m_reader, weld, m_rules[rule].settings, known[weld.id]);
+            WeldFeatures features;
+            status = readFeatures(m_reader, weld, m_rules[rule].settings, features);
+            if (status) { // after a failure, the weld is read again for the next one that is judged
+                known[weld.id] = features.hasArc() ? std::optional(std::move(features)) : std::nullopt;
+            }
         }
     }
     m_known[rule] = std::move(known);
@@ -188,11 +202,12 @@ Status RuleJudge::judge(const Weld& weld, Judge::Verdict& verdict, std::string& 
     for (const auto& [metric, limit] : found->limits) {
         judge.addLimit(metric, limit.first, limit.second);
     }
-    if (m_known[index].size() - m_known[index].count(weld.id) >= kLeastReferences) {
-        for (const auto& [id, reference] : m_known[index]) {
-            if (id != weld.id) {
-                judge.addReference(reference);
-            }
+    const References& known = m_known[index];
+    const auto itself = known.find(weld.id);
+    const std::size_t others = countOf(known) - (itself != known.end() && itself->second ? 1 : 0);
+    for (const auto& [id, reference] : known) {
+        if (others >= kLeastReferences && id != weld.id && reference) {
+            judge.addReference(*reference);
         }
     }
     if (judge.references() == 0 && found->limits.empty()) {

@@ -2,6 +2,9 @@
 
 #include "archive/judge/Judge.h"
 
+#include <cstdint>
+#include <map>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -39,7 +42,8 @@ bool readLimit(const std::string& text, std::map<Column, std::pair<double, doubl
 
 /// Judges welds by rules, with the references in an archive.
 ///
-/// At most kMaxReferences references are used, the newest. No weld is its own reference.
+/// At most kMaxReferences references are used, the newest. A weld without samples of an arc is not used. No weld is its
+/// own reference.
 /// \par Threads  One at a time.
 class RuleJudge
 {
@@ -62,11 +66,16 @@ public:
     Status judge(const Weld& weld, Judge::Verdict& verdict, std::string& rule);
 
 private:
+    /// References by id; empty for a weld without an arc, which is not read again.
+    using References = std::map<std::int64_t, std::optional<WeldFeatures>>;
+
     Status readReferences(std::size_t rule);
+    /// \return number of references with an arc
+    static std::size_t countOf(const References& references);
 
     std::vector<JudgeRule> m_rules;
     ArchiveReader& m_reader;
-    std::vector<std::map<std::int64_t, WeldFeatures>> m_known; ///< references of each rule, by id
+    std::vector<References> m_known; ///< of each rule
 };
 
 } // namespace TelvaneArchive
