@@ -49,6 +49,18 @@ TEST(MqttQueue, CountsEachChannelByItself)
     EXPECT_EQ(numbersOf(takeAll(queue)), (std::vector<std::uint64_t>{1, 1, 2}));
 }
 
+TEST(MqttQueue, KeepsTheNumberOfAMessageThatIsSentAgain)
+{
+    OutgoingQueue queue(limits(10));
+    queue.push(message("A"), 0);
+    OutgoingMessage again = message("");
+    again.number = 7;
+    queue.push(again, 0);
+    queue.push(message("A"), 0);
+    queue.push(message(""), 0);
+    EXPECT_EQ(numbersOf(takeAll(queue)), (std::vector<std::uint64_t>{1, 7, 2, 0}));
+}
+
 TEST(MqttQueue, ReportsDropsInTheNextMessageOfTheChannel)
 {
     OutgoingQueue queue(limits(2));

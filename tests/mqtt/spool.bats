@@ -136,6 +136,9 @@ arrive() {
     ask '{"from":1}'
     await watch.out 'answers .*"error":"expected {'
     metric 'mqtt_repeated_total 5'
+    mosquitto_rr -p "$port" -V 5 -t telvane/m1/R/HALInfo -e plant/again -F %P -W 10 \
+        -m "{\"session\":$session,\"from\":7,\"to\":7}" >properties
+    grep -q "class:HALInfo session:$session n:7 time:[0-9]" properties
     # They are asked for on the topic of a request, which still works.
     kill "$bridge"
     finish "$bridge"

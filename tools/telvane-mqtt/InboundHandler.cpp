@@ -170,6 +170,7 @@ void InboundHandler::repeat(const Request& request, RepeatRequest wanted)
         ++count;
     }
     OutgoingMessage end;
+    end.className = m_settings.classOf(request.channel);
     end.time = wallTimeNow();
     end.body = "\"repeated\":{\"session\":" + std::to_string(wanted.session) +
                ",\"from\":" + std::to_string(wanted.from) + ",\"to\":" + std::to_string(wanted.to) +
@@ -185,6 +186,7 @@ void InboundHandler::send(const Request& request, const std::string& body)
         return;
     }
     OutgoingMessage message;
+    message.className = m_settings.classOf(request.channel);
     message.body = body;
     message.time = wallTimeNow();
     sendMessage(request, std::move(message));
@@ -192,7 +194,6 @@ void InboundHandler::send(const Request& request, const std::string& body)
 
 void InboundHandler::sendMessage(const Request& request, OutgoingMessage message)
 {
-    message.className = m_settings.classOf(request.channel);
     message.correlation = request.message.correlation;
     message.topic = request.message.responseTopic;
     if (message.topic.empty()) {

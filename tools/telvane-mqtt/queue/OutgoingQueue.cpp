@@ -57,7 +57,7 @@ void OutgoingQueue::push(OutgoingMessage message, Nanoseconds now)
     {
         const std::lock_guard lock(m_mutex);
         Channel& channel = m_channels[message.channel];
-        message.number = message.channel.empty() ? 0 : ++channel.lastNumber;
+        message.number = message.channel.empty() ? message.number : ++channel.lastNumber;
         message.queued = now;
         if (m_spool != nullptr && message.qos == 1 && !message.channel.empty()) {
             isPending = true;

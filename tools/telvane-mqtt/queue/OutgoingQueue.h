@@ -59,8 +59,8 @@ public:
     /// \param spool must outlive the queue; null for none
     explicit OutgoingQueue(const QueueLimits& limits, Spool* spool = nullptr);
 
-    /// Gives a message its number and accepts it, or keeps it for commit() if it goes to the spool. Drops what exceeds the
-    /// bounds.
+    /// Gives a message of a channel its number and accepts it, or keeps it for commit() if it goes to the spool. Drops what
+    /// exceeds the bounds. A message without a channel keeps the number that it has.
     void push(OutgoingMessage message, Nanoseconds now);
 
     /// Writes to the spool what was pushed and what is done, and accepts it. It is called after each group of messages and
