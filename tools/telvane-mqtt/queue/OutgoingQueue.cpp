@@ -41,12 +41,7 @@ OutgoingQueue::OutgoingQueue(const QueueLimits& limits, Spool* spool)
     : m_limits(limits), m_wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)), m_spool(spool)
 {
     if (m_spool != nullptr) {
-        m_lastStored = m_spool->lastStored();
-        m_generation = m_spool->generation();
-        for (const auto& [channel, count] : m_spool->unreported()) {
-            m_channels[channel].unreported = count;
-            m_channels[channel].unreportedInSpool = count;
-        }
+        noticeNewFile();
     }
 }
 
@@ -155,7 +150,7 @@ void OutgoingQueue::dropFromSpool(const Evicted& evicted)
     }
 }
 
-/// After the spool's file was replaced, what is in memory is in memory only.
+/// Takes over what a file has that was opened. If it replaces another, what is in memory is in memory only.
 void OutgoingQueue::noticeNewFile()
 {
     if (m_generation == m_spool->generation()) {
@@ -169,6 +164,11 @@ void OutgoingQueue::noticeNewFile()
     }
     m_held.clear();
     m_done.clear();
+    m_lastStored = m_spool->storedBefore();
+    for (const auto& [channel, count] : m_spool->unreported()) {
+        m_channels[channel].unreported += count;
+        m_channels[channel].unreportedInSpool = count;
+    }
 }
 
 std::size_t OutgoingQueue::onDiskOnly() const

@@ -39,28 +39,52 @@ Spool::Status Spool::openFile(std::uint64_t& session)
 {
     auto file = std::make_unique<SpoolFile>(m_limits);
     Status status = file->open(m_path, m_clocks, session);
+    m_begun = m_begun || (status && session == m_session);
     if (status && m_lastStored > file->lastStored()) {
         status = file->continueAfter(m_lastStored); // identifiers of an earlier file may be in memory
+    }
+    std::map<std::string, std::uint64_t> unreported;
+    if (status) {
+        status = file->readUnreported(unreported);
     }
     if (status) {
         m_lastStored = file->lastStored();
         m_file = std::move(file);
+        m_storedBefore = m_lastStored;
+        m_unreported = std::move(unreported);
+        ++m_generation;
     }
     return status;
+}
+
+/// Opens the file while the session runs. Messages may have left with its number, which cannot be raised any more.
+Spool::Status Spool::openLate()
+{
+    std::uint64_t session = m_session;
+    const Status status = openFile(session);
+    if (!status || session == m_session || m_begun) {
+        return status;
+    }
+    m_file.reset();
+    m_storedBefore = 0;
+    m_unreported.clear();
+    m_refused = true;
+    printError("the spool " + m_path +
+               " has a later session, and is not used before the bridge starts again");
+    return Status::failed(Status::Code::Refused, "it has a later session");
 }
 
 Spool::Result Spool::write(SpoolBatch& batch, Nanoseconds now)
 {
     const std::lock_guard lock(m_mutex);
     Result result;
-    if (m_failing && now < m_tryAfter) {
+    if (m_refused || (m_failing && now < m_tryAfter)) {
         return result;
     }
     m_tryAfter = now + kPauseAfterFailure;
     Status status;
     if (m_file == nullptr) {
-        std::uint64_t session = m_session;
-        status = openFile(session);
+        status = openLate();
     }
     if (status) {
         status = m_file->write(batch, m_session, now, result.evicted);
@@ -106,17 +130,10 @@ std::vector<OutgoingMessage> Spool::find(const std::string& channel, std::uint64
     return messages;
 }
 
-std::map<std::string, std::uint64_t> Spool::unreported()
+std::map<std::string, std::uint64_t> Spool::unreported() const
 {
     const std::lock_guard lock(m_mutex);
-    std::map<std::string, std::uint64_t> counts;
-    if (m_file != nullptr) {
-        const Status status = m_file->readUnreported(counts);
-        if (!status) {
-            handle(status);
-        }
-    }
-    return counts;
+    return m_unreported;
 }
 
 void Spool::handle(const Status& status)
@@ -132,6 +149,8 @@ void Spool::handle(const Status& status)
 void Spool::setAside(const Status& reason)
 {
     m_file.reset();
+    m_storedBefore = 0;
+    m_unreported.clear();
     ++m_failures;
     ++m_generation;
     const std::string damaged = m_path + ".damaged";
@@ -141,8 +160,7 @@ void Spool::setAside(const Status& reason)
     unlink((m_path + "-shm").c_str());
     printError("the spool " + m_path + " is damaged (" + reason.text + "); it is now " + damaged +
                ", and a new one begins");
-    std::uint64_t session = m_session;
-    const Status status = openFile(session);
+    const Status status = openLate();
     if (!status) {
         report(status);
     }
@@ -183,6 +201,12 @@ std::int64_t Spool::lastStored() const
 {
     const std::lock_guard lock(m_mutex);
     return m_lastStored;
+}
+
+std::int64_t Spool::storedBefore() const
+{
+    const std::lock_guard lock(m_mutex);
+    return m_storedBefore;
 }
 
 std::uint64_t Spool::generation() const

@@ -45,19 +45,21 @@ public:
     std::vector<OutgoingMessage> find(const std::string& channel, std::uint64_t session, std::uint64_t from,
                                       std::uint64_t& to);
 
-    /// \return the drops by channel that earlier sessions have not reported
-    std::map<std::string, std::uint64_t> unreported();
+    /// \return the drops by channel that the file had as not reported when it was opened
+    std::map<std::string, std::uint64_t> unreported() const;
 
-    std::size_t waiting() const;      ///< \return messages that are not done
-    std::size_t bytes() const;        ///< \return size of the file's pages in use
-    std::uint64_t failures() const;   ///< \return times that the file could not be written or was damaged
-    std::int64_t lastStored() const;  ///< \return the highest identifier
-    std::uint64_t generation() const; ///< \return a number that changes when the file is set aside
+    std::size_t waiting() const;       ///< \return messages that are not done
+    std::size_t bytes() const;         ///< \return size of the file's pages in use
+    std::uint64_t failures() const;    ///< \return times that the file could not be written or was damaged
+    std::int64_t lastStored() const;   ///< \return the highest identifier
+    std::int64_t storedBefore() const; ///< \return the highest identifier when the file was opened
+    std::uint64_t generation() const;  ///< \return a number that changes when the file is opened or set aside
 
 private:
     using Status = SpoolFile::Status;
 
     Status openFile(std::uint64_t& session);
+    Status openLate();
     void handle(const Status& status);
     void setAside(const Status& reason);
     void report(const Status& status);
@@ -69,10 +71,14 @@ private:
     SpoolClocks m_clocks;
     std::uint64_t m_session = 0;
     std::int64_t m_lastStored = 0;
+    std::int64_t m_storedBefore = 0;
+    std::map<std::string, std::uint64_t> m_unreported; ///< in the file when it was opened
     std::uint64_t m_failures = 0;
     std::uint64_t m_generation = 0;
     Nanoseconds m_tryAfter = 0;
     bool m_failing = false;
+    bool m_begun = false;   ///< a file has this session
+    bool m_refused = false; ///< the file is opened no more
 };
 
 } // namespace TelvaneTool::Mqtt

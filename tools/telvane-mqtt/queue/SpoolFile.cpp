@@ -65,12 +65,9 @@ SpoolFile::Status SpoolFile::open(const std::string& path, const SpoolClocks& cl
         status = createTables();
     }
     if (status) {
-        status = beginSession(clocks, session);
-    }
-    if (status) {
         status = readTotals();
     }
-    return status;
+    return status ? beginSession(clocks, session) : status;
 }
 
 SpoolFile::Status SpoolFile::check()
@@ -121,13 +118,11 @@ SpoolFile::Status SpoolFile::createTables()
 
 SpoolFile::Status SpoolFile::beginSession(const SpoolClocks& clocks, std::uint64_t& session)
 {
-    Transaction transaction(*m_database);
-    Status status = transaction.begun();
     std::string boot;
     std::vector<Row> rows;
-    if (status) {
-        status = m_database->run("SELECT key, value FROM meta", {}, &rows);
-    }
+    Status status = m_database->run("SELECT key, value FROM meta", {}, &rows); // a full disk can be read
+    Transaction transaction(*m_database);
+    status = status ? transaction.begun() : status;
     for (const Row& row : rows) {
         if (textOf(row[0]) == "boot") {
             boot = textOf(row[1]);
