@@ -58,6 +58,15 @@ finish() {
     wait "$1" || status=$?
 }
 
+# suspend <process>: returns when all its threads have stopped. A thread that waits for the disk stops later, and the
+# others with it.
+suspend() {
+    kill -STOP "$1"
+    until ! grep -h '^State:' /proc/"$1"/task/*/status | grep -qv 'T (stopped)'; do
+        sleep 0.02
+    done
+}
+
 start_server() {
     start server "$TELVANE" serve "$bus" --verbose "$@"
     server=$started

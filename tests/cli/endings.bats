@@ -136,7 +136,7 @@ lost="the server at"
 
 @test "commands time out if the server does not respond" {
     start_server
-    kill -STOP "$server"
+    suspend "$server"
     run "$TELVANE" listen "$bus" LogData
     [ "$status" -eq 3 ]
     [[ $output == *'cannot subscribe to "LogData" on '*'the server does not respond'* ]]
@@ -154,7 +154,7 @@ lost="the server at"
     start weld "$TELVANE" weld "$bus" --duration 600 --speed 0
     weld=$started
     await listener.out '"amps"'
-    kill -STOP "$server"
+    suspend "$server"
     kill -INT "$weld"
     finish "$weld"
     [ "$status" -eq 130 ]
@@ -167,7 +167,7 @@ lost="the server at"
         start weld "$TELVANE" weld "$bus" --duration 600 --speed 0
         weld=$started
         await server.err "client [0-9]* .*connected"
-        kill -STOP "$server"
+        suspend "$server"
         # Until the socket's buffer is full, the program uses the processor.
         used=
         while [ "$(cut -d' ' -f 14,15 "/proc/$weld/stat")" != "$used" ]; do

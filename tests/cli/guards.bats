@@ -127,7 +127,7 @@ value() {
 @test "the metrics show which client missed messages on which channel, and why" {
     start_server --no-status --metrics-pipe "$directory/pipe" --subscriber-buffer 4096
     start_listener LogData
-    kill -STOP "$listener"
+    suspend "$listener"
     for ((i = 0; i < 400; i++)); do
         echo '{"log":"x"}'
     done | "$TELVANE" publish "$bus" LogData -
@@ -146,7 +146,7 @@ value() {
 @test "serve sums up what a suspended client misses" {
     start_server --subscriber-buffer 4096
     start_listener LogData
-    kill -STOP "$listener"
+    suspend "$listener"
     for ((i = 0; i < 400; i++)); do echo '{"log":"x"}'; done | "$TELVANE" publish "$bus" LogData -
     await server.err "Z client [0-9]* (telvane listen, process $listener) is too slow and has missed [0-9]* messages (LogData [0-9]*)"
     [ "$(grep -c 'RELAY ERROR' server.err)" -eq 0 ]
@@ -291,7 +291,7 @@ value() {
 @test "a suspended listener reports what it missed" {
     start_server --subscriber-buffer 4096 --metrics-pipe "$directory/pipe"
     start_listener LogData
-    kill -STOP "$listener"
+    suspend "$listener"
     for ((i = 0; i < 400; i++)); do
         echo '{"log":"x"}'
     done | "$TELVANE" publish "$bus" LogData -

@@ -386,7 +386,7 @@ recording_of() {
     start_recorder a.jsonl LogData Other
     publish_logs first
     await a.jsonl '"log":"first"'
-    kill -STOP "$recorder"
+    suspend "$recorder"
     # More than the socket's buffer holds, whatever the kernel adds to the size of each.
     seq 1 12000 | sed 's/.*/{"log":"&"}/' | "$TELVANE" publish "$bus" LogData -
     kill -CONT "$recorder"

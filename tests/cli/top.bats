@@ -91,7 +91,7 @@ on_terminal() {
     start terminal script -qec "echo \$\$ >pid; exec '$TELVANE' top '$bus' --interval 0.1 --wait 60" page
     terminal=$started
     await page "0 channels, 1 clients"
-    kill -STOP "$server"
+    suspend "$server"
     kill -INT "$(cat pid)"
     finish "$terminal"
     kill -CONT "$server"

@@ -22,7 +22,7 @@ expect_numbers() {
     stop_broker
     await m1.err ": the connection was lost\|: The connection was lost\|refused"
     publish_hal 21 60
-    kill -STOP "$bridge" # until there is a reader
+    suspend "$bridge" # until there is a reader
     start_broker
     watch 'telvane/m1/N/#'
     kill -CONT "$bridge"
@@ -39,7 +39,7 @@ expect_numbers() {
     await m1.err ": connected to the bus"
     publish_hal 1 12
     until metric 'dropped_total{channel="HALInfo",reason="queue_full"} 7'; do sleep 0.05; done
-    kill -STOP "$bridge" # until there is a reader
+    suspend "$bridge" # until there is a reader
     start_broker
     watch 'telvane/m1/N/#'
     kill -CONT "$bridge"

@@ -17,7 +17,7 @@ accepted() {
 
 # arrive: starts the broker and a reader while the bridge is suspended
 arrive() {
-    kill -STOP "$bridge"
+    suspend "$bridge"
     start_broker
     watch 'telvane/m1/#'
     kill -CONT "$bridge"
