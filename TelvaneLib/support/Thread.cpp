@@ -93,7 +93,13 @@ int startThread(pthread_t& thread, void* (*entry)(void*), void* argument, std::s
     if (stackSize != 0) {
         const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
         const auto least = static_cast<std::size_t>(PTHREAD_STACK_MIN);
-        const std::size_t size = (std::max(stackSize, least) + page - 1) / page * page;
+#ifdef __SANITIZE_THREAD__
+        constexpr std::size_t kOfSanitizer =
+            std::size_t{1024} * 1024; // its data of the thread are on the stack
+#else
+        constexpr std::size_t kOfSanitizer = 0;
+#endif
+        const std::size_t size = (std::max(stackSize, least) + kOfSanitizer + page - 1) / page * page;
         pthread_attr_setstacksize(&attributes, size);
     }
     const int result = pthread_create(&thread, &attributes, entry, argument);

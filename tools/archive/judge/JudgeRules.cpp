@@ -73,7 +73,7 @@ std::string readEntry(const std::string& line, JudgeRule& rule)
         double number = 0.0;
         if (key == setting.name) {
             if (!readNumber(value, number) || number < setting.min || number > setting.max) {
-                return "\"" + value + "\" is not a value for " + key;
+                return std::string("\"").append(value).append("\" is not a value for ").append(key);
             }
             rule.settings.*setting.value = number;
             return {};

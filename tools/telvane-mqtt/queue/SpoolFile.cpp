@@ -96,11 +96,13 @@ SpoolFile::Status SpoolFile::createTables()
         return format == kFormat ? Status()
                                  : Status::failed(Status::Code::Refused, "it is of another version");
     }
-    static const Sql statements[] = {
+    static const Sql messages =
         "CREATE TABLE message (id INTEGER PRIMARY KEY AUTOINCREMENT, session INTEGER NOT NULL, "
         "channel TEXT NOT NULL, number INTEGER NOT NULL, topic TEXT NOT NULL, class TEXT NOT NULL, "
         "body TEXT NOT NULL, time TEXT NOT NULL, wall INTEGER NOT NULL, clock_set INTEGER NOT NULL, "
-        "retain INTEGER NOT NULL, queued INTEGER NOT NULL, done INTEGER NOT NULL DEFAULT 0)",
+        "retain INTEGER NOT NULL, queued INTEGER NOT NULL, done INTEGER NOT NULL DEFAULT 0)";
+    static const Sql statements[] = {
+        messages,
         "CREATE INDEX by_number ON message (channel, session, number)",
         "CREATE INDEX waiting ON message (id) WHERE done = 0",
         "CREATE INDEX history ON message (id) WHERE done = 1",

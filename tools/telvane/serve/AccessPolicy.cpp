@@ -59,7 +59,8 @@ std::optional<AccessPolicy> AccessPolicy::read(const std::string& path, std::str
         Rule rule;
         const std::string wrong = readRule(line, rule);
         if (!wrong.empty()) {
-            error = path + ":" + std::to_string(lines.number()) + ": " + wrong;
+            error = path;
+            error.append(":").append(std::to_string(lines.number())).append(": ").append(wrong);
             return std::nullopt;
         }
         policy.m_rules.push_back(std::move(rule));
