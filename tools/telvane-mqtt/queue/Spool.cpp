@@ -61,7 +61,7 @@ Spool::Status Spool::openFile(std::uint64_t& session)
 Spool::Status Spool::openLate()
 {
     std::uint64_t session = m_session;
-    const Status status = openFile(session);
+    Status status = openFile(session);
     if (!status || session == m_session || m_begun) {
         return status;
     }
