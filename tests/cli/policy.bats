@@ -113,7 +113,7 @@ Other refused" ]
 }
 
 @test "serve does not start without the policy that it is given" {
-    run "$TELVANE" serve "$bus" --policy ""
+    run timeout 10 "$TELVANE" serve "$bus" --policy ""
     [ "$status" -eq 2 ]
     [[ "$output" == *"--policy: "*"the name of the file is empty"* ]]
 }
