@@ -81,6 +81,18 @@ inline std::string readToEnd(int fd)
     return text;
 }
 
+/// Does not wait for the end of the file: a reader that takes long for a long content comes too late to see it.
+inline std::string readExactly(int fd, std::size_t size)
+{
+    std::string text(size, '\0');
+    std::size_t filled = 0;
+    for (ssize_t count = 0; filled < size && (count = ::read(fd, text.data() + filled, size - filled)) > 0;) {
+        filled += static_cast<std::size_t>(count);
+    }
+    text.resize(filled);
+    return text;
+}
+
 inline std::string readAll(const std::string& path)
 {
     const Descriptor reader(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
