@@ -54,6 +54,7 @@ expect_numbers() {
     expect_failure=yes start_bridge m1 --out HALInfo --queue-age 200ms --metrics-pipe metrics
     await m1.err ": connected to the bus"
     publish_hal 1 3
+    until metric 'mqtt_queued_messages 3'; do sleep 0.05; done
     sleep 0.5
     publish_hal 4 4
     until metric 'dropped_total{channel="HALInfo",reason="too_old"} 3'; do sleep 0.05; done
@@ -138,7 +139,7 @@ expect_numbers() {
     start_server
     start_broker
     start_bridge m1 --out HALInfo
-    state() { mosquitto_sub -p "$port" -t telvane/m1/state -C 1 -W 5; }
+    state() { mosquitto_sub -p "$port" -t telvane/m1/state -C 1 -W 30; }
     [ "$(state | jq -c '[.online, .channels]')" = '[true,{"HALInfo":"HALInfo"}]' ]
     session=$(state | jq .session)
     publish_on telvane/m1/state '{"online":false,"session":1}' -r
@@ -154,7 +155,7 @@ expect_numbers() {
     start_server
     start_broker
     start_bridge m1 --out HALInfo --protocol 3.1.1 # where a will has no delay
-    session=$(mosquitto_sub -p "$port" -t telvane/m1/state -C 1 -W 5 | jq .session)
+    session=$(mosquitto_sub -p "$port" -t telvane/m1/state -C 1 -W 30 | jq .session)
     watch telvane/m1/state
     kill -KILL "$bridge"
     await watch.out '"online":false'
@@ -165,7 +166,7 @@ expect_numbers() {
     start_server
     start_broker
     start_bridge m1 --out HALInfo --in LogData
-    mosquitto_sub -p "$port" -t 'telvane/m1/schema/#' -C 2 -W 5 -F '%t %p' >schemas
+    mosquitto_sub -p "$port" -t 'telvane/m1/schema/#' -C 2 -W 30 -F '%t %p' >schemas
     [ "$(sed 's/ .*//' schemas | sort | tr '\n' ' ')" = "telvane/m1/schema/HALInfo telvane/m1/schema/LogData " ]
     sed 's/^[^ ]* //' schemas | jq -e '.type == "object"'
 }

@@ -84,6 +84,7 @@ arrive() {
     await m1.err ": connected to the bus"
     publish_hal 1 1200
     until [ "$(accepted)" = 1200 ]; do sleep 0.05; done
+    await m1.err "messages are kept in memory only" # written after the last message, which waits for the disk
     [ "$(grep -c "cannot write the spool .* messages are kept in memory only" m1.err)" -eq 1 ]
     arrive
     await watch.out '"serialNumber":"1200"'
@@ -136,7 +137,7 @@ arrive() {
     ask '{"from":1}'
     await watch.out 'answers .*"error":"expected {'
     metric 'mqtt_repeated_total 5'
-    mosquitto_rr -p "$port" -V 5 -t telvane/m1/R/HALInfo -e plant/again -F %P -W 10 \
+    mosquitto_rr -p "$port" -V 5 -t telvane/m1/R/HALInfo -e plant/again -F %P -W 30 \
         -m "{\"session\":$session,\"from\":7,\"to\":7}" >properties
     grep -q "class:HALInfo session:$session n:7 time:[0-9]" properties
     # They are asked for on the topic of a request, which still works.
@@ -164,5 +165,5 @@ arrive() {
     publish_hal 41 41
     await watch.out '"n":41'
     await watch.out '"n":40'
-    mosquitto_sub -p "$port" -t telvane/m1/N/HALInfo -C 1 -W 5 | jq -e '.n == 41'
+    mosquitto_sub -p "$port" -t telvane/m1/N/HALInfo -C 1 -W 30 | jq -e '.n == 41'
 }

@@ -96,7 +96,7 @@ load broker
     start responder "$TELVANE" reply "$bus" HALInfo "$(hal 42)" --verbose
     await responder.err "answering\|replying\|listening" || true
     start_bridge m1 --request HALInfo
-    answer=$(mosquitto_rr -p "$port" -V 5 -t telvane/m1/R/HALInfo -e plant/answers -m '{}' -W 10 \
+    answer=$(mosquitto_rr -p "$port" -V 5 -t telvane/m1/R/HALInfo -e plant/answers -m '{}' -W 30 \
         -D publish correlation-data c7 -F '%t %D %p')
     [ "${answer%% \{*}" = "plant/answers c7" ]
     [ "$(jq -r .record.serialNumber <<<"${answer#* c7 }")" = 42 ]
@@ -106,7 +106,7 @@ load broker
     start_server
     start_broker
     start_bridge m1 --request HALInfo --request-timeout 100ms
-    mosquitto_rr -p "$port" -V 5 -t telvane/m1/R/HALInfo -e plant/answers -m '{}' -W 10 >answer
+    mosquitto_rr -p "$port" -V 5 -t telvane/m1/R/HALInfo -e plant/answers -m '{}' -W 30 >answer
     jq -e '.error | length > 0' answer
     watch telvane/m1/state/errors
     mosquitto_pub -p "$port" -V 5 -q 1 -t telvane/m1/R/HALInfo -m '{}' -D publish response-topic telvane/m1/W/LogData
@@ -134,7 +134,9 @@ load broker
     "$TELVANE" publish "$bus" LogData '{"log":"x"}'
     await watch.out LogData
     await watch.out '"n":2'
-    mosquitto_sub -p "$port" -t 'telvane/m1/N/#' -W 1 -F '%t %p' >retained || true
+    until [ -s retained ]; do
+        mosquitto_sub -p "$port" -t 'telvane/m1/N/#' -W 1 -F '%t %p' >retained || true
+    done
     [ "$(wc -l <retained)" -eq 1 ]
     grep -q '^telvane/m1/N/HALInfo .*"n":2' retained
 }
