@@ -155,6 +155,7 @@ refuses_or_finds_nothing() {
     "$TELVANE" welds export welds.db --format spreadsheet --comma >comma.csv
     tail -n 1 comma.csv | grep -qE ';[0-9]+,[0-9]+;'
     tail -n 1 comma.csv | grep -qF ';"a;""b""";'
+    "$TELVANE" welds export welds.db | tail -n 1 | grep -qF ",=1+1," # for programs, the text itself
     run -2 "$TELVANE" welds export welds.db --comma
 }
 

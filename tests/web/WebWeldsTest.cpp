@@ -287,6 +287,19 @@ TEST_F(WebWelds, SavesAllWelds)
     EXPECT_THAT(json, Not(HasSubstr(R"("uid":"weld-6")")));
 }
 
+TEST_F(WebWelds, SavesNoFormulas)
+{
+    const auto store = openStore(m_path);
+    for (const char* const part : {"=1+1", "+1", "-1", "@A1", "=a\"b", "1=1"}) {
+        keep(*store, 0, 1, part);
+    }
+    EXPECT_THAT(download("/api/welds.csv"),
+                AllOf(HasSubstr(R"(,"'=1+1",)"), HasSubstr(R"(,"'+1",)"), HasSubstr(R"(,"'-1",)"),
+                      HasSubstr(R"(,"'@A1",)"), HasSubstr(R"(,"'=a""b",)"), HasSubstr(",1=1,")));
+    // Programs get the text itself.
+    EXPECT_THAT(download("/api/welds.jsonl"), HasSubstr(R"("part_number":"=1+1")"));
+}
+
 TEST_F(WebWelds, SavesAllSamplesOfAWeld)
 {
     const auto store = openStore(m_path);

@@ -6,7 +6,6 @@
 #include "common/support/HumanReadable.h"
 
 #include <algorithm>
-#include <cstring>
 #include <filesystem>
 #include <memory>
 
@@ -73,15 +72,8 @@ private:
             std::replace(text.begin(), text.end(), '.', m_comma ? ',' : '.');
             return text;
         }
-        std::string text = printValue(value);
-        if (!std::holds_alternative<std::string>(value)) {
-            return text;
-        }
-        constexpr const char* kFormulas = "=+-@\t\r";
-        if (!text.empty() && std::strchr(kFormulas, text[0]) != nullptr) {
-            text.insert(0, 1, '\'');
-        }
-        return csvQuoted(text);
+        const std::string text = printValue(value);
+        return std::holds_alternative<std::string>(value) ? csvQuoted(text, CsvTexts::NoFormulas) : text;
     }
 
     bool m_comma;
@@ -141,7 +133,7 @@ int exportWelds(const Options& options)
         }
         std::string text;
         for (const Weld& weld : welds) {
-            text += options.format == "csv" ? csvLine(weld)
+            text += options.format == "csv" ? csvLine(weld, CsvTexts::Exact)
                     : options.isSheet()     ? sheet.line(weld)
                                             : jsonLine(weld);
             query.afterId = weld.id;

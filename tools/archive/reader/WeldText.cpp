@@ -5,6 +5,7 @@
 #include "common/support/Json.h"
 
 #include <cmath>
+#include <string_view>
 
 namespace TelvaneArchive
 {
@@ -12,8 +13,16 @@ namespace TelvaneArchive
 namespace
 {
 
+/// A file from a browser or for a spreadsheet is opened with a double-click, and what runs then is a formula that came
+/// from the bus.
+bool looksLikeFormula(const std::string& text)
+{
+    constexpr std::string_view kBeginnings = "=+-@\t\r";
+    return !text.empty() && kBeginnings.find(text.front()) != std::string_view::npos;
+}
+
 /// \return a field of CSV, in quotes if it needs them
-std::string csvField(const Value& value)
+std::string csvField(const Value& value, CsvTexts texts)
 {
     if (isNull(value)) {
         return {};
@@ -25,17 +34,18 @@ std::string csvField(const Value& value)
         return std::to_string(wholeOf(value));
     }
     const std::string& text = textOf(value);
-    if (text.find_first_of(",\"\r\n") == std::string::npos) {
+    const bool isPlain = text.find_first_of(",\"\r\n") == std::string::npos;
+    if (isPlain && (texts == CsvTexts::Exact || !looksLikeFormula(text))) {
         return text;
     }
-    return csvQuoted(text);
+    return csvQuoted(text, texts);
 }
 
 } // namespace
 
-std::string csvQuoted(const std::string& text)
+std::string csvQuoted(const std::string& text, CsvTexts texts)
 {
-    std::string quoted = "\"";
+    std::string quoted = texts == CsvTexts::NoFormulas && looksLikeFormula(text) ? "\"'" : "\"";
     for (const char letter : text) {
         quoted += letter == '"' ? std::string("\"\"") : std::string(1, letter);
     }
@@ -51,11 +61,11 @@ std::string csvHeading()
     return line + "\n";
 }
 
-std::string csvLine(const Weld& weld)
+std::string csvLine(const Weld& weld, CsvTexts texts)
 {
     std::string line = std::to_string(weld.id);
     for (const Value& value : weld.values) {
-        line += "," + csvField(value);
+        line += "," + csvField(value, texts);
     }
     return line + "\n";
 }

@@ -10,12 +10,19 @@ namespace TelvaneArchive
 
 // Welds and samples as lines of text, for files that other programs read. Numbers keep all their digits.
 
+/// How CSV holds texts.
+enum class CsvTexts
+{
+    Exact,      ///< as they are, for programs
+    NoFormulas, ///< with an apostrophe before those that a spreadsheet takes for formulas
+};
+
 /// \return a text as a field of CSV, in quotes
-std::string csvQuoted(const std::string& text);
+std::string csvQuoted(const std::string& text, CsvTexts texts);
 /// \return the names of all columns, separated by commas
 std::string csvHeading();
 /// \return all columns of a weld; empty fields for those that are not known
-std::string csvLine(const Weld& weld);
+std::string csvLine(const Weld& weld, CsvTexts texts);
 /// \return the weld as a JSON object on one line, with null for columns that are not known
 std::string jsonLine(const Weld& weld);
 

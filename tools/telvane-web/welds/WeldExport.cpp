@@ -101,7 +101,8 @@ HttpReply exportWelds(Worker& worker, std::shared_ptr<WeldArchive> archive, Telv
             reply.body = TelvaneArchive::csvHeading();
         }
         for (const Weld& weld : welds) {
-            reply.body += csv ? TelvaneArchive::csvLine(weld) : TelvaneArchive::jsonLine(weld);
+            reply.body += csv ? TelvaneArchive::csvLine(weld, TelvaneArchive::CsvTexts::NoFormulas)
+                              : TelvaneArchive::jsonLine(weld);
         }
         lastId = welds.empty() ? std::max<std::int64_t>(lastId, 0) : welds.back().id;
         return reply;
