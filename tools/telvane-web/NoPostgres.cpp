@@ -1,5 +1,5 @@
-// Takes the place of the archive's access to PostgreSQL. The library for it brings twelve others, which would take 3 MB of
-// the module's memory even where the archive is a file.
+// Takes the place of the archive's access to PostgreSQL. The library for it brings those of Kerberos and LDAP, which would
+// take 3 MB of the module's memory even where the archive is a file.
 
 #include "archive/database/Database.h"
 

@@ -245,6 +245,11 @@ int main(int argc, char** argv)
     command
         .option("--archive", options.archive,
                 "Show the welds of the archive in FILE, which telvane-archive keeps")
+        .check([](const std::string& location) {
+            return TelvaneArchive::isPostgresLocation(location)
+                       ? std::string("telvane-web shows archives in SQLite files, not in PostgreSQL")
+                       : std::string();
+        })
         .typeName("FILE");
 #endif
     command

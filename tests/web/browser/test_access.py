@@ -108,6 +108,7 @@ def test_the_server_warns_of_a_network_without_password_and_encryption(tmp_path,
     (("--password-file", "/dev/null"), "cannot use /dev/null"),
     (("--certificate", "missing", "--key", "missing"), "cannot read missing: No such file"),
     (("--certificate", "missing"), "--key"),
+    (("--archive", "postgresql://plant/welds"), "SQLite files, not in PostgreSQL"),
 ])
 def test_the_server_does_not_start_without_what_was_asked_for(tmp_path, options, message):
     ended = subprocess.run([TELVANE_WEB, tmp_path / "bus", "--listen", "127.0.0.1:0", *options], cwd=tmp_path, capture_output=True, text=True, timeout=PATIENCE)
