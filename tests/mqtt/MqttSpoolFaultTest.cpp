@@ -1,0 +1,154 @@
+#include "mqtt/SpoolFixture.h"
+
+#include <csignal>
+#include <sys/resource.h>
+
+namespace TelvaneTool::Mqtt
+{
+namespace
+{
+
+TEST_F(MqttSpool, SetsADamagedFileAside)
+{
+    start();
+    pushNumbers(1, 200);
+    stop();
+    {
+        std::fstream file(m_path, std::ios::in | std::ios::out | std::ios::binary);
+        file.seekp(100);
+        file << std::string(20'000, '\xaa');
+    }
+    start();
+    EXPECT_TRUE(sendAll().empty());
+    EXPECT_TRUE(std::filesystem::exists(m_path + ".damaged"));
+    EXPECT_EQ(spool->failures(), 1U);
+    pushNumbers(1, 3);
+    start();
+    EXPECT_EQ(sendAll().size(), 3U);
+    EXPECT_EQ(spool->failures(), 0U);
+}
+
+TEST_F(MqttSpool, ReplacesAFileThatIsNoDatabase)
+{
+    std::ofstream(m_path) << std::string(10'000, 'x');
+    start();
+    pushNumbers(1, 3);
+    start();
+    EXPECT_EQ(sendAll().size(), 3U);
+}
+
+TEST_F(MqttSpool, RefusesTheFileOfAnotherProgramOrVersion)
+{
+    start();
+    stop();
+    TelvaneArchive::Status status;
+    {
+        const auto database =
+            TelvaneArchive::openSqlite(m_path, TelvaneArchive::Database::Access::ReadWrite, status);
+        ASSERT_TRUE(database->run("PRAGMA user_version = 77"));
+    }
+    Spool other(m_path, limits);
+    EXPECT_NE(other.open(clocks, session).find("another version"), std::string::npos);
+}
+
+/// Lets no file of the process grow beyond a size.
+class FileSizeLimit
+{
+public:
+    explicit FileSizeLimit(rlim_t bytes)
+    {
+        std::signal(SIGXFSZ, SIG_IGN);
+        getrlimit(RLIMIT_FSIZE, &m_before);
+        const rlimit limit = {bytes, m_before.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    FileSizeLimit(const FileSizeLimit&) = delete;
+    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+    ~FileSizeLimit() { setrlimit(RLIMIT_FSIZE, &m_before); }
+
+private:
+    rlimit m_before = {};
+};
+
+TEST_F(MqttSpool, GoesOnInMemoryWhileTheFileCannotBeWritten)
+{
+    start();
+    pushNumbers(1, 5);
+    {
+        const FileSizeLimit limit(100'000);
+        for (int i = 6; i <= 200; ++i) {
+            push(message(std::to_string(i), 1000), i * kSecond);
+            queue->commit(i * kSecond);
+        }
+    }
+    EXPECT_GT(spool->failures(), 0U);
+    pushNumbers(201, 205, 1000 * kSecond);
+    queue->makeBacklog();
+    const auto numbers = numbersOf(sendAll(1000 * kSecond));
+    ASSERT_EQ(numbers.size(), 205U) << "nothing is lost while memory can hold it";
+    EXPECT_TRUE(std::is_sorted(numbers.begin(), numbers.end()));
+    start();
+    EXPECT_TRUE(sendAll(1001 * kSecond).empty()) << "the spool works again, and knows what was sent";
+}
+
+TEST_F(MqttSpool, SendsWhatAFileHasThatIsOpenedLate)
+{
+    start(1000);
+    pushNumbers(1, 3);
+    queue->countLost("LogData", DropReason::BusLag, 7);
+    queue->commit(0);
+    stop();
+    {
+        const FileSizeLimit limit(0);
+        start(2000);
+    }
+    EXPECT_GT(spool->failures(), 0U);
+    EXPECT_FALSE(queue->hasBacklog());
+    queue->commit(10 * kSecond);
+    EXPECT_EQ(queue->waiting(), 3U);
+    const auto sent = sendAll(10 * kSecond);
+    ASSERT_EQ(numbersOf(sent), (std::vector<std::uint64_t>{1, 2, 3}));
+    EXPECT_EQ(sent[0].dropped, 7U);
+    EXPECT_FALSE(queue->hasBacklog());
+    start(3000);
+    EXPECT_TRUE(sendAll(11 * kSecond).empty());
+}
+
+TEST_F(MqttSpool, DoesNotUseAFileThatIsOpenedLateAndHasALaterSession)
+{
+    start(5000);
+    pushNumbers(1, 3);
+    stop();
+    const std::string hidden = m_path + ".hidden";
+    std::filesystem::rename(m_path, hidden);
+    {
+        const FileSizeLimit limit(0);
+        start(2000);
+    }
+    std::filesystem::rename(hidden, m_path);
+    pushNumbers(1, 1, 10 * kSecond);
+    pushNumbers(2, 2, 20 * kSecond);
+    EXPECT_EQ(numbersOf(sendAll(20 * kSecond)), (std::vector<std::uint64_t>{1, 2}));
+    EXPECT_EQ(spool->waiting(), 0U);
+    start(6000);
+    EXPECT_EQ(numbersOf(sendAll(30 * kSecond)), (std::vector<std::uint64_t>{1, 2, 3})) << "as it was";
+}
+
+TEST_F(MqttSpool, LosesNothingThatIsInMemoryWhenTheFileIsDamagedInUse)
+{
+    start();
+    pushBeyondTheCache();
+    bool fromBacklog = false;
+    const auto inFlight = queue->take(0, true, fromBacklog);
+    damageInUse();
+    pushNumbers(601, 610, kSecond);
+    queue->putBack({*inFlight}, kSecond);
+    queue->makeBacklog();
+    const auto numbers = numbersOf(sendAll(kSecond));
+    ASSERT_EQ(numbers.size(), 610U);
+    EXPECT_TRUE(std::is_sorted(numbers.begin(), numbers.end()));
+    EXPECT_TRUE(std::filesystem::exists(m_path + ".damaged"));
+}
+
+} // namespace
+} // namespace TelvaneTool::Mqtt
