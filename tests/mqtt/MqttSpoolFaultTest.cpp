@@ -150,5 +150,19 @@ TEST_F(MqttSpool, LosesNothingThatIsInMemoryWhenTheFileIsDamagedInUse)
     EXPECT_TRUE(std::filesystem::exists(m_path + ".damaged"));
 }
 
+TEST_F(MqttSpool, ReportsDropsThatOnlyADamagedFileHad)
+{
+    start();
+    pushBeyondTheCache();
+    queue->countLost("LogData", DropReason::BusLag, 7);
+    queue->commit(0);
+    damageInUse();
+    queue->commit(kSecond); // notices the new file
+    queue->commit(2 * kSecond);
+    start();
+    pushNumbers(1, 1, 3 * kSecond);
+    EXPECT_EQ(sendAll(3 * kSecond).back().dropped, 7U);
+}
+
 } // namespace
 } // namespace TelvaneTool::Mqtt

@@ -105,35 +105,43 @@ void OutgoingQueue::commit(Nanoseconds now)
     const Spool::Result result = m_spool->write(batch, now);
     {
         const std::lock_guard lock(m_mutex);
-        noticeNewFile();
-        if (result.written) {
-            for (const std::int64_t id : batch.done) {
-                m_done.erase(id);
-                m_held.erase(id);
-            }
-            for (const auto& [name, count] : batch.unreported) {
-                m_channels[name].unreportedInSpool = count;
-            }
+        if (result.generation != m_generation) {
+            noticeNewFile(); // this write may have opened it
         }
-        for (const Evicted& evicted : result.evicted) {
-            dropFromSpool(evicted);
+        const bool written = result.written && result.generation == m_generation;
+        if (written) {
+            takeOver(batch, result.evicted);
         }
         for (OutgoingMessage& message : batch.accepted) {
             ++m_channels[message.channel].counts.accepted;
-            if (result.generation != m_generation) {
-                message.stored = 0;
-            }
-            if (message.stored != 0) {
-                m_held.insert(message.stored);
-                m_lastStored = message.stored;
-            }
+            message.stored = written ? message.stored : 0;
             m_bytes += message.size();
             m_live.push_back(std::move(message));
         }
+        noticeNewFile(); // another thread may have replaced it after the write
         trim(now);
     }
     if (!batch.accepted.empty()) {
         wake();
+    }
+}
+
+/// Takes over what a batch has changed in the file.
+void OutgoingQueue::takeOver(const SpoolBatch& written, const std::vector<Evicted>& evicted)
+{
+    for (const std::int64_t id : written.done) {
+        m_done.erase(id);
+        m_held.erase(id);
+    }
+    for (const auto& [name, count] : written.unreported) {
+        m_channels[name].unreportedInSpool = count;
+    }
+    for (const Evicted& one : evicted) {
+        dropFromSpool(one);
+    }
+    for (const OutgoingMessage& message : written.accepted) {
+        m_held.insert(message.stored);
+        m_lastStored = message.stored;
     }
 }
 
@@ -156,7 +164,8 @@ void OutgoingQueue::noticeNewFile()
     if (m_generation == m_spool->generation()) {
         return;
     }
-    m_generation = m_spool->generation();
+    const Spool::Opened opened = m_spool->opened();
+    m_generation = opened.generation;
     for (const std::int64_t id : m_held) {
         if (m_done.count(id) == 0) {
             m_orphans.insert(id);
@@ -164,10 +173,13 @@ void OutgoingQueue::noticeNewFile()
     }
     m_held.clear();
     m_done.clear();
-    m_lastStored = m_spool->storedBefore();
-    for (const auto& [channel, count] : m_spool->unreported()) {
-        m_channels[channel].unreported += count;
-        m_channels[channel].unreportedInSpool = count;
+    m_lastStored = opened.lastStored;
+    for (auto& [name, channel] : m_channels) {
+        channel.unreportedInSpool = 0;
+    }
+    for (const auto& [name, count] : opened.unreported) {
+        m_channels[name].unreported += count;
+        m_channels[name].unreportedInSpool = count;
     }
 }
 
@@ -183,10 +195,11 @@ bool OutgoingQueue::fetch()
 {
     while (onDiskOnly() != 0 && m_spooledInBacklog == 0) {
         const std::size_t used = std::min(m_limits.messages, m_backlog.size());
-        std::vector<OutgoingMessage> messages = m_spool->read(
-            m_readUpTo, m_lastStored, std::clamp<std::size_t>(m_limits.messages - used, 1, kMaxFetched));
-        noticeNewFile();
+        std::vector<OutgoingMessage> messages =
+            m_spool->read(m_generation, m_readUpTo, m_lastStored,
+                          std::clamp<std::size_t>(m_limits.messages - used, 1, kMaxFetched));
         if (messages.empty()) {
+            noticeNewFile();
             return false;
         }
         m_readUpTo = messages.back().stored;

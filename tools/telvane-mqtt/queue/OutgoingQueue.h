@@ -113,6 +113,7 @@ private:
     void dropOld(Nanoseconds now);
     void dropFront(std::deque<OutgoingMessage>& messages, DropReason reason);
     OutgoingMessage removeFront(std::deque<OutgoingMessage>& messages);
+    void takeOver(const SpoolBatch& written, const std::vector<Evicted>& evicted);
     void dropFromSpool(const Evicted& evicted);
     bool fetch();
     bool release(OutgoingMessage& message);

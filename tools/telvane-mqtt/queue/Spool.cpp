@@ -50,9 +50,7 @@ Spool::Status Spool::openFile(std::uint64_t& session)
     if (status) {
         m_lastStored = file->lastStored();
         m_file = std::move(file);
-        m_storedBefore = m_lastStored;
-        m_unreported = std::move(unreported);
-        ++m_generation;
+        m_opened = {m_opened.generation + 1, m_lastStored, std::move(unreported)};
     }
     return status;
 }
@@ -65,9 +63,7 @@ Spool::Status Spool::openLate()
     if (!status || session == m_session || m_begun) {
         return status;
     }
-    m_file.reset();
-    m_storedBefore = 0;
-    m_unreported.clear();
+    forget();
     m_refused = true;
     printError("the spool " + m_path +
                " has a later session, and is not used before the bridge starts again");
@@ -91,7 +87,7 @@ Spool::Result Spool::write(SpoolBatch& batch, Nanoseconds now)
     }
     if (status) {
         result.written = true;
-        result.generation = m_generation;
+        result.generation = m_opened.generation;
         m_lastStored = m_file->lastStored();
     } else {
         result.evicted.clear();
@@ -103,11 +99,12 @@ Spool::Result Spool::write(SpoolBatch& batch, Nanoseconds now)
     return result;
 }
 
-std::vector<OutgoingMessage> Spool::read(std::int64_t after, std::int64_t last, std::size_t count)
+std::vector<OutgoingMessage> Spool::read(std::uint64_t generation, std::int64_t after, std::int64_t last,
+                                         std::size_t count)
 {
     const std::lock_guard lock(m_mutex);
     std::vector<OutgoingMessage> messages;
-    if (m_file != nullptr) {
+    if (m_file != nullptr && generation == m_opened.generation) {
         const Status status = m_file->read(after, last, count, messages);
         if (!status) {
             handle(status);
@@ -130,10 +127,10 @@ std::vector<OutgoingMessage> Spool::find(const std::string& channel, std::uint64
     return messages;
 }
 
-std::map<std::string, std::uint64_t> Spool::unreported() const
+Spool::Opened Spool::opened() const
 {
     const std::lock_guard lock(m_mutex);
-    return m_unreported;
+    return m_opened;
 }
 
 void Spool::handle(const Status& status)
@@ -145,14 +142,18 @@ void Spool::handle(const Status& status)
     }
 }
 
+/// Goes on without the file.
+void Spool::forget()
+{
+    m_file.reset();
+    m_opened = {m_opened.generation + 1, 0, {}};
+}
+
 /// Renames a damaged file and begins a new one.
 void Spool::setAside(const Status& reason)
 {
-    m_file.reset();
-    m_storedBefore = 0;
-    m_unreported.clear();
+    forget();
     ++m_failures;
-    ++m_generation;
     const std::string damaged = m_path + ".damaged";
     std::rename(m_path.c_str(), damaged.c_str());
     // What the log has belongs to the old file, and would damage the new one.
@@ -197,22 +198,10 @@ std::uint64_t Spool::failures() const
     return m_failures;
 }
 
-std::int64_t Spool::lastStored() const
-{
-    const std::lock_guard lock(m_mutex);
-    return m_lastStored;
-}
-
-std::int64_t Spool::storedBefore() const
-{
-    const std::lock_guard lock(m_mutex);
-    return m_storedBefore;
-}
-
 std::uint64_t Spool::generation() const
 {
     const std::lock_guard lock(m_mutex);
-    return m_generation;
+    return m_opened.generation;
 }
 
 } // namespace TelvaneTool::Mqtt

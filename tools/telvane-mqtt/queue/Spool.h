@@ -37,23 +37,29 @@ public:
     /// Stores a batch, all or nothing.
     Result write(SpoolBatch& batch, Nanoseconds now);
 
-    /// \return messages that wait, with identifiers above \p after and up to \p last, in order; at most \p count
-    std::vector<OutgoingMessage> read(std::int64_t after, std::int64_t last, std::size_t count);
+    /// \return messages that wait, with identifiers above \p after and up to \p last, in order; at most \p count, and none
+    /// if the file is not that of \p generation
+    std::vector<OutgoingMessage> read(std::uint64_t generation, std::int64_t after, std::int64_t last,
+                                      std::size_t count);
 
     /// \param[in,out] to lowered to the last number that was read, if the others would need too much memory
     /// \return the messages of a channel with numbers from \p from to \p to, whether they were sent or not
     std::vector<OutgoingMessage> find(const std::string& channel, std::uint64_t session, std::uint64_t from,
                                       std::uint64_t& to);
 
-    /// \return the drops by channel that the file had as not reported when it was opened
-    std::map<std::string, std::uint64_t> unreported() const;
+    /// What the file had when it was opened.
+    struct Opened
+    {
+        std::uint64_t generation = 0;
+        std::int64_t lastStored = 0;                     ///< the highest identifier
+        std::map<std::string, std::uint64_t> unreported; ///< drops by channel that no message has reported
+    };
+    Opened opened() const;
 
-    std::size_t waiting() const;       ///< \return messages that are not done
-    std::size_t bytes() const;         ///< \return size of the file's pages in use
-    std::uint64_t failures() const;    ///< \return times that the file could not be written or was damaged
-    std::int64_t lastStored() const;   ///< \return the highest identifier
-    std::int64_t storedBefore() const; ///< \return the highest identifier when the file was opened
-    std::uint64_t generation() const;  ///< \return a number that changes when the file is opened or set aside
+    std::size_t waiting() const;      ///< \return messages that are not done
+    std::size_t bytes() const;        ///< \return size of the file's pages in use
+    std::uint64_t failures() const;   ///< \return times that the file could not be written or was damaged
+    std::uint64_t generation() const; ///< \return a number that changes when the file is opened or set aside
 
 private:
     using Status = SpoolFile::Status;
@@ -62,6 +68,7 @@ private:
     Status openLate();
     void handle(const Status& status);
     void setAside(const Status& reason);
+    void forget();
     void report(const Status& status);
 
     const std::string m_path;
@@ -71,10 +78,8 @@ private:
     SpoolClocks m_clocks;
     std::uint64_t m_session = 0;
     std::int64_t m_lastStored = 0;
-    std::int64_t m_storedBefore = 0;
-    std::map<std::string, std::uint64_t> m_unreported; ///< in the file when it was opened
+    Opened m_opened;
     std::uint64_t m_failures = 0;
-    std::uint64_t m_generation = 0;
     Nanoseconds m_tryAfter = 0;
     bool m_failing = false;
     bool m_begun = false;   ///< a file has this session
