@@ -1,7 +1,67 @@
 #include "mqtt/SpoolFixture.h"
 
+#include <chrono>
+#include <condition_variable>
 #include <csignal>
+#include <future>
+#include <mutex>
 #include <sys/resource.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace
+{
+
+/// A disk that can be held: what is written then does not become safe before it is released.
+class HeldDisk
+{
+public:
+    void hold()
+    {
+        const std::lock_guard lock(m_mutex);
+        m_held = true;
+    }
+
+    void release()
+    {
+        const std::lock_guard lock(m_mutex);
+        m_held = false;
+        m_changed.notify_all();
+    }
+
+    /// \return whether a thread waits for the disk, at last
+    bool awaitWaiting()
+    {
+        std::unique_lock lock(m_mutex);
+        return m_changed.wait_for(lock, std::chrono::minutes(1), [this] { return m_waiting; });
+    }
+
+    void wait()
+    {
+        std::unique_lock lock(m_mutex);
+        m_waiting = m_held;
+        m_changed.notify_all();
+        m_changed.wait(lock, [this] { return !m_held; });
+        m_waiting = false;
+    }
+
+private:
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    bool m_held = false;
+    bool m_waiting = false;
+};
+
+HeldDisk disk;
+
+} // namespace
+
+/// SQLite calls this one in place of the C library's.
+extern "C" __attribute__((visibility("default"))) int fdatasync(int fd)
+{
+    disk.wait();
+    return static_cast<int>(syscall(SYS_fdatasync, fd));
+}
 
 namespace TelvaneTool::Mqtt
 {
@@ -162,6 +222,33 @@ TEST_F(MqttSpool, ReportsDropsThatOnlyADamagedFileHad)
     start();
     pushNumbers(1, 1, 3 * kSecond);
     EXPECT_EQ(sendAll(3 * kSecond).back().dropped, 7U);
+}
+
+TEST_F(MqttSpool, SendsWhileTheDiskWrites)
+{
+    start();
+    pushNumbers(1, 2);
+    disk.hold();
+    auto writer = std::async(std::launch::async, [this] { pushNumbers(3, 3); });
+    const bool writes = disk.awaitWaiting();
+    auto link = std::async(std::launch::async, [this] {
+        std::vector<OutgoingMessage> sent;
+        bool fromBacklog = false;
+        while (auto next = queue->take(0, true, fromBacklog)) {
+            queue->countSent(*next, 1);
+            sent.push_back(std::move(*next));
+        }
+        EXPECT_FALSE(queue->hasBacklog());
+        EXPECT_EQ(queue->waiting(), 0U) << "3 is not accepted yet";
+        return numbersOf(sent);
+    });
+    const bool waited = link.wait_for(std::chrono::minutes(1)) == std::future_status::timeout;
+    disk.release();
+    writer.get();
+    EXPECT_TRUE(writes);
+    EXPECT_FALSE(waited);
+    EXPECT_EQ(link.get(), (std::vector<std::uint64_t>{1, 2}));
+    EXPECT_EQ(numbersOf(sendAll()), std::vector<std::uint64_t>{3});
 }
 
 } // namespace

@@ -51,6 +51,7 @@ Spool::Status Spool::openFile(std::uint64_t& session)
         m_lastStored = file->lastStored();
         m_file = std::move(file);
         m_opened = {m_opened.generation + 1, m_lastStored, std::move(unreported)};
+        showTotals();
     }
     return status;
 }
@@ -89,6 +90,7 @@ Spool::Result Spool::write(SpoolBatch& batch, Nanoseconds now)
         result.written = true;
         result.generation = m_opened.generation;
         m_lastStored = m_file->lastStored();
+        showTotals();
     } else {
         result.evicted.clear();
         for (OutgoingMessage& message : batch.accepted) {
@@ -147,6 +149,15 @@ void Spool::forget()
 {
     m_file.reset();
     m_opened = {m_opened.generation + 1, 0, {}};
+    showTotals();
+}
+
+/// Shows the totals to the threads that must not wait for the disk.
+void Spool::showTotals()
+{
+    m_waiting = m_file != nullptr ? m_file->waiting() : 0;
+    m_bytes = m_file != nullptr ? m_file->bytes() : 0;
+    m_generation = m_opened.generation;
 }
 
 /// Renames a damaged file and begins a new one.
@@ -178,30 +189,6 @@ void Spool::report(const Status& status)
         printStatus("the spool " + m_path + " can be written again");
     }
     m_failing = !status;
-}
-
-std::size_t Spool::waiting() const
-{
-    const std::lock_guard lock(m_mutex);
-    return m_file != nullptr ? m_file->waiting() : 0;
-}
-
-std::size_t Spool::bytes() const
-{
-    const std::lock_guard lock(m_mutex);
-    return m_file != nullptr ? m_file->bytes() : 0;
-}
-
-std::uint64_t Spool::failures() const
-{
-    const std::lock_guard lock(m_mutex);
-    return m_failures;
-}
-
-std::uint64_t Spool::generation() const
-{
-    const std::lock_guard lock(m_mutex);
-    return m_opened.generation;
 }
 
 } // namespace TelvaneTool::Mqtt

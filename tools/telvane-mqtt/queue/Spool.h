@@ -2,6 +2,7 @@
 
 #include "telvane-mqtt/queue/SpoolFile.h"
 
+#include <atomic>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -56,10 +57,14 @@ public:
     };
     Opened opened() const;
 
-    std::size_t waiting() const;      ///< \return messages that are not done
-    std::size_t bytes() const;        ///< \return size of the file's pages in use
-    std::uint64_t failures() const;   ///< \return times that the file could not be written or was damaged
-    std::uint64_t generation() const; ///< \return a number that changes when the file is opened or set aside
+    /// \name Totals
+    /// They do not wait for the disk.
+    /// @{
+    std::size_t waiting() const { return m_waiting; }         ///< messages that are not done
+    std::size_t bytes() const { return m_bytes; }             ///< size of the file's pages in use
+    std::uint64_t failures() const { return m_failures; }     ///< failed writes and damaged files
+    std::uint64_t generation() const { return m_generation; } ///< changes when a file is opened or set aside
+    /// @}
 
 private:
     using Status = SpoolFile::Status;
@@ -69,6 +74,7 @@ private:
     void handle(const Status& status);
     void setAside(const Status& reason);
     void forget();
+    void showTotals();
     void report(const Status& status);
 
     const std::string m_path;
@@ -79,7 +85,10 @@ private:
     std::uint64_t m_session = 0;
     std::int64_t m_lastStored = 0;
     Opened m_opened;
-    std::uint64_t m_failures = 0;
+    std::atomic<std::size_t> m_waiting{0};
+    std::atomic<std::size_t> m_bytes{0};
+    std::atomic<std::uint64_t> m_failures{0};
+    std::atomic<std::uint64_t> m_generation{0};
     Nanoseconds m_tryAfter = 0;
     bool m_failing = false;
     bool m_begun = false;   ///< a file has this session
