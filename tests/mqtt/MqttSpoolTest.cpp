@@ -197,6 +197,40 @@ TEST_F(MqttSpool, KeepsTheOrderIfTheClockWasSetBack)
     EXPECT_EQ(numbersOf(sendAll(kHour)), (std::vector<std::uint64_t>{1, 2}));
 }
 
+TEST_F(MqttSpool, DoesNotRetainWhatIsOlderThanTheRetainedRecordOfAnEarlierSession)
+{
+    const auto retained = [](const char* text, std::size_t size = 0) {
+        OutgoingMessage result = message(text, size);
+        result.retain = true;
+        return result;
+    };
+    limits.bytes = 1024 * 1024;
+    start(1000);
+    push(retained("1"));
+    push(retained("2"));
+    queue->commit(0);
+    queue->makeBacklog(); // the broker is connected
+    push(retained("3", 600'000));
+    queue->commit(0);
+    EXPECT_EQ(numbersOf(sendAll(0, 1)), std::vector<std::uint64_t>{3});
+    std::uint64_t to = 3;
+    for (int i = 0; i < 100 && !queue->find("LogData", 1000, 3, to).empty(); ++i) {
+        push(message("x", 20'000, "Other")); // until 3 has left the file
+        queue->commit(0);
+    }
+    EXPECT_TRUE(queue->find("LogData", 1000, 3, to).empty());
+    start(2000);
+    push(retained("4"));
+    queue->commit(0);
+    std::vector<std::pair<std::uint64_t, bool>> retains;
+    for (const OutgoingMessage& one : sendAll()) {
+        if (one.channel == "LogData") {
+            retains.emplace_back(one.number, one.retain);
+        }
+    }
+    EXPECT_EQ(retains, (std::vector<std::pair<std::uint64_t, bool>>{{1, true}, {1, false}, {2, false}}));
+}
+
 TEST_F(MqttSpool, FindsMessagesThatWereSent)
 {
     start(1000);

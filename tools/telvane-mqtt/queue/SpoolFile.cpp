@@ -91,10 +91,13 @@ SpoolFile::Status SpoolFile::createTables()
     if (!status) {
         return status;
     }
+    static const Sql retained =
+        "CREATE TABLE IF NOT EXISTS retained (topic TEXT PRIMARY KEY, id INTEGER NOT NULL) WITHOUT ROWID";
     const std::int64_t format = rows.empty() ? 0 : wholeOf(rows[0][0]);
     if (format != 0) {
-        return format == kFormat ? Status()
-                                 : Status::failed(Status::Code::Refused, "it is of another version");
+        return format == kFormat
+                   ? m_database->run(retained) // the first files of this format had no such table
+                   : Status::failed(Status::Code::Refused, "it is of another version");
     }
     static const Sql messages =
         "CREATE TABLE message (id INTEGER PRIMARY KEY AUTOINCREMENT, session INTEGER NOT NULL, "
@@ -106,6 +109,7 @@ SpoolFile::Status SpoolFile::createTables()
         "CREATE INDEX by_number ON message (channel, session, number)",
         "CREATE INDEX waiting ON message (id) WHERE done = 0",
         "CREATE INDEX history ON message (id) WHERE done = 1",
+        retained,
         "CREATE TABLE meta (key TEXT PRIMARY KEY, value) WITHOUT ROWID",
         "CREATE TABLE unreported (channel TEXT PRIMARY KEY, count INTEGER NOT NULL) WITHOUT ROWID",
         "PRAGMA user_version = 1",
@@ -212,12 +216,9 @@ SpoolFile::Status SpoolFile::write(SpoolBatch& batch, std::uint64_t session, Nan
 {
     Transaction transaction(*m_database);
     Status status = transaction.begun();
-    std::vector<Row> changed;
-    for (const std::int64_t id : batch.done) {
-        if (status) {
-            status = m_database->run("UPDATE message SET done = 1 WHERE id = $1 AND done = 0 RETURNING id",
-                                     {id}, &changed);
-        }
+    std::size_t changed = 0;
+    if (status) {
+        status = markDone(batch.done, changed);
     }
     if (status) {
         status = dropOld(now, evicted);
@@ -248,9 +249,30 @@ SpoolFile::Status SpoolFile::write(SpoolBatch& batch, std::uint64_t session, Nan
         status = transaction.commit();
     }
     if (status) {
-        m_waiting += batch.accepted.size() - changed.size() - evicted.size();
+        m_waiting += batch.accepted.size() - changed - evicted.size();
         m_bytes = bytes;
         m_lastStored = batch.accepted.empty() ? m_lastStored : batch.accepted.back().stored;
+    }
+    return status;
+}
+
+/// Marks messages as done. Notes which one the broker retains, also for the time when it has left the file.
+SpoolFile::Status SpoolFile::markDone(const std::vector<std::int64_t>& ids, std::size_t& changed)
+{
+    Status status;
+    for (const std::int64_t id : ids) {
+        std::vector<Row> rows;
+        if (status) {
+            status = m_database->run(
+                "UPDATE message SET done = 1 WHERE id = $1 AND done = 0 RETURNING topic, retain", {id},
+                &rows);
+        }
+        changed += rows.size();
+        if (status && !rows.empty() && wholeOf(rows[0][1]) != 0) {
+            status = m_database->run("INSERT INTO retained VALUES ($1, $2) "
+                                     "ON CONFLICT (topic) DO UPDATE SET id = max(id, excluded.id)",
+                                     {rows[0][0], id});
+        }
     }
     return status;
 }
@@ -339,8 +361,10 @@ SpoolFile::Status SpoolFile::read(std::int64_t after, std::int64_t last, std::si
     while (status && messages.size() < count && bytes < kReadBytes) {
         std::vector<Row> rows;
         status = m_database->run(
-            "SELECT id, session, channel, number, topic, class, body, time, wall, clock_set, retain, queued "
-            "FROM message WHERE done = 0 AND id > $1 AND id <= $2 ORDER BY id LIMIT 1",
+            "SELECT id, session, channel, number, topic, class, body, time, wall, clock_set, retain AND NOT "
+            "EXISTS (SELECT 1 FROM retained WHERE retained.topic = message.topic AND retained.id > "
+            "message.id), "
+            "queued FROM message WHERE done = 0 AND id > $1 AND id <= $2 ORDER BY id LIMIT 1",
             {messages.empty() ? after : messages.back().stored, last}, &rows);
         if (rows.empty()) {
             break;

@@ -64,7 +64,8 @@ public:
     /// oldest.
     Status write(SpoolBatch& batch, std::uint64_t session, Nanoseconds now, std::vector<Evicted>& evicted);
 
-    /// Reads messages that wait, with identifiers above \p after and up to \p last, in order.
+    /// Reads messages that wait, with identifiers above \p after and up to \p last, in order. They are not to be retained
+    /// where a later message of their topic was.
     Status read(std::int64_t after, std::int64_t last, std::size_t count,
                 std::vector<OutgoingMessage>& messages);
 
@@ -91,6 +92,7 @@ private:
     Status beginSession(const SpoolClocks& clocks, std::uint64_t& session);
     Status moveToThisBoot(const SpoolClocks& clocks);
     Status readTotals();
+    Status markDone(const std::vector<std::int64_t>& ids, std::size_t& changed);
     Status store(OutgoingMessage& message, std::uint64_t session);
     Status dropOld(Nanoseconds now, std::vector<Evicted>& evicted);
     Status makeRoom(std::size_t needed, std::vector<Evicted>& evicted);
