@@ -120,6 +120,29 @@ END
     grep -q 'line 7: unknown key "pasword-file"' error
 }
 
+@test "values are checked in the configuration file as on the command line" {
+    wrong() { # <key> <value in TOML> <value on the command line> <expected>
+        printf '%s\n' 'bus = "bus"' "$1 = $2" 'broker = "localhost"' 'out = ["HALInfo"]' >wrong.toml
+        status=0
+        "$TELVANE" mqtt --config wrong.toml --check 2>error || status=$?
+        [ "$status" -eq 2 ]
+        [ "$(cat error)" = "telvane-mqtt: wrong.toml: line 2: $1: $4" ]
+        status=0
+        "$TELVANE" mqtt --bus bus --broker localhost --out HALInfo "--$1=$3" --check 2>error || status=$?
+        [ "$status" -eq 2 ]
+        grep -qF -- "--$1: $4" error
+    }
+    wrong in-flight 0 0 'expected a number from 1 to 65535, got "0"'
+    wrong in-flight 65536 65536 'expected a number from 1 to 65535, got "65536"'
+    wrong keep-alive 4 4 'expected a number from 5 to 65535, got "4"'
+    wrong packet-limit 1023 1023 'expected a number from 1024 to 268435455, got "1023"'
+    wrong queue-messages 0 0 'expected a number of at least 1, got "0"'
+    wrong queue-bytes 0 0 'expected a number of at least 1, got "0"'
+    wrong spool-bytes 1000 1000 'expected a number of at least 1048576, got "1000"'
+    wrong queue-age '"soon"' soon '"soon" is not a duration such as 500ms, 10s, 5min or 24h'
+    wrong protocol '"4"' 4 'expected auto, 5 or 3.1.1, got "4"'
+}
+
 @test "a dry run prints topics and payloads without a broker" {
     start_server
     start dry "$TELVANE" mqtt --bus "$bus" --module m1 --out HALInfo --dry-run

@@ -4,6 +4,7 @@
 #include "common/cli/Messages.h"
 #include "common/cli/Signals.h"
 #include "telvane-mqtt/Bridge.h"
+#include "telvane-mqtt/settings/ValueChecks.h"
 
 #include <mosquitto.h>
 
@@ -32,6 +33,13 @@ int runProgram(const Command& command, Mqtt::Settings& settings)
         return writeResult(Mqtt::describeSettings(bridge));
     }
     return settings.dryRun ? Mqtt::runDry(bridge) : Mqtt::runBridge(bridge);
+}
+
+std::function<std::string(const std::string& text)> checkOf(const char* key)
+{
+    return [key](const std::string& text) {
+        return Mqtt::valueError(key, text);
+    };
 }
 
 void addChannelOptions(Command& command, Mqtt::Settings& settings)
@@ -69,6 +77,7 @@ void addBrokerOptions(Command& command, Mqtt::Settings& settings)
         .typeName("URL")
         .group(group);
     command.option("--protocol", settings.protocol, "Speak MQTT 5, or 3.1.1, or what the broker can")
+        .check(checkOf("protocol"))
         .typeName("5|3.1.1|auto")
         .showDefault()
         .group(group);
@@ -86,30 +95,33 @@ void addBrokerOptions(Command& command, Mqtt::Settings& settings)
         .typeName("FILE")
         .group(group);
     command.option("--keep-alive", settings.keepAlive, "Check an idle connection after this time, in seconds")
-        .within(5, 65535)
+        .check(checkOf("keep-alive"))
         .showDefault()
         .group(group);
     command.option("--ack-timeout", settings.ackTimeout, "Reconnect if an acknowledgement takes longer")
+        .check(checkOf("ack-timeout"))
         .typeName("TIME")
         .showDefault()
         .group(group);
     command
         .option("--first-pause", settings.firstPause,
                 "Pause before the first new attempt, shortened at random")
+        .check(checkOf("first-pause"))
         .typeName("TIME")
         .showDefault()
         .group(group);
     command.option("--longest-pause", settings.longestPause, "Longest pause between attempts")
+        .check(checkOf("longest-pause"))
         .typeName("TIME")
         .showDefault()
         .group(group);
     command.option("--in-flight", settings.inFlight, "Send this many messages before their acknowledgements")
-        .within(1, 65535)
+        .check(checkOf("in-flight"))
         .showDefault()
         .group(group);
     command
         .option("--packet-limit", settings.packetLimit, "Largest packet, in bytes; the broker may lower it")
-        .within(1024, 268435455)
+        .check(checkOf("packet-limit"))
         .showDefault()
         .group(group);
 }
@@ -118,14 +130,15 @@ void addQueueOptions(Command& command, Mqtt::Settings& settings)
 {
     const char* const group = "Queue";
     command.option("--queue-messages", settings.queueMessages, "Keep this many messages for the broker")
-        .positive()
+        .check(checkOf("queue-messages"))
         .showDefault()
         .group(group);
     command.option("--queue-bytes", settings.queueBytes, "Keep this many bytes of messages")
-        .positive()
+        .check(checkOf("queue-bytes"))
         .showDefault()
         .group(group);
     command.option("--queue-age", settings.queueAge, "Drop messages that have waited longer")
+        .check(checkOf("queue-age"))
         .typeName("TIME")
         .showDefault()
         .group(group);
@@ -137,13 +150,13 @@ void addQueueOptions(Command& command, Mqtt::Settings& settings)
     command
         .option("--spool-bytes", settings.spoolBytes,
                 "Largest size of that file, in bytes; its log may add 4 MB")
-        .positive()
+        .check(checkOf("spool-bytes"))
         .showDefault()
         .group(group);
     command
         .option("--drain-rate", settings.drainRate,
                 "Send this many messages a second that waited for the broker; 0 for no limit")
-        .notNegative()
+        .check(checkOf("drain-rate"))
         .showDefault()
         .group(group);
 }
@@ -170,6 +183,7 @@ int main(int argc, char** argv)
                 "Create a named pipe at PATH that serves OpenMetrics text")
         .typeName("PATH");
     command.option("--request-timeout", settings.requestTimeout, "Wait this long for the answer to a request")
+        .check(checkOf("request-timeout"))
         .typeName("TIME")
         .showDefault();
     command.flag("--check", settings.check, "Check the options, print what would go where, and exit");

@@ -2,6 +2,7 @@
 // error, because a misspelled key would otherwise be a setting that is silently not made.
 
 #include "telvane-mqtt/settings/Settings.h"
+#include "telvane-mqtt/settings/ValueChecks.h"
 
 #include <toml++/toml.h>
 
@@ -36,6 +37,7 @@ public:
         if (!m_node.is_string() || !value) {
             m_error = "expected a string";
         } else {
+            m_error = valueError(m_key, *value);
             target = *value;
         }
         return true;
@@ -50,11 +52,15 @@ public:
         const auto value = m_node.value<std::int64_t>();
         const auto max = static_cast<std::int64_t>(std::min<std::uint64_t>(
             std::numeric_limits<Number>::max(), std::numeric_limits<std::int64_t>::max()));
-        if (!m_node.is_integer() || !value || *value < 0 || *value > max) {
-            m_error = "expected an integer of at least 0";
-        } else {
-            target = static_cast<Number>(*value);
+        if (!m_node.is_integer() || !value) {
+            m_error = "expected an integer";
+            return true;
         }
+        m_error = valueError(m_key, std::to_string(*value));
+        if (m_error.empty() && *value > max) {
+            m_error = "expected at most " + std::to_string(max) + ", got \"" + std::to_string(*value) + "\"";
+        }
+        target = m_error.empty() ? static_cast<Number>(*value) : target;
         return true;
     }
 

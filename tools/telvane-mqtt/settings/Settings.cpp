@@ -18,8 +18,6 @@ namespace TelvaneTool::Mqtt
 namespace
 {
 
-constexpr unsigned long kSmallestSpool = 1UL << 20; ///< has room for the largest default packet
-
 std::string hostName()
 {
     char name[256] = {};
@@ -114,23 +112,14 @@ std::string checkTls(const BrokerSettings& broker)
     return {};
 }
 
-std::string readDurations(const Settings& settings, BridgeSettings& result)
+void readDurations(const Settings& settings, BridgeSettings& result)
 {
-    const auto read = [](const char* option, const std::string& text, Nanoseconds& duration) {
-        return parseDuration(text, duration) ? std::string()
-                                             : std::string(option) + ": \"" + text +
-                                                   "\" is not a duration such as 500ms, 10s, 5min or 24h";
-    };
-    for (std::string error : {read("--queue-age", settings.queueAge, result.queue.age),
-                              read("--ack-timeout", settings.ackTimeout, result.broker.acknowledgement),
-                              read("--first-pause", settings.firstPause, result.broker.firstPause),
-                              read("--longest-pause", settings.longestPause, result.broker.longestPause),
-                              read("--request-timeout", settings.requestTimeout, result.requestTimeout)}) {
-        if (!error.empty()) {
-            return error;
-        }
-    }
-    return {};
+    parseDuration(settings.queueAge, result.queue.age);
+    parseDuration(settings.ackTimeout, result.broker.acknowledgement);
+    parseDuration(settings.firstPause, result.broker.firstPause);
+    parseDuration(settings.longestPause, result.broker.longestPause);
+    parseDuration(settings.requestTimeout, result.requestTimeout);
+    result.spoolLimits.age = result.queue.age;
 }
 
 std::string readRules(const Settings& settings, ChannelRules& rules)
@@ -193,22 +182,15 @@ std::string checkSettings(const Settings& settings, BridgeSettings& result)
     broker.protocol = settings.protocol == "5"       ? Protocol::Version5
                       : settings.protocol == "3.1.1" ? Protocol::Version311
                                                      : Protocol::Automatic;
-    if (settings.protocol != "auto" && broker.protocol == Protocol::Automatic) {
-        return "--protocol is auto, 5 or 3.1.1";
-    }
+    readDurations(settings, result);
     if (settings.bus.empty()) {
         return "no bus given; use --bus PATH";
     }
     if (settings.broker.empty() && !settings.dryRun) {
         return "no broker given; use --broker mqtts://HOST";
     }
-    if (settings.spoolBytes < kSmallestSpool) {
-        return "--spool-bytes is at least " + std::to_string(kSmallestSpool);
-    }
     std::string error = settings.broker.empty() ? "" : readBrokerUrl(settings.broker, broker);
     error = error.empty() ? Topics::check(result.prefix, result.module) : error;
-    error = error.empty() ? readDurations(settings, result) : error;
-    result.spoolLimits.age = result.queue.age;
     error = error.empty() ? checkTls(broker) : error;
     error = error.empty() ? readSecrets(settings, broker) : error;
     return error.empty() ? readRules(settings, result.rules) : error;

@@ -97,7 +97,7 @@ struct BridgeSettings
     std::string classOf(const std::string& channel) const;
 };
 
-/// Checks settings and reads the files with the user's name and the password.
+/// Checks settings whose values have been checked one by one, and reads the files with the user's name and the password.
 /// \return an error message, or an empty text
 std::string checkSettings(const Settings& settings, BridgeSettings& result);
 
