@@ -7,6 +7,8 @@
 #include <limits>
 #include <map>
 #include <mutex>
+#include <unistd.h>
+#include <vector>
 
 namespace TelvaneTool
 {
@@ -87,6 +89,73 @@ TEST_F(MissTrackerTest, ReportsNothingWithoutMisses)
     m_connection.finish(kSuccess); // before the tracker is destroyed
     EXPECT_FALSE(called);
     EXPECT_FALSE(tracker.uncertain());
+}
+
+/// A tracker that is not subscribed to the answers of the server. The test gives them.
+class MissTrackerAnswers : public ToolBusFixture
+{
+protected:
+    /// \return a client that has missed messages of a channel
+    static ClientStatus client(pid_t process, std::uint64_t missed)
+    {
+        ClientStatus client;
+        client.descriptor = static_cast<int>(process);
+        client.process = process;
+        client.subscriptions = {{"LogData", 0, 100, missed}, {kClientsStatus, 0, 1, 0}};
+        return client;
+    }
+
+    void answer(const std::vector<ClientStatus>& clients, int sequence)
+    {
+        for (const std::string& payload : encodeStatus(clients)) {
+            m_tracker.takeAnswer(payload, sequence);
+        }
+    }
+
+    std::vector<std::uint64_t> m_reported;
+    MissTracker m_tracker{m_connection,
+                          [this](const std::string&, std::uint64_t count, Nanoseconds, Nanoseconds) {
+                              m_reported.push_back(count);
+                          }};
+};
+
+TEST_F(MissTrackerAnswers, AreReportedAsDifferences)
+{
+    m_tracker.arrived("LogData", 1);
+    answer({client(getpid(), 3)}, 2);
+    answer({client(getpid(), 3)}, 3);
+    answer({client(getpid(), 5)}, 4);
+    EXPECT_EQ(m_reported, (std::vector<std::uint64_t>{3, 2}));
+}
+
+TEST_F(MissTrackerAnswers, CountFromZeroForANewServer)
+{
+    m_tracker.arrived("LogData", 1);
+    answer({client(getpid(), 3)}, 2);
+    m_tracker.restart();
+    answer({client(getpid(), 2)}, 1);
+    EXPECT_EQ(m_reported, (std::vector<std::uint64_t>{3, 2}));
+}
+
+TEST_F(MissTrackerAnswers, AreOfTheOnlyClientWithTheseSubscriptionsIfNoneHasTheProcessId)
+{
+    m_tracker.arrived("LogData", 1);
+    answer({client(1, 3), client(2, 4)}, 2);
+    EXPECT_TRUE(m_reported.empty()) << "ambiguous";
+    answer({client(1, 3)}, 3);
+    EXPECT_EQ(m_reported, std::vector<std::uint64_t>{3});
+}
+
+TEST_F(MissTrackerAnswers, ExplainOneGapForEachRequest)
+{
+    m_tracker.arrived("LogData", 1);
+    m_tracker.arrived("LogData", 3);
+    EXPECT_TRUE(m_tracker.uncertain());
+    m_tracker.follow(); // the request takes number 4
+    answer({client(getpid(), 0)}, 5);
+    EXPECT_FALSE(m_tracker.uncertain());
+    m_tracker.arrived("LogData", 7);
+    EXPECT_TRUE(m_tracker.uncertain());
 }
 
 TEST_F(MissTrackerTest, TakesAnySequenceNumber)

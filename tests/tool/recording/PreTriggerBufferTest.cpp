@@ -47,6 +47,17 @@ TEST(PreTriggerBuffer, DropsTheOldestAboveItsMaximumSize)
     EXPECT_EQ(ring.bytes(), 4U);
 }
 
+TEST(PreTriggerBuffer, IsNotTruncatedAnyMoreWhenItsSpanFits)
+{
+    PreTriggerBuffer ring(10, 5);
+    ring.add("aa", 0);
+    ring.add("bb", 1);
+    ring.add("cc", 2);
+    EXPECT_TRUE(ring.truncated());
+    ring.add("dd", 12);
+    EXPECT_FALSE(ring.truncated());
+}
+
 TEST(PreTriggerBuffer, KeepsOneLineOfAnyLength)
 {
     PreTriggerBuffer ring(1000, 5);

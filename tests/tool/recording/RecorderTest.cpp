@@ -24,6 +24,22 @@ struct Content
     std::uint64_t tornBytes = 0;
 };
 
+/// \return the notes of misses and outages
+std::vector<RecordedMessage> notesOf(const std::string& path)
+{
+    std::vector<RecordedMessage> notes;
+    RecordingReader reader;
+    EXPECT_TRUE(reader.open(path));
+    RecordedMessage message;
+    while (reader.next(message)) {
+        if (message.isNote()) {
+            message.channel = {}; // a view into the reader's buffer
+            notes.push_back(message);
+        }
+    }
+    return notes;
+}
+
 Content contentOf(const std::string& path)
 {
     Content content;
@@ -127,6 +143,42 @@ TEST_F(RecorderTest, NotesWhatTheServerReports)
     recorder.addMissed("A", 5, now, now);
     EXPECT_TRUE(recorder.finish());
     EXPECT_EQ(contentOf(path("a.jsonl")).missed.at("A"), 5U);
+    EXPECT_EQ(recorder.writer().records(), 0U);
+    const std::vector<RecordedMessage> notes = notesOf(path("a.jsonl"));
+    ASSERT_EQ(notes.size(), 1U);
+    EXPECT_LE(notes[0].missedFrom, notes[0].missedTo);
+    EXPECT_LE(notes[0].missedTo, notes[0].time) << "times count from the start of the recording";
+}
+
+TEST_F(RecorderTest, NotesHowLongAnOutageLasted)
+{
+    Recorder recorder(settings(), m_header);
+    ASSERT_TRUE(recorder.open());
+    const Nanoseconds begin = monotonicNow();
+    recorder.addOutage(begin, begin + 3 * kSecond);
+    EXPECT_TRUE(recorder.finish());
+    const std::vector<RecordedMessage> notes = notesOf(path("a.jsonl"));
+    ASSERT_EQ(notes.size(), 1U);
+    EXPECT_TRUE(notes[0].outage);
+    EXPECT_EQ(notes[0].missedTo - notes[0].missedFrom, 3 * kSecond);
+}
+
+TEST_F(RecorderTest, NotesAGapFromTheLastRecordBeforeItOn)
+{
+    Recorder::Settings small = settings();
+    small.maxQueued = 10;
+    Recorder recorder(small, m_header);
+    ASSERT_TRUE(recorder.open());
+    recorder.take("A", 1, "{}");
+    recorder.take("A", 2, "{}"); // does not fit
+    EXPECT_TRUE(recorder.finish());
+    RecordingReader reader;
+    ASSERT_TRUE(reader.open(path("a.jsonl")));
+    RecordedMessage last;
+    ASSERT_TRUE(reader.next(last));
+    const std::vector<RecordedMessage> notes = notesOf(path("a.jsonl"));
+    ASSERT_EQ(notes.size(), 1U);
+    EXPECT_EQ(notes[0].missedFrom, last.time);
 }
 
 TEST_F(RecorderTest, KeepsRecordsUntilATrigger)
@@ -181,6 +233,43 @@ TEST_F(RecorderTest, SavesWhatItKeepsAtTheEndForAReason)
     EXPECT_TRUE(with.finish("SIGTERM"));
     EXPECT_EQ(contentOf(path("a-0001.jsonl")).payloads.size(), 1U);
     EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("saving the buffered records: SIGTERM"));
+}
+
+TEST_F(RecorderTest, IsNotTriggeredByMissedRecordsOfTheTriggersChannel)
+{
+    Recorder recorder(triggered(0), m_header);
+    const Nanoseconds now = monotonicNow();
+    recorder.addMissed("Fault", 1, now, now);
+    EXPECT_TRUE(recorder.finish());
+    EXPECT_FALSE(std::filesystem::exists(path("a-0001.jsonl")));
+}
+
+TEST_F(RecorderTest, KeepsWhatFollowsOneTriggerForTheNextOne)
+{
+    Recorder recorder(triggered(0), m_header);
+    testing::internal::CaptureStderr();
+    recorder.take("Fault", 1, "{}");
+    std::this_thread::sleep_for(std::chrono::milliseconds(1)); // the first file ends before the next record
+    recorder.take("A", 2, "{}");
+    recorder.take("Fault", 3, "{}");
+    EXPECT_TRUE(recorder.finish());
+    testing::internal::GetCapturedStderr();
+    EXPECT_EQ(contentOf(path("a-0001.jsonl")).payloads.size(), 1U);
+    EXPECT_EQ(contentOf(path("a-0002.jsonl")).payloads.size(), 3U);
+}
+
+TEST_F(RecorderTest, ReportsABufferThatWasTooSmall)
+{
+    Recorder::Settings small = triggered(0);
+    small.maxKept = 100;
+    Recorder recorder(small, m_header);
+    testing::internal::CaptureStderr();
+    for (int i = 0; i < 10; ++i) {
+        recorder.take("A", i, "{}");
+    }
+    EXPECT_TRUE(recorder.finish("SIGTERM"));
+    EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                AllOf(HasSubstr("the buffer held only the last "), HasSubstr("--keep-size allows more")));
 }
 
 TEST_F(RecorderTest, TakesWhileItWrites)
@@ -247,13 +336,49 @@ TEST_F(RecorderTest, LeavesWholeLinesInEveryFileWhenTheDiskIsFull)
     EXPECT_FALSE(recorder.finish());
     EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("File too large"));
     std::size_t records = 0;
+    std::uintmax_t bytes = 0;
     for (const auto& entry : std::filesystem::directory_iterator(path(""))) {
+        bytes += entry.file_size();
         const Content content = contentOf(entry.path());
         EXPECT_EQ(content.tornBytes, 0U) << entry.path();
         records += content.payloads.size();
     }
     EXPECT_EQ(recorder.writer().records(), records);
     EXPECT_GE(records, 30U);
+    EXPECT_EQ(recorder.writer().bytes(), bytes);
+}
+
+TEST_F(RecorderTest, LeavesNoFileThatHasNotEvenAHeader)
+{
+    testing::internal::CaptureStderr(); // in a file, to which the limit applies as well
+    {
+        const FileSizeLimit limit(10);
+        EXPECT_FALSE(Recorder(settings(), m_header).open());
+    }
+    testing::internal::GetCapturedStderr();
+    EXPECT_FALSE(std::filesystem::exists(path("a.jsonl")));
+}
+
+TEST_F(RecorderTest, CountsNothingOfAWriteThatFailedInTheNextFile)
+{
+    Recorder::Settings several = settings();
+    several.output.numbered = true;
+    RecordingWriter writer(several.output);
+    std::string line;
+    appendMessage(line, {1, "A", 1, "{\"x\":\"" + std::string(3000, 'x') + "\"}"});
+    const RecordedMessage message = {1, "A", 1, "{}"};
+    testing::internal::CaptureStderr();
+    {
+        const FileSizeLimit limit(2000);
+        ASSERT_TRUE(writer.open(m_header));
+        EXPECT_TRUE(writer.add(line, message));
+        EXPECT_FALSE(writer.flush());
+    }
+    testing::internal::GetCapturedStderr();
+    ASSERT_TRUE(writer.open(m_header));
+    EXPECT_TRUE(writer.add(line, message));
+    EXPECT_TRUE(writer.close());
+    EXPECT_EQ(writer.records(), 1U);
 }
 
 } // namespace

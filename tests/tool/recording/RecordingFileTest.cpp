@@ -129,12 +129,41 @@ TEST(RecordingWriter, StartsANewFileAfterTheSplitTime)
     settings.splitAfter = kSecond;
     RecordingWriter writer(settings);
     ASSERT_TRUE(writer.open(kHeader));
-    for (const Nanoseconds time : {5 * kSecond, 6 * kSecond - 1, 6 * kSecond}) {
+    for (const Nanoseconds time : {5 * kSecond, 6 * kSecond - 1, 6 * kSecond, 7 * kSecond - 1}) {
         EXPECT_TRUE(writer.add(lineOf(time, "x"), at(time)));
     }
     EXPECT_TRUE(writer.close());
     EXPECT_THAT(timesOf(directory.path("weld-0001")), ElementsAre(5 * kSecond, 6 * kSecond - 1));
-    EXPECT_THAT(timesOf(directory.path("weld-0002")), ElementsAre(6 * kSecond));
+    EXPECT_THAT(timesOf(directory.path("weld-0002")), ElementsAre(6 * kSecond, 7 * kSecond - 1));
+}
+
+TEST(RecordingWriter, SplitsCompressedFilesByTheirSizeOnDisk)
+{
+    const TestDirectory directory;
+    RecordingWriter::Settings settings = settingsFor(directory.path("weld.jsonl.gz"));
+    settings.numbered = true;
+    settings.splitSize = 3000;
+    settings.compression = Compression::Gzip;
+    RecordingWriter writer(settings);
+    ASSERT_TRUE(writer.open(kHeader));
+    for (int i = 0; i < 50; ++i) {
+        EXPECT_TRUE(writer.add(lineOf(1, std::string(50, 'x')), at(1)));
+        if (i % 10 == 9) {
+            EXPECT_TRUE(writer.flush());
+        }
+    }
+    EXPECT_TRUE(writer.close());
+    EXPECT_EQ(writer.files(), 1);
+}
+
+TEST(RecordingWriter, PutsTheNumberAfterANameThatBeginsWithADot)
+{
+    const TestDirectory directory;
+    RecordingWriter::Settings settings = settingsFor(directory.path(".weld"));
+    settings.numbered = true;
+    RecordingWriter writer(settings);
+    ASSERT_TRUE(writer.open(kHeader));
+    EXPECT_EQ(writer.currentPath(), directory.path(".weld-0001"));
 }
 
 TEST(RecordingWriter, ContinuesAfterExistingNumbers)

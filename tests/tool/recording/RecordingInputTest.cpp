@@ -1,6 +1,7 @@
 #include "recording/RecordingInput.h"
 
 #include "common/cli/ExitCodes.h"
+#include "common/support/Compression.h"
 #include "helpers/ToolTestFiles.h"
 
 #include <gmock/gmock.h>
@@ -79,6 +80,54 @@ TEST_F(RecordingInputTest, ReadsSeveralFilesAsOne)
     RecordingInput input({first, part, later});
     EXPECT_THAT(timesIn(input), ElementsAre(1 * kSecond, 2 * kSecond, 3 * kSecond, 61 * kSecond));
     EXPECT_EQ(input.header().started, kStarted);
+}
+
+TEST_F(RecordingInputTest, ShiftsTheGapsOfLaterFiles)
+{
+    RecordedMessage note;
+    note.time = 3 * kSecond;
+    note.channel = "A";
+    note.missed = 1;
+    note.missedFrom = 1 * kSecond;
+    note.missedTo = 2 * kSecond;
+    std::string text = printHeader({kStarted + 60 * kSecond, "", {}, 1});
+    appendMessage(text, note);
+    RecordingInput input({write("a", kStarted, {}), m_directory.write("b", text)});
+    ASSERT_TRUE(input.open());
+    RecordedMessage message;
+    ASSERT_TRUE(input.next(message));
+    EXPECT_EQ(message.time, 63 * kSecond);
+    EXPECT_EQ(message.missedFrom, 61 * kSecond);
+    EXPECT_EQ(message.missedTo, 62 * kSecond);
+}
+
+TEST_F(RecordingInputTest, KnowsWhichPartHasBeenRead)
+{
+    const std::string path = write("a", kStarted, {1 * kSecond, 2 * kSecond});
+    RecordingInput input({path, path});
+    ASSERT_TRUE(input.open());
+    RecordedMessage message;
+    std::vector<double> fractions;
+    while (input.next(message)) {
+        fractions.push_back(input.fraction());
+    }
+    ASSERT_EQ(fractions.size(), 4U);
+    EXPECT_GT(fractions[0], 0.0);
+    EXPECT_LT(fractions[0], 0.5);
+    EXPECT_EQ(fractions[1], 0.5);
+    EXPECT_EQ(fractions[3], 1.0);
+}
+
+TEST_F(RecordingInputTest, DoesNotKnowItForACompressedFile)
+{
+    std::string text = printHeader({kStarted, "", {}, 1});
+    appendMessage(text, {1, "A", 1, "{}"});
+    RecordingInput input(
+        {m_directory.write("a.gz", makeCompressor(Compression::Gzip)->compress(text, true))});
+    ASSERT_TRUE(input.open());
+    RecordedMessage message;
+    ASSERT_TRUE(input.next(message));
+    EXPECT_LT(input.fraction(), 0.0);
 }
 
 TEST_F(RecordingInputTest, EndsAtAFileThatCannotBeRead)

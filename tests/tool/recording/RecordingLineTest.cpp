@@ -39,6 +39,10 @@ TEST(RecordingLine, IsReadAfterAnotherProgramRewroteIt)
     EXPECT_EQ(message.channel, "LogData");
     EXPECT_EQ(message.sequence, 7);
     EXPECT_EQ(message.payload, R"({"log":"x"})");
+    EXPECT_EQ(message.group, "");
+    ASSERT_TRUE(reader.read(R"({"group": "seam 3", "ns": 1, "channel": "A", "sequence": 2, "payload": {}})",
+                            message));
+    EXPECT_EQ(message.group, "seam 3");
 }
 
 TEST(RecordingLine, IsRefusedIfTruncatedAnywhere)
@@ -85,6 +89,8 @@ TEST(RecordingLine, IsRefusedIfItIsNotAMessage)
     for (const char* line : {"", "null", "[]", "{}", R"({"ns":1,"channel":"A","sequence":1})",
                              R"({"ns":1,"channel":5,"sequence":1,"payload":{}})",
                              R"({"ns":1e300,"channel":"A","sequence":1,"payload":{}})",
+                             R"({"ns":9000000000000000000,"channel":"A","sequence":1,"payload":{}})",
+                             R"({"ns":-9000000000000000000,"channel":"A","sequence":1,"payload":{}})",
                              R"({"ns":"1","channel":"A","sequence":1,"payload":{}})",
                              R"({"ns":1,"channel":"A","sequence":1,"payload":})"}) {
         EXPECT_FALSE(reader.read(line, message)) << line;
@@ -106,6 +112,15 @@ TEST(RecordingHeader, IsReadAsPrinted)
     EXPECT_EQ(read.server, header.server);
     EXPECT_THAT(read.channels, ElementsAre("One", "Two"));
     EXPECT_EQ(read.part, 3);
+}
+
+TEST(RecordingHeader, IsThatOfTheFirstPartIfItNamesNone)
+{
+    RecordingHeader header;
+    header.part = 7;
+    std::string error;
+    ASSERT_TRUE(readHeader(R"({"telvaneRecording":1,"started":"2024-01-02T03:04:05Z"})", header, error));
+    EXPECT_EQ(header.part, 1);
 }
 
 TEST(RecordingHeader, IsRefusedIfItIsNotAHeader)

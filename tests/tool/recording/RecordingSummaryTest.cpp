@@ -48,6 +48,11 @@ TEST(RecordingSummary, CountsOutagesApartFromRecords)
     EXPECT_EQ(number(summary, "records"), 2);
     EXPECT_EQ(number(summary, "outages"), 1);
     EXPECT_THAT(summary.text(file()), HasSubstr("outages   1, without a connection for 2"));
+    EXPECT_EQ(number(summary, "firstSeconds", true), 0);
+    EXPECT_EQ(number(summary, "lastSeconds", true), 4);
+    note.missedTo = 5 * kSecond;
+    summary.add(note);
+    EXPECT_THAT(summary.text(file()), HasSubstr("outages   2, without a connection for 5.000 s"));
 }
 
 TEST(RecordingSummary, PrintsSpanCountsAndRates)

@@ -1,4 +1,4 @@
-// When a recording is on the disk. The linker redirects fdatasync() to this file.
+// When a recording is on the disk. The linker redirects fdatasync() and write() to this file.
 
 #include "helpers/ToolTestFiles.h"
 #include "recording/RecordingWriter.h"
@@ -6,13 +6,17 @@
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <cerrno>
+#include <utility>
 #include <vector>
 
 namespace
 {
 
 std::vector<off_t> sizes; ///< of files when they were synchronised
+bool interrupted = false; ///< the next write is interrupted by a signal
 
 } // namespace
 
@@ -22,6 +26,15 @@ extern "C" int __wrap_fdatasync(int fd)
     struct stat status = {};
     sizes.push_back(fstat(fd, &status) == 0 ? status.st_size : -1);
     return 0;
+}
+extern "C" ssize_t __real_write(int fd, const void* data, size_t size);
+extern "C" ssize_t __wrap_write(int fd, const void* data, size_t size)
+{
+    if (std::exchange(interrupted, false)) {
+        errno = EINTR;
+        return -1;
+    }
+    return __real_write(fd, data, size);
 }
 // NOLINTEND(bugprone-reserved-identifier,readability-identifier-naming,cert-dcl50-cpp)
 
@@ -93,6 +106,49 @@ TEST_F(RecordingSyncTest, StoresWhatWasWrittenAtTheFirstFlush)
     add(writer);
     ASSERT_TRUE(writer.flush());
     EXPECT_EQ(sizes, std::vector<off_t>{sizeOf(m_directory.path("a.jsonl"))});
+}
+
+TEST_F(RecordingSyncTest, StoresNotMoreOftenThanEverySecond)
+{
+    RecordingWriter writer(settings());
+    ASSERT_TRUE(writer.open(m_header));
+    Nanoseconds begin = 0;
+    std::size_t stored = 0;
+    do { // again if the machine stood still
+        begin = monotonicNow();
+        sizes.clear();
+        for (int i = 0; i < 10; ++i) {
+            add(writer);
+            ASSERT_TRUE(writer.flush());
+        }
+        stored = sizes.size();
+    } while (monotonicNow() - begin >= kSecond);
+    EXPECT_LE(stored, 1U);
+}
+
+TEST_F(RecordingSyncTest, StoresTheFirstFlushOfEveryFile)
+{
+    RecordingWriter::Settings split = settings();
+    split.numbered = true;
+    split.splitSize = 1;
+    RecordingWriter writer(split);
+    ASSERT_TRUE(writer.open(m_header));
+    add(writer);
+    ASSERT_TRUE(writer.flush());
+    add(writer);
+    ASSERT_TRUE(writer.flush());
+    EXPECT_EQ(sizes.size(), 3U) << "the first file twice, and the second one";
+    EXPECT_EQ(sizes.back(), sizeOf(m_directory.path("a-0002.jsonl")));
+}
+
+TEST_F(RecordingSyncTest, ContinuesAWriteThatASignalInterrupts)
+{
+    RecordingWriter writer(settings());
+    ASSERT_TRUE(writer.open(m_header));
+    add(writer);
+    interrupted = true;
+    EXPECT_TRUE(writer.close());
+    EXPECT_EQ(writer.records(), 1U);
 }
 
 } // namespace
