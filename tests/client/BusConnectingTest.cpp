@@ -50,6 +50,18 @@ TEST_F(ConnectionOfBus, IsMadeWhenTheServerComesLater)
     EXPECT_EQ(connected.state, ConnectionState::Connected);
 }
 
+TEST_F(ConnectionOfBus, IsNeverAwaitedForMoreThanTheLongestPause)
+{
+    stopServer();
+    BusOptions options = impatient();
+    options.firstPause = std::chrono::hours(1);
+    options.longestPause = 10ms;
+    Bus own(server->path, options);
+    ASSERT_TRUE(eventually([&] { return own.reason() == BusError::NoServer; }));
+    startServer();
+    EXPECT_EQ(own.waitConnected(kTimeout), std::error_code());
+}
+
 TEST_F(ConnectionOfBus, IsMadeAgainAfterEachLossAndReported)
 {
     Mailbox<BusEvent> events;

@@ -204,6 +204,22 @@ TEST_F(FaultOfBus, ConnectsAgainWhenTheReceiverCannotSend)
     }
 }
 
+TEST_F(FaultOfBus, WhatTheOutboxCannotSendIsSentOnTheNextConnection)
+{
+    stopServer();
+    BusOptions options = impatient();
+    options.outbox = {10, 1h};
+    Bus own(server->path, options);
+    auto queue = own.queue<LogData>();
+    EXPECT_TRUE(own.publish(logOf("first")).queued);
+    EXPECT_TRUE(own.publish(logOf("second")).queued);
+    const Fault fault({Call::Send, Caller::ClientReceiver, EPIPE, 1, 1}); // after the subscription
+    startServer();
+    EXPECT_EQ(nextMessage(queue).log, "first");
+    EXPECT_EQ(nextMessage(queue).log, "second");
+    EXPECT_EQ(fault.failures(), 1);
+}
+
 TEST_F(FaultOfBus, AnInterruptedReceiveLosesNothing)
 {
     for (const int passing : {0, 2}) { // while it connects, and later

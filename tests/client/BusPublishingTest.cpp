@@ -140,6 +140,15 @@ TEST_F(PublishingOnBus, TheOutboxDropsTheOldestAndCounts)
     EXPECT_EQ(nextMessage(queue).log, "2");
 }
 
+TEST_F(PublishingOnBus, TheOutboxIsEmptyOnceTheBusIsClosed)
+{
+    stopServer();
+    Bus own(server->path, withOutbox(3));
+    EXPECT_TRUE(own.publish(logOf("x")).queued);
+    own.close();
+    EXPECT_EQ(own.statistics().outboxWaiting, 0U);
+}
+
 TEST_F(PublishingOnBus, TheOutboxForgetsWhatIsTooOld)
 {
     stopServer();

@@ -92,6 +92,32 @@ TEST_F(QueueOfBus, DropsTheNewestWhenAsked)
     EXPECT_EQ(queue.statistics().dropped, 3U);
 }
 
+TEST_F(QueueOfBus, ASlowCallbackReportsEachEpisodeOnce)
+{
+    Mailbox<BusEvent> events;
+    BusOptions options = impatient(Run::Dispatch);
+    options.onEvent = [&events](const BusEvent& event) {
+        events.put(event);
+    };
+    connect(options);
+    auto subscription = bus->subscribe<LogData>([] {}, Run::Dispatch, Limit{2});
+    for (int episode = 0; episode < 2; ++episode) {
+        for (int i = 0; i < 5; ++i) {
+            bus->publish(logOf("x"));
+        }
+        const auto dropped = 3U * static_cast<unsigned>(episode + 1);
+        ASSERT_TRUE(eventually([&] { return subscription.statistics().dropped == dropped; }));
+        while (bus->dispatch() != 0) {
+        }
+    }
+    int reported = 0;
+    while (!events.empty()) {
+        reported += events.take().kind == BusEvent::Kind::MessagesDropped ? 1 : 0;
+    }
+    EXPECT_EQ(reported, 2);
+    bus.reset();
+}
+
 TEST_F(QueueOfBus, ASlowCallbackDropsItsOwnMessagesAndNoOthers)
 {
     connect();

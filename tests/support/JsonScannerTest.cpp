@@ -49,6 +49,15 @@ bool readsAsTheLibrary(const std::string& text)
     return true;
 }
 
+TEST(JsonScanner, ReadsNumbersWhoseDigitsDoNotFitInto64Bits)
+{
+    // The remainders by 2^64 are small: 1, 7 and 0.
+    for (const char* const text :
+         {"36893488147419103233", "18446744073709551623", "-3.6893488147419103232"}) {
+        EXPECT_TRUE(readsAsTheLibrary(text)) << text;
+    }
+}
+
 TEST(JsonScanner, ReadsNumbersAsTheLibraryDoes)
 {
     for (const char* const text : {"0",

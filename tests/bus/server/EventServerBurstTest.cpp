@@ -82,11 +82,29 @@ TEST_F(Burst, ReachesEachSubscriberInOrder)
     EXPECT_EQ(channel.publications, static_cast<std::uint64_t>(kMessages));
     EXPECT_EQ(channel.lastSequence, sequence + kMessages - 1);
     EXPECT_EQ(running.server.Statistics().relayed, 3U * kMessages);
+    EXPECT_EQ(running.server.Statistics().received, kMessages + 7U) << "with the requests to the server";
     for (const EventServerClientStatus& client : running.server.Clients()) {
         if (!client.subscriptions.empty() && client.subscriptions[0].channel == "C") {
             EXPECT_EQ(client.subscriptions[0].relayed, static_cast<std::uint64_t>(kMessages));
         }
     }
+}
+
+TEST_F(Burst, CountsWhatASubscriberMissesForItsChannel)
+{
+    const RawPeer peer = subscriberOf({"A", "B"});
+    hold();
+    publish("A", 1);
+    publish("B", 2);
+    running.server.SetRelayErrorLines(false);
+    const Fault fault({Call::Send, Caller::Receiver, EAGAIN, 1, 1}); // of B
+    release();
+    EXPECT_EQ(peer.receive(), printedRelay("A", sequence, membersOf(1)));
+    expectNothingElse(publisher);
+    const std::vector<EventServerChannelStatus> channels = running.server.Channels();
+    ASSERT_EQ(channels.size(), 3U);
+    EXPECT_EQ(channels[0].missed, 0U) << channels[0].name;
+    EXPECT_EQ(channels[1].missed, 1U) << channels[1].name;
 }
 
 TEST_F(Burst, IsTakenInFewCalls)

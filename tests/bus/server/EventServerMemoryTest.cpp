@@ -189,6 +189,51 @@ TEST(EventServerMemory, KeepsNoMoreBytesThanItMay)
     }
 }
 
+TEST(EventServerMemory, CountsTheBytesOfARenewedMessageOnce)
+{
+    const RunningServer running(keeping(1000, 1000));
+    const RawPeer peer = running.connect();
+    for (int i = 0; i < 5; ++i) {
+        publish(peer, "KeepA", "\"text\":\t\"" + std::string(400, 'x') + "\"");
+    }
+    subscribe(peer, "KeepA");
+    request(peer, "KeepA");
+    EXPECT_THAT(peer.receive(), ::testing::HasSubstr("KeepA"));
+}
+
+TEST(EventServerMemory, KeepsNoRequests)
+{
+    const RunningServer running([](EventServer& server) {
+        EventServerMemory memory;
+        memory.remembers = [](std::string_view) {
+            return true;
+        };
+        memory.channels = 1;
+        EXPECT_EQ(server.SetMemory(memory), 0);
+    });
+    const RawPeer peer = running.connect();
+    publish(peer, "A", "\"n\":\t1");
+    request(peer, "B"); // would displace the message
+    subscribe(peer, "A");
+    request(peer, "A");
+    EXPECT_THAT(peer.receive(), ::testing::HasSubstr("\"n\":\t1"));
+}
+
+TEST(EventServerMemory, GivesAMessageWithoutARelayTheNumberOfTheLatestOne)
+{
+    const RunningServer running(keeping());
+    const RawPeer peer = running.connect();
+    subscribe(peer, "Other"); // number 0
+    peer.send(printedPublication("KeepA"));
+    peer.send(publication("KeepB"));
+    subscribe(peer, "KeepA"); // number 1
+    subscribe(peer, "KeepB");
+    request(peer, "KeepA");
+    EXPECT_EQ(sequenceOf(peer.receive()), 0);
+    request(peer, "KeepB");
+    EXPECT_EQ(sequenceOf(peer.receive()), 0);
+}
+
 TEST(EventServerMemory, CountsItsAnswersAsRelays)
 {
     const RunningServer running(keeping());
@@ -201,7 +246,34 @@ TEST(EventServerMemory, CountsItsAnswersAsRelays)
     expectNothingElse(peer);
     const EventServerStatistics statistics = running.server.Statistics();
     EXPECT_EQ(statistics.relayed, 2U);
+    EXPECT_EQ(statistics.dispatched, 4U) << "and so is the request, beside those to the server";
     EXPECT_EQ(statistics.unknownChannel, 0U);
+}
+
+TEST(LatestOfABus, IsNoGapForASubscriptionToTheSameChannel)
+{
+    RunningServer running([](EventServer& server) {
+        EventServerMemory memory;
+        memory.remembers = [](std::string_view channel) {
+            return channel == "LogData";
+        };
+        server.SetMemory(memory);
+    });
+    Bus bus(running.path, impatient());
+    ASSERT_EQ(bus.waitConnected(kTimeout), std::error_code());
+    auto queue = bus.queue<LogData>();
+    ASSERT_EQ(queue.waitActive(kTimeout), std::error_code());
+    bus.publish(logOf("first"));
+    ASSERT_TRUE(queue.next(kTimeout));
+    ASSERT_TRUE(bus.latest<LogData>(kTimeout));
+    const auto repeated = queue.next(kTimeout);
+    ASSERT_TRUE(repeated);
+    EXPECT_EQ(repeated->log, "first");
+    EXPECT_EQ(repeated.delivery().skippedNumbers, 0U);
+    bus.publish(logOf("second"));
+    const auto second = queue.next(kTimeout);
+    ASSERT_TRUE(second);
+    EXPECT_EQ(second.delivery().skippedNumbers, 0U);
 }
 
 TEST(LatestOfABus, IsTheLastRecordOrAnError)

@@ -3,6 +3,7 @@
 #include "helpers/BusTestSupport.h"
 
 #include <cerrno>
+#include <pthread.h>
 
 namespace Telvane
 {
@@ -19,6 +20,38 @@ TEST(EventServerThreadStackSize, IsRefusedWhenTheDeepestMessageWouldNotFit)
     EXPECT_EQ(server.SetThreadStackSize(0), -EINVAL);
     EXPECT_EQ(server.SetThreadStackSize(kMinStackSize - 1), -EINVAL);
     EXPECT_EQ(server.SetThreadStackSize(kMinStackSize), 0);
+}
+
+/// \return the size of the calling thread's stack
+std::size_t sizeOfStack()
+{
+    pthread_attr_t attributes;
+    std::size_t size = 0;
+    if (::pthread_getattr_np(::pthread_self(), &attributes) == 0) {
+        ::pthread_attr_getstacksize(&attributes, &size);
+        ::pthread_attr_destroy(&attributes);
+    }
+    return size;
+}
+
+TEST(EventServerThreadStackSize, AppliesToTheThreadsOfTheServer)
+{
+    Mailbox<std::size_t> sizes;
+    RunningServer running([&sizes](EventServer& server) {
+        server.SetThreadStackSize(kMinStackSize);
+        const auto tell = [](void*, int, const std::string&, int, cJSON*, void* user) {
+            static_cast<Mailbox<std::size_t>*>(user)->put(sizeOfStack());
+            return 0;
+        };
+        server.install_OnConnect(tell, &sizes);
+        server.install_OnSubscribe(tell, &sizes);
+    });
+    subscribe(running.connect(), "C");
+    for (const char* const thread : {"listener", "receiver"}) {
+        const std::size_t size = sizes.take();
+        EXPECT_GE(size, kMinStackSize / 2) << thread;
+        EXPECT_LE(size, 6 * kMinStackSize) << thread; // less than any usual size
+    }
 }
 
 // Sanitizers put records of their own on every stack, larger than the stack's usual size.

@@ -178,6 +178,32 @@ TEST_F(EventServerStatus, CountsWhatIsPublishedOnEachChannel)
     EXPECT_EQ(channels[1].bytes, bytes);
 }
 
+TEST_F(EventServerStatus, CountsWhatHasTheSizeOfTheLimitAsTooLarge)
+{
+    const RawPeer peer = connect();
+    peer.send(std::string(kMessageLimit - 1, 'x'));
+    expectNothingElse(peer);
+    EXPECT_EQ(running.server.Statistics().notJson, 1U);
+    EXPECT_EQ(running.server.Statistics().tooLarge, 0U);
+    peer.send(std::string(kMessageLimit, 'x'));
+    expectNothingElse(peer);
+    EXPECT_EQ(running.server.Statistics().notJson, 1U);
+    EXPECT_EQ(running.server.Statistics().tooLarge, 1U);
+
+    subscribe(peer, "C"); // number 2
+    const auto membersForRelayOf = [](std::size_t size) {
+        const std::string empty = "\"a\":\t\"\"";
+        const std::string padding(size - printedRelay("C", 3, empty).size(), 'x');
+        return "\"a\":\t\"" + padding + "\"";
+    };
+    peer.send(printedPublication("C", membersForRelayOf(kMessageLimit - 1)));
+    EXPECT_EQ(peer.receive().size(), kMessageLimit - 1);
+    EXPECT_EQ(running.server.Statistics().relaysTooLarge, 0U);
+    peer.send(printedPublication("C", membersForRelayOf(kMessageLimit)));
+    EXPECT_EQ(peer.receive().size(), kMessageLimit);
+    EXPECT_EQ(running.server.Statistics().relaysTooLarge, 1U);
+}
+
 TEST_F(EventServerStatus, KeepsTheChannelsWhenTheServerIsStartedAgain)
 {
     {
