@@ -364,21 +364,26 @@ TEST_F(RecorderTest, CountsNothingOfAWriteThatFailedInTheNextFile)
     Recorder::Settings several = settings();
     several.output.numbered = true;
     RecordingWriter writer(several.output);
-    std::string line;
-    appendMessage(line, {1, "A", 1, "{\"x\":\"" + std::string(3000, 'x') + "\"}"});
     const RecordedMessage message = {1, "A", 1, "{}"};
+    std::string line;
+    appendMessage(line, message);
+    std::string longLine;
+    appendMessage(longLine, {1, "A", 1, "{\"x\":\"" + std::string(3000, 'x') + "\"}"});
     testing::internal::CaptureStderr();
     {
         const FileSizeLimit limit(2000);
         ASSERT_TRUE(writer.open(m_header));
         EXPECT_TRUE(writer.add(line, message));
+        EXPECT_TRUE(writer.add(longLine, message));
         EXPECT_FALSE(writer.flush());
     }
     testing::internal::GetCapturedStderr();
-    ASSERT_TRUE(writer.open(m_header));
-    EXPECT_TRUE(writer.add(line, message));
-    EXPECT_TRUE(writer.close());
     EXPECT_EQ(writer.records(), 1U);
+    EXPECT_EQ(writer.bytes(), std::filesystem::file_size(path("a-0001.jsonl")));
+    ASSERT_TRUE(writer.open(m_header));
+    EXPECT_TRUE(writer.add(longLine, message));
+    EXPECT_TRUE(writer.close());
+    EXPECT_EQ(writer.records(), 2U);
 }
 
 } // namespace
