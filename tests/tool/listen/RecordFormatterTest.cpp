@@ -71,6 +71,20 @@ TEST(RecordFormatter, PrintsTheTimesSinceThePreviousRecordOnAnyAndOnTheSameChann
     EXPECT_EQ(print(lines, "{}", 1 * kSecond), "0.000000 0.000000\n");
     EXPECT_EQ(print(lines, "{}", 3 * kSecond, kOther), "2.000000 0.000000\n");
     EXPECT_EQ(print(lines, "{}", 4 * kSecond), "1.000000 3.000000\n");
+    EXPECT_EQ(print(lines, "{}", 6 * kSecond), "2.000000 2.000000\n");
+}
+
+TEST(RecordFormatter, QuotesCsvFieldsThatWouldBreakTheirRow)
+{
+    RecordFormatter::Settings settings;
+    settings.csvFields = {"log"};
+    RecordFormatter lines(settings);
+    const std::string begin = "2024-01-02T03:04:05.678901Z,PSFeedback,17,";
+    EXPECT_EQ(print(lines, R"({"log":"plain"})"), begin + "plain\n");
+    EXPECT_EQ(print(lines, R"({"log":"a,b"})"), begin + "\"a,b\"\n");
+    EXPECT_EQ(print(lines, R"({"log":"say \"x\""})"), begin + "\"say \"\"x\"\"\"\n");
+    EXPECT_EQ(print(lines, R"({"log":"two\nlines"})"), begin + "\"two\nlines\"\n");
+    EXPECT_EQ(print(lines, R"({"log":"two\rlines"})"), begin + "\"two\rlines\"\n");
 }
 
 TEST(RecordFormatter, PrintsMicrosecondsWithLeadingZeros)

@@ -351,6 +351,43 @@ TEST(WeldPlot, MarksNarrowGapsWithTheWidthOfAColumn)
     EXPECT_EQ(gaps[0].to, 3.5);
 }
 
+TEST(WeldPlot, DrawsGapsThatAreNarrowerThanAColumn)
+{
+    WeldTracesOf recording;
+    recording.start(7, 1'000);
+    for (int i = 0; i <= 4800; ++i) {
+        if (i != 2000) {
+            recording.sample(i, 150, i);
+        }
+    }
+    const std::string script = printPlot(recording.end(7).welds(), "svg", "x");
+    EXPECT_THAT(script, HasSubstr("set object 1 rect from 1.995,graph 0 to 2.005,graph 1 behind"));
+}
+
+TEST(WeldPlot, JoinsGapsThatOverlap)
+{
+    std::vector<RecordedWeld::Sample> all(3);
+    all[1].number = 2;
+    all[1].time = kSecond;
+    all[2].number = 4;
+    all[2].time = 2 * kSecond;
+    const std::vector<PlotRange> gaps = gapsIn(all, 4.0);
+    ASSERT_THAT(gaps, SizeIs(1));
+    EXPECT_EQ(gaps[0].from, 0.0);
+    EXPECT_EQ(gaps[0].to, 3.5);
+}
+
+TEST(WeldPlot, HasAxesThatEndWithARoundNumberAboveTheCurve)
+{
+    for (const auto& [amps, end] :
+         {std::pair<double, const char*>{950, "1000"}, {150, "150"}, {151, "200"}}) {
+        WeldTracesOf recording;
+        recording.start(7).sample(0, amps, 0).end(7);
+        EXPECT_THAT(printPlot(recording.welds(), "svg", "x"),
+                    HasSubstr("set yrange [0:" + std::string(end) + "]"));
+    }
+}
+
 TEST(WeldPlot, DeterminesTheFormatFromTheFileName)
 {
     EXPECT_EQ(plotTerminal("weld.svg"), "svg");

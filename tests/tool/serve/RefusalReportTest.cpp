@@ -103,6 +103,7 @@ TEST(RefusalReport, HasALimitedNumberOfEntries)
                 ElementsAre("2 more of other clients or for other channels"));
     EXPECT_THAT(report.update(kSecond + RefusalReport::kPeriod), IsEmpty());
     EXPECT_NE(report.add(refusal("Another"), 12 * kSecond), "") << "the others were silent";
+    EXPECT_THAT(report.update(kSecond + 2 * RefusalReport::kPeriod), IsEmpty()) << "they were reported";
 }
 
 } // namespace

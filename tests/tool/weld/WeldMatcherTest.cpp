@@ -101,6 +101,15 @@ TEST_F(WeldMatching, PrefersTheWeldWhoseSerialNumbersGoOn)
     }
 }
 
+TEST_F(WeldMatching, TakesTheBestWeldAfterSeveralThatFitEqually)
+{
+    start(1, 100);
+    start(2, 100);
+    EXPECT_FALSE(sample(0, 103)) << "either could miss two records";
+    start(3, 102);
+    EXPECT_EQ(sample(0, 103)->weld, 3U);
+}
+
 TEST_F(WeldMatching, RefusesSamplesOfAnotherWeldWhoseStartIsMissing)
 {
     start(1, 5000);

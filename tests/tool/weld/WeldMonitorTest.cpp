@@ -78,6 +78,17 @@ TEST_F(WeldMonitorTest, ReportsTheEndWithTheMeasuredMetrics)
                                       "  mean current       179 A\n");
 }
 
+TEST_F(WeldMonitorTest, CountsLostSamplesFromTheStartOfEachWeld)
+{
+    start(1);
+    for (int i = 0; i < 3; ++i) {
+        sample(i, 180, 20);
+    }
+    start(2);
+    sample(2, 180, 20);
+    EXPECT_THAT(m_monitor.summary(0), HasSubstr("lost 2 by the samples' numbers"));
+}
+
 TEST_F(WeldMonitorTest, ShowsTheWeldInProgress)
 {
     start(7);
