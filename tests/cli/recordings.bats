@@ -352,8 +352,10 @@ recording_of() {
 @test "what is kept is saved if the server dies" {
     start_server
     start_recorder fault.jsonl --all --keep 30s
+    start_listener LogData --count 2
     publish_logs 1 2
-    "$TELVANE" request "$bus" TelvaneChannels >/dev/null # has the server relay what came before
+    finish "$listener"
+    "$TELVANE" request "$bus" TelvaneChannels >/dev/null # has the server relay what came before to the recorder as well
     kill -KILL "$server"
     finish "$recorder"
     [ "$status" -eq 3 ]
@@ -379,6 +381,86 @@ recording_of() {
     kill -TERM "$recorder"
     finish "$recorder"
     [ ! -e none-0001.jsonl ]
+}
+
+@test "what is kept is not saved on SIGINT, nor with --trigger-only if the server dies" {
+    start_server
+    start_recorder interrupted.jsonl LogData --keep 30s
+    start_listener LogData --count 1
+    publish_logs 1
+    finish "$listener"
+    "$TELVANE" request "$bus" TelvaneChannels >/dev/null
+    kill -INT "$recorder"
+    finish "$recorder"
+    start_recorder only.jsonl LogData --keep 30s --trigger-only
+    start_listener LogData --count 1
+    publish_logs 1
+    finish "$listener"
+    "$TELVANE" request "$bus" TelvaneChannels >/dev/null
+    kill -KILL "$server"
+    finish "$recorder"
+    [ "$status" -eq 3 ]
+    [ -z "$(ls -- *.jsonl)" ]
+}
+
+@test "a megabyte before a trigger is kept without --keep-size" {
+    start_server
+    start_recorder fault.jsonl LogData --keep 10m --trigger Fault --after 10m
+    start_listener LogData --count 100
+    for ((i = 0; i < 100; i++)); do printf '{"log":"%010000d"}\n' "$i"; done | "$TELVANE" publish "$bus" LogData -
+    finish "$listener"
+    "$TELVANE" publish "$bus" Fault '{}'
+    await fault-0001.jsonl '"channel":"Fault"'
+    [ "$(grep -c '"payload":' fault-0001.jsonl)" -eq 101 ]
+    [ "$(grep -c 'the buffer held only' recorder.err)" -eq 0 ]
+}
+
+@test "gaps are reported if the server does not report what was missed" {
+    start_server --no-status
+    start_recorder a.jsonl LogData --count 2
+    publish_logs 1
+    await a.jsonl '"log":"1"'
+    start_listener Other # takes a number
+    publish_logs 2
+    finish "$recorder"
+    grep -q "the sequence numbers have gaps, and the server does not report" recorder.err
+}
+
+@test "gaps are reported if the server dies before it reports what was missed" {
+    start_server --no-status
+    start_recorder a.jsonl LogData
+    publish_logs 1
+    await a.jsonl '"log":"1"'
+    start_listener Other # takes a number
+    publish_logs 2
+    await a.jsonl '"log":"2"'
+    kill -KILL "$server"
+    finish "$recorder"
+    [ "$status" -eq 3 ]
+    grep -q "the sequence numbers have gaps, and the server has gone away before it could report whether" recorder.err
+}
+
+@test "a recording is compressed to standard output as well" {
+    start_server
+    start_recorder - LogData --count 1 --compress gzip
+    publish_logs 1
+    finish "$recorder"
+    [ "$status" -eq 0 ]
+    [ "$(gzip -dc recorder.out | tail -n +2 | jq -r .payload.log)" = 1 ]
+}
+
+@test "show prints long recordings once, and outages whatever is chosen" {
+    {
+        recording_of
+        for ((i = 0; i < 2000; i++)); do
+            printf '{"ns":%d,"channel":"LogData","sequence":1,"payload":{"log":"%050d"}}\n' "$i" "$i"
+        done
+        echo '{"ns":2000,"outage":true,"from":0,"to":1000000000}'
+    } >a.jsonl
+    "$TELVANE" show a.jsonl >shown 2>errors
+    [ "$(wc -l <shown)" -eq 2000 ]
+    run "$TELVANE" show a.jsonl --only 'PS*'
+    [[ $output == "telvane show: there was no connection between 2024-01-02T03:04:05.000000Z and 2024-01-02T03:04:06.000000Z" ]]
 }
 
 @test "missed records are reported, noted in the file and part of the exit code" {

@@ -327,8 +327,9 @@ int record(Options& options)
         printError(printNumber(invalidTexts, "record") + " had bytes that are not UTF-8, recorded as U+FFFD");
     }
     if (misses.uncertain() && totalOf(recorder.missed()) == 0) {
-        printError(
-            "the sequence numbers have gaps, and the server does not report whether records were missed");
+        printError(std::string("the sequence numbers have gaps, and the server ") +
+                   (bus.connectionLost() ? "has gone away before it could report" : "does not report") +
+                   " whether records were missed");
     }
     if (options.verbose || (isatty(STDERR_FILENO) != 0 && !toStandardOutput)) {
         reportResult(recorder);
@@ -406,7 +407,7 @@ void addRecordCommand(CommandLine& line)
                      "# all channels, in compressed files of 100 MB\n"
                      "telvane record /tmp/bus -o bus.jsonl.zst --all --split-size 100M\n"
                      "# from 30 seconds before an error to 5 seconds after it, even if the server dies\n"
-                     "telvane record /tmp/bus -o fault.jsonl --all --keep 30s --trigger ErrorData\n");
+                     "telvane record /tmp/bus -o fault.jsonl --all --keep 30s --trigger TelvaneError\n");
     command.run([options] { return record(*options); });
 }
 
