@@ -55,6 +55,7 @@ refuses() {
     refuses "$message" listen "$bus" WeldTraceData --csv sequence,data.amp
     refuses "$message" listen "$bus" Samples --as WeldTraceData --csv data.amp
     refuses 'telvane show: WeldTraceData has no field "amps"' show none.jsonl --only WeldTraceData --csv amps
+    refuses 'telvane listen: PSCommand has no field "mModes[first].Label"' listen "$bus" PSCommand --csv 'mModes[first].Label'
     # Fields of any class of several channels, any case, arrays, and channels of unknown classes.
     start_server
     for arguments in "WeldTraceData LogData --csv data.amps,log" "WeldTraceData --csv DATA.AMPS" "Other --csv any" \

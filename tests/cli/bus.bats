@@ -74,6 +74,18 @@ load common
     done
 }
 
+@test "listen prints no more than --count records of a burst" {
+    start_server
+    start_listener LogData --count 2
+    suspend "$listener"
+    for ((i = 0; i < 20; i++)); do echo '{"log":"x"}'; done | "$TELVANE" publish "$bus" LogData -
+    "$TELVANE" request "$bus" TelvaneChannels >/dev/null # has the server relay them
+    kill -CONT "$listener"
+    finish "$listener"
+    [ "$status" -eq 0 ]
+    [ "$(wc -l <listener.out)" -eq 2 ]
+}
+
 @test "listen with --count reports the number of missing records at its time-out" {
     start_server
     run "$TELVANE" listen "$bus" LogData --count 3 --timeout 0.05

@@ -37,3 +37,14 @@ start_foreign_server() {
     [ "$status" -eq 0 ]
     grep -Eq "^published ([0-9]+), received \1, lost 0$" monitor.out
 }
+
+@test "a server that closes a connection after its answers has not refused the client" {
+    start_foreign_server
+    start listener "$TELVANE" listen "$bus" LogData --verbose
+    listener=$started
+    await listener.err ": listening$"
+    "$TELVANE" publish "$bus" CloseAll '{}'
+    finish "$listener"
+    [ "$status" -eq 3 ]
+    grep -q "the server at $bus has gone away" listener.err
+}

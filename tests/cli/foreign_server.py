@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """A bus server written from the protocol alone: no code of ours, so that the tool is not only tested against
-its own other half. One thread; subscriptions, relays and nothing else. Usage: foreign_server.py PATH"""
+its own other half. One thread; subscriptions, relays and nothing else, except that a message on CloseAll ends the
+connections of all subscribers. Usage: foreign_server.py PATH"""
 
 import json
 import selectors
@@ -38,6 +39,9 @@ while True:
             clients.add(client) if header == ".subscribe" else clients.discard(client)
             client.send(json.dumps({"header": header, "success": True, "channel": channel}).encode())
             print(header, channel, flush=True)
+        elif header == "CloseAll":
+            for subscriber in set().union(*subscribers.values()):
+                subscriber.shutdown(socket.SHUT_RDWR)
         elif header in subscribers:
             relay = {"header": header, "sequence": sequence, "payload": payload}
             sequence = (sequence + 1) % 65536

@@ -60,6 +60,7 @@ others=4294967290 # no such user
     run "$TELVANE" listen "$bus" LogData
     [ "$status" -eq 3 ]
     [ "$output" = "telvane listen: the server at $bus refused this client; see --allow-user, --allow-group and --max-clients of telvane serve" ]
+    [ "$(grep -c "status requests are disabled" server.err)" -eq 0 ]
     await server.err "refused client [0-9]* (process [0-9]*, user $me, group $mine): neither its user nor one of its groups is allowed"
 }
 
@@ -154,6 +155,23 @@ value() {
     kill -KILL "$listener"
     finish "$listener"
     await server.err "(telvane listen, process $listener) has disconnected; it missed"
+}
+
+@test "serve reports at its end what a client has missed" {
+    start_server --subscriber-buffer 4096
+    start_listener LogData
+    suspend "$listener"
+    for ((i = 0; i < 400; i++)); do echo '{"log":"x"}'; done | "$TELVANE" publish "$bus" LogData -
+    await server.err "is too slow and has missed"
+    kill "$server"
+    finish "$server"
+    grep -q "(telvane listen, process $listener) still missed messages when the server stopped; it missed" server.err
+}
+
+@test "the permissions of the metrics pipe do not depend on those of the socket" {
+    umask 022
+    start_server --no-status --mode 0600 --metrics-pipe "$directory/pipe"
+    [ "$(stat -c %a "$bus" pipe | xargs)" = "600 644" ]
 }
 
 @test "the metrics count refusals" {

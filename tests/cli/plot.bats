@@ -98,6 +98,26 @@ record_weld() {
     grep -q "current in A" weld.svg
 }
 
+@test "plot draws a recording with undecodable records, and reports them" {
+    "$TELVANE" weld -o weld.jsonl --duration 1.5 --period-us 5000
+    sed -i '10s/"payload":.*/"payload":{"sequence":"one"}}/' weld.jsonl
+    run "$TELVANE" plot weld.jsonl -o weld.svg
+    [ "$status" -eq 4 ]
+    [[ $output == *"undecodable records of welds: 1"* ]]
+    grep -q "current in A" weld.svg
+}
+
+@test "plot does not take an empty picture for one" {
+    "$TELVANE" weld -o weld.jsonl --duration 1.5 --period-us 5000
+    mkdir programs
+    printf '#!/bin/sh\nexec cat >/dev/null\n' >programs/gnuplot
+    chmod +x programs/gnuplot
+    PATH=$directory/programs:$PATH run "$TELVANE" plot weld.jsonl -o weld.svg
+    [ "$status" -eq 5 ]
+    [ "$output" = "telvane plot: gnuplot could not draw the picture" ]
+    [ ! -e weld.svg ]
+}
+
 @test "plot draws 40 welds in one picture, and refuses 41" {
     "$TELVANE" weld -o many.jsonl --welds 40 --duration 1.5 --period-us 50000
     run "$TELVANE" plot many.jsonl -o many.svg

@@ -47,9 +47,11 @@ load common
 }
 
 @test "serve refuses invalid permissions" {
-    run "$TELVANE" serve "$bus" --mode rw
-    [ "$status" -eq 2 ]
-    [[ $output == *"three octal digits"* ]]
+    for mode in rw 680 09 06600; do
+        run timeout 20 "$TELVANE" serve "$bus" --mode "$mode"
+        [ "$status" -eq 2 ]
+        [[ $output == *"three octal digits"* ]]
+    done
 }
 
 @test "serve does not replace a file that is not a socket" {
@@ -176,6 +178,15 @@ signal.pause()"
     "$TELVANE" publish "$bus" SystemHealth '{"code":2,"processName":"p"}'
     finish "$listener"
     [ "$(jq -r '.payload.log // .payload.code' listener.out | tr '\n' ' ')" = "last 2 " ]
+}
+
+@test "serve --remember does not keep what another client says of the server" {
+    start_server --no-status --remember '*'
+    "$TELVANE" publish "$bus" TelvaneChannels '{"forged":true}'
+    "$TELVANE" publish "$bus" LogData '{"log":"x"}'
+    [ "$("$TELVANE" request "$bus" LogData --timeout 5 | jq -r .log)" = x ]
+    run "$TELVANE" request "$bus" TelvaneChannels --timeout 1
+    [ "$status" -ne 0 ]
 }
 
 @test "without serve --remember, a request without a responder times out" {

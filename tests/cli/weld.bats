@@ -242,6 +242,11 @@ CSV
     [ "$output" = "telvane weld: robot.jsonl exists; use --force to replace it" ]
     "${convert[@]}" -o robot.jsonl.gz
     [ "$("$TELVANE" info robot.jsonl.gz --json | jq .records)" = 7 ]
+    # The sequence numbers are those that a server would give.
+    "$TELVANE" weld -o long.jsonl --duration 1.5 --period-us 20
+    [ "$(wc -l <long.jsonl)" -gt 65538 ]
+    [ "$(grep -c '^{"ns":[0-9]*,"channel":"[A-Za-z]*","sequence":65535,' long.jsonl)" -eq 1 ]
+    [ "$(grep -c '^{"ns":[0-9]*,"channel":"[A-Za-z]*","sequence":65536,' long.jsonl)" -eq 0 ]
     for arguments in "weld" "weld $bus -o x" "weld --force"; do
         # shellcheck disable=SC2086
         run "$TELVANE" $arguments
