@@ -5,8 +5,13 @@
 """
 import os
 import pathlib
+import re
+import selectors
+import socket
 import subprocess
 import tempfile
+import time
+import urllib.request
 
 from conftest import TELVANE, Cell, Page, launch
 
@@ -36,9 +41,44 @@ def resident_megabytes(pid):
     return int(pathlib.Path(f"/proc/{pid}/statm").read_text().split()[1]) * os.sysconf("SC_PAGE_SIZE") / 1e6
 
 
-def main():
-    with tempfile.TemporaryDirectory() as directory, tempfile.TemporaryDirectory(ignore_cleanup_errors=True) as profile:
-        cell = Cell(pathlib.Path(directory))
+def relays_of(cell, counter):
+    """What the bus has sent to telvane-web on the channel of the samples, or what telvane-web has missed there."""
+    with urllib.request.urlopen(f"{cell.url}/metrics", timeout=30) as answer:
+        metrics = answer.read().decode()
+    found = re.findall(rf'^telvane_subscription_relays_{counter}_total\{{[^}}]*channel="WeldTraceData"[^}}]*\}} (\S+)', metrics, re.MULTILINE)
+    assert found, f"no counter of relays {counter} in {metrics}"
+    return sum(map(float, found))
+
+
+def measure_crowd(cell, pages=50):
+    """Many live streams, the first of which is never read."""
+    selector = selectors.DefaultSelector()
+    clients = []
+    for number in range(pages):
+        host, port = cell.address.split(":")
+        client = socket.create_connection((host, int(port)))
+        client.sendall(b"GET /api/events?columns=1024 HTTP/1.1\r\nHost: localhost\r\n\r\n")
+        clients.append(client)
+        if number > 0:
+            client.setblocking(False)
+            selector.register(client, selectors.EVENT_READ)
+    weld = subprocess.Popen([TELVANE, "weld", cell.bus, "--duration", "12"], stderr=subprocess.DEVNULL)
+    before, received = cpu_seconds(cell.web.process.pid), 0
+    while weld.poll() is None:
+        for key, _ in selector.select(0.2):
+            received += len(key.fileobj.recv(1 << 20))
+    used = (cpu_seconds(cell.web.process.pid) - before) / 12 * 100
+    resident = resident_megabytes(cell.web.process.pid)
+    for client in clients:
+        client.close()
+    time.sleep(6)  # the server asks for the counters of the bus every 5 s
+    sent, missed = relays_of(cell, "sent"), relays_of(cell, "missed")
+    print(f"{pages} pages, one stopped: {sent:.0f} samples sent to the server and {missed:.0f} missed, {received / 1e6 / 12:.1f} MB/s to the pages; "
+          f"server {used:.1f} % of a core, {resident:.1f} MB")
+
+
+def measure_page(cell):
+    with tempfile.TemporaryDirectory(ignore_cleanup_errors=True) as profile:
         browser = launch(profile)
         try:
             page = Page(browser, cell)
@@ -60,6 +100,15 @@ def main():
                 page.wait_for_state("ended")
         finally:
             browser.quit()
+
+
+def main():
+    with tempfile.TemporaryDirectory() as directory:
+        cell = Cell(pathlib.Path(directory))
+        try:
+            measure_page(cell)
+            measure_crowd(cell)
+        finally:
             cell.stop()
 
 
