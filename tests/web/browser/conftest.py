@@ -14,7 +14,7 @@ from selenium.webdriver.support.ui import WebDriverWait
 
 TELVANE = os.environ["TELVANE"]
 TELVANE_WEB = os.environ["TELVANE_WEB"]
-PATIENCE = 60  # for a loaded machine; nothing waits so long otherwise
+PATIENCE = 240  # a machine that is busy with other tests can take a minute to load a page; nothing waits so long otherwise
 # Chromium looks for its makers' servers otherwise, and needs root's permission to run without its own sandbox.
 OPTIONS = ["--headless=new", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run", "--disable-dev-shm-usage",
            "--disable-background-networking", "--disable-component-update", "--disable-sync", "--disable-extensions",
