@@ -3,12 +3,14 @@
 // Welds that tests keep in archives.
 
 #include "archive/reader/ArchiveReader.h"
+#include "archive/reader/WeldText.h"
 #include "archive/store/ArchiveStore.h"
 #include "helpers/ProcessTestSupport.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <fstream>
 #include <limits>
 #include <string>
 #include <vector>
@@ -41,6 +43,51 @@ inline Sample makeSample(std::int32_t number, std::int64_t periodUs = 500)
     sample[Channel::Volts] = 18.5 + number % 5 * 0.1;
     sample[Channel::Power] = sample[Channel::Amps] * sample[Channel::Volts];
     return sample;
+}
+
+/// \return samples as a careless publisher sends them, for a weld without a known period: up to 64 share a stamp, stamps
+///         go back now and then, and the first ones are before the start of the weld
+inline std::vector<Sample> makeUnevenSamples(std::int32_t count)
+{
+    std::vector<Sample> samples;
+    for (std::int32_t number = 0; number < count; ++number) {
+        Sample sample = makeSample(number);
+        const std::int32_t block = number / 64;
+        sample.time = kStart + (block % 7 == 3 ? block - 20 : block) * std::int64_t{10'000'000};
+        samples.push_back(sample);
+    }
+    return samples;
+}
+
+/// Keeps a weld with samples that have stamps of their own.
+inline void keepSamples(ArchiveStore& store, const std::vector<Sample>& samples)
+{
+    const std::int64_t handle = store.begin(makeWeld("uneven", 0));
+    for (const Sample& sample : samples) {
+        store.add(handle, sample, 0);
+    }
+    store.end(handle, "complete");
+    const Status status = store.commit();
+    EXPECT_TRUE(status) << status.text;
+}
+
+/// \return the first line in which an exported file differs from what was published; empty if there is none
+inline std::string differenceOfExport(const std::string& path, const std::vector<Sample>& published)
+{
+    std::ifstream file(path);
+    std::string line;
+    if (!std::getline(file, line) || line + "\n" != sampleCsvHeading()) {
+        return "no heading";
+    }
+    for (Sample sample : published) {
+        sample.time -= kStart;
+        line.clear();
+        std::getline(file, line);
+        if (line + "\n" != sampleCsvLine(sample)) {
+            return "\"" + line + "\" instead of " + sampleCsvLine(sample);
+        }
+    }
+    return std::getline(file, line) ? "more: " + line : "";
 }
 
 inline std::unique_ptr<ArchiveStore> openStore(const std::string& path,
@@ -86,8 +133,8 @@ inline std::vector<Weld> listWelds(ArchiveReader& reader, const WeldFilter& filt
 inline std::vector<Sample> samplesOf(ArchiveReader& reader, std::int64_t id, std::uint64_t* damaged = nullptr)
 {
     std::vector<Sample> samples;
-    constexpr std::int64_t kForever = std::numeric_limits<std::int64_t>::max();
-    const Status status = reader.samples(id, 0, kForever, 10'000'000, samples, damaged);
+    ArchiveReader::SamplePosition position;
+    const Status status = reader.samples(id, {}, 10'000'000, position, samples, damaged);
     EXPECT_TRUE(status) << status.text;
     return samples;
 }

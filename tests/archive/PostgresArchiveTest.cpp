@@ -4,6 +4,7 @@
 #include "archive/ArchiveTestSupport.h"
 #include "archive/forward/Forwarder.h"
 #include "archive/welds/Schema.h"
+#include "telvane-welds/SampleExport.h"
 
 #include <filesystem>
 #include <fstream>
@@ -132,6 +133,20 @@ TEST_F(Postgres, GetsWeldsFromTheSpoolWithTheirSamples)
     ASSERT_TRUE(reader->envelope(welds[0].id, kFineParts, envelope));
     EXPECT_TRUE(envelope.has_value());
     EXPECT_TRUE(std::filesystem::is_empty(directory.path("spool.db.samples")));
+}
+
+TEST_F(Postgres, ExportsEachSampleOnceWhateverItsStamp)
+{
+    clear();
+    const TemporaryDirectory directory;
+    const auto store = openStore(directory.path("spool.db"));
+    const std::vector<Sample> published = makeUnevenSamples(12'000);
+    keepSamples(*store, published);
+    Forwarder forwarder(quick(directory.path("spool.db"), location()), [](const std::string&) {});
+    ASSERT_TRUE(sendAll(*store, forwarder));
+    const auto reader = openReader(location());
+    ASSERT_EQ(writeSamples(*reader, listWelds(*reader).at(0), directory.path("weld.csv")), 0);
+    EXPECT_EQ(differenceOfExport(directory.path("weld.csv"), published), "");
 }
 
 TEST_F(Postgres, AnswersTheSameQuestionsAsSqlite)

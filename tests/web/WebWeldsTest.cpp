@@ -96,6 +96,21 @@ protected:
         return client.text();
     }
 
+    /// \return the content of a body that was sent in chunks
+    static std::string joinChunks(std::string_view body)
+    {
+        std::string content;
+        for (;;) {
+            const std::size_t end = std::min(body.find("\r\n"), body.size());
+            const std::size_t size = std::stoul("0" + std::string(body.substr(0, end)), nullptr, 16);
+            if (size == 0 || body.size() < end + size + 4) {
+                return content;
+            }
+            content += body.substr(end + 2, size);
+            body.remove_prefix(end + size + 4);
+        }
+    }
+
     Telvane::Testing::TemporaryDirectory m_directory;
     std::string m_path = m_directory.path("welds.db");
     int m_kept = 0;
@@ -123,6 +138,20 @@ TEST_F(WebWelds, ListsPageByPage)
     EXPECT_THAT(seen, ElementsAre(6, 5, 4, 3, 2, 1));
     EXPECT_THAT(idsAt("/api/welds?ascending=1&order=start_ns&limit=2"), ElementsAre(1, 2));
     EXPECT_THAT(idsAt("/api/welds?order=samples&limit=2&after=2"), ElementsAre(4, 3));
+}
+
+TEST_F(WebWelds, DownloadsEachSampleOnceWhateverItsStamp)
+{
+    const auto store = openStore(m_path);
+    const std::vector<Sample> published = makeUnevenSamples(9'000);
+    keepSamples(*store, published);
+    std::string expected = sampleCsvHeading();
+    for (Sample sample : published) {
+        sample.time -= kStart;
+        expected += sampleCsvLine(sample);
+    }
+    const std::string csv = joinChunks(bodyOf(download("/api/weld.csv?id=1")));
+    EXPECT_TRUE(csv == expected) << csv.size() << " instead of " << expected.size() << " bytes";
 }
 
 TEST_F(WebWelds, FindsWeldsByTheFilters)

@@ -1,4 +1,5 @@
 #include "Commands.h"
+#include "SampleExport.h"
 #include "archive/reader/WeldText.h"
 #include "common/cli/CommandLine.h"
 #include "common/cli/ExitCodes.h"
@@ -80,27 +81,6 @@ private:
     std::string m_separator;
 };
 
-/// Writes the samples of a weld as DIRECTORY/weld-ID.csv.
-int writeSamples(ArchiveReader& reader, const Weld& weld, const std::string& directory)
-{
-    constexpr std::int64_t kForever = std::int64_t{1} << 62;
-    constexpr std::size_t kPage = 100'000;
-    std::string text = sampleCsvHeading();
-    std::vector<Sample> samples;
-    std::int64_t from = 0;
-    do {
-        samples.clear();
-        if (const Status status = reader.samples(weld.id, from, kForever, kPage, samples); !status) {
-            return reportFailure(status);
-        }
-        for (const Sample& sample : samples) {
-            text += sampleCsvLine(sample);
-        }
-        from = samples.empty() ? kForever : samples.back().time + 1;
-    } while (samples.size() == kPage);
-    return writeFile(directory + "/weld-" + std::to_string(weld.id) + ".csv", text);
-}
-
 int exportWelds(const Options& options)
 {
     if (options.comma && !options.isSheet()) {
@@ -138,7 +118,8 @@ int exportWelds(const Options& options)
                                             : jsonLine(weld);
             query.afterId = weld.id;
             if (!options.samples.empty() && result == TelvaneTool::kSuccess) {
-                result = writeSamples(*reader, weld, options.samples);
+                result = writeSamples(*reader, weld,
+                                      options.samples + "/weld-" + std::to_string(weld.id) + ".csv");
             }
         }
         result = result == TelvaneTool::kSuccess ? TelvaneTool::writeResult(text) : result;

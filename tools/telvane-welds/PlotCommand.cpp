@@ -68,8 +68,8 @@ Status readCurves(ArchiveReader& reader, const Weld& weld, TelvaneTool::Recorded
         }
     }
     std::vector<Sample> samples;
-    constexpr std::int64_t kForever = std::numeric_limits<std::int64_t>::max();
-    Status status = reader.samples(weld.id, 0, kForever, kMaxSamples, samples);
+    ArchiveReader::SamplePosition position;
+    Status status = reader.samples(weld.id, {}, kMaxSamples, position, samples);
     for (const Sample& sample : samples) {
         const auto& values = sample.values;
         Telvane::WeldTraceDataPoint point;

@@ -98,14 +98,14 @@ Status readFeatures(ArchiveReader& reader, const Weld& weld, const JudgeSettings
     Windows windows(from, features.window);
     constexpr std::size_t kPage = 50'000;
     std::vector<Sample> samples;
-    auto next = TelvaneTool::toSaturated<std::int64_t>(from / kNanosecond);
-    const auto end = TelvaneTool::toSaturated<std::int64_t>(to / kNanosecond);
+    const ArchiveReader::SampleRange range = {TelvaneTool::toSaturated<std::int64_t>(from / kNanosecond),
+                                              TelvaneTool::toSaturated<std::int64_t>(to / kNanosecond)};
+    ArchiveReader::SamplePosition position;
     Status status;
     do {
         samples.clear();
-        status = reader.samples(weld.id, next, end, kPage, samples);
+        status = reader.samples(weld.id, range, kPage, position, samples);
         for (Sample& sample : samples) {
-            next = sample.time + 1;
             windows.add(static_cast<double>(sample.time) * kNanosecond, sample);
             sample.time = TelvaneTool::addSaturated(sample.time, start);
             measures.add(sample);

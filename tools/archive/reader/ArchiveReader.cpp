@@ -26,6 +26,18 @@ Weld weldOf(const Row& row)
     return weld;
 }
 
+std::int64_t firstMoment(const ArchiveReader::SampleRange& range, const SampleClock& clock)
+{
+    constexpr std::int64_t kLeast = std::numeric_limits<std::int64_t>::min();
+    return range.fromNs == kLeast ? kLeast : TelvaneTool::addSaturated(clock.start(), range.fromNs);
+}
+
+std::int64_t lastMoment(const ArchiveReader::SampleRange& range, const SampleClock& clock)
+{
+    constexpr std::int64_t kMost = std::numeric_limits<std::int64_t>::max();
+    return range.toNs == kMost ? kMost : TelvaneTool::addSaturated(clock.start(), range.toNs);
+}
+
 } // namespace
 
 std::unique_ptr<ArchiveReader> ArchiveReader::open(const std::string& location, Status& status)
@@ -166,52 +178,62 @@ Status ArchiveReader::envelope(std::int64_t id, std::size_t parts, std::optional
     return status;
 }
 
-Status ArchiveReader::samples(std::int64_t id, std::int64_t fromNs, std::int64_t toNs, std::size_t limit,
-                              std::vector<Sample>& samples, std::uint64_t* damaged)
+bool ArchiveReader::SampleRange::contains(std::int64_t time) const
+{
+    return time >= fromNs && (time < toNs || toNs == std::numeric_limits<std::int64_t>::max());
+}
+
+Status ArchiveReader::samples(std::int64_t id, const SampleRange& range, std::size_t limit,
+                              SamplePosition& position, std::vector<Sample>& samples, std::uint64_t* damaged)
 {
     std::optional<Weld> found;
     Status status = weld(id, found);
     if (!status || !found) {
         return status;
     }
-    const std::int64_t start = found->whole(Column::StartNs);
-    const SampleClock clock(start, found->whole(Column::SamplePeriodUs));
-    const std::int64_t first = TelvaneTool::addSaturated(start, fromNs);
-    const std::int64_t last = TelvaneTool::addSaturated(start, toNs);
-    std::int64_t next = 0;
+    const SampleClock clock(found->whole(Column::StartNs), found->whole(Column::SamplePeriodUs));
     const std::size_t wanted = samples.size() + limit;
     while (status && samples.size() < wanted) {
         std::vector<Row> rows;
-        status = m_database->run("SELECT number, file, place, size, data FROM chunk WHERE weld_id = $1 AND "
-                                 "number >= $2 AND last_ns >= $3 AND first_ns < $4 ORDER BY number LIMIT 16",
-                                 {id, next, first, last}, &rows);
+        status =
+            m_database->run("SELECT number, file, place, size, data FROM chunk WHERE weld_id = $1 AND "
+                            "number >= $2 AND last_ns >= $3 AND first_ns <= $4 ORDER BY number LIMIT 16",
+                            {id, position.chunk, firstMoment(range, clock), lastMoment(range, clock)}, &rows);
         if (rows.empty()) {
             break;
         }
-        for (const Row& row : rows) {
-            next = wholeOf(row[0]) + 1;
-            std::string bytes = bytesOf(row[4]);
-            ChunkHeader header;
-            std::vector<Sample> read;
-            if (bytes.empty()) {
-                readFilePart(sampleFolder(m_location) + "/" + textOf(row[1]),
-                             {wholeOf(row[2]), wholeOf(row[3])}, bytes);
-            }
-            if (!decodeChunk(bytes, header, read)) {
+        for (auto row = rows.begin(); row != rows.end() && samples.size() < wanted; ++row) {
+            std::vector<Sample> chunk;
+            if (!readChunk(*row, chunk)) {
+                chunk.clear();
                 if (damaged != nullptr) {
                     ++*damaged;
                 }
-                continue;
             }
-            for (Sample sample : read) {
+            std::size_t next = wholeOf((*row)[0]) == position.chunk ? position.sample : 0;
+            for (; next < chunk.size() && samples.size() < wanted; ++next) {
+                Sample sample = chunk[next];
                 sample.time = clock.sinceStart(sample);
-                if (sample.time >= fromNs && sample.time < toNs && samples.size() < wanted) {
+                if (range.contains(sample.time)) {
                     samples.push_back(sample);
                 }
             }
+            const bool whole = next >= chunk.size();
+            position = {wholeOf((*row)[0]) + (whole ? 1 : 0), whole ? 0 : next};
         }
     }
     return status;
+}
+
+bool ArchiveReader::readChunk(const Row& row, std::vector<Sample>& samples) const
+{
+    std::string bytes = bytesOf(row[4]);
+    if (bytes.empty()) {
+        readFilePart(sampleFolder(m_location) + "/" + textOf(row[1]), {wholeOf(row[2]), wholeOf(row[3])},
+                     bytes);
+    }
+    ChunkHeader header;
+    return decodeChunk(bytes, header, samples);
 }
 
 Status ArchiveReader::events(std::int64_t id, std::vector<Event>& events)

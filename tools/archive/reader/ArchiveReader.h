@@ -7,6 +7,7 @@
 #include "archive/welds/WeldColumns.h"
 
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <string>
@@ -43,6 +44,23 @@ public:
         std::optional<std::int64_t> afterId;  ///< only later ids, in their order; for reading all in pages
     };
     static constexpr std::size_t kMaxList = 10'000;
+
+    /// A part of a weld, in ns since its start; by default all of it, whatever the stamps of its samples.
+    struct SampleRange
+    {
+        std::int64_t fromNs = std::numeric_limits<std::int64_t>::min();
+        std::int64_t toNs =
+            std::numeric_limits<std::int64_t>::max(); ///< not part of it, except for the default
+
+        bool contains(std::int64_t time) const;
+    };
+
+    /// Where reading the samples of a weld goes on. A new one is before the first sample.
+    struct SamplePosition
+    {
+        std::int64_t chunk = 0; ///< stored chunk of the weld
+        std::size_t sample = 0; ///< in the chunk
+    };
 
     /// An event on the bus while a weld was under way.
     struct Event
@@ -101,12 +119,16 @@ public:
     /// \param[out] envelope  empty if there is none
     Status envelope(std::int64_t id, std::size_t parts, std::optional<Envelope>& envelope);
 
-    /// Reads the samples of a weld, also of one that is under way up to the last commit.
-    /// \param fromNs, toNs  range of time, ns since the start of the weld; \p toNs is not part of it
-    /// \param limit  most samples; to go on, call again from the time of the last one + 1
-    /// \param[out] samples  their `time` is ns since the start of the weld
-    /// \param[out] damaged  number of stored chunks that could not be read; null to ignore it
-    Status samples(std::int64_t id, std::int64_t fromNs, std::int64_t toNs, std::size_t limit,
+    /// Reads samples of a weld in the order in which they arrived, also of a weld that is under way up to the last
+    /// commit.
+    ///
+    /// Stamps are no place to go on from: samples may share one, and stamps may go back. To read page by page, call again
+    /// with the same position until there are fewer samples than \p limit.
+    /// \param limit  most samples to append
+    /// \param[in,out] position  the first sample to read; afterwards the one after the last
+    /// \param[out] samples  samples are appended; their `time` is ns since the start of the weld
+    /// \param[out] damaged  is increased for each stored chunk that could not be read; null to ignore it
+    Status samples(std::int64_t id, const SampleRange& range, std::size_t limit, SamplePosition& position,
                    std::vector<Sample>& samples, std::uint64_t* damaged = nullptr);
 
     Status events(std::int64_t id, std::vector<Event>& events);
@@ -126,6 +148,8 @@ private:
         : m_database(std::move(database)), m_location(std::move(location))
     {}
 
+    /// \param row  number, file, place, size and data of the chunk
+    bool readChunk(const Row& row, std::vector<Sample>& samples) const;
     Status trendByDay(Column metric, const WeldFilter& filter, std::vector<TrendPoint>& points);
 
     std::unique_ptr<Database> m_database;

@@ -43,9 +43,9 @@ Status ArchiveStore::closeWeld(Running& running)
         [&](const std::vector<Sample>& samples) {
             for (const Sample& sample : samples) {
                 measures.add(sample);
+                lastNumber = std::max<std::int64_t>(lastNumber, sample.number);
             }
-            last = std::max(last, clock.momentOf(samples.back()));
-            lastNumber = std::max<std::int64_t>(lastNumber, samples.back().number);
+            last = std::max(last, clock.rangeOf(samples.data(), samples.size()).second);
         },
         damaged);
     if (!status) {
@@ -194,11 +194,11 @@ Status ArchiveStore::recoverWeld(Running& running)
                 return;
             }
             const SampleClock clock(wholeOf(found[0][0]), wholeOf(found[0][1]));
+            const auto [first, last] = clock.rangeOf(samples.data(), samples.size());
             indexed = m_database->run("INSERT INTO chunk (weld_id, number, first_ns, last_ns, samples, file, "
                                       "place, size) VALUES ($1, $2, $3, $4, $5, $6, $7, $8) "
                                       "ON CONFLICT (weld_id, number) DO NOTHING",
-                                      {header.weld, std::int64_t{header.number},
-                                       clock.momentOf(samples.front()), clock.momentOf(samples.back()),
+                                      {header.weld, std::int64_t{header.number}, first, last,
                                        std::int64_t{header.samples}, name, place.offset, place.size});
         },
         removed);

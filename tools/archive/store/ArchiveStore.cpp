@@ -237,8 +237,9 @@ Status ArchiveStore::appendPiece(Running& running, const Sample* samples, std::s
         ++running.chunks;
         const SampleClock clock(running.weld.whole(Column::StartNs),
                                 running.weld.whole(Column::SamplePeriodUs));
-        chunks.push_back({&running, count, clock.momentOf(samples[0]), clock.momentOf(samples[count - 1]),
-                          place, sampleFileName(running.weld.whole(Column::StartNs))});
+        const auto [first, last] = clock.rangeOf(samples, count);
+        chunks.push_back(
+            {&running, count, first, last, place, sampleFileName(running.weld.whole(Column::StartNs))});
     }
     return status;
 }

@@ -68,6 +68,16 @@ double Moments::deviation() const
     return m_weight > 0.0 ? std::sqrt(std::max(0.0, m_squares / m_weight)) : 0.0;
 }
 
+std::pair<std::int64_t, std::int64_t> SampleClock::rangeOf(const Sample* samples, std::size_t count) const
+{
+    std::pair<std::int64_t, std::int64_t> range = {momentOf(samples[0]), momentOf(samples[0])};
+    for (std::size_t i = 1; i < count; ++i) {
+        const std::int64_t moment = momentOf(samples[i]);
+        range = {std::min(range.first, moment), std::max(range.second, moment)};
+    }
+    return range;
+}
+
 WeldMeasures::WeldMeasures(SampleClock clock, const MeasureSettings& settings)
     : m_clock(clock), m_settings(settings)
 {}

@@ -5,6 +5,7 @@
 #include "common/support/Saturating.h"
 
 #include <cstdint>
+#include <utility>
 
 namespace TelvaneArchive
 {
@@ -34,6 +35,9 @@ public:
     {
         return TelvaneTool::subtractSaturated(momentOf(sample), m_start);
     }
+    /// \return the earliest and the latest moment of samples, which need not be in order
+    /// \param count  at least 1
+    std::pair<std::int64_t, std::int64_t> rangeOf(const Sample* samples, std::size_t count) const;
     std::int64_t period() const { return m_period; }
     std::int64_t start() const { return m_start; }
 

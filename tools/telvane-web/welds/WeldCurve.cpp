@@ -95,25 +95,26 @@ struct Reduced
 };
 
 /// Reads a part of a weld in blocks.
-Status reduce(ArchiveReader& reader, std::int64_t id, std::int64_t from, std::int64_t to, std::size_t columns,
-              Reduced& reduced)
+/// \param from, to  what is drawn; samples outside of it go into the first or the last column
+Status reduce(ArchiveReader& reader, std::int64_t id, std::int64_t from, std::int64_t to,
+              const ArchiveReader::SampleRange& range, std::size_t columns, Reduced& reduced)
 {
-    Status status = reader.samples(id, from, to, columns + 1, reduced.samples, &reduced.damaged);
+    ArchiveReader::SamplePosition position;
+    Status status = reader.samples(id, range, columns + 1, position, reduced.samples, &reduced.damaged);
     if (!status || reduced.samples.size() <= columns) {
         return status;
     }
     TelvaneArchive::EnvelopeBuilder builder(from, to, columns);
     reduced.damaged = 0;
     std::vector<Sample> block;
-    std::int64_t next = from;
+    position = {};
     std::size_t read = 0;
     do {
         block.clear();
-        status = reader.samples(id, next, to, kBlock, block, &reduced.damaged);
+        status = reader.samples(id, range, kBlock, position, block, &reduced.damaged);
         for (const Sample& sample : block) {
             builder.add(sample);
         }
-        next = block.empty() ? to : block.back().time + 1;
         read += block.size();
     } while (status && block.size() == kBlock && read < 2 * kMaxReduced);
     reduced.envelope = builder.finish();
@@ -175,9 +176,12 @@ HttpReply curveOf(WeldArchive& archive, const CurveQuery& query)
         return httpJson(text + "}");
     }
     Reduced reduced;
-    // The last sample is at the end, which is not part of a range.
-    const std::int64_t last = to == length ? addSaturated<std::int64_t>(lengthOf(*weld), 1) : nanoseconds(to);
-    if (const Status status = reduce(*reader, query.id, nanoseconds(from), last, query.columns, reduced);
+    // Samples may have stamps before the start or from the end on.
+    ArchiveReader::SampleRange range;
+    range.fromNs = from > 0.0 ? nanoseconds(from) : range.fromNs;
+    range.toNs = to < length ? nanoseconds(to) : range.toNs;
+    if (const Status status =
+            reduce(*reader, query.id, nanoseconds(from), nanoseconds(to), range, query.columns, reduced);
         !status) {
         return archive.failed(status);
     }

@@ -114,26 +114,27 @@ HttpReply exportSamples(Worker& worker, std::shared_ptr<WeldArchive> archive, st
                         ExportFormat format)
 {
     const bool csv = format == ExportFormat::Csv;
-    Worker::Job piece = [archive = std::move(archive), id, csv, from = std::int64_t{-1}]() mutable {
+    Worker::Job piece = [archive = std::move(archive), id, csv, first = true,
+                         position = ArchiveReader::SamplePosition()]() mutable {
         HttpReply reply;
         ArchiveReader* const reader = archive->reader(reply);
         if (reader == nullptr) {
             return reply;
         }
         std::vector<Sample> samples;
-        const std::int64_t begin = std::max<std::int64_t>(from, 0);
-        if (const TelvaneArchive::Status status = reader->samples(id, begin, kEnd, kSamplesPerPiece, samples);
+        if (const TelvaneArchive::Status status =
+                reader->samples(id, {}, kSamplesPerPiece, position, samples);
             !status) {
             return archive->failed(status);
         }
-        if (from < 0 && csv) {
+        if (first && csv) {
             reply.body = TelvaneArchive::sampleCsvHeading();
         }
         for (const Sample& sample : samples) {
             reply.body +=
                 csv ? TelvaneArchive::sampleCsvLine(sample) : TelvaneArchive::sampleJsonLine(sample);
         }
-        from = samples.empty() ? begin : samples.back().time + 1;
+        first = false;
         return reply;
     };
     return fileReply(worker, std::move(piece), "weld-" + std::to_string(id), format);
