@@ -149,7 +149,8 @@ refuses_or_finds_nothing() {
     "$TELVANE" archive import welds.jsonl --database welds.db --set 'part_number==1+1' --set 'operator=a;"b"' 2>/dev/null
     "$TELVANE" welds export welds.db --format spreadsheet >sheet.csv
     head -c 3 sheet.csv | cmp - <(printf '\xef\xbb\xbf')
-    head -n 1 sheet.csv | grep -q ',mean_amps (A),'
+    head -n 1 sheet.csv | grep -q ',mean_amps (A),.*,verdict$'
+    [ "$(tail -n 1 sheet.csv | tail -c 2)" = , ] # no verdict, and nothing in its place
     tail -n 1 sheet.csv | grep -qE ",20[0-9]{2}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2},"
     tail -n 1 sheet.csv | grep -qF ",\"'=1+1\","
     "$TELVANE" welds export welds.db --format spreadsheet --comma >comma.csv

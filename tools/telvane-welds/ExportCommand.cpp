@@ -27,7 +27,8 @@ struct Options
     bool isSheet() const { return format == "spreadsheet"; }
 };
 
-/// A spreadsheet has 15 digits, no time zones, and takes what begins with = for a formula.
+/// A spreadsheet has 15 digits, no time zones, and takes what begins with = for a formula. Lines end without \r, which
+/// writeResult() replaces as it does all control characters.
 class SheetFormat
 {
 public:
@@ -43,7 +44,7 @@ public:
             const std::string unit = isMoment(column) ? "" : info.unit;
             line += m_separator + name + (unit.empty() ? "" : " (" + unit + ")");
         }
-        return line + "\r\n";
+        return line + "\n";
     }
 
     std::string line(const Weld& weld) const
@@ -52,7 +53,7 @@ public:
         for (const Column column : allColumns()) {
             line += m_separator + field(weld, column);
         }
-        return line + "\r\n";
+        return line + "\n";
     }
 
 private:
