@@ -62,9 +62,22 @@ foreach(script postinst prerm postrm)
   list(APPEND CPACK_DEBIAN_TOOLS_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/debian/${script})
 endforeach()
 
+# serviceScripts(<component> <unit> <commands>): the scripts of a package with one unit. The commands are the end of its
+# postrm.
+function(serviceScripts component unit commands)
+  set(scripts "")
+  foreach(script postinst prerm postrm)
+    set(file ${PROJECT_BINARY_DIR}/debian/${unit}/${script})
+    configure_file(${PROJECT_SOURCE_DIR}/packaging/debian/service/${script}.in ${file} @ONLY)
+    list(APPEND scripts ${file})
+  endforeach()
+  set(CPACK_DEBIAN_${component}_PACKAGE_CONTROL_EXTRA ${scripts} PARENT_SCOPE)
+endfunction()
+
 set(CPACK_DEBIAN_ARCHIVE_PACKAGE_NAME telvane-archive)
 set(CPACK_DEBIAN_ARCHIVE_PACKAGE_SECTION utils)
-set(CPACK_DEBIAN_ARCHIVE_PACKAGE_DEPENDS "telvane-tools (= ${package_version})")
+set(CPACK_DEBIAN_ARCHIVE_PACKAGE_DEPENDS "telvane-tools (= ${package_version}), adduser")
+serviceScripts(ARCHIVE telvane-archive.service "") # even purge keeps the archive: welds cannot be made again
 set(CPACK_DEBIAN_ARCHIVE_PACKAGE_RECOMMENDS "gnuplot-nox | gnuplot") # for telvane welds plot
 set(CPACK_COMPONENT_ARCHIVE_DESCRIPTION "archive of welds on the Telvane message bus
 The program telvane-archive keeps every weld of a bus in SQLite or PostgreSQL,
@@ -74,7 +87,11 @@ With them comes a unit for systemd, which keeps the welds once it is enabled.")
 
 set(CPACK_DEBIAN_MQTT_PACKAGE_NAME telvane-mqtt)
 set(CPACK_DEBIAN_MQTT_PACKAGE_SECTION utils)
-set(CPACK_DEBIAN_MQTT_PACKAGE_DEPENDS "telvane-tools (= ${package_version})")
+set(CPACK_DEBIAN_MQTT_PACKAGE_DEPENDS "telvane-tools (= ${package_version}), adduser")
+serviceScripts(MQTT telvane-mqtt.service "# The spool; systemd keeps it in private, because the unit's user exists only while it runs.
+if [ \"\$1\" = purge ]; then
+    rm -rf /var/lib/private/telvane-mqtt /var/lib/telvane-mqtt
+fi")
 set(CPACK_DEBIAN_MQTT_PACKAGE_SUGGESTS "mosquitto, ca-certificates")
 set(CPACK_COMPONENT_MQTT_DESCRIPTION "bridge of the Telvane message bus to an MQTT broker
 The program telvane-mqtt sends chosen channels of a bus to a broker, accepts
@@ -99,8 +116,7 @@ set(CPACK_DEBIAN_WEB_PACKAGE_NAME telvane-web)
 set(CPACK_DEBIAN_WEB_PACKAGE_SECTION web)
 set(CPACK_DEBIAN_WEB_PACKAGE_DEPENDS "${CPACK_DEBIAN_RUNTIME_PACKAGE_NAME} (= ${package_version}), adduser")
 set(CPACK_DEBIAN_WEB_PACKAGE_RECOMMENDS telvane-tools)
-set(CPACK_DEBIAN_WEB_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/debian/web/postinst
-  ${PROJECT_SOURCE_DIR}/packaging/debian/web/prerm ${PROJECT_SOURCE_DIR}/packaging/debian/web/postrm)
+serviceScripts(WEB telvane-web.service "")
 set(CPACK_COMPONENT_WEB_DESCRIPTION "page with welds and the bus of arc-welding equipment
 Serves a page from the module itself: the weld in progress, the channels,
 clients and errors of the Telvane message bus, and metrics for Prometheus.
