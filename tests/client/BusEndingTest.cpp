@@ -149,12 +149,13 @@ TEST_P(EndingOfBus, TheBusMayBeDestroyedInACallback)
     auto own = std::make_unique<Bus>(server->path, impatient(GetParam()));
     ASSERT_EQ(own->waitConnected(kTimeout), std::error_code());
     Mailbox<int> destroyed;
-    own->subscribe<LogData>([&] {
-           own.reset();
-           destroyed.put(1);
-       })
-        .keep();
-    own->publish(logOf("x"));
+    auto subscription = own->subscribe<LogData>([&] {
+        own.reset();
+        destroyed.put(1);
+    });
+    ASSERT_EQ(subscription.waitActive(kTimeout), std::error_code());
+    std::move(subscription).keep();
+    publish("x"); // on another bus: no other thread may use this one while the callback destroys it
     if (GetParam() == Run::Dispatch) {
         pollfd watched = {own->fd(), POLLIN, 0};
         ASSERT_EQ(::poll(&watched, 1, 40'000), 1);
