@@ -148,21 +148,6 @@ TEST(EventServerStart, DoesNotExamineWhetherItListens)
     expectStartsAndServes(server, directory.path("bus"));
 }
 
-TEST(EventServerStart, LetsFiveClientsWaitBesideTheOneThatIsNext)
-{
-    const Fault fault({Call::Accept, Caller::Listener, EMFILE, 0, kForEver});
-    RunningServer running;
-    const sockaddr_un address = addressOf(running.path);
-    std::vector<Descriptor> waiting;
-    int result = 0;
-    while (result == 0 && waiting.size() < 100) {
-        waiting.emplace_back(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-        result = ::connect(waiting.back().get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
-    }
-    EXPECT_EQ(errno, EAGAIN);
-    EXPECT_EQ(waiting.size(), 7U) << "the last one is refused";
-}
-
 using EventServerAccept = OfError;
 
 TEST_P(EventServerAccept, ContinuesAfterAFailure)
