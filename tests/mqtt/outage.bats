@@ -17,11 +17,12 @@ expect_numbers() {
 @test "what happens while the broker is away arrives later, in order" {
     start_server
     start_broker
-    start_bridge m1 --out HALInfo --drain-rate 0
+    start_bridge m1 --out HALInfo --drain-rate 0 --metrics-pipe metrics
     publish_hal 1 20
     stop_broker
     await m1.err ": the connection was lost\|: The connection was lost\|refused"
     publish_hal 21 60
+    until metric 'accepted_total{channel="HALInfo"} 60'; do sleep 0.05; done # what comes later would overtake the others
     suspend "$bridge" # until there is a reader
     start_broker
     watch 'telvane/m1/N/#'

@@ -31,8 +31,9 @@ arrive() {
     kill "$bridge"
     finish "$bridge"
     [ "$status" -eq 0 ]
-    start_offline
+    start_offline --metrics-pipe metrics
     publish_hal 21 25
+    until [ "$(accepted)" = 5 ]; do sleep 0.05; done # what comes later would overtake the backlog
     arrive
     await watch.out '"serialNumber":"25"'
     payloads HALInfo | jq -c '[.n, .record.serialNumber]' | tr '\n' ' ' >arrived
