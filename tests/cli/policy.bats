@@ -62,7 +62,7 @@ Other refused" ]
     kill "$server"
     finish "$server"
     grep -q "for channel LogData: the policy does not let it publish$" server.err
-    [ "$(sed -n 's/.*let it publish; \([0-9]*\) more$/\1/p' server.err | paste -sd+ | bc)" -eq 499 ]
+    [ "$(sed -n 's/.*let it publish; \([0-9]*\) more$/\1/p' server.err | jq -s add)" -eq 499 ]
 }
 
 @test "the status of a server works under its policy" {

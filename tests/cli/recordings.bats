@@ -518,7 +518,7 @@ recording_of() {
     records=$(tail -n +2 a.jsonl | wc -l)
     [ "$records" -ge 1 ]
     [ "$records" -lt 40 ]
-    [ "$(tail -c 1 a.jsonl | xxd -p)" = 0a ]
+    [ "$(tail -c 1 a.jsonl | od -An -tx1)" = " 0a" ]
     grep -q ": $records records*, " recorder.err
     [ "$("$TELVANE" info a.jsonl --json | jq -c '[.records, .tornBytes, .damagedLines]')" = "[$records,0,0]" ]
 }
