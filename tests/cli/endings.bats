@@ -294,7 +294,7 @@ sys.exit(waiting < 61440)' <&8; do sleep 0.02; done
         start reader "$TELVANE" $command input
         reader=$started
         tries=0
-        until [ -n "$(find "/proc/$reader/fd" -lname "*/input" 2>/dev/null)" ]; do
+        until [ -n "$(find "/proc/$reader/fd" -lname "*/input" ! -name 4 2>/dev/null)" ]; do # 4 is inherited
             tries=$((tries + 1))
             [ "$tries" -lt 1500 ]
             sleep 0.02
