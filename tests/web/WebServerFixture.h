@@ -13,6 +13,8 @@
 #include <poll.h>
 #include <sys/socket.h>
 
+#include <chrono>
+
 namespace TelvaneTool::Testing
 {
 
@@ -121,14 +123,15 @@ protected:
     template <class Condition>
     bool pump(Condition condition)
     {
-        for (int i = 0; i < 5000; ++i) {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+        do {
             run();
             if (condition()) {
                 return true;
             }
             pollfd event = {m_server.fd(), POLLIN, 0};
             poll(&event, 1, 2);
-        }
+        } while (std::chrono::steady_clock::now() < deadline);
         return false;
     }
     /// Lets time pass, in steps as the event loop takes them.

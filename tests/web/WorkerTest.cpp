@@ -2,7 +2,9 @@
 
 #include <gmock/gmock.h>
 
+#include <atomic>
 #include <future>
+#include <list>
 
 namespace TelvaneTool
 {
@@ -33,7 +35,8 @@ protected:
                     return std::nullopt;
                 }
                 HttpReply reply;
-                reply.later = m_worker->run([released = m_released] {
+                reply.later = m_worker->run([this, released = m_released] {
+                    m_isWorking = true;
                     released.wait();
                     return textReply("at last");
                 });
@@ -59,6 +62,7 @@ protected:
     std::promise<void> m_release;
     std::shared_future<void> m_released = m_release.get_future().share();
     bool m_isReleased = false;
+    std::atomic<bool> m_isWorking = false;
     WakeUp m_wakeUp;
     std::unique_ptr<Worker> m_worker = std::make_unique<Worker>(kMost, m_wakeUp);
 };
@@ -89,11 +93,15 @@ TEST_F(WebWorker, DoesNotTimeOutAQuestionThatTakesLong)
 TEST_F(WebWorker, RefusesMoreQuestionsThanMayWait)
 {
     std::list<Client> clients;
-    for (std::size_t i = 0; i < kMost + 2; ++i) {
+    clients.emplace_back(*this).send(kSlowRequest);
+    ASSERT_TRUE(pump([this] { return m_isWorking.load(); })); // no longer one of those that wait
+    for (std::size_t i = 0; i < kMost; ++i) {
         clients.emplace_back(*this).send(kSlowRequest);
+        ASSERT_TRUE(pump([&] { return m_server.statistics().requests == 2 + i; }));
     }
-    // One is worked on, unless the thread has not started yet, and two wait.
-    EXPECT_TRUE(clients.back().await("HTTP/1.1 503"));
+    Client last(*this);
+    last.send(kSlowRequest);
+    EXPECT_TRUE(last.await("HTTP/1.1 503"));
     release();
     EXPECT_TRUE(clients.front().await("at last"));
 }
