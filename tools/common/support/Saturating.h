@@ -51,7 +51,7 @@ template <class Integer>
 Integer toSaturated(double value)
 {
     // The maximum itself may have no exact double; the limit is the first value above it.
-    constexpr double kLimit = static_cast<double>(std::numeric_limits<Integer>::max() / 2 + 1) * 2.0;
+    constexpr double kLimit = static_cast<double>(Integer(std::numeric_limits<Integer>::max() / 2 + 1)) * 2.0;
     constexpr double kMin = static_cast<double>(std::numeric_limits<Integer>::min());
     if (value >= kLimit) {
         return std::numeric_limits<Integer>::max();

@@ -18,7 +18,7 @@ struct QueueLimits
 {
     std::size_t messages = 20'000;
     std::size_t bytes = std::size_t{16} * 1024 * 1024;
-    Nanoseconds age = 24 * 3600 * kSecond;
+    Nanoseconds age = kSecond * 3600 * 24;
 };
 
 /// Why a message was dropped.

@@ -16,7 +16,7 @@ namespace TelvaneTool::Mqtt
 struct SpoolLimits
 {
     std::size_t bytes = std::size_t{64} * 1024 * 1024;
-    Nanoseconds age = 24 * 3600 * kSecond;
+    Nanoseconds age = kSecond * 3600 * 24;
 };
 
 /// The clocks at the start. Tests bring their own.

@@ -14,8 +14,8 @@ namespace TelvaneTool
 class Sessions
 {
 public:
-    static constexpr Nanoseconds kIdle = 12 * 3600 * kSecond;
-    static constexpr Nanoseconds kLongest = 7 * 24 * 3600 * kSecond;
+    static constexpr Nanoseconds kIdle = kSecond * 3600 * 12;
+    static constexpr Nanoseconds kLongest = kSecond * 3600 * 24 * 7;
     static constexpr std::size_t kMost = 100;
 
     /// \return the secret of a new session, 64 hexadecimal digits

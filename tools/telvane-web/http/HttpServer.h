@@ -20,7 +20,7 @@ public:
     {
         unsigned maxConnections = 128;
         unsigned maxStreams = 96;                   ///< of those; more are refused with 503
-        std::size_t memory = 16 * 1024;             ///< of a connection; limits the size of a request
+        std::size_t memory = 16UL * 1024;           ///< of a connection; limits the size of a request
         Nanoseconds requestDeadline = 10 * kSecond; ///< for a whole request, and between two of them
         Nanoseconds answerDeadline = 30 * kSecond;  ///< for a whole answer, except streams
         Nanoseconds crowdedDeadline = kSecond;      ///< for a whole request while few connections are left

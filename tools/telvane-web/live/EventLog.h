@@ -13,7 +13,7 @@ class EventLog
 {
 public:
     static constexpr std::size_t kMaxEntries = 256;
-    static constexpr std::size_t kMaxBytes = 256 * 1024;
+    static constexpr std::size_t kMaxBytes = 256UL * 1024;
 
     struct Entry
     {

@@ -22,8 +22,8 @@ public:
 
     struct Settings
     {
-        std::size_t high = 32 * 1024;       ///< above, the client is behind
-        std::size_t low = 4 * 1024;         ///< below, it has caught up
+        std::size_t high = 32UL * 1024;     ///< above, the client is behind
+        std::size_t low = 4UL * 1024;       ///< below, it has caught up
         Nanoseconds patience = kSecond / 2; ///< behind for so long: thin out
         Nanoseconds recovery = 2 * kSecond; ///< caught up for so long: full pace again
         Nanoseconds limit = 20 * kSecond;   ///< thinned and still behind for so long: disconnect
