@@ -134,7 +134,13 @@ telvane_setup_build() {
     cd "$telvane_root" || exit
     local directory=$telvane_root/build/$preset
     if [ ! -f "$directory/build.ninja" ]; then
-        telvane_logged "$directory/configure.log" "configuring the preset $preset" cmake --preset "$preset"
+        # A compiler cache does not know results that depend on precompiled headers.
+        local precompile=()
+        if [ -z "${CMAKE_CXX_COMPILER_LAUNCHER:-}" ]; then
+            precompile=(-D TELVANE_PRECOMPILE_HEADERS=ON)
+        fi
+        telvane_logged "$directory/configure.log" "configuring the preset $preset" \
+            cmake --preset "$preset" "${precompile[@]}"
     fi
     # The build reconfigures by itself if a CMake file or the list of sources has changed.
     telvane_logged "$directory/build.log" "building the preset $preset" \
