@@ -153,13 +153,13 @@ TEST(FullDisk, KeepsTheRowsAndGoesOnWhenThereIsRoom)
     }
     const std::string path = directory.path("welds.db");
     {
-        const auto store = openStore(path, withBallast(400'000));
+        const auto store = openStore(path, withBallast(600'000));
         const std::int64_t cutOff = store->begin(makeWeld("cut off"));
         addNoise(*store, cutOff, 0, 2000);
         ASSERT_TRUE(store->commit());
         disk.fill();
 
-        addNoise(*store, cutOff, 2000, 12'000); // more than the ballast
+        addNoise(*store, cutOff, 2000, 17'000); // more than the ballast
         EXPECT_EQ(store->commit().code, Status::Code::Full);
         EXPECT_TRUE(store->isFull());
         store->end(cutOff, "complete");
@@ -183,7 +183,7 @@ TEST(FullDisk, KeepsTheRowsAndGoesOnWhenThereIsRoom)
     std::map<std::string, Weld> welds = weldsByUid(path);
     ASSERT_EQ(welds.size(), 3U);
     for (const auto& [uid, samples, unstored] :
-         {std::tuple("cut off", 2000, 10'000), std::tuple("lost", 0, 1000), std::tuple("waiting", 1000, 0)}) {
+         {std::tuple("cut off", 2000, 15'000), std::tuple("lost", 0, 1000), std::tuple("waiting", 1000, 0)}) {
         EXPECT_EQ(welds[uid].text(Column::Ending), "complete") << uid;
         EXPECT_EQ(welds[uid].whole(Column::Samples), samples) << uid;
         EXPECT_EQ(welds[uid].whole(Column::Unstored), unstored) << uid;

@@ -83,8 +83,22 @@ TEST_F(QueryPlan, FindsTheLargestMetricsInTheirOrder)
 TEST_F(QueryPlan, ReadsTheTrendOfAllWeldsFromTheIndexOnly)
 {
     Row values;
-    EXPECT_THAT(planOf(ArchiveReader::statementOfDays(Column::MeanVolts, {}, values), values),
+    EXPECT_THAT(planOf(ArchiveReader::statementOfTrend(Column::MeanVolts, {}, false, values), values),
                 HasSubstr("USING COVERING INDEX weld_by_mean_volts"));
+}
+
+TEST_F(QueryPlan, FindsABlockByItsNumberAndItsColumn)
+{
+    EXPECT_THAT(
+        planOf("SELECT data FROM weld_block WHERE block = $1 AND name = $2",
+               {std::int64_t{1}, std::string("start_ns")}),
+        HasSubstr("SEARCH weld_block USING INDEX sqlite_autoindex_weld_block_1 (block=? AND name=?)"));
+    EXPECT_THAT(planOf("SELECT DISTINCT block FROM weld_block ORDER BY block", {}),
+                HasSubstr("USING COVERING INDEX"));
+    EXPECT_THAT(planOf("SELECT part_number, mean_volts FROM weld NOT INDEXED WHERE part_number = $1 AND id "
+                       ">= $2 AND id < $3",
+                       {std::string("A-17"), std::int64_t{1}, std::int64_t{2}}),
+                HasSubstr("SEARCH weld USING INTEGER PRIMARY KEY (rowid>? AND rowid<?)"));
 }
 
 TEST_F(QueryPlan, FindsSamplesEventsAndFindingsByTheirWeld)

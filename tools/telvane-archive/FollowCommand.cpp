@@ -100,6 +100,39 @@ private:
     Nanoseconds m_next = 0;
 };
 
+/// Makes the blocks that trends are read from, one a second while no weld is under way, and looks once a day for more.
+class BlockMaking
+{
+public:
+    BlockMaking(ArchiveStore& store, bool needed) : m_store(store), m_needed(needed) {}
+
+    Nanoseconds work()
+    {
+        constexpr Nanoseconds kDay = 86'400 * TelvaneTool::kSecond;
+        if (!m_needed) {
+            return -1;
+        }
+        const Nanoseconds now = TelvaneTool::monotonicNow();
+        if (now < m_next) {
+            return m_next;
+        }
+        m_next = now + TelvaneTool::kSecond;
+        if (m_store.isIdle() && !m_store.isFull()) {
+            bool made = false;
+            if (const Status status = m_store.makeBlock(made); !status) {
+                TelvaneTool::printError("the blocks for trends: " + status.text);
+            }
+            m_next = made ? m_next : now + kDay;
+        }
+        return m_next;
+    }
+
+private:
+    ArchiveStore& m_store;
+    const bool m_needed;
+    Nanoseconds m_next = 0;
+};
+
 /// \return the earlier of two moments, of which -1 is never
 Nanoseconds earlier(Nanoseconds a, Nanoseconds b)
 {
@@ -196,6 +229,7 @@ int follow(const Options& options)
     }
     Forwarding forwarding(*store, options);
     Retaining retaining(*store, options.retention.read());
+    BlockMaking blocks(*store, !remote);
     const auto reportClosed = [&] {
         const std::vector<std::int64_t> closed = follower.takeClosed();
         judging.publish(closed, follower);
@@ -207,7 +241,7 @@ int follow(const Options& options)
     };
     pollfd polled[] = {{signals.get(), POLLIN, 0}, {follower.descriptor(), POLLIN, 0}};
     for (;;) {
-        const Nanoseconds other = earlier(forwarding.work(), retaining.work());
+        const Nanoseconds other = earlier(earlier(forwarding.work(), retaining.work()), blocks.work());
         poll(polled, 2, timeoutUntil(earlier(follower.nextWork(), other)));
         if (polled[0].revents != 0) {
             break;

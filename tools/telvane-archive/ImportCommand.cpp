@@ -134,6 +134,7 @@ int import(const Options& options)
     const int result =
         csv ? importCsv(options, importer, status) : importRecording(options, importer, status);
     status = status ? importer.finish() : status;
+    status = status ? store->makeBlocks() : status;
     if (!status) {
         return reportStatus(options.writer.database, status);
     }

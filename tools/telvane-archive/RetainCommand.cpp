@@ -79,6 +79,7 @@ int retain(const Options& options)
     }
     ArchiveStore::Retained retained;
     status = store->retain(options.retention.read(), TelvaneTool::realTimeNow(), retained);
+    status = status ? store->makeBlocks() : status;
     if (!status) {
         return reportStatus(options.database, status);
     }

@@ -4,19 +4,15 @@
 #include "archive/samples/SampleFile.h"
 #include "archive/welds/Schema.h"
 #include "archive/welds/WeldMeasures.h"
-#include "common/support/HumanReadable.h"
 
 #include <algorithm>
-#include <cmath>
-#include <unordered_map>
+#include <limits>
 
 namespace TelvaneArchive
 {
 
 namespace
 {
-
-constexpr std::size_t kMaxTrend = 5000;
 
 Weld weldOf(const Row& row)
 {
@@ -259,86 +255,6 @@ Status ArchiveReader::findings(std::int64_t id, std::vector<Finding>& findings)
         findings.push_back({wholeOf(row[0]), textOf(row[1]), textOf(row[2]), numberOf(row[3]),
                             numberOf(row[4]), numberOf(row[5]), numberOf(row[6]), numberOf(row[7]),
                             textOf(row[8])});
-    }
-    return status;
-}
-
-Sql ArchiveReader::statementOfDays(Column metric, const WeldFilter& filter, Row& values)
-{
-    WeldFilter known = filter;
-    known.add(metric, Condition::Comparison::Known, {});
-    Sql statement = "SELECT start_ns / 86400000000000, " + sqlOf(metric) + " FROM weld";
-    appendWhere(known, statement, values);
-    return statement;
-}
-
-/// SQLite would sort all welds by day, which takes longer than reading them from the index of the metric.
-Status ArchiveReader::trendByDay(Column metric, const WeldFilter& filter, std::vector<TrendPoint>& points)
-{
-    struct Day
-    {
-        TrendPoint point;
-        double squares = 0.0;
-    };
-    std::unordered_map<std::int64_t, Day> days;
-    Row values;
-    const Sql statement = statementOfDays(metric, filter, values);
-    Status status = m_database->each(statement, values, [&days](const Row& row) {
-        Day& day = days[wholeOf(row[0])];
-        const double value = numberOf(row[1]);
-        TrendPoint& point = day.point;
-        point.min = point.welds == 0 ? value : std::min(point.min, value);
-        point.max = point.welds == 0 ? value : std::max(point.max, value);
-        ++point.welds;
-        const double difference = value - point.mean;
-        point.mean += difference / static_cast<double>(point.welds);
-        day.squares += difference * (value - point.mean);
-    });
-    std::vector<std::int64_t> numbers;
-    numbers.reserve(days.size());
-    for (const auto& [number, day] : days) {
-        numbers.push_back(number);
-    }
-    std::sort(numbers.begin(), numbers.end());
-    for (const std::int64_t number : numbers) {
-        TrendPoint point = days[number].point;
-        point.deviation = std::sqrt(days[number].squares / static_cast<double>(point.welds));
-        point.group = TelvaneTool::printMoment(TelvaneTool::multiplySaturated<TelvaneTool::Nanoseconds>(
-                                                   number, 86'400 * TelvaneTool::kSecond))
-                          .substr(0, 10);
-        if (points.size() < kMaxTrend) {
-            points.push_back(std::move(point));
-        }
-    }
-    return status;
-}
-
-Status ArchiveReader::trend(Column metric, const WeldFilter& filter, bool byPart,
-                            std::vector<TrendPoint>& points)
-{
-    if (!byPart && m_database->kind() == Database::Kind::Sqlite) {
-        return trendByDay(metric, filter, points);
-    }
-    const Sql group =
-        byPart ? Sql("coalesce(part_number, '')")
-               : Sql("to_char(to_timestamp(start_ns / 1000000000) AT TIME ZONE 'UTC', 'YYYY-MM-DD')");
-    const Sql value = "CAST(" + sqlOf(metric) + " AS DOUBLE PRECISION)";
-    Sql statement = "SELECT " + group + " AS name, count(*), avg(" + value + "), min(" + value + "), max(" +
-                    value + "), avg(" + value + " * " + value + ") FROM weld";
-    Row values;
-    WeldFilter known = filter;
-    known.add(metric, Condition::Comparison::Known, {});
-    appendWhere(known, statement, values);
-    statement += " GROUP BY name ORDER BY name LIMIT ";
-    values.emplace_back(static_cast<std::int64_t>(kMaxTrend));
-    statement.parameter(values.size());
-    std::vector<Row> rows;
-    Status status = m_database->run(statement, values, &rows);
-    for (const Row& row : rows) {
-        const double mean = numberOf(row[2]);
-        const double variance = std::max(0.0, numberOf(row[5]) - mean * mean);
-        points.push_back(
-            {textOf(row[0]), wholeOf(row[1]), mean, numberOf(row[3]), numberOf(row[4]), std::sqrt(variance)});
     }
     return status;
 }

@@ -134,12 +134,21 @@ public:
     Status events(std::int64_t id, std::vector<Event>& events);
     Status findings(std::int64_t id, std::vector<Finding>& findings);
 
+    /// What a trend is read from. The result is the same.
+    enum class TrendSource
+    {
+        Best,
+        Rows,
+        Blocks, ///< columns of many welds each, as far as there are any, in an SQLite archive
+    };
+
     /// Summarises a metric by day (UTC) or by part number, in order.
     /// \param byPart  false for by day
-    Status trend(Column metric, const WeldFilter& filter, bool byPart, std::vector<TrendPoint>& points);
+    Status trend(Column metric, const WeldFilter& filter, bool byPart, std::vector<TrendPoint>& points,
+                 TrendSource source = TrendSource::Best);
 
-    /// \return the statement for the day and the value of all welds
-    static Sql statementOfDays(Column metric, const WeldFilter& filter, Row& values);
+    /// \return the statement for the group, which is the day or the part, and the value of all welds
+    static Sql statementOfTrend(Column metric, const WeldFilter& filter, bool byPart, Row& values);
 
     Database& database() { return *m_database; }
 
@@ -150,7 +159,8 @@ private:
 
     /// \param row  number, file, place, size and data of the chunk
     bool readChunk(const Row& row, std::vector<Sample>& samples) const;
-    Status trendByDay(Column metric, const WeldFilter& filter, std::vector<TrendPoint>& points);
+    Status trendByServer(Column metric, const WeldFilter& filter, bool byPart,
+                         std::vector<TrendPoint>& points);
 
     std::unique_ptr<Database> m_database;
     std::string m_location;

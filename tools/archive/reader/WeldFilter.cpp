@@ -242,6 +242,8 @@ int compare(const Value& value, const Value& other)
     return numberOf(value) < numberOf(other) ? -1 : numberOf(value) > numberOf(other) ? 1 : 0;
 }
 
+} // namespace
+
 bool holds(const Condition& condition, const Value& value)
 {
     switch (condition.comparison) {
@@ -273,8 +275,6 @@ bool holds(const Condition& condition, const Value& value)
         return order == 0;
     }
 }
-
-} // namespace
 
 bool matches(const Weld& weld, const WeldFilter& filter)
 {

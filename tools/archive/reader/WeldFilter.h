@@ -47,6 +47,8 @@ struct WeldFilter
 /// \return whether \p text was understood
 bool readWhere(const std::string& text, WeldFilter& filter, std::string& error);
 
+/// \return whether a condition holds for a value of its column, as in a database
+bool holds(const Condition& condition, const Value& value);
 /// \return whether all conditions hold for a weld, as in a database
 bool matches(const Weld& weld, const WeldFilter& filter);
 

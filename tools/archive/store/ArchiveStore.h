@@ -137,6 +137,14 @@ public:
     Status storeVerdict(std::int64_t id, const std::string& verdict, const std::vector<Finding>& findings,
                         std::int64_t now);
 
+    /// Makes one of the blocks that trends are read from, if one is missing.
+    /// \param[out] made  false if there is none to make
+    Status makeBlock(bool& made);
+    /// Makes all of them.
+    Status makeBlocks();
+    /// \return whether no weld is under way or waits
+    bool isIdle() const { return m_running.empty(); }
+
     /// Deletes welds with all that belongs to them.
     Status deleteWelds(const std::vector<std::int64_t>& ids);
 
@@ -191,6 +199,7 @@ private:
     Status recoverWeld(Running& running);
     Status fileFor(const Weld& weld, SampleFile*& file);
     void dropSamplesOfEnded();
+    Status storeBlock(std::int64_t block, bool& made);
     Status deleteSamples(std::int64_t id);
     Status dropFromFile(const std::string& name, const std::vector<Row>& chunks);
     bool makeBallast();

@@ -3,7 +3,7 @@
 
 #include "archive/welds/Schema.h"
 
-#include "archive/welds/WeldColumns.h"
+#include "archive/welds/WeldBlock.h"
 
 namespace TelvaneArchive
 {
@@ -103,6 +103,26 @@ std::vector<Sql> thirdVersion()
     return statements;
 }
 
+/// Columns of 16,384 welds each, from which the trend of a million welds is read. Whatever changes a row deletes its
+/// block, so that no block can contradict the rows. PostgreSQL, which sums up by several processes, has none.
+std::vector<Sql> fourthVersion(Database::Kind kind)
+{
+    if (kind == Database::Kind::Postgres) {
+        return {};
+    }
+    static_assert(kBlockWelds == 16'384, "the triggers say so");
+    return {
+        "CREATE TABLE weld_block (block BIGINT NOT NULL, name TEXT NOT NULL, data BLOB NOT NULL, "
+        "PRIMARY KEY (block, name))",
+        "CREATE TRIGGER weld_block_insert AFTER INSERT ON weld BEGIN "
+        "DELETE FROM weld_block WHERE block = new.id / 16384; END",
+        "CREATE TRIGGER weld_block_update AFTER UPDATE ON weld BEGIN "
+        "DELETE FROM weld_block WHERE block IN (old.id / 16384, new.id / 16384); END",
+        "CREATE TRIGGER weld_block_delete AFTER DELETE ON weld BEGIN "
+        "DELETE FROM weld_block WHERE block = old.id / 16384; END",
+    };
+}
+
 std::vector<Sql> statementsOf(std::int64_t version, Database::Kind kind)
 {
     switch (version) {
@@ -110,8 +130,10 @@ std::vector<Sql> statementsOf(std::int64_t version, Database::Kind kind)
         return firstVersion(kind);
     case 2:
         return secondVersion(kind);
-    default:
+    case 3:
         return thirdVersion();
+    default:
+        return fourthVersion(kind);
     }
 }
 

@@ -1,0 +1,249 @@
+// Trends are read from blocks of columns, which always say the same as the rows.
+
+#include "archive/welds/WeldBlock.h"
+#include "archive/ArchiveTestSupport.h"
+#include "archive/welds/Schema.h"
+
+#include <gmock/gmock.h>
+
+using namespace TelvaneArchive;
+using namespace TelvaneArchive::Testing;
+using Telvane::Testing::TemporaryDirectory;
+using testing::ElementsAre;
+using Points = std::vector<ArchiveReader::TrendPoint>;
+using Source = ArchiveReader::TrendSource;
+
+namespace
+{
+
+/// Adds welds whose ids are far from each other, so that a few hundred make five blocks.
+void fill(Database& database)
+{
+    const Status status = database.run(
+        "WITH RECURSIVE numbers(n) AS (SELECT 1 UNION ALL SELECT n + 1 FROM numbers WHERE n < 400) "
+        "INSERT INTO weld (id, uid, start_ns, ending, part_number, program, verdict, mean_volts, mean_amps, "
+        "energy) "
+        "SELECT n * 200, 'weld ' || n, 1790000000000000000 + n * 7200000000000, 'complete', "
+        "CASE n % 5 WHEN 4 THEN NULL ELSE 'A-' || (n % 5) END, CASE n % 7 WHEN 6 THEN NULL ELSE n % 7 END, "
+        "CASE n % 3 WHEN 0 THEN 'ok' WHEN 1 THEN 'not_ok' END, CASE n % 11 WHEN 10 THEN NULL ELSE 20 + n % "
+        "13 / 8.0 END, "
+        "180 + n % 17 * 0.3, 40000.0 + n FROM numbers");
+    ASSERT_TRUE(status) << status.text;
+}
+
+std::vector<std::int64_t> blocksOf(Database& database)
+{
+    std::vector<Row> rows;
+    EXPECT_TRUE(database.run("SELECT DISTINCT block FROM weld_block ORDER BY block", {}, &rows));
+    std::vector<std::int64_t> blocks;
+    blocks.reserve(rows.size());
+    for (const Row& row : rows) {
+        blocks.push_back(wholeOf(row[0]));
+    }
+    return blocks;
+}
+
+Points trendOf(ArchiveReader& reader, Column metric, const std::string& where, bool byPart, Source source)
+{
+    WeldFilter filter;
+    std::string error;
+    EXPECT_TRUE(where.empty() || readWhere(where, filter, error)) << error;
+    Points points;
+    const Status status = reader.trend(metric, filter, byPart, points, source);
+    EXPECT_TRUE(status) << status.text;
+    return points;
+}
+
+class WeldBlocks : public ::testing::Test
+{
+protected:
+    WeldBlocks() : m_store(openStore(m_path))
+    {
+        fill(m_store->database());
+        EXPECT_TRUE(m_store->makeBlocks());
+        m_reader = openReader(m_path);
+    }
+
+    void run(const Sql& statement)
+    {
+        const Status status = m_store->database().run(statement);
+        EXPECT_TRUE(status) << status.text;
+    }
+
+    /// \return the number of groups in all trends
+    std::size_t expectSameTrends()
+    {
+        std::size_t groups = 0;
+        for (const char* const where :
+             {"", "start_ns >= 1790800000000000000 and start_ns < 1792000000000000000",
+              "start_ns > 1790007200000000000", "start_ns <= 1790007200000000000", "part_number = 'A-2'",
+              "part_number like 'A*' and program = 3", "part_number is empty",
+              "program is not empty and program <> 2", "program > 1.5", "verdict = 'ok'",
+              "mean_amps > 182 and mean_volts < 21", "verdict is empty and energy >= 40100",
+              "program = 99"}) {
+            for (const bool byPart : {false, true}) {
+                const Points rows = trendOf(*m_reader, Column::MeanVolts, where, byPart, Source::Rows);
+                const Points blocks = trendOf(*m_reader, Column::MeanVolts, where, byPart, Source::Blocks);
+                groups += rows.size();
+                EXPECT_EQ(rows.size(), blocks.size()) << where;
+                for (std::size_t i = 0; i < std::min(rows.size(), blocks.size()); ++i) {
+                    EXPECT_EQ(rows[i].group, blocks[i].group) << where;
+                    EXPECT_EQ(rows[i].welds, blocks[i].welds) << where;
+                    EXPECT_EQ(rows[i].min, blocks[i].min) << where;
+                    EXPECT_EQ(rows[i].max, blocks[i].max) << where;
+                    EXPECT_NEAR(rows[i].mean, blocks[i].mean, 1e-12) << where;
+                    EXPECT_NEAR(rows[i].deviation, blocks[i].deviation, 1e-12) << where;
+                }
+            }
+        }
+        return groups;
+    }
+
+    TemporaryDirectory m_directory;
+    const std::string m_path = m_directory.path("welds.db");
+    std::unique_ptr<ArchiveStore> m_store;
+    std::unique_ptr<ArchiveReader> m_reader;
+};
+
+} // namespace
+
+TEST_F(WeldBlocks, AreNotMadeOfTheOldestAndTheNewestWelds)
+{
+    EXPECT_THAT(blocksOf(m_store->database()), ElementsAre(1, 2, 3));
+    bool made = true;
+    EXPECT_TRUE(m_store->makeBlock(made));
+    EXPECT_FALSE(made);
+    run("UPDATE weld SET id = 1 WHERE id = 200"); // retention has deleted none
+    EXPECT_TRUE(m_store->makeBlocks());
+    EXPECT_THAT(blocksOf(m_store->database()), ElementsAre(0, 1, 2, 3));
+    run("UPDATE weld SET id = 1000000000000 WHERE id = 80000"); // a gap of millions of blocks
+    EXPECT_TRUE(m_store->makeBlocks());
+    EXPECT_THAT(blocksOf(m_store->database()), ElementsAre(0, 1, 2, 3, 4));
+}
+
+TEST_F(WeldBlocks, GiveTheSameTrendsAsTheRows)
+{
+    EXPECT_GT(expectSameTrends(), 100U);
+}
+
+TEST_F(WeldBlocks, AreReadInPlaceOfTheRows)
+{
+    const Points points = trendOf(*m_reader, Column::MeanVolts, "", true, Source::Rows);
+    // No weld of the archive has this part; only the block says so.
+    BlockColumn parts(Column::PartNumber);
+    std::vector<Row> rows;
+    ASSERT_TRUE(
+        m_store->database().run("SELECT count(*) FROM weld WHERE id >= 32768 AND id < 49152", {}, &rows));
+    for (std::int64_t i = 0; i < wholeOf(rows[0][0]); ++i) {
+        ASSERT_TRUE(parts.add(std::string("forged")));
+    }
+    ASSERT_TRUE(m_store->database().run(
+        "UPDATE weld_block SET data = $1 WHERE block = 2 AND name = 'part_number'", {Blob{parts.encode()}}));
+    EXPECT_EQ(trendOf(*m_reader, Column::MeanVolts, "", true, Source::Blocks).back().group, "forged");
+    EXPECT_EQ(trendOf(*m_reader, Column::MeanVolts, "", true, Source::Best).back().group, points.back().group)
+        << "few rows are read as they are";
+    run("WITH RECURSIVE numbers(n) AS (SELECT 80001 UNION ALL SELECT n + 1 FROM numbers WHERE n < 100000) "
+        "INSERT INTO weld (id, uid, start_ns) SELECT n, n, 1790000000000000000 FROM numbers");
+    EXPECT_EQ(trendOf(*m_reader, Column::MeanVolts, "", true, Source::Best).back().group, "forged");
+}
+
+TEST_F(WeldBlocks, AreDeletedWithTheFirstChangeOfARow)
+{
+    run("UPDATE weld SET mean_volts = 99 WHERE id = 20000");
+    EXPECT_THAT(blocksOf(m_store->database()), ElementsAre(2, 3));
+    ASSERT_TRUE(m_store->storeVerdict(40'000, "warning", {}, kStart));
+    EXPECT_THAT(blocksOf(m_store->database()), ElementsAre(3));
+    expectSameTrends();
+    EXPECT_TRUE(m_store->makeBlocks());
+    ASSERT_TRUE(m_store->deleteWelds({20'000}));
+    run("INSERT INTO weld (id, uid, start_ns, mean_volts) VALUES (40001, 'late', 1790000000000000000, 7.5)");
+    EXPECT_THAT(blocksOf(m_store->database()), ElementsAre(3));
+    run("UPDATE weld SET id = 60001 WHERE id = 400");
+    EXPECT_THAT(blocksOf(m_store->database()), ElementsAre());
+    expectSameTrends();
+    EXPECT_TRUE(m_store->makeBlocks());
+    EXPECT_THAT(blocksOf(m_store->database()), ElementsAre(1, 2, 3));
+    expectSameTrends();
+}
+
+TEST_F(WeldBlocks, AreNotTrustedWhenTheyAreDamaged)
+{
+    run("UPDATE weld_block SET data = x'00' WHERE block = 1 AND name = 'start_ns'");
+    run("UPDATE weld_block SET data = (SELECT data FROM weld_block WHERE block = 3 AND name = 'mean_volts') "
+        "WHERE block = 2 AND name = 'verdict'");
+    run("DELETE FROM weld_block WHERE block = 3 AND name = 'part_number'");
+    expectSameTrends();
+}
+
+TEST_F(WeldBlocks, AreNotMadeOfValuesThatAColumnShouldNotHave)
+{
+    run("UPDATE weld SET mean_volts = 'much' WHERE id = 20000");
+    EXPECT_TRUE(m_store->makeBlocks());
+    EXPECT_THAT(blocksOf(m_store->database()), ElementsAre(2, 3));
+    expectSameTrends();
+}
+
+TEST(WeldBlock, BringsBackEveryValue)
+{
+    const std::vector<std::pair<Column, std::vector<Value>>> columns = {
+        {Column::StartNs, {std::int64_t{0}, {}, std::int64_t{-1}, std::numeric_limits<std::int64_t>::max()}},
+        {Column::MeanVolts, {18.5, {}, -0.0, std::numeric_limits<double>::infinity(), 5e-324}},
+        {Column::PartNumber, {std::string("A"), {}, std::string(), std::string("A\0B", 3), std::string("A")}},
+        {Column::Verdict, {}}};
+    for (const auto& [column, values] : columns) {
+        BlockColumn written(column);
+        for (const Value& value : values) {
+            EXPECT_TRUE(written.add(value));
+        }
+        const std::string data = written.encode();
+        BlockColumn read(column);
+        ASSERT_TRUE(read.decode(data));
+        ASSERT_EQ(read.size(), values.size());
+        for (std::size_t i = 0; i < values.size(); ++i) {
+            EXPECT_EQ(read.isNull(i), isNull(values[i]));
+            if (read.type() != ColumnType::Text) {
+                EXPECT_EQ(read.value(i), values[i]);
+            } else if (!read.isNull(i)) {
+                EXPECT_EQ(read.texts()[read.place(i)], textOf(values[i]));
+            }
+        }
+        for (std::size_t size = 0; size < data.size(); ++size) {
+            EXPECT_FALSE(read.decode(data.substr(0, size)));
+        }
+    }
+}
+
+TEST(WeldBlock, RefusesPlacesThatAreNotInTheList)
+{
+    BlockColumn texts(Column::PartNumber);
+    ASSERT_TRUE(texts.add(std::string("A")));
+    BlockColumn numbers(Column::StartNs);
+    // Two texts, both empty, and the place 2.
+    ASSERT_TRUE(numbers.add(std::int64_t{2}));
+    ASSERT_TRUE(numbers.add(std::int64_t{2} << 32U));
+    EXPECT_FALSE(texts.decode(numbers.encode()));
+    BlockColumn sound(Column::StartNs);
+    ASSERT_TRUE(sound.add(std::int64_t{2}));
+    ASSERT_TRUE(sound.add(std::int64_t{1} << 32U));
+    EXPECT_TRUE(texts.decode(sound.encode()));
+    EXPECT_EQ(texts.place(0), 1U);
+}
+
+TEST(ArchiveSchema, MakesBlocksOfTheRowsOfTheThirdVersion)
+{
+    const TemporaryDirectory directory;
+    const std::string path = directory.path("welds.db");
+    {
+        Status status;
+        const auto database = openSqlite(path, Database::Access::ReadWrite, status);
+        ASSERT_TRUE(migrate(*database, 3));
+        fill(*database);
+    }
+    const auto store = openStore(path);
+    EXPECT_THAT(blocksOf(store->database()), ElementsAre());
+    const auto reader = openReader(path);
+    EXPECT_EQ(trendOf(*reader, Column::Energy, "", true, Source::Best).size(), 5U);
+    EXPECT_TRUE(store->makeBlocks());
+    EXPECT_THAT(blocksOf(store->database()), ElementsAre(1, 2, 3));
+    EXPECT_EQ(trendOf(*reader, Column::Energy, "", true, Source::Blocks).size(), 5U);
+}
