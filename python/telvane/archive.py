@@ -14,8 +14,9 @@ import os
 import urllib.parse
 from array import array
 from datetime import datetime, timedelta, timezone
+from itertools import compress
 from types import TracebackType
-from typing import TYPE_CHECKING, Any, Dict, List, Optional, Sequence, Tuple, Type
+from typing import TYPE_CHECKING, Any, Dict, Iterable, List, Optional, Sequence, Tuple, Type, TypeVar
 
 from ._archive_chunks import CHANNELS, Chunk, read_chunks
 from ._archive_weld import Weld
@@ -34,6 +35,7 @@ _COLUMNS = {field.name: field.name.rstrip("_") for field in dataclasses.fields(W
 _SELECT = f"SELECT {', '.join(_COLUMNS.values())} FROM weld"
 _KINDS = {"int": "Int64", "float": "Float64", "str": "string"}
 _PERIOD_OF_STAMPS = 2_000_000
+_T = TypeVar("_T")
 
 
 class ArchiveError(OSError):
@@ -83,23 +85,24 @@ class Samples:
         """One channel by its name."""
         return self.channels[name]
 
-    def _add(self, chunk: Chunk, first_ns: int, end_ns: Optional[int]) -> None:
+    def _add(self, chunk: Chunk, first_ns: Optional[int], end_ns: Optional[int]) -> None:
         start, period = self.weld.start_ns or 0, 1000 * (self.weld.sample_period_us or 0)
         # Stamps are whole milliseconds. Where samples are closer, their numbers give the moment.
         moments = [number * period for number in chunk.number] if 0 < period < _PERIOD_OF_STAMPS else \
             [time - start for time in chunk.time]
-        chosen = slice(None)
-        if moments and (moments[0] < first_ns or end_ns is not None and moments[-1] >= end_ns):
-            inside = [index for index, moment in enumerate(moments)
-                      if moment >= first_ns and (end_ns is None or moment < end_ns)]
-            if not inside:
-                return
-            chosen = slice(inside[0], inside[-1] + 1)
-        self.ns.extend(moments[chosen])
-        self.number.extend(chunk.number[chosen])
-        self.serial.extend(chunk.serial[chosen])
+        # Moments need not be in order.
+        inside = [(first_ns is None or moment >= first_ns) and (end_ns is None or moment < end_ns)
+                  for moment in moments]
+        whole = all(inside)
+
+        def chosen(values: Sequence[_T]) -> Iterable[_T]:
+            return values if whole else compress(values, inside)
+
+        self.ns.extend(chosen(moments))
+        self.number.extend(chosen(chunk.number))
+        self.serial.extend(chosen(chunk.serial))
         for name, values in zip(CHANNELS, chunk.values):
-            self.channels[name].extend(values[chosen])
+            self.channels[name].extend(chosen(values))
 
     def to_numpy(self) -> Dict[str, numpy.ndarray[Any, Any]]:
         """Arrays by name: ``ns``, ``number``, ``serial`` and the channels."""
@@ -212,16 +215,21 @@ class Archive:
             raise KeyError(f"the archive has no weld {id}")
         return Weld(*rows[0])
 
-    def samples(self, id: int, *, begin: float = 0.0, end: Optional[float] = None) -> Samples:
-        """The samples of a weld, also of one that is under way. `begin` and `end` are seconds since its start.
+    def samples(self, id: int, *, begin: Optional[float] = None, end: Optional[float] = None) -> Samples:
+        """The samples of a weld, also of one that is under way, as they arrived.
+
+        `begin` and `end` are seconds since its start, for a part of it.
 
         What is damaged is left out and counted. Needs zstd, as `telvane.read` does for compressed recordings."""
         weld = self.weld(id)
         samples = Samples(weld)
         start = weld.start_ns or 0
-        first_ns, end_ns = round(begin * 1e9), None if end is None else round(end * 1e9)
-        statement = "SELECT file, place, size, data FROM chunk WHERE weld_id = ? AND last_ns >= ?"
-        values = [id, start + first_ns]
+        first_ns, end_ns = (None if seconds is None else round(seconds * 1e9) for seconds in (begin, end))
+        statement = "SELECT file, place, size, data FROM chunk WHERE weld_id = ?"
+        values = [id]
+        if first_ns is not None:
+            statement += " AND last_ns >= ?"
+            values.append(start + first_ns)
         if end_ns is not None:
             statement += " AND first_ns < ?"
             values.append(start + end_ns)

@@ -148,6 +148,31 @@ def test_every_number_comes_back_bit_for_bit(tmp_path: pathlib.Path) -> None:
     assert list(samples.serial) == [row["messageSerial"] for row in rows]
 
 
+def test_samples_come_as_they_arrived_whatever_their_stamps(tmp_path: pathlib.Path) -> None:
+    begin = datetime(2023, 11, 14, 22, 13, 20, tzinfo=timezone.utc)
+    # Ten share a stamp, stamps go back, and the first ones are before the start of the weld.
+    stamps = [20 * ((number // 10 * 7) % 30 - 2) for number in range(300)]
+    start = telvane.WeldTriggerStart(tag=1, timestamp=begin, messageSerial=1)
+    sent = [("WeldTriggerStart", json.loads(start.to_json()))]
+    for number, stamp in enumerate(stamps):
+        sample = telvane.WeldTraceData(sequence=number, timestamp=begin + timedelta(milliseconds=stamp),
+                                       data=telvane.WeldTraceDataPoint(amps=100.0 + number), messageSerial=2 + number)
+        sent.append(("WeldTraceData", json.loads(sample.to_json())))
+    sent.append(("WeldTriggerEnd", json.loads(telvane.WeldTriggerEnd(tag=1, messageSerial=302).to_json())))
+    lines = ['{"telvaneRecording":1,"started":"2023-11-14T22:13:20.000000Z","server":"","channels":[],"part":1}']
+    for number, (channel, payload) in enumerate(sent):
+        lines.append(json.dumps({"ns": number * 20_000_000, "channel": channel, "sequence": number,
+                                 "payload": payload}, separators=(",", ":")))
+    (tmp_path / "w.jsonl").write_text("\n".join(lines) + "\n")
+    import_welds(tmp_path / "w.jsonl", tmp_path / "w.db")
+    with archive.open(tmp_path / "w.db") as opened:
+        weld = opened.welds()[0]
+        whole, part = opened.samples(weld.id), opened.samples(weld.id, begin=0.1, end=0.2)
+    assert list(whole.number) == list(range(300)) and [ns // 1_000_000 for ns in whole.ns] == stamps
+    assert list(part.number) == [number for number, stamp in enumerate(stamps) if 100 <= stamp < 200]
+    assert list(part["amps"]) == [100.0 + number for number in part.number]
+
+
 def test_what_is_damaged_costs_its_own_samples_only(database: pathlib.Path) -> None:
     file, = database.with_name("welds.db.samples").iterdir()
     with archive.open(database) as opened:
