@@ -1,4 +1,4 @@
-// What the archive reads: stored chunks and envelopes, conditions, rules of the judge, columns from a scanner, and the
+// What the archive reads: stored chunks, envelopes and blocks, conditions, rules of the judge, columns from a scanner, and the
 // records of welds. The first byte says which.
 //
 // What is read can be written and read again. No condition leads to a statement that the database refuses, and every
@@ -11,8 +11,8 @@
 #include "archive/reader/ArchiveReader.h"
 #include "archive/samples/Envelope.h"
 #include "archive/samples/SampleCodec.h"
+#include "archive/welds/WeldBlock.h"
 #include "common/bus/RecordCheck.h"
-#include "common/support/Json.h"
 #include "recording/RecordingLine.h"
 
 #include <cstring>
@@ -137,6 +137,28 @@ void checkEnvelope(std::string_view input)
     }
 }
 
+/// Reads a column of a block whose compression is right.
+void checkBlock(std::string_view input)
+{
+    for (const Column name : {Column::StartNs, Column::MeanVolts, Column::PartNumber}) {
+        BlockColumn column(name);
+        if (!column.decode(pack(input))) {
+            continue;
+        }
+        BlockColumn copy(name);
+        for (std::size_t i = 0; i < column.size(); ++i) {
+            const bool text = column.type() == ColumnType::Text;
+            require(!text || column.place(i) < column.texts().size(), "a place is in the list");
+            require(copy.add(column.isNull(i) ? Value()
+                             : text           ? Value(column.texts()[column.place(i)])
+                                              : column.value(i)),
+                    "a value can be written");
+        }
+        BlockColumn again(name);
+        require(again.decode(copy.encode()) && again.size() == column.size(), "what was written can be read");
+    }
+}
+
 void checkCondition(std::string_view input)
 {
     ArchiveReader::Query query;
@@ -166,16 +188,6 @@ void checkRules(std::string_view input)
     judge.judge(Weld(), verdict, name);
 }
 
-template <class Record>
-bool read(std::string_view payload, Record& record)
-{
-    std::string error;
-    const TelvaneTool::JsonTree tree = TelvaneTool::parseJson(std::string(payload), error);
-    return TelvaneTool::checkRecord(tree.get(), Record::recordTable(), TelvaneTool::Strictness::Receiving)
-               .empty() &&
-           record.Unpackage(tree.get()) == 0;
-}
-
 void checkRecords(std::string_view input)
 {
     ArchiveStore& store = archive().store();
@@ -193,12 +205,12 @@ void checkRecords(std::string_view input)
         if (!lines.read(line, message) || message.isNote()) {
             continue;
         }
-        if (message.channel == "WeldTraceData" && read(message.payload, trace)) {
+        if (message.channel == "WeldTraceData" && TelvaneTool::readRecord(message.payload, trace)) {
             importer.add(trace);
             ++samples;
-        } else if (message.channel == "WeldTriggerStart" && read(message.payload, start)) {
+        } else if (message.channel == "WeldTriggerStart" && TelvaneTool::readRecord(message.payload, start)) {
             importer.add(start, std::string(message.group));
-        } else if (message.channel == "WeldTriggerEnd" && read(message.payload, end)) {
+        } else if (message.channel == "WeldTriggerEnd" && TelvaneTool::readRecord(message.payload, end)) {
             status = importer.add(end);
         }
     }
@@ -229,6 +241,8 @@ void check(char kind, std::string_view input)
         return checkEnvelope(input);
     case 'p':
         return checkEnvelope(pack(input));
+    case 't':
+        return checkBlock(input);
     case 'w':
         return checkCondition(input);
     case 'r':

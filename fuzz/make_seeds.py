@@ -500,6 +500,8 @@ def archive_input_seeds(recording_lines):
         "chunk": b"c" + bytes.fromhex(ARCHIVE_CHUNK),
         "columns": b"d" + bytes([40]) + bytes.fromhex(ARCHIVE_COLUMNS),
         "envelope": b"e" + bytes.fromhex(ARCHIVE_ENVELOPE),
+        "block-numbers": b"t" + struct.pack("<dQd", 18.5, 0x7ff8 << 48, 20.25),
+        "block-texts": b"t" + struct.pack("<III3sIII", 2, 0, 3, b"A-1", 1, 0, 1),
     })
     return seeds
 

@@ -142,22 +142,32 @@ ArchiveStore::Settings withBallast(std::size_t bytes)
     return settings;
 }
 
+/// An archive on a small disk.
+class FullFileSystem : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        if (!m_disk.isMounted()) {
+            GTEST_SKIP() << "only root can mount a file system";
+        }
+    }
+
+    TemporaryDirectory m_directory;
+    const SmallDisk m_disk{m_directory.path("")};
+    const std::string m_path = m_directory.path("welds.db");
+};
+
 } // namespace
 
-TEST(FullDisk, KeepsTheRowsAndGoesOnWhenThereIsRoom)
+TEST_F(FullFileSystem, KeepsTheRowsAndGoesOnWhenThereIsRoom)
 {
-    const TemporaryDirectory directory;
-    const SmallDisk disk(directory.path(""));
-    if (!disk.isMounted()) {
-        GTEST_SKIP() << "only root can mount a file system";
-    }
-    const std::string path = directory.path("welds.db");
     {
-        const auto store = openStore(path, withBallast(600'000));
+        const auto store = openStore(m_path, withBallast(600'000));
         const std::int64_t cutOff = store->begin(makeWeld("cut off"));
         addNoise(*store, cutOff, 0, 2000);
         ASSERT_TRUE(store->commit());
-        disk.fill();
+        m_disk.fill();
 
         addNoise(*store, cutOff, 2000, 17'000); // more than the ballast
         EXPECT_EQ(store->commit().code, Status::Code::Full);
@@ -173,14 +183,14 @@ TEST(FullDisk, KeepsTheRowsAndGoesOnWhenThereIsRoom)
         addNoise(*store, waiting, 0, 1000);
         EXPECT_EQ(store->commit().code, Status::Code::Full);
 
-        disk.empty();
+        m_disk.empty();
         EXPECT_TRUE(store->commit());
         EXPECT_FALSE(store->isFull());
         store->end(waiting, "complete");
         EXPECT_TRUE(store->commit());
         EXPECT_FALSE(store->isDirty());
     }
-    std::map<std::string, Weld> welds = weldsByUid(path);
+    std::map<std::string, Weld> welds = weldsByUid(m_path);
     ASSERT_EQ(welds.size(), 3U);
     for (const auto& [uid, samples, unstored] :
          {std::tuple("cut off", 2000, 15'000), std::tuple("lost", 0, 1000), std::tuple("waiting", 1000, 0)}) {
@@ -189,33 +199,27 @@ TEST(FullDisk, KeepsTheRowsAndGoesOnWhenThereIsRoom)
         EXPECT_EQ(welds[uid].whole(Column::Unstored), unstored) << uid;
         EXPECT_EQ(welds[uid].whole(Column::Missed), 0) << uid;
     }
-    expectSound(path);
+    expectSound(m_path);
 }
 
-TEST(FullDisk, IsOpenedWithTheRoomOfTheBallast)
+TEST_F(FullFileSystem, IsOpenedWithTheRoomOfTheBallast)
 {
-    const TemporaryDirectory directory;
-    const SmallDisk disk(directory.path(""));
-    if (!disk.isMounted()) {
-        GTEST_SKIP() << "only root can mount a file system";
-    }
-    const std::string path = directory.path("welds.db");
     {
-        const auto store = openStore(path, withBallast(400'000));
+        const auto store = openStore(m_path, withBallast(400'000));
         const std::int64_t handle = store->begin(makeWeld("one"));
         addNoise(*store, handle, 0, 2000);
         ASSERT_TRUE(store->commit());
     }
-    disk.fill();
+    m_disk.fill();
     Status status;
     {
-        const auto store = ArchiveStore::open(path, withBallast(400'000), status);
+        const auto store = ArchiveStore::open(m_path, withBallast(400'000), status);
         ASSERT_TRUE(store) << status.text;
         EXPECT_EQ(store->counters().recovered, 1U);
     }
-    disk.empty();
-    EXPECT_EQ(weldsByUid(path)["one"].text(Column::Ending), "killed");
-    expectSound(path);
+    m_disk.empty();
+    EXPECT_EQ(weldsByUid(m_path)["one"].text(Column::Ending), "killed");
+    expectSound(m_path);
 }
 
 TEST(FullDisk, StoresWhatWaitedOnceThereIsRoom)

@@ -6,7 +6,6 @@
 #include "common/cli/Messages.h"
 #include "common/cli/Signals.h"
 #include "common/support/HumanReadable.h"
-#include "common/support/Json.h"
 #include "recording/RecordingReader.h"
 #include "weld/WeldOptions.h"
 
@@ -72,16 +71,6 @@ int importCsv(const Options& options, WeldImporter& importer, Status& status)
     return source.finish();
 }
 
-template <class Record>
-bool read(std::string_view payload, Record& record)
-{
-    std::string error;
-    const TelvaneTool::JsonTree tree = TelvaneTool::parseJson(std::string(payload), error);
-    return TelvaneTool::checkRecord(tree.get(), Record::recordTable(), TelvaneTool::Strictness::Receiving)
-               .empty() &&
-           record.Unpackage(tree.get()) == 0;
-}
-
 int importRecording(const Options& options, WeldImporter& importer, Status& status)
 {
     TelvaneTool::RecordingReader reader;
@@ -96,11 +85,11 @@ int importRecording(const Options& options, WeldImporter& importer, Status& stat
         if (message.isNote()) {
             continue; // the gaps in the numbers of the samples say so, too
         }
-        if (message.channel == "WeldTraceData" && read(message.payload, trace)) {
+        if (message.channel == "WeldTraceData" && TelvaneTool::readRecord(message.payload, trace)) {
             importer.add(trace);
-        } else if (message.channel == "WeldTriggerStart" && read(message.payload, start)) {
+        } else if (message.channel == "WeldTriggerStart" && TelvaneTool::readRecord(message.payload, start)) {
             importer.add(start, std::string(message.group));
-        } else if (message.channel == "WeldTriggerEnd" && read(message.payload, end)) {
+        } else if (message.channel == "WeldTriggerEnd" && TelvaneTool::readRecord(message.payload, end)) {
             status = importer.add(end);
         }
     }

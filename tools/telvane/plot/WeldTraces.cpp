@@ -31,11 +31,7 @@ bool isWeldChannel(std::string_view channel)
 template <class Record>
 bool WeldTraces::read(std::string_view payload, Record& record)
 {
-    // The library would report each invalid key on standard output or standard error.
-    std::string error;
-    const JsonTree tree = parseJson(std::string(payload), error);
-    const bool valid = checkRecord(tree.get(), Record::recordTable(), Strictness::Receiving).empty() &&
-                       record.Unpackage(tree.get()) == 0;
+    const bool valid = readRecord(payload, record);
     m_undecodable += valid ? 0 : 1;
     return valid;
 }
