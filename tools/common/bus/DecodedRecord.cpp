@@ -4,6 +4,7 @@
 #include "common/bus/DecodedRecord.h"
 
 #include "common/bus/RecordCheck.h"
+#include "common/bus/RecordText.h"
 #include "common/support/Json.h"
 
 #include <cerrno>
@@ -14,6 +15,14 @@ namespace TelvaneTool
 
 using Telvane::TelvaneDataTypeBase;
 
+DecodedRecord::DecodedRecord(const Telvane::RecordClass* recordClass) : m_recordClass(recordClass)
+{
+    if (recordClass != nullptr) {
+        const std::unique_ptr<TelvaneDataTypeBase> record(recordClass->build());
+        m_table = record->_recordTable();
+    }
+}
+
 bool DecodedRecord::_packageData(cJSON* /*output*/)
 {
     return false; // never sent
@@ -21,7 +30,7 @@ bool DecodedRecord::_packageData(cJSON* /*output*/)
 
 bool DecodedRecord::_unpackageData(cJSON* input)
 {
-    if (m_recordClass != nullptr) {
+    if (m_recordClass != nullptr && (m_table == nullptr || !isAsWritten(input, *m_table))) {
         m_decodeError = checkRecord(input, m_recordClass->table(), Strictness::Receiving);
         if (m_decodeError.empty()) {
             const std::unique_ptr<TelvaneDataTypeBase> record(m_recordClass->build());
@@ -50,7 +59,7 @@ int DecodedRecord::copy(TelvaneDataTypeBase* other)
 
 TelvaneDataTypeBase* DecodedRecord::BuildNewDataType() const
 {
-    return new DecodedRecord(m_recordClass);
+    return new DecodedRecord(m_recordClass, m_table);
 }
 
 } // namespace TelvaneTool

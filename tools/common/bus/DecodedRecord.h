@@ -14,7 +14,7 @@ class DecodedRecord : public Telvane::TelvaneDataTypeBase
 {
 public:
     /// \param recordClass null to keep payloads as received
-    explicit DecodedRecord(const Telvane::RecordClass* recordClass) : m_recordClass(recordClass) {}
+    explicit DecodedRecord(const Telvane::RecordClass* recordClass);
 
     /// \return the decoded record as JSON on one line; the payload if it could not be decoded
     const std::string& text() const { return m_text; }
@@ -29,7 +29,12 @@ public:
     TelvaneDataTypeBase* BuildNewDataType() const override;
 
 private:
+    DecodedRecord(const Telvane::RecordClass* recordClass, const Telvane::RecordTable* table)
+        : m_recordClass(recordClass), m_table(table)
+    {}
+
     const Telvane::RecordClass* m_recordClass;
+    const Telvane::RecordTable* m_table = nullptr; ///< null if the class writes itself
     std::string m_text;
     std::string m_decodeError;
     std::uint64_t m_replaced = 0;

@@ -1,5 +1,6 @@
 #include "common/support/Json.h"
 
+#include "common/support/JsonPrinter.h"
 #include "common/text/PrintableText.h"
 
 #include <algorithm>
@@ -26,8 +27,12 @@ JsonTree parseJson(const std::string& text, std::string& error)
 
 std::string printJson(const cJSON* tree, bool pretty, std::uint64_t* replaced)
 {
-    const JsonText text(pretty ? cJSON_Print(tree) : cJSON_PrintUnformatted(tree));
-    std::string json = text != nullptr ? text.get() : "";
+    std::string json;
+    if (!pretty) {
+        json = printOnOneLine(tree);
+    } else if (const JsonText text{cJSON_Print(tree)}) {
+        json = text.get();
+    }
     const std::uint64_t invalid = makeJsonPrintable(json);
     if (replaced != nullptr) {
         *replaced = invalid;
