@@ -15,6 +15,7 @@ namespace
 {
 
 constexpr Nanoseconds kConnectAnswer = 10 * kSecond;
+constexpr Nanoseconds kAcknowledgementCheck = 50 * kMillisecond;
 constexpr std::size_t kPacketOverhead = 64; ///< fixed header, identifier and properties without their texts
 
 } // namespace
@@ -150,8 +151,12 @@ int BrokerConnection::waitMilliseconds() const
                              : 500;
 }
 
-bool BrokerConnection::isOverdue(Nanoseconds now) const
+bool BrokerConnection::isOverdue(Nanoseconds now)
 {
+    if (now - m_checked < kAcknowledgementCheck) {
+        return false;
+    }
+    m_checked = now;
     for (const auto& [id, inFlight] : m_inFlight) {
         if (now - inFlight.sent > m_link.settings.broker.acknowledgement) {
             return true;
@@ -174,6 +179,13 @@ void BrokerConnection::reportRefusal(const std::string& topic, int reason)
 /// \return false if the connection ended
 bool BrokerConnection::send(Nanoseconds now)
 {
+    const bool continues = sendAll(now);
+    m_client.endBurst();
+    return continues;
+}
+
+bool BrokerConnection::sendAll(Nanoseconds now)
+{
     if (!m_connected) {
         return true;
     }
@@ -184,7 +196,10 @@ bool BrokerConnection::send(Nanoseconds now)
         }
         m_subscriptions[*id] = m_topicsToSubscribe.front();
     }
-    while (m_client.isWritable() && m_inFlight.size() < m_window) {
+    for (int sent = 0; m_client.isWritable() && m_inFlight.size() < m_window; ++sent) {
+        if (sent == 1) {
+            m_client.beginBurst(); // a message that comes alone is sent at once
+        }
         if (!m_control.empty()) {
             Publication publication = std::move(m_control.front());
             m_control.pop_front();

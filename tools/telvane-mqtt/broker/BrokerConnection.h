@@ -85,9 +85,10 @@ private:
     void received(IncomingMessage message) override;
 
     int waitMilliseconds() const;
-    bool isOverdue(Nanoseconds now) const;
+    bool isOverdue(Nanoseconds now);
     void reportRefusal(const std::string& topic, int reason);
     bool send(Nanoseconds now);
+    bool sendAll(Nanoseconds now);
     bool mayDrain(Nanoseconds now);
     bool isTooLarge(const Publication& publication) const;
     bool sendControl(Publication publication, Nanoseconds now);
@@ -105,6 +106,7 @@ private:
     bool m_farewell = false;
     Nanoseconds m_began = 0;
     Nanoseconds m_drained = 0;
+    Nanoseconds m_checked = 0;
     double m_drainCredit = 1.0;
     std::deque<std::string> m_topicsToSubscribe;
     std::map<int, std::string> m_subscriptions;

@@ -7,8 +7,11 @@
 #include <cstring>
 #include <mosquitto.h>
 #include <mqtt_protocol.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <openssl/ssl.h>
 #include <poll.h>
+#include <sys/socket.h>
 
 namespace TelvaneTool::Mqtt
 {
@@ -20,6 +23,7 @@ constexpr std::uint32_t kSessionExpiry =
     60; ///< seconds; longer than the delay of the will, which would not work
 constexpr std::uint32_t kWillDelay = 10;
 constexpr std::uint32_t kLargestIncoming = 65536; ///< bytes of a packet; the bus takes 16384
+constexpr unsigned kLongestBurst = 32;
 
 /// Owns a list of properties.
 class Properties
@@ -278,6 +282,28 @@ bool MqttClient::isWritable() const
     return !mosquitto_want_write(m_client);
 }
 
+void MqttClient::setSocketOption(int option, int value) const
+{
+    setsockopt(mosquitto_socket(m_client), IPPROTO_TCP, option, &value, sizeof value);
+}
+
+void MqttClient::beginBurst()
+{
+    if (!m_inBurst) {
+        m_inBurst = true;
+        m_burst = 0;
+        setSocketOption(TCP_CORK, 1);
+    }
+}
+
+void MqttClient::endBurst()
+{
+    if (m_inBurst) {
+        m_inBurst = false;
+        setSocketOption(TCP_CORK, 0);
+    }
+}
+
 std::optional<int> MqttClient::publish(const Publication& publication)
 {
     Properties properties;
@@ -288,6 +314,10 @@ std::optional<int> MqttClient::publish(const Publication& publication)
     const int result = mosquitto_publish_v5(
         m_client, &id, publication.topic.c_str(), static_cast<int>(publication.payload.size()),
         publication.payload.data(), publication.qos, publication.retain, *properties.get());
+    if (m_inBurst && ++m_burst == kLongestBurst) {
+        m_burst = 0;
+        setSocketOption(TCP_NODELAY, 1); // sends at once, and the broker has something to do meanwhile
+    }
     return fail(result) ? std::optional<int>(id) : std::nullopt;
 }
 

@@ -78,6 +78,11 @@ public:
     /// \return whether the socket takes more data at once
     bool isWritable() const;
 
+    /// Lets the kernel send messages that follow in few large packets, until endBurst().
+    void beginBurst();
+    /// Sends what beginBurst() has held back.
+    void endBurst();
+
     /// \return the message's identifier; nothing if the connection ended
     std::optional<int> publish(const Publication& publication);
     std::optional<int> subscribe(const std::string& topic);
@@ -94,6 +99,7 @@ private:
     struct Callbacks;
 
     bool fail(int result);
+    void setSocketOption(int option, int value) const;
 
     const BrokerSettings& m_settings;
     const bool m_version5;
@@ -101,6 +107,8 @@ private:
     mosquitto* m_client = nullptr;
     std::string m_error;
     std::string m_tlsError;
+    unsigned m_burst = 0; ///< messages since the kernel was told to send what it has
+    bool m_inBurst = false;
     bool m_answered = false;
     bool m_ended = false;
     bool m_versionRefused = false;

@@ -6,7 +6,6 @@
 #include "common/bus/RecordBuilder.h"
 #include "common/support/Clock.h"
 
-#include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <sys/timex.h>
@@ -34,14 +33,24 @@ bool hasKey(const Telvane::RecordClass& recordClass, const char* key)
 
 std::string isoTime(std::int64_t milliseconds)
 {
+    // Many messages have the same second.
+    thread_local time_t lastSecond = 0;
+    thread_local std::string second = "1970-01-01T00:00:00";
     const auto seconds = static_cast<time_t>(milliseconds / 1000);
-    tm parts = {};
-    gmtime_r(&seconds, &parts);
-    char day[32] = {};
-    std::strftime(day, sizeof day, "%Y-%m-%dT%H:%M:%S", &parts);
-    char text[48] = {};
-    std::snprintf(text, sizeof text, "%s.%03dZ", day, static_cast<int>(milliseconds % 1000));
-    return text;
+    if (seconds != lastSecond) {
+        tm parts = {};
+        gmtime_r(&seconds, &parts);
+        char text[32] = {};
+        std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
+        second = text;
+        lastSecond = seconds;
+    }
+    const auto fraction = static_cast<int>(milliseconds % 1000);
+    char text[] = ".000Z";
+    text[1] = static_cast<char>('0' + fraction / 100);
+    text[2] = static_cast<char>('0' + fraction / 10 % 10);
+    text[3] = static_cast<char>('0' + fraction % 10);
+    return second + text;
 }
 
 WallTime wallTimeNow()
@@ -68,16 +77,19 @@ std::string payloadOf(const OutgoingMessage& message, const Session& session)
     if (!message.text.empty()) {
         return message.text;
     }
-    std::string text = "{\"class\":\"" + message.className + "\",\"session\":" +
-                       std::to_string(message.session != 0 ? message.session : session.number);
+    std::string text;
+    text.reserve(message.body.size() + message.className.size() + 160);
+    text.append("{\"class\":\"").append(message.className).append("\",\"session\":");
+    text += std::to_string(message.session != 0 ? message.session : session.number);
     if (message.number != 0) {
-        text += ",\"n\":" + std::to_string(message.number);
+        text.append(",\"n\":").append(std::to_string(message.number));
     }
-    text += ",\"time\":\"" + message.time.text + "\",\"clockSet\":" + (message.time.isSet ? "true" : "false");
+    text.append(",\"time\":\"").append(message.time.text);
+    text.append("\",\"clockSet\":").append(message.time.isSet ? "true" : "false");
     if (message.dropped != 0) {
-        text += ",\"dropped\":" + std::to_string(message.dropped);
+        text.append(",\"dropped\":").append(std::to_string(message.dropped));
     }
-    return text + "," + message.body + "}";
+    return text.append(",").append(message.body).append("}");
 }
 
 std::string barePayloadOf(const OutgoingMessage& message)
