@@ -72,16 +72,20 @@ void OutgoingQueue::push(OutgoingMessage message, Nanoseconds now)
     }
 }
 
-void OutgoingQueue::wake() const
+void OutgoingQueue::wake()
 {
+    if (m_woken.exchange(true)) {
+        return; // the thread that waits has not looked since
+    }
     const std::uint64_t one = 1;
     [[maybe_unused]] const ssize_t written = write(m_wake.get(), &one, sizeof one);
 }
 
-void OutgoingQueue::clearWake() const
+void OutgoingQueue::clearWake()
 {
     std::uint64_t count = 0;
     [[maybe_unused]] const ssize_t length = read(m_wake.get(), &count, sizeof count);
+    m_woken = false; // what is pushed from now on wakes again, and what was pushed before is taken now
 }
 
 void OutgoingQueue::commit(Nanoseconds now)

@@ -4,6 +4,7 @@
 #include "common/support/FileDescriptor.h"
 #include "telvane-mqtt/queue/Spool.h"
 
+#include <atomic>
 #include <deque>
 #include <map>
 #include <mutex>
@@ -97,7 +98,8 @@ public:
 
     /// \return a descriptor that is readable after push()
     int wakeFd() const { return m_wake.get(); }
-    void clearWake() const;
+    /// Call it before take().
+    void clearWake();
 
 private:
     struct Channel
@@ -121,10 +123,11 @@ private:
     void setDone(const OutgoingMessage& message);
     void noticeNewFile();
     std::size_t onDiskOnly() const;
-    void wake() const;
+    void wake();
 
     const QueueLimits m_limits;
     FileDescriptor m_wake;
+    std::atomic<bool> m_woken{false};
     mutable std::mutex m_mutex;
     std::deque<OutgoingMessage> m_backlog;
     std::deque<OutgoingMessage> m_live;
