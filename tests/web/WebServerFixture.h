@@ -40,10 +40,20 @@ protected:
             EXPECT_TRUE(errno == EINPROGRESS || errno == 0) << errno;
         }
 
+        /// Sends all of a text, unless the server closes the connection first.
         void send(std::string_view text)
         {
-            m_test.run();
-            ::send(m_fd.get(), text.data(), text.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+            m_test.pump([&] {
+                while (!text.empty()) {
+                    const ssize_t length =
+                        ::send(m_fd.get(), text.data(), text.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+                    if (length < 0) {
+                        return errno != EAGAIN; // which also says that it is not connected yet
+                    }
+                    text.remove_prefix(static_cast<std::size_t>(length));
+                }
+                return true;
+            });
             m_test.run();
         }
 
@@ -75,9 +85,10 @@ protected:
             return m_test.pump([&] { return !read(); });
         }
 
-        /// \return a whole answer
+        /// \return a whole answer, without what came before it
         std::string ask(std::string_view request)
         {
+            m_text.clear();
             send(request);
             m_test.pump([&] {
                 const bool open = read();
@@ -119,7 +130,8 @@ protected:
         m_bus.tick(m_now);
         m_server.run(m_now);
     }
-    /// Runs the server until a condition holds.
+    /// Runs the server until a condition holds. The limit is for a server that hangs: other threads, and the kernel's
+    /// delivery, may take as long as they need.
     template <class Condition>
     bool pump(Condition condition)
     {

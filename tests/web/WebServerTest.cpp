@@ -164,8 +164,12 @@ TEST_F(WebServer, StreamsTheState)
     EXPECT_THAT(client.text(), HasSubstr("Content-Type: text/event-stream"));
     EXPECT_THAT(client.text(), HasSubstr("X-Accel-Buffering: no"));
     EXPECT_THAT(client.text(), HasSubstr("Cache-Control: no-store"));
-    pass(StreamClient::kHeartbeat);
-    EXPECT_TRUE(client.await("event: beat"));
+    // Each attempt to connect to the bus may come before the next heartbeat, and puts it off.
+    EXPECT_TRUE(pump([&] {
+        m_now += StreamClient::kHeartbeat / 8;
+        client.read();
+        return client.text().find("event: beat") != std::string::npos;
+    }));
 }
 
 TEST_F(WebServer, ForgetsAStreamWhoseClientHasGone)
@@ -178,9 +182,8 @@ TEST_F(WebServer, ForgetsAStreamWhoseClientHasGone)
     }
     EXPECT_TRUE(pump([&] {
         m_now += kSecond / 10;
-        return m_server.statistics().openStreams == 0;
+        return m_server.statistics().openStreams == 0 && m_server.statistics().openConnections == 0;
     }));
-    EXPECT_EQ(m_server.statistics().openConnections, 0U);
 }
 
 TEST_F(WebServer, EndsWithOpenStreams)
