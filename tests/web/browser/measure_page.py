@@ -83,7 +83,7 @@ def measure_page(cell):
         try:
             page = Page(browser, cell)
             for turn in ("first", "cached"):
-                page.open()
+                page.load()
                 timing = page.js("const n = performance.getEntriesByType('navigation')[0]; return [n.domContentLoadedEventEnd, n.loadEventEnd, "
                                  "performance.getEntriesByType('resource').reduce((sum, r) => sum + r.transferSize, n.transferSize)]")
                 print(f"{turn} load: scripts run after {timing[0]:.0f} ms, loaded after {timing[1]:.0f} ms, {timing[2] / 1000:.0f} kB")

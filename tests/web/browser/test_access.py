@@ -35,7 +35,6 @@ def certificate(tmp_path_factory):
 def test_the_page_asks_for_the_password(chromium, tmp_path, password_file, axe):
     cell = Cell(tmp_path, "--password-file", password_file)
     try:
-        chromium.get_log("browser")
         page = Page(chromium, cell)
         chromium.get(cell.url)
         page.wait(lambda: chromium.find_element(By.ID, "password").is_displayed())
@@ -73,7 +72,9 @@ def test_a_connection_can_be_encrypted(tmp_path, password_file, certificate):
             with urllib.request.urlopen(request, timeout=PATIENCE, context=context) as answer:
                 text = b""
                 while wanted not in text:
-                    text += answer.read1()
+                    part = answer.read1()
+                    assert part, text
+                    text += part
                 if path == "/api/login":
                     assert answer.headers["Set-Cookie"].startswith("__Host-telvane-") and "; Secure" in answer.headers["Set-Cookie"]
         old = subprocess.run(["openssl", "s_client", "-connect", cell.address, "-tls1_1", "-cipher", "ALL:@SECLEVEL=0"], stdin=subprocess.DEVNULL,

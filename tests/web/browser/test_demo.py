@@ -19,7 +19,7 @@ def test_the_demonstration_shows_its_weld_and_leaves_nothing(chromium, tmp_path)
     try:
         page = Page(chromium, SimpleNamespace(url=demo.ready[1])).open()
         page.wait_for_state("ended")
-        assert page.model("m.values.samples") > 100
+        page.wait(lambda: page.model("m.values?.samples ?? 0") > 100)
         page.js("location.hash = 'welds'")
 
         def is_listed():

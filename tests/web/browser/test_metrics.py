@@ -1,13 +1,12 @@
 """The metrics as a real Prometheus takes them."""
 import json
-import socket
 import subprocess
 import time
 import urllib.error
 import urllib.parse
 import urllib.request
 
-from conftest import PATIENCE
+from conftest import PATIENCE, reserve_port
 
 CONFIGURATION = """
 global: {{scrape_interval: 250ms, scrape_timeout: 250ms}}
@@ -15,11 +14,6 @@ scrape_configs:
   - job_name: telvane
     static_configs: [{{targets: ["{target}"]}}]
 """
-
-
-def free_port():
-    with socket.create_server(("127.0.0.1", 0)) as listening:
-        return listening.getsockname()[1]
 
 
 def query(address, expression):
@@ -31,12 +25,13 @@ def query(address, expression):
         return []
 
 
-def test_prometheus_scrapes_the_metrics(cell):
-    (cell.directory / "prometheus.yml").write_text(CONFIGURATION.format(target=cell.address))
-    address = f"127.0.0.1:{free_port()}"
-    with open(cell.directory / "prometheus.log", "w") as log:
+def test_prometheus_scrapes_the_metrics(cell, tmp_path):
+    (tmp_path / "prometheus.yml").write_text(CONFIGURATION.format(target=cell.address))
+    reserved = reserve_port()
+    address = f"127.0.0.1:{reserved.getsockname()[1]}"
+    with open(tmp_path / "prometheus.log", "w") as log:
         prometheus = subprocess.Popen(
-            ["prometheus", f"--config.file={cell.directory}/prometheus.yml", f"--storage.tsdb.path={cell.directory}/data",
+            ["prometheus", f"--config.file={tmp_path}/prometheus.yml", f"--storage.tsdb.path={tmp_path}/data",
              f"--web.listen-address={address}"], stdout=log, stderr=log)
     try:
         cell.weld("--duration", "1.5")
@@ -44,11 +39,14 @@ def test_prometheus_scrapes_the_metrics(cell):
                   'up{job="telvane"}': 1, "telvane_web_bus_connected": 1}
         end = time.monotonic() + PATIENCE
         while wanted and time.monotonic() < end:
+            # While a page looks at the bus, the server asks for its counters each second.
+            urllib.request.urlopen(f"{cell.url}/api/bus", timeout=PATIENCE).close()
             for expression, value in list(wanted.items()):
                 if any(float(result["value"][1]) >= value for result in query(address, expression)):
                     del wanted[expression]
             time.sleep(0.1)
-        assert wanted == {}, (cell.directory / "prometheus.log").read_text()
+        assert wanted == {}, (tmp_path / "prometheus.log").read_text()
     finally:
         prometheus.terminate()
         prometheus.wait(PATIENCE)
+        reserved.close()

@@ -1,15 +1,18 @@
 """The page in a real browser: what is drawn, what is said, and what happens when something breaks."""
 import csv
+import itertools
 import signal
 import statistics
 import urllib.request
 
 import pytest
+from conftest import PATIENCE, Page
 from selenium.webdriver.common.by import By
 from selenium.webdriver.common.keys import Keys
 from selenium.webdriver.support.ui import Select
 
 SPIKE, SPIKE_AT = 777.0, 700
+TAGS = itertools.count(1000)
 MARKUP = '<img src=x onerror="window.pwned=1"><script>window.pwned=1</script>'
 
 
@@ -23,18 +26,28 @@ def write_weld(path, samples=1200):
 
 
 def publish_weld(cell, *options):
-    rows = write_weld(cell.directory / "weld.csv")
-    cell.weld("--csv", cell.directory / "weld.csv", "--amps", "amps", "--volts", "volts", "--period-us", "500", *options)
+    """Publishes a weld. Returns its rows and its tag."""
+    rows, tag = write_weld(cell.directory / "weld.csv"), next(TAGS)
+    cell.weld("--csv", cell.directory / "weld.csv", "--amps", "amps", "--volts", "volts", "--period-us", "500", "--tag", str(tag), *options)
+    return rows, tag
+
+
+def wait_for_weld(page, tag, samples):
+    """Waits until the page has the whole weld with this tag, and shows that it has ended."""
+    page.wait(lambda: page.model("m.state.weld?.tag") == tag and page.state() == "ended"
+              and page.model("m.count.slice(0, m.size).reduce((sum, count) => sum + count, 0)") == samples, f"the weld {tag}")
+
+
+def show_weld(page, cell, *options):
+    rows, tag = publish_weld(cell, *options)
+    wait_for_weld(page, tag, len(rows))
     return rows
 
 
 def test_a_weld_is_drawn_sample_for_sample(page, cell):
     page.open()
-    page.wait_for_state("none")
-    assert page.text("state-word") == "No weld"
-    rows = publish_weld(cell)
-    page.wait_for_state("ended")
-    page.wait(lambda: page.model("m.values && m.values.samples") == len(rows))
+    rows = show_weld(page, cell)
+    assert page.model("m.values.samples") == len(rows)
 
     level, size, period = page.model("[m.level, m.size, m.period]")
     assert period == 0.0005
@@ -73,22 +86,27 @@ def test_set_points_and_units_come_from_the_weld(page, cell):
     page.open()
     cell.publish("WeldTriggerStart", "--as", "WeldTriggerStart", "--set", "tag=12", "--set", "settings.CommandVoltage.Unit=V",
                  "--set", "settings.CommandVoltage.Value=24.5", "--set", "data.amps=A", "--set", "data.volts=V", "--set", "data.wfs=m/min")
-    page.wait_for_state("arc")
+
+    def arc_is_shown():
+        # Without samples for two seconds, which a busy machine can take to look, the weld would not be shown as running.
+        cell.publish("WeldTraceData", "--as", "WeldTraceData", "--set", "data.amps=100")
+        return page.state() == "arc" and "Weld 12" in page.text("state-detail")
+    page.wait(arc_is_shown)
     page.wait(lambda: "24.50 V" in page.text("tile-volts"))
     assert "m/min" in page.text("tile-wfs")
     assert page.js("return document.getElementById('tile-gas').hidden"), "gas is not measured"
-    assert "Weld 12" in page.text("state-detail")
     page.wait_for_state("silent")  # no samples arrive
     assert page.text("state-word") == "No samples"
 
 
 def test_texts_of_the_bus_are_only_ever_text(page, cell):
-    page.open("/#errors")
+    page.open("#errors")
+    before = page.text("errors-list").count(MARKUP)
     cell.publish("TelvaneError", "--as", "TelvaneError", "--set", f"Message={MARKUP}")
     cell.publish("ErrorLogType", "--as", "ErrorLogType", "--set", f"message={MARKUP}", "--set", f"code={MARKUP}")
     cell.publish("WeldTriggerStart", "--as", "WeldTriggerStart", "--set", f"FeederSide={MARKUP}", "--set", f"data.amps={MARKUP}",
                  "--set", f"settings.CommandVoltage.Unit={MARKUP}", "--set", "settings.CommandVoltage.Value=1")
-    page.wait(lambda: page.text("errors-list").count(MARKUP) == 3)
+    page.wait(lambda: page.text("errors-list").count(MARKUP) == before + 3)
     page.js("location.hash = 'live'")
     cut = MARKUP[:40]  # the server sends no longer units
     page.wait(lambda: cut in page.text("tile-amps") and cut in page.text("tile-volts"))
@@ -110,10 +128,12 @@ def test_texts_of_the_bus_are_only_ever_text(page, cell):
     assert page.console() == []
 
 
-def test_a_lost_connection_is_shown_and_found_again(page, cell):
-    page.open()
-    publish_weld(cell, "--speed", "20")
-    page.wait_for_state("ended")
+def test_a_lost_connection_is_shown_and_found_again(chromium, new_cell):
+    cell = new_cell
+    page = Page(chromium, cell).open()
+    page.wait_for_state("none")
+    assert page.text("state-word") == "No weld"
+    show_weld(page, cell, "--speed", "20")
     cell.web.stop(signal.SIGKILL)
     page.wait_for_state("lost")
     assert page.text("state-word") == "No connection"
@@ -121,14 +141,14 @@ def test_a_lost_connection_is_shown_and_found_again(page, cell):
     assert page.js("return document.body.classList.contains('old')"), "old values never look live"
     cell.start_web()
     page.wait_for_state("none")  # a new server has seen no weld
-    publish_weld(cell, "--speed", "20")
-    page.wait_for_state("ended")
+    _, tag = publish_weld(cell, "--speed", "20")
+    wait_for_weld(page, tag, 1200)
 
     # A server that hangs says nothing; only the watchdog notices.
     cell.web.process.send_signal(signal.SIGSTOP)
     page.wait_for_state("lost")
     cell.web.process.send_signal(signal.SIGCONT)
-    page.wait_for_state("ended")
+    wait_for_weld(page, tag, 1200)
     assert page.model("m.values.samples") == 1200
 
     cell.server.stop()
@@ -140,14 +160,14 @@ def test_a_lost_connection_is_shown_and_found_again(page, cell):
 
 def test_both_languages_are_whole(page, cell):
     page.open()
-    page.wait_for_state("none")
+    show_weld(page, cell, "--speed", "20")
     choose = Select(page.browser.find_element(By.ID, "language"))
     choose.select_by_value("de")
-    page.wait(lambda: page.text("state-word") == "Keine Schweißung")
+    page.wait(lambda: page.text("state-word") == "Schweißung beendet")
     assert page.js("return document.documentElement.lang") == "de"
     assert "Strom" in page.text("tiles")
     page.browser.refresh()
-    page.wait(lambda: page.text("state-word") == "Keine Schweißung")
+    page.wait(lambda: page.text("state-word") == "Schweißung beendet")
     # Numbers follow the language, and no text is missing in either.
     assert page.js("return import('/language.js').then((m) => m.number(1234.5, 1))") == "1.234,5"
     for language in ("en", "de"):
@@ -157,13 +177,12 @@ def test_both_languages_are_whole(page, cell):
         assert all(texts.values())
         assert {key for key in texts if texts[key].count("{") != other[key].count("{")} == set()
     Select(page.browser.find_element(By.ID, "language")).select_by_value("en")
-    page.wait(lambda: page.text("state-word") == "No weld")
+    page.wait(lambda: page.text("state-word") == "Weld ended")
 
 
 def test_the_page_is_accessible(page, cell, axe):
     page.open()
-    publish_weld(cell, "--speed", "20")
-    page.wait_for_state("ended")
+    show_weld(page, cell, "--speed", "20")
     cell.publish("TelvaneError", "--as", "TelvaneError", "--set", "Message=gas is low")
     page.js("document.getElementById('numbers').open = true")
     # The checker is not part of the page, whose policy lets nothing be added: the driver runs it.
@@ -176,6 +195,7 @@ def test_the_page_is_accessible(page, cell, axe):
             page.js("location.hash = arguments[0]", view)
             page.wait(lambda: page.text(waited))
             if view == "bus" and theme == "light":
+                page.wait(lambda: page.js("return document.querySelector('button.channel') !== null"))
                 page.browser.find_element(By.CSS_SELECTOR, "button.channel").click()
                 # A few classes of the catalogue are like all others.
                 page.browser.find_element(By.ID, "catalogue-filter").send_keys("metrics")
@@ -202,33 +222,28 @@ def test_the_page_is_accessible(page, cell, axe):
 
 def test_seven_tabs_share_one_stream(page, cell):
     page.open()
-    first = page.browser.current_window_handle
-    for _ in range(6):
-        page.browser.switch_to.new_window("tab")
-        page.browser.get(cell.url)
-    publish_weld(cell, "--speed", "20")
-    page.wait_for_state("ended")
+    page.js("for (let i = 0; i < 6; ++i) { window.open('/'); }")  # they load at the same time
+    page.wait(lambda: len(page.browser.window_handles) == 7)
+    rows, tag = publish_weld(cell, "--speed", "20")
     for handle in page.browser.window_handles:
         page.browser.switch_to.window(handle)
-        page.wait_for_state("ended")
-    with urllib.request.urlopen(f"{cell.url}/metrics", timeout=30) as answer:
-        assert "\ntelvane_web_pages 1\n" in answer.read().decode()
-    for handle in page.browser.window_handles:
-        if handle != first:
-            page.browser.switch_to.window(handle)
-            page.browser.close()
-    page.browser.switch_to.window(first)
+        page.wait_for_stream()
+        wait_for_weld(page, tag, len(rows))
+
+    def one_stream_is_open():
+        with urllib.request.urlopen(f"{cell.url}/metrics", timeout=PATIENCE) as answer:
+            return "\ntelvane_web_pages 1\n" in answer.read().decode()
+    page.wait(one_stream_is_open)  # of the test before, one may end at this moment
 
 
 def test_the_bus_is_shown_as_telvane_top_shows_it(page, cell):
-    page.open("/#bus")
+    page.open("#bus")
     page.wait(lambda: "WeldTriggerEnd" in page.text("channels"))
     page.js("[...document.querySelectorAll('button.channel')].find((b) => b.textContent === 'WeldTriggerEnd').click()")
     page.wait(lambda: "WeldTriggerEnd: no record" in page.text("record-head"))
-    rows = []
 
     def record_is_shown():
-        rows[:] = publish_weld(cell, "--speed", "20")
+        publish_weld(cell, "--speed", "20")
         return "AverageVoltage" in page.text("record")
     page.wait(record_is_shown)
     page.wait(lambda: " V" in page.js("return [...document.querySelectorAll('#record tr')].find((r) => r.textContent.startsWith('AverageVoltage')).textContent"))
@@ -242,8 +257,7 @@ def test_the_bus_is_shown_as_telvane_top_shows_it(page, cell):
 
 def test_the_chart_is_read_with_the_keyboard(page, cell):
     page.open()
-    publish_weld(cell, "--speed", "20")
-    page.wait_for_state("ended")
+    show_weld(page, cell, "--speed", "20")
     page.wait(lambda: page.js("return telvaneView.charts.amps.plot?.data[0].length") == page.model("m.size"))
     plot = page.browser.find_element(By.CSS_SELECTOR, "#chart-amps .plot")
     page.wait(lambda: "777" in plot.get_attribute("aria-label"))
@@ -257,8 +271,7 @@ def test_the_chart_is_read_with_the_keyboard(page, cell):
 
 def test_the_page_fits_a_phone_a_zoomed_window_and_paper(page, cell):
     page.open()
-    publish_weld(cell, "--speed", "20")
-    page.wait_for_state("ended")
+    show_weld(page, cell, "--speed", "20")
     for width in (360, 700, 2560):
         page.browser.execute_cdp_cmd("Emulation.setDeviceMetricsOverride",
                                      {"width": width, "height": 800, "deviceScaleFactor": 2, "mobile": width < 500})
@@ -269,12 +282,10 @@ def test_the_page_fits_a_phone_a_zoomed_window_and_paper(page, cell):
     page.browser.execute_cdp_cmd("Emulation.clearDeviceMetricsOverride", {})
     page.browser.execute_cdp_cmd("Emulation.setEmulatedMedia", {"media": "print"})
     assert page.js("return getComputedStyle(document.querySelector('header')).display") == "none"
-    page.browser.execute_cdp_cmd("Emulation.setEmulatedMedia", {"media": ""})
 
 
-def test_a_day_of_welds_takes_no_more_memory(page, cell):
-    page.open()
-    page.wait_for_state("none")
+def test_a_day_of_welds_takes_no_more_memory(new_page):
+    page = new_page.open()
     # As many updates as a day of short welds brings, as fast as the page can take and draw them.
     run = """
         const done = arguments[arguments.length - 1], m = telvaneModel;
@@ -302,11 +313,9 @@ def test_a_day_of_welds_takes_no_more_memory(page, cell):
 
 def test_the_page_asks_only_its_own_server(page, cell):
     page.open()
-    page.wait_for_state("none")
     names = page.js("return performance.getEntriesByType('resource').map((entry) => entry.name)")
     assert len(names) > 8
     assert [name for name in names if not name.startswith(cell.url + "/")] == []
     # Nothing can be added to the page, not even by a script of its own.
-    page.js("try { document.body.innerHTML = '<p>x</p>'; window.added = 1; } catch { window.refused = 1; }")
+    page.js("window.refused = 0; try { document.body.innerHTML = '<p>x</p>'; } catch { window.refused = 1; }")
     assert page.js("return window.refused") == 1
-    page.browser.get_log("browser")

@@ -43,10 +43,7 @@ def archive(tmp_path_factory):
 
 @pytest.fixture
 def welds(chromium, archive):
-    chromium.get_log("browser")
-    page = Page(chromium, archive)
-    yield page
-    chromium.get("about:blank")
+    return Page(chromium, archive)
 
 
 def rows(page):
@@ -54,7 +51,7 @@ def rows(page):
 
 
 def test_welds_are_listed_filtered_and_compared(welds, archive):
-    welds.open("/#welds")
+    welds.open("#welds")
     welds.wait(lambda: rows(welds) == ["5", "4", "3", "2", "1"])
     assert MARKUP in welds.text("welds-table")
     welds.browser.find_element(By.ID, "filter-part").send_keys("A-1", Keys.ENTER)
@@ -87,7 +84,7 @@ def test_welds_are_listed_filtered_and_compared(welds, archive):
 
 
 def test_a_weld_is_shown_down_to_a_sample(welds, archive):
-    welds.open("/#weld/5")
+    welds.open("#weld/5")
     welds.wait(lambda: welds.js("return telvaneWeld.charts.amps.plot?.data[0].length") == 1000)
     assert welds.js("return Math.max(...telvaneWeld.charts.amps.data[3])") == SPIKE, "no sample is left out"
     moment = SPIKE_AT * 0.0005
@@ -116,7 +113,7 @@ def test_a_weld_is_shown_down_to_a_sample(welds, archive):
 
 
 def test_the_views_of_the_archive_are_accessible(welds, axe):
-    welds.open("/#welds")
+    welds.open("#welds")
     welds.wait(lambda: len(rows(welds)) == 5)
     welds.js(axe + "; window.axe = axe")
     for view, waited in (("welds", "welds-count"), ("weld/5,4", "columns-table")):
@@ -129,7 +126,7 @@ def test_the_views_of_the_archive_are_accessible(welds, axe):
 
 
 def test_files_hold_what_the_archive_holds(welds, archive):
-    welds.open("/#weld/5")
+    welds.open("#weld/5")
     welds.wait(lambda: welds.js("return document.getElementById('weld-csv').href"))
     address = welds.browser.find_element(By.ID, "weld-csv").get_attribute("href")
     with urllib.request.urlopen(address, timeout=PATIENCE) as answer:
