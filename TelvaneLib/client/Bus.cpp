@@ -114,9 +114,11 @@ void BusState::close(bool forGood)
 {
     std::deque<Kept> outbox;
     Held held(lock);
+    revokeDirect();
     if (!m_closed) {
         m_closed = true;
         m_closer = std::this_thread::get_id();
+        m_upLink = nullptr; // so that publish() finds that the bus is closed
         state = ConnectionState::Closed;
         reason = BusError::Closed;
         if (m_link != nullptr) {
@@ -205,6 +207,7 @@ BusStatistics BusState::statistics() const
 {
     const std::lock_guard<std::mutex> guard(lock);
     BusStatistics now = m_counters;
+    now.received = m_received.value();
     now.outboxWaiting = m_outbox.size();
     return now;
 }

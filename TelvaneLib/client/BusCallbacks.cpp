@@ -210,9 +210,8 @@ void BusState::run(Held& held, const EndpointPointer& endpoint, Run where,
     endpoint->running = true;
     endpoint->runner = std::this_thread::get_id();
     held.unlock();
-    bool threw = false;
+    CallbackOutcome outcome;
     bool unanswered = false;
-    char text[200] = "";
     try {
         const CallbackFrame frame(*this, endpoint.get(), where);
         std::unique_ptr<TelvaneDataTypeBase> answer = endpoint->handler->handle(*record, delivery);
@@ -221,22 +220,39 @@ void BusState::run(Held& held, const EndpointPointer& endpoint, Run where,
             unanswered = static_cast<bool>(
                 publish(endpoint->answerChannel, *answer, options.deadline, Absence::Fails).error);
         }
-    } catch (const std::exception& exception) {
-        threw = true;
-        std::snprintf(text, sizeof text, "%s", exception.what());
     } catch (...) {
-        threw = true;
+        outcome.noteException();
     }
     record.reset();
     held.lock();
     ++endpoint->counters.delivered;
     endpoint->counters.unanswered += unanswered ? 1 : 0;
-    if (threw) {
+    finish(held, endpoint, outcome);
+}
+
+/// Only in a handler of an exception.
+void CallbackOutcome::noteException()
+{
+    threw = true;
+    try {
+        // cppcheck-suppress rethrowNoCurrentException ; the caller handles one
+        throw;
+    } catch (const std::exception& exception) {
+        std::snprintf(text, sizeof text, "%s", exception.what());
+    } catch (...) {
+        text[0] = '\0';
+    }
+}
+
+/// Ends the run of a callback that has returned. May release the lock meanwhile.
+void BusState::finish(Held& held, const EndpointPointer& endpoint, const CallbackOutcome& outcome)
+{
+    if (outcome.threw) {
         ++endpoint->counters.threw;
         if (!options.onEvent && endpoint->counters.threw == 1) {
-            writeErrorLine("Telvane: an exception left a callback of the bus: ", text);
+            writeErrorLine("Telvane: an exception left a callback of the bus: ", outcome.text);
         }
-        report(BusEvent::Kind::CallbackThrew, {}, endpoint->name, text);
+        report(BusEvent::Kind::CallbackThrew, {}, endpoint->name, outcome.text);
     }
     if (endpoint->ended && endpoint->endsWaiting == 0) {
         std::unique_ptr<MessageHandler> last = std::move(endpoint->handler);

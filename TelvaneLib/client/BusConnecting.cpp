@@ -67,6 +67,10 @@ void Link::shutDown() const
 
 void BusState::receive()
 {
+    {
+        const std::lock_guard<std::mutex> guard(lock);
+        m_receiver = std::this_thread::get_id();
+    }
     unsigned failures = 0;
     for (;;) {
         LinkPointer link;
@@ -123,6 +127,7 @@ void BusState::beginEpoch(const LinkPointer& link)
     if (m_closed) {
         link->shutDown();
     }
+    revokeDirect();
     m_link = link;
     m_answersDue = 0;
     m_answered = false;
@@ -169,6 +174,7 @@ BusState::Step BusState::nextStep(const LinkPointer& link, Kept& message)
     }
     setBlocking(link->socket.get(), true);
     m_linkUp = true;
+    m_upLink = link.get();
     setState(held, ConnectionState::Connected, {});
     return Step::Done;
 }
@@ -259,9 +265,12 @@ void BusState::endLink(const LinkPointer& link, std::error_code why)
 {
     link->shutDown(); // ends pending sends
     Held held(lock);
+    revokeDirect();
     m_link.reset();
     const bool wasUp = m_linkUp;
     m_linkUp = false;
+    m_upLink = nullptr;
+    forgetIdleLink();
     for (auto& [name, channel] : m_channels) {
         for (const RequestPointer& request : channel.requests) {
             request->fail(m_closed ? BusError::Closed : BusError::Lost);

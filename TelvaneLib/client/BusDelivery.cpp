@@ -2,15 +2,11 @@
 // the callback or queues the record. No packet may end the thread: packets that cannot be read are dropped and
 // counted, and so are messages for a full queue.
 
-#include "base/RecordEngine.h"
 #include "client/BusState.h"
-#include "support/JsonScanner.h"
+#include "client/Relay.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
-#include <new>
-#include <optional>
 #include <string_view>
 
 namespace Telvane::Detail
@@ -25,127 +21,13 @@ constexpr auto kLinger =
 
 } // namespace
 
-/// A relay whose payload is read from its text as long as the text is as a server prints it, else from a tree.
-class Relay
-{
-public:
-    /// \return whether \p text begins as a printed relay
-    bool begin(const char* text)
-    {
-        JsonScanner start(text);
-        if (beginRelay(start, channel, sequence)) {
-            m_payload.emplace(start);
-            m_text = text;
-        }
-        return m_payload.has_value();
-    }
-
-    void begin(JsonTree message)
-    {
-        channel = headerOf(message.get());
-        sequence = sequenceOf(message.get());
-        m_tree = std::move(message);
-    }
-
-    bool hasPayload() const { return m_payload || payloadOf(m_tree.get()) != nullptr; }
-    /// \return false if a read() has found that the text is not JSON
-    bool isJson() const { return m_isJson; }
-
-    /// \return the payload as a record of the class of \p prototype, or null
-    std::unique_ptr<TelvaneDataTypeBase> read(const TelvaneDataTypeBase& prototype)
-    {
-        std::unique_ptr<TelvaneDataTypeBase> record;
-        try {
-            record = newRecord(prototype);
-            if (m_payload && prototype._recordTable() != nullptr) {
-                JsonScanner payload = *m_payload;
-                if (RecordEngine::scan(*record, payload, 1) && endRelay(payload)) {
-                    return record;
-                }
-                record = newRecord(prototype);
-            }
-            if (m_tree == nullptr) {
-                m_tree.reset(cJSON_Parse(m_text));
-                m_isJson = m_tree != nullptr;
-            }
-            cJSON* const payload = payloadOf(m_tree.get());
-            const int result = payload != nullptr ? record->Unpackage(payload) : -EINVAL;
-            if (result == -ENOMEM) {
-                throw std::bad_alloc();
-            }
-            if (result != 0) {
-                record.reset();
-            }
-        } catch (const std::bad_alloc&) {
-            throw;
-        } catch (const std::exception&) {
-            record.reset(); // for example a time without digits
-        }
-        return record;
-    }
-
-    /// \return whether the payload is the answer to one request. \p record is what read() made of it.
-    bool isAddressed(const TelvaneDataTypeBase& record) const
-    {
-        return identifier(record).substr(0, kRequestId.size()) == kRequestId;
-    }
-
-    std::string_view identifier(const TelvaneDataTypeBase& record) const
-    {
-        if (m_tree == nullptr) {
-            return record._id;
-        }
-        const char* const id = cJSON_GetStringValue(cJSON_GetObjectItem(payloadOf(m_tree.get()), "_id"));
-        return id != nullptr ? id : "";
-    }
-
-    std::string_view channel;
-    int sequence = 0;
-
-private:
-    static std::unique_ptr<TelvaneDataTypeBase> newRecord(const TelvaneDataTypeBase& prototype)
-    {
-        std::unique_ptr<TelvaneDataTypeBase> record(prototype.BuildNewDataType());
-        if (record == nullptr) {
-            throw std::bad_alloc();
-        }
-        return record;
-    }
-
-    const char* m_text = nullptr;
-    bool m_isJson = true;
-    std::optional<JsonScanner> m_payload;
-    JsonTree m_tree;
-};
-
-void BusState::take(const char* text)
-{
-    bool outOfMemory = false;
-    try {
-        Relay relay;
-        if (relay.begin(text)) {
-            takeRelay(relay);
-        } else {
-            takeMessage(text);
-        }
-    } catch (const std::bad_alloc&) {
-        outOfMemory = true;
-    }
-    m_targets.clear();
-    m_asked.clear();
-    if (outOfMemory) {
-        const std::lock_guard<std::mutex> guard(lock);
-        ++m_counters.outOfMemory;
-    }
-}
-
 /// Takes a message that has to be parsed.
 void BusState::takeMessage(const char* text)
 {
     JsonTree message(cJSON_Parse(text));
     if (message == nullptr) {
         const std::lock_guard<std::mutex> guard(lock);
-        ++m_counters.received;
+        m_received.add();
         ++m_counters.notJson;
         if (m_link != nullptr && std::strncmp(text, kAnswerStart, std::strlen(kAnswerStart)) == 0) {
             // An answer was lost because memory ran out. A new connection brings a new answer.
@@ -166,7 +48,7 @@ void BusState::takeMessage(const char* text)
 void BusState::takeAnswer(const char* header, const cJSON* message)
 {
     const std::lock_guard<std::mutex> guard(lock);
-    ++m_counters.received;
+    m_received.add();
     const char* const name = channelOf(message);
     if (name == nullptr || m_closed) {
         return;
@@ -210,7 +92,7 @@ void BusState::takeRelay(Relay& relay)
     const Clock::time_point arrival = Clock::now();
     {
         Held held(lock);
-        ++m_counters.received;
+        m_received.add();
         if (!relay.hasPayload()) {
             ++m_counters.withoutPayload;
             return;
@@ -228,6 +110,7 @@ void BusState::takeRelay(Relay& relay)
         }
         m_targets = channel.endpoints;
         m_asked = channel.requests;
+        considerDirect(channel);
         if (m_targets.empty() && m_asked.empty()) {
             ++m_counters.notSubscribed;
             if (channel.lingers && arrival - channel.lastRequest > kLinger) {
@@ -273,18 +156,7 @@ void BusState::deliver(const EndpointPointer& endpoint, Relay& relay, Clock::tim
     if (endpoint->ended || !relay.isJson()) {
         return;
     }
-    Delivery delivery;
-    delivery.sequence = relay.sequence;
-    delivery.epoch = m_counters.connections;
-    delivery.arrival = arrival;
-    // The answer from a server's memory has the number that it had before.
-    const auto step = static_cast<unsigned>(relay.sequence - endpoint->lastSequence) & 0xFFFFU;
-    const bool isOld = record != nullptr && relay.isAddressed(*record) && (step == 0 || step > 0x8000U);
-    if (endpoint->lastEpoch != delivery.epoch || !isOld) {
-        delivery.skippedNumbers = endpoint->lastEpoch == delivery.epoch ? (step - 1) & 0xFFFFU : 0;
-        endpoint->lastEpoch = delivery.epoch;
-        endpoint->lastSequence = relay.sequence;
-    }
+    const Delivery delivery = noteDelivery(*endpoint, relay, record.get(), m_counters.connections, arrival);
     if (record == nullptr) {
         ++endpoint->counters.undecodable;
         return;

@@ -59,6 +59,7 @@ EndpointPointer BusState::addEndpoint(const std::string& channel, const Endpoint
             return nullptr;
         }
     }
+    revokeDirect();
     const auto found = findOrAddChannel(endpoint->name);
     Channel& entry = found->second;
     entry.endpoints.push_back(endpoint);
@@ -95,6 +96,7 @@ void BusState::endEndpoint(const EndpointPointer& endpoint, bool wait)
     std::unique_ptr<MessageHandler> handler;
     EndpointPointer unlisted;
     Held held(lock);
+    revokeDirect();
     if (!endpoint->ended) {
         removeEndpoint(*endpoint, garbage);
         const auto found = m_channels.find(endpoint->name);

@@ -75,6 +75,7 @@ EndpointStatistics BusHandle::statistics() const
     }
     const std::lock_guard<std::mutex> guard(m_endpoint->bus->lock);
     EndpointStatistics now = m_endpoint->counters;
+    now.delivered += m_endpoint->deliveredDirectly.value();
     now.waiting = m_endpoint->messages;
     return now;
 }

@@ -72,16 +72,66 @@ std::error_code BusState::send(const Link& link, const char* text, int length,
     }
 }
 
-std::unique_ptr<PublicationWriter> BusState::takeWriter()
+// A thread owns the writer that it has exchanged out of m_idleWriter, and the writer owns its connection. So
+// takeWriter() may compare the addresses of that connection and of m_upLink: nothing else can have the same one.
+//
+// A lost connection has to be closed although an idle writer refers to it. endLink() changes m_upLink and then looks
+// into m_idleWriter; returnWriter() changes m_idleWriter and then looks at m_upLink. All four operations have one
+// order (they are sequentially consistent), so at least one of the two threads sees what the other has changed. A third
+// thread that has taken the writer in between returns it in the same way.
+
+/// \return a writer with the current connection, or with none if the publication has to be kept; null, with the error
+/// in \p publication, if it can be neither sent nor kept
+std::unique_ptr<Writer> BusState::takeWriter(bool keeps, Publication& publication)
 {
-    PublicationWriter* const idle = m_idleWriter.exchange(nullptr);
-    return std::unique_ptr<PublicationWriter>(idle != nullptr ? idle : new PublicationWriter());
+    std::unique_ptr<Writer> writer(m_idleWriter.exchange(nullptr));
+    const Link* const up = m_upLink;
+    if (writer != nullptr && up != nullptr && writer->link.get() == up) {
+        return writer;
+    }
+    LinkPointer link;
+    {
+        const std::lock_guard<std::mutex> guard(lock);
+        if (m_closed) {
+            publication.error = BusError::Closed;
+        } else if (m_linkUp) {
+            link = m_link;
+        } else if (!keeps) {
+            publication.error = BusError::NotConnected;
+        }
+    }
+    if (publication.error) {
+        if (writer != nullptr) {
+            returnWriter(std::move(writer));
+        }
+        return nullptr;
+    }
+    if (writer == nullptr) {
+        writer = std::make_unique<Writer>();
+    }
+    writer->link = std::move(link);
+    return writer;
 }
 
-void BusState::returnWriter(std::unique_ptr<PublicationWriter> writer)
+/// Keeps the writer for the next publication, with its connection while that lasts.
+void BusState::returnWriter(std::unique_ptr<Writer> writer)
 {
-    // Keep this one. Delete one that another thread has returned meanwhile.
+    const Link* const link = writer->link.get();
+    // Delete a writer that another thread has returned meanwhile.
     writer.reset(m_idleWriter.exchange(writer.release()));
+    if (link != m_upLink) {
+        forgetIdleLink(); // it may have ended after endLink() has looked for it
+    }
+}
+
+/// Lets the connection of the idle writer be closed.
+void BusState::forgetIdleLink()
+{
+    std::unique_ptr<Writer> writer(m_idleWriter.exchange(nullptr));
+    if (writer != nullptr) {
+        writer->link.reset();
+        writer.reset(m_idleWriter.exchange(writer.release()));
+    }
 }
 
 Publication BusState::publish(const std::string& channel, const TelvaneDataTypeBase& record,
@@ -89,32 +139,26 @@ Publication BusState::publish(const std::string& channel, const TelvaneDataTypeB
 {
     Publication publication;
     const bool keeps = absence == Absence::Keeps && options.outbox.messages != 0;
-    LinkPointer link;
-    {
-        const std::lock_guard<std::mutex> guard(lock);
-        if (m_linkUp) {
-            link = m_link;
-        } else if (m_closed || !keeps) {
-            publication.error = m_closed ? BusError::Closed : BusError::NotConnected;
-            return publication;
-        }
-    }
     try {
         // Packaging does not change the record, although the interface of records does not declare it const.
         auto& packaged = const_cast<TelvaneDataTypeBase&>(record);
-        std::unique_ptr<PublicationWriter> writer = takeWriter();
+        std::unique_ptr<Writer> writer = takeWriter(keeps, publication);
+        if (writer == nullptr) {
+            return publication;
+        }
         const char* text = nullptr;
-        const int result = writer->write(channel, packaged, text);
+        const int result = writer->text.write(channel, packaged, text);
+        const int printed = writer->text.length();
         if (result != 0) {
             publication.error = result == -ENOMEM ? BusError::OutOfMemory : BusError::NotWritable;
-        } else if (const auto length = static_cast<std::size_t>(writer->length());
-                   length > Publication::kLimit) {
+        } else if (const auto length = static_cast<std::size_t>(printed); length > Publication::kLimit) {
             publication.size = length < kMessageLimit ? length : std::max(length, measure(channel, packaged));
             publication.error = BusError::TooLarge;
         } else {
             publication.size = length;
+            LinkPointer& link = writer->link;
             do {
-                publication.error = link != nullptr ? send(*link, text, writer->length(), timeout)
+                publication.error = link != nullptr ? send(*link, text, printed, timeout)
                                                     : make_error_code(BusError::NotConnected);
             } while (publication.error == BusError::NotConnected && keeps && !keep(publication, text, link));
         }

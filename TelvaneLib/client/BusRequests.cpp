@@ -62,6 +62,7 @@ std::error_code BusState::request(const std::string& channel, const TelvaneDataT
         if (entry.refused) {
             entry.refused = entry.asked = false;
         }
+        revokeDirect();
         entry.requests.push_back(pending);
         if (!entry.asked) {
             markDirty(*found);

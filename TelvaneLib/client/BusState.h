@@ -9,6 +9,7 @@
 #include <Telvane/Bus.h>
 
 #include "bus/PublicationWriter.h"
+#include "client/DirectTurn.h"
 #include "transport/Envelope.h"
 #include "transport/SeqpacketSocket.h"
 
@@ -51,6 +52,13 @@ struct Link
 };
 using LinkPointer = std::shared_ptr<Link>;
 
+/// A writer with the connection of its last publication.
+struct Writer
+{
+    PublicationWriter text;
+    LinkPointer link;
+};
+
 /// A descriptor for event loops that is readable while there is something to take. It is opened when it is needed.
 class ReadyEvent
 {
@@ -62,6 +70,17 @@ public:
 private:
     FileDescriptor m_event;
     bool m_ready = false;
+};
+
+/// A counter that one thread increments, and any thread reads.
+class OwnCounter
+{
+public:
+    void add() { m_value.store(value() + 1, std::memory_order_relaxed); }
+    std::uint64_t value() const { return m_value.load(std::memory_order_relaxed); }
+
+private:
+    std::atomic<std::uint64_t> m_value{0};
 };
 
 /// A thread of the bus. It shares the ownership of the BusState.
@@ -134,6 +153,7 @@ public:
     bool ended = false;
     std::error_code error;
     EndpointStatistics counters;
+    OwnCounter deliveredDirectly; ///< callbacks that the receiver ran without the lock
     std::uint64_t lastEpoch = 0;
     int lastSequence = 0;
 
@@ -159,6 +179,17 @@ struct Executor
     EndpointPointer first;
     Endpoint* last = nullptr;
     std::size_t messages = 0; ///< messages in the queues of all its endpoints
+};
+
+/// How a callback has returned.
+struct CallbackOutcome
+{
+    CallbackOutcome() { text[0] = '\0'; }
+    /// Only in a handler of an exception.
+    void noteException();
+
+    bool threw = false;
+    char text[200]; ///< of the exception
 };
 
 /// A callback on this thread's stack.
@@ -209,7 +240,7 @@ public:
 
     // BusConnecting.cpp: the receiver thread
     void receive();
-    // BusDelivery.cpp
+    // BusDirect.cpp
     void take(const char* text);
 
     // BusEndpoints.cpp
@@ -284,6 +315,13 @@ private:
     std::chrono::nanoseconds pauseAfter(unsigned failures);
     void setState(Held& held, ConnectionState newState, std::error_code why);
 
+    // BusDirect.cpp
+    void considerDirect(const Channel& channel);
+    bool takeDirectly(Relay& relay);
+    void endDirect();
+    /// Before a change that concerns a subscription. Requires the lock.
+    void revokeDirect() { m_direct.revoke(m_receiver); }
+
     // BusDelivery.cpp
     void takeAnswer(const char* header, const cJSON* message);
     void takeMessage(const char* text);
@@ -310,6 +348,7 @@ private:
     void runOldest(Held& held, const EndpointPointer& endpoint, Run where);
     void run(Held& held, const EndpointPointer& endpoint, Run where,
              std::unique_ptr<TelvaneDataTypeBase> record, const Delivery& delivery);
+    void finish(Held& held, const EndpointPointer& endpoint, const CallbackOutcome& outcome);
     void pushReady(const EndpointPointer& endpoint);
     EndpointPointer popReady(Executor& executor);
     Executor& executorOf(const Endpoint& endpoint);
@@ -320,8 +359,9 @@ private:
     void report(BusEvent::Kind kind, std::error_code why, const std::string& channel, const char* text);
 
     // BusPublishing.cpp
-    std::unique_ptr<PublicationWriter> takeWriter();
-    void returnWriter(std::unique_ptr<PublicationWriter> writer);
+    std::unique_ptr<Writer> takeWriter(bool keeps, Publication& publication);
+    void returnWriter(std::unique_ptr<Writer> writer);
+    void forgetIdleLink();
     static std::error_code send(const Link& link, const char* text, int length,
                                 std::chrono::nanoseconds timeout);
     bool keep(Publication& publication, const char* text, LinkPointer& link);
@@ -347,7 +387,8 @@ private:
     bool m_answered = false; ///< the server has answered a request on this connection
     bool m_pinged = false;
 
-    std::atomic<PublicationWriter*> m_idleWriter{nullptr};
+    std::atomic<Writer*> m_idleWriter{nullptr};
+    std::atomic<const Link*> m_upLink{nullptr}; ///< m_link while it is established; changed with the lock
     std::deque<Kept> m_outbox;
 
     Executor m_worker;
@@ -364,7 +405,8 @@ private:
     OwnThread m_receiverThread;
     OwnThread m_workerThread;
 
-    BusStatistics m_counters;
+    BusStatistics m_counters; ///< without `received`
+    OwnCounter m_received;    ///< of the receiver
     std::uint64_t m_requests = 0;
     std::uint64_t m_identity = 0; ///< in the `_id` of requests
     std::uint64_t m_random = 0;
@@ -372,6 +414,11 @@ private:
 
     std::vector<EndpointPointer> m_targets; ///< of the receiver: who gets the message
     std::vector<RequestPointer> m_asked;    ///< of the receiver: who waits for the message
+    std::thread::id m_receiver;
+    DirectTurn m_direct;
+    std::string m_directName; ///< of the receiver: the channel of m_direct
+    /// Of the receiver: the only recipient of the last message, if that was taken with the lock. Only compared.
+    const Endpoint* m_lastOnly = nullptr;
 };
 
 } // namespace Telvane::Detail
