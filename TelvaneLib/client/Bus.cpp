@@ -112,7 +112,7 @@ void* runWorker(void* argument)
 
 void BusState::close(bool forGood)
 {
-    std::deque<Kept> outbox;
+    std::list<Kept> outbox;
     Held held(lock);
     revokeDirect();
     if (!m_closed) {

@@ -152,6 +152,11 @@ void BusState::answerRequests(Relay& relay)
 void BusState::deliver(const EndpointPointer& endpoint, Relay& relay, Clock::time_point arrival)
 {
     std::unique_ptr<TelvaneDataTypeBase> record = relay.read(*endpoint->prototype);
+    std::list<Item> message; // allocated and destroyed without the lock, and so is what it replaces
+    std::list<Item> dropped;
+    if (!endpoint->inReceiver()) {
+        message.emplace_back();
+    }
     Held held(lock);
     if (endpoint->ended || !relay.isJson()) {
         return;
@@ -165,17 +170,17 @@ void BusState::deliver(const EndpointPointer& endpoint, Relay& relay, Clock::tim
         run(held, endpoint, Run::Direct, std::move(record), delivery);
         return;
     }
-    Item item;
+    Item& item = message.front();
     item.kind = Item::Kind::Message;
     item.record = std::move(record);
     item.delivery = delivery;
-    enqueue(held, endpoint, std::move(item));
+    enqueue(endpoint, message, dropped);
 }
 
-/// Queues a message. Never waits: a full queue drops a message.
-void BusState::enqueue(Held& held, const EndpointPointer& endpoint, Item item)
+/// Moves a message to a queue. Never waits: from a full queue, the oldest message moves to \p dropped, or \p message
+/// stays where it is.
+void BusState::enqueue(const EndpointPointer& endpoint, std::list<Item>& message, std::list<Item>& dropped)
 {
-    Item dropped; // destroyed without the lock
     const Limit& limit = endpoint->settings.limit;
     const bool isQueue = endpoint->settings.kind == EndpointSettings::Kind::Queue;
     if (endpoint->messages >= std::max<std::size_t>(limit.messages, 1)) {
@@ -185,16 +190,15 @@ void BusState::enqueue(Held& held, const EndpointPointer& endpoint, Item item)
             report(BusEvent::Kind::MessagesDropped, {}, endpoint->name, "");
         }
         if (limit.overflow == Overflow::DropNewest) {
-            held.unlock();
             return;
         }
-        dropped = endpoint->takeOldest(true);
+        endpoint->takeOldest(true, dropped);
         --endpoint->messages;
         if (!isQueue) {
             --executorOf(*endpoint).messages;
         }
     }
-    endpoint->items.push_back(std::move(item));
+    endpoint->items.splice(endpoint->items.end(), message);
     ++endpoint->messages;
     if (isQueue) {
         endpoint->updateEvent();
@@ -206,7 +210,6 @@ void BusState::enqueue(Held& held, const EndpointPointer& endpoint, Item item)
             helper->changed.notify_all();
         }
     }
-    held.unlock();
 }
 
 } // namespace Telvane::Detail

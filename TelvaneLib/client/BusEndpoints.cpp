@@ -19,16 +19,14 @@ constexpr std::size_t kMaxChanges = 16; ///< limit of the connection changes in 
 
 } // namespace
 
-/// Takes the oldest item that is a message, or the oldest that is none. There must be one.
-Item Endpoint::takeOldest(bool isMessage)
+/// Moves the oldest item that is a message, or the oldest that is none, to \p to. There must be one.
+void Endpoint::takeOldest(bool isMessage, std::list<Item>& to)
 {
     auto oldest = items.begin();
     while ((oldest->kind == Item::Kind::Message) != isMessage) {
         ++oldest;
     }
-    Item item = std::move(*oldest);
-    items.erase(oldest);
-    return item;
+    to.splice(to.end(), items, oldest);
 }
 
 EndpointPointer BusState::addEndpoint(const std::string& channel, const EndpointSettings& settings,
@@ -74,7 +72,7 @@ EndpointPointer BusState::addEndpoint(const std::string& channel, const Endpoint
 
 /// Marks an endpoint as ended. Destroys nothing, because the lock is held.
 /// \param[out] garbage items that the caller destroys without the lock
-void BusState::removeEndpoint(Endpoint& endpoint, std::deque<Item>& garbage)
+void BusState::removeEndpoint(Endpoint& endpoint, std::list<Item>& garbage)
 {
     endpoint.ended = true;
     if (!endpoint.error) {
@@ -92,7 +90,7 @@ void BusState::removeEndpoint(Endpoint& endpoint, std::deque<Item>& garbage)
 
 void BusState::endEndpoint(const EndpointPointer& endpoint, bool wait)
 {
-    std::deque<Item> garbage;
+    std::list<Item> garbage;
     std::unique_ptr<MessageHandler> handler;
     EndpointPointer unlisted;
     Held held(lock);
@@ -232,14 +230,16 @@ void BusState::pushToQueues(Item::Kind kind, std::error_code why)
                 continue; // the first connection is not reported
             }
             endpoint->knowsLoss = kind == Item::Kind::Lost;
-            if (endpoint->items.size() - endpoint->messages >= kMaxChanges) {
-                endpoint->takeOldest(false);
-            }
             try {
-                Item item;
-                item.kind = kind;
-                item.reason = why;
-                endpoint->items.push_back(std::move(item));
+                std::list<Item> change;
+                if (endpoint->items.size() - endpoint->messages >= kMaxChanges) {
+                    endpoint->takeOldest(false, change);
+                } else {
+                    change.emplace_back();
+                }
+                change.front().kind = kind;
+                change.front().reason = why;
+                endpoint->items.splice(endpoint->items.end(), change);
             } catch (const std::bad_alloc&) {
                 ++m_counters.outOfMemory;
             }

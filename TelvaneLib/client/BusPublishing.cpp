@@ -174,7 +174,8 @@ Publication BusState::publish(const std::string& channel, const TelvaneDataTypeB
 /// \return false if there is a new connection meanwhile, which \p link is set to
 bool BusState::keep(Publication& publication, const char* text, LinkPointer& link)
 {
-    Kept kept{text, Clock::now()};
+    std::list<Kept> kept; // allocated without the lock
+    kept.push_back({text, Clock::now()});
     const std::lock_guard<std::mutex> guard(lock);
     if (m_closed) {
         publication.error = BusError::Closed;
@@ -184,12 +185,12 @@ bool BusState::keep(Publication& publication, const char* text, LinkPointer& lin
         link = m_link;
         return false;
     }
-    dropExpired(kept.since);
+    dropExpired(kept.front().since);
     if (m_outbox.size() >= options.outbox.messages) {
         m_outbox.pop_front();
         ++m_counters.outboxDropped;
     }
-    m_outbox.push_back(std::move(kept));
+    m_outbox.splice(m_outbox.end(), kept);
     publication.error.clear();
     publication.queued = true;
     return true;

@@ -15,7 +15,7 @@
 
 #include <atomic>
 #include <condition_variable>
-#include <deque>
+#include <list>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -146,7 +146,7 @@ public:
     std::unique_ptr<TelvaneDataTypeBase> prototype;
     std::unique_ptr<MessageHandler> handler;
 
-    std::deque<Item> items;
+    std::list<Item> items;
     std::size_t messages = 0; ///< number of items that are messages
     bool overflowing = false; ///< messages were dropped since the queue was last empty
     bool knowsLoss = false;   ///< queues: the last connection change in the queue was a loss
@@ -165,7 +165,7 @@ public:
     bool ready = false; ///< in the list of an executor
     EndpointPointer nextReady;
 
-    Item takeOldest(bool isMessage);
+    void takeOldest(bool isMessage, std::list<Item>& to);
 
     /// Makes the descriptor of a queue readable, or not.
     void updateEvent() { event.update(isReadable()); }
@@ -328,10 +328,10 @@ private:
     void takeRelay(Relay& relay);
     void answerRequests(Relay& relay);
     void deliver(const EndpointPointer& endpoint, Relay& relay, Clock::time_point arrival);
-    void enqueue(Held& held, const EndpointPointer& endpoint, Item item);
+    void enqueue(const EndpointPointer& endpoint, std::list<Item>& message, std::list<Item>& dropped);
 
     // BusEndpoints.cpp
-    void removeEndpoint(Endpoint& endpoint, std::deque<Item>& garbage);
+    void removeEndpoint(Endpoint& endpoint, std::list<Item>& garbage);
     bool endsEachOther(const Endpoint& endpoint) const;
     void pushToQueues(Item::Kind kind, std::error_code why);
 
@@ -389,12 +389,12 @@ private:
 
     std::atomic<Writer*> m_idleWriter{nullptr};
     std::atomic<const Link*> m_upLink{nullptr}; ///< m_link while it is established; changed with the lock
-    std::deque<Kept> m_outbox;
+    std::list<Kept> m_outbox;
 
     Executor m_worker;
     Executor m_dispatcher;
     std::condition_variable m_work;
-    std::deque<BusEvent> m_events;
+    std::list<BusEvent> m_events;
     bool m_eventRuns = false;
     ReadyEvent m_dispatchEvent;
     PendingRequest* m_helpers = nullptr;
