@@ -3,7 +3,8 @@
 // A thread that adds or removes a subscription marks its channel. One thread at a time works through the marked
 // channels and sends the requests that the server needs, so requests of two threads cannot overtake each other. If
 // the server does not accept a request within kSendDeadline, the bus disconnects: its knowledge of the server's
-// subscriptions would no longer be certain.
+// subscriptions would no longer be certain. While kWindow subscribe requests are unanswered, the marked channels wait; the
+// receiver goes on when an answer arrives.
 
 #include "client/BusState.h"
 
@@ -14,6 +15,7 @@ namespace
 {
 
 constexpr auto kSendDeadline = std::chrono::seconds(1);
+constexpr auto kAnswersLost = std::chrono::seconds(1); ///< without any answer while the window is full
 
 } // namespace
 
@@ -70,7 +72,10 @@ bool BusState::takeDirtyChannel(std::string& message, Channels::value_type*& cha
         entry.active = entry.refused = false;
         if (wanted) {
             ++entry.answersDue;
-            ++m_answersDue;
+            if (++m_answersDue == kWindow) {
+                m_windowFull = true;
+                m_windowEnd = Clock::now() + kAnswersLost;
+            }
         }
         channel = next;
         return true;
@@ -93,7 +98,7 @@ void BusState::updateServer(Held& held)
     m_updating = true;
     Channels::value_type* channel = nullptr;
     std::string message;
-    while (m_linkUp) {
+    while (m_linkUp && m_answersDue < kWindow) {
         const LinkPointer link = m_link;
         std::error_code sent;
         try {

@@ -1,10 +1,9 @@
 // The receiver thread: connects, subscribes, receives until the connection is lost, and starts again.
 //
 // While the connection is being established, the socket is non-blocking: the thread sends subscribe requests, reads
-// their answers, and then sends the messages of the outbox. It gives up after kAnswerDeadline without progress. At
-// most kWindow requests are unanswered at a time, because the server drops messages that do not fit into this
-// socket, including its answers. On an established connection, the thread blocks in recv(), which costs one system
-// call per message; shutting the socket down wakes it.
+// their answers, and then sends the messages of the outbox. It gives up after kAnswerDeadline without progress. On an
+// established connection, the thread blocks in recv(), which costs one system call per message; shutting the socket
+// down wakes it. Only while kWindow subscribe requests are unanswered, it also waits for their deadline.
 
 #include "client/BusState.h"
 
@@ -23,8 +22,7 @@ namespace
 {
 
 constexpr auto kAnswerDeadline = std::chrono::seconds(3); ///< without any progress
-constexpr int kWindow = 32;
-constexpr const char* kPingChannel = "TelvaneBus"; ///< for a request if there is no subscription
+constexpr const char* kPingChannel = "TelvaneBus";        ///< for a request if there is no subscription
 
 void setBlocking(int fd, bool blocking)
 {
@@ -130,6 +128,7 @@ void BusState::beginEpoch(const LinkPointer& link)
     revokeDirect();
     m_link = link;
     m_answersDue = 0;
+    m_windowFull = false;
     m_answered = false;
     m_pinged = false;
     ++m_counters.connections;
@@ -246,10 +245,34 @@ std::error_code BusState::receiveSome(const LinkPointer& link)
     return {};
 }
 
+/// Waits for a packet while the window is full. At the end of the window, the answers count as lost, and the next
+/// requests are sent. The thread need not be woken for this: a server drops answers only while packets wait in this
+/// socket, so the thread takes one of those after m_windowFull was set.
+/// \return whether there is one; false also if it has sent requests
+bool BusState::awaitPacket(const Link& link)
+{
+    int timeout = 0;
+    {
+        Held held(lock);
+        timeout = pollTimeout(m_windowEnd);
+        if (timeout == 0) {
+            m_answersDue = 0;
+            m_windowFull = false;
+            updateServer(held);
+            return false;
+        }
+    }
+    pollfd watched = {link.socket.get(), POLLIN, 0};
+    return poll(&watched, 1, timeout) != 0;
+}
+
 void BusState::receiveUntilLost(const LinkPointer& link)
 {
     char buffer[kMessageLimit];
     for (;;) {
+        if (m_windowFull && !awaitPacket(*link)) {
+            continue;
+        }
         const int length = receivePacket(link->socket.get(), buffer);
         if (length < 0 && errno == EINTR) {
             continue;

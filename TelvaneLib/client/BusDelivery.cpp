@@ -47,8 +47,18 @@ void BusState::takeMessage(const char* text)
 
 void BusState::takeAnswer(const char* header, const cJSON* message)
 {
-    const std::lock_guard<std::mutex> guard(lock);
+    Held held(lock);
     m_received.add();
+    noteAnswer(header, message);
+    if (m_windowFull && m_answersDue < kWindow) {
+        m_windowFull = false;
+        updateServer(held);
+    }
+}
+
+/// Requires the lock.
+void BusState::noteAnswer(const char* header, const cJSON* message)
+{
     const char* const name = channelOf(message);
     if (name == nullptr || m_closed) {
         return;
@@ -63,7 +73,7 @@ void BusState::takeAnswer(const char* header, const cJSON* message)
     }
     Channel& channel = found->second;
     --channel.answersDue;
-    --m_answersDue;
+    m_answersDue -= m_answersDue > 0 ? 1 : 0; // it may have been given up
     if (channel.answersDue > 0 || !channel.asked) {
         eraseIfIdle(found);
         return;

@@ -30,6 +30,10 @@ namespace Telvane::Detail
 
 using Clock = std::chrono::steady_clock;
 
+/// Number of subscribe requests that may be unanswered. The server drops messages that do not fit into this socket,
+/// including its answers.
+constexpr int kWindow = 32;
+
 /// The start of the `_id` of every request, which no other `_id` has.
 constexpr std::string_view kRequestId = "request:";
 
@@ -309,6 +313,7 @@ private:
     std::error_code receiveSome(const LinkPointer& link);
     void beginEpoch(const LinkPointer& link);
     void receiveUntilLost(const LinkPointer& link);
+    bool awaitPacket(const Link& link);
     void endLink(const LinkPointer& link, std::error_code why);
     void attemptFailed(std::error_code why);
     bool sleepFor(std::chrono::nanoseconds pause);
@@ -324,6 +329,7 @@ private:
 
     // BusDelivery.cpp
     void takeAnswer(const char* header, const cJSON* message);
+    void noteAnswer(const char* header, const cJSON* message);
     void takeMessage(const char* text);
     void takeRelay(Relay& relay);
     void answerRequests(Relay& relay);
@@ -382,9 +388,11 @@ private:
     bool m_linkUp = false; ///< m_link is established
     Channels m_channels;
     std::vector<Channels::value_type*> m_dirtyChannels;
-    bool m_updating = false; ///< a thread is in updateServer
-    int m_answersDue = 0;    ///< the sum of all channels' answersDue
-    bool m_answered = false; ///< the server has answered a request on this connection
+    bool m_updating = false;       ///< a thread is in updateServer
+    int m_answersDue = 0;          ///< the sum of all channels' answersDue, without those that were given up
+    Clock::time_point m_windowEnd; ///< of a full window: when the answers are given up
+    std::atomic<bool> m_windowFull{false}; ///< kWindow answers are due; changed with the lock
+    bool m_answered = false;               ///< the server has answered a request on this connection
     bool m_pinged = false;
 
     std::atomic<Writer*> m_idleWriter{nullptr};

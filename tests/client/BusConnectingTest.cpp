@@ -3,6 +3,7 @@
 #include "helpers/BusClientTestSupport.h"
 
 #include <csignal>
+#include <deque>
 #include <sys/stat.h>
 #include <sys/wait.h>
 
@@ -242,6 +243,81 @@ TEST_F(ServerWithoutManners, AnswersRubbish)
     EXPECT_EQ(bus.state(), ConnectionState::Connecting);
     peer.send(response(".unsubscribe", false, "TelvaneBus"));
     EXPECT_EQ(bus.waitConnected(kTimeout), std::error_code());
+}
+
+/// A bus on a server that answers when the test says so.
+class ServerThatAnswersLate : public ServerWithoutManners
+{
+protected:
+    ServerThatAnswersLate()
+    {
+        EXPECT_EQ(peer.receive(), printedUnsubscribeRequest("TelvaneBus"));
+        peer.send(response(".unsubscribe", false, "TelvaneBus"));
+        EXPECT_EQ(bus.waitConnected(kTimeout), std::error_code());
+    }
+    ~ServerThatAnswersLate() override { peer.close(); }
+
+    void subscribeTo(int channels)
+    {
+        for (int i = 0; i < channels; ++i) {
+            queues.push_back(bus.queue<LogData>("Channel" + std::to_string(i) + "."));
+        }
+    }
+
+    /// \return the channel of the next subscribe request
+    std::string nextChannel() const
+    {
+        const std::string request = peer.receive();
+        const std::size_t begin = request.find("Channel");
+        std::string channel = request.substr(begin, request.find('.', begin) + 1 - begin);
+        EXPECT_EQ(request, printedSubscribeRequest(channel));
+        return channel;
+    }
+
+    bool hasMore() const
+    {
+        pollfd entry = {peer.descriptor(), POLLIN, 0};
+        return ::poll(&entry, 1, 0) == 1;
+    }
+
+    static constexpr std::size_t kWindow = 32;
+    Bus bus{server.path(), impatient()};
+    RawPeer peer = server.accept();
+    std::vector<Queue<LogData>> queues;
+};
+
+TEST_F(ServerThatAnswersLate, GetsAFewSubscriptionsAtATime)
+{
+    constexpr int kChannels = 100;
+    subscribeTo(kChannels); // sends, before it returns, all that may be sent
+    std::deque<std::string> unanswered;
+    while (hasMore()) {
+        unanswered.push_back(nextChannel());
+    }
+    EXPECT_EQ(unanswered.size(), kWindow);
+    for (int unsent = kChannels - static_cast<int>(unanswered.size()); !unanswered.empty(); --unsent) {
+        peer.send(response(".subscribe", true, unanswered.front()));
+        unanswered.pop_front();
+        if (unsent > 0) {
+            unanswered.push_back(nextChannel());
+        }
+    }
+    for (const Queue<LogData>& queue : queues) {
+        EXPECT_EQ(queue.waitActive(kTimeout), std::error_code());
+    }
+}
+
+TEST_F(ServerThatAnswersLate, MayLoseItsAnswers)
+{
+    subscribeTo(static_cast<int>(kWindow) + 1);
+    for (std::size_t i = 0; i < kWindow; ++i) {
+        nextChannel();
+    }
+    // It loses answers only while messages wait for the bus.
+    peer.send(relay("Channel0.", 1, R"({"log":"x"})"));
+    EXPECT_EQ(nextChannel(), "Channel" + std::to_string(kWindow) + ".");
+    EXPECT_TRUE(queues.front().next(kTimeout));
+    EXPECT_EQ(bus.statistics().connections, 1U);
 }
 
 TEST_F(ServerWithoutManners, ClosesEachConnectionAtOnce)
