@@ -67,6 +67,8 @@ void StatusResponder::start(const std::string& path)
         }
         return result;
     };
+    // If the server refuses or ends the connection, nothing else ends a send.
+    m_client.install_OnConnectionLost([](Telvane::EventClient& client) { client.Disconnect(); });
     if (m_client.Connect(path) != 0 || subscribe(kChannelsStatus, &StatusResponder::sendChannels) != 0 ||
         subscribe(kClientsStatus, &StatusResponder::sendClients) != 0) {
         printError("status requests are disabled: the server refused its own connection");
