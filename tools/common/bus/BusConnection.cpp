@@ -1,5 +1,5 @@
 // Where a command could block, and what ends it:
-// - Connect() to a suspended server: the watchdog exits the process;
+// - Connect() to a suspended server: the watchdog exits the process at the end of the waiting time;
 // - Publish() after the server died: the client reports the lost connection, and Disconnect() unblocks the call;
 // - Publish() to a suspended server: waits as intended; after a signal the watchdog disconnects;
 // - Subscribe() when the server dies: returns after a second, or when the watchdog disconnects;
@@ -30,11 +30,13 @@ namespace TelvaneTool
 namespace
 {
 
-constexpr Nanoseconds kConnectLimit = 900 * kMillisecond;
+constexpr Nanoseconds kConnectLimit = 900 * kMillisecond;    ///< without --wait
 constexpr Nanoseconds kDisconnectAfter = 200 * kMillisecond; ///< of a stop, to unblock a send
 constexpr Nanoseconds kExitAfter = 700 * kMillisecond;       ///< of a stop
 constexpr Nanoseconds kMaxRefusal = kSecond;                 ///< from the connect to the refusal
 constexpr std::chrono::milliseconds kEndOfServer{100};
+/// A deadline decades away does not fit into a 32-bit time_t or a number of milliseconds: the wait would return at once.
+constexpr Nanoseconds kMaxWait = 3600 * kSecond;
 constexpr const char* kRefused = "the server refused; its log has the reason, a limit or its policy";
 constexpr const char* kSilent = "the server does not respond";
 constexpr std::size_t kMaxPath = sizeof(sockaddr_un::sun_path) - 1;
@@ -77,10 +79,10 @@ int BusConnection::connect(const std::string& path, double wait)
     }
     const Nanoseconds deadline = monotonicNow() + nanoseconds(wait);
     for (;;) {
-        m_connectTime = monotonicNow();
+        m_connectEnd = std::max(deadline, monotonicNow() + kConnectLimit);
         wakeWatchdog();
         const int result = m_client.Connect(path);
-        m_connectTime = 0;
+        m_connectEnd = 0;
         m_connectedTime = monotonicNow();
         if (result == 0) {
             return kSuccess;
@@ -204,8 +206,6 @@ void BusConnection::wakeWatchdog() const
 
 void BusConnection::waitOnce(std::unique_lock<std::mutex>& guard, Nanoseconds deadline)
 {
-    // A deadline decades away does not fit into a 32-bit time_t: the wait would return at once.
-    constexpr Nanoseconds kMaxWait = 3600 * kSecond;
     if (deadline < 0) {
         m_condition.wait(guard);
     } else {
@@ -219,7 +219,6 @@ bool BusConnection::awaitInput(int fd, Nanoseconds deadline) const
 {
     pollfd watched[] = {{fd, POLLIN, 0}, {m_stopEvent.get(), POLLIN, 0}};
     const auto timeout = [deadline] {
-        constexpr Nanoseconds kMaxWait = 3600 * kSecond;
         const Nanoseconds left = std::clamp<Nanoseconds>(deadline - monotonicNow(), 0, kMaxWait);
         return deadline == kNoDeadline ? -1 : static_cast<int>((left + kMillisecond - 1) / kMillisecond);
     };
@@ -270,8 +269,8 @@ void BusConnection::watch()
         watched[2].revents = 0;
 
         const Nanoseconds now = monotonicNow();
-        const Nanoseconds connecting = m_connectTime;
-        if (connecting != 0 && now - connecting >= kConnectLimit && !m_finished) {
+        const Nanoseconds connectEnd = m_connectEnd;
+        if (connectEnd != 0 && now >= connectEnd && !m_finished) {
             restoreTerminal();
             printError("cannot connect to " + m_path + ": the server does not accept connections");
             _exit(kBusFailure);
@@ -290,13 +289,13 @@ void BusConnection::watch()
 Nanoseconds BusConnection::watchTimeout() const
 {
     const Nanoseconds now = monotonicNow();
-    const Nanoseconds connecting = m_connectTime;
+    const Nanoseconds connectEnd = m_connectEnd;
     if (stopping()) {
         const Nanoseconds stopped = now - m_stopTime;
         return std::max<Nanoseconds>(0,
                                      (stopped < kDisconnectAfter ? kDisconnectAfter : kExitAfter) - stopped);
     }
-    return connecting != 0 ? std::max<Nanoseconds>(0, connecting + kConnectLimit - now) : -1;
+    return connectEnd != 0 ? std::clamp<Nanoseconds>(connectEnd - now, 0, kMaxWait) : -1;
 }
 
 void BusConnection::takeSignal()

@@ -148,7 +148,7 @@ private:
     std::atomic<Nanoseconds> m_stopTime{0};
     std::atomic<int> m_signal{0};
     std::atomic<int> m_outputError{0};
-    std::atomic<Nanoseconds> m_connectTime{0}; ///< start of the connect in progress, or 0
+    std::atomic<Nanoseconds> m_connectEnd{0}; ///< latest end of the connect in progress, or 0
     std::atomic<Nanoseconds> m_connectedTime{0};
     std::atomic<bool> m_returned{false}; ///< finish() has been called: the main thread does not hang
     std::atomic<bool> m_finished{false};

@@ -18,6 +18,8 @@ namespace
 
 /// Even a busy server responds within milliseconds.
 constexpr Nanoseconds kTimeout = 3 * kSecond;
+/// A server that has just started may not take requests yet, and loses them.
+constexpr Nanoseconds kRepeat = kSecond / 2;
 
 } // namespace
 
@@ -50,10 +52,13 @@ int StatusClient::start(bool clients)
     if (result != kSuccess) {
         return result;
     }
-    request();
-    const Nanoseconds timeout = std::max(kTimeout, nanoseconds(m_bus.wait()));
-    if (m_bus.waitFor([this] { return complete(); }, monotonicNow() + timeout) || m_bus.stopping()) {
-        return kSuccess;
+    const Nanoseconds deadline = monotonicNow() + std::max(kTimeout, nanoseconds(m_bus.wait()));
+    while (monotonicNow() < deadline) {
+        request();
+        const Nanoseconds next = std::min(deadline, monotonicNow() + kRepeat);
+        if (m_bus.waitFor([this] { return complete(); }, next) || m_bus.stopping()) {
+            return kSuccess;
+        }
     }
     printError("the server does not report its channels; start it with telvane serve, without --no-status");
     return kBusFailure;

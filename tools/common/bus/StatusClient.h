@@ -15,7 +15,7 @@ class StatusClient
 public:
     explicit StatusClient(BusConnection& bus) : m_bus(bus) {}
 
-    /// Subscribes to the responses, sends a request and waits for the first response. Prints an error on failure.
+    /// Subscribes to the responses, sends requests and waits for the first response. Prints an error on failure.
     /// \param clients request the clients as well
     /// \return an exit code; kSuccess also if the connection is stopping
     int start(bool clients);
