@@ -71,6 +71,21 @@ TEST_F(WebServer, LoadsTheWholePageWithLessThan150Kilobytes)
     EXPECT_LT(sum, 150'000U);
 }
 
+TEST_F(WebServer, ServesEachScriptWithItsModules)
+{
+    const std::string page = bodyOf(get("/app.js"));
+    for (const char* const module : {"/archive.js", "/dom.js", "/language.js", "/live.js", "/welds.js"}) {
+        EXPECT_THAT(page, HasSubstr("modules[\"" + std::string(module) + "\"] = (() => {")) << module;
+        EXPECT_THAT(get(module), StartsWith("HTTP/1.1 404")) << "it is not loaded by itself";
+    }
+    EXPECT_LT(page.find("modules[\"/dom.js\"] ="), page.find("modules[\"/live.js\"] ="))
+        << "used by the other";
+    EXPECT_THAT(page, Not(HasSubstr("\nimport ")));
+    const std::string worker = bodyOf(get("/worker.js"));
+    EXPECT_THAT(worker, HasSubstr("class Feed"));
+    EXPECT_THAT(worker, Not(HasSubstr("class LiveView")));
+}
+
 TEST_F(WebServer, HasScriptsThatMakeNoHtmlAndRunNoText)
 {
     for (const StaticFile& file : pageFiles()) {

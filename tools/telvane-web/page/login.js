@@ -53,9 +53,11 @@ export async function startLogin() {
   }
 }
 
+const first = session(); // asked for while the page loads its texts
+
 // Returns what the server offers, once the reader is let in.
 export async function signIn() {
-  const found = (await session()) ?? {archive: false, password: false, open: true};
+  const found = (await first) ?? {archive: false, password: false, open: true};
   if (!found.open) {
     await askForPassword();
   }

@@ -7,14 +7,16 @@ function workerAddress() {
   return policy ? policy.createScriptURL("") : "/worker.js";
 }
 
+// Made at once, so that it is loaded while the page asks for its texts and the session. It connects when a page reports.
+const worker = "SharedWorker" in self ? new SharedWorker(workerAddress(), {type: "module", name: "telvane"}) : null;
+
 export function connect(model, onEvent) {
   const columns = 2 ** Math.ceil(Math.log2(Math.max(screen.width, screen.height, 512)));
   const receive = (type, data) => {
     type === "snapshot" ? model.restore(data) : model.apply(type, data);
     onEvent(type, data);
   };
-  if ("SharedWorker" in self) {
-    const worker = new SharedWorker(workerAddress(), {type: "module", name: "telvane"});
+  if (worker) {
     const report = () => worker.port.postMessage({type: "tab", visible: !document.hidden, columns});
     worker.port.onmessage = (message) => receive(message.data.type, message.data.data);
     worker.port.start();
