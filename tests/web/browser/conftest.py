@@ -82,6 +82,9 @@ class Process:
 class Cell:
     """A bus with a web server."""
 
+    # A machine that is busy with other tests may stop the web server for longer than the usual buffer lasts.
+    server_options = ("--subscriber-buffer", "8388608")
+
     def __init__(self, directory, *options):
         self.directory = directory
         self.bus = directory / "bus"
@@ -92,8 +95,7 @@ class Cell:
         self.start_web()
 
     def start_server(self):
-        # A machine that is busy with other tests may stop the web server for longer than the usual buffer lasts.
-        self.server = Process(self.directory, "server", "serving", TELVANE, "serve", self.bus, "--verbose", "--subscriber-buffer", "8388608")
+        self.server = Process(self.directory, "server", "serving", TELVANE, "serve", self.bus, "--verbose", *self.server_options)
 
     def subscriptions(self):
         log = self.server.log.read_text()

@@ -104,6 +104,7 @@ def measure_page(cell):
 
 def main():
     with tempfile.TemporaryDirectory() as directory:
+        Cell.server_options = ()  # the usual ones
         cell = Cell(pathlib.Path(directory))
         try:
             measure_page(cell)
