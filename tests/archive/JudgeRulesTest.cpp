@@ -249,13 +249,14 @@ TEST(JudgeRules, StoreTheVerdictWithTheRow)
     const auto store = openStore(path);
     const auto reader = openReader(path);
     RuleJudge judge(rulesOf("[*]\nlimit mean_amps=100..150\n"), *reader);
-    store->setJudge([&](Weld& weld, std::vector<ArchiveStore::Finding>& findings) {
+    store->setJudge([&](Weld& weld, ArchiveStore::Judgement& judgement) {
         Judge::Verdict verdict;
         std::string rule;
         EXPECT_TRUE(judge.judge(weld, verdict, rule));
         ASSERT_EQ(verdict.findings.size(), 1U);
         weld[Column::Verdict] = verdict.level;
-        findings.push_back({"not_ok", "mean_amps", verdict.findings[0].value, 100, 150, 0, 0, "absolute"});
+        judgement.findings.push_back(
+            {"not_ok", "mean_amps", verdict.findings[0].value, 100, 150, 0, 0, "absolute"});
     });
     keepWeldAt(*store, makeWeld("one"), 180.0);
     const Weld weld = listWelds(*reader)[0];
@@ -264,4 +265,79 @@ TEST(JudgeRules, StoreTheVerdictWithTheRow)
     ASSERT_TRUE(reader->findings(weld.id, findings));
     ASSERT_EQ(findings.size(), 1U);
     EXPECT_NEAR(findings[0].value, 183.0, 0.01);
+}
+
+TEST(JudgeRules, JudgeAWeldThatWasCutOff)
+{
+    const TemporaryDirectory directory;
+    const std::string path = directory.path("welds.db");
+    {
+        const auto store = openStore(path);
+        const std::int64_t handle = store->begin(weldOf("one", "A-17", 7));
+        for (std::int32_t i = 0; i < 6000; ++i) {
+            store->add(handle, makeSample(i), 0);
+        }
+        ASSERT_TRUE(store->commit());
+    }
+    std::unique_ptr<ArchiveReader> reader;
+    std::unique_ptr<RuleJudge> judge;
+    Status status;
+    const auto store = ArchiveStore::open(path, {}, status, [&](ArchiveStore& opened) {
+        reader = openReader(path);
+        judge = std::make_unique<RuleJudge>(rulesOf("[part_number = 'A-17']\nlimit mean_amps=100..150\n"),
+                                            *reader);
+        opened.setJudge([&](Weld& weld, ArchiveStore::Judgement& judgement) {
+            Judge::Verdict verdict;
+            EXPECT_TRUE(judge->judge(weld, verdict, judgement.record));
+            weld[Column::Verdict] = verdict.level;
+        });
+        return Status();
+    });
+    ASSERT_TRUE(store) << status.text;
+    const Weld weld = listWelds(*reader)[0];
+    EXPECT_EQ(weld.text(Column::Ending), "killed");
+    EXPECT_EQ(weld.text(Column::Verdict), "not_ok");
+    std::vector<ArchiveStore::Unpublished> waiting;
+    ASSERT_TRUE(store->readUnpublished(10, waiting));
+    ASSERT_EQ(waiting.size(), 1U);
+    EXPECT_EQ(waiting[0].record, "part_number = 'A-17'");
+}
+
+TEST(JudgeRules, KeepRecordsUntilTheyArePublished)
+{
+    const TemporaryDirectory directory;
+    const std::string path = directory.path("welds.db");
+    const auto idsOf = [](ArchiveStore& store) {
+        std::vector<ArchiveStore::Unpublished> waiting;
+        EXPECT_TRUE(store.readUnpublished(2 * ArchiveStore::kMaxUnpublished, waiting));
+        std::vector<std::int64_t> ids;
+        ids.reserve(waiting.size());
+        for (const ArchiveStore::Unpublished& one : waiting) {
+            ids.push_back(one.weld);
+        }
+        return ids;
+    };
+    {
+        const auto store = openStore(path);
+        store->setJudge([](Weld& weld, ArchiveStore::Judgement& judgement) {
+            judgement.record = weld.text(Column::Uid);
+        });
+        keepWeld(*store, makeWeld("one"), 1);
+        keepWeld(*store, makeWeld("two"), 1);
+    }
+    const auto store = openStore(path);
+    EXPECT_EQ(idsOf(*store), (std::vector<std::int64_t>{1, 2}));
+    ASSERT_TRUE(store->forgetUnpublished(1));
+    EXPECT_EQ(idsOf(*store), (std::vector<std::int64_t>{2}));
+
+    ASSERT_TRUE(store->database().run(
+        "WITH RECURSIVE numbers(n) AS (SELECT -2000 UNION ALL SELECT n + 1 FROM numbers "
+        "WHERE n < -1) INSERT INTO unpublished (weld_id, record) SELECT n, 'old' FROM "
+        "numbers"));
+    store->setJudge([](Weld& /*weld*/, ArchiveStore::Judgement& judgement) { judgement.record = "three"; });
+    keepWeld(*store, makeWeld("three"), 1);
+    const std::vector<std::int64_t> ids = idsOf(*store);
+    ASSERT_EQ(ids.size(), ArchiveStore::kMaxUnpublished);
+    EXPECT_EQ(ids.front(), -998) << "the oldest ones are dropped";
+    EXPECT_EQ(ids.back(), 3);
 }

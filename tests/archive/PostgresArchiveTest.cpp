@@ -233,10 +233,10 @@ TEST_F(Postgres, GetsTheVerdictWithItsFindingsOnce)
     clear();
     const TemporaryDirectory directory;
     const auto store = openStore(directory.path("spool.db"));
-    store->setJudge([](Weld& weld, std::vector<ArchiveStore::Finding>& findings) {
+    store->setJudge([](Weld& weld, ArchiveStore::Judgement& judgement) {
         weld[Column::Verdict] = std::string("not_ok");
-        findings.push_back({"not_ok", "mean_amps", 1.0, 2.0, 3.0, 0.0, 0.0, "absolute"});
-        findings.push_back({"warning", "mean_gas", 4.0, 5.0, 6.0, 1.0, 2.0, "absolute"});
+        judgement.findings.push_back({"not_ok", "mean_amps", 1.0, 2.0, 3.0, 0.0, 0.0, "absolute"});
+        judgement.findings.push_back({"warning", "mean_gas", 4.0, 5.0, 6.0, 1.0, 2.0, "absolute"});
     });
     keepWeld(*store, makeWeld("one"), 1000);
     {

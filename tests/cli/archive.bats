@@ -111,6 +111,48 @@ refuses_or_finds_nothing() {
     run -2 "$TELVANE" archive "$bus" --database welds.db --verdict-channel WeldVerdicts
 }
 
+# await_rows <pattern> <question>: waits until the archive gives this answer.
+await_rows() {
+    local answer=""
+    until [[ $answer =~ ^$1 ]]; do
+        sleep 0.1
+        answer=$(python3 -c 'import sqlite3, sys
+print(sqlite3.connect("file:welds.db?mode=ro", uri=True, timeout=30).execute(sys.argv[1]).fetchone()[0])' "$2")
+    done
+}
+
+@test "a verdict waits for the bus, also when the archive is killed" {
+    start_server
+    printf '[*]\nlimit mean_amps=1..2\n' >rules
+    start archive "$TELVANE" archive "$bus" --database welds.db --verbose --silence 300ms --rules rules \
+        --verdict-channel WeldVerdicts
+    await archive.err following
+    archive=$started
+    start weld "$TELVANE" weld "$bus" --duration 600
+    await_rows '[1-9]' "SELECT count(*) FROM chunk"
+    kill "$server"
+    await archive.err "weld 1: bus, .*, not_ok"
+    await archive.err "the verdict of weld 1 waits for the bus"
+    kill -KILL "$archive"
+    wait "$archive" || true
+
+    # What is published before anybody listens is remembered.
+    start_server --remember WeldVerdicts
+    start again "$TELVANE" archive "$bus" --database welds.db --rules rules --verdict-channel WeldVerdicts
+    "$TELVANE" listen "$bus" WeldVerdicts --last --count 1 --timeout 60 >verdict
+    grep -q '"id": *1,' verdict
+    grep -q '"verdict": *"not_ok"' verdict
+    await_rows 0 "SELECT count(*) FROM unpublished"
+}
+
+@test "imported welds are judged" {
+    "$TELVANE" weld -o welds.jsonl --welds 2 --duration 1.5 2>/dev/null
+    printf '[*]\nlimit mean_amps=1..2\n' >rules
+    "$TELVANE" archive import welds.jsonl --database welds.db --rules rules 2>/dev/null
+    [ "$("$TELVANE" welds welds.db --json | jq -r .verdict | tr '\n' ' ')" = "not_ok not_ok " ]
+    run -4 "$TELVANE" archive import welds.jsonl --database welds.db --rules missing
+}
+
 @test "welds are drawn over each other" {
     make_archive
     "$TELVANE" welds plot welds.db 1 2 3 --over -o over.svg

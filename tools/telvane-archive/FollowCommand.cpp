@@ -168,10 +168,11 @@ void printClosed(std::int64_t id, ArchiveStore& store)
 }
 
 /// Opens the archive. Waits for room on a full disk, until a signal.
-std::unique_ptr<ArchiveStore> openStore(const std::string& path, int signals, Status& status)
+std::unique_ptr<ArchiveStore> openStore(const std::string& path, int signals, Status& status,
+                                        const ArchiveStore::SetUp& setUp)
 {
     for (bool reported = false;; reported = true) {
-        auto store = ArchiveStore::open(path, {}, status);
+        auto store = ArchiveStore::open(path, {}, status, setUp);
         if (store || status.code != Status::Code::Full) {
             return store;
         }
@@ -208,17 +209,21 @@ int follow(const Options& options)
     const std::string& local = remote ? options.spool : options.writer.database;
     const TelvaneTool::FileDescriptor signals = TelvaneTool::openSignals();
     Status status;
-    const auto store = openStore(local, signals.get(), status);
+    LiveJudging judging;
+    int judged = TelvaneTool::kSuccess;
+    const auto store = openStore(local, signals.get(), status, [&](ArchiveStore& opened) {
+        judged = judging.start(options.judging, opened, !remote);
+        return judged == TelvaneTool::kSuccess ? Status() : Status{Status::Code::Failed, ""};
+    });
+    if (judged != TelvaneTool::kSuccess) {
+        return judged;
+    }
     if (!store) {
         return reportStatus(local, status);
     }
     if (const auto& counters = store->counters(); counters.recovered != 0) {
         TelvaneTool::printStatus(TelvaneTool::printNumber(counters.recovered, "weld") +
                                  " of an earlier run closed");
-    }
-    LiveJudging judging;
-    if (const int result = judging.start(options.judging, *store, !remote); result != TelvaneTool::kSuccess) {
-        return result;
     }
     WeldFollower follower(*store, settings, [](const std::string& text) { TelvaneTool::printError(text); });
     if (options.verbose) {
@@ -231,9 +236,8 @@ int follow(const Options& options)
     Retaining retaining(*store, options.retention.read());
     BlockMaking blocks(*store, !remote);
     const auto reportClosed = [&] {
-        const std::vector<std::int64_t> closed = follower.takeClosed();
-        judging.publish(closed, follower);
-        for (const std::int64_t id : closed) {
+        judging.publish(*store, follower);
+        for (const std::int64_t id : follower.takeClosed()) {
             if (options.verbose) {
                 printClosed(id, *store);
             }
@@ -241,7 +245,8 @@ int follow(const Options& options)
     };
     pollfd polled[] = {{signals.get(), POLLIN, 0}, {follower.descriptor(), POLLIN, 0}};
     for (;;) {
-        const Nanoseconds other = earlier(earlier(forwarding.work(), retaining.work()), blocks.work());
+        const Nanoseconds other = earlier(earlier(forwarding.work(), retaining.work()),
+                                          earlier(blocks.work(), judging.publish(*store, follower)));
         poll(polled, 2, timeoutUntil(earlier(follower.nextWork(), other)));
         if (polled[0].revents != 0) {
             break;

@@ -1,4 +1,5 @@
 #include "Commands.h"
+#include "LiveJudging.h"
 #include "archive/follow/WeldImporter.h"
 #include "common/bus/RecordCheck.h"
 #include "common/cli/CommandLine.h"
@@ -26,6 +27,7 @@ struct Options
     TelvaneTool::WeldSource::Options source;
     TelvaneTool::WeldDetector::Settings detector;
     TelvaneTool::WeldSetup setup;
+    LiveJudging::Options judging;
     bool groupIsPart = false;
 };
 
@@ -115,7 +117,15 @@ int import(const Options& options)
         return TelvaneTool::kWrongUsage;
     }
     Status status;
-    const auto store = ArchiveStore::open(options.writer.database, {}, status);
+    LiveJudging judging;
+    int judged = TelvaneTool::kSuccess;
+    const auto store = ArchiveStore::open(options.writer.database, {}, status, [&](ArchiveStore& opened) {
+        judged = judging.start(options.judging, opened, true);
+        return judged == TelvaneTool::kSuccess ? Status() : Status{Status::Code::Failed, ""};
+    });
+    if (judged != TelvaneTool::kSuccess) {
+        return judged;
+    }
     if (!store) {
         return reportStatus(options.writer.database, status);
     }
@@ -123,10 +133,10 @@ int import(const Options& options)
     const int result =
         csv ? importCsv(options, importer, status) : importRecording(options, importer, status);
     status = status ? importer.finish() : status;
-    status = status ? store->makeBlocks() : status;
     if (!status) {
         return reportStatus(options.writer.database, status);
     }
+    static_cast<void>(store->makeBlocks()); // without them, a trend reads the rows
     TelvaneTool::printStatus("imported " + TelvaneTool::printNumber(importer.imported(), "weld") + " with " +
                              TelvaneTool::printNumber(importer.samples(), "sample") + ", " +
                              std::to_string(importer.known()) + " already there");
@@ -148,6 +158,7 @@ void addImportCommand(TelvaneTool::CommandLine& line)
                  "Keep the name of each weld in the file as its part number, not as its label");
     addRecordingOptions(command, options->source);
     addSetupOptions(command, options->setup);
+    addRulesOption(command, options->judging);
     command.examples(
         "# a recording\n"
         "telvane archive import welds.jsonl --database welds.db\n"

@@ -1,5 +1,6 @@
-// A weld is judged within the commit that closes it, so that its row never appears without its verdict. The verdict is
-// published once the row is on the disk.
+// A weld is judged within the commit that closes it, so that its row never appears without its verdict. The record for
+// the bus is stored in the same commit and deleted once it is published. So each verdict is published, also after an
+// outage of the bus or a crash; in a crash between the two, twice.
 
 #include "LiveJudging.h"
 
@@ -16,6 +17,8 @@ namespace TelvaneArchive
 
 namespace
 {
+
+constexpr const char* kGroup = "Judging (default: no weld is judged)";
 
 WeldVerdict recordOf(const Weld& weld, const Judge::Verdict& verdict, const std::string& rule)
 {
@@ -96,15 +99,17 @@ int LiveJudging::start(const Options& options, ArchiveStore& store, bool learns)
         TelvaneTool::printError(store.path() + ": " + status.text);
         return TelvaneTool::kWrongInput;
     }
-    for (const std::string& remark : remarks) {
-        TelvaneTool::printStatus(remark);
+    if (remarks != m_remarks) { // it starts again and again while the disk is full
+        for (const std::string& remark : remarks) {
+            TelvaneTool::printStatus(remark);
+        }
+        m_remarks = std::move(remarks);
     }
-    store.setJudge(
-        [this](Weld& weld, std::vector<ArchiveStore::Finding>& findings) { judge(weld, findings); });
+    store.setJudge([this](Weld& weld, ArchiveStore::Judgement& judgement) { judge(weld, judgement); });
     return TelvaneTool::kSuccess;
 }
 
-void LiveJudging::judge(Weld& weld, std::vector<ArchiveStore::Finding>& findings)
+void LiveJudging::judge(Weld& weld, ArchiveStore::Judgement& judgement)
 {
     Judge::Verdict verdict;
     std::string rule;
@@ -117,36 +122,72 @@ void LiveJudging::judge(Weld& weld, std::vector<ArchiveStore::Finding>& findings
         return;
     }
     weld[Column::Verdict] = verdict.level;
-    findings = findingsOf(verdict);
+    judgement.findings = findingsOf(verdict);
     if (!m_channel.empty()) {
-        m_verdicts[weld.id] = recordOf(weld, verdict, rule);
+        recordOf(weld, verdict, rule).ToJson(judgement.record);
+        m_due = 0;
     }
 }
 
-void LiveJudging::publish(const std::vector<std::int64_t>& closed, WeldFollower& follower)
+TelvaneTool::Nanoseconds LiveJudging::publish(ArchiveStore& store, WeldFollower& follower)
 {
-    for (const std::int64_t id : closed) {
-        const auto found = m_verdicts.find(id);
-        if (found == m_verdicts.end()) {
-            continue;
-        }
-        if (const std::error_code error = follower.publish(m_channel, found->second)) {
-            TelvaneTool::printError("the verdict of weld " + std::to_string(id) +
-                                    " was not published: " + error.message());
-        }
-        m_verdicts.erase(found);
+    const TelvaneTool::Nanoseconds now = TelvaneTool::monotonicNow();
+    if (m_channel.empty() || m_due < 0 || now < m_due) {
+        return m_channel.empty() ? -1 : m_due;
     }
+    constexpr std::size_t kAtOnce = 100;
+    std::vector<ArchiveStore::Unpublished> waiting;
+    Status status = store.readUnpublished(kAtOnce, waiting);
+    for (const ArchiveStore::Unpublished& one : waiting) {
+        const std::error_code error = publishOne(one, follower);
+        if (error == Telvane::BusError::TooLarge || error == Telvane::BusError::NotWritable) {
+            TelvaneTool::printError("the verdict of weld " + std::to_string(one.weld) +
+                                    " cannot be published: " + error.message());
+        } else if (error) {
+            report("the verdict of weld " + std::to_string(one.weld) +
+                   " waits for the bus: " + error.message());
+            return m_due = now + TelvaneTool::kSecond;
+        }
+        status = status ? store.forgetUnpublished(one.weld) : status;
+    }
+    report(status.text);
+    m_due = !status ? now + TelvaneTool::kSecond : waiting.size() == kAtOnce ? 0 : -1;
+    return m_due;
+}
+
+std::error_code LiveJudging::publishOne(const ArchiveStore::Unpublished& waiting,
+                                        WeldFollower& follower) const
+{
+    if (!follower.waitConnected(std::chrono::nanoseconds(0))) {
+        return Telvane::BusError::NotConnected;
+    }
+    WeldVerdict record;
+    // What was written to the database by somebody else is not a verdict.
+    return record.FromJson(waiting.record) ? follower.publish(m_channel, record) : std::error_code();
+}
+
+/// Prints an error once, until it changes.
+void LiveJudging::report(const std::string& text)
+{
+    if (!text.empty() && m_reported.empty()) {
+        TelvaneTool::printError(text);
+    }
+    m_reported = text;
+}
+
+void addRulesOption(TelvaneTool::Command& command, LiveJudging::Options& options)
+{
+    command.option("--rules", options.rules, "Judge each weld when it ends, by the rules in FILE")
+        .check(&TelvaneTool::checkFileName)
+        .group(kGroup)
+        .typeName("FILE");
 }
 
 void addLiveJudgingOptions(TelvaneTool::Command& command, LiveJudging::Options& options)
 {
-    const char* const group = "Judging (default: no weld is judged)";
-    command.option("--rules", options.rules, "Judge each weld when it ends, by the rules in FILE")
-        .check(&TelvaneTool::checkFileName)
-        .group(group)
-        .typeName("FILE");
+    addRulesOption(command, options);
     command.option("--verdict-channel", options.channel, "Publish the verdicts on CHANNEL of the bus")
-        .group(group)
+        .group(kGroup)
         .typeName("CHANNEL")
         .needs("--rules")
         .check(TelvaneTool::checkChannel);

@@ -4,7 +4,6 @@
 #include "archive/judge/JudgeRules.h"
 #include "archive/judge/WeldVerdict.h"
 
-#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -17,7 +16,7 @@ class Command;
 namespace TelvaneArchive
 {
 
-/// Judges welds when they end, and publishes the verdicts on the bus.
+/// Judges welds when they end, and publishes the verdicts on the bus. A verdict waits in the archive until it is published.
 class LiveJudging
 {
 public:
@@ -27,28 +26,33 @@ public:
         std::string channel; ///< for the verdicts; empty to publish none
     };
 
-    /// Reads the rules and the references. Prints what is wrong.
+    /// Reads the rules and the references, and sets the judge of the archive. Prints what is wrong.
     /// \param learns  whether the archive keeps welds that can be references
     /// \return an exit code
     int start(const Options& options, ArchiveStore& store, bool learns);
 
-    /// Publishes the verdicts of welds whose rows are in the archive.
-    void publish(const std::vector<std::int64_t>& closed, WeldFollower& follower);
+    /// Publishes the verdicts of welds whose rows are in the archive, as soon as there is a bus.
+    /// \return when to call it again, on the monotonic clock; -1 for the end of the next weld
+    TelvaneTool::Nanoseconds publish(ArchiveStore& store, WeldFollower& follower);
 
 private:
-    void judge(Weld& weld, std::vector<ArchiveStore::Finding>& findings);
+    void judge(Weld& weld, ArchiveStore::Judgement& judgement);
+    std::error_code publishOne(const ArchiveStore::Unpublished& waiting, WeldFollower& follower) const;
+    void report(const std::string& text);
 
     std::string m_channel;
     std::string m_reported;
+    std::vector<std::string> m_remarks;
     std::unique_ptr<ArchiveReader> m_reader;
     std::unique_ptr<RuleJudge> m_judge;
-    std::map<std::int64_t, WeldVerdict> m_verdicts; ///< not published yet, by the id of the weld
+    TelvaneTool::Nanoseconds m_due = 0; ///< when to publish; at first, what an earlier run has left
 };
 
 /// Reads a file with rules. Prints what is wrong.
 /// \return an exit code
 int readRulesFile(const std::string& path, std::vector<JudgeRule>& rules);
 
+void addRulesOption(TelvaneTool::Command& command, LiveJudging::Options& options);
 void addLiveJudgingOptions(TelvaneTool::Command& command, LiveJudging::Options& options);
 
 /// \return the findings as the archive stores them

@@ -73,9 +73,9 @@ Status ArchiveStore::closeWeld(Running& running)
             }
         },
         damaged);
-    std::vector<Finding> findings;
+    Judgement judgement;
     if (status && m_judge) {
-        m_judge(weld, findings);
+        m_judge(weld, judgement);
     }
     Transaction transaction(*m_database);
     status = status ? transaction.begun() : status;
@@ -88,8 +88,10 @@ Status ArchiveStore::closeWeld(Running& running)
                      : status;
     }
     status = status ? storeWeld(weld) : status;
-    status =
-        status && !findings.empty() ? storeFindings(weld.id, findings, TelvaneTool::realTimeNow()) : status;
+    status = status && !judgement.findings.empty()
+                 ? storeFindings(weld.id, judgement.findings, TelvaneTool::realTimeNow())
+                 : status;
+    status = status && !judgement.record.empty() ? storeUnpublished(weld.id, judgement.record) : status;
     return status ? transaction.commit() : status;
 }
 

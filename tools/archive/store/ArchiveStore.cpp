@@ -27,9 +27,10 @@ ArchiveStore::~ArchiveStore()
 }
 
 std::unique_ptr<ArchiveStore> ArchiveStore::open(const std::string& path, const Settings& settings,
-                                                 Status& status)
+                                                 Status& status, SetUp setUp)
 {
     std::unique_ptr<ArchiveStore> store(new ArchiveStore(path, settings));
+    store->m_setUp = std::move(setUp);
     status = store->lock();
     status = status ? store->prepare() : status;
     if (!status) {
@@ -70,6 +71,7 @@ Status ArchiveStore::prepareOnce()
     m_database.reset(); // one connection writes
     m_database = openSqlite(m_path, Database::Access::ReadWrite, status);
     status = status ? migrate(*m_database) : status;
+    status = status && m_setUp ? m_setUp(*this) : status;
     return status ? recoverWelds() : status;
 }
 

@@ -68,18 +68,30 @@ public:
         double toSeconds = 0.0;
         std::string reference;
     };
-    /// Judges a weld that ends: may set Column::Verdict and add findings, which are stored with the row. It runs within
-    /// commit(), when the samples are in the archive and \p weld has its metrics.
-    using JudgeHook = std::function<void(Weld& weld, std::vector<Finding>& findings)>;
+    /// What comes of judging, beside the verdict.
+    struct Judgement
+    {
+        std::vector<Finding> findings;
+        std::string record; ///< waits in the archive until it is published; empty for none
+    };
+    /// Judges a weld that ends: may set Column::Verdict, and findings and a record, which are stored with the row. It
+    /// runs within commit(), when the samples are in the archive and \p weld has its metrics.
+    using JudgeHook = std::function<void(Weld& weld, Judgement& judgement)>;
+    /// Sets the judge before the welds of an earlier run are closed.
+    using SetUp = std::function<Status(ArchiveStore& store)>;
+
+    /// Most records that wait to be published; the oldest ones are dropped.
+    static constexpr std::size_t kMaxUnpublished = 1000;
 
     ~ArchiveStore();
     ArchiveStore(const ArchiveStore&) = delete;
     ArchiveStore& operator=(const ArchiveStore&) = delete;
 
     /// Opens or creates an archive, and closes the welds that an earlier run left open.
+    /// \param setUp  is called in between, and again if there was no room at first
     /// \return null with \p status set, for example if another process writes to the archive
     static std::unique_ptr<ArchiveStore> open(const std::string& path, const Settings& settings,
-                                              Status& status);
+                                              Status& status, SetUp setUp = {});
 
     /// Begins a weld.
     /// \param weld  what is known at the start; Uid, StartNs and SamplePeriodUs are needed
@@ -136,6 +148,17 @@ public:
     /// Stores a verdict in place of an earlier one.
     Status storeVerdict(std::int64_t id, const std::string& verdict, const std::vector<Finding>& findings,
                         std::int64_t now);
+
+    /// A record of the judge that waits to be published.
+    struct Unpublished
+    {
+        std::int64_t weld = 0;
+        std::string record;
+    };
+    /// Reads the oldest ones.
+    Status readUnpublished(std::size_t limit, std::vector<Unpublished>& records);
+    /// Deletes one that was published.
+    Status forgetUnpublished(std::int64_t weld);
 
     /// Makes one of the blocks that trends are read from, if one is missing.
     /// \param[out] made  false if there is none to make
@@ -194,6 +217,7 @@ private:
     Status closeEnded();
     Status closeWeld(Running& running);
     Status storeWeld(const Weld& weld);
+    Status storeUnpublished(std::int64_t id, const std::string& record);
     Status storeFindings(std::int64_t id, const std::vector<Finding>& findings, std::int64_t now);
     Status recoverWelds();
     Status recoverWeld(Running& running);
@@ -207,6 +231,7 @@ private:
 
     std::string m_path;
     Settings m_settings;
+    SetUp m_setUp;
     JudgeHook m_judge;
     TelvaneTool::FileDescriptor m_lock;
     std::unique_ptr<Database> m_database;

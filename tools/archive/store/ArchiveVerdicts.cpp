@@ -28,4 +28,31 @@ Status ArchiveStore::storeFindings(std::int64_t id, const std::vector<Finding>& 
     return status;
 }
 
+Status ArchiveStore::storeUnpublished(std::int64_t id, const std::string& record)
+{
+    Status status = m_database->run("INSERT INTO unpublished (weld_id, record) VALUES ($1, $2) "
+                                    "ON CONFLICT (weld_id) DO UPDATE SET record = excluded.record",
+                                    {id, record});
+    return status ? m_database->run("DELETE FROM unpublished WHERE weld_id NOT IN (SELECT weld_id FROM "
+                                    "unpublished ORDER BY weld_id DESC LIMIT $1)",
+                                    {static_cast<std::int64_t>(kMaxUnpublished)})
+                  : status;
+}
+
+Status ArchiveStore::readUnpublished(std::size_t limit, std::vector<Unpublished>& records)
+{
+    std::vector<Row> rows;
+    Status status = m_database->run("SELECT weld_id, record FROM unpublished ORDER BY weld_id LIMIT $1",
+                                    {static_cast<std::int64_t>(limit)}, &rows);
+    for (const Row& row : rows) {
+        records.push_back({wholeOf(row[0]), textOf(row[1])});
+    }
+    return status;
+}
+
+Status ArchiveStore::forgetUnpublished(std::int64_t weld)
+{
+    return m_database->run("DELETE FROM unpublished WHERE weld_id = $1", {weld});
+}
+
 } // namespace TelvaneArchive

@@ -123,6 +123,15 @@ std::vector<Sql> fourthVersion(Database::Kind kind)
     };
 }
 
+/// Verdicts that wait for the bus. A module keeps its own.
+std::vector<Sql> fifthVersion(Database::Kind kind)
+{
+    if (kind == Database::Kind::Postgres) {
+        return {};
+    }
+    return {"CREATE TABLE unpublished (weld_id BIGINT NOT NULL PRIMARY KEY, record TEXT NOT NULL)"};
+}
+
 std::vector<Sql> statementsOf(std::int64_t version, Database::Kind kind)
 {
     switch (version) {
@@ -132,8 +141,10 @@ std::vector<Sql> statementsOf(std::int64_t version, Database::Kind kind)
         return secondVersion(kind);
     case 3:
         return thirdVersion();
-    default:
+    case 4:
         return fourthVersion(kind);
+    default:
+        return fifthVersion(kind);
     }
 }
 

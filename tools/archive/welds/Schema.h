@@ -6,7 +6,7 @@ namespace TelvaneArchive
 {
 
 /// Version of the schema that this program writes.
-constexpr std::int64_t kSchemaVersion = 4;
+constexpr std::int64_t kSchemaVersion = 5;
 
 /// Brings a database to a version, each step in one transaction. A database of a newer version is refused.
 Status migrate(Database& database, std::int64_t version = kSchemaVersion);
