@@ -231,6 +231,70 @@ TEST_F(MqttSpool, DoesNotRetainWhatIsOlderThanTheRetainedRecordOfAnEarlierSessio
     EXPECT_EQ(retains, (std::vector<std::pair<std::uint64_t, bool>>{{1, true}, {1, false}, {2, false}}));
 }
 
+TEST_F(MqttSpool, DoesNotTakeARefusedRecordForTheRetainedOne)
+{
+    const auto retained = [](const char* text) {
+        OutgoingMessage result = message(text);
+        result.retain = true;
+        return result;
+    };
+    start(1000);
+    push(retained("1"));
+    push(retained("2"));
+    queue->commit(0);
+    queue->makeBacklog(); // the broker is connected
+    push(retained("3"));
+    queue->commit(0);
+    bool fromBacklog = true;
+    const auto newest = queue->take(0, true, fromBacklog);
+    ASSERT_TRUE(newest && newest->number == 3 && newest->stored != 0);
+    queue->countDropped(*newest, DropReason::Refused);
+    queue->commit(0);
+    start(2000);
+    std::vector<std::pair<std::uint64_t, bool>> retains;
+    for (const OutgoingMessage& one : sendAll()) {
+        retains.emplace_back(one.number, one.retain);
+    }
+    EXPECT_EQ(retains, (std::vector<std::pair<std::uint64_t, bool>>{{1, true}, {2, true}}));
+}
+
+TEST_F(MqttSpool, GivesNoIdentifierTwice)
+{
+    limits.age = kHour;
+    start(1000);
+    pushNumbers(1, 3);
+    sendAll();
+    queue->commit(2 * kHour); // they leave the file
+    std::uint64_t to = 3;
+    EXPECT_TRUE(queue->find("LogData", 1000, 1, to).empty());
+    start(2000);
+    EXPECT_EQ(spool->opened().lastStored, 3);
+    pushNumbers(1, 1, 2 * kHour);
+    EXPECT_EQ(spool->opened().lastStored, 3); // of the file when it was opened
+    start(3000);
+    EXPECT_EQ(spool->opened().lastStored, 4);
+}
+
+TEST_F(MqttSpool, SendsAgainOnlyWhatIsBetweenAcknowledgedMessages)
+{
+    start(1000);
+    pushNumbers(1, 9);
+    bool fromBacklog = false;
+    for (std::uint64_t number = 1; number <= 9; ++number) {
+        const auto next = queue->take(0, true, fromBacklog);
+        ASSERT_TRUE(next && next->number == number);
+        if (number != 3 && number != 4 && number != 8) {
+            queue->countSent(*next, 1);
+        }
+    }
+    queue->commit(0);
+    EXPECT_EQ(spool->waiting(), 3U);
+    start(2000);
+    EXPECT_EQ(spool->waiting(), 3U);
+    EXPECT_EQ(numbersOf(sendAll()), (std::vector<std::uint64_t>{3, 4, 8}));
+    EXPECT_EQ(spool->waiting(), 0U);
+}
+
 TEST_F(MqttSpool, FindsMessagesThatWereSent)
 {
     start(1000);

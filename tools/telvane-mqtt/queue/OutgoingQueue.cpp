@@ -98,7 +98,10 @@ void OutgoingQueue::commit(Nanoseconds now)
         const std::lock_guard lock(m_mutex);
         batch.accepted = std::move(m_pending);
         m_pending.clear();
-        batch.done.assign(m_done.begin(), m_done.end());
+        batch.done.reserve(m_done.size());
+        for (const auto& [stored, retainedTopic] : m_done) {
+            batch.done.push_back({stored, retainedTopic});
+        }
         for (const auto& [name, channel] : m_channels) {
             if (!name.empty() && channel.unreported != channel.unreportedInSpool) {
                 batch.unreported[name] = channel.unreported;
@@ -133,9 +136,9 @@ void OutgoingQueue::commit(Nanoseconds now)
 /// Takes over what a batch has changed in the file.
 void OutgoingQueue::takeOver(const SpoolBatch& written, const std::vector<Evicted>& evicted)
 {
-    for (const std::int64_t id : written.done) {
-        m_done.erase(id);
-        m_held.erase(id);
+    for (const Done& done : written.done) {
+        m_done.erase(done.stored);
+        m_held.erase(done.stored);
     }
     for (const auto& [name, count] : written.unreported) {
         m_channels[name].unreportedInSpool = count;
@@ -247,10 +250,11 @@ void OutgoingQueue::releaseAll(std::deque<OutgoingMessage>& messages)
 }
 
 /// Marks the copy of a message on disk as done with the next commit.
-void OutgoingQueue::setDone(const OutgoingMessage& message)
+/// \param sent whether the broker has it, otherwise it was dropped
+void OutgoingQueue::setDone(const OutgoingMessage& message, bool sent)
 {
     if (message.stored != 0 && m_orphans.erase(message.stored) == 0) {
-        m_done.insert(message.stored);
+        m_done.emplace(message.stored, sent && message.retain ? message.topic : std::string());
     }
 }
 
@@ -269,7 +273,7 @@ void OutgoingQueue::dropFront(std::deque<OutgoingMessage>& messages, DropReason 
     Channel& channel = m_channels[message.channel];
     ++channel.counts.dropped[static_cast<int>(reason)];
     channel.unreported += 1 + message.dropped;
-    setDone(message);
+    setDone(message, false);
 }
 
 void OutgoingQueue::trim(Nanoseconds now)
@@ -366,7 +370,7 @@ void OutgoingQueue::countSent(const OutgoingMessage& message, std::size_t bytes)
     ChannelCounts& counts = m_channels[message.channel].counts;
     ++counts.sent;
     counts.bytes += bytes;
-    setDone(message);
+    setDone(message, true);
 }
 
 void OutgoingQueue::countDropped(const OutgoingMessage& message, DropReason reason)
@@ -375,7 +379,7 @@ void OutgoingQueue::countDropped(const OutgoingMessage& message, DropReason reas
     Channel& channel = m_channels[message.channel];
     ++channel.counts.dropped[static_cast<int>(reason)];
     channel.unreported += 1 + message.dropped;
-    setDone(message);
+    setDone(message, false);
 }
 
 void OutgoingQueue::countLost(const std::string& channel, DropReason reason, std::uint64_t count)

@@ -120,7 +120,7 @@ private:
     bool fetch();
     bool release(OutgoingMessage& message);
     void releaseAll(std::deque<OutgoingMessage>& messages);
-    void setDone(const OutgoingMessage& message);
+    void setDone(const OutgoingMessage& message, bool sent);
     void noticeNewFile();
     std::size_t onDiskOnly() const;
     void wake();
@@ -138,7 +138,8 @@ private:
     std::vector<OutgoingMessage> m_pending; ///< for the next commit
     std::set<std::int64_t>
         m_held; ///< stored messages that wait on disk and are known here: read, sent or done
-    std::set<std::int64_t> m_done;    ///< those of m_held that the next commit marks as done
+    std::map<std::int64_t, std::string>
+        m_done; ///< those of m_held that the next commit marks as done, with the topic that retains them
     std::set<std::int64_t> m_orphans; ///< messages in memory whose copy on disk had to go
     std::int64_t m_readUpTo = 0;      ///< the spool is read up to this identifier
     std::int64_t m_lastStored = 0;

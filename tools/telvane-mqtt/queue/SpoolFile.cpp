@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <fstream>
+#include <iterator>
 #include <limits>
 
 namespace TelvaneTool::Mqtt
@@ -179,7 +180,8 @@ SpoolFile::Status SpoolFile::readTotals()
     std::vector<Row> rows;
     Status status = m_database->run("SELECT count(*) FROM message WHERE done = 0", {}, &rows);
     if (status) {
-        status = m_database->run("SELECT coalesce(max(id), 0) FROM message", {}, &rows);
+        // Identifiers of messages that have left the file are not used again.
+        status = m_database->run("SELECT coalesce(max(seq), 0) FROM sqlite_sequence", {}, &rows);
     }
     if (status) {
         m_waiting = static_cast<std::size_t>(wholeOf(rows.at(0)[0]));
@@ -230,8 +232,10 @@ SpoolFile::Status SpoolFile::write(SpoolBatch& batch, std::uint64_t session, Nan
     if (status && needed != 0) {
         status = makeRoom(needed, evicted);
     }
+    std::int64_t last = m_lastStored;
     for (OutgoingMessage& message : batch.accepted) {
         if (status) {
+            message.stored = ++last;
             status = store(message, session);
         }
     }
@@ -251,62 +255,74 @@ SpoolFile::Status SpoolFile::write(SpoolBatch& batch, std::uint64_t session, Nan
     if (status) {
         m_waiting += batch.accepted.size() - changed - evicted.size();
         m_bytes = bytes;
-        m_lastStored = batch.accepted.empty() ? m_lastStored : batch.accepted.back().stored;
+        m_lastStored = last;
     }
     return status;
 }
 
 /// Marks messages as done. Notes which one the broker retains, also for the time when it has left the file.
-SpoolFile::Status SpoolFile::markDone(const std::vector<std::int64_t>& ids, std::size_t& changed)
+SpoolFile::Status SpoolFile::markDone(const std::vector<Done>& done, std::size_t& changed)
 {
     Status status;
-    for (const std::int64_t id : ids) {
-        std::vector<Row> rows;
+    for (auto first = done.begin(); first != done.end();) {
+        auto next = first;
+        for (std::int64_t id = first->stored; next != done.end() && next->stored == id; ++id, ++next) {
+            if (status && !next->retainedTopic.empty()) {
+                status = m_database->run("INSERT INTO retained VALUES ($1, $2) "
+                                         "ON CONFLICT (topic) DO UPDATE SET id = max(id, excluded.id)",
+                                         {next->retainedTopic, id});
+            }
+        }
         if (status) {
-            status = m_database->run(
-                "UPDATE message SET done = 1 WHERE id = $1 AND done = 0 RETURNING topic, retain", {id},
-                &rows);
+            status = markDone(first->stored, std::prev(next)->stored, changed);
         }
-        changed += rows.size();
-        if (status && !rows.empty() && wholeOf(rows[0][1]) != 0) {
-            status = m_database->run("INSERT INTO retained VALUES ($1, $2) "
-                                     "ON CONFLICT (topic) DO UPDATE SET id = max(id, excluded.id)",
-                                     {rows[0][0], id});
-        }
+        first = next;
     }
     return status;
 }
 
-SpoolFile::Status SpoolFile::store(OutgoingMessage& message, std::uint64_t session)
+SpoolFile::Status SpoolFile::markDone(std::int64_t first, std::int64_t last, std::size_t& changed)
 {
+    Status status =
+        m_database->run("UPDATE message SET done = 1 WHERE id BETWEEN $1 AND $2 AND done = 0", {first, last});
     std::vector<Row> rows;
-    Status status = m_database->run(
+    if (status) {
+        status = m_database->run("SELECT changes()", {}, &rows);
+    }
+    changed += rows.empty() ? 0 : static_cast<std::size_t>(wholeOf(rows[0][0]));
+    return status;
+}
+
+/// Stores a message under the identifier that it has.
+SpoolFile::Status SpoolFile::store(const OutgoingMessage& message, std::uint64_t session)
+{
+    return m_database->run(
         "INSERT INTO message (session, channel, number, topic, class, body, time, wall, clock_set, retain, "
-        "queued) VALUES ($1, $2, $3, $4, $5, $6, $7, $8, $9, $10, $11) RETURNING id",
+        "queued, id) VALUES ($1, $2, $3, $4, $5, $6, $7, $8, $9, $10, $11, $12)",
         {static_cast<std::int64_t>(session), message.channel, static_cast<std::int64_t>(message.number),
          message.topic, message.className, message.body, message.time.text, message.time.milliseconds,
          static_cast<std::int64_t>(message.time.isSet), static_cast<std::int64_t>(message.retain),
-         message.queued},
-        &rows);
-    message.stored = rows.empty() ? 0 : wholeOf(rows[0][0]);
-    return status;
+         message.queued, message.stored});
 }
 
 SpoolFile::Status SpoolFile::dropOld(Nanoseconds now, std::vector<Evicted>& evicted)
 {
     for (;;) {
         std::vector<Row> rows;
-        Status status =
+        Status status = m_database->run("SELECT queued FROM message ORDER BY id LIMIT 1", {}, &rows);
+        if (!status || rows.empty() || now - wholeOf(rows[0][0]) <= m_limits.age) {
+            return status;
+        }
+        rows.clear();
+        status =
             m_database->run("SELECT id, channel, done, queued FROM message ORDER BY id LIMIT 64", {}, &rows);
         const auto young = std::find_if(
             rows.begin(), rows.end(), [&](const Row& row) { return now - wholeOf(row[3]) <= m_limits.age; });
-        const bool all = young == rows.end();
         rows.erase(young, rows.end());
-        if (!status || rows.empty()) {
-            return status;
+        if (status) {
+            status = remove(rows, true, evicted);
         }
-        status = remove(rows, true, evicted);
-        if (!status || !all) {
+        if (!status) {
             return status;
         }
     }

@@ -39,11 +39,18 @@ struct Evicted
     bool tooOld = false; ///< otherwise its room was needed
 };
 
+/// A message that was sent or dropped.
+struct Done
+{
+    std::int64_t stored = 0;
+    std::string retainedTopic; ///< where the broker may retain it; empty if it does not
+};
+
 /// The messages to store, and what happened to others since the last time.
 struct SpoolBatch
 {
     std::vector<OutgoingMessage> accepted;           ///< their stored is set when they are written
-    std::vector<std::int64_t> done;                  ///< identifiers of messages that were sent or dropped
+    std::vector<Done> done;                          ///< in the order of their identifiers
     std::map<std::string, std::uint64_t> unreported; ///< drops by channel that no message has reported yet
 };
 
@@ -92,8 +99,9 @@ private:
     Status beginSession(const SpoolClocks& clocks, std::uint64_t& session);
     Status moveToThisBoot(const SpoolClocks& clocks);
     Status readTotals();
-    Status markDone(const std::vector<std::int64_t>& ids, std::size_t& changed);
-    Status store(OutgoingMessage& message, std::uint64_t session);
+    Status markDone(const std::vector<Done>& done, std::size_t& changed);
+    Status markDone(std::int64_t first, std::int64_t last, std::size_t& changed);
+    Status store(const OutgoingMessage& message, std::uint64_t session);
     Status dropOld(Nanoseconds now, std::vector<Evicted>& evicted);
     Status makeRoom(std::size_t needed, std::vector<Evicted>& evicted);
     Status remove(const std::vector<Row>& rows, bool tooOld, std::vector<Evicted>& evicted);
