@@ -27,6 +27,33 @@ load broker
     [ "$(payloads HALInfo | jq .session | sort -u | wc -l)" -eq 1 ]
 }
 
+# consume: reads payloads, without their topics, and prints the records of each class in the order of their numbers
+consume() {
+    jq -sc 'group_by(.class) | map({(.[0].class): (sort_by([.session, .n]) | map(if has("batch")
+        then .batch as $batch | range($batch.count) as $i | $batch.same + ($batch.columns | map_values(.[$i]))
+        else .record end))}) | add'
+}
+
+@test "messages of several topics are understood in any order" {
+    start_server
+    start_broker
+    start_bridge m1 --out HALInfo --out LogData:batch=100ms --out SystemHealth
+    watch 'telvane/m1/N/#' # no state, no schema
+    publish_hal 1 3
+    for i in 1 2 3; do printf '{"log":"%s"}\n' "$i"; done | "$TELVANE" publish "$bus" LogData -
+    for i in 1 2 3; do printf '{"code":%s,"processName":"p"}\n' "$i"; done | "$TELVANE" publish "$bus" SystemHealth -
+    await watch.out '"class":"HALInfo".*"n":3'
+    await watch.out '"class":"SystemHealth".*"n":3'
+    until [ "$(payloads LogData | jq -s 'map(.batch.count) | add')" = 3 ]; do sleep 0.05; done
+    printf '{"HALInfo":[%s,%s,%s],"LogData":[{"log":"1"},{"log":"2"},{"log":"3"}],"SystemHealth":[%s]}\n' \
+        "$(hal 1)" "$(hal 2)" "$(hal 3)" \
+        '{"code":1,"processName":"p"},{"code":2,"processName":"p"},{"code":3,"processName":"p"}' >expected
+    sed -n 's|^message [^ ]*/N/[^ ]* ||p' watch.out >arrived
+    for order in cat tac sort 'sort -r' 'shuf --random-source=arrived' 'shuf --random-source=expected'; do
+        $order <arrived | consume | diff expected -
+    done
+}
+
 @test "a channel that goes out and comes in is refused" {
     status=0
     "$TELVANE" mqtt --bus "$bus" --broker mqtt://localhost --out 'HAL*' --in HALInfo 2>error || status=$?
