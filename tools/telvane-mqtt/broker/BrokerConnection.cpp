@@ -197,8 +197,10 @@ bool BrokerConnection::sendAll(Nanoseconds now)
         m_subscriptions[*id] = m_topicsToSubscribe.front();
     }
     for (int sent = 0; m_client.isWritable() && m_inFlight.size() < m_window; ++sent) {
-        if (sent == 1) {
-            m_client.beginBurst(); // a message that comes alone is sent at once
+        if (sent == 1 && m_inFlight.empty()) {
+            // A message that comes alone is sent at once. So are those that wait for acknowledgements: the broker handles
+            // the first of the window while the next ones are prepared.
+            m_client.beginBurst();
         }
         if (!m_control.empty()) {
             Publication publication = std::move(m_control.front());
