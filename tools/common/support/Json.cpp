@@ -1,6 +1,6 @@
 #include "common/support/Json.h"
 
-#include "common/support/JsonPrinter.h"
+#include "common/text/JsonPrinter.h"
 #include "common/text/PrintableText.h"
 
 #include <algorithm>

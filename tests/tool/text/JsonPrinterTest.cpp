@@ -1,4 +1,4 @@
-#include "common/support/JsonPrinter.h"
+#include "common/text/JsonPrinter.h"
 
 #include "common/support/Json.h"
 

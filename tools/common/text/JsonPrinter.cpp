@@ -1,7 +1,7 @@
 // The JSON library formats each number with printf and scanf, and moves its text for each key. Programs that pass on
 // thousands of records a second spend most of their time there. A test checks that the texts are the same.
 
-#include "common/support/JsonPrinter.h"
+#include "common/text/JsonPrinter.h"
 
 #include <algorithm>
 #include <charconv>
