@@ -6,11 +6,13 @@ set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
-if(NOT TELVANE_PRECOMPILE_HEADERS)
-  set(CMAKE_DISABLE_PRECOMPILE_HEADERS ON)
-endif()
 if(NOT CMAKE_BUILD_TYPE)
   set(CMAKE_BUILD_TYPE Release)
+endif()
+# GCC warns about the standard library's own code if it optimises code with precompiled headers. The tests are compiled
+# without optimisation and use them nevertheless; see tests/CMakeLists.txt.
+if(NOT TELVANE_PRECOMPILE_HEADERS OR CMAKE_BUILD_TYPE STREQUAL Release)
+  set(CMAKE_DISABLE_PRECOMPILE_HEADERS ON)
 endif()
 
 add_library(TelvaneBuildFlags INTERFACE)
