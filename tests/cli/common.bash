@@ -23,6 +23,8 @@ teardown() {
         kill "$process" 2>/dev/null || true
     done
     wait
+    # Reports of a sanitizer are final. bats prints them if the test has failed.
+    grep -ahsE -D skip 'Sanitizer: |runtime error: ' "$directory"/* || true
     cd /
     rm -rf "$directory"
 }
