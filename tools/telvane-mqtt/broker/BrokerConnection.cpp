@@ -103,13 +103,14 @@ void BrokerConnection::acknowledged(int id, int reason)
     if (found == m_inFlight.end()) {
         return; // QoS 0
     }
-    const InFlight inFlight = std::move(found->second);
+    InFlight inFlight = std::move(found->second);
     m_inFlight.erase(found);
     if (reason != 0) {
         reportRefusal(inFlight.topic, reason);
     }
     if (inFlight.fromQueue) {
         if (reason == 0) {
+            inFlight.message.retain = inFlight.retained;
             m_link.queue.countSent(inFlight.message, inFlight.bytes);
         } else {
             m_link.queue.countDropped(inFlight.message, DropReason::Refused);
@@ -285,6 +286,7 @@ bool BrokerConnection::sendMessage(OutgoingMessage message, Nanoseconds now)
     inFlight.topic = publication.topic;
     inFlight.message = std::move(message);
     inFlight.bytes = bytes;
+    inFlight.retained = publication.retain;
     inFlight.sent = now;
     inFlight.fromQueue = true;
     return id.has_value();

@@ -76,6 +76,7 @@ private:
         std::size_t bytes = 0;
         Nanoseconds sent = 0;
         bool fromQueue = false;
+        bool retained = false; ///< the broker was asked to retain it
         std::string topic;
     };
 
