@@ -22,7 +22,9 @@ namespace
 {
 
 constexpr auto kAnswerDeadline = std::chrono::seconds(3); ///< without any progress
-constexpr const char* kPingChannel = "TelvaneBus";        ///< for a request if there is no subscription
+constexpr auto kAnswersLostInStream =
+    std::chrono::seconds(9);                       ///< after the end of the window, while packets wait
+constexpr const char* kPingChannel = "TelvaneBus"; ///< for a request if there is no subscription
 
 void setBlocking(int fd, bool blocking)
 {
@@ -136,7 +138,7 @@ void BusState::beginEpoch(const LinkPointer& link)
         const auto entry = next++;
         Channel& channel = entry->second;
         channel.asked = channel.active = channel.refused = channel.lingers = false;
-        channel.answersDue = 0;
+        channel.answersDue = channel.answersGivenUp = 0;
         if (channel.wanted()) {
             markDirty(*entry);
         } else {
@@ -246,24 +248,31 @@ std::error_code BusState::receiveSome(const LinkPointer& link)
 }
 
 /// Waits for a packet while the window is full. At the end of the window, the answers count as lost, and the next
-/// requests are sent. The thread need not be woken for this: a server drops answers only while packets wait in this
-/// socket, so the thread takes one of those after m_windowFull was set.
-/// \return whether there is one; false also if it has sent requests
+/// requests are sent. Packets that wait are taken first, as the answers may be among them, but not for ever. The thread
+/// need not be woken for this: a server drops answers only while packets wait in this socket, so the thread takes one of
+/// those after m_windowFull was set.
+/// \return whether there is a packet; false also if it has sent requests
 bool BusState::awaitPacket(const Link& link)
 {
-    int timeout = 0;
+    Clock::time_point end;
     {
-        Held held(lock);
-        timeout = pollTimeout(m_windowEnd);
-        if (timeout == 0) {
-            m_answersDue = 0;
-            m_windowFull = false;
-            updateServer(held);
-            return false;
-        }
+        const std::lock_guard<std::mutex> guard(lock);
+        end = m_windowEnd;
     }
     pollfd watched = {link.socket.get(), POLLIN, 0};
-    return poll(&watched, 1, timeout) != 0;
+    if (poll(&watched, 1, pollTimeout(end)) > 0 && Clock::now() < end + kAnswersLostInStream) {
+        return true;
+    }
+    Held held(lock);
+    if (m_windowFull && pollTimeout(m_windowEnd) == 0) {
+        for (auto& [name, channel] : m_channels) {
+            channel.answersGivenUp = channel.answersDue;
+        }
+        m_answersDue = 0;
+        m_windowFull = false;
+        updateServer(held);
+    }
+    return false;
 }
 
 void BusState::receiveUntilLost(const LinkPointer& link)

@@ -73,7 +73,7 @@ void BusState::noteAnswer(const char* header, const cJSON* message)
     }
     Channel& channel = found->second;
     --channel.answersDue;
-    m_answersDue -= m_answersDue > 0 ? 1 : 0; // it may have been given up
+    --(channel.answersGivenUp > 0 ? channel.answersGivenUp : m_answersDue);
     if (channel.answersDue > 0 || !channel.asked) {
         eraseIfIdle(found);
         return;

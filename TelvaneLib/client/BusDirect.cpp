@@ -21,7 +21,7 @@ void BusState::considerDirect(const Channel& channel)
             m_directName = only->name;
             m_direct.grant(m_targets.front());
         } catch (const std::bad_alloc&) {
-            m_directName.clear();
+            // The name and the turn stay as they were.
         }
     }
     m_lastOnly = only;
@@ -64,6 +64,7 @@ bool BusState::takeDirectly(Relay& relay)
         record = relay.readText(*endpoint->prototype);
     } catch (const std::bad_alloc&) {
         endDirect();
+        m_received.add();
         throw;
     }
     if (record == nullptr || !m_direct.beginRunning()) {

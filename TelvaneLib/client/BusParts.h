@@ -49,7 +49,7 @@ struct Link
 };
 using LinkPointer = std::shared_ptr<Link>;
 
-/// A writer with the connection of its last publication.
+/// A writer with the connection of its last publication. It belongs to the thread that has taken it, without the lock.
 struct Writer
 {
     PublicationWriter text;
@@ -120,7 +120,8 @@ struct Channel
     bool dirty = false;            ///< in BusState::m_dirtyChannels
     bool active = false;           ///< the server has accepted the subscription
     bool refused = false;
-    int answersDue = 0; ///< subscribe requests that the server has not answered
+    int answersDue = 0;     ///< subscribe requests that the server has not answered
+    int answersGivenUp = 0; ///< of those, the ones that no longer count in the window
 };
 
 /// A subscription, responder or queue.
@@ -151,8 +152,8 @@ public:
     std::error_code error;
     EndpointStatistics counters;
     OwnCounter deliveredDirectly; ///< callbacks that the receiver ran without the lock
-    std::uint64_t lastEpoch = 0;
-    int lastSequence = 0;
+    std::uint64_t lastEpoch = 0;  ///< of the receiver, which uses it without the lock
+    int lastSequence = 0;         ///< of the receiver, likewise
 
     bool running = false; ///< the callback is running, on the thread `runner`
     std::thread::id runner;
