@@ -220,6 +220,23 @@ TEST(JudgeRules, LeaveReferencesWithoutAnArcOut)
     EXPECT_EQ(verdict.level, "not_ok");
 }
 
+TEST(JudgeRules, LeaveReferencesOutThatAreNotWhole)
+{
+    const TemporaryDirectory directory;
+    const std::string path = directory.path("welds.db");
+    const auto store = openStore(path);
+    const auto reader = openReader(path);
+    for (int i = 0; i < 5; ++i) {
+        keepWeldAt(*store, weldOf(std::to_string(i), "A-17", 7), 180.0);
+    }
+    ASSERT_TRUE(store->database().run("UPDATE weld SET ending = 'running' WHERE id = 4"));
+    ASSERT_TRUE(store->database().run("UPDATE weld SET ending = 'importing' WHERE id = 5"));
+    std::vector<std::string> remarks;
+    RuleJudge judge(rulesOf("[*]\nreference part_number = 'A-17'\n"), *reader);
+    ASSERT_TRUE(judge.prepare(remarks));
+    EXPECT_EQ(remarks, (std::vector<std::string>{"[*] has 3 references; limits can be learned from 4"}));
+}
+
 TEST(JudgeRules, ReadReferencesAgainThatCouldNotBeRead)
 {
     const TemporaryDirectory directory;

@@ -81,9 +81,11 @@ protected:
               "program is not empty and program <> 2", "program > 1.5", "verdict = 'ok'",
               "mean_amps > 182 and mean_volts < 21", "verdict is empty and energy >= 40100",
               "program = 99"}) {
-            for (const bool byPart : {false, true}) {
-                const Points rows = trendOf(*m_reader, Column::MeanVolts, where, byPart, Source::Rows);
-                const Points blocks = trendOf(*m_reader, Column::MeanVolts, where, byPart, Source::Blocks);
+            for (const auto& [metric, byPart] :
+                 {std::pair(Column::MeanVolts, false), std::pair(Column::MeanVolts, true),
+                  std::pair(Column::Program, false), std::pair(Column::Program, true)}) {
+                const Points rows = trendOf(*m_reader, metric, where, byPart, Source::Rows);
+                const Points blocks = trendOf(*m_reader, metric, where, byPart, Source::Blocks);
                 groups += rows.size();
                 EXPECT_EQ(rows.size(), blocks.size()) << where;
                 for (std::size_t i = 0; i < std::min(rows.size(), blocks.size()); ++i) {
@@ -124,6 +126,35 @@ TEST_F(WeldBlocks, AreNotMadeOfTheOldestAndTheNewestWelds)
 TEST_F(WeldBlocks, GiveTheSameTrendsAsTheRows)
 {
     EXPECT_GT(expectSameTrends(), 100U);
+}
+
+TEST_F(WeldBlocks, AreNotNeededInAnArchiveOfAnOlderVersion)
+{
+    const Points rows = trendOf(*m_reader, Column::MeanVolts, "", false, Source::Rows);
+    run("DROP TABLE weld_block");
+    run("UPDATE archive_info SET value = 3 WHERE name = 'schema_version'");
+    m_reader = openReader(m_path);
+    const Points points = trendOf(*m_reader, Column::MeanVolts, "", false, Source::Blocks);
+    ASSERT_EQ(points.size(), rows.size());
+    EXPECT_EQ(points.back().welds, rows.back().welds);
+}
+
+TEST_F(WeldBlocks, GiveTheFirstGroupsOfVeryMany)
+{
+    run("WITH RECURSIVE numbers(n) AS (SELECT 1 UNION ALL SELECT n + 1 FROM numbers WHERE n < 40000) "
+        "INSERT INTO weld (id, uid, start_ns, ending, part_number, mean_volts) SELECT 100000 + n, 'one ' || "
+        "n, "
+        "1790000000000000000, 'complete', 'P' || (n * 7919 % 40000 + 10000), 20 FROM numbers");
+    EXPECT_TRUE(m_store->makeBlocks());
+    for (const Source source : {Source::Rows, Source::Blocks}) {
+        const Points points = trendOf(*m_reader, Column::MeanVolts, "part_number like 'P*'", true, source);
+        ASSERT_EQ(points.size(), 5000U);
+        EXPECT_EQ(points.front().group, "P10000");
+        EXPECT_EQ(points.back().group, "P14999");
+        for (const auto& point : points) {
+            ASSERT_EQ(point.welds, 1) << point.group;
+        }
+    }
 }
 
 TEST_F(WeldBlocks, AreReadInPlaceOfTheRows)

@@ -209,9 +209,10 @@ int follow(const Options& options)
     const std::string& local = remote ? options.spool : options.writer.database;
     const TelvaneTool::FileDescriptor signals = TelvaneTool::openSignals();
     Status status;
+    std::unique_ptr<ArchiveStore> store; // closes after the reader of the judge: the last one empties the log
     LiveJudging judging;
     int judged = TelvaneTool::kSuccess;
-    const auto store = openStore(local, signals.get(), status, [&](ArchiveStore& opened) {
+    store = openStore(local, signals.get(), status, [&](ArchiveStore& opened) {
         judged = judging.start(options.judging, opened, !remote);
         return judged == TelvaneTool::kSuccess ? Status() : Status{Status::Code::Failed, ""};
     });

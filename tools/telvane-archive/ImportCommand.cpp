@@ -117,9 +117,10 @@ int import(const Options& options)
         return TelvaneTool::kWrongUsage;
     }
     Status status;
+    std::unique_ptr<ArchiveStore> store; // closes after the reader of the judge: the last one empties the log
     LiveJudging judging;
     int judged = TelvaneTool::kSuccess;
-    const auto store = ArchiveStore::open(options.writer.database, {}, status, [&](ArchiveStore& opened) {
+    store = ArchiveStore::open(options.writer.database, {}, status, [&](ArchiveStore& opened) {
         judged = judging.start(options.judging, opened, true);
         return judged == TelvaneTool::kSuccess ? Status() : Status{Status::Code::Failed, ""};
     });

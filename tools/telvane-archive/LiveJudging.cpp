@@ -139,16 +139,27 @@ TelvaneTool::Nanoseconds LiveJudging::publish(ArchiveStore& store, WeldFollower&
     std::vector<ArchiveStore::Unpublished> waiting;
     Status status = store.readUnpublished(kAtOnce, waiting);
     for (const ArchiveStore::Unpublished& one : waiting) {
-        const std::error_code error = publishOne(one, follower);
+        const std::error_code error =
+            m_published.count(one.weld) != 0 ? std::error_code() : publishOne(one, follower);
         if (error == Telvane::BusError::TooLarge || error == Telvane::BusError::NotWritable) {
             TelvaneTool::printError("the verdict of weld " + std::to_string(one.weld) +
                                     " cannot be published: " + error.message());
         } else if (error) {
-            report("the verdict of weld " + std::to_string(one.weld) +
-                   " waits for the bus: " + error.message());
+            if (!m_waits) {
+                m_waits = true;
+                TelvaneTool::printError("the verdict of weld " + std::to_string(one.weld) +
+                                        " waits for the bus: " + error.message());
+            }
             return m_due = now + TelvaneTool::kSecond;
+        } else {
+            m_waits = false;
         }
-        status = status ? store.forgetUnpublished(one.weld) : status;
+        m_published.insert(one.weld);
+        status = store.forgetUnpublished(one.weld);
+        if (!status) {
+            break;
+        }
+        m_published.erase(one.weld);
     }
     report(status.text);
     m_due = !status ? now + TelvaneTool::kSecond : waiting.size() == kAtOnce ? 0 : -1;
@@ -169,7 +180,7 @@ std::error_code LiveJudging::publishOne(const ArchiveStore::Unpublished& waiting
 /// Prints an error once, until it changes.
 void LiveJudging::report(const std::string& text)
 {
-    if (!text.empty() && m_reported.empty()) {
+    if (!text.empty() && text != m_reported) {
         TelvaneTool::printError(text);
     }
     m_reported = text;

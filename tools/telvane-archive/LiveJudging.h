@@ -5,6 +5,7 @@
 #include "archive/judge/WeldVerdict.h"
 
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -41,7 +42,9 @@ private:
     void report(const std::string& text);
 
     std::string m_channel;
-    std::string m_reported;
+    std::string m_reported;             ///< the last error of the database
+    bool m_waits = false;               ///< reported: there is no bus
+    std::set<std::int64_t> m_published; ///< verdicts that could not be deleted after they were published
     std::vector<std::string> m_remarks;
     std::unique_ptr<ArchiveReader> m_reader;
     std::unique_ptr<RuleJudge> m_judge;

@@ -158,7 +158,9 @@ Status RuleJudge::readReferences(std::size_t rule)
     }
     ArchiveReader::Query query;
     query.filter = *m_rules[rule].references;
-    query.filter.add(Column::Ending, Condition::Comparison::NotEqual, std::string("running"));
+    for (const char* const unfinished : {"running", "importing"}) { // such a weld has no metrics yet
+        query.filter.add(Column::Ending, Condition::Comparison::NotEqual, std::string(unfinished));
+    }
     query.limit = kMaxReferences;
     std::vector<Weld> welds;
     Status status = m_reader.list(query, welds);

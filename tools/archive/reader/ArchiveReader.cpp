@@ -48,7 +48,7 @@ std::unique_ptr<ArchiveReader> ArchiveReader::open(const std::string& location, 
         status = {Status::Code::Refused, "this is not an archive of welds"};
     }
     // A newer version may have more columns than this program knows, which does no harm to reading.
-    if (status && version < kSchemaVersion) {
+    if (status && version < kOldestReadableVersion) {
         status = {Status::Code::Refused, "the archive has version " + std::to_string(version) +
                                              " of the schema; telvane-archive brings it up to date"};
     }

@@ -52,20 +52,53 @@ private:
     double m_squares = 0.0;
 };
 
+/// The first kMaxTrend groups by their keys.
 template <class Key>
-std::vector<Key> sortedKeys(const std::unordered_map<Key, Group>& groups)
+class Groups
 {
-    std::vector<Key> keys;
-    keys.reserve(groups.size());
-    for (const auto& [key, group] : groups) {
-        keys.push_back(key);
+public:
+    /// \return a group, valid until prune()
+    Group& operator[](const Key& key) { return m_last && *m_last < key ? m_beyond : m_groups[key]; }
+
+    /// Forgets groups that cannot be among the first, if there are many. Part numbers may be different for each weld.
+    void prune()
+    {
+        if (m_groups.size() <= 4 * kMaxTrend) {
+            return;
+        }
+        m_last = firstKeys().back();
+        for (auto group = m_groups.begin(); group != m_groups.end();) {
+            group = *m_last < group->first ? m_groups.erase(group) : std::next(group);
+        }
     }
-    std::sort(keys.begin(), keys.end());
-    if (keys.size() > kMaxTrend) {
-        keys.resize(kMaxTrend);
+
+    template <class Print>
+    void addTo(std::vector<TrendPoint>& points, Print print) const
+    {
+        for (const Key& key : firstKeys()) {
+            points.push_back(m_groups.at(key).point(print(key)));
+        }
     }
-    return keys;
-}
+
+private:
+    std::vector<Key> firstKeys() const
+    {
+        std::vector<Key> keys;
+        keys.reserve(m_groups.size());
+        for (const auto& [key, group] : m_groups) {
+            keys.push_back(key);
+        }
+        std::sort(keys.begin(), keys.end());
+        if (keys.size() > kMaxTrend) {
+            keys.resize(kMaxTrend);
+        }
+        return keys;
+    }
+
+    std::unordered_map<Key, Group> m_groups;
+    std::optional<Key> m_last; ///< the last one of the first groups, if others were forgotten
+    Group m_beyond;            ///< of all others
+};
 
 std::string printDay(std::int64_t day)
 {
@@ -78,20 +111,22 @@ class Trend
 public:
     Group& day(std::int64_t number) { return m_days[number]; }
     Group& part(const std::string& name) { return m_parts[name]; }
+    /// Groups that were returned before are not valid after it.
+    void prune()
+    {
+        m_days.prune();
+        m_parts.prune();
+    }
 
     void addTo(std::vector<TrendPoint>& points) const
     {
-        for (const std::int64_t day : sortedKeys(m_days)) {
-            points.push_back(m_days.at(day).point(printDay(day)));
-        }
-        for (const std::string& part : sortedKeys(m_parts)) {
-            points.push_back(m_parts.at(part).point(part));
-        }
+        m_days.addTo(points, &printDay);
+        m_parts.addTo(points, [](const std::string& name) { return name; });
     }
 
 private:
-    std::unordered_map<std::int64_t, Group> m_days;
-    std::unordered_map<std::string, Group> m_parts;
+    Groups<std::int64_t> m_days;
+    Groups<std::string> m_parts;
 };
 
 /// Sees one state of the database in all its statements.
@@ -150,6 +185,7 @@ private:
         return m_database.each(statement, values, [this](const Row& row) {
             Group& group = m_byPart ? m_trend.part(textOf(row[0])) : m_trend.day(wholeOf(row[0]));
             group.add(numberOf(row[1]));
+            m_trend.prune();
         });
     }
     Status readRowsBetween(std::int64_t from, std::int64_t to);
@@ -224,6 +260,13 @@ Status TrendReader::readBlocks(std::int64_t mostMissing, bool& done)
     status = status
                  ? m_database.run("SELECT (SELECT min(id) FROM weld), (SELECT max(id) FROM weld)", {}, &range)
                  : status;
+    std::vector<Row> known;
+    status = status
+                 ? m_database.run("SELECT count(*) FROM sqlite_master WHERE name = 'weld_block'", {}, &known)
+                 : status;
+    if (!status || wholeOf(known[0][0]) == 0) {
+        return status; // an archive of an older version
+    }
     std::vector<Row> blocks;
     status =
         status ? m_database.run("SELECT DISTINCT block FROM weld_block ORDER BY block", {}, &blocks) : status;
@@ -304,6 +347,7 @@ Status TrendReader::readColumn(std::int64_t block, BlockColumn& column, Column n
 void TrendReader::addBlock(const BlockColumn& groups, const BlockColumn& values,
                            const std::vector<char>& matching)
 {
+    m_trend.prune();
     std::vector<Group*> parts(groups.texts().size());
     std::int64_t lastDay = 0;
     Group* lastGroup = nullptr;
@@ -320,7 +364,8 @@ void TrendReader::addBlock(const BlockColumn& groups, const BlockColumn& values,
             lastDay = day;
             lastGroup = &m_trend.day(day);
         }
-        lastGroup->add(values.number(i));
+        lastGroup->add(values.type() == ColumnType::Whole ? static_cast<double>(values.whole(i))
+                                                          : values.number(i));
     }
 }
 

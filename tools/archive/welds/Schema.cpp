@@ -168,6 +168,17 @@ Status readSchemaVersion(Database& database, std::int64_t& version)
     return status;
 }
 
+/// \return whether a database has to change between two versions. If not, older programs may go on writing.
+static bool differ(std::int64_t from, std::int64_t to, Database::Kind kind)
+{
+    for (std::int64_t version = from + 1; version <= to; ++version) {
+        if (!statementsOf(version, kind).empty()) {
+            return true;
+        }
+    }
+    return false;
+}
+
 Status migrate(Database& database, std::int64_t version)
 {
     std::int64_t present = 0;
@@ -176,14 +187,14 @@ Status migrate(Database& database, std::int64_t version)
         return {Status::Code::Refused, "the archive has version " + std::to_string(present) +
                                            " of the schema, this program knows " + std::to_string(version)};
     }
-    while (status && present < version) {
+    while (status && differ(present, version, database.kind())) {
         Transaction transaction(database);
         status = transaction.begun();
         if (status && database.kind() == Database::Kind::Postgres) {
             // Two modules may start on a new server at the same time.
             status = database.run("SELECT pg_advisory_xact_lock(8316420172)");
             status = status ? readSchemaVersion(database, present) : status;
-            if (status && present >= version) {
+            if (status && !differ(present, version, database.kind())) {
                 return status;
             }
         }

@@ -136,7 +136,8 @@ bool BlockColumn::decode(std::string_view data)
     std::string_view rest = raw;
     if (m_type == ColumnType::Text) {
         std::uint32_t texts = 0;
-        if (!take(rest, texts) || texts == 0 || texts > rest.size() / sizeof(std::uint32_t)) {
+        if (!take(rest, texts) || texts == 0 ||
+            texts > std::min<std::size_t>(rest.size() / sizeof(std::uint32_t), kBlockWelds + 1)) {
             return false;
         }
         m_texts.resize(texts);
