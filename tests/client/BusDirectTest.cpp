@@ -3,6 +3,9 @@
 
 #include "helpers/BusClientTestSupport.h"
 
+#include <functional>
+#include <mutex>
+#include <new>
 #include <stdexcept>
 
 namespace Telvane::Testing
@@ -37,6 +40,71 @@ protected:
     Gate entered;
     Gate leave;
 };
+
+/// A record that is built in the way that a test wants.
+class BuiltLogData : public LogData
+{
+public:
+    TelvaneDataTypeBase* BuildNewDataType() const override
+    {
+        std::function<void()> before;
+        {
+            const std::lock_guard<std::mutex> guard(m_lock);
+            before = m_before;
+        }
+        if (before) {
+            before();
+        }
+        return new BuiltLogData;
+    }
+
+    static void before(std::function<void()> action)
+    {
+        const std::lock_guard<std::mutex> guard(m_lock);
+        m_before = std::move(action);
+    }
+
+private:
+    static inline std::mutex m_lock;
+    static inline std::function<void()> m_before;
+};
+
+TEST_F(DirectCallbacks, AreNotRunForARecordThatIsBeingReadWhenTheyEnd)
+{
+    std::atomic<int> calls{0};
+    Subscription subscription = bus->subscribe<BuiltLogData>("LogData", [&] {
+        ++calls;
+        received.put(1);
+    });
+    warmUp();
+    BuiltLogData::before([this] {
+        entered.open();
+        leave.pass();
+    });
+    publish("held");
+    EXPECT_TRUE(entered.pass());
+    subscription.end(); // does not wait, as no callback is running
+    leave.open();
+    const Subscription other = bus->subscribe<LogData>([&] { received.put(2); });
+    ASSERT_EQ(other.waitActive(kTimeout), std::error_code());
+    BuiltLogData::before({});
+    publish("after");
+    EXPECT_EQ(received.take(), 2);
+    EXPECT_EQ(calls, kFew);
+}
+
+TEST_F(DirectCallbacks, AMessageWithoutMemoryIsCountedAndTheNextOneArrives)
+{
+    Subscription subscription = bus->subscribe<BuiltLogData>("LogData", [&] { received.put(1); });
+    warmUp();
+    const std::uint64_t before = bus->statistics().received;
+    BuiltLogData::before([] { throw std::bad_alloc(); });
+    publish("lost");
+    EXPECT_TRUE(eventually([&] { return bus->statistics().outOfMemory == 1; }));
+    BuiltLogData::before({});
+    warmUp();
+    EXPECT_EQ(bus->statistics().received, before + 1 + kFew);
+}
 
 TEST_F(DirectCallbacks, EndWaitsForTheRunningCallback)
 {
