@@ -7,6 +7,7 @@
 #include <mutex>
 #include <new>
 #include <stdexcept>
+#include <typeinfo>
 
 namespace Telvane::Testing
 {
@@ -57,6 +58,9 @@ public:
         }
         return new BuiltLogData;
     }
+
+    /// Without it, messages of a class that is derived from another one are not read directly.
+    const RecordTable* _recordTable() const override { return recordTable().ifCovers(typeid(LogData)); }
 
     static void before(std::function<void()> action)
     {
