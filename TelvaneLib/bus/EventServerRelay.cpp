@@ -205,11 +205,11 @@ bool EventServer::State::subscribe(int client, std::string_view channel)
         }
         Channel::Entry& entry = found != channels.end() ? *found : addChannel(channel);
         const std::lock_guard<std::mutex> guard(subscribersLock);
-        std::vector<Subscription>& own = subscriptions[client];
+        std::vector<ServerSubscription>& own = subscriptions[client];
         if (own.size() == own.capacity()) {
             own.reserve(std::max<std::size_t>(4, 2 * own.size())); // the next two must not fail separately
         }
-        Delivery& delivery = entry.second.subscribers[client];
+        Subscriber& delivery = entry.second.subscribers[client];
         delivery.position = own.size();
         own.push_back({&entry, &delivery});
         entry.second.subscriberCount = entry.second.subscribers.size();
@@ -246,7 +246,7 @@ bool EventServer::State::unsubscribe(int client, std::string_view channel)
     const auto subscriber = entry.subscribers.find(client);
     if (subscriber != entry.subscribers.end()) {
         // Move the last subscription of the list to this place.
-        std::vector<Subscription>& own = subscriptions.find(client)->second;
+        std::vector<ServerSubscription>& own = subscriptions.find(client)->second;
         const std::size_t position = subscriber->second.position;
         own[position] = own.back();
         own[position].delivery->position = position;
@@ -264,7 +264,7 @@ void EventServer::State::removeSubscriptions(int client)
     if (found == subscriptions.end()) {
         return;
     }
-    for (const Subscription& subscription : found->second) {
+    for (const ServerSubscription& subscription : found->second) {
         Channel& channel = subscription.channel->second;
         channel.subscribers.erase(client);
         channel.subscriberCount = channel.subscribers.size();
@@ -337,10 +337,10 @@ void EventServer::State::sendToSubscribers(const Relay* relays, std::size_t numb
 }
 
 /// \param begin the first relay that is for \p subscriber, whose \p delivery that is
-void EventServer::State::sendShare(int subscriber, Delivery& delivery, const Relay* begin, const Relay* end)
+void EventServer::State::sendShare(int subscriber, Subscriber& delivery, const Relay* begin, const Relay* end)
 {
     const Channel* channel = begin->channel;
-    Delivery* own = &delivery;
+    Subscriber* own = &delivery;
     std::uint64_t relayed = 0;
     for (const Relay* relay = begin; relay != end; ++relay) {
         if (relay->channel != channel) {

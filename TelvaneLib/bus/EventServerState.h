@@ -29,8 +29,8 @@ namespace Telvane
 /// Limit of the text of a relay, in bytes. A longer relay is cut when it is sent, and is then not valid JSON.
 constexpr std::size_t kMaxRelaySize = 65536;
 
-/// Relays of one channel to one subscriber.
-struct Delivery
+/// Relays of one channel to one subscriber. (Delivery and Subscription are public types of the client.)
+struct Subscriber
 {
     std::size_t position = 0; ///< index in the subscriber's list of subscriptions
     int lastError = 0;
@@ -43,8 +43,8 @@ struct Channel
 {
     using Entry = std::pair<const std::string, Channel>;
 
-    EventHandler metaHandler = nullptr;            ///< null for channels whose messages are relayed
-    std::unordered_map<int, Delivery> subscribers; ///< by descriptor
+    EventHandler metaHandler = nullptr;              ///< null for channels whose messages are relayed
+    std::unordered_map<int, Subscriber> subscribers; ///< by descriptor
 
     const Entry* older = nullptr; ///< next element of the list that starts at newestChannel
 
@@ -65,10 +65,10 @@ struct Relay
 };
 
 /// A client's subscription to a channel.
-struct Subscription
+struct ServerSubscription
 {
     Channel::Entry* channel;
-    Delivery* delivery;
+    Subscriber* delivery;
 };
 
 /// \return whether clients may subscribe to the channel
@@ -142,7 +142,7 @@ struct EventServer::State
     void relayPrinted(int client, PrintedPublication* publications, std::size_t number);
     void noteRelay(Channel& channel, int sequenceNumber, int length);
     void sendToSubscribers(const Relay* relays, std::size_t number);
-    void sendShare(int subscriber, Delivery& delivery, const Relay* begin, const Relay* end);
+    void sendShare(int subscriber, Subscriber& delivery, const Relay* begin, const Relay* end);
 
     // Memory
     bool isKept(std::string_view channel) const;
@@ -186,7 +186,7 @@ struct EventServer::State
     JsonWriter relayText{kMaxRelaySize};
 
     std::mutex subscribersLock;
-    std::unordered_map<int, std::vector<Subscription>> subscriptions; ///< by descriptor
+    std::unordered_map<int, std::vector<ServerSubscription>> subscriptions; ///< by descriptor
 
     std::mutex limitsLock;
     EventServerLimits limits;

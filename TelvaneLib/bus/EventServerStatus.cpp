@@ -25,12 +25,12 @@ namespace
 struct Snapshot
 {
     const Channel::Entry* channel;
-    Delivery delivery;
+    Subscriber delivery;
 };
 
 EventServerSubscriptionStatus statusOf(const Snapshot& snapshot)
 {
-    const Delivery& counters = snapshot.delivery;
+    const Subscriber& counters = snapshot.delivery;
     EventServerSubscriptionStatus copy;
     copy.channel = snapshot.channel->first;
     copy.lastError = counters.lastError;
@@ -65,7 +65,7 @@ std::vector<EventServerClientStatus> EventServer::State::clients()
             const std::lock_guard<std::mutex> guard(subscribersLock);
             if (const auto found = subscriptions.find(client); found != subscriptions.end()) {
                 snapshots.reserve(found->second.size());
-                for (const Subscription& subscription : found->second) {
+                for (const ServerSubscription& subscription : found->second) {
                     snapshots.push_back({subscription.channel, *subscription.delivery});
                 }
             }
