@@ -147,14 +147,14 @@ telvane_setup_build() {
         cmake --build --preset "$preset" --parallel "$(nproc)" "${targets[@]}"
 }
 
-# telvane_each <command> <item...>: runs the command for each item, with one process per processor. Runs all of them,
-# then fails if one has failed.
+# telvane_each <command> <item...>: runs the command for each item, with TELVANE_JOBS processes (default: one per
+# processor). Runs all of them, then fails if one has failed.
 telvane_each() {
-    local command=$1 item failed=0 running=0
+    local command=$1 item failed=0 running=0 jobs=${TELVANE_JOBS:-$(nproc)}
     shift
     trap 'kill $(jobs -p) 2>/dev/null || true' EXIT
     for item in "$@"; do
-        if [ "$running" -ge "$(nproc)" ]; then
+        if [ "$running" -ge "$jobs" ]; then
             wait -n || failed=$((failed + 1))
             running=$((running - 1))
         fi
