@@ -20,8 +20,13 @@ target_compile_options(TelvaneBuildFlags INTERFACE -Wall -Wextra -Wpedantic -Wsh
 if(TELVANE_SANITIZE)
   target_compile_options(TelvaneBuildFlags INTERFACE
     -fsanitize=${TELVANE_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
-  # Only the tested code is checked for undefined behaviour. In tests, this would double the compile time.
+  # Only the tested code is checked for undefined behaviour, and counted for the fuzzers. In tests, this would double
+  # the compile time.
+  set(omitted undefined)
+  if(TELVANE_SANITIZE MATCHES fuzzer-no-link)
+    set(omitted undefined,fuzzer-no-link)
+  endif()
   target_compile_options(TelvaneBuildFlags INTERFACE
-    $<$<BOOL:$<TARGET_PROPERTY:TELVANE_IS_TEST>>:-fno-sanitize=undefined>)
+    $<$<BOOL:$<TARGET_PROPERTY:TELVANE_IS_TEST>>:-fno-sanitize=${omitted}>)
   target_link_options(TelvaneBuildFlags INTERFACE -fsanitize=${TELVANE_SANITIZE})
 endif()
