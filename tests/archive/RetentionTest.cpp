@@ -1,4 +1,5 @@
 #include "archive/ArchiveTestSupport.h"
+#include "archive/samples/SampleFile.h"
 
 #include <filesystem>
 
@@ -91,4 +92,31 @@ TEST_F(Retention, LeavesAWeldThatIsUnderWay)
     m_store->end(handle, "complete");
     ASSERT_TRUE(m_store->commit());
     EXPECT_EQ(samples(), (std::vector<std::size_t>{2}));
+}
+
+TEST(DeletedSamples, DoNotComeBackWhenAWeldThatWasCutOffIsClosed)
+{
+    const TemporaryDirectory directory;
+    const std::string path = directory.path("welds.db");
+    const std::string file = sampleFolder(path) + "/" + sampleFileName(kStart);
+    {
+        const auto store = openStore(path);
+        keepWeld(*store, makeWeld("old"), 100);
+        Weld weld = makeWeld("cut off");
+        weld[Column::StartNs] = kStart + kDay;
+        store->begin(weld);
+        ASSERT_TRUE(store->commit());
+        std::filesystem::copy_file(file, directory.path("before"));
+        ArchiveStore::Retention retention;
+        retention.samplesAge = kDay;
+        ArchiveStore::Retained retained;
+        ASSERT_TRUE(store->retain(retention, kStart + kDay + 1, retained));
+        EXPECT_EQ(retained.sampleWelds, 1);
+    }
+    // As on a file system without holes.
+    std::filesystem::copy_file(directory.path("before"), file,
+                               std::filesystem::copy_options::overwrite_existing);
+    EXPECT_EQ(openStore(path)->counters().recovered, 1U);
+    const auto reader = openReader(path);
+    EXPECT_EQ(samplesOf(*reader, listWelds(*reader)[0].id).size(), 0U);
 }

@@ -189,7 +189,9 @@ Status ArchiveStore::recoverWeld(Running& running)
             std::vector<Sample> samples;
             decodeChunk(chunk, header, samples);
             std::vector<Row> found;
-            indexed = indexed ? m_database->run("SELECT start_ns, sample_period_us FROM weld WHERE id = $1",
+            // Chunks of other welds are those of samples that were deleted.
+            indexed = indexed ? m_database->run("SELECT start_ns, sample_period_us FROM weld WHERE id = $1 "
+                                                "AND ending = 'running'",
                                                 {header.weld}, &found)
                               : indexed;
             if (!indexed || found.empty()) {
