@@ -99,8 +99,11 @@ Status SampleFile::open(const std::string& path)
             close();
             return marked;
         }
-        syncFolder(folder);
     }
+    // Otherwise a power cut may take the name of the file, or that of its folder, and all samples with it. Also for a file
+    // that is there: the process that made it may have been killed before it came here.
+    syncFolder(folder);
+    syncFolder(folder + "/..");
     return {};
 }
 
