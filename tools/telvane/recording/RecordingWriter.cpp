@@ -173,7 +173,7 @@ bool RecordingWriter::writeData(const std::string& data)
 }
 
 /// \param written  bytes of the data that were written before the error
-bool RecordingWriter::fail(int error, std::uint64_t written)
+bool RecordingWriter::fail(int error, std::size_t written)
 {
     printError("cannot write " + m_path + ": " + std::strerror(error));
     // Compressed data can only be cut at the end of the last flush.

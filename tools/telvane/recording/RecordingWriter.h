@@ -62,7 +62,7 @@ private:
     std::string encode(std::string_view lines, bool last);
     bool write(bool last = false);
     bool writeData(const std::string& data);
-    bool fail(int error, std::uint64_t written);
+    bool fail(int error, std::size_t written);
     std::string numberedPath(int number) const;
 
     const Settings m_settings;
