@@ -97,6 +97,15 @@ TEST(OutputFile, RefusesToReplaceAFileThatAppearedInTheMeantime)
     EXPECT_EQ(second.open(directory.path("out"), false), EEXIST);
 }
 
+TEST(OutputFile, RefusesToReplaceAFileOfMoreThanTwoGiB)
+{
+    const TestDirectory directory;
+    std::filesystem::resize_file(directory.write("recording", ""), std::uintmax_t{3} << 30); // a hole
+    OutputFile file;
+    EXPECT_EQ(file.open(directory.path("recording"), false), EEXIST);
+    EXPECT_TRUE(isSameFile(directory.path("recording"), directory.path("recording")));
+}
+
 TEST(OutputFile, ReportsWhyAFileCannotBeWritten)
 {
     const TestDirectory directory;
