@@ -61,7 +61,7 @@ public:
     /// They do not wait for the disk.
     /// @{
     std::size_t waiting() const { return m_waiting; }         ///< messages that are not done
-    std::size_t bytes() const { return m_bytes; }             ///< size of the file's pages in use
+    std::uint64_t bytes() const { return m_bytes; }           ///< size of the file's pages in use
     std::uint64_t failures() const { return m_failures; }     ///< failed writes and damaged files
     std::uint64_t generation() const { return m_generation; } ///< changes when a file is opened or set aside
     /// @}
@@ -86,7 +86,7 @@ private:
     std::int64_t m_lastStored = 0;
     Opened m_opened;
     std::atomic<std::size_t> m_waiting{0};
-    std::atomic<std::size_t> m_bytes{0};
+    std::atomic<std::uint64_t> m_bytes{0};
     std::atomic<std::uint64_t> m_failures{0};
     std::atomic<std::uint64_t> m_generation{0};
     Nanoseconds m_tryAfter = 0;

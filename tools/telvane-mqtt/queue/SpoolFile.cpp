@@ -191,7 +191,7 @@ SpoolFile::Status SpoolFile::readTotals()
     return status;
 }
 
-SpoolFile::Status SpoolFile::usedBytes(std::size_t& bytes)
+SpoolFile::Status SpoolFile::usedBytes(std::uint64_t& bytes)
 {
     std::vector<Row> rows;
     Status status = m_database->run("PRAGMA page_count", {}, &rows);
@@ -199,7 +199,7 @@ SpoolFile::Status SpoolFile::usedBytes(std::size_t& bytes)
         status = m_database->run("PRAGMA freelist_count", {}, &rows);
     }
     if (status) {
-        bytes = static_cast<std::size_t>(wholeOf(rows.at(0)[0]) - wholeOf(rows.at(1)[0])) * kPageSize;
+        bytes = static_cast<std::uint64_t>(wholeOf(rows.at(0)[0]) - wholeOf(rows.at(1)[0])) * kPageSize;
     }
     return status;
 }
@@ -245,7 +245,7 @@ SpoolFile::Status SpoolFile::write(SpoolBatch& batch, std::uint64_t session, Nan
                                      {channel, static_cast<std::int64_t>(count)});
         }
     }
-    std::size_t bytes = 0;
+    std::uint64_t bytes = 0;
     if (status) {
         status = usedBytes(bytes);
     }
@@ -331,7 +331,7 @@ SpoolFile::Status SpoolFile::dropOld(Nanoseconds now, std::vector<Evicted>& evic
 SpoolFile::Status SpoolFile::makeRoom(std::size_t needed, std::vector<Evicted>& evicted)
 {
     for (;;) {
-        std::size_t used = 0;
+        std::uint64_t used = 0;
         Status status = usedBytes(used);
         if (!status || used + needed + kReserve <= m_limits.bytes) {
             return status;

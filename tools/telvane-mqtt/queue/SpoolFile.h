@@ -15,7 +15,7 @@ namespace TelvaneTool::Mqtt
 /// Bounds of the spool.
 struct SpoolLimits
 {
-    std::size_t bytes = std::size_t{64} * 1024 * 1024;
+    std::uint64_t bytes = std::uint64_t{64} * 1024 * 1024;
     Nanoseconds age = kSecond * 3600 * 24;
 };
 
@@ -88,7 +88,7 @@ public:
     Status continueAfter(std::int64_t last);
 
     std::size_t waiting() const { return m_waiting; }        ///< \return messages that are not done
-    std::size_t bytes() const { return m_bytes; }            ///< \return size of the pages in use
+    std::uint64_t bytes() const { return m_bytes; }          ///< \return size of the pages in use
     std::int64_t lastStored() const { return m_lastStored; } ///< \return the highest identifier
 
 private:
@@ -105,12 +105,12 @@ private:
     Status dropOld(Nanoseconds now, std::vector<Evicted>& evicted);
     Status makeRoom(std::size_t needed, std::vector<Evicted>& evicted);
     Status remove(const std::vector<Row>& rows, bool tooOld, std::vector<Evicted>& evicted);
-    Status usedBytes(std::size_t& bytes);
+    Status usedBytes(std::uint64_t& bytes);
 
     const SpoolLimits m_limits;
     std::unique_ptr<TelvaneArchive::Database> m_database;
     std::size_t m_waiting = 0;
-    std::size_t m_bytes = 0;
+    std::uint64_t m_bytes = 0;
     std::int64_t m_lastStored = 0;
 };
 

@@ -3,6 +3,7 @@
 #include "telvane-mqtt/channels/ChannelRules.h"
 #include "telvane-mqtt/queue/OutgoingQueue.h"
 
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
@@ -65,7 +66,7 @@ struct Settings
     std::string requestTimeout = "2s";
     unsigned long queueMessages = 20'000;
     unsigned long queueBytes = 16UL * 1024 * 1024;
-    unsigned long spoolBytes = 64UL * 1024 * 1024;
+    std::uint64_t spoolBytes = std::uint64_t{64} * 1024 * 1024;
     unsigned long packetLimit = 1UL << 20;
     unsigned inFlight = 20;
     unsigned drainRate = 500;

@@ -1,0 +1,25 @@
+#include "telvane-mqtt/settings/Settings.h"
+
+#include "helpers/ToolTestFiles.h"
+
+#include <gtest/gtest.h>
+
+namespace TelvaneTool::Mqtt
+{
+namespace
+{
+
+TEST(MqttSettings, AllowASpoolOfMoreThanFourGiB)
+{
+    const TestDirectory directory;
+    const std::string path = directory.write("bridge.toml", "spool-bytes = 8589934592\n");
+    Settings settings;
+    const auto given = [](const char*) {
+        return false;
+    };
+    EXPECT_EQ(readConfigFile(path, given, settings), "");
+    EXPECT_EQ(settings.spoolBytes, std::uint64_t{8} << 30);
+}
+
+} // namespace
+} // namespace TelvaneTool::Mqtt
