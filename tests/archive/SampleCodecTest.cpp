@@ -53,7 +53,7 @@ TEST(SampleCodec, BringsBackRandomNumbers)
 {
     std::mt19937_64 random(1);
     for (int round = 0; round < 50; ++round) {
-        std::vector<Sample> samples(1 + random() % 500);
+        std::vector<Sample> samples(1 + static_cast<std::size_t>(random() % 500));
         for (Sample& sample : samples) {
             sample.number = static_cast<std::int32_t>(random());
             sample.time = static_cast<std::int64_t>(random());

@@ -110,7 +110,7 @@ protected:
     {
         {
             std::fstream damaged(m_path, std::ios::in | std::ios::out | std::ios::binary);
-            damaged << std::string(std::filesystem::file_size(m_path), '\x55');
+            damaged << std::string(static_cast<std::size_t>(std::filesystem::file_size(m_path)), '\x55');
         }
         const std::uint64_t generation = spool->generation();
         std::uint64_t to = 3;
