@@ -17,6 +17,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <limits>
 #include <utility>
 
 namespace Telvane
@@ -82,6 +83,28 @@ char* layOut(const char* digits, int count, int exponent, char* text)
     return copyText(digits + whole, end, text);
 }
 
+// A 32-bit processor converts integers of 32 bits in one instruction, and larger ones in a function of some dozens.
+constexpr bool kConvertsLargeIntegers = sizeof(void*) >= sizeof(std::int64_t);
+
+/// \param value not negative and less than 2^63
+/// \return \p value, rounded towards 0
+std::int64_t integerOf(double value)
+{
+    if (!kConvertsLargeIntegers && value < 0x1p32) {
+        return static_cast<std::uint32_t>(value);
+    }
+    return static_cast<std::int64_t>(value);
+}
+
+/// \param value not negative
+double doubleOf(std::int64_t value)
+{
+    if (!kConvertsLargeIntegers && value <= std::numeric_limits<std::uint32_t>::max()) {
+        return static_cast<std::uint32_t>(value);
+    }
+    return static_cast<double>(value);
+}
+
 /// \return the end of the text; null when the number is no whole multiple of 1 / 10^places
 char* formatDecimal(double magnitude, double scale, int places, char* text)
 {
@@ -90,15 +113,15 @@ char* formatDecimal(double magnitude, double scale, int places, char* text)
         return nullptr;
     }
     // Where this rounds the wrong way, the next comparison fails.
-    auto multiple = static_cast<std::int64_t>(scaled + 0.5); // NOLINT(bugprone-incorrect-roundings)
-    if (static_cast<double>(multiple) / scale != magnitude) {
+    auto multiple = integerOf(scaled + 0.5); // NOLINT(bugprone-incorrect-roundings)
+    if (doubleOf(multiple) / scale != magnitude) {
         return nullptr;
     }
     while (multiple % 10 == 0) {
         multiple /= 10;
         --places;
     }
-    char digits[kDigits + 1] = {};
+    char digits[kDigits + 1];
     const auto count = static_cast<int>(std::to_chars(digits, digits + sizeof digits, multiple).ptr - digits);
     return layOut(digits, count, count - places - 1, text);
 }
@@ -226,8 +249,8 @@ char* formatNumber(double value, char* text)
         *text++ = '-';
     }
     if (magnitude < kWholeNumberLimit) {
-        const auto whole = static_cast<std::int64_t>(magnitude);
-        if (static_cast<double>(whole) == magnitude) {
+        const auto whole = integerOf(magnitude);
+        if (doubleOf(whole) == magnitude) {
             return terminate(std::to_chars(text, text + kDigits + 1, whole).ptr);
         }
     }

@@ -126,6 +126,19 @@ TEST(NumberText, PrintsPowersOfTenAndTheirNeighbours)
     }
 }
 
+TEST(NumberText, PrintsNumbersAroundTheLimitOf32BitsAsTheLibraryDoes)
+{
+    for (const double scale : {1.0, 1e2, 1e6, 1e8}) {
+        for (const double multiple : {0x1p31, 0x1p32}) {
+            for (int step = -3; step <= 3; ++step) {
+                const double value = (multiple + step * 0.5) / scale;
+                EXPECT_EQ(ourText(value), libraryText(value));
+                EXPECT_EQ(ourText(-value), libraryText(-value));
+            }
+        }
+    }
+}
+
 TEST(NumberText, PrintsIntegersAsTheLibraryDoes)
 {
     expectLibraryDigits(
