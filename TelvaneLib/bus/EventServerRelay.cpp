@@ -274,10 +274,9 @@ void EventServer::State::removeSubscriptions(int client)
 
 int EventServer::State::answer(int client, const char* header, bool success, const char* channel)
 {
-    const JsonTree response = makeResponse(header, success, channel);
-    const JsonText text(response != nullptr ? cJSON_PrintUnformatted(response.get()) : nullptr);
-    return text != nullptr ? sendToClient(client, text.get(), static_cast<int>(std::strlen(text.get())))
-                           : -ENOMEM;
+    writeResponse(relayText, header, success, channel);
+    const char* const text = relayText.finish();
+    return text != nullptr ? sendToClient(client, text, static_cast<int>(relayText.length())) : -ENOMEM;
 }
 
 int EventServer::subscriptionHandler(void* server, int /*fd*/, const std::string& channel, int sequence,

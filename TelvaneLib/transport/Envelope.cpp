@@ -89,6 +89,18 @@ void writeRelay(JsonWriter& text, const std::string& channel, int sequence, cons
     text.put("\n}");
 }
 
+void writeResponse(JsonWriter& text, const char* header, bool success, const char* channel)
+{
+    text.clear();
+    text.put("{\"header\":");
+    text.string(header);
+    text.put(",\"success\":");
+    text.flag(success);
+    text.put(",\"channel\":");
+    text.string(channel);
+    text.put("}");
+}
+
 bool PrintedPublication::read(char* text)
 {
     m_begin = text;
@@ -148,15 +160,6 @@ JsonTree makeUnsubscribeRequest(const std::string& channel)
     JsonTree message(cJSON_CreateObject());
     const bool added = add(message, "payload", makeChannelPayload(channel).release()) &&
                        addText(message, "header", kUnsubscribeHeader);
-    return complete(std::move(message), added);
-}
-
-JsonTree makeResponse(const char* header, bool success, const char* channel)
-{
-    JsonTree message(cJSON_CreateObject());
-    const bool added = addText(message, "header", header) &&
-                       add(message, "success", cJSON_CreateBool(success ? 1 : 0)) &&
-                       addText(message, "channel", channel);
     return complete(std::move(message), added);
 }
 

@@ -23,7 +23,6 @@ constexpr const char* kUnsubscribeHeader = ".unsubscribe";
 /// @{
 JsonTree makeSubscribeRequest(const std::string& channel);
 JsonTree makeUnsubscribeRequest(const std::string& channel);
-JsonTree makeResponse(const char* header, bool success, const char* channel);
 /// @}
 
 /// \name Writing
@@ -34,6 +33,8 @@ void beginPublication(JsonWriter& text, const std::string& channel);
 void endPublication(JsonWriter& text);
 /// Writes a relay as a new text.
 void writeRelay(JsonWriter& text, const std::string& channel, int sequence, const cJSON* payload);
+/// Writes a response to a request to the server as a new text, on one line.
+void writeResponse(JsonWriter& text, const char* header, bool success, const char* channel);
 /// @}
 
 /// A publication in the form in which the JSON library prints it. Its relay differs only by the sequence

@@ -2,6 +2,7 @@
 
 #include "helpers/BusTestSupport.h"
 #include "helpers/JsonTestSupport.h"
+#include "support/JsonTree.h"
 
 #include <cerrno>
 
@@ -35,6 +36,38 @@ TEST(SubscribeResponse, RefusesOtherNamesAndEchoesThem)
     EXPECT_EQ(peer.receive(), R"({"header":".subscribe","success":false,"channel":"\"q\"\n"})");
     peer.send(R"({"header":".subscribe","payload":{"channel":".subscribe"}})");
     EXPECT_EQ(peer.receive(), R"({"header":".subscribe","success":false,"channel":".subscribe"})");
+}
+
+std::string printedRefusal(const std::string& name)
+{
+    const JsonTree tree(cJSON_CreateObject());
+    cJSON_AddStringToObject(tree.get(), "header", ".subscribe");
+    cJSON_AddFalseToObject(tree.get(), "success");
+    cJSON_AddStringToObject(tree.get(), "channel", name.c_str());
+    return JsonText(cJSON_PrintUnformatted(tree.get())).get();
+}
+
+TEST(SubscribeResponse, EchoesUnusualCharactersAsTheLibraryPrintsThem)
+{
+    RunningServer running;
+    const RawPeer peer = running.connect();
+    std::string name;
+    for (int character = 1; character < 256; ++character) {
+        if (character != '"' && character != '\\') {
+            name += static_cast<char>(character);
+        }
+    }
+    peer.send(R"({"header":".subscribe","payload":{"channel":")" + name + R"("}})");
+    EXPECT_EQ(peer.receive(), printedRefusal(name));
+}
+
+TEST(SubscribeResponse, IsCutAtTheLimitOfMessages)
+{
+    RunningServer running;
+    const RawPeer peer = running.connect();
+    const std::string name(16000, '\x01'); // six times as long with escapes
+    peer.send(R"({"header":".subscribe","payload":{"channel":")" + name + R"("}})");
+    EXPECT_EQ(peer.receive(), printedRefusal(name).substr(0, kMessageLimit));
 }
 
 TEST(SubscribeResponse, AcceptsTheEmptyName)
