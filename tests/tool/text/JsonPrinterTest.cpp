@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <limits>
 #include <random>
@@ -66,6 +68,11 @@ TEST(JsonPrinter, PrintsNumbersOfAllSizesLikeTheLibrary)
         std::memcpy(&number, &bits, sizeof number);
         expectSameText(JsonTree(cJSON_CreateNumber(number)));
         expectSameText(JsonTree(cJSON_CreateNumber(static_cast<double>(bits % 1'000'000) / 1000.0)));
+        // Decimals of all lengths, with and without neighbours that need more digits.
+        const double decimal = static_cast<double>(static_cast<std::int64_t>(bits) >> (bits % 50)) / 1e6;
+        expectSameText(JsonTree(cJSON_CreateNumber(decimal)));
+        expectSameText(JsonTree(cJSON_CreateNumber(decimal / 1e6)));
+        expectSameText(JsonTree(cJSON_CreateNumber(std::nextafter(decimal, 0.0))));
     }
 }
 

@@ -137,11 +137,23 @@ std::string printMoment(Nanoseconds sinceEpoch)
     // The fraction also counts forward before 1970.
     const Nanoseconds fraction = (sinceEpoch % kSecond + kSecond) % kSecond;
     const auto seconds = static_cast<time_t>(sinceEpoch / kSecond - (sinceEpoch % kSecond < 0 ? 1 : 0));
-    tm parts = {};
-    gmtime_r(&seconds, &parts);
-    char text[32] = {};
-    std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
-    return text + formatted(".%06dZ", static_cast<int>(fraction / kMicrosecond));
+    // Listeners print thousands of moments of the same second.
+    thread_local time_t printedSeconds = 0;
+    thread_local char text[32] = {};
+    if (text[0] == '\0' || printedSeconds != seconds) {
+        tm parts = {};
+        gmtime_r(&seconds, &parts);
+        std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
+        printedSeconds = seconds;
+    }
+    std::string moment = text;
+    const auto at = moment.size();
+    moment += ".000000Z";
+    auto digits = static_cast<int>(fraction / kMicrosecond);
+    for (std::size_t place = at + 6; digits > 0; --place, digits /= 10) {
+        moment[place] = static_cast<char>('0' + digits % 10);
+    }
+    return moment;
 }
 
 } // namespace TelvaneTool

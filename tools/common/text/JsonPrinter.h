@@ -11,4 +11,7 @@ namespace TelvaneTool
 ///         holds anything that cannot be printed
 std::string printOnOneLine(const cJSON* tree);
 
+/// Appends a number in the same way.
+void appendNumber(std::string& json, double value);
+
 } // namespace TelvaneTool

@@ -12,6 +12,7 @@
 #include "common/support/ChannelPattern.h"
 #include "common/support/HumanReadable.h"
 #include "listen/FormatOptions.h"
+#include "listen/SampleRecord.h"
 #include "listen/SequenceGaps.h"
 
 #include <Telvane/RequestType.h>
@@ -20,6 +21,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -69,17 +71,22 @@ public:
             printError(channel + " " + std::to_string(sequence) + ": " + record.decodeError());
             return;
         }
-        const std::string line =
-            m_lines.print({channel, sequence, record.text(), recordClass, realTimeNow(), monotonicNow()});
-        if (line.empty()) {
+        append(m_lines.print({channel, sequence, record.text(), recordClass, realTimeNow(), monotonicNow()}));
+    }
+
+    /// Called on the receiver thread, for samples if printsSamples() and without --last.
+    void take(const std::string& channel, SampleRecord& sample, const RecordClass* recordClass, int sequence)
+    {
+        std::string line;
+        if (!sample.isRead() || !m_lines.printSample(sample, channel, sequence, realTimeNow(), line)) {
+            take(channel, sample.decoded(), recordClass, sequence);
             return;
         }
-        const std::lock_guard<std::mutex> guard(m_lock);
-        if (m_options.count == 0 || m_taken < m_options.count) {
-            ++m_taken;
-            m_output += line;
-        }
+        m_missed.take(sequence);
+        append(line);
     }
+
+    bool printsSamples() const { return m_lines.printsSamples(); }
 
     const SequenceGaps& missed() const { return m_missed; }
 
@@ -105,6 +112,18 @@ public:
     }
 
 private:
+    void append(const std::string& line)
+    {
+        if (line.empty()) {
+            return;
+        }
+        const std::lock_guard<std::mutex> guard(m_lock);
+        if (m_options.count == 0 || m_taken < m_options.count) {
+            ++m_taken;
+            m_output += line;
+        }
+    }
+
     /// \return whether the record that was requested has also arrived by itself
     bool isRepeated(const std::string& channel, int sequence)
     {
@@ -178,12 +197,19 @@ int listen(Options& options)
     int result = bus.connect(options.bus.path, options.bus.wait);
     const auto subscribe = [&](const std::string& channel) {
         const RecordClass* const recordClass = classOfChannel(options.recordClass, channel);
-        const int subscribed = bus.subscribe(
-            channel, DecodedRecord(recordClass),
-            [&, channel, recordClass](void*, TelvaneDataTypeBase* record, int sequence, void*) {
-                arrivals.take(channel, static_cast<DecodedRecord&>(*record), recordClass, sequence);
-                bus.wake();
-            });
+        const auto subscribeTo = [&](const auto& prototype) {
+            using Record = std::decay_t<decltype(prototype)>;
+            return bus.subscribe(
+                channel, prototype,
+                [&, channel, recordClass](void*, TelvaneDataTypeBase* record, int sequence, void*) {
+                    arrivals.take(channel, static_cast<Record&>(*record), recordClass, sequence);
+                    bus.wake();
+                });
+        };
+        const bool asSample = arrivals.printsSamples() && !options.last && recordClass != nullptr &&
+                              &recordClass->table() == &Telvane::WeldTraceData::recordTable();
+        const int subscribed =
+            asSample ? subscribeTo(SampleRecord()) : subscribeTo(DecodedRecord(recordClass));
         if (subscribed == kSuccess && options.last) {
             Telvane::RequestType request;
             bus.publish(Telvane::kRequestPrefix + channel, request);

@@ -42,6 +42,11 @@ std::string csvText(const std::string& text)
     return quoted + "\"";
 }
 
+std::string csvStart(const std::string& channel, int sequence, Nanoseconds moment)
+{
+    return printMoment(moment) + "," + channel + "," + std::to_string(sequence);
+}
+
 /// One element of a format: a conversion, with its path if it is "%{path}", or a character.
 struct Element
 {
@@ -107,6 +112,12 @@ std::vector<std::string> fieldsOfFormat(const std::string& format)
     return paths;
 }
 
+RecordFormatter::RecordFormatter(Settings settings) : m_settings(std::move(settings))
+{
+    m_printsSamples = !m_settings.csvFields.empty() && m_settings.filters.empty() && !m_settings.names &&
+                      m_sampleColumns.choose(m_settings.csvFields);
+}
+
 std::string RecordFormatter::print(const Arrival& arrival)
 {
     const bool wantsFields = m_settings.format.find("%{") != std::string::npos;
@@ -150,12 +161,22 @@ std::string RecordFormatter::heading() const
 
 std::string RecordFormatter::printCsv(const Arrival& arrival, const cJSON* tree) const
 {
-    std::string line =
-        printMoment(arrival.moment) + "," + arrival.channel + "," + std::to_string(arrival.sequence);
+    std::string line = csvStart(arrival.channel, arrival.sequence, arrival.moment);
     for (const std::string& field : m_settings.csvFields) {
         line += "," + csvText(fieldText(findField(tree, field)));
     }
     return line + "\n";
+}
+
+bool RecordFormatter::printSample(const Telvane::WeldTraceData& sample, const std::string& channel,
+                                  int sequence, Nanoseconds moment, std::string& line) const
+{
+    line = csvStart(channel, sequence, moment);
+    if (!m_sampleColumns.print(sample, line)) {
+        return false;
+    }
+    line += '\n';
+    return true;
 }
 
 std::string RecordFormatter::printJsonLine(const Arrival& arrival, const std::string& payload,

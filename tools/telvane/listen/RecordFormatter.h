@@ -3,6 +3,7 @@
 #include "common/support/Clock.h"
 #include "common/support/Json.h"
 #include "listen/FieldFilter.h"
+#include "listen/SampleColumns.h"
 
 #include <Telvane/RecordCatalogue.h>
 
@@ -28,7 +29,7 @@ public:
         std::vector<FieldFilter> filters; ///< all must accept the payload
     };
 
-    explicit RecordFormatter(Settings settings) : m_settings(std::move(settings)) {}
+    explicit RecordFormatter(Settings settings);
 
     /// \return the line before the first record; empty if there is none
     std::string heading() const;
@@ -46,6 +47,13 @@ public:
     /// \return the text with its newline; empty if a filter rejects the payload
     std::string print(const Arrival& arrival);
 
+    /// \return whether the settings allow printSample()
+    bool printsSamples() const { return m_printsSamples; }
+    /// Prints a sample without its JSON text: the same as print(), in a tenth of the time.
+    /// \return false if this sample needs print()
+    bool printSample(const Telvane::WeldTraceData& sample, const std::string& channel, int sequence,
+                     Nanoseconds moment, std::string& line) const;
+
 private:
     std::string printCsv(const Arrival& arrival, const cJSON* tree) const;
     std::string printJsonLine(const Arrival& arrival, const std::string& payload, Nanoseconds delta) const;
@@ -53,6 +61,8 @@ private:
                             Nanoseconds delta, Nanoseconds channelDelta) const;
 
     const Settings m_settings;
+    SampleColumns m_sampleColumns;
+    bool m_printsSamples = false;
     std::optional<Nanoseconds> m_last;
     std::map<std::string, Nanoseconds> m_lastOfChannel;
 };
