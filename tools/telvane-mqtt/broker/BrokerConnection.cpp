@@ -7,6 +7,7 @@
 #include "telvane-mqtt/broker/Announcements.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace TelvaneTool::Mqtt
 {
@@ -103,10 +104,10 @@ void BrokerConnection::acknowledged(int id, int reason)
     if (found == m_inFlight.end()) {
         return; // QoS 0
     }
-    InFlight inFlight = std::move(found->second);
-    m_inFlight.erase(found);
+    const auto node = m_inFlight.extract(found);
+    InFlight& inFlight = node.mapped();
     if (reason != 0) {
-        reportRefusal(inFlight.topic, reason);
+        reportRefusal(inFlight.message.topic, reason);
     }
     if (inFlight.fromQueue) {
         if (reason == 0) {
@@ -240,7 +241,7 @@ bool BrokerConnection::isTooLarge(const Publication& publication) const
 {
     std::size_t size = publication.topic.size() + publication.payload.size() + kPacketOverhead;
     for (const auto& [name, value] : publication.properties) {
-        size += name.size() + value.size() + 5;
+        size += std::strlen(name) + value.size() + 5;
     }
     return size > std::min(m_limits.packetSize, m_link.settings.broker.packetLimit);
 }
@@ -257,14 +258,14 @@ bool BrokerConnection::sendControl(Publication publication, Nanoseconds now)
     if (id && publication.qos == 1) {
         InFlight& inFlight = m_inFlight[*id];
         inFlight.sent = now;
-        inFlight.topic = publication.topic;
+        inFlight.message.topic = publication.topic;
     }
     return id.has_value();
 }
 
-bool BrokerConnection::sendMessage(OutgoingMessage message, Nanoseconds now)
+bool BrokerConnection::sendMessage(OutgoingMessage&& message, Nanoseconds now)
 {
-    Publication publication = toPublication(message);
+    Publication& publication = toPublication(message);
     if (isTooLarge(publication)) {
         m_link.queue.countDropped(message, DropReason::TooLarge);
         int& reported = m_link.refusedTopics[message.topic];
@@ -283,7 +284,6 @@ bool BrokerConnection::sendMessage(OutgoingMessage message, Nanoseconds now)
     }
     // If the connection has ended in this call, the message is given back with the others.
     InFlight& inFlight = m_inFlight[id ? *id : -1];
-    inFlight.topic = publication.topic;
     inFlight.message = std::move(message);
     inFlight.bytes = bytes;
     inFlight.retained = publication.retain;
@@ -300,20 +300,23 @@ bool BrokerConnection::isNewest(const OutgoingMessage& message)
     return message.queued == newest;
 }
 
-Publication BrokerConnection::toPublication(const OutgoingMessage& message) const
+Publication& BrokerConnection::toPublication(const OutgoingMessage& message)
 {
-    Publication publication;
+    Publication& publication = m_publication;
     publication.topic = message.topic;
     publication.payload = m_link.settings.bare ? barePayloadOf(message) : payloadOf(message, m_link.session);
     publication.qos = std::min(message.qos, m_limits.maximumQos);
     publication.retain = message.retain && m_limits.retain;
     publication.correlation = message.correlation;
     if (m_version5 && message.number != 0) {
-        publication.properties = {
-            {"class", message.className},
-            {"session", std::to_string(message.session != 0 ? message.session : m_link.session.number)},
-            {"n", std::to_string(message.number)},
-            {"time", message.time.text}};
+        publication.properties.resize(4);
+        publication.properties[0] = {"class", message.className};
+        const auto session = message.session != 0 ? message.session : m_link.session.number;
+        publication.properties[1] = {"session", std::to_string(session)};
+        publication.properties[2] = {"n", std::to_string(message.number)};
+        publication.properties[3] = {"time", message.time.text};
+    } else {
+        publication.properties.clear();
     }
     return publication;
 }

@@ -77,7 +77,6 @@ private:
         Nanoseconds sent = 0;
         bool fromQueue = false;
         bool retained = false; ///< the broker was asked to retain it
-        std::string topic;
     };
 
     void connected(const BrokerLimits& limits) override;
@@ -93,9 +92,9 @@ private:
     bool mayDrain(Nanoseconds now);
     bool isTooLarge(const Publication& publication) const;
     bool sendControl(Publication publication, Nanoseconds now);
-    bool sendMessage(OutgoingMessage message, Nanoseconds now);
+    bool sendMessage(OutgoingMessage&& message, Nanoseconds now);
     bool isNewest(const OutgoingMessage& message);
-    Publication toPublication(const OutgoingMessage& message) const;
+    Publication& toPublication(const OutgoingMessage& message);
     bool mayStop(Nanoseconds now);
 
     LinkState& m_link;
@@ -112,6 +111,7 @@ private:
     std::deque<std::string> m_topicsToSubscribe;
     std::map<int, std::string> m_subscriptions;
     std::deque<Publication> m_control;
+    Publication m_publication; ///< the last message, whose memory the next one uses
     std::map<int, InFlight> m_inFlight;
 };
 

@@ -51,8 +51,7 @@ void addDescription(Properties& properties, const Publication& publication)
                                       static_cast<std::uint16_t>(publication.correlation.size()));
     }
     for (const auto& [name, value] : publication.properties) {
-        mosquitto_property_add_string_pair(properties.get(), MQTT_PROP_USER_PROPERTY, name.c_str(),
-                                           value.c_str());
+        mosquitto_property_add_string_pair(properties.get(), MQTT_PROP_USER_PROPERTY, name, value.c_str());
     }
 }
 
@@ -93,6 +92,8 @@ struct MqttClient::Callbacks
         MqttClient& client = self(object);
         client.m_answered = true;
         if (result == 0) {
+            // The library prints a line for each packet, which is needed no more.
+            mosquitto_log_callback_set(client.m_client, nullptr);
             client.m_events.connected(limitsOf(properties, flags));
             return;
         }

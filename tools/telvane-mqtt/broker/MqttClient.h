@@ -42,7 +42,7 @@ struct Publication
     int qos = 0;
     bool retain = false;
     std::string correlation;
-    std::vector<std::pair<std::string, std::string>> properties; ///< user properties
+    std::vector<std::pair<const char*, std::string>> properties; ///< user properties
 };
 
 /// One connection to a broker. Another one needs another object, so that no state of the library outlives it.
