@@ -1,5 +1,6 @@
-// Three threads: this one runs the callbacks of the bus and fills the queue, the link's empties it, and requests wait
-// on the third. A slow broker can fill the queue, but it delays neither the bus nor a request.
+// Threads: that of the bus fills the queue with records that leave as they are, and this one with all others and with what
+// goes to the spool, because that takes longer. The link's empties the queue, and requests wait on their own. A slow broker
+// can fill the queue, but it delays neither the bus nor a request.
 
 #include "telvane-mqtt/Bridge.h"
 
@@ -68,18 +69,19 @@ Telvane::BusOptions busOptions()
 class Outbound
 {
 public:
-    Outbound(const BridgeSettings& settings, Telvane::Bus& bus, OutgoingQueue& queue)
-        : m_settings(settings), m_queue(queue), m_topics(settings.prefix, settings.module)
+    /// \param eachRecord where records are handled that leave as they are
+    Outbound(const BridgeSettings& settings, Telvane::Bus& bus, OutgoingQueue& queue, Telvane::Run eachRecord)
+        : m_settings(settings), m_queue(queue)
     {
+        const Topics topics(settings.prefix, settings.module);
         for (const auto& [name, rule] : settings.rules.out()) {
-            auto channel = std::make_unique<Channel>(
-                Channel{name,
-                        ChannelFeed(rule,
-                                    [this, name = name, rule = rule](std::string body, const WallTime& time) {
-                                        push(name, rule, std::move(body), time);
-                                    }),
-                        {},
-                        0});
+            auto channel = std::make_unique<Channel>(Channel{
+                name,
+                ChannelFeed(rule, [this, outline = outlineOf(name, rule, topics)](
+                                      std::string body,
+                                      const WallTime& time) { push(outline, std::move(body), time); }),
+                {},
+                0});
             Channel* const raw = channel.get();
             const DecodedRecord prototype(rule.recordClass);
             Telvane::Limit limit;
@@ -89,7 +91,7 @@ public:
                 [this, raw](Telvane::TelvaneDataTypeBase& record, const Telvane::Delivery& /*delivery*/) {
                     take(*raw, static_cast<const DecodedRecord&>(record));
                 },
-                Telvane::Run::Dispatch, limit);
+                rule.mode == Mode::EachRecord ? eachRecord : Telvane::Run::Dispatch, limit);
             m_channels.push_back(std::move(channel));
         }
     }
@@ -116,6 +118,7 @@ public:
     void close()
     {
         for (const auto& channel : m_channels) {
+            channel->subscription.end();
             channel->feed.close();
         }
         m_queue.commit(monotonicNow());
@@ -140,22 +143,28 @@ private:
                          std::max(m_settings.broker.packetLimit, 2 * kEnvelope) - kEnvelope);
     }
 
-    void push(const std::string& channel, const OutRule& rule, std::string body, const WallTime& time)
+    /// \return what all messages of a channel have
+    static OutgoingMessage outlineOf(const std::string& channel, const OutRule& rule, const Topics& topics)
     {
         OutgoingMessage message;
         message.channel = channel;
-        message.topic = m_topics.notification(channel);
+        message.topic = topics.notification(channel);
         message.className = rule.recordClass != nullptr ? rule.recordClass->name : "";
-        message.body = std::move(body);
-        message.time = time;
         message.qos = rule.qos;
         message.retain = rule.retain;
+        return message;
+    }
+
+    void push(const OutgoingMessage& outline, std::string body, const WallTime& time)
+    {
+        OutgoingMessage message = outline;
+        message.body = std::move(body);
+        message.time = time;
         m_queue.push(std::move(message), monotonicNow());
     }
 
     const BridgeSettings& m_settings;
     OutgoingQueue& m_queue;
-    const Topics m_topics;
     std::vector<std::unique_ptr<Channel>> m_channels;
 };
 
@@ -204,7 +213,8 @@ int runBridge(const BridgeSettings& settings)
     }
     OutgoingQueue queue(settings.queue, spool ? &*spool : nullptr);
     Telvane::Bus bus(settings.bus, busOptions());
-    Outbound outbound(settings, bus, queue);
+    // Commits come from one thread only, after each group of records.
+    Outbound outbound(settings, bus, queue, spool ? Telvane::Run::Dispatch : Telvane::Run::Direct);
     InboundHandler inbound(settings, session, bus, queue);
     BrokerLink link(settings, session, queue,
                     [&inbound](TopicKind kind, const std::string& channel, IncomingMessage message) {
@@ -237,7 +247,7 @@ int runDry(const BridgeSettings& settings)
     const Session session = startSession();
     OutgoingQueue queue(settings.queue);
     Telvane::Bus bus(settings.bus, busOptions());
-    Outbound outbound(settings, bus, queue);
+    Outbound outbound(settings, bus, queue, Telvane::Run::Dispatch);
     const auto print = [&] {
         bool fromBacklog = false;
         int result = kSuccess;

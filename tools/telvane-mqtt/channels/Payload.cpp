@@ -55,10 +55,16 @@ std::string isoTime(std::int64_t milliseconds)
 
 WallTime wallTimeNow()
 {
+    // Many messages have the same millisecond.
+    thread_local WallTime last;
     const std::int64_t milliseconds = realTimeNow() / kMillisecond;
-    timex state = {};
-    const bool synchronized = adjtimex(&state) != TIME_ERROR;
-    return {isoTime(milliseconds), synchronized && milliseconds / 1000 > kEarliestPlausible, milliseconds};
+    if (milliseconds != last.milliseconds) {
+        timex state = {};
+        const bool synchronized = adjtimex(&state) != TIME_ERROR;
+        last = {isoTime(milliseconds), synchronized && milliseconds / 1000 > kEarliestPlausible,
+                milliseconds};
+    }
+    return last;
 }
 
 Session startSession()
