@@ -199,11 +199,6 @@ bool BrokerConnection::sendAll(Nanoseconds now)
         m_subscriptions[*id] = m_topicsToSubscribe.front();
     }
     for (int sent = 0; m_client.isWritable() && m_inFlight.size() < m_window; ++sent) {
-        if (sent == 1 && m_inFlight.empty()) {
-            // A message that comes alone is sent at once. So are those that wait for acknowledgements: the broker handles
-            // the first of the window while the next ones are prepared.
-            m_client.beginBurst();
-        }
         if (!m_control.empty()) {
             Publication publication = std::move(m_control.front());
             m_control.pop_front();
@@ -217,6 +212,11 @@ bool BrokerConnection::sendAll(Nanoseconds now)
         auto message = m_link.queue.take(now, backlogAllowed, fromBacklog);
         if (!message) {
             break;
+        }
+        if (sent == 1 && m_inFlight.empty()) {
+            // A message that comes alone is sent at once. So are those that wait for acknowledgements: the broker handles
+            // the first of the window while the next ones are prepared.
+            m_client.beginBurst();
         }
         m_drainCredit -= fromBacklog && m_link.settings.drainRate != 0 ? 1.0 : 0.0;
         if (!sendMessage(std::move(*message), now)) {
