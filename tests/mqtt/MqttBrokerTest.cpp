@@ -12,6 +12,7 @@
 #include <fstream>
 #include <poll.h>
 #include <spawn.h>
+#include <sstream>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -43,6 +44,7 @@ namespace
 
 constexpr Nanoseconds kHour = 3600 * kSecond;
 constexpr Nanoseconds kTimeout = 100 * kSecond;
+constexpr std::size_t kMessageLimit = 5000; ///< bytes; the broker refuses larger ones
 
 template <class Condition>
 bool eventually(Condition condition)
@@ -57,44 +59,79 @@ bool eventually(Condition condition)
     return true;
 }
 
+int freePort()
+{
+    const FileDescriptor probe(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    bind(probe.get(), reinterpret_cast<sockaddr*>(&address), length);
+    getsockname(probe.get(), reinterpret_cast<sockaddr*>(&address), &length);
+    return ntohs(address.sin_port);
+}
+
 /// A mosquitto on a free port of this machine.
 class Broker
 {
 public:
     explicit Broker(const std::string& directory)
     {
-        const FileDescriptor probe(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-        sockaddr_in address = {};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t length = sizeof address;
-        bind(probe.get(), reinterpret_cast<sockaddr*>(&address), length);
-        getsockname(probe.get(), reinterpret_cast<sockaddr*>(&address), &length);
-        m_port = ntohs(address.sin_port);
+        // Another process can take a free port before mosquitto does, which then ends.
+        for (int attempt = 0; attempt < 20 && !start(directory); ++attempt) {
+        }
+    }
+    Broker(const Broker&) = delete;
+    Broker& operator=(const Broker&) = delete;
+    ~Broker() { stop(); }
+
+    int port() const { return m_port; }
+    void pause() const { kill(m_process, SIGSTOP); }
+    void resume() const { kill(m_process, SIGCONT); }
+
+private:
+    /// \return whether the broker serves a port
+    bool start(const std::string& directory)
+    {
+        m_port = freePort();
         const std::string path = directory + "/broker.conf";
+        const std::string log = directory + "/broker.log";
+        std::filesystem::remove(log);
         std::ofstream(path) << "user root\nlistener " << m_port << " 127.0.0.1\nallow_anonymous true\n"
-                            << "max_queued_messages 0\nlog_dest none\n";
+                            << "max_queued_messages 100000\nmessage_size_limit " << kMessageLimit
+                            << "\nlog_dest file " << log << "\n";
         std::string program = "mosquitto";
         std::string option = "-c";
         std::string argument = path;
         char* const arguments[] = {program.data(), option.data(), argument.data(), nullptr};
         if (posix_spawn(&m_process, "/usr/sbin/mosquitto", nullptr, nullptr, arguments, environ) != 0) {
             m_process = -1;
+            return false;
         }
+        bool ended = false;
+        const bool runs = eventually([&] {
+            ended = waitpid(m_process, nullptr, WNOHANG) != 0;
+            std::stringstream text;
+            text << std::ifstream(log).rdbuf();
+            return ended || text.str().find(" running") != std::string::npos;
+        });
+        if (ended) {
+            m_process = -1;
+        } else if (!runs) {
+            stop();
+        }
+        return m_process > 0;
     }
-    Broker(const Broker&) = delete;
-    Broker& operator=(const Broker&) = delete;
-    ~Broker()
+
+    void stop()
     {
         if (m_process > 0) {
             kill(m_process, SIGKILL);
             waitpid(m_process, nullptr, 0);
+            m_process = -1;
         }
     }
 
-    int port() const { return m_port; }
-
-private:
     int m_port = 0;
     pid_t m_process = -1;
 };
@@ -103,9 +140,9 @@ private:
 class Reader : MqttClient::Events
 {
 public:
-    explicit Reader(const BrokerSettings& broker) : m_settings(broker)
+    explicit Reader(const BrokerSettings& broker, const char* clientId = "reader") : m_settings(broker)
     {
-        m_settings.clientId = "reader";
+        m_settings.clientId = clientId;
         m_thread = std::thread([this] { run(); });
     }
     ~Reader() override
@@ -206,6 +243,39 @@ protected:
         return result;
     }
 
+    static OutgoingMessage retained(std::size_t size = 1)
+    {
+        OutgoingMessage result = message();
+        result.body = "\"record\":{\"log\":\"" + std::string(size, 'x') + "\"}";
+        result.retain = true;
+        return result;
+    }
+
+    /// Pushes a record that the broker refuses, and lets an older one follow it. Its number is 7.
+    template <class Between>
+    void refuseNewest(OutgoingQueue& queue, Between between)
+    {
+        const Nanoseconds now = monotonicNow();
+        queue.push(retained(2 * kMessageLimit), now);
+        ASSERT_TRUE(eventually([&] { return between(); }));
+        OutgoingMessage older = retained();
+        older.number = 7;
+        older.queued = now - 1;
+        queue.putBack({older}, now);
+        OutgoingMessage other = message(); // the queue wakes the link only for new ones
+        other.topic = "telvane/m1/N/Other";
+        queue.push(other, now);
+        ASSERT_TRUE(eventually([&] { return queue.waiting() == 0; }));
+    }
+
+    /// \return the number of the record that a reader gets first
+    double retainedNumber()
+    {
+        const Reader late(settings.broker, "late");
+        return eventually([&] { return !late.payloads().empty(); }) ? numberOf(late.payloads().front(), "n")
+                                                                    : 0;
+    }
+
     std::string directory;
     std::optional<Broker> broker;
     BridgeSettings settings;
@@ -290,6 +360,34 @@ TEST_F(MqttBroker, GetsEverythingWhileTheClockOfTheMachineJumps)
     EXPECT_EQ(queue.counts()["LogData"].dropped[static_cast<int>(DropReason::TooOld)], 0U);
     wallClockJump = 0;
     link.stop(kSecond);
+}
+
+TEST_F(MqttBroker, RetainsAnOlderRecordIfTheNewestWasRefused)
+{
+    OutgoingQueue queue({1000, 1'000'000, kHour});
+    BrokerLink link(settings, startSession(), queue,
+                    [](TopicKind, const std::string&, const IncomingMessage&) {});
+    link.start();
+    ASSERT_TRUE(eventually([&] { return link.counts().connected.load(); }));
+    refuseNewest(
+        queue, [&] { return queue.counts()["LogData"].dropped[static_cast<int>(DropReason::Refused)] == 1; });
+    EXPECT_EQ(retainedNumber(), 7);
+    link.stop(kTimeout);
+}
+
+TEST_F(MqttBroker, RetainsAnOlderRecordThatWasSentBeforeTheNewestWasRefused)
+{
+    OutgoingQueue queue({1000, 1'000'000, kHour});
+    BrokerLink link(settings, startSession(), queue,
+                    [](TopicKind, const std::string&, const IncomingMessage&) {});
+    link.start();
+    ASSERT_TRUE(eventually([&] { return link.counts().connected.load(); }));
+    broker->pause();
+    refuseNewest(queue, [&] { return queue.waiting() == 0; });
+    broker->resume();
+    ASSERT_TRUE(eventually([&] { return queue.counts()["LogData"].sent == 2; }));
+    EXPECT_EQ(retainedNumber(), 7);
+    link.stop(kTimeout);
 }
 
 } // namespace

@@ -66,6 +66,7 @@ void BrokerConnection::finish()
     });
     m_link.queue.putBack(std::move(messages), monotonicNow());
     m_link.queue.makeBacklog();
+    m_link.retained.noteLost();
 }
 
 void BrokerConnection::connected(const BrokerLimits& limits)
@@ -106,15 +107,21 @@ void BrokerConnection::acknowledged(int id, int reason)
     }
     const auto node = m_inFlight.extract(found);
     InFlight& inFlight = node.mapped();
+    const OutgoingMessage& message = inFlight.message;
     if (reason != 0) {
-        reportRefusal(inFlight.message.topic, reason);
+        reportRefusal(message.topic, reason);
+        if (auto replacement = m_link.retained.noteRefused(message.topic, message.queued)) {
+            m_replacements.push_back(std::move(*replacement));
+        }
+    } else if (inFlight.retained) {
+        m_link.retained.noteAccepted(message.topic, message.queued);
     }
     if (inFlight.fromQueue) {
         if (reason == 0) {
             inFlight.message.retain = inFlight.retained;
-            m_link.queue.countSent(inFlight.message, inFlight.bytes);
+            m_link.queue.countSent(message, inFlight.bytes);
         } else {
-            m_link.queue.countDropped(inFlight.message, DropReason::Refused);
+            m_link.queue.countDropped(message, DropReason::Refused);
         }
     }
 }
@@ -207,6 +214,14 @@ bool BrokerConnection::sendAll(Nanoseconds now)
             }
             continue;
         }
+        if (!m_replacements.empty()) {
+            RetainedTopics::Replacement replacement = std::move(m_replacements.front());
+            m_replacements.pop_front();
+            if (!sendReplacement(std::move(replacement), now)) {
+                return false;
+            }
+            continue;
+        }
         const bool backlogAllowed = mayDrain(now);
         bool fromBacklog = false;
         auto message = m_link.queue.take(now, backlogAllowed, fromBacklog);
@@ -263,6 +278,26 @@ bool BrokerConnection::sendControl(Publication publication, Nanoseconds now)
     return id.has_value();
 }
 
+/// Sends a message once more that is to be retained in place of a refused one.
+bool BrokerConnection::sendReplacement(RetainedTopics::Replacement replacement, Nanoseconds now)
+{
+    Publication& publication = replacement.publication;
+    if (!m_link.retained.isNewest(publication.topic, replacement.queued)) {
+        return true; // a newer one was sent meanwhile
+    }
+    publication.retain = true;
+    m_link.retained.noteAsked(publication.topic, replacement.queued);
+    const auto id = m_client.publish(publication);
+    if (id) {
+        InFlight& inFlight = m_inFlight[*id];
+        inFlight.sent = now;
+        inFlight.message.topic = publication.topic;
+        inFlight.message.queued = replacement.queued;
+        inFlight.retained = true;
+    }
+    return id.has_value();
+}
+
 bool BrokerConnection::sendMessage(OutgoingMessage&& message, Nanoseconds now)
 {
     Publication& publication = toPublication(message);
@@ -275,10 +310,20 @@ bool BrokerConnection::sendMessage(OutgoingMessage&& message, Nanoseconds now)
         reported = -1;
         return true;
     }
-    publication.retain = publication.retain && isNewest(message);
+    if (publication.retain) {
+        publication.retain = m_link.retained.isNewest(message.topic, message.queued);
+        if (publication.retain) {
+            m_link.retained.noteAsked(message.topic, message.queued);
+        } else if (publication.qos == 1) {
+            m_link.retained.notePassed(publication, message.queued);
+        }
+    }
     const std::size_t bytes = publication.topic.size() + publication.payload.size();
     const auto id = m_client.publish(publication);
     if (publication.qos == 0) {
+        if (publication.retain) {
+            m_link.retained.noteAccepted(message.topic, message.queued);
+        }
         m_link.queue.countSent(message, bytes);
         return id.has_value();
     }
@@ -290,14 +335,6 @@ bool BrokerConnection::sendMessage(OutgoingMessage&& message, Nanoseconds now)
     inFlight.sent = now;
     inFlight.fromQueue = true;
     return id.has_value();
-}
-
-/// \return whether the broker may retain a message: the backlog goes out after newer messages, which it must not replace
-bool BrokerConnection::isNewest(const OutgoingMessage& message)
-{
-    std::int64_t& newest = m_link.retained.try_emplace(message.topic, message.queued).first->second;
-    newest = std::max(newest, message.queued);
-    return message.queued == newest;
 }
 
 Publication& BrokerConnection::toPublication(const OutgoingMessage& message)
@@ -328,7 +365,8 @@ bool BrokerConnection::mayStop(Nanoseconds now)
     if (!m_connected) {
         return true;
     }
-    if (!late && (m_link.queue.waiting() != 0 || !m_inFlight.empty() || !m_client.isWritable())) {
+    if (!late && (m_link.queue.waiting() != 0 || !m_inFlight.empty() || !m_replacements.empty() ||
+                  !m_client.isWritable())) {
         return false;
     }
     if (!m_farewell && !late) {

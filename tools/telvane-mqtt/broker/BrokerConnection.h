@@ -1,6 +1,7 @@
 #pragma once
 
 #include "telvane-mqtt/broker/MqttClient.h"
+#include "telvane-mqtt/broker/RetainedTopics.h"
 #include "telvane-mqtt/channels/Topics.h"
 #include "telvane-mqtt/queue/OutgoingQueue.h"
 
@@ -47,8 +48,8 @@ struct LinkState
     std::atomic<bool> stopping{false};
     std::atomic<Nanoseconds> stopBefore{0};
     bool schemasKnown = false;
-    std::map<std::string, int> refusedTopics;     ///< the last reason code that was reported
-    std::map<std::string, std::int64_t> retained; ///< when the message was accepted that a topic retains
+    std::map<std::string, int> refusedTopics; ///< the last reason code that was reported
+    RetainedTopics retained;
 };
 
 /// One connection, from its first packet to its last.
@@ -92,8 +93,8 @@ private:
     bool mayDrain(Nanoseconds now);
     bool isTooLarge(const Publication& publication) const;
     bool sendControl(Publication publication, Nanoseconds now);
+    bool sendReplacement(RetainedTopics::Replacement replacement, Nanoseconds now);
     bool sendMessage(OutgoingMessage&& message, Nanoseconds now);
-    bool isNewest(const OutgoingMessage& message);
     Publication& toPublication(const OutgoingMessage& message);
     bool mayStop(Nanoseconds now);
 
@@ -111,6 +112,7 @@ private:
     std::deque<std::string> m_topicsToSubscribe;
     std::map<int, std::string> m_subscriptions;
     std::deque<Publication> m_control;
+    std::deque<RetainedTopics::Replacement> m_replacements;
     Publication m_publication; ///< the last message, whose memory the next one uses
     std::map<int, InFlight> m_inFlight;
 };
