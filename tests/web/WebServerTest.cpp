@@ -81,6 +81,9 @@ TEST_F(WebServer, ServesEachScriptWithItsModules)
     EXPECT_LT(page.find("modules[\"/dom.js\"] ="), page.find("modules[\"/live.js\"] ="))
         << "used by the other";
     EXPECT_THAT(page, Not(HasSubstr("\nimport ")));
+    for (const char* const language : {"en", "de"}) {
+        EXPECT_THAT(page, HasSubstr("modules[\"/language/" + std::string(language) + ".json\"] = {"));
+    }
     const std::string worker = bodyOf(get("/worker.js"));
     EXPECT_THAT(worker, HasSubstr("class Feed"));
     EXPECT_THAT(worker, Not(HasSubstr("class LiveView")));

@@ -216,7 +216,7 @@ HttpReply WebPages::handle(const HttpRequest& request)
     return httpFailure(404, "no such page");
 }
 
-/// What the page shows first. It tells nothing of the bus, so it needs no password.
+/// What the page shows first. It needs no password: only those who have one are told the state.
 HttpReply WebPages::sendSession(const HttpRequest& request)
 {
     const bool open = m_gate == nullptr || m_gate->hasSession(request);
@@ -224,6 +224,10 @@ HttpReply WebPages::sendSession(const HttpRequest& request)
     cJSON_AddBoolToObject(root.get(), "archive", m_section ? 1 : 0);
     cJSON_AddBoolToObject(root.get(), "password", m_gate != nullptr ? 1 : 0);
     cJSON_AddBoolToObject(root.get(), "open", open ? 1 : 0);
+    if (open) {
+        const std::string state = m_bus.withLive([](const LiveWeld& live) { return live.stateJson(); });
+        cJSON_AddRawToObject(root.get(), "state", state.c_str());
+    }
     return httpJson(printJson(root.get()));
 }
 

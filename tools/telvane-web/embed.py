@@ -4,8 +4,8 @@
     embed.py OUTPUT [PATH=FILE ...] [--modules PATH=FILE ...]
 
 PATH is the path under which the file is served, FILE where it is now. Files with the same PATH are joined. A script is
-served with all modules that it imports, in one piece: a browser would ask for them one after the other. The output
-depends on the contents only.
+served with all modules that it imports, in one piece: a browser would ask for them one after the other. A JSON file is a
+module that exports its contents under its name. The output depends on the contents only.
 """
 import gzip
 import hashlib
@@ -17,7 +17,7 @@ TYPES = {".html": "text/html; charset=utf-8", ".css": "text/css; charset=utf-8",
          ".json": "application/json", ".svg": "image/svg+xml", ".txt": "text/plain; charset=utf-8"}
 
 
-IMPORT = re.compile(r'^import (\{[^}]*\}) from "(/[\w.]+)";$', re.MULTILINE)
+IMPORT = re.compile(r'^import (\{[^}]*\}) from "(/[\w./]+)";$', re.MULTILINE)
 EXPORT = re.compile(r"^export ((?:async function|function|class|const) ([\w$]+))", re.MULTILINE)
 
 
@@ -26,6 +26,8 @@ def bundle(path, text, modules, done):
     if path in done:
         return ""
     done.add(path)
+    if path.endswith(".json"):
+        return f'modules["{path}"] = {{{pathlib.PurePosixPath(path).stem}: {text.strip()}}};\n'
     needed = "".join(bundle(other, modules[other], modules, done) for _, other in IMPORT.findall(text))
     names = ", ".join(name for _, name in EXPORT.findall(text))
     body = EXPORT.sub(r"\1", IMPORT.sub(r'const \1 = modules["\2"];', text))

@@ -158,6 +158,22 @@ def test_a_lost_connection_is_shown_and_found_again(chromium, new_cell):
     page.wait_for_state("ended")
 
 
+def test_the_first_state_is_shown_before_the_stream_and_not_kept_without_it(new_page):
+    # A shared worker that never answers, and long times that pass when the test says so.
+    new_page.browser.execute_cdp_cmd("Page.addScriptToEvaluateOnNewDocument", {"source": """
+        window.SharedWorker = class { port = {postMessage() {}, start() {}}; };
+        window.late = [];
+        const later = setTimeout;
+        window.setTimeout = (call, time) => time >= 5000 ? late.push(call) : later(call, time);"""})
+    new_page.browser.get(f"{new_page.cell.url}/")
+    new_page.wait(lambda: new_page.state() in ("none", "ended"))
+    assert new_page.model("m.link.link") == "wait"
+    assert new_page.text("state-word") in ("No weld", "Weld ended")
+    new_page.js("late.forEach((call) => call())")
+    new_page.wait_for_state("lost")
+    assert new_page.text("state-word") == "Connecting"
+
+
 def test_both_languages_are_whole(page, cell):
     page.open()
     show_weld(page, cell, "--speed", "20")
@@ -170,9 +186,9 @@ def test_both_languages_are_whole(page, cell):
     page.wait(lambda: page.text("state-word") == "Schweißung beendet")
     # Numbers follow the language, and no text is missing in either.
     assert page.js("return import('/app.js').then((page) => page.modules['/language.js'].number(1234.5, 1))") == "1.234,5"
-    for language in ("en", "de"):
-        texts = page.js(f"return fetch('/language/{language}.json').then((answer) => answer.json())")
-        other = page.js(f"return fetch('/language/{'de' if language == 'en' else 'en'}.json').then((answer) => answer.json())")
+    for language, another in (("en", "de"), ("de", "en")):
+        texts, other = page.js("return import('/app.js').then(({modules}) => arguments[0].map((name) => modules[`/language/${name}.json`][name]))",
+                               [language, another])
         assert texts.keys() == other.keys()
         assert all(texts.values())
         assert {key for key in texts if texts[key].count("{") != other[key].count("{")} == set()
@@ -314,7 +330,7 @@ def test_a_day_of_welds_takes_no_more_memory(new_page):
 def test_the_page_asks_only_its_own_server(page, cell):
     page.open()
     names = page.js("return performance.getEntriesByType('resource').map((entry) => entry.name)")
-    assert {f"{cell.url}{path}" for path in ("/app.js", "/style.css", "/uplot.js", "/api/session", "/language/en.json")} <= set(names)
+    assert {f"{cell.url}{path}" for path in ("/app.js", "/style.css", "/uplot.js", "/api/session")} <= set(names)
     assert [name for name in names if not name.startswith(cell.url + "/")] == []
     # Nothing can be added to the page, not even by a script of its own.
     page.js("window.refused = 0; try { document.body.innerHTML = '<p>x</p>'; } catch { window.refused = 1; }")

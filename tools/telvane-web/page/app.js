@@ -1,7 +1,7 @@
 // Starts the page, and draws at most once per frame.
 import {BusView} from "/bus.js";
 import {$, element, setText} from "/dom.js";
-import {clock, loadLanguage, moment, number, t} from "/language.js";
+import {clock, moment, number, t, useLanguage} from "/language.js";
 import {LiveView} from "/live.js";
 import {signIn, startLogin} from "/login.js";
 import {Model} from "/model.js";
@@ -10,8 +10,10 @@ import {WeldView} from "/weld.js";
 import {WeldList} from "/welds.js";
 
 const kViews = ["live", "welds", "weld", "bus", "errors"];
+const kConnecting = 5000; // the state that came with the session is shown for so long without a stream
 const model = new Model();
-const meter = {updates: 0, perSecond: 0, draw: 0, since: performance.now()};
+const meter = {updates: 0, perSecond: 0, draw: 0, draws: 0, since: performance.now()};
+const scripts = new Promise((resolve) => addEventListener("DOMContentLoaded", resolve)); // uPlot among them
 let live, bus, welds, weld, view = "live", waiting = false;
 
 function setting(name, value) {
@@ -60,7 +62,10 @@ function draw() {
     live?.draw(); // not before the reader is let in
   }
   drawErrors();
-  meter.draw = performance.now() - begin;
+  queueMicrotask(() => { // after the charts, which are drawn in microtasks
+    meter.draw = performance.now() - begin;
+    meter.draws += 1;
+  });
 }
 
 function schedule() {
@@ -105,19 +110,37 @@ function setTheme(theme) {
   weld?.restyle();
 }
 
-async function setLanguage(name) {
-  $("language").value = await loadLanguage(name);
+function setLanguage(name) {
+  $("language").value = useLanguage(name);
   bus?.draw();
   welds?.draw();
   weld?.draw();
   schedule();
 }
 
+// A state that no stream confirms is old.
+function forgetState() {
+  if (model.link.link === "wait") {
+    model.state = null;
+    schedule();
+  }
+}
+
+function startCharts() {
+  live.complete = true;
+  schedule();
+}
+
 async function start() {
   setTheme(setting("theme"));
-  await setLanguage(setting("language"));
+  setLanguage(setting("language"));
   const session = await signIn();
   live = new LiveView(model, session.archive);
+  if (session.state) {
+    model.apply("state", session.state);
+    setTimeout(forgetState, kConnecting);
+  }
+  draw(); // the words at once, the charts when the browser has shown them
   bus = new BusView(model);
   welds = new WeldList();
   weld = new WeldView();
@@ -146,6 +169,7 @@ async function start() {
   }, 1000);
   showView();
   connect(model, onEvent);
+  requestAnimationFrame(() => setTimeout(() => scripts.then(startCharts)));
 }
 
 start();

@@ -1,12 +1,17 @@
 // Texts and numbers in the language of the reader.
-const kLanguages = ["en", "de"];
-let texts = {};
+import {de} from "/language/de.json";
+import {en} from "/language/en.json";
+
+const kLanguages = {en, de};
+const formats = new Map(); // making one takes longer than everything else that a number needs
+let texts = en;
 let current = "en";
 
-export async function loadLanguage(wanted) {
+export function useLanguage(wanted) {
   const candidates = [wanted, ...navigator.languages.map((name) => name.slice(0, 2)), "en"];
-  current = candidates.find((name) => kLanguages.includes(name));
-  texts = await (await fetch(`/language/${current}.json`)).json();
+  current = candidates.find((name) => Object.hasOwn(kLanguages, name));
+  texts = kLanguages[current];
+  formats.clear();
   document.documentElement.lang = current;
   for (const element of document.querySelectorAll("[data-t]")) {
     element.textContent = t(element.dataset.t);
@@ -22,7 +27,10 @@ export function t(key, values = {}) {
 }
 
 export function number(value, digits) {
-  return value.toLocaleString(current, {minimumFractionDigits: digits, maximumFractionDigits: digits});
+  if (!formats.has(digits)) {
+    formats.set(digits, new Intl.NumberFormat(current, {minimumFractionDigits: digits, maximumFractionDigits: digits}));
+  }
+  return formats.get(digits).format(value);
 }
 
 // As many digits as a reader needs: four figures.

@@ -22,6 +22,7 @@ export class LiveView {
   constructor(model, archive) {
     this.model = model;
     this.archive = archive;
+    this.complete = false; // whether charts are drawn, too
     this.tiles = {};
     for (const name of kCharts) {
       const label = element("dt"), value = element("span", {class: "figure"}), unit = element("span", {class: "unit"});
@@ -61,7 +62,7 @@ export class LiveView {
   // The state that the reader must know first: a lost connection hides all others.
   shownState() {
     const {link, state} = this.model;
-    if (link.link !== "live" || !state) {
+    if (link.link === "lost" || !state) {
       return "lost";
     }
     return state.bus.connected ? state.state : "noBus";
@@ -80,7 +81,9 @@ export class LiveView {
     this.loadBand();
     this.drawNotice();
     this.drawTiles(weld, values);
-    this.drawCharts(weld);
+    if (this.complete) {
+      this.drawCharts();
+    }
     this.drawSummary(weld);
   }
 

@@ -110,7 +110,7 @@ export class Model {
 
   restore(snapshot) {
     const {count, min, mean, max, ...rest} = snapshot;
-    Object.assign(this, rest);
+    Object.assign(this, rest, {state: rest.state ?? this.state});
     this.count.fill(0);
     this.count.set(count);
     kQuantities.forEach((_, q) => {

@@ -7,7 +7,7 @@ function workerAddress() {
   return policy ? policy.createScriptURL("") : "/worker.js";
 }
 
-// Made at once, so that it is loaded while the page asks for its texts and the session. It connects when a page reports.
+// Made at once, so that it is loaded while the page asks for the session. It connects when a page reports.
 const worker = "SharedWorker" in self ? new SharedWorker(workerAddress(), {type: "module", name: "telvane"}) : null;
 
 export function connect(model, onEvent) {
