@@ -11,6 +11,7 @@
 #include "transport/PrintedJson.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -123,12 +124,12 @@ void checkPacket(const std::string& packet)
                 (printsAgain && isPlainName(cJSON_GetObjectItem(message.get(), "header")->valuestring)),
             "what a client prints is relayed without being parsed");
     // The changes are drawn from the text itself, so that one input stands for many and always for the same.
-    std::size_t random = std::hash<std::string>()(printed);
+    std::uint64_t random = std::hash<std::string>()(printed);
     std::string changed = printed;
     for (std::size_t i = 0; i < kChanges; ++i) {
         random = random * 6364136223846793005U + 1442695040888963407U;
-        const std::size_t position = (random >> 16) % printed.size();
-        const char other = printed[(random >> 3) % printed.size()];
+        const auto position = static_cast<std::size_t>((random >> 16) % printed.size());
+        const char other = printed[static_cast<std::size_t>((random >> 3) % printed.size())];
         switch (random >> 8 & 3) {
         case 0:
             changed[position] = other;
