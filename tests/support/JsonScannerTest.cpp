@@ -149,7 +149,7 @@ TEST(JsonScanner, ReadsDecimalsOfAnyLength)
     expectLibraryValues([](auto& random) {
         std::string text = std::to_string(random() >> random() % 64);
         if (random() % 4 != 0) {
-            text.insert(1 + random() % text.size(), ".");
+            text.insert(1 + static_cast<std::size_t>(random() % text.size()), ".");
             text += text.back() == '.' ? "5" : "";
         }
         return (random() % 2 != 0 ? "-" : "") + text;
