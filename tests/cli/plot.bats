@@ -90,6 +90,22 @@ record_weld() {
     grep -q "no end of this weld" weld.svg
 }
 
+@test "plot draws a weld that began before the recording, and reports that its start is missing" {
+    "$TELVANE" weld -o weld.jsonl --duration 1.5 --period-us 5000
+    sed -i '/"channel":"WeldTriggerStart"/d; /"sequence":[0-9]*,"timestamp"/{/"payload":{"sequence":[0-9]\{1,2\},/d}' weld.jsonl
+    run "$TELVANE" plot weld.jsonl -o weld.svg
+    [ "$status" -eq 0 ]
+    [ "$output" = "telvane plot: the recording has no start of weld 1, which is drawn from its sample 100 on" ]
+    for text in "Weld 1  start missing, drawn from " "current, unit unknown" energy; do
+        grep -q "$text" weld.svg
+    done
+    "$TELVANE" plot weld.jsonl -o chosen.svg --weld 1
+    sed -i '/"channel":"WeldTriggerEnd"/d' weld.jsonl
+    run "$TELVANE" plot weld.jsonl -o weld.svg
+    [ "$status" -eq 0 ]
+    [ "$output" = "telvane plot: the recording has no start of a weld, which is drawn from its sample 100 on" ]
+}
+
 @test "plot draws a recording with damaged lines, and reports them" {
     "$TELVANE" weld -o weld.jsonl --duration 1.5 --period-us 5000
     sed -i '10s/.*/{"ns":/' weld.jsonl

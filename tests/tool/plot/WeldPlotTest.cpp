@@ -54,6 +54,7 @@ public:
     {
         Telvane::WeldTriggerEnd end;
         end.tag = tag;
+        end.timestamp.time = {1'704'164'645, 0};
         end.metrics.ArcDuration.Unit = "s";
         end.metrics.ArcDuration.Value = 1.25;
         return add("WeldTriggerEnd", end);
@@ -98,6 +99,64 @@ TEST(WeldTraces, SkipSamplesWithoutAWeldAndUndecodableRecords)
     EXPECT_EQ(recording.traces().undecodable(), 1U);
     ASSERT_THAT(recording.traces().welds(), SizeIs(1));
     EXPECT_THAT(recording.traces().welds()[0].samples, SizeIs(0));
+}
+
+TEST(WeldTraces, CollectAWeldThatBeganBeforeTheRecording)
+{
+    WeldTracesOf recording;
+    recording.sample(500, 150, 0)
+        .sample(501, 151, 100)
+        .sample(503, 152, 300)
+        .end(3)
+        .start(4)
+        .sample(0, 160, 5000);
+    recording.traces().finish();
+    const std::vector<RecordedWeld>& welds = recording.welds();
+    ASSERT_THAT(welds, SizeIs(2));
+    EXPECT_FALSE(welds[0].started);
+    EXPECT_EQ(welds[0].tag(), "3");
+    EXPECT_TRUE(welds[0].ended);
+    EXPECT_EQ(welds[0].metrics.ArcDuration.Value, 1.25);
+    EXPECT_THAT(welds[0].samples, SizeIs(3));
+    EXPECT_EQ(welds[0].samples[2].time, 300 * kMillisecond);
+    EXPECT_EQ(welds[0].missing, 1U);
+    EXPECT_TRUE(welds[1].started);
+    EXPECT_THAT(welds[1].samples, SizeIs(1));
+    EXPECT_EQ(recording.traces().strays(), 0U);
+    EXPECT_THAT(recording.traces().strayEnds(), SizeIs(0));
+}
+
+TEST(WeldTraces, MeasureThePeriodOfAWeldThatBeganBeforeTheRecording)
+{
+    WeldTracesOf recording;
+    for (int i = 0; i <= 10'000; ++i) {
+        recording.sample(700 + i, 150, i / 50); // 50 samples have the same time stamp
+    }
+    recording.traces().finish();
+    ASSERT_THAT(recording.welds(), SizeIs(1));
+    EXPECT_EQ(recording.welds()[0].samples[1].time, 20 * kMicrosecond);
+    EXPECT_EQ(recording.welds()[0].samples[10'000].time, 200 * kMillisecond);
+    EXPECT_EQ(recording.welds()[0].tag(), "?");
+}
+
+TEST(WeldTraces, DoNotGiveAWeldWithoutAStartALaterEnd)
+{
+    WeldTracesOf recording;
+    recording.sample(500, 150, 20'000).sample(501, 151, 20'100).end(3); // 20 s before the last sample
+    ASSERT_THAT(recording.welds(), SizeIs(1));
+    EXPECT_FALSE(recording.welds()[0].ended);
+    EXPECT_THAT(recording.traces().strayEnds(), ElementsAre(3));
+}
+
+TEST(WeldTraces, CountTheSamplesBeforeTheFirstStartIfTheyAreNotKept)
+{
+    WeldTraces traces(false);
+    traces.add(
+        {0, "WeldTraceData", 0,
+         R"({"sequence":5,"timestamp":"/Date(0)/","data":{"amps":1,"volts":1,"wfs":1,"gas":1,"power":1,)"
+         R"("motor":1},"messageSerial":0})"});
+    EXPECT_EQ(traces.strays(), 1U);
+    EXPECT_THAT(traces.welds(), SizeIs(0));
 }
 
 /// A power source with serial numbers and a clock of its own.

@@ -120,6 +120,23 @@ void WeldMatcher::addStart(Weld weld, const WeldTriggerStart& start)
     progress.serial = start.messageSerial;
     progress.stamp = stampOf(start.timestamp);
     progress.period = std::max(start.samplePeriodus, 0) * kMicrosecond;
+    open(progress);
+}
+
+void WeldMatcher::addRunning(Weld weld, const WeldTraceData& trace)
+{
+    Progress progress;
+    progress.weld = weld;
+    progress.number = trace.sequence;
+    progress.serial = trace.messageSerial;
+    progress.stamp = stampOf(trace.timestamp);
+    progress.firstNumber = progress.number;
+    progress.firstStamp = progress.stamp;
+    open(progress);
+}
+
+void WeldMatcher::open(const Progress& progress)
+{
     m_open.push_back(progress);
     if (m_open.size() > kMaxOpen) {
         m_open.pop_front();
@@ -165,13 +182,14 @@ std::optional<WeldMatcher::Weld> WeldMatcher::addEnd(const WeldTriggerEnd& end)
 {
     const Nanoseconds stamp = stampOf(end.timestamp);
     auto best = m_open.end();
-    std::tuple<bool, Nanoseconds> bestFit;
+    std::tuple<bool, bool, Nanoseconds> bestFit;
     for (auto progress = m_open.begin(); progress != m_open.end(); ++progress) {
-        if (progress->tag != end.tag) {
+        const Nanoseconds passed = distance(stamp, progress->stamp);
+        if (progress->tag ? *progress->tag != end.tag : passed > kClockSet) {
             continue;
         }
         const bool serialGap = progress->serial == 0 || serialStep(progress->serial, end.messageSerial) != 1;
-        const std::tuple<bool, Nanoseconds> fit(serialGap, distance(stamp, progress->stamp));
+        const std::tuple<bool, bool, Nanoseconds> fit(!progress->tag, serialGap, passed);
         if (best == m_open.end() || fit <= bestFit) {
             best = progress;
             bestFit = fit;

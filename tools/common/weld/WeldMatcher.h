@@ -36,6 +36,8 @@ public:
 
     /// Adds a weld. With more than kMaxOpen, the oldest one gets no more records.
     void addStart(Weld weld, const Telvane::WeldTriggerStart& start);
+    /// Adds a weld whose start is missing, by the first of its samples. Its tag is unknown.
+    void addRunning(Weld weld, const Telvane::WeldTraceData& trace);
     /// \return nothing if the sample belongs to no weld, or it is not clear to which
     std::optional<Match> addSample(const Telvane::WeldTraceData& trace);
     /// Ends a weld.
@@ -49,7 +51,7 @@ private:
     struct Progress
     {
         Weld weld = 0;
-        int tag = 0;
+        std::optional<int> tag;
         int number = -1;       ///< of the last sample
         int serial = 0;        ///< of the last record
         Nanoseconds stamp = 0; ///< of the last record
@@ -61,6 +63,7 @@ private:
     };
     struct Fit;
 
+    void open(const Progress& progress);
     static Fit fitOf(const Progress& progress, const Telvane::WeldTraceData& trace);
 
     std::deque<Progress> m_open; ///< welds without an end

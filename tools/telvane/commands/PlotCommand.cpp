@@ -32,9 +32,8 @@ struct Options
 bool choose(std::vector<RecordedWeld>& welds, const std::vector<std::string>& wanted)
 {
     for (const std::string& tag : wanted) {
-        if (std::none_of(welds.begin(), welds.end(), [&tag](const RecordedWeld& weld) {
-                return std::to_string(weld.start.tag) == tag;
-            })) {
+        if (std::none_of(welds.begin(), welds.end(),
+                         [&tag](const RecordedWeld& weld) { return weld.tag() == tag; })) {
             printError("the recording has no weld " + tag);
             return false;
         }
@@ -42,8 +41,8 @@ bool choose(std::vector<RecordedWeld>& welds, const std::vector<std::string>& wa
     if (!wanted.empty()) {
         welds.erase(std::remove_if(welds.begin(), welds.end(),
                                    [&wanted](const RecordedWeld& weld) {
-                                       return std::find(wanted.begin(), wanted.end(),
-                                                        std::to_string(weld.start.tag)) == wanted.end();
+                                       return std::find(wanted.begin(), wanted.end(), weld.tag()) ==
+                                              wanted.end();
                                    }),
                     welds.end());
     }
@@ -98,6 +97,13 @@ int reportMissing(const WeldTraces& traces)
     if (traces.strays() != 0) {
         printError("samples that belong to no weld in the recording: " + std::to_string(traces.strays()));
     }
+    for (const RecordedWeld& weld : traces.welds()) {
+        if (!weld.started) {
+            printError("the recording has no start of " + (weld.ended ? "weld " + weld.tag() : "a weld") +
+                       ", which is drawn from its sample " + std::to_string(weld.samples.front().number) +
+                       " on");
+        }
+    }
     for (const int tag : traces.strayEnds()) {
         printError("the recording has no start of weld " + std::to_string(tag));
     }
@@ -122,6 +128,7 @@ int read(const Options& options, WeldTraces& traces)
     while (input.next(message)) {
         traces.add(message);
     }
+    traces.finish();
     return input.finish();
 }
 

@@ -95,7 +95,7 @@ double roundedUp(double value)
     return 10.0 * magnitude;
 }
 
-/// \return the unit of a quantity; empty if it was not measured
+/// \return the unit of a quantity; empty if no weld has one
 const std::string& unitOf(const std::vector<RecordedWeld>& welds, const Curve& curve)
 {
     static const std::string kNone;
@@ -105,6 +105,16 @@ const std::string& unitOf(const std::vector<RecordedWeld>& welds, const Curve& c
         }
     }
     return kNone;
+}
+
+/// \return whether the quantity was measured. A weld without its start has no units, but is drawn as well.
+bool isMeasured(const RecordedWeld& weld, const Curve& curve)
+{
+    return !(weld.start.data.*curve.unit).empty() ||
+           (!weld.started && std::any_of(weld.samples.begin(), weld.samples.end(),
+                                         [&curve](const RecordedWeld::Sample& sample) {
+                                             return std::fabs(sample.point.*curve.value) > 0.0;
+                                         }));
 }
 
 template <class Pair>
@@ -134,7 +144,7 @@ std::vector<std::string> metricsOf(const RecordedWeld& weld)
 
 std::string titleOf(const RecordedWeld& weld)
 {
-    std::string title = "Weld " + std::to_string(weld.start.tag) + "  " +
+    std::string title = "Weld " + weld.tag() + (weld.started ? "  " : "  start missing, drawn from ") +
                         printMoment(stampOf(weld.start.timestamp)).replace(10, 1, " ").substr(0, 19) + " UTC";
     if (!weld.group.empty()) {
         title += ", " + weld.group;
@@ -142,6 +152,9 @@ std::string titleOf(const RecordedWeld& weld)
     for (const auto& [table, code] : {std::pair<const char*, int>{"process", weld.start.process},
                                       {"wire-type", weld.start.wireType},
                                       {"gas", weld.start.gas}}) {
+        if (!weld.started) {
+            break; // its process, wire and gas are unknown
+        }
         if (const ConsumableTable* const names = findConsumableTable(table)) {
             title += ", " + consumableName(*names, code);
         }
@@ -157,7 +170,8 @@ public:
         : m_welds(welds), m_terminal(terminal)
     {
         for (std::size_t i = 0; i < kCurves.size(); ++i) {
-            if (!unitOf(welds, kCurves[i]).empty()) {
+            if (std::any_of(welds.begin(), welds.end(),
+                            [i](const RecordedWeld& weld) { return isMeasured(weld, kCurves[i]); })) {
                 m_drawn.push_back(i);
             }
             for (const RecordedWeld& weld : welds) {
@@ -199,7 +213,7 @@ private:
 
     bool hasData(std::size_t weld, std::size_t curve) const
     {
-        return !(m_welds[weld].start.data.*kCurves[curve].unit).empty() && !m_welds[weld].samples.empty();
+        return isMeasured(m_welds[weld], kCurves[curve]) && !m_welds[weld].samples.empty();
     }
 
     static std::string blockName(std::size_t weld, std::size_t curve)
@@ -255,8 +269,9 @@ private:
         const char* const colour = kCurves[curve].colour;
         const Panel panel = panelAt(weld, place);
         if (isOne() || weld == 0) {
+            const std::string& unit = unitOf(m_welds, kCurves[curve]);
             const std::string name =
-                std::string(kCurves[curve].name) + " in " + unitOf(m_welds, kCurves[curve]);
+                kCurves[curve].name + (unit.empty() ? std::string(", unit unknown") : " in " + unit);
             m_text += textAt(name, panel.left, panel.top - 10.0, m_height,
                              formatted("textcolor rgb '%s'", colour).c_str());
         }

@@ -70,7 +70,7 @@ void WeldTraces::addSample(const WeldTraceData& trace)
 {
     const auto match = m_matcher.addSample(trace);
     if (!match) {
-        ++m_strays;
+        m_strays += joinRunning(trace) ? 0 : 1;
         return;
     }
     RecordedWeld& weld = m_welds[match->weld];
@@ -87,6 +87,39 @@ void WeldTraces::addSample(const WeldTraceData& trace)
     }
 }
 
+/// Takes a sample as the first one of a weld that is in progress when the recording begins.
+bool WeldTraces::joinRunning(const WeldTraceData& trace)
+{
+    if (!m_keepSamples || !m_welds.empty() || trace.sequence < 1) {
+        return false;
+    }
+    m_matcher.addRunning(0, trace);
+    RecordedWeld& weld = m_welds.emplace_back();
+    weld.started = false;
+    weld.start.timestamp = trace.timestamp;
+    weld.sampleCount = 1;
+    weld.samples.push_back({0, trace.sequence, trace.data});
+    return true;
+}
+
+/// Nothing but the start has the period of samples that are faster than the time stamps. So it is measured.
+void WeldTraces::finish()
+{
+    for (RecordedWeld& weld : m_welds) {
+        if (weld.started) {
+            continue;
+        }
+        const int first = weld.samples.front().number;
+        const std::int64_t steps = std::int64_t(weld.samples.back().number) - first;
+        const Nanoseconds period = steps > 0 ? weld.samples.back().time / steps : 0;
+        if (period > 0 && period < kFinestStamp) {
+            for (RecordedWeld::Sample& sample : weld.samples) {
+                sample.time = (std::int64_t(sample.number) - first) * period;
+            }
+        }
+    }
+}
+
 void WeldTraces::addEnd(const WeldTriggerEnd& end)
 {
     const auto weld = m_matcher.addEnd(end);
@@ -94,6 +127,7 @@ void WeldTraces::addEnd(const WeldTriggerEnd& end)
         m_strayEnds.push_back(end.tag);
         return;
     }
+    m_welds[*weld].start.tag = end.tag;
     m_welds[*weld].metrics = end.metrics;
     m_welds[*weld].ended = true;
 }

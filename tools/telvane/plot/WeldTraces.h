@@ -18,12 +18,17 @@ struct RecordedWeld
 {
     struct Sample
     {
-        Nanoseconds time = 0; ///< since the start of the weld
+        Nanoseconds time = 0; ///< since the start of the weld, or the first sample if the start is missing
         int number = 0;       ///< running number within the weld, from 0
         Telvane::WeldTraceDataPoint point;
     };
 
+    /// \return the tag as text; "?" if it is unknown
+    std::string tag() const { return started || ended ? std::to_string(start.tag) : "?"; }
+
+    /// Without the record of the start, only the time stamp of the first sample, and the tag if the weld has ended.
     Telvane::WeldTriggerStart start;
+    bool started = true;         ///< the recording has the start of the weld
     std::string group;           ///< of a weld converted from CSV; else empty
     std::vector<Sample> samples; ///< empty if WeldTraces does not keep them
     std::uint64_t sampleCount = 0;
@@ -34,7 +39,8 @@ struct RecordedWeld
 
 /// Collects the welds of a recording.
 ///
-/// WeldMatcher decides which weld a record belongs to.
+/// WeldMatcher decides which weld a record belongs to. With samples, a weld that is in progress when the recording begins
+/// is one of them, although its start is missing.
 class WeldTraces
 {
 public:
@@ -42,6 +48,8 @@ public:
     explicit WeldTraces(bool keepSamples = true) : m_keepSamples(keepSamples) {}
 
     void add(const RecordedMessage& message);
+    /// Call it after the last record.
+    void finish();
 
     /// \return the welds in order of their starts
     const std::vector<RecordedWeld>& welds() const { return m_welds; }
@@ -59,6 +67,7 @@ private:
     bool read(std::string_view payload, Record& record);
     void addStart(const Telvane::WeldTriggerStart& start, std::string_view group);
     void addSample(const Telvane::WeldTraceData& trace);
+    bool joinRunning(const Telvane::WeldTraceData& trace);
     void addEnd(const Telvane::WeldTriggerEnd& end);
 
     const bool m_keepSamples;
