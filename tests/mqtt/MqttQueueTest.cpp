@@ -49,6 +49,20 @@ TEST(MqttQueue, CountsEachChannelByItself)
     EXPECT_EQ(numbersOf(takeAll(queue)), (std::vector<std::uint64_t>{1, 1, 2}));
 }
 
+TEST(MqttQueue, CountsTheDelayOfWhatWasSent)
+{
+    OutgoingQueue queue(limits(10));
+    queue.push(message("A"), kSecond);
+    queue.push(message("A"), 2 * kSecond);
+    queue.push(message("A"), 3 * kSecond);
+    const auto messages = takeAll(queue, 4 * kSecond);
+    ASSERT_EQ(messages.size(), 3U);
+    queue.countSent(messages[0], 1, 4 * kSecond);
+    queue.countDropped(messages[1], DropReason::Refused);
+    queue.countSent(messages[2], 1, 5 * kSecond);
+    EXPECT_EQ(queue.counts()["A"].delay, 5 * kSecond);
+}
+
 TEST(MqttQueue, KeepsTheNumberOfAMessageThatIsSentAgain)
 {
     OutgoingQueue queue(limits(10));

@@ -235,7 +235,7 @@ TEST_F(MqttSpool, SendsWhileTheDiskWrites)
         std::vector<OutgoingMessage> sent;
         bool fromBacklog = false;
         while (auto next = queue->take(0, true, fromBacklog)) {
-            queue->countSent(*next, 1);
+            queue->countSent(*next, 1, 0);
             sent.push_back(std::move(*next));
         }
         EXPECT_FALSE(queue->hasBacklog());

@@ -44,7 +44,7 @@ TEST_F(MqttSpool, SendsWhatWasNotAcknowledgedAgainInOrder)
     for (int i = 0; i < 4; ++i) {
         inFlight.push_back(*queue->take(0, true, fromBacklog));
     }
-    queue->countSent(inFlight[1], 1); // acknowledgements may come in any order
+    queue->countSent(inFlight[1], 1, 0); // acknowledgements may come in any order
     inFlight.erase(inFlight.begin() + 1);
     queue->putBack(std::move(inFlight), 0);
     queue->makeBacklog();
@@ -122,7 +122,7 @@ TEST_F(MqttSpool, DropsWhatWasSentBeforeWhatWaits)
     bool fromBacklog = false;
     const auto first = queue->take(0, true, fromBacklog); // not acknowledged
     for (int i = 2; i <= 300; ++i) {
-        queue->countSent(*queue->take(0, true, fromBacklog), 1);
+        queue->countSent(*queue->take(0, true, fromBacklog), 1, 0);
     }
     for (int i = 301; i <= 800; ++i) {
         push(message(std::to_string(i), 1000));
@@ -284,7 +284,7 @@ TEST_F(MqttSpool, SendsAgainOnlyWhatIsBetweenAcknowledgedMessages)
         const auto next = queue->take(0, true, fromBacklog);
         ASSERT_TRUE(next && next->number == number);
         if (number != 3 && number != 4 && number != 8) {
-            queue->countSent(*next, 1);
+            queue->countSent(*next, 1, 0);
         }
     }
     queue->commit(0);

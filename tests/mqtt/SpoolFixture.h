@@ -77,7 +77,7 @@ protected:
             if (!next) {
                 break;
             }
-            queue->countSent(*next, 1);
+            queue->countSent(*next, 1, 0);
             sent.push_back(std::move(*next));
         }
         queue->commit(now);

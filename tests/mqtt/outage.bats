@@ -31,6 +31,8 @@ expect_numbers() {
     payloads HALInfo | jq .n >numbers
     sort -nc numbers
     [ "$(sort -nu numbers | awk '$1 > 20' | wc -l)" -eq 40 ]
+    until metric 'sent_total{channel="HALInfo"} 60'; do sleep 0.05; done
+    metric 'delay_microseconds_total{channel="HALInfo"} [1-9]' # they have waited
 }
 
 @test "a full queue drops the oldest, and says so in the next message" {

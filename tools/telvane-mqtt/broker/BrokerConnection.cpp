@@ -119,7 +119,7 @@ void BrokerConnection::acknowledged(int id, int reason)
     if (inFlight.fromQueue) {
         if (reason == 0) {
             inFlight.message.retain = inFlight.retained;
-            m_link.queue.countSent(message, inFlight.bytes);
+            m_link.queue.countSent(message, inFlight.bytes, monotonicNow());
         } else {
             m_link.queue.countDropped(message, DropReason::Refused);
         }
@@ -324,7 +324,7 @@ bool BrokerConnection::sendMessage(OutgoingMessage&& message, Nanoseconds now)
         if (publication.retain) {
             m_link.retained.noteAccepted(message.topic, message.queued);
         }
-        m_link.queue.countSent(message, bytes);
+        m_link.queue.countSent(message, bytes, monotonicNow());
         return id.has_value();
     }
     // If the connection has ended in this call, the message is given back with the others.

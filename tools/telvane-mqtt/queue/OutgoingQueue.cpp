@@ -187,12 +187,13 @@ void OutgoingQueue::sortBacklog()
         [](const OutgoingMessage& one, const OutgoingMessage& other) { return one.queued < other.queued; });
 }
 
-void OutgoingQueue::countSent(const OutgoingMessage& message, std::size_t bytes)
+void OutgoingQueue::countSent(const OutgoingMessage& message, std::size_t bytes, Nanoseconds now)
 {
     const std::lock_guard lock(m_mutex);
     ChannelCounts& counts = m_channels[message.channel].counts;
     ++counts.sent;
     counts.bytes += bytes;
+    counts.delay += std::max<Nanoseconds>(now - message.queued, 0);
     setDone(message, true);
 }
 

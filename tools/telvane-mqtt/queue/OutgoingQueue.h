@@ -43,6 +43,7 @@ struct ChannelCounts
     std::uint64_t accepted = 0;
     std::uint64_t sent = 0; ///< acknowledged, or handed over with QoS 0
     std::uint64_t bytes = 0;
+    Nanoseconds delay = 0; ///< of all messages that were sent, from push() on
     std::uint64_t dropped[kDropReasons] = {};
 };
 
@@ -84,8 +85,8 @@ public:
     std::vector<OutgoingMessage> find(const std::string& channel, std::uint64_t session, std::uint64_t from,
                                       std::uint64_t& to) const;
 
-    /// Counts a message that was sent.
-    void countSent(const OutgoingMessage& message, std::size_t bytes);
+    /// Counts a message that was sent, and how long that took.
+    void countSent(const OutgoingMessage& message, std::size_t bytes, Nanoseconds now);
     /// Counts a message that was dropped, and what it would have reported.
     void countDropped(const OutgoingMessage& message, DropReason reason);
     /// Counts what never reached the queue.
