@@ -365,8 +365,8 @@ TEST_F(MqttBroker, GetsEverythingWhileTheClockOfTheMachineJumps)
 TEST_F(MqttBroker, RetainsAnOlderRecordIfTheNewestWasRefused)
 {
     OutgoingQueue queue({1000, 1'000'000, kHour});
-    BrokerLink link(settings, startSession(), queue,
-                    [](TopicKind, const std::string&, const IncomingMessage&) {});
+    const Session session = startSession();
+    BrokerLink link(settings, session, queue, [](TopicKind, const std::string&, const IncomingMessage&) {});
     link.start();
     ASSERT_TRUE(eventually([&] { return link.counts().connected.load(); }));
     refuseNewest(
@@ -378,8 +378,8 @@ TEST_F(MqttBroker, RetainsAnOlderRecordIfTheNewestWasRefused)
 TEST_F(MqttBroker, RetainsAnOlderRecordThatWasSentBeforeTheNewestWasRefused)
 {
     OutgoingQueue queue({1000, 1'000'000, kHour});
-    BrokerLink link(settings, startSession(), queue,
-                    [](TopicKind, const std::string&, const IncomingMessage&) {});
+    const Session session = startSession();
+    BrokerLink link(settings, session, queue, [](TopicKind, const std::string&, const IncomingMessage&) {});
     link.start();
     ASSERT_TRUE(eventually([&] { return link.counts().connected.load(); }));
     broker->pause();
