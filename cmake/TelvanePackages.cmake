@@ -122,6 +122,7 @@ set(CPACK_DEBIAN_WEB_PACKAGE_NAME telvane-web)
 set(CPACK_DEBIAN_WEB_PACKAGE_SECTION web)
 set(CPACK_DEBIAN_WEB_PACKAGE_DEPENDS "${CPACK_DEBIAN_RUNTIME_PACKAGE_NAME} (= ${package_version}), adduser")
 set(CPACK_DEBIAN_WEB_PACKAGE_RECOMMENDS telvane-tools)
+set(CPACK_DEBIAN_WEB_PACKAGE_SUGGESTS "telvane-archive (= ${package_version})") # with the module for PostgreSQL
 serviceScripts(WEB telvane-web.service "")
 set(CPACK_COMPONENT_WEB_DESCRIPTION "page with welds and the bus of arc-welding equipment
 Serves a page from the module itself: the weld in progress, the channels,

@@ -1,7 +1,7 @@
-// A real PostgreSQL in a directory of its own. It refuses to run as root, so root starts it as the user of Debian's
-// package.
+// Archives in a real PostgreSQL.
 
 #include "archive/ArchiveTestSupport.h"
+#include "archive/PostgresServer.h"
 #include "archive/forward/Forwarder.h"
 #include "archive/welds/Schema.h"
 #include "telvane-welds/SampleExport.h"
@@ -20,57 +20,22 @@ namespace
 class Postgres : public ::testing::Test
 {
 protected:
-    static void SetUpTestSuite()
-    {
-        s_directory = std::make_unique<TemporaryDirectory>();
-        std::filesystem::create_directory(s_directory->path("db"));
-        if (geteuid() == 0) {
-            ASSERT_EQ(std::system(("chmod 711 " + s_directory->path("") + " && chown postgres " +
-                                   s_directory->path("db"))
-                                      .c_str()),
-                      0);
-        }
-        ASSERT_TRUE(run("initdb -D " + data() + " -U postgres -A trust -N -E UTF8 --locale=C"));
-    }
-    static void TearDownTestSuite() { s_directory.reset(); }
+    static void SetUpTestSuite() { s_server = std::make_unique<PostgresServer>(); }
+    static void TearDownTestSuite() { s_server.reset(); }
 
     void SetUp() override { start(); }
     void TearDown() override { stop(); }
 
-    static void start()
-    {
-        ASSERT_TRUE(run("pg_ctl -D " + data() + " -w -l " + data() + "/log -o \"-k " + data() +
-                        " -c listen_addresses= -c fsync=off\" start"));
-    }
-    static void stop() { run("pg_ctl -D " + data() + " -m immediate stop"); }
-
-    static std::string location() { return "postgresql://postgres@/postgres?host=" + data(); }
-
-    /// Makes an empty database.
-    static void clear()
-    {
-        Status status;
-        const auto database = openPostgres(location(), Database::Access::ReadWrite, status);
-        ASSERT_TRUE(database) << status.text;
-        ASSERT_TRUE(database->run("DROP SCHEMA public CASCADE"));
-        ASSERT_TRUE(database->run("CREATE SCHEMA public"));
-    }
+    static void start() { s_server->start(); }
+    static void stop() { s_server->stop(); }
+    static void clear() { s_server->clear(); }
+    static std::string location() { return s_server->location(); }
 
 private:
-    static std::string data() { return s_directory->path("db"); }
-    static bool run(const std::string& command)
-    {
-        const std::string user =
-            geteuid() == 0 ? "setpriv --reuid postgres --regid postgres --clear-groups " : "";
-        const std::string line = "cd / && PATH=/usr/lib/postgresql/15/bin:$PATH && " + user +
-                                 "env PATH=$PATH " + command + " >/dev/null 2>&1";
-        return std::system(line.c_str()) == 0;
-    }
-
-    static std::unique_ptr<TemporaryDirectory> s_directory;
+    static std::unique_ptr<PostgresServer> s_server;
 };
 
-std::unique_ptr<TemporaryDirectory> Postgres::s_directory;
+std::unique_ptr<PostgresServer> Postgres::s_server;
 
 Forwarder::Settings quick(const std::string& spool, const std::string& location)
 {

@@ -7,6 +7,7 @@
 #include "telvane-web/WebPages.h"
 #include "telvane-web/access/Password.h"
 #ifdef TELVANE_WITH_ARCHIVE
+#include "archive/database/PostgresModule.h"
 #include "telvane-web/welds/WeldPages.h"
 #endif
 
@@ -244,11 +245,11 @@ int main(int argc, char** argv)
 #ifdef TELVANE_WITH_ARCHIVE
     command
         .option("--archive", options.archive,
-                "Show the welds of the archive in FILE, which telvane-archive keeps")
+                "Show the welds of the archive, which telvane-archive keeps in FILE, or at "
+                "postgresql://USER@HOST/NAME")
         .check([](const std::string& location) {
-            return TelvaneArchive::isPostgresLocation(location)
-                       ? std::string("telvane-web shows archives in SQLite files, not in PostgreSQL")
-                       : std::string();
+            return TelvaneArchive::isPostgresLocation(location) ? TelvaneArchive::loadPostgres()
+                                                                : std::string();
         })
         .typeName("FILE");
 #endif

@@ -1,6 +1,7 @@
 """The password, TLS, and what the server says about a network without them."""
 import base64
 import re
+import shutil
 import ssl
 import subprocess
 import urllib.error
@@ -109,9 +110,17 @@ def test_the_server_warns_of_a_network_without_password_and_encryption(tmp_path,
     (("--password-file", "/dev/null"), "cannot use /dev/null"),
     (("--certificate", "missing", "--key", "missing"), "cannot read missing: No such file"),
     (("--certificate", "missing"), "--key"),
-    (("--archive", "postgresql://plant/welds"), "SQLite files, not in PostgreSQL"),
 ])
 def test_the_server_does_not_start_without_what_was_asked_for(tmp_path, options, message):
     ended = subprocess.run([TELVANE_WEB, tmp_path / "bus", "--listen", "127.0.0.1:0", *options], cwd=tmp_path, capture_output=True, text=True, timeout=PATIENCE)
     assert ended.returncode != 0
     assert message in ended.stderr
+
+
+def test_an_archive_in_postgresql_needs_the_module_for_it(tmp_path):
+    alone = shutil.copy(TELVANE_WEB, tmp_path)
+    ended = subprocess.run([alone, tmp_path / "bus", "--listen", "127.0.0.1:0", "--archive", "postgresql://plant/welds"],
+                           capture_output=True, text=True, timeout=PATIENCE)
+    assert ended.returncode != 0
+    assert "PostgreSQL needs the package telvane-archive of the same version" in ended.stderr
+    assert str(tmp_path.parent / "lib/telvane/libtelvane-archive-postgresql-") in ended.stderr
