@@ -17,19 +17,34 @@ from conftest import TELVANE, Cell, Page, launch
 
 FRAMES = """
     const done = arguments[1], begin = performance.now(), updates = telvaneModel.values?.samples ?? 0;
-    let frames = 0, last = begin, longest = 0;
+    let frames = 0, last = begin, longest = 0, drawn = telvaneMeter.draws;
     const draws = [];
     const tick = (now) => {
       longest = Math.max(longest, now - last);
       last = now;
       ++frames;
-      draws.push(telvaneMeter.draw);
+      if (telvaneMeter.draws !== drawn) { // the one before this frame
+        drawn = telvaneMeter.draws;
+        draws.push(telvaneMeter.draw);
+      }
       now - begin < arguments[0] * 1000 ? requestAnimationFrame(tick)
         : done({fps: frames / (now - begin) * 1000, longest, draw: draws.sort((a, b) => a - b)[draws.length >> 1],
+                slow: draws[Math.floor(draws.length * 0.95)], draws: draws.length / (now - begin) * 1000,
                 samples: ((telvaneModel.values?.samples ?? 0) - updates) / (now - begin) * 1000, columns: telvaneModel.size,
                 missed: telvaneModel.values?.missed});
     };
     requestAnimationFrame(tick);"""
+
+# The frame in which the state is there has been drawn.
+SHOWN = """
+    const see = new MutationObserver(() => {
+      const state = document.getElementById('state');
+      if (state && state.dataset.state !== 'lost' && document.getElementById('state-word')?.textContent) {
+        see.disconnect();
+        requestAnimationFrame(() => setTimeout(() => { window.shownAt = performance.now(); }));
+      }
+    });
+    see.observe(document, {subtree: true, childList: true, attributes: true, characterData: true});"""
 
 
 def cpu_seconds(pid):
@@ -82,18 +97,21 @@ def measure_page(cell):
         browser = launch(profile)
         try:
             page = Page(browser, cell)
+            browser.execute_cdp_cmd("Page.addScriptToEvaluateOnNewDocument", {"source": SHOWN})
             for turn in ("first", "cached"):
                 page.load()
+                shown = page.wait(lambda: page.js("return window.shownAt"), "the state")
                 timing = page.js("const n = performance.getEntriesByType('navigation')[0]; return [n.domContentLoadedEventEnd, n.loadEventEnd, "
                                  "performance.getEntriesByType('resource').reduce((sum, r) => sum + r.transferSize, n.transferSize)]")
-                print(f"{turn} load: scripts run after {timing[0]:.0f} ms, loaded after {timing[1]:.0f} ms, {timing[2] / 1000:.0f} kB")
+                print(f"{turn} load: scripts run after {timing[0]:.0f} ms, loaded after {timing[1]:.0f} ms, state shown after {shown:.0f} ms, {timing[2] / 1000:.0f} kB")
             for period in (500, 20):
                 weld = subprocess.Popen([TELVANE, "weld", cell.bus, "--duration", "12", "--period-us", str(period)], stderr=subprocess.DEVNULL)
                 page.wait(lambda: page.model("m.state.state === 'arc' && m.values?.time > 2"))
                 before = cpu_seconds(cell.web.process.pid)
                 found = browser.execute_async_script(FRAMES, 8)
                 used = (cpu_seconds(cell.web.process.pid) - before) / 8 * 100
-                print(f"{1e6 / period:.0f} Hz: {found['fps']:.1f} frames/s, longest pause {found['longest']:.0f} ms, {found['draw']:.1f} ms to draw, "
+                print(f"{1e6 / period:.0f} Hz: {found['fps']:.1f} frames/s, longest pause {found['longest']:.0f} ms, {found['draws']:.1f} draws/s, script of one: "
+                      f"median {found['draw']:.1f} ms, 95 % below {found['slow']:.1f} ms; "
                       f"{found['samples']:.0f} samples/s drawn, {found['columns']} columns, {found['missed']} missed; "
                       f"server {used:.1f} % of a core, {resident_megabytes(cell.web.process.pid):.1f} MB")
                 weld.wait()

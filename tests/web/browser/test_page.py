@@ -174,6 +174,22 @@ def test_the_first_state_is_shown_before_the_stream_and_not_kept_without_it(new_
     assert new_page.text("state-word") == "Connecting"
 
 
+def test_the_page_draws_once_per_frame_and_no_more_columns_than_there_are_pixels(page, cell):
+    page.open()
+    page.js("""
+        window.frames_ = 0;
+        window.before_ = telvaneMeter.draws;
+        const count = () => { ++frames_; window.counting = requestAnimationFrame(count); };
+        count();""")
+    show_weld(page, cell)
+    # More updates than frames.
+    page.js("for (let i = 0; i < 500; ++i) { window.dispatchEvent(new HashChangeEvent('hashchange')); }")
+    draws, frames = page.js("cancelAnimationFrame(counting); return [telvaneMeter.draws - before_, frames_]")
+    assert 0 < draws <= frames + 1  # one may have waited for its frame before the first was counted
+    sizes = page.js("return Object.values(telvaneView.charts).map((chart) => chart.data[0].length)")
+    assert 0 < max(sizes) <= page.js("return 2 * Math.max(screen.width, screen.height, 512)")
+
+
 def test_both_languages_are_whole(page, cell):
     page.open()
     show_weld(page, cell, "--speed", "20")
