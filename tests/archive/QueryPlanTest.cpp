@@ -83,7 +83,7 @@ TEST_F(QueryPlan, FindsTheLargestMetricsInTheirOrder)
 TEST_F(QueryPlan, ReadsTheTrendOfAllWeldsFromTheIndexOnly)
 {
     Row values;
-    EXPECT_THAT(planOf(ArchiveReader::statementOfTrend(Column::MeanVolts, {}, false, values), values),
+    EXPECT_THAT(planOf(ArchiveReader::statementOfTrend(Column::MeanVolts, {}, false, {}, values), values),
                 HasSubstr("USING COVERING INDEX weld_by_mean_volts"));
 }
 

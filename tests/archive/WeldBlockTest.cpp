@@ -11,7 +11,7 @@ using namespace TelvaneArchive::Testing;
 using Telvane::Testing::TemporaryDirectory;
 using testing::ElementsAre;
 using Points = std::vector<ArchiveReader::TrendPoint>;
-using Source = ArchiveReader::TrendSource;
+using Source = ArchiveReader::Source;
 
 namespace
 {
@@ -22,12 +22,13 @@ void fill(Database& database)
     const Status status = database.run(
         "WITH RECURSIVE numbers(n) AS (SELECT 1 UNION ALL SELECT n + 1 FROM numbers WHERE n < 400) "
         "INSERT INTO weld (id, uid, start_ns, ending, part_number, program, verdict, mean_volts, mean_amps, "
-        "energy) "
+        "energy, pub_volts, interruptions, operator) "
         "SELECT n * 200, 'weld ' || n, 1790000000000000000 + n * 7200000000000, 'complete', "
         "CASE n % 5 WHEN 4 THEN NULL ELSE 'A-' || (n % 5) END, CASE n % 7 WHEN 6 THEN NULL ELSE n % 7 END, "
         "CASE n % 3 WHEN 0 THEN 'ok' WHEN 1 THEN 'not_ok' END, CASE n % 11 WHEN 10 THEN NULL ELSE 20 + n % "
         "13 / 8.0 END, "
-        "180 + n % 17 * 0.3, 40000.0 + n FROM numbers");
+        "180 + n % 17 * 0.3, 40000.0 + n, CASE n % 9 WHEN 8 THEN NULL ELSE 19 + n % 5 * 0.1 END, n % 4, "
+        "CASE n % 2 WHEN 1 THEN 'Smith' END FROM numbers");
     ASSERT_TRUE(status) << status.text;
 }
 
@@ -79,11 +80,13 @@ protected:
               "start_ns > 1790007200000000000", "start_ns <= 1790007200000000000", "part_number = 'A-2'",
               "part_number like 'A*' and program = 3", "part_number is empty",
               "program is not empty and program <> 2", "program > 1.5", "verdict = 'ok'",
-              "mean_amps > 182 and mean_volts < 21", "verdict is empty and energy >= 40100",
-              "program = 99"}) {
+              "mean_amps > 182 and mean_volts < 21", "verdict is empty and energy >= 40100", "program = 99",
+              "operator = 'Smith' and interruptions >= 2", "pub_volts <> 19.1 and pub_volts <= 19.3",
+              "pub_volts is empty", "uid like '* 1*'"}) {
             for (const auto& [metric, byPart] :
                  {std::pair(Column::MeanVolts, false), std::pair(Column::MeanVolts, true),
-                  std::pair(Column::Program, false), std::pair(Column::Program, true)}) {
+                  std::pair(Column::Program, false), std::pair(Column::PubVolts, true),
+                  std::pair(Column::Interruptions, false)}) {
                 const Points rows = trendOf(*m_reader, metric, where, byPart, Source::Rows);
                 const Points blocks = trendOf(*m_reader, metric, where, byPart, Source::Blocks);
                 groups += rows.size();
@@ -126,6 +129,65 @@ TEST_F(WeldBlocks, AreNotMadeOfTheOldestAndTheNewestWelds)
 TEST_F(WeldBlocks, GiveTheSameTrendsAsTheRows)
 {
     EXPECT_GT(expectSameTrends(), 100U);
+}
+
+TEST_F(WeldBlocks, GiveTheSameListsAsTheRows)
+{
+    std::size_t welds = 0;
+    for (const char* const where :
+         {"", "operator is empty", "pub_volts > 19.2", "uid like 'weld 1*'", "part_number like '*-2'",
+          "verdict <> 'ok'", "mean_amps > 182 and pub_volts < 19.3",
+          "start_ns >= 1790800000000000000 and operator = 'Smith'", "interruptions = 9"}) {
+        for (const auto& order :
+             {std::optional<Column>(), std::optional(Column::PubVolts), std::optional(Column::PartNumber),
+              std::optional(Column::Interruptions), std::optional(Column::Energy)}) {
+            for (const std::size_t limit : {std::size_t{1}, std::size_t{7}, std::size_t{10'000}}) {
+                ArchiveReader::Query query;
+                std::string error;
+                EXPECT_TRUE(*where == '\0' || readWhere(where, query.filter, error)) << error;
+                query.order = order;
+                query.limit = limit;
+                query.ascending = limit == 7;
+                query.beforeNs = 1'792'800'000'000'000'000;
+                std::vector<Weld> rows;
+                std::vector<Weld> blocks;
+                query.source = Source::Rows;
+                ASSERT_TRUE(m_reader->list(query, rows));
+                query.source = Source::Blocks;
+                ASSERT_TRUE(m_reader->list(query, blocks));
+                ASSERT_EQ(rows.size(), blocks.size()) << where;
+                for (std::size_t i = 0; i < rows.size(); ++i) {
+                    ASSERT_EQ(rows[i].id, blocks[i].id) << where << " " << i;
+                    ASSERT_EQ(rows[i].text(Column::Uid), blocks[i].text(Column::Uid));
+                }
+                welds += rows.size();
+            }
+        }
+    }
+    EXPECT_GT(welds, 1000U);
+}
+
+TEST_F(WeldBlocks, FindTheWeldsOfAListInPlaceOfTheRows)
+{
+    run("WITH RECURSIVE numbers(n) AS (SELECT 80001 UNION ALL SELECT n + 1 FROM numbers WHERE n < 100000) "
+        "INSERT INTO weld (id, uid, start_ns) SELECT n, n, 1790000000000000000 FROM numbers");
+    // No weld of the archive has this operator; only the block says so.
+    BlockColumn operators(Column::Operator);
+    for (int i = 0; i < 82; ++i) {
+        ASSERT_TRUE(operators.add(std::string("forged")));
+    }
+    ASSERT_TRUE(m_store->database().run(
+        "UPDATE weld_block SET data = $1 WHERE block = 2 AND name = 'operator'", {Blob{operators.encode()}}));
+    const auto count = [this](const std::string& where) {
+        ArchiveReader::Query query;
+        std::string error;
+        EXPECT_TRUE(readWhere(where, query.filter, error)) << error;
+        std::vector<Weld> welds;
+        EXPECT_TRUE(m_reader->list(query, welds));
+        return welds.size();
+    };
+    EXPECT_EQ(count("operator = 'forged'"), 82U);
+    EXPECT_EQ(count("operator = 'forged' and energy > 1"), 0U) << "an index leaves few rows, which are read";
 }
 
 TEST_F(WeldBlocks, AreNotNeededInAnArchiveOfAnOlderVersion)
@@ -258,6 +320,27 @@ TEST(WeldBlock, RefusesPlacesThatAreNotInTheList)
     ASSERT_TRUE(sound.add(std::int64_t{1} << 32U));
     EXPECT_TRUE(texts.decode(sound.encode()));
     EXPECT_EQ(texts.place(0), 1U);
+}
+
+TEST(ArchiveSchema, MakesBlocksAgainThatHaveTooFewColumns)
+{
+    const TemporaryDirectory directory;
+    const std::string path = directory.path("welds.db");
+    {
+        Status status;
+        const auto database = openSqlite(path, Database::Access::ReadWrite, status);
+        ASSERT_TRUE(migrate(*database, 5));
+        fill(*database);
+        ASSERT_TRUE(
+            database->run("INSERT INTO weld_block (block, name, data) VALUES (1, 'start_ns', x'00')"));
+    }
+    const auto store = openStore(path);
+    EXPECT_THAT(blocksOf(store->database()), ElementsAre());
+    EXPECT_TRUE(store->makeBlocks());
+    EXPECT_THAT(blocksOf(store->database()), ElementsAre(1, 2, 3));
+    std::vector<Row> rows;
+    ASSERT_TRUE(store->database().run("SELECT DISTINCT name FROM weld_block", {}, &rows));
+    EXPECT_EQ(rows.size(), kColumns - 3 + 1); // and the ids
 }
 
 TEST(ArchiveSchema, MakesBlocksOfTheRowsOfTheThirdVersion)

@@ -14,14 +14,6 @@ namespace TelvaneArchive
 namespace
 {
 
-Weld weldOf(const Row& row)
-{
-    Weld weld;
-    weld.id = wholeOf(row[0]);
-    std::copy(row.begin() + 1, row.end(), weld.values.begin());
-    return weld;
-}
-
 std::int64_t firstMoment(const ArchiveReader::SampleRange& range, const SampleClock& clock)
 {
     constexpr std::int64_t kLeast = std::numeric_limits<std::int64_t>::min();
@@ -58,95 +50,12 @@ std::unique_ptr<ArchiveReader> ArchiveReader::open(const std::string& location, 
     return std::unique_ptr<ArchiveReader>(new ArchiveReader(std::move(database), location));
 }
 
-namespace
+Weld ArchiveReader::weldOf(const Row& row)
 {
-
-/// \return the conditions of a query, with those that its other members mean
-WeldFilter filterOf(const ArchiveReader::Query& query)
-{
-    WeldFilter filter = query.filter;
-    if (query.beforeNs) {
-        filter.add(Column::StartNs, Condition::Comparison::Less, *query.beforeNs);
-    }
-    if (query.order && *query.order != Column::StartNs) {
-        filter.add(*query.order, Condition::Comparison::Known, {});
-    }
-    return filter;
-}
-
-/// \return whether a metric decides which welds match
-bool isByMetric(const WeldFilter& filter)
-{
-    return std::any_of(filter.conditions.begin(), filter.conditions.end(),
-                       [](const Condition& condition) { return isMetric(condition.column); });
-}
-
-} // namespace
-
-Sql ArchiveReader::statementOf(const Query& query, bool few, Row& values)
-{
-    Sql statement = "SELECT id, " + columnList() + " FROM weld";
-    const WeldFilter filter = filterOf(query);
-    const bool byMetric = isByMetric(filter);
-    const Column order = query.order.value_or(Column::StartNs);
-    const bool avoid = byMetric && !few && order == Column::StartNs;
-    appendWhere(filter, statement, values, avoid ? MetricIndexes::Avoid : MetricIndexes::Use);
-    if (query.afterId) {
-        values.emplace_back(*query.afterId);
-        statement += filter.conditions.empty() ? Sql(" WHERE id > ") : Sql(" AND id > ");
-        statement.parameter(values.size()) += " ORDER BY id LIMIT ";
-    } else {
-        // Few matches are sorted. Otherwise SQLite would go through all welds in order of time to spare the sorting.
-        statement += byMetric && few ? Sql(" ORDER BY +") : Sql(" ORDER BY ");
-        statement += sqlOf(order);
-        // The order of the indexes, which spares the sorting.
-        const bool time = order == Column::StartNs;
-        statement +=
-            query.ascending
-                ? (time ? Sql(" ASC, id ASC LIMIT ") : Sql(" ASC, start_ns ASC, id ASC LIMIT "))
-                : (time ? Sql(" DESC, id DESC LIMIT ") : Sql(" DESC, start_ns DESC, id DESC LIMIT "));
-    }
-    values.emplace_back(static_cast<std::int64_t>(std::min(query.limit, kMaxList)));
-    statement.parameter(values.size());
-    return statement;
-}
-
-Status ArchiveReader::list(const Query& query, std::vector<Weld>& welds)
-{
-    // In the order of time, few matches are found by the index of a metric, many by going through the newest welds.
-    bool few = false;
-    const WeldFilter filter = filterOf(query);
-    if (isByMetric(filter) && query.order.value_or(Column::StartNs) == Column::StartNs) {
-        constexpr std::int64_t kFew = 5000;
-        std::int64_t matches = 0;
-        Status counted = count(filter, static_cast<std::size_t>(kFew), matches);
-        if (!counted) {
-            return counted;
-        }
-        few = matches < kFew;
-    }
-    Row values;
-    const Sql statement = statementOf(query, few, values);
-    std::vector<Row> rows;
-    Status status = m_database->run(statement, values, &rows);
-    for (const Row& row : rows) {
-        welds.push_back(weldOf(row));
-    }
-    return status;
-}
-
-Status ArchiveReader::count(const WeldFilter& filter, std::size_t limit, std::int64_t& count)
-{
-    Sql statement = "SELECT count(*) FROM (SELECT 1 FROM weld";
-    Row values;
-    appendWhere(filter, statement, values);
-    values.emplace_back(static_cast<std::int64_t>(limit));
-    statement += " LIMIT ";
-    statement.parameter(values.size()) += ") AS found";
-    std::vector<Row> rows;
-    Status status = m_database->run(statement, values, &rows);
-    count = status ? wholeOf(rows[0][0]) : 0;
-    return status;
+    Weld weld;
+    weld.id = wholeOf(row[0]);
+    std::copy(row.begin() + 1, row.end(), weld.values.begin());
+    return weld;
 }
 
 Status ArchiveReader::weld(std::int64_t id, std::optional<Weld>& weld)

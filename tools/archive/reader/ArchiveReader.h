@@ -33,6 +33,14 @@ namespace TelvaneArchive
 class ArchiveReader
 {
 public:
+    /// What a trend or a list is read from. The result is the same.
+    enum class Source
+    {
+        Best,
+        Rows,
+        Blocks, ///< columns of many welds each, as far as there are any, in an SQLite archive
+    };
+
     /// Which welds, and in which order.
     struct Query
     {
@@ -42,6 +50,7 @@ public:
         std::size_t limit = 100;              ///< at most kMaxList
         std::optional<std::int64_t> beforeNs; ///< only welds that started before; for paging
         std::optional<std::int64_t> afterId;  ///< only later ids, in their order; for reading all in pages
+        Source source = Source::Best;
     };
     static constexpr std::size_t kMaxList = 10'000;
 
@@ -134,21 +143,15 @@ public:
     Status events(std::int64_t id, std::vector<Event>& events);
     Status findings(std::int64_t id, std::vector<Finding>& findings);
 
-    /// What a trend is read from. The result is the same.
-    enum class TrendSource
-    {
-        Best,
-        Rows,
-        Blocks, ///< columns of many welds each, as far as there are any, in an SQLite archive
-    };
-
     /// Summarises a metric by day (UTC) or by part number, in order.
     /// \param byPart  false for by day
     Status trend(Column metric, const WeldFilter& filter, bool byPart, std::vector<TrendPoint>& points,
-                 TrendSource source = TrendSource::Best);
+                 Source source = Source::Best);
 
-    /// \return the statement for the group, which is the day or the part, and the value of all welds
-    static Sql statementOfTrend(Column metric, const WeldFilter& filter, bool byPart, Row& values);
+    /// \return the statement for the start or the part, and the value, of all welds
+    /// \param index  the column by which the welds are found; empty for the database to choose
+    static Sql statementOfTrend(Column metric, const WeldFilter& filter, bool byPart,
+                                std::optional<Column> index, Row& values);
 
     Database& database() { return *m_database; }
 
@@ -157,8 +160,15 @@ private:
         : m_database(std::move(database)), m_location(std::move(location))
     {}
 
+    /// \param row  the id, and all columns
+    static Weld weldOf(const Row& row);
     /// \param row  number, file, place, size and data of the chunk
     bool readChunk(const Row& row, std::vector<Sample>& samples) const;
+    Status listByColumns(const Query& query, const WeldFilter& filter, std::vector<Weld>& welds, bool& done);
+    /// Looks for an index that leaves few welds to read.
+    /// \param[out] few  false if there is none
+    /// \param[out] index  its column; empty if there are only few welds
+    Status findFew(const WeldFilter& filter, std::size_t limit, bool& few, std::optional<Column>& index);
     Status trendByServer(Column metric, const WeldFilter& filter, bool byPart,
                          std::vector<TrendPoint>& points);
 

@@ -228,8 +228,9 @@ bool isLike(const std::string& text, const std::string& pattern)
     return pattern.find_first_not_of('*', next) == std::string::npos;
 }
 
-/// \return negative, 0 or positive
-int compare(const Value& value, const Value& other)
+} // namespace
+
+int compareValues(const Value& value, const Value& other)
 {
     if (std::holds_alternative<std::string>(value)) {
         return textOf(value).compare(textOf(other));
@@ -241,8 +242,6 @@ int compare(const Value& value, const Value& other)
     }
     return numberOf(value) < numberOf(other) ? -1 : numberOf(value) > numberOf(other) ? 1 : 0;
 }
-
-} // namespace
 
 bool holds(const Condition& condition, const Value& value)
 {
@@ -259,7 +258,7 @@ bool holds(const Condition& condition, const Value& value)
     if (isNull(value)) {
         return false;
     }
-    const int order = compare(value, condition.value);
+    const int order = compareValues(value, condition.value);
     switch (condition.comparison) {
     case Comparison::NotEqual:
         return order != 0;
@@ -344,14 +343,16 @@ bool readWhere(const std::string& text, WeldFilter& filter, std::string& error)
     }
 }
 
-void appendWhere(const WeldFilter& filter, Sql& statement, Row& values, MetricIndexes indexes)
+/// \param avoids  says of a column that its index must not be used
+template <class Avoids>
+static void appendConditions(const WeldFilter& filter, Sql& statement, Row& values, Avoids avoids)
 {
     bool first = true;
     for (const Condition& condition : filter.conditions) {
         statement += first ? Sql(" WHERE ") : Sql(" AND ");
         first = false;
         // With a sign before it, a column is an expression, for which there is no index.
-        statement += indexes == MetricIndexes::Avoid && isMetric(condition.column) ? Sql("+") : Sql("");
+        statement += avoids(condition.column) ? Sql("+") : Sql("");
         statement += sqlOf(condition.column) + operatorOf(condition.comparison);
         if (condition.comparison == Comparison::Unknown || condition.comparison == Comparison::Known) {
             continue;
@@ -363,6 +364,18 @@ void appendWhere(const WeldFilter& filter, Sql& statement, Row& values, MetricIn
             statement += " ESCAPE '\\'";
         }
     }
+}
+
+void appendWhere(const WeldFilter& filter, Sql& statement, Row& values, MetricIndexes indexes)
+{
+    appendConditions(filter, statement, values, [indexes](Column column) {
+        return indexes == MetricIndexes::Avoid && isMetric(column);
+    });
+}
+
+void appendWhere(const WeldFilter& filter, Sql& statement, Row& values, std::optional<Column> index)
+{
+    appendConditions(filter, statement, values, [index](Column column) { return index && column != *index; });
 }
 
 } // namespace TelvaneArchive

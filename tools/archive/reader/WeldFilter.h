@@ -47,6 +47,10 @@ struct WeldFilter
 /// \return whether \p text was understood
 bool readWhere(const std::string& text, WeldFilter& filter, std::string& error);
 
+/// Compares two values of one column that are not null, as a database does.
+/// \return negative, 0 or positive
+int compareValues(const Value& value, const Value& other);
+
 /// \return whether a condition holds for a value of its column, as in a database
 bool holds(const Condition& condition, const Value& value);
 /// \return whether all conditions hold for a weld, as in a database
@@ -62,5 +66,8 @@ enum class MetricIndexes
 /// Appends " WHERE ..." and the values.
 void appendWhere(const WeldFilter& filter, Sql& statement, Row& values,
                  MetricIndexes indexes = MetricIndexes::Use);
+/// Does it for SQLite, which takes a sign before a text.
+/// \param index  the only column whose index may be used; empty for any
+void appendWhere(const WeldFilter& filter, Sql& statement, Row& values, std::optional<Column> index);
 
 } // namespace TelvaneArchive

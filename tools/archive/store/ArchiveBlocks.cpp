@@ -52,30 +52,30 @@ Status ArchiveStore::makeBlock(bool& made)
 
 Status ArchiveStore::storeBlock(std::int64_t block, bool& made)
 {
-    Sql names;
-    std::vector<BlockColumn> columns;
+    Sql statement = "SELECT id";
+    std::vector<std::string> names = {kBlockIds};
+    std::vector<BlockColumn> columns = {BlockColumn(ColumnType::Whole)};
     for (const Column column : blockColumns()) {
-        names += columns.empty() ? Sql("") : Sql(", ");
-        names += sqlOf(column);
+        statement += ", " + sqlOf(column);
+        names.emplace_back(infoOf(column).name);
         columns.emplace_back(column);
     }
     bool fits = true;
     Transaction transaction(*m_database);
     Status status = transaction.begun();
-    status = status
-                 ? m_database->each("SELECT " + names + " FROM weld WHERE id >= $1 AND id < $2 ORDER BY id",
-                                    {block * kBlockWelds, (block + 1) * kBlockWelds},
-                                    [&columns, &fits](const Row& row) {
-                                        for (std::size_t i = 0; i < columns.size(); ++i) {
-                                            fits = columns[i].add(row[i]) && fits;
-                                        }
-                                    })
-                 : status;
+    status = status ? m_database->each(statement + " FROM weld WHERE id >= $1 AND id < $2 ORDER BY id",
+                                       {block * kBlockWelds, (block + 1) * kBlockWelds},
+                                       [&columns, &fits](const Row& row) {
+                                           for (std::size_t i = 0; i < columns.size(); ++i) {
+                                               fits = columns[i].add(row[i]) && fits;
+                                           }
+                                       })
+                    : status;
     for (std::size_t i = 0; i < columns.size() && status && fits; ++i) {
         Blob data{columns[i].encode()};
         fits = !data.bytes.empty();
         status = fits ? m_database->run("INSERT INTO weld_block (block, name, data) VALUES ($1, $2, $3)",
-                                        {block, std::string(infoOf(blockColumns()[i]).name), std::move(data)})
+                                        {block, names[i], std::move(data)})
                       : status;
     }
     status = status && fits ? transaction.commit() : status;

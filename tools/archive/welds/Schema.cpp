@@ -132,6 +132,15 @@ std::vector<Sql> fifthVersion(Database::Kind kind)
     return {"CREATE TABLE unpublished (weld_id BIGINT NOT NULL PRIMARY KEY, record TEXT NOT NULL)"};
 }
 
+/// Blocks have got more columns, and are made again.
+std::vector<Sql> sixthVersion(Database::Kind kind)
+{
+    if (kind == Database::Kind::Postgres) {
+        return {};
+    }
+    return {"DELETE FROM weld_block"};
+}
+
 std::vector<Sql> statementsOf(std::int64_t version, Database::Kind kind)
 {
     switch (version) {
@@ -143,8 +152,10 @@ std::vector<Sql> statementsOf(std::int64_t version, Database::Kind kind)
         return thirdVersion();
     case 4:
         return fourthVersion(kind);
-    default:
+    case 5:
         return fifthVersion(kind);
+    default:
+        return sixthVersion(kind);
     }
 }
 

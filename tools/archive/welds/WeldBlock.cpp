@@ -55,9 +55,9 @@ bool take(std::string_view& data, std::uint32_t& bits)
 const std::vector<Column>& blockColumns()
 {
     static const std::vector<Column> columns = [] {
-        std::vector<Column> found = {Column::StartNs, Column::Program, Column::PartNumber, Column::Verdict};
+        std::vector<Column> found;
         for (const Column column : allColumns()) {
-            if (infoOf(column).use == ColumnUse::Computed && infoOf(column).type == ColumnType::Real) {
+            if (column != Column::Uid && column != Column::StartRecord && column != Column::EndRecord) {
                 found.push_back(column);
             }
         }

@@ -14,15 +14,19 @@ namespace TelvaneArchive
 /// Ids in a block: block b has the welds from id b * kBlockWelds on.
 constexpr std::int64_t kBlockWelds = 16'384;
 
-/// \return the columns that are stored in blocks: metrics that have an index, and what trends are grouped and filtered by
+/// Name of the ids in a block.
+constexpr const char* kBlockIds = "id";
+
+/// \return the columns that are stored in blocks: all but those that are different for each weld, and long
 const std::vector<Column>& blockColumns();
 bool isInBlocks(Column column);
 
-/// One column of the welds of a block, in the order of their ids: what a trend reads in place of the rows.
+/// One column of the welds of a block, in the order of their ids: what trends and lists read in place of the rows.
 class BlockColumn
 {
 public:
-    explicit BlockColumn(Column column) : m_type(infoOf(column).type) {}
+    explicit BlockColumn(ColumnType type) : m_type(type) {}
+    explicit BlockColumn(Column column) : BlockColumn(infoOf(column).type) {}
 
     /// \return false if the value is not of the column's type, which SQLite allows; such a block is not stored
     bool add(const Value& value);
