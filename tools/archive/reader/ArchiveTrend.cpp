@@ -232,9 +232,8 @@ Status ArchiveReader::trend(Column metric, const WeldFilter& filter, bool byPart
 Status ArchiveReader::trendByServer(Column metric, const WeldFilter& filter, bool byPart,
                                     std::vector<TrendPoint>& points)
 {
-    const Sql group =
-        byPart ? Sql("coalesce(part_number, '')")
-               : Sql("to_char(to_timestamp(start_ns / 1000000000) AT TIME ZONE 'UTC', 'YYYY-MM-DD')");
+    // Not the name of the day, which takes longer than all the rest. The schema has statistics of this expression.
+    const Sql group = byPart ? Sql("coalesce(part_number, '')") : Sql("start_ns / 86400000000000");
     const Sql value = "CAST(" + sqlOf(metric) + " AS DOUBLE PRECISION)";
     Sql statement = "SELECT " + group + " AS name, count(*), avg(" + value + "), min(" + value + "), max(" +
                     value + "), avg(" + value + " * " + value + ") FROM weld";
@@ -250,8 +249,8 @@ Status ArchiveReader::trendByServer(Column metric, const WeldFilter& filter, boo
     for (const Row& row : rows) {
         const double mean = numberOf(row[2]);
         const double variance = std::max(0.0, numberOf(row[5]) - mean * mean);
-        points.push_back(
-            {textOf(row[0]), wholeOf(row[1]), mean, numberOf(row[3]), numberOf(row[4]), std::sqrt(variance)});
+        points.push_back({byPart ? textOf(row[0]) : printDay(wholeOf(row[0])), wholeOf(row[1]), mean,
+                          numberOf(row[3]), numberOf(row[4]), std::sqrt(variance)});
     }
     return status;
 }
