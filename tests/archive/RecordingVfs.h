@@ -8,7 +8,6 @@
 #include <sqlite3.h>
 #include <unistd.h>
 
-#include <cstddef>
 #include <new>
 
 namespace TelvaneArchive::Testing
@@ -57,8 +56,7 @@ private:
             }
         }
     };
-    static_assert(sizeof(File) % alignof(std::max_align_t) == 0 || alignof(File) == sizeof(void*),
-                  "the other file needs to be aligned");
+    static_assert(sizeof(File) % alignof(sqlite3_int64) == 0, "the other file needs to be aligned");
 
     static RecordingVfs& of(sqlite3_vfs* vfs) { return *static_cast<RecordingVfs*>(vfs->pAppData); }
     static File& of(sqlite3_file* file) { return *static_cast<File*>(file); }
