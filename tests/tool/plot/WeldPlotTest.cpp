@@ -148,6 +148,16 @@ TEST(WeldTraces, DoNotGiveAWeldWithoutAStartALaterEnd)
     EXPECT_THAT(recording.traces().strayEnds(), ElementsAre(3));
 }
 
+TEST(WeldTraces, DoNotGiveAWeldWithoutAStartTheSamplesOfAnotherSource)
+{
+    WeldTracesOf recording;
+    recording.sample(500, 150, 0).sample(90'000, 250, 50).sample(501, 151, 100).sample(502, 152, 200);
+    recording.traces().finish();
+    ASSERT_FALSE(recording.welds().empty());
+    EXPECT_THAT(recording.welds()[0].samples, SizeIs(3));
+    EXPECT_EQ(recording.welds()[0].missing, 0U);
+}
+
 TEST(WeldTraces, CountTheSamplesBeforeTheFirstStartIfTheyAreNotKept)
 {
     WeldTraces traces(false);

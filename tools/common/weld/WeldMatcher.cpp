@@ -102,8 +102,10 @@ WeldMatcher::Fit WeldMatcher::fitOf(const Progress& progress, const WeldTraceDat
     // The first sample is taken at the time of the start.
     const std::int64_t steps = numberStep - (progress.number < 0 ? 1 : 0);
     fit.timeError = distance(passed, multiplySaturated<Nanoseconds>(steps, progress.interval()));
-    const bool inTime = progress.interval() == 0 ||
-                        fit.timeError <= addSaturated(kGapTolerance, passed / kGapToleranceDivisor);
+    // Without a start and before it was measured, the interval is unknown, and time says nothing about a gap.
+    const bool inTime = progress.interval() == 0
+                            ? progress.tag.has_value() || fit.serials == Order::Consecutive
+                            : fit.timeError <= addSaturated(kGapTolerance, passed / kGapToleranceDivisor);
     if (fit.serials == Order::Consecutive && !fit.numberGap) {
         fit.possible = true;
     } else if (passed >= -kFinestStamp) {
