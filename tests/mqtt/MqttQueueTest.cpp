@@ -60,7 +60,7 @@ TEST(MqttQueue, CountsTheDelayOfWhatWasSent)
     queue.countSent(messages[0], 1, 4 * kSecond);
     queue.countDropped(messages[1], DropReason::Refused);
     queue.countSent(messages[2], 1, 5 * kSecond);
-    EXPECT_EQ(queue.counts()["A"].delay, 5 * kSecond);
+    EXPECT_EQ(queue.counts()["A"].delay, 5'000'000U);
 }
 
 TEST(MqttQueue, KeepsTheNumberOfAMessageThatIsSentAgain)

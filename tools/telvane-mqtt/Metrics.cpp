@@ -51,11 +51,8 @@ std::string metricsPage(const MetricsSources& sources)
     perChannel("mqtt_sent", "Messages that the broker has, with QoS 0 as far as known.",
                &ChannelCounts::sent);
     perChannel("mqtt_sent_bytes", "Bytes of their topics and payloads.", &ChannelCounts::bytes);
-    page.counter("mqtt_delay_microseconds", "Time from acceptance to sending of all sent messages.");
-    for (const auto& [channel, counts] : channels) {
-        page.sample(static_cast<std::uint64_t>(counts.delay / kMicrosecond),
-                    OpenMetrics::Labels().add("channel", channel));
-    }
+    perChannel("mqtt_delay_microseconds", "Time from acceptance to sending of all sent messages.",
+               &ChannelCounts::delay);
     page.counter("mqtt_dropped", "Messages that were dropped.");
     for (const auto& [channel, counts] : channels) {
         for (int reason = 0; reason < kDropReasons; ++reason) {

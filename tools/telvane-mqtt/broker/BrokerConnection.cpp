@@ -303,6 +303,10 @@ bool BrokerConnection::sendMessage(OutgoingMessage&& message, Nanoseconds now)
     Publication& publication = toPublication(message);
     if (isTooLarge(publication)) {
         m_link.queue.countDropped(message, DropReason::TooLarge);
+        // An earlier connection may have asked to retain it.
+        if (auto replacement = m_link.retained.noteRefused(message.topic, message.queued)) {
+            m_replacements.push_back(std::move(*replacement));
+        }
         int& reported = m_link.refusedTopics[message.topic];
         if (reported != -1) {
             printError("a message on " + message.topic + " is larger than the broker accepts");

@@ -181,10 +181,14 @@ void OutgoingQueue::makeBacklog()
 
 void OutgoingQueue::sortBacklog()
 {
-    // Live messages are sent before older ones of the backlog. If they come back, they are the newer ones.
-    std::stable_sort(
-        m_backlog.begin(), m_backlog.end(),
-        [](const OutgoingMessage& one, const OutgoingMessage& other) { return one.queued < other.queued; });
+    const auto isOlder = [](const OutgoingMessage& one, const OutgoingMessage& other) {
+        return one.queued < other.queued;
+    };
+    // The thread of the bus waits meanwhile, and the messages nearly always are in order.
+    if (!std::is_sorted(m_backlog.begin(), m_backlog.end(), isOlder)) {
+        // Live messages are sent before older ones of the backlog. If they come back, they are the newer ones.
+        std::stable_sort(m_backlog.begin(), m_backlog.end(), isOlder);
+    }
 }
 
 void OutgoingQueue::countSent(const OutgoingMessage& message, std::size_t bytes, Nanoseconds now)
@@ -193,7 +197,7 @@ void OutgoingQueue::countSent(const OutgoingMessage& message, std::size_t bytes,
     ChannelCounts& counts = m_channels[message.channel].counts;
     ++counts.sent;
     counts.bytes += bytes;
-    counts.delay += std::max<Nanoseconds>(now - message.queued, 0);
+    counts.delay += static_cast<std::uint64_t>(std::max<Nanoseconds>(now - message.queued, 0) / kMicrosecond);
     setDone(message, true);
 }
 

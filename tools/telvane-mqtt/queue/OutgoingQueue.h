@@ -43,7 +43,7 @@ struct ChannelCounts
     std::uint64_t accepted = 0;
     std::uint64_t sent = 0; ///< acknowledged, or handed over with QoS 0
     std::uint64_t bytes = 0;
-    Nanoseconds delay = 0; ///< of all messages that were sent, from push() on
+    std::uint64_t delay = 0; ///< microseconds from push() to sending, of all messages that were sent
     std::uint64_t dropped[kDropReasons] = {};
 };
 
