@@ -31,6 +31,13 @@ inline void note(RecordedDisk::Kind kind, int fd, std::size_t offset = 0, std::s
 
 } // namespace TelvaneArchive::Testing
 
+#ifdef __USE_FILE_OFFSET64 // then the C library gives these calls other names
+#define __real_open __real_open64
+#define __wrap_open __wrap_open64
+#define __real_ftruncate __real_ftruncate64
+#define __wrap_ftruncate __wrap_ftruncate64
+#endif
+
 using RecordedKind = TelvaneArchive::Testing::RecordedDisk::Kind;
 
 // The names that the linker gives them.
