@@ -100,7 +100,7 @@ private:
     Nanoseconds m_next = 0;
 };
 
-/// Makes the blocks that trends are read from, one a second while no weld is under way, and looks once a day for more.
+/// Makes the blocks that trends and lists are read from, one a second while no weld is under way, and looks once a day for more.
 class BlockMaking
 {
 public:
@@ -120,7 +120,7 @@ public:
         if (m_store.isIdle() && !m_store.isFull()) {
             bool made = false;
             if (const Status status = m_store.makeBlock(made); !status) {
-                TelvaneTool::printError("the blocks for trends: " + status.text);
+                TelvaneTool::printError("the blocks for trends and lists: " + status.text);
             }
             m_next = made ? m_next : now + kDay;
         }

@@ -19,6 +19,10 @@ OpenPostgres* openModule(std::string& problem)
 {
     std::error_code error;
     const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe", error);
+    if (error) {
+        problem = "/proc/self/exe: " + error.message();
+        return nullptr;
+    }
     const std::string path = (program.parent_path() / TELVANE_POSTGRES_MODULE).lexically_normal();
     // Never closed: its libraries cannot be unloaded.
     void* const module = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);

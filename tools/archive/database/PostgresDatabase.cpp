@@ -198,14 +198,11 @@ private:
 std::unique_ptr<Database> openPostgres(const std::string& location, Database::Access access, Status& status)
 {
     // A server that is gone without a word is noticed within seconds.
-    const char* const keys[] = {"dbname",
-                                "connect_timeout",
-                                "tcp_user_timeout",
-                                "keepalives_idle",
-                                "application_name",
-                                "client_encoding",
-                                nullptr};
-    const char* const values[] = {location.c_str(), "5", "10000", "10", "telvane-archive", "UTF8", nullptr};
+    const char* const keys[] = {"dbname",           "connect_timeout",     "tcp_user_timeout",
+                                "keepalives_idle",  "keepalives_interval", "keepalives_count",
+                                "application_name", "client_encoding",     nullptr};
+    const char* const values[] = {location.c_str(),  "5",    "10000", "10", "5", "3",
+                                  "telvane-archive", "UTF8", nullptr};
     constexpr int kExpandLocation = 1;
     std::unique_ptr<PGconn, ConnectionDeleter> connection(PQconnectdbParams(keys, values, kExpandLocation));
     if (PQstatus(connection.get()) != CONNECTION_OK) {

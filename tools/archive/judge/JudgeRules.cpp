@@ -162,6 +162,7 @@ Status RuleJudge::readReferences(std::size_t rule)
         query.filter.add(Column::Ending, Condition::Comparison::NotEqual, std::string(unfinished));
     }
     query.limit = kMaxReferences;
+    query.source = ArchiveReader::Source::Rows; // nearly all are finished, so the first of an index will do
     std::vector<Weld> welds;
     Status status = m_reader.list(query, welds);
     if (!status) {

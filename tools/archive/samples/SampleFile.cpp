@@ -63,12 +63,15 @@ bool readAt(int fd, std::int64_t offset, std::size_t size, std::string& bytes)
     return done == size;
 }
 
-void syncFolder(const std::string& path)
+Status syncFolder(const std::string& path)
 {
     const TelvaneTool::FileDescriptor folder(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (folder.isOpen()) {
-        fsync(folder.get());
+    // Some file systems, such as those of networks, cannot do this for a folder.
+    if (!folder.isOpen() || fsync(folder.get()) == 0 || errno == EINVAL || errno == ENOTSUP ||
+        errno == EROFS) {
+        return {};
     }
+    return systemError(path, errno);
 }
 
 } // namespace
@@ -102,9 +105,12 @@ Status SampleFile::open(const std::string& path)
     }
     // Otherwise a power cut may take the name of the file, or that of its folder, and all samples with it. Also for a file
     // that is there: the process that made it may have been killed before it came here.
-    syncFolder(folder);
-    syncFolder(folder + "/..");
-    return {};
+    Status synchronised = syncFolder(folder);
+    synchronised = synchronised ? syncFolder(folder + "/..") : synchronised;
+    if (!synchronised) {
+        close();
+    }
+    return synchronised;
 }
 
 Status SampleFile::append(std::string_view chunk, Place& place)

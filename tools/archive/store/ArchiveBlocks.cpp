@@ -1,6 +1,6 @@
-// Blocks hold columns of many welds each, so that a trend reads a few pages in place of a million rows. They are made
-// from the rows when nothing else is to do. The newest block is left out, and the oldest one if retention has begun with
-// it: they would change all the time.
+// Blocks hold columns of many welds each, so that trends and lists read a few pages in place of a million rows. They are
+// made from the rows when nothing else is to do. The newest block is left out, and the oldest one if retention has begun
+// with it: they would change all the time.
 
 #include "archive/store/ArchiveStore.h"
 #include "archive/welds/WeldBlock.h"

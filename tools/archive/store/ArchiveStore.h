@@ -160,7 +160,7 @@ public:
     /// Deletes one that was published.
     Status forgetUnpublished(std::int64_t weld);
 
-    /// Makes one of the blocks that trends are read from, if one is missing.
+    /// Makes one of the blocks that trends and lists are read from, if one is missing.
     /// \param[out] made  false if there is none to make
     Status makeBlock(bool& made);
     /// Makes all of them.

@@ -98,7 +98,7 @@ function showView() {
   document.querySelector(`nav a[href="#${view === "weld" ? "welds" : view}"]`).setAttribute("aria-current", "page");
   bus.show(view === "bus");
   welds.show(view === "welds", query);
-  weld.show(view === "weld", rest);
+  scripts.then(() => weld.show(view === "weld", rest)); // its charts need uPlot
   schedule();
 }
 

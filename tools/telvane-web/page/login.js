@@ -53,7 +53,7 @@ export async function startLogin() {
   }
 }
 
-const first = session(); // asked for while the page loads its texts
+const first = session(); // asked for before anything else
 
 // Returns what the server offers, once the reader is let in.
 export async function signIn() {
