@@ -22,6 +22,14 @@ namespace
 
 constexpr Nanoseconds kStarted = 1'704'164'645 * kSecond;
 
+/// \return whether it is valid UTF-8 without a null; otherwise it is repaired when it is written
+bool isText(std::string_view text)
+{
+    std::uint64_t replaced = 0;
+    printJson(JsonTree(cJSON_CreateString(std::string(text).c_str())).get(), false, &replaced);
+    return replaced == 0 && text.find('\0') == std::string_view::npos;
+}
+
 void checkAgain(const RecordedMessage& message)
 {
     if (message.channel.find_first_of("\"\\") != std::string_view::npos) {
@@ -38,7 +46,7 @@ void checkAgain(const RecordedMessage& message)
             "a line keeps its time, channel and kind");
     if (message.missed == 0) {
         require(again.sequence == message.sequence, "a line keeps its sequence number");
-        require(again.group == message.group, "a line keeps its group");
+        require(again.group == message.group || !isText(message.group), "a line keeps its group");
     } else {
         require(again.missedFrom == message.missedFrom && again.missedTo == message.missedTo,
                 "a note keeps its times");
