@@ -170,6 +170,7 @@ TEST(EventServerLimits, DoNotApplyToExistingClientsAndSubscriptions)
     const RawPeer second = running.connect();
     subscribe(first, "A");
     subscribe(first, "B");
+    expectNothingElse(second); // the server has accepted it
     EventServerLimits limits = connectionLimit(1);
     limits.subscriptionsPerClient = 1;
     limits.channels = 1;
@@ -177,7 +178,7 @@ TEST(EventServerLimits, DoNotApplyToExistingClientsAndSubscriptions)
     running.server.SetLimits(limits);
     expectNothingElse(second);
     first.send(publication("B"));
-    EXPECT_EQ(first.receive(), printedRelay("B", 3, ""));
+    EXPECT_EQ(first.receive(), printedRelay("B", 4, ""));
     expectRefused(first, "C");
     running.connect().expectEnd();
     running.server.SetLimits(EventServerLimits());
