@@ -155,6 +155,20 @@ TEST(MqttQueue, KeepsTheOrderOfWhatComesBack)
 }
 
 // A day without broker, one message a second.
+TEST(MqttQueue, PutsLiveMessagesBackAfterTheOlderBacklog)
+{
+    OutgoingQueue queue(limits(10));
+    queue.push(message("A"), 1);
+    queue.makeBacklog();
+    queue.push(message("A"), 2);
+    bool fromBacklog = false;
+    auto live = queue.take(2, true, fromBacklog);
+    ASSERT_TRUE(live);
+    EXPECT_EQ(live->number, 2U);
+    queue.putBack({*live}, 2);
+    EXPECT_EQ(numbersOf(takeAll(queue, 2)), (std::vector<std::uint64_t>{1, 2}));
+}
+
 TEST(MqttQueue, SurvivesADayWithoutBroker)
 {
     constexpr Nanoseconds kInterval = kSecond;
