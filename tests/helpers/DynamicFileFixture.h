@@ -139,20 +139,6 @@ inline int nextContent(const std::string& path)
     return number;
 }
 
-/// Runs \p task in a process of its own, which starts with one thread and is not cleaned up after.
-/// \return its exit code, 0 when \p task returned true
-template <typename Task>
-int exitCodeOf(Task task)
-{
-    const pid_t child = ::fork();
-    if (child == 0) {
-        ::_exit(task() ? 0 : 1);
-    }
-    int status = -1;
-    EXPECT_EQ(::waitpid(child, &status, 0), child);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
 /// An event between a handler and its test. Awaiting it is a point of cancellation.
 class Signal
 {

@@ -1,19 +1,22 @@
 #pragma once
 
 // What tests need of the process around them: a directory of their own, an environment variable for a
-// while, and what is written to the standard streams, whichever thread writes it.
+// while, a child, and what is written to the standard streams, whichever thread writes it.
 
 #include <gtest/gtest.h>
 
 #include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <fcntl.h>
 #include <filesystem>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <sys/mman.h>
+#include <sys/wait.h>
 #include <system_error>
 #include <thread>
 #include <unistd.h>
@@ -76,6 +79,32 @@ public:
 private:
     int m_descriptor;
 };
+
+/// Runs \p task in a forked child, which has only the calling thread and is not cleaned up after.
+/// The child kills itself: at an exit, a memory checker would report as lost what the threads left behind in
+/// the parent were using at the fork.
+/// \return whether \p task returned true
+template <class Task>
+bool holdsInChild(Task task)
+{
+    int ends[2] = {-1, -1};
+    if (::pipe2(ends, O_CLOEXEC) != 0) {
+        throwSystemError("pipe2");
+    }
+    const Descriptor toRead(ends[0]);
+    Descriptor toWrite(ends[1]);
+    const pid_t child = ::fork();
+    if (child == 0) {
+        const char answer = task() ? 'y' : 'n';
+        [[maybe_unused]] const auto written = ::write(toWrite.get(), &answer, 1);
+        ::kill(::getpid(), SIGKILL);
+    }
+    toWrite.reset();
+    char answer = 'n';
+    const bool told = ::read(toRead.get(), &answer, 1) == 1;
+    ::waitpid(child, nullptr, 0);
+    return told && answer == 'y';
+}
 
 /// A fresh directory, removed with everything in it.
 class TemporaryDirectory

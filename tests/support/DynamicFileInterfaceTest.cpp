@@ -54,13 +54,12 @@ TEST_F(DynamicFileLifecycle, DestructionAfterCloseReleasesTheHandler)
 
 TEST_F(DynamicFileLifecycle, ServesThePipeAfterDestructionWithoutClose)
 {
-    EXPECT_EQ(exitCodeOf([this] {
-                  auto file = std::make_unique<DynamicFileInterface>(m_path, saying("still here"));
-                  openSilently(*file);
-                  file.reset();
-                  return comesToRead(m_path, "still here\n") && fs::is_fifo(m_path);
-              }),
-              0);
+    EXPECT_TRUE(holdsInChild([this] {
+        auto file = std::make_unique<DynamicFileInterface>(m_path, saying("still here"));
+        openSilently(*file);
+        file.reset();
+        return comesToRead(m_path, "still here\n") && fs::is_fifo(m_path);
+    }));
 }
 
 TEST_F(DynamicFileOpen, CreatesAPipeThatOthersMayRead)
@@ -126,36 +125,33 @@ TEST_F(DynamicFileOpen, StartsNoThreadBelowAPlainFile)
 TEST_F(DynamicFileOpen, StartsNoThreadWithoutPermission)
 {
     ASSERT_EQ(::chmod(m_directory.path("").c_str(), 0555), 0);
-    EXPECT_EQ(exitCodeOf([this] {
-                  constexpr uid_t nobody = 65534;
-                  if (::geteuid() == 0 && (::setgid(nobody) != 0 || ::setuid(nobody) != 0)) {
-                      return false;
-                  }
-                  const auto threads = runningThreads();
-                  DynamicFileInterface file(m_path, saying("hello"));
-                  return openSilently(file) == 1 && m_printed == "ERROR[13]: Permission denied\n" &&
-                         runningThreads() == threads && file.Close() == -1;
-              }),
-              0);
+    EXPECT_TRUE(holdsInChild([this] {
+        constexpr uid_t nobody = 65534;
+        if (::geteuid() == 0 && (::setgid(nobody) != 0 || ::setuid(nobody) != 0)) {
+            return false;
+        }
+        const auto threads = runningThreads();
+        DynamicFileInterface file(m_path, saying("hello"));
+        return openSilently(file) == 1 && m_printed == "ERROR[13]: Permission denied\n" &&
+               runningThreads() == threads && file.Close() == -1;
+    }));
     ASSERT_EQ(::chmod(m_directory.path("").c_str(), 0755), 0);
 }
 
 TEST_F(DynamicFileOpen, SurvivesAFailureToCreateTheThread)
 {
     ASSERT_EQ(::chmod(m_directory.path("").c_str(), 0777), 0);
-    EXPECT_EQ(exitCodeOf([this] {
-                  constexpr uid_t nobody = 65534;
-                  const rlimit noMoreThreads = {0, 0};
-                  if (::setrlimit(RLIMIT_NPROC, &noMoreThreads) != 0 ||
-                      (::geteuid() == 0 && ::setuid(nobody) != 0)) {
-                      return false;
-                  }
-                  const auto threads = runningThreads();
-                  DynamicFileInterface file(m_path, saying("hello"));
-                  return openSilently(file) == 0 && runningThreads() == threads && file.Close() == 0 &&
-                         !fs::exists(m_path);
-              }),
-              0);
+    EXPECT_TRUE(holdsInChild([this] {
+        constexpr uid_t nobody = 65534;
+        const rlimit noMoreThreads = {0, 0};
+        if (::setrlimit(RLIMIT_NPROC, &noMoreThreads) != 0 || (::geteuid() == 0 && ::setuid(nobody) != 0)) {
+            return false;
+        }
+        const auto threads = runningThreads();
+        DynamicFileInterface file(m_path, saying("hello"));
+        return openSilently(file) == 0 && runningThreads() == threads && file.Close() == 0 &&
+               !fs::exists(m_path);
+    }));
 }
 
 TEST_F(DynamicFileOpen, ASecondTimeKeepsOneListener)

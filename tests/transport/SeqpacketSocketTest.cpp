@@ -48,19 +48,15 @@ TEST(PeerGroups, AreKnownForPeersWithMoreThanTheUsualNumber)
     if (::geteuid() != 0) {
         GTEST_SKIP() << "only root can set its groups";
     }
-    const pid_t child = ::fork();
-    if (child == 0) {
+    EXPECT_TRUE(holdsInChild([] {
         std::vector<gid_t> groups(40);
         std::iota(groups.begin(), groups.end(), gid_t{50000});
         int ends[2] = {-1, -1};
         const bool ready = ::setgroups(groups.size(), groups.data()) == 0 &&
                            ::socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends) == 0;
         std::vector<gid_t> found;
-        ::_exit(ready && peerGroups(ends[0], found) && found == groups ? 0 : 1);
-    }
-    int status = -1;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
+        return ready && peerGroups(ends[0], found) && found == groups;
+    }));
 }
 
 /// \return what is open, with its flags

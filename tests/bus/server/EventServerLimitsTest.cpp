@@ -4,7 +4,6 @@
 
 #include <grp.h>
 #include <sys/syscall.h>
-#include <sys/wait.h>
 
 namespace Telvane
 {
@@ -219,21 +218,15 @@ bool isServedAsMember(const std::string& path, gid_t group)
 {
     const sockaddr_un address = addressOf(path);
     const std::string question = unsubscribeRequest("nobody_ever");
-    const pid_t child = ::fork();
-    if (child == 0) {
-        // Only system calls: the other threads of the process are not here.
+    // Only system calls: the other threads of the process are not in the child.
+    return holdsInChild([&] {
         ::syscall(SYS_setgroups, 1, &group);
         const int socket = ::socket(AF_UNIX, SOCK_SEQPACKET, 0);
         char answer = 0;
-        const bool served =
-            ::connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
-            ::send(socket, question.data(), question.size(), MSG_NOSIGNAL) > 0 &&
-            ::recv(socket, &answer, 1, 0) == 1;
-        ::_exit(served ? 0 : 1);
-    }
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+        return ::connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
+               ::send(socket, question.data(), question.size(), MSG_NOSIGNAL) > 0 &&
+               ::recv(socket, &answer, 1, 0) == 1;
+    });
 }
 
 TEST(EventServerLimits, KnowTheSupplementaryGroupsOfAClient)
