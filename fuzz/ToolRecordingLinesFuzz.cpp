@@ -63,12 +63,6 @@ std::uint64_t samplesOf(const WeldTraces& traces)
     return samples;
 }
 
-bool hasWeldWithoutStart(const WeldTraces& traces)
-{
-    return std::any_of(traces.welds().begin(), traces.welds().end(),
-                       [](const RecordedWeld& weld) { return !weld.started; });
-}
-
 void check(std::string_view content)
 {
     RecordingSummary summary;
@@ -91,11 +85,9 @@ void check(std::string_view content)
     std::string error;
     require(parseJson(printJson(summary.json(file).get()), error) != nullptr, "the summary is JSON");
     require(!summary.text(file).empty(), "a summary has text");
-    require(samplesOf(traces) == samplesOf(counted), "samples belong to a weld or are strays, kept or not");
-    // Only if they are kept, samples without a start make a weld, which may also take later ones.
-    require(hasWeldWithoutStart(traces) ||
-                (traces.welds().size() == counted.welds().size() && traces.strays() == counted.strays()),
-            "samples belong to the same welds, kept or not");
+    require(traces.welds().size() == counted.welds().size() && samplesOf(traces) == samplesOf(counted) &&
+                traces.strays() == counted.strays(),
+            "samples belong to the same welds or are strays, kept or not");
     for (const RecordedWeld& weld : traces.welds()) {
         require(weld.samples.size() == weld.sampleCount, "samples are counted");
         for (std::size_t i = 0; i < weld.samples.size(); ++i) {

@@ -90,7 +90,7 @@ record_weld() {
     grep -q "no end of this weld" weld.svg
 }
 
-@test "plot draws a weld that began before the recording, and reports that its start is missing" {
+@test "plot draws a weld that began before the recording, info lists it, and both report that its start is missing" {
     "$TELVANE" weld -o weld.jsonl --duration 1.5 --period-us 5000
     sed -i '/"channel":"WeldTriggerStart"/d; /"sequence":[0-9]*,"timestamp"/{/"payload":{"sequence":[0-9]\{1,2\},/d}' weld.jsonl
     run "$TELVANE" plot weld.jsonl -o weld.svg
@@ -100,10 +100,13 @@ record_weld() {
         grep -q "$text" weld.svg
     done
     "$TELVANE" plot weld.jsonl -o chosen.svg --weld 1
+    "$TELVANE" info weld.jsonl | grep -qE '^ +1  before [0-9]{4}-.* 0  '
+    [ "$("$TELVANE" info weld.jsonl --json | jq -c '.welds | map([.tag, .start, .missing, .ended])')" = '[[1,null,0,true]]' ]
     sed -i '/"channel":"WeldTriggerEnd"/d' weld.jsonl
     run "$TELVANE" plot weld.jsonl -o weld.svg
     [ "$status" -eq 0 ]
     [ "$output" = "telvane plot: the recording has no start of a weld, which is drawn from its sample 100 on" ]
+    [ "$("$TELVANE" info weld.jsonl --json | jq -c '.welds | map([.tag, .start, .missing, .ended])')" = '[[null,null,0,false]]' ]
 }
 
 @test "plot draws a recording with damaged lines, and reports them" {

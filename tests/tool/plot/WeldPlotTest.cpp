@@ -158,15 +158,25 @@ TEST(WeldTraces, DoNotGiveAWeldWithoutAStartTheSamplesOfAnotherSource)
     EXPECT_EQ(recording.welds()[0].missing, 0U);
 }
 
-TEST(WeldTraces, CountTheSamplesBeforeTheFirstStartIfTheyAreNotKept)
+TEST(WeldTraces, CountAWeldWithoutAStartIfSamplesAreNotKept)
 {
     WeldTraces traces(false);
-    traces.add(
-        {0, "WeldTraceData", 0,
-         R"({"sequence":5,"timestamp":"/Date(0)/","data":{"amps":1,"volts":1,"wfs":1,"gas":1,"power":1,)"
-         R"("motor":1},"messageSerial":0})"});
-    EXPECT_EQ(traces.strays(), 1U);
-    EXPECT_THAT(traces.welds(), SizeIs(0));
+    for (const char* const sequence : {"5", "6", "8"}) {
+        traces.add({0, "WeldTraceData", 0,
+                    R"({"sequence":)" + std::string(sequence) +
+                        R"(,"timestamp":"/Date(0)/","data":{"amps":1,"volts":1,"wfs":1,"gas":1,"power":1,)"
+                        R"("motor":1},"messageSerial":)" +
+                        sequence + "}"});
+    }
+    traces.finish();
+    EXPECT_EQ(traces.strays(), 0U);
+    ASSERT_THAT(traces.welds(), SizeIs(1));
+    const RecordedWeld& weld = traces.welds()[0];
+    EXPECT_FALSE(weld.started);
+    EXPECT_EQ(weld.tag(), "?");
+    EXPECT_EQ(weld.sampleCount, 3U);
+    EXPECT_EQ(weld.missing, 1U);
+    EXPECT_THAT(weld.samples, SizeIs(0));
 }
 
 /// A power source with serial numbers and a clock of its own.

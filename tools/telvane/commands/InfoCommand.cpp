@@ -37,6 +37,12 @@ std::string arcTimeOf(const RecordedWeld& weld)
     return duration.Unit.empty() ? "-" : formatted("%.3f ", duration.Value) + duration.Unit;
 }
 
+/// \return the start of a weld; of one that is in progress when the recording begins, its first sample
+std::string startOf(const RecordedWeld& weld)
+{
+    return (weld.started ? "" : "before ") + printMoment(stampOf(weld.start.timestamp));
+}
+
 std::string printWelds(const WeldTraces& traces)
 {
     if (traces.welds().empty()) {
@@ -51,9 +57,8 @@ std::string printWelds(const WeldTraces& traces)
     }
     Table table(columns);
     for (const RecordedWeld& weld : traces.welds()) {
-        std::vector<Table::Cell> row = {
-            std::to_string(weld.start.tag), printMoment(stampOf(weld.start.timestamp)),
-            std::to_string(weld.sampleCount), std::to_string(weld.missing), arcTimeOf(weld)};
+        std::vector<Table::Cell> row = {weld.tag(), startOf(weld), std::to_string(weld.sampleCount),
+                                        std::to_string(weld.missing), arcTimeOf(weld)};
         if (hasGroups) {
             row.emplace_back(weld.group);
         }
@@ -67,8 +72,16 @@ void addWelds(cJSON* object, const WeldTraces& traces)
     cJSON* const welds = cJSON_AddArrayToObject(object, "welds");
     for (const RecordedWeld& weld : traces.welds()) {
         cJSON* const item = cJSON_CreateObject();
-        addNumber(item, "tag", weld.start.tag);
-        addText(item, "start", printMoment(stampOf(weld.start.timestamp)));
+        if (weld.hasTag()) {
+            addNumber(item, "tag", weld.start.tag);
+        } else {
+            cJSON_AddNullToObject(item, "tag");
+        }
+        if (weld.started) {
+            addText(item, "start", printMoment(stampOf(weld.start.timestamp)));
+        } else {
+            cJSON_AddNullToObject(item, "start");
+        }
         addNumber(item, "samples", weld.sampleCount);
         addNumber(item, "missing", weld.missing);
         cJSON_AddBoolToObject(item, "ended", weld.ended ? 1 : 0);

@@ -90,7 +90,7 @@ void WeldTraces::addSample(const WeldTraceData& trace)
 /// Takes a sample as the first one of a weld that is in progress when the recording begins.
 bool WeldTraces::joinRunning(const WeldTraceData& trace)
 {
-    if (!m_keepSamples || !m_welds.empty() || trace.sequence < 1) {
+    if (!m_welds.empty() || trace.sequence < 1) {
         return false;
     }
     m_matcher.addRunning(0, trace);
@@ -98,7 +98,9 @@ bool WeldTraces::joinRunning(const WeldTraceData& trace)
     weld.started = false;
     weld.start.timestamp = trace.timestamp;
     weld.sampleCount = 1;
-    weld.samples.push_back({0, trace.sequence, trace.data});
+    if (m_keepSamples) {
+        weld.samples.push_back({0, trace.sequence, trace.data});
+    }
     return true;
 }
 
@@ -106,7 +108,7 @@ bool WeldTraces::joinRunning(const WeldTraceData& trace)
 void WeldTraces::finish()
 {
     for (RecordedWeld& weld : m_welds) {
-        if (weld.started) {
+        if (weld.started || weld.samples.empty()) {
             continue;
         }
         const int first = weld.samples.front().number;

@@ -24,7 +24,8 @@ struct RecordedWeld
     };
 
     /// \return the tag as text; "?" if it is unknown
-    std::string tag() const { return started || ended ? std::to_string(start.tag) : "?"; }
+    std::string tag() const { return hasTag() ? std::to_string(start.tag) : "?"; }
+    bool hasTag() const { return started || ended; }
 
     /// Without the record of the start, only the time stamp of the first sample, and the tag if the weld has ended.
     Telvane::WeldTriggerStart start;
@@ -39,8 +40,8 @@ struct RecordedWeld
 
 /// Collects the welds of a recording.
 ///
-/// WeldMatcher decides which weld a record belongs to. With samples, a weld that is in progress when the recording begins
-/// is one of them, although its start is missing.
+/// WeldMatcher decides which weld a record belongs to. A weld that is in progress when the recording begins is one of
+/// them, although its start is missing.
 class WeldTraces
 {
 public:
