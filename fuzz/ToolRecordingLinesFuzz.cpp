@@ -30,9 +30,16 @@ bool isText(std::string_view text)
     return replaced == 0 && text.find('\0') == std::string_view::npos;
 }
 
+/// \return whether it is written with codes: then the JSON library reads the line, whose payload need not be JSON
+bool hasCodes(std::string_view text)
+{
+    const JsonTree tree(cJSON_CreateString(std::string(text).c_str()));
+    return printJson(tree.get()).find('\\') != std::string::npos;
+}
+
 void checkAgain(const RecordedMessage& message)
 {
-    if (message.channel.find_first_of("\"\\") != std::string_view::npos) {
+    if (message.channel.find_first_of("\"\\") != std::string_view::npos || hasCodes(message.group)) {
         return; // no server relays such a channel
     }
     std::string text;

@@ -295,6 +295,7 @@ TEST_F(HostileNeighbour, SubscribesToNamesWithoutEndAndIsHeldToALimit)
 
 TEST_F(HostileNeighbour, ConnectsAndDisconnectsWithoutALeak)
 {
+    settle(hostile); // the server has accepted it
     const std::size_t descriptors = openDescriptors();
     const std::size_t threads = runningThreads();
     const MemoryGauge memory;

@@ -125,7 +125,7 @@ bool isRelayError(const std::string& line)
         return false;
     }
     const std::size_t end = line.find_first_not_of("0123456789", begin.size());
-    for (const int error : {EAGAIN, EPIPE, ECONNRESET}) {
+    for (const int error : {EAGAIN, EPIPE, ECONNRESET, ECONNREFUSED, ENOTCONN}) {
         const std::string rest = ": [-" + std::to_string(error) + "]: " + std::strerror(error);
         if (end != begin.size() && end != std::string::npos && line.substr(end) == rest) {
             return true;
@@ -163,7 +163,9 @@ TEST(Bus, KeepsItsPromisesUnderRandomSchedulesOfSixteenThreads)
         EventClient client;
         EXPECT_EQ(client.Connect(running.path), 0);
         // A channel of its own: the server may still relay what participants published before they left.
-        EXPECT_EQ(client.Subscribe("Last", recordingTo(receptions), LogData(), nullptr), 0);
+        // A server that is still busy with the others may answer too late.
+        EXPECT_TRUE(eventually(
+            [&] { return client.Subscribe("Last", recordingTo(receptions), LogData(), nullptr) == 0; }));
         LogData last;
         EXPECT_EQ(client.Publish("Last", last), 0);
         EXPECT_EQ(receptions.take().record, last.GetString());
@@ -226,24 +228,39 @@ TEST(Bus, BearsHooksAndRequestsWhileClientsOnOneConnectionCompete)
     });
     EventClient client;
     ASSERT_EQ(client.Connect(running.path), 0);
+    std::atomic<int> exchanges{0}; // each calls a hook
+    // A busy machine may stall for longer than the second that an exchange may take.
+    const auto untilAnswered = [&exchanges](const std::function<int()>& exchange) {
+        int result = -ETIMEDOUT;
+        EXPECT_TRUE(eventually([&] {
+            ++exchanges;
+            result = exchange();
+            return result != -ETIMEDOUT;
+        }));
+        return result;
+    };
     {
         JoiningThreads threads;
         for (unsigned number = 0; number < 8; ++number) {
-            threads.start([&client, number] {
+            threads.start([&client, &untilAnswered, number] {
                 const std::string channel(1, static_cast<char>('a' + number));
                 Receptions receptions;
                 DataStatus record;
                 for (record.ttl = 0; record.ttl < 15; ++record.ttl) {
-                    ASSERT_EQ(client.Subscribe(channel, recordingTo(receptions), DataStatus(), nullptr), 0);
+                    EXPECT_EQ(untilAnswered([&] {
+                                  return client.Subscribe(channel, recordingTo(receptions), DataStatus(),
+                                                          nullptr);
+                              }),
+                              0);
                     ASSERT_EQ(client.Publish(channel, record), 0);
                     EXPECT_EQ(receptions.take().record, record.GetString());
-                    ASSERT_EQ(client.Unsubscribe(channel), 0);
+                    EXPECT_EQ(untilAnswered([&] { return client.Unsubscribe(channel); }), 0);
                 }
             });
         }
     }
     EXPECT_EQ(client.Disconnect(), 0);
-    for (int i = 0; i < 8 * 15 * 2; ++i) {
+    for (int i = 0; i < exchanges; ++i) {
         calls.take();
     }
     EXPECT_TRUE(calls.empty());

@@ -279,7 +279,7 @@ import fcntl, struct, sys, termios
 waiting = struct.unpack("i", fcntl.ioctl(0, termios.FIONREAD, bytes(4)))[0]
 sys.exit(waiting < 61440)' <&8; do sleep 0.02; done
     kill -INT "$listener"
-    sleep 0.1
+    until grep -q '^ShdPnd:[[:space:]]*0*$' "/proc/$listener/status"; do sleep 0.02; done # it has been taken
     kill -INT "$listener"
     finish "$listener"
     [ "$status" -eq 130 ]

@@ -99,6 +99,7 @@ Other refused" ]
     await server.err "policy:1: \"all\" is not a client; use user:NAME, group:NAME or \*"
     await server.err "the former policy stays"
     "$TELVANE" publish "$bus" LogData '{"log":"still refused"}'
+    until [ "$(grep -c " disconnected$" server.err)" -ge 2 ]; do sleep 0.02; done # the server has handled both
     echo "allow * publish,subscribe LogData" >policy
     kill -HUP "$server"
     await server.err "policy policy: 1 rule$"

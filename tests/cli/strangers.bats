@@ -3,7 +3,7 @@
 
 load common
 
-# send <packet>: sends one packet, with \x escapes, as a client of its own, and waits for the response to a subscription.
+# send <packet>: sends one packet, with \x escapes, as a client of its own, and waits until the server has handled it.
 send() {
     python3 -c '
 import socket, sys
@@ -12,7 +12,9 @@ client.connect(sys.argv[1])
 packet = sys.argv[2].encode().decode("unicode_escape").encode("latin-1")
 client.send(packet)
 if b".subscribe" in packet:
-    client.recv(16384)' "$bus" "$1"
+    client.recv(16384)
+client.send(b"""{"header":".unsubscribe","payload":{"channel":"None"}}""")
+client.recv(16384)' "$bus" "$1"
 }
 
 # is_clean <file>: whether the file is UTF-8 without control characters other than newlines and tabs.

@@ -7,6 +7,7 @@ load common
     start_server
     start_listener LogData
     "$TELVANE" publish "$bus" LogData '{"log":"x"}'
+    await server.err " disconnected$"
     run "$TELVANE" top "$bus" --once --interval 0.1 --wait 60
     [ "$status" -eq 0 ]
     [[ $output == "$bus  "*" 1 channels, 2 clients  "* ]]

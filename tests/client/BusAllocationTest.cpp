@@ -89,7 +89,8 @@ TEST_P(BusMemory, RunsOutInRequest)
         LogData answer;
         std::error_code error;
         fault.during([&] { error = bus.request("Echo", m_record, answer, 100ms); });
-        EXPECT_TRUE(!error || fault.triggered()) << error.message();
+        // On a busy machine, a request without a fault may time out too. The next one is repeated.
+        EXPECT_TRUE(!error || error == BusError::TimedOut || fault.triggered()) << error.message();
         EXPECT_TRUE(eventually([&] { return !bus.request("Echo", m_record, answer, 1s); }));
         EXPECT_EQ(answer.log, m_record.log);
     });
@@ -107,8 +108,12 @@ TEST_P(BusMemory, RunsOutOnItsThreadsWhileTheyConnectAndDeliver)
         fault.end();
         ASSERT_EQ(queue.waitActive(kTimeout), std::error_code());
         ASSERT_EQ(bus.waitConnected(kTimeout), std::error_code());
-        EXPECT_EQ(bus.publish(m_record).error, std::error_code());
-        EXPECT_EQ(nextMessage(queue).log, m_record.log);
+        // A connection that has lost an answer for want of memory may be about to end.
+        EXPECT_TRUE(eventually([&] {
+            bus.publish(m_record);
+            const auto item = queue.next(1s);
+            return item && item->log == m_record.log;
+        }));
     });
 }
 

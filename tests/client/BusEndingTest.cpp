@@ -44,6 +44,7 @@ TEST_P(EndingOfBus, EndWaitsForTheCallbackThatRuns)
         subscription.end();
         return inside.load();
     });
+    EXPECT_TRUE(eventually([&] { return !subscription.active(); })); // the end has begun
     EXPECT_EQ(ended.wait_for(kQuietTime), std::future_status::timeout);
     leave.open();
     EXPECT_FALSE(ended.get());

@@ -85,7 +85,15 @@ TEST_P(RestartsUnderBus, LoseNothingWithinAConnectionAndEndEveryWait)
     threads.join();
     const std::lock_guard<std::mutex> hold(seen.lock);
     EXPECT_EQ(wrong, 0);
-    EXPECT_EQ(seen.missing, static_cast<long>(subscription.statistics().dropped));
+    // If this process gets no processor for a while, the socket fills up. The server reports each message that it drops.
+    const std::string lines = relayErrors.text();
+    const std::string full = "[-" + std::to_string(EAGAIN) + "]";
+    auto lost = static_cast<long>(subscription.statistics().dropped);
+    EXPECT_GE(seen.missing, lost);
+    for (auto at = lines.find(full); at != std::string::npos; at = lines.find(full, at + 1)) {
+        ++lost;
+    }
+    EXPECT_LE(seen.missing, lost);
     EXPECT_GT(seen.received, 0);
 }
 

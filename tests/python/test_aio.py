@@ -53,6 +53,7 @@ async def test_a_record_arrives_with_its_delivery(telvane_path: str) -> None:
             assert await listener.recv(5) == telvane.LogData(log="hello")
             assert listener.delivery is not None and listener.delivery.epoch == 1
             await bus.publish(telvane.LogData(log="x"))
+            await until(lambda: listener.pending == 1)
             assert [record.log async for record in listener] == ["x"]
             with pytest.raises(telvane.RequestTimeout):
                 await listener.recv(0.01)

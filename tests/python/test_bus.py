@@ -64,6 +64,7 @@ def test_a_channel_without_a_class_gives_dicts_and_a_class_travels_on_any_channe
 def test_a_loop_ends_after_silence_and_recv_raises(telvane_bus: telvane.Bus) -> None:
     listener = telvane_bus.listen(telvane.LogData, timeout=0.05)
     telvane_bus.publish(telvane.LogData(log="x"))
+    until(lambda: listener.pending == 1)
     assert [record.log for record in listener] == ["x"]
     with pytest.raises(telvane.RequestTimeout, match="nothing arrived on LogData within 0.01 s"):
         listener.recv(0.01)

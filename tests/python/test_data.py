@@ -276,11 +276,19 @@ def test_a_recording_of_the_tool_is_read(telvane_path: str, telvane_weld: Any, t
                                  "WeldTraceData", "WeldTriggerEnd"], stderr=subprocess.DEVNULL)
     try:
         deadline = time.monotonic() + 10
-        while len(telvane_bus.request("TelvaneClients", timeout=5)["clients"]) < 3:
+        wanted = {"WeldTriggerStart": 1, "WeldTraceData": 2, "WeldTriggerEnd": 2}
+        while True:
+            channels = telvane_bus.request("TelvaneChannels", timeout=5)["channels"]
+            found = {entry["channel"]: entry["subscribers"] for entry in channels}
+            if all(found.get(name, 0) >= number for name, number in wanted.items()):
+                break
             assert time.monotonic() < deadline
-        time.sleep(0.2)  # its three subscriptions follow its connection
         telvane_weld("--duration", "1.5", "--period-us", "2000").wait()
         end.recv(5)
+        deadline = time.monotonic() + 10
+        while b'"channel":"WeldTriggerEnd"' not in path.read_bytes():
+            assert time.monotonic() < deadline
+            time.sleep(0.01)
     finally:
         recorder.terminate()
         recorder.wait(10)

@@ -141,11 +141,12 @@ void loadServer(const Plan& plan)
         return total;
     };
     pool.await("all clients have joined", [&] { return sum(crowds, &Slot::joined) == plan.clients; });
-    const Footprint full = footprint();
-    if (full.descriptors != empty.descriptors + plan.clients ||
-        full.threads != empty.threads + plan.clients) {
-        throw Failure("clients do not cost the server one descriptor and one thread each");
-    }
+    Footprint full;
+    pool.await("clients cost the server one descriptor and one thread each", [&] {
+        full = footprint();
+        return full.descriptors == empty.descriptors + plan.clients &&
+               full.threads == empty.threads + plan.clients;
+    });
 
     // Let memory grow for a tenth of the time, until everything has been used once.
     const std::size_t visitors = pool.start("visitors", {std::to_string(plan.visitors)});

@@ -196,6 +196,12 @@ TEST_P(ClientMemory, RunsOutInASynchronizersRequest)
 class ReceiverMemory : public ClientOfRawServer, public ::testing::WithParamInterface<Shortage>
 {
 protected:
+    /// Connects again, and waits until the new thread, now the only one, has come to receive.
+    void settle(Progress& receiving)
+    {
+        ASSERT_EQ(client.Disconnect(), 0);
+        EXPECT_TRUE(receiving.afterNextCallOf([&] { connect(); }));
+    }
     /// Sends the example to the client while its thread runs out of memory.
     void sendDuring(AllocationFault& fault, Progress& receiving)
     {
@@ -218,14 +224,13 @@ INSTANTIATE_TEST_SUITE_P(Memory, ReceiverMemory, ::testing::Values(Shortage::Onc
 TEST_P(ReceiverMemory, RunsOutInADispatchWhichIsThenCountedAsLost)
 {
     std::atomic<int> calls{0};
-    subscribe(
-        kChannel,
-        [&](void*, TelvaneDataTypeBase* record, int, void*) {
-            EXPECT_EQ(dynamic_cast<HALInfo*>(record)->machineType, m_example.machineType);
-            ++calls;
-        },
-        m_example);
     Progress receiving(Call::Receive, Caller::ClientReceiver);
+    settle(receiving);
+    const auto callback = [&](void*, TelvaneDataTypeBase* record, int, void*) {
+        EXPECT_EQ(dynamic_cast<HALInfo*>(record)->machineType, m_example.machineType);
+        ++calls;
+    };
+    EXPECT_TRUE(receiving.afterNextCallOf([&] { subscribe(kChannel, callback, m_example); }));
     const int allocations =
         failEachAllocation(Caller::ClientReceiver, GetParam(), [&](AllocationFault& fault) {
             calls = 0;
@@ -245,17 +250,18 @@ TEST_P(ReceiverMemory, RunsOutInADispatchWhichIsThenCountedAsLost)
 TEST_P(ReceiverMemory, RunsOutWhileAReplyIsTakenAndTheNextOneIsTaken)
 {
     Progress receiving(Call::Receive, Caller::ClientReceiver);
+    settle(receiving);
     const int allocations =
         failEachAllocation(Caller::ClientReceiver, GetParam(), [&](AllocationFault& fault) {
             HALInfo answer;
             std::future<int> result = begin([&] { return client.Request(kChannel, answer, 1); });
-            acceptSubscription(kChannel);
+            EXPECT_TRUE(receiving.afterNextCallOf([&] { acceptSubscription(kChannel); }));
             EXPECT_EQ(peer.receive(), printedPublication("req_" + kChannel));
             sendDuring(fault, receiving);
             if (fault.triggered()) {
                 sendExample(receiving);
             }
-            acceptUnsubscription(kChannel);
+            EXPECT_TRUE(receiving.afterNextCallOf([&] { acceptUnsubscription(kChannel); }));
             EXPECT_EQ(result.get(), 0);
             EXPECT_EQ(answer.machineType, m_example.machineType);
         });
@@ -265,19 +271,20 @@ TEST_P(ReceiverMemory, RunsOutWhileAReplyIsTakenAndTheNextOneIsTaken)
 TEST_P(ReceiverMemory, RunsOutWhileASynchronizersReplyIsTakenAndTheNextOneIsTaken)
 {
     Progress receiving(Call::Receive, Caller::ClientReceiver);
+    settle(receiving);
     EventClientSynchronizer synchronizer;
     const int allocations =
         failEachAllocation(Caller::ClientReceiver, GetParam(), [&](AllocationFault& fault) {
             HALInfo answer;
             std::future<int> result =
                 begin([&] { return synchronizer.Request(client, kChannel, answer, 40); });
-            acceptSubscription(kChannel);
+            EXPECT_TRUE(receiving.afterNextCallOf([&] { acceptSubscription(kChannel); }));
             EXPECT_EQ(peer.receive(), printedPublication("req_" + kChannel));
             sendDuring(fault, receiving);
             if (fault.triggered()) {
                 sendExample(receiving);
             }
-            acceptUnsubscription(kChannel);
+            EXPECT_TRUE(receiving.afterNextCallOf([&] { acceptUnsubscription(kChannel); }));
             EXPECT_EQ(result.get(), 0);
             EXPECT_EQ(answer.machineType, m_example.machineType);
         });
