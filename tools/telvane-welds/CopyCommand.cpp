@@ -46,8 +46,10 @@ void addCopyCommand(TelvaneTool::CommandLine& line)
                                  "Copy an archive, which may be in use, for a backup or for analysts");
     addDatabase(command, options->database);
     command
-        .option("FILE", options->file,
-                "Database of the copy, which must not exist; samples go to FILE.samples")
+        .option(
+            "FILE", options->file,
+            "Database of the copy, which must not exist; samples go to FILE.samples. Verdicts that wait for "
+            "the bus are left out: the archive publishes them")
         .required();
     command.flag("--rows-only", options->rowsOnly, "Leave the samples out; envelopes are copied");
     command.examples("telvane welds copy /var/lib/telvane-archive/welds.db backup/2026-11-22.db\n");

@@ -68,6 +68,32 @@ Status copySamples(const std::string& from, const std::string& to)
     return error && !none ? failed(from, error.value()) : status;
 }
 
+/// Deletes the verdicts that wait for the bus: the archive publishes them, and its copy must not do it again.
+Status forgetUnpublished(const std::string& path)
+{
+    Status status;
+    const std::unique_ptr<Database> copy = openSqlite(path, Database::Access::ReadWrite, status);
+    std::vector<Row> rows;
+    status = status ? copy->run("SELECT count(*) FROM sqlite_master WHERE name = 'unpublished'", {}, &rows)
+                    : status;
+    if (status && wholeOf(rows[0][0]) != 0) { // an archive of an older version has none
+        status = copy->run("DELETE FROM unpublished");
+    }
+    rows.clear();
+    status = status ? copy->run("PRAGMA journal_mode = DELETE", {}, &rows) : status;
+    if (status && (rows.empty() || textOf(rows[0][0]) != "delete")) {
+        status = {Status::Code::Failed, path + ": the log cannot be closed"};
+    }
+    return status;
+}
+
+void deleteDatabase(const std::string& path)
+{
+    for (const char* const end : {"", "-wal", "-shm", "-journal"}) {
+        unlink((path + end).c_str());
+    }
+}
+
 } // namespace
 
 Status copyArchive(ArchiveReader& reader, const std::string& from, const std::string& to, bool samples)
@@ -77,15 +103,16 @@ Status copyArchive(ArchiveReader& reader, const std::string& from, const std::st
     if (std::filesystem::exists(to, error) || std::filesystem::exists(sampleFolder(to), error)) {
         return failed(to, EEXIST);
     }
-    unlink(unfinished.c_str());
+    deleteDatabase(unfinished);
     Status status = reader.database().run("VACUUM INTO $1", {unfinished});
+    status = status ? forgetUnpublished(unfinished) : status;
     status = status && samples ? copySamples(sampleFolder(from), sampleFolder(to)) : status;
     status = status ? synchronise(unfinished) : status;
     if (status && rename(unfinished.c_str(), to.c_str()) != 0) {
         status = failed(to, errno);
     }
     if (!status) {
-        unlink(unfinished.c_str());
+        deleteDatabase(unfinished);
         std::filesystem::remove_all(sampleFolder(to), error);
     }
     return status;
