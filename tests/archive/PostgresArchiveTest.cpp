@@ -2,6 +2,7 @@
 
 #include "archive/ArchiveTestSupport.h"
 #include "archive/PostgresServer.h"
+#include "archive/WholeNumbers.h"
 #include "archive/forward/Forwarder.h"
 #include "archive/welds/Schema.h"
 #include "telvane-welds/SampleExport.h"
@@ -157,6 +158,17 @@ TEST_F(Postgres, AnswersTheSameQuestionsAsSqlite)
             }
         }
     }
+}
+
+TEST_F(Postgres, ComparesWholeNumbersExactlyWithEachNumber)
+{
+    clear();
+    Status status;
+    const auto database = openPostgres(location(), Database::Access::ReadWrite, status);
+    ASSERT_TRUE(database) << status.text;
+    ASSERT_TRUE(migrate(*database));
+    addWelds(*database);
+    expectExactAnswers(*openReader(location()), ArchiveReader::Source::Rows);
 }
 
 TEST_F(Postgres, GetsEverythingOnceAfterAnOutage)

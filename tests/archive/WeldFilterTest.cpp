@@ -1,5 +1,6 @@
 #include "archive/reader/WeldFilter.h"
 #include "archive/ArchiveTestSupport.h"
+#include "archive/WholeNumbers.h"
 
 using namespace TelvaneArchive;
 using namespace TelvaneArchive::Testing;
@@ -95,4 +96,38 @@ TEST(WeldFilter, FindsWeldsByTextWithWildcards)
     EXPECT_EQ(count("part_number = 'A-17' and samples = 10"), 1U);
     EXPECT_EQ(count("part_number <> 'A-17'"), 3U);
     EXPECT_EQ(count("operator is empty"), 4U);
+}
+
+TEST(WeldFilter, ComparesWholeNumbersExactlyWithEachNumber)
+{
+    const TemporaryDirectory directory;
+    const std::string path = directory.path("welds.db");
+    const auto store = openStore(path);
+    addWelds(store->database());
+    ASSERT_TRUE(store->makeBlocks());
+    std::vector<Row> blocks;
+    ASSERT_TRUE(store->database().run("SELECT 1 FROM weld_block WHERE name = 'tag'", {}, &blocks));
+    EXPECT_EQ(blocks.size(), 5U);
+    const auto reader = openReader(path);
+    expectExactAnswers(*reader, ArchiveReader::Source::Rows);
+    expectExactAnswers(*reader, ArchiveReader::Source::Blocks);
+}
+
+TEST(WeldFilter, FindsAllWholeNumbersOrNoneBeyondTheirLimits)
+{
+    Weld weld = makeWeld("one");
+    for (const auto& [text, expected] :
+         {std::pair("tag < 1e19", true), std::pair("tag > 1e19", false), std::pair("tag <> 0.5", true),
+          std::pair("tag = 0.5", false), std::pair("tag >= -1e19", true), std::pair("tag <= -1e19", false)}) {
+        WeldFilter filter;
+        std::string error;
+        ASSERT_TRUE(readWhere(text, filter, error)) << error;
+        for (const std::int64_t number : {std::numeric_limits<std::int64_t>::min(), std::int64_t{0},
+                                          std::numeric_limits<std::int64_t>::max()}) {
+            weld[Column::Tag] = number;
+            EXPECT_EQ(matches(weld, filter), expected) << text << " of " << number;
+        }
+        weld[Column::Tag] = {};
+        EXPECT_FALSE(matches(weld, filter)) << text;
+    }
 }

@@ -3,6 +3,8 @@
 
 #include "archive/reader/WeldFilter.h"
 
+#include "archive/reader/WholeCondition.h"
+
 #include <algorithm>
 #include <cctype>
 #include <cmath>
@@ -121,14 +123,14 @@ constexpr Operator kOperators[] = {
     {"like", Comparison::Like},
 };
 
-bool readValue(const Words& words, Column column, Comparison comparison, Value& value)
+bool readValue(const Words& words, Condition& condition)
 {
-    const ColumnInfo& info = infoOf(column);
+    const ColumnInfo& info = infoOf(condition.column);
     if (info.type == ColumnType::Text) {
-        value = words.word();
+        condition.value = words.word();
         return !words.atEnd();
     }
-    if (comparison == Comparison::Like) {
+    if (condition.comparison == Comparison::Like) {
         return false;
     }
     char* end = nullptr;
@@ -136,12 +138,9 @@ bool readValue(const Words& words, Column column, Comparison comparison, Value& 
     if (words.word().empty() || *end != '\0' || !std::isfinite(number)) {
         return false;
     }
-    value = number;
+    condition.value = number;
     if (info.type == ColumnType::Whole) {
-        const long long whole = std::strtoll(words.word().c_str(), &end, 10);
-        if (*end == '\0') {
-            value = static_cast<std::int64_t>(whole);
-        }
+        compareWithWhole(condition, words.word());
     }
     return true;
 }
@@ -324,7 +323,7 @@ bool readWhere(const std::string& text, WeldFilter& filter, std::string& error)
                 return false;
             }
             condition.comparison = found->comparison;
-            if (words.damaged() || !readValue(words, *column, condition.comparison, condition.value)) {
+            if (words.damaged() || !readValue(words, condition)) {
                 error = "\"" + words.word() + "\" is not a value for " + infoOf(*column).name +
                         " (character " + std::to_string(words.position()) + ")";
                 return false;
