@@ -121,5 +121,38 @@ TEST_F(WebWeldsPostgres, AreShownAgainAfterTheServerWasAway)
     EXPECT_THAT(ask(m_inServer, "/api/welds"), AllOf(StartsWith("HTTP/1.1 200"), HasSubstr("A-2")));
 }
 
+TEST_F(WebWeldsPostgres, AreNotWaitedForWithoutEnd)
+{
+    keepWelds();
+    WeldPages impatient(s_server->location(), m_wakeUp, 100 * kMillisecond);
+    Status status;
+    const auto other = openPostgres(s_server->location(), Database::Access::ReadWrite, status);
+    ASSERT_TRUE(other) << status.text;
+    ASSERT_TRUE(other->run("BEGIN"));
+    ASSERT_TRUE(other->run("LOCK TABLE weld IN ACCESS EXCLUSIVE MODE"));
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_THAT(
+            ask(impatient, "/api/welds"),
+            AllOf(StartsWith("HTTP/1.1 503"), HasSubstr("the archive: a question may take 100 ms: ERROR: ")));
+    }
+    ASSERT_TRUE(other->run("ROLLBACK"));
+    EXPECT_THAT(ask(m_inServer, "/api/welds"), AllOf(StartsWith("HTTP/1.1 200"), HasSubstr("A-2")));
+    m_shown = &m_inServer; // before the other one ends
+}
+
+TEST_F(WebWeldsPostgres, MayTakeTenSecondsForAStatement)
+{
+    keepWelds();
+    WeldArchive archive(s_server->location());
+    HttpReply failure;
+    ArchiveReader* const reader = archive.reader(failure);
+    ASSERT_NE(reader, nullptr) << failure.body;
+    std::vector<Row> rows;
+    ASSERT_TRUE(reader->database().run("SHOW statement_timeout", {}, &rows));
+    EXPECT_EQ(textOf(rows.at(0).at(0)), "10s");
+    const Status status{Status::Code::Late, "stopped"};
+    EXPECT_EQ(archive.failed(status).body, "the archive: a question may take 10 s: stopped\n");
+}
+
 } // namespace
 } // namespace TelvaneTool

@@ -18,6 +18,7 @@ struct Status
         Done,
         Full,    ///< no room on the disk
         Lost,    ///< the server is away or the connection broke; try again later
+        Late,    ///< the server stopped a statement, which took longer than it may
         Damaged, ///< the file is not sound, or not a database
         Refused, ///< the database refused the statement, the user or the version
         Failed,  ///< anything else

@@ -185,6 +185,9 @@ private:
         if (state != nullptr && std::string(state) == "53100") {
             return {Status::Code::Full, text};
         }
+        if (state != nullptr && std::string(state) == "57014") {
+            return {Status::Code::Late, text};
+        }
         // 57: the server is shutting down; 08: the connection; 40: the transaction may be repeated.
         const bool passes = kind == "57" || kind == "08" || kind == "40" || kind == "53";
         return {passes ? Status::Code::Lost : Status::Code::Refused, text};

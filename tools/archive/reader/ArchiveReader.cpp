@@ -28,14 +28,19 @@ std::int64_t lastMoment(const ArchiveReader::SampleRange& range, const SampleClo
 
 } // namespace
 
-std::unique_ptr<ArchiveReader> ArchiveReader::open(const std::string& location, Status& status)
+std::unique_ptr<ArchiveReader> ArchiveReader::open(const std::string& location, Status& status,
+                                                   TelvaneTool::Nanoseconds longestStatement)
 {
     std::unique_ptr<Database> database = openDatabase(location, Database::Access::ReadOnly, status);
     if (!database) {
         return nullptr;
     }
+    if (longestStatement != 0 && database->kind() == Database::Kind::Postgres) {
+        status = database->run("SELECT set_config('statement_timeout', $1, false)",
+                               {std::to_string(longestStatement / TelvaneTool::kMillisecond)});
+    }
     std::int64_t version = 0;
-    status = readSchemaVersion(*database, version);
+    status = status ? readSchemaVersion(*database, version) : status;
     if (status && version == 0) {
         status = {Status::Code::Refused, "this is not an archive of welds"};
     }

@@ -5,6 +5,7 @@
 #include "archive/samples/Envelope.h"
 #include "archive/samples/Sample.h"
 #include "archive/welds/WeldColumns.h"
+#include "common/support/Clock.h"
 
 #include <cstdint>
 #include <limits>
@@ -111,8 +112,11 @@ public:
     /// Opens an archive.
     /// \param location  path of an SQLite archive, or postgresql://user@host/name
     /// \param[out] status  why it failed
+    /// \param longestStatement  how long PostgreSQL may work on a statement, or wait for what others have locked, in whole
+    ///        milliseconds; a call then fails with Status::Code::Late. 0 for no limit. SQLite has none.
     /// \return null if it failed
-    static std::unique_ptr<ArchiveReader> open(const std::string& location, Status& status);
+    static std::unique_ptr<ArchiveReader> open(const std::string& location, Status& status,
+                                               TelvaneTool::Nanoseconds longestStatement = 0);
 
     /// Lists welds with all their columns.
     Status list(const Query& query, std::vector<Weld>& welds);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "archive/reader/ArchiveReader.h"
+#include "common/support/Clock.h"
 #include "telvane-web/http/HttpTypes.h"
 
 #include <memory>
@@ -14,7 +15,12 @@ namespace TelvaneTool
 class WeldArchive
 {
 public:
-    explicit WeldArchive(std::string location) : m_location(std::move(location)) {}
+    /// How long the server may work on a statement. Meanwhile other questions wait.
+    static constexpr Nanoseconds kLongestStatement = 10 * kSecond;
+
+    explicit WeldArchive(std::string location, Nanoseconds longestStatement = kLongestStatement)
+        : m_location(std::move(location)), m_longestStatement(longestStatement)
+    {}
 
     /// \param[out] failure  the answer if the archive cannot be opened
     /// \return null if it cannot be opened
@@ -25,6 +31,7 @@ public:
 
 private:
     const std::string m_location;
+    const Nanoseconds m_longestStatement;
     std::unique_ptr<TelvaneArchive::ArchiveReader> m_reader;
 };
 

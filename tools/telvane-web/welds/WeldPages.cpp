@@ -34,8 +34,8 @@ double secondsOf(const HttpRequest& request, const char* name)
 
 } // namespace
 
-WeldPages::WeldPages(const std::string& location, const WakeUp& wakeUp)
-    : m_archive(std::make_shared<WeldArchive>(location)), m_worker(kMaxWaiting, wakeUp)
+WeldPages::WeldPages(const std::string& location, const WakeUp& wakeUp, Nanoseconds longestStatement)
+    : m_archive(std::make_shared<WeldArchive>(location, longestStatement)), m_worker(kMaxWaiting, wakeUp)
 {}
 
 HttpReply WeldPages::ask(Worker::Job question)

@@ -18,7 +18,8 @@ class WeldPages
 {
 public:
     /// \param location  of the archive
-    WeldPages(const std::string& location, const WakeUp& wakeUp);
+    WeldPages(const std::string& location, const WakeUp& wakeUp,
+              Nanoseconds longestStatement = WeldArchive::kLongestStatement);
 
     /// \return nothing for addresses of others
     std::optional<HttpReply> handle(const HttpRequest& request);
