@@ -1,6 +1,7 @@
 """The page in a real browser: what is drawn, what is said, and what happens when something breaks."""
 import csv
 import itertools
+import json
 import signal
 import statistics
 import urllib.request
@@ -173,6 +174,66 @@ def test_the_first_state_is_shown_before_the_stream_and_not_kept_without_it(new_
     page.js("late.forEach((call) => call())")
     page.wait_for_state("lost")
     assert page.text("state-word") == "Connecting"
+
+
+def run_in_worker(page, code):
+    """Runs code in the shared worker, and waits until it has run."""
+    worker = next(target["targetId"] for target in page.browser.execute_cdp_cmd("Target.getTargets", {})["targetInfos"]
+                  if target["url"] == f"{page.cell.url}/worker.js")
+    session = page.browser.execute_cdp_cmd("Target.attachToTarget", {"targetId": worker})["sessionId"]
+    page.js("window.hasRun = false; new BroadcastChannel('test').onmessage = () => { window.hasRun = true; }")
+    page.browser.execute_cdp_cmd("Target.sendMessageToTarget", {"sessionId": session, "message": json.dumps(
+        {"id": 1, "method": "Runtime.evaluate", "params": {"expression": f"{code}; new BroadcastChannel('test').postMessage(0);"}})})
+    page.wait(lambda: page.js("return hasRun"))
+
+
+def set_visible(page, visible):
+    page.js("Object.defineProperty(document, 'hidden', {configurable: true, get: () => !arguments[0]});"
+            "document.dispatchEvent(new Event('visibilitychange'))", visible)
+
+
+def test_tabs_show_nothing_old_after_all_were_hidden(new_page, new_cell):
+    page = Page(new_page.browser, new_cell)
+    page.load()
+    show_weld(page, new_cell, "--speed", "20")
+    first = page.browser.current_window_handle
+    # The minute after which the stream is closed ends at once, and no later stream is answered until the test says so.
+    run_in_worker(page, """
+        later = setTimeout;
+        setTimeout = (call, time) => later(call, time === 60000 ? 0 : time);
+        Stream = EventSource;
+        EventSource = class { addEventListener() {} close() {} };
+        const clock = performance.now.bind(performance);
+        performance.now = () => EventSource === Stream ? clock() : 0;""")
+    set_visible(page, False)
+    page.wait_for_state("lost")
+    assert page.text("state-word") == "Connecting"
+    assert page.js("return document.body.classList.contains('old')")
+    new_cell.publish("TelvaneError", "--as", "TelvaneError", "--set", "Message=gas is low")
+    new_cell.web.stop()
+    new_cell.start_web()  # has seen no weld
+
+    page.browser.switch_to.new_window("tab")
+    page.browser.execute_cdp_cmd("Page.addScriptToEvaluateOnNewDocument", {"source": """
+        const later = setTimeout;
+        window.setTimeout = (call, time) => time >= 5000 ? 0 : later(call, time);
+        Object.defineProperty(document, 'hidden', {get: () => false});"""})
+    page.browser.get(f"{new_cell.url}/")
+    page.wait(lambda: page.js("return Boolean(window.telvaneModel?.hello)"), "what the worker has")
+    page.wait_for_state("none")  # as the server says
+    assert page.model("[m.link.link, m.size, m.values]") == ["wait", 0, None]
+    assert page.text("tile-amps").startswith("Current–")
+
+    second = page.browser.current_window_handle
+    page.browser.switch_to.window(first)
+    assert page.state() == "lost"
+    page.browser.switch_to.window(second)
+    run_in_worker(page, "setTimeout = later; EventSource = Stream")  # the stream that was not answered is given up
+    _, tag = publish_weld(new_cell, "--speed", "20")
+    for handle in (first, second):
+        page.browser.switch_to.window(handle)
+        page.wait_for_stream()
+        wait_for_weld(page, tag, 1200)
 
 
 def test_the_page_draws_once_per_frame_and_no_more_columns_than_there_are_pixels(page, cell):

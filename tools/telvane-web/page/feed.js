@@ -79,6 +79,12 @@ export class Feed {
     }
   }
 
+  // Until a page is visible again. What came so far is old by then.
+  sleep() {
+    this.close();
+    this.setLink("wait");
+  }
+
   // After a sleep: do not wait for the next pause to end.
   wake() {
     if (this.source) {

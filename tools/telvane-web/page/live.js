@@ -62,7 +62,7 @@ export class LiveView {
   // The state that the reader must know first: a lost connection hides all others.
   shownState() {
     const {link, state} = this.model;
-    if (link.link === "lost" || !state) {
+    if (link.link === "lost" || !state || this.model.old) {
       return "lost";
     }
     return state.bus.connected ? state.state : "noBus";

@@ -13,6 +13,7 @@ export class Model {
     this.pace = "full";
     this.hello = null;
     this.state = null;
+    this.old = false; // what is here came before the stream was closed
     this.clear(0);
   }
 
@@ -36,6 +37,7 @@ export class Model {
         break;
       case "state":
         this.state = data;
+        this.old = false;
         break;
       case "columns":
         this.takeColumns(data);
@@ -51,6 +53,7 @@ export class Model {
         break;
       case "link":
         this.link = data;
+        this.old ||= data.link === "wait";
         break;
     }
   }
@@ -100,17 +103,19 @@ export class Model {
     return this.state?.weld?.period ?? 0;
   }
 
-  // For another tab of the same browser.
+  // For another tab of the same browser, which gets nothing old but the errors.
   snapshot() {
-    const cut = (array) => array.slice(0, this.size);
-    return {weld: this.weld, level: this.level, size: this.size, values: this.values, faults: this.faults, link: this.link,
-      pace: this.pace, hello: this.hello, state: this.state, count: cut(this.count), min: this.min.map(cut),
-      mean: this.mean.map(cut), max: this.max.map(cut)};
+    const size = this.old ? 0 : this.size;
+    const cut = (array) => array.slice(0, size);
+    return {weld: this.weld, level: this.level, size, values: this.old ? null : this.values, faults: this.faults,
+      link: this.link, pace: this.pace, hello: this.hello, state: this.old ? null : this.state, count: cut(this.count),
+      min: this.min.map(cut), mean: this.mean.map(cut), max: this.max.map(cut)};
   }
 
   restore(snapshot) {
     const {count, min, mean, max, ...rest} = snapshot;
-    Object.assign(this, rest, {state: rest.state ?? this.state});
+    const first = this.link.link === "wait" && !this.old ? this.state : null; // it came with the session
+    Object.assign(this, rest, {state: rest.state ?? first, old: false});
     this.count.fill(0);
     this.count.set(count);
     kQuantities.forEach((_, q) => {

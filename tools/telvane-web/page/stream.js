@@ -32,7 +32,7 @@ export function connect(model, onEvent) {
   const update = () => {
     clearTimeout(release);
     if (document.hidden) {
-      release = setTimeout(() => feed.close(), 60000);
+      release = setTimeout(() => feed.sleep(), 60000);
     } else {
       feed.wake();
     }

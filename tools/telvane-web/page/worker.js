@@ -20,7 +20,7 @@ function update() {
   if ([...tabs.values()].some((visible) => visible)) {
     feed.wake();
   } else {
-    release = setTimeout(() => feed.close(), tabs.size === 0 ? 0 : kRelease);
+    release = setTimeout(() => feed.sleep(), tabs.size === 0 ? 0 : kRelease);
   }
 }
 
