@@ -74,6 +74,31 @@ protected:
     }
 };
 
+// Where the server has the usual buffer, the bus holds the samples of a few milliseconds, and drops others.
+TEST_F(WebStream, TakesSamplesWhileAPageIsWritten)
+{
+    constexpr std::uint64_t kSamples = 300;
+    ASSERT_TRUE(awaitSubscriptions());
+    Telvane::Bus source(busPath());
+    ASSERT_FALSE(source.waitConnected(std::chrono::seconds(60)));
+    Telvane::WeldTraceData sample;
+    const auto takesAll = [&](const LiveWeld& live) {
+        const std::uint64_t before = m_bus.statistics().received;
+        for (std::uint64_t i = 0; i < kSamples; ++i) {
+            sample.sequence = static_cast<int>(i);
+            EXPECT_EQ(source.publish(sample).error, std::error_code());
+        }
+        const Nanoseconds end = monotonicNow() + 60 * kSecond;
+        while (m_bus.statistics().received < before + kSamples && monotonicNow() < end) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        EXPECT_EQ(live.samples(), 0U) << "they change while they are written";
+        return m_bus.statistics().received >= before + kSamples;
+    };
+    EXPECT_TRUE(m_bus.withLive(takesAll));
+    EXPECT_TRUE(pump([this] { return samplesSeen() == kSamples; }));
+}
+
 TEST_F(WebStream, ShowsThatTheBusIsConnected)
 {
     ASSERT_TRUE(pump([this] { return m_bus.connected(); }));

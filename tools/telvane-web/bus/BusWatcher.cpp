@@ -106,8 +106,35 @@ void BusWatcher::follow(Take take)
 {
     m_subscriptions.push_back(m_bus.subscribe<Record>([this, take](const Record& record) {
         const std::lock_guard<std::mutex> guard(m_lock);
+        takeSamples();
         take(record);
     }));
+}
+
+/// Does not wait for the lock.
+void BusWatcher::take(const Telvane::WeldTraceData& record, Nanoseconds now)
+{
+    const std::unique_lock<std::mutex> guard(m_lock, std::try_to_lock);
+    if (guard.owns_lock()) {
+        takeSamples();
+        m_live.take(record, now, realTimeNow());
+    } else {
+        const std::lock_guard<std::mutex> samplesGuard(m_samplesLock);
+        m_samples.push_back({record, now, realTimeNow()});
+    }
+}
+
+/// Takes the samples that were put aside. The caller holds the lock.
+void BusWatcher::takeSamples()
+{
+    {
+        const std::lock_guard<std::mutex> guard(m_samplesLock);
+        m_takenSamples.swap(m_samples);
+    }
+    for (const Sample& sample : m_takenSamples) {
+        m_live.take(sample.record, sample.now, sample.wallClock);
+    }
+    m_takenSamples.clear();
 }
 
 template <class Item>
@@ -134,12 +161,8 @@ void BusWatcher::subscribe()
     m_subscriptions.push_back(
         m_bus.subscribe<Telvane::WeldTraceData>([this](const Telvane::WeldTraceData& record) {
             const Nanoseconds now = monotonicNow();
-            Nanoseconds pause = 0;
-            {
-                const std::lock_guard<std::mutex> guard(m_lock);
-                m_live.take(record, now, realTimeNow());
-                pause = m_pause.after(now);
-            }
+            take(record, now);
+            const Nanoseconds pause = m_pause.after(now);
             if (pause != 0) {
                 std::this_thread::sleep_for(std::chrono::nanoseconds(pause));
             }
@@ -165,6 +188,7 @@ void BusWatcher::report(const BusEvent& event)
     }
     const bool connected = event.state == Telvane::ConnectionState::Connected;
     const std::lock_guard<std::mutex> guard(m_lock);
+    takeSamples();
     m_live.busChanged(connected      ? std::string()
                       : event.reason ? event.reason.message()
                                      : "connecting",
@@ -175,6 +199,7 @@ void BusWatcher::tick(Nanoseconds now)
 {
     {
         const std::lock_guard<std::mutex> guard(m_lock);
+        takeSamples();
         m_live.tick(now, realTimeNow());
     }
     const bool used = now - m_statusUsed < kUnused;

@@ -12,13 +12,15 @@
 #include <mutex>
 #include <set>
 #include <string>
+#include <vector>
 
 namespace TelvaneTool
 {
 
 /// The bus as the page sees it. It subscribes and asks for the status, and publishes nothing else.
 ///
-/// Records arrive on the thread of the Bus; all other functions are for one thread, the event loop.
+/// Records arrive on the thread of the Bus; all other functions are for one thread, the event loop. While that writes to
+/// the pages, samples are put aside: the bus holds those of a few milliseconds only, and would drop others.
 class BusWatcher
 {
 public:
@@ -38,6 +40,7 @@ public:
     auto withLive(Function function)
     {
         const std::lock_guard<std::mutex> guard(m_lock);
+        takeSamples();
         return function(static_cast<const LiveWeld&>(m_live));
     }
 
@@ -60,7 +63,17 @@ private:
         Nanoseconds used = 0;
     };
 
+    /// A sample that waits for the lock.
+    struct Sample
+    {
+        Telvane::WeldTraceData record;
+        Nanoseconds now;
+        Nanoseconds wallClock;
+    };
+
     void subscribe();
+    void take(const Telvane::WeldTraceData& record, Nanoseconds now);
+    void takeSamples();
     template <class Record, class Take>
     void follow(Take take);
     template <class Item>
@@ -70,7 +83,10 @@ private:
 
     std::mutex m_lock;
     LiveWeld m_live;
-    BatchPause m_pause;
+    std::vector<Sample> m_takenSamples; ///< empty without the lock
+    std::mutex m_samplesLock;           ///< held for moments only, also with the other lock
+    std::vector<Sample> m_samples;      ///< those that wait
+    BatchPause m_pause;                 ///< of the thread of the Bus
     StatusResponse<ChannelStatus> m_channels;
     StatusResponse<ClientStatus> m_clients;
     std::uint64_t m_channelResponses = 0;
