@@ -1,6 +1,7 @@
 // The whole way from the bus to the pages, with pages that read and one that does not.
 
 #include "helpers/ProcessTestSupport.h"
+#include "telvane-web/live/ShortTurns.h"
 #include "web/WebServerFixture.h"
 
 #include <Telvane/DeviceRecords.h>
@@ -8,8 +9,13 @@
 
 #include <gmock/gmock.h>
 
+#include <sys/syscall.h>
+#include <sys/utsname.h>
+#include <unistd.h>
+
 #include <atomic>
 #include <deque>
+#include <filesystem>
 #include <thread>
 
 namespace TelvaneTool
@@ -38,6 +44,27 @@ struct BusServer
     std::string path = directory.path("bus");
     Telvane::EventServer server;
 };
+
+/// \return whether a thread of this process has asked the kernel for short turns
+bool hasThreadWithShortTurns()
+{
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+        struct
+        {
+            std::uint32_t size, policy;
+            std::uint64_t flags;
+            std::int32_t nice;
+            std::uint32_t priority;
+            std::uint64_t runtime, deadline, period;
+        } attributes = {};
+        const int thread = std::stoi(task.path().filename());
+        if (syscall(SYS_sched_getattr, thread, &attributes, sizeof attributes, 0U) == 0 &&
+            attributes.runtime == kShortTurn) {
+            return true;
+        }
+    }
+    return false;
+}
 
 class WebStream : private BusServer, public Testing::WebServerFixture
 {
@@ -97,6 +124,26 @@ TEST_F(WebStream, TakesSamplesWhileAPageIsWritten)
     };
     EXPECT_TRUE(m_bus.withLive(takesAll));
     EXPECT_TRUE(pump([this] { return samplesSeen() == kSamples; }));
+}
+
+// In long turns the thread would get a core only when the bus has dropped samples, if all cores are busy.
+TEST_F(WebStream, TakesSamplesInShortTurns)
+{
+    utsname kernel = {};
+    ASSERT_EQ(uname(&kernel), 0);
+    int major = 0;
+    int minor = 0;
+    ASSERT_EQ(std::sscanf(kernel.release, "%d.%d", &major, &minor), 2);
+    if (std::pair(major, minor) < std::pair(6, 12)) {
+        GTEST_SKIP() << "Linux " << kernel.release << " has turns of one length";
+    }
+    ASSERT_TRUE(awaitSubscriptions());
+    EXPECT_FALSE(hasThreadWithShortTurns());
+    Telvane::Bus source(busPath());
+    ASSERT_FALSE(source.waitConnected(std::chrono::seconds(60)));
+    EXPECT_EQ(source.publish(Telvane::WeldTraceData()).error, std::error_code());
+    ASSERT_TRUE(pump([this] { return samplesSeen() == 1; }));
+    EXPECT_TRUE(hasThreadWithShortTurns());
 }
 
 TEST_F(WebStream, ShowsThatTheBusIsConnected)

@@ -6,6 +6,7 @@
 #include "common/bus/DecodedRecord.h"
 #include "common/bus/RecordBuilder.h"
 #include "common/support/Json.h"
+#include "telvane-web/live/ShortTurns.h"
 
 #include <Telvane/DeviceRecords.h>
 #include <Telvane/ModuleRecords.h>
@@ -114,6 +115,11 @@ void BusWatcher::follow(Take take)
 /// Does not wait for the lock.
 void BusWatcher::take(const Telvane::WeldTraceData& record, Nanoseconds now)
 {
+    thread_local bool asked = false;
+    if (!asked) {
+        asked = true;
+        askForShortTurns();
+    }
     const std::unique_lock<std::mutex> guard(m_lock, std::try_to_lock);
     if (guard.owns_lock()) {
         takeSamples();
