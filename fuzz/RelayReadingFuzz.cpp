@@ -4,12 +4,13 @@
 // The text is tried as it is, as a payload in the form in which a server prints it, and that with one character
 // changed, left out or put in. What is read without a tree must be what is read with it, to the bit; nothing may be
 // reported; and a relay that the server prints of a record is read without a tree, unless it has characters that are
-// written as codes.
+// written as codes. The payload's text must have the value that the tree has.
 
 #include <Telvane/RecordCatalogue.h>
 
 #include "FuzzRelay.h"
 #include "FuzzSupport.h"
+#include "helpers/RelayText.h"
 #include "helpers/StraightWay.h"
 
 #include <iostream>
@@ -57,6 +58,7 @@ int reports()
 /// \return whether the text has been read without a tree
 bool check(const std::string& text, const TelvaneDataTypeBase& prototype, const RecordTable& table)
 {
+    requireSame(Testing::errorInRelayText(text), "", "the text of a payload has the payload's value");
     const int before = reports();
     const auto straight = Testing::relayStraight(text, prototype);
     require(reports() == before, "nothing is reported before the text has been parsed");

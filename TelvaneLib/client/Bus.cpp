@@ -3,6 +3,7 @@
 #include <Telvane/Bus.h>
 
 #include "client/BusState.h"
+#include "client/PayloadText.h"
 #include "support/Thread.h"
 
 #include <algorithm>
@@ -233,6 +234,24 @@ private:
     Callback m_callback;
 };
 
+/// A callable that takes texts.
+class TextHandler : public MessageHandler
+{
+public:
+    using Callback = std::function<void(std::string_view, const Delivery&)>;
+
+    explicit TextHandler(Callback callback) : m_callback(std::move(callback)) {}
+    std::unique_ptr<TelvaneDataTypeBase> handle(TelvaneDataTypeBase& record,
+                                                const Delivery& delivery) override
+    {
+        m_callback(static_cast<const PayloadText&>(record).text(), delivery);
+        return nullptr;
+    }
+
+private:
+    Callback m_callback;
+};
+
 } // namespace
 
 } // namespace Detail
@@ -300,6 +319,17 @@ Bus::subscribe(const std::string& channel, const TelvaneDataTypeBase& prototype,
             throw std::bad_alloc();
         }
         return parts;
+    });
+}
+
+Subscription
+Bus::subscribeText(const std::string& channel,
+                   std::function<void(std::string_view payload, const Delivery& delivery)> callback, Run run,
+                   Limit limit)
+{
+    return make<Subscription>(channel, {Detail::EndpointSettings::Kind::Callback, run, limit}, [&] {
+        return Parts{std::make_unique<Detail::PayloadText>(),
+                     std::make_unique<Detail::TextHandler>(std::move(callback))};
     });
 }
 

@@ -40,7 +40,7 @@ void BusState::takeMessage(const char* text)
         takeAnswer(header, message.get());
     } else {
         Relay relay;
-        relay.begin(std::move(message));
+        relay.begin(std::move(message), text);
         takeRelay(relay);
     }
 }
@@ -161,7 +161,7 @@ void BusState::answerRequests(Relay& relay)
 
 void BusState::deliver(const EndpointPointer& endpoint, Relay& relay, Clock::time_point arrival)
 {
-    std::unique_ptr<TelvaneDataTypeBase> record = relay.read(*endpoint->prototype);
+    std::unique_ptr<TelvaneDataTypeBase> record = relay.readFor(*endpoint);
     std::list<Item> message; // allocated and destroyed without the lock, and so is what it replaces
     std::list<Item> dropped;
     if (!endpoint->inReceiver()) {

@@ -16,7 +16,7 @@ void BusState::considerDirect(const Channel& channel)
         m_asked.empty() && m_targets.size() == 1 && channel.active ? m_targets.front().get() : nullptr;
     if (only != nullptr && only == m_lastOnly && !only->ended && !m_closed && only->inReceiver() &&
         only->settings.kind == EndpointSettings::Kind::Callback &&
-        only->prototype->_recordTable() != nullptr) {
+        (only->takesText || only->prototype->_recordTable() != nullptr)) {
         try {
             m_directName = only->name;
             m_direct.grant(m_targets.front());
@@ -61,7 +61,7 @@ bool BusState::takeDirectly(Relay& relay)
     const Clock::time_point arrival = Clock::now();
     std::unique_ptr<TelvaneDataTypeBase> record;
     try {
-        record = relay.readText(*endpoint->prototype);
+        record = relay.readPrintedFor(*endpoint);
     } catch (const std::bad_alloc&) {
         endDirect();
         m_received.add();

@@ -4,6 +4,7 @@
 // itself, if that callback waits for one on this thread, and if that callback is closing the bus.
 
 #include "client/BusState.h"
+#include "client/PayloadText.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -44,6 +45,7 @@ EndpointPointer BusState::addEndpoint(const std::string& channel, const Endpoint
         endpoint->answerChannel = channel;
     }
     endpoint->prototype = std::move(prototype);
+    endpoint->takesText = dynamic_cast<const PayloadText*>(endpoint->prototype.get()) != nullptr;
     endpoint->handler = std::move(handler);
 
     Held held(lock);

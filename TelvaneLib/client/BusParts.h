@@ -143,6 +143,7 @@ public:
     std::string answerChannel; ///< responders: channel of the answers
     std::unique_ptr<TelvaneDataTypeBase> prototype;
     std::unique_ptr<MessageHandler> handler;
+    bool takesText = false; ///< the prototype is a PayloadText
 
     std::list<Item> items;
     std::size_t messages = 0; ///< number of items that are messages

@@ -4,6 +4,7 @@
 
 #include "base/RecordEngine.h"
 #include "client/BusState.h"
+#include "client/PayloadText.h"
 #include "support/JsonScanner.h"
 #include "support/JsonTree.h"
 #include "transport/Envelope.h"
@@ -32,8 +33,10 @@ public:
         return m_payload.has_value();
     }
 
-    void begin(JsonTree message)
+    /// \param text what \p message was parsed from
+    void begin(JsonTree message, const char* text)
     {
+        m_text = text;
         channel = headerOf(message.get());
         sequence = sequenceOf(message.get());
         m_tree = std::move(message);
@@ -55,10 +58,7 @@ public:
                 }
                 record = newRecord(prototype);
             }
-            if (m_tree == nullptr) {
-                m_tree.reset(cJSON_Parse(m_text));
-                m_isJson = m_tree != nullptr;
-            }
+            parse();
             cJSON* const payload = payloadOf(m_tree.get());
             const int result = payload != nullptr ? record->Unpackage(payload) : -EINVAL;
             if (result == -ENOMEM) {
@@ -86,6 +86,44 @@ public:
             throw;
         } catch (const std::exception&) {
             return nullptr;
+        }
+    }
+
+    /// \return what the endpoint takes: the payload as a record of its class, or as text; null if the payload is
+    ///         neither
+    std::unique_ptr<TelvaneDataTypeBase> readFor(const Endpoint& endpoint)
+    {
+        if (!endpoint.takesText) {
+            return read(*endpoint.prototype);
+        }
+        std::string_view text = m_payload ? printedPayload(*m_payload) : std::string_view();
+        if (text.empty()) {
+            parse();
+            if (payloadOf(m_tree.get()) == nullptr) {
+                return nullptr;
+            }
+            text = payloadTextIn(m_text);
+        }
+        return std::make_unique<PayloadText>(text, !endpoint.inReceiver());
+    }
+
+    /// The same without parsing, for an endpoint in the receiver.
+    /// \return null if this needs readFor()
+    std::unique_ptr<TelvaneDataTypeBase> readPrintedFor(const Endpoint& endpoint)
+    {
+        if (!endpoint.takesText) {
+            return readText(*endpoint.prototype);
+        }
+        const std::string_view text = printedPayload(*m_payload);
+        return !text.empty() ? std::make_unique<PayloadText>(text, false) : nullptr;
+    }
+
+    /// Parses the text, unless that was done. Needed for identifier() if the payload was not read into a record.
+    void parse()
+    {
+        if (m_tree == nullptr) {
+            m_tree.reset(cJSON_Parse(m_text));
+            m_isJson = m_tree != nullptr;
         }
     }
 
@@ -130,8 +168,8 @@ private:
 };
 
 /// Describes a message to an endpoint, and notes its number there. Only for the receiver thread.
-/// \param record what read() made of it; may be null
-inline Delivery noteDelivery(Endpoint& endpoint, const Relay& relay, const TelvaneDataTypeBase* record,
+/// \param record what readFor() made of it; may be null
+inline Delivery noteDelivery(Endpoint& endpoint, Relay& relay, const TelvaneDataTypeBase* record,
                              std::uint64_t epoch, Clock::time_point arrival)
 {
     Delivery delivery;
@@ -140,8 +178,14 @@ inline Delivery noteDelivery(Endpoint& endpoint, const Relay& relay, const Telva
     delivery.arrival = arrival;
     // The answer from a server's memory has the number that it had before.
     const auto step = static_cast<unsigned>(relay.sequence - endpoint.lastSequence) & 0xFFFFU;
-    const bool isOld = (step == 0 || step > 0x8000U) && record != nullptr && relay.isAddressed(*record);
-    if (endpoint.lastEpoch != epoch || !isOld) {
+    bool isOld = endpoint.lastEpoch == epoch && (step == 0 || step > 0x8000U) && record != nullptr;
+    if (isOld) {
+        if (endpoint.takesText) {
+            relay.parse();
+        }
+        isOld = relay.isAddressed(*record);
+    }
+    if (!isOld) {
         delivery.skippedNumbers = endpoint.lastEpoch == epoch ? (step - 1) & 0xFFFFU : 0;
         endpoint.lastEpoch = epoch;
         endpoint.lastSequence = relay.sequence;

@@ -17,6 +17,8 @@ class JsonScanner
 public:
     explicit JsonScanner(const char* text) : m_at(text) {}
 
+    const char* position() const { return m_at; }
+
     /// Skips \p text. The position does not change if other text follows.
     bool skip(const char* text);
     bool newLine(int depth);

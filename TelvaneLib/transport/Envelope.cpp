@@ -8,6 +8,8 @@
 
 #include <charconv>
 #include <cstring>
+#include <new>
+#include <strings.h>
 #include <utility>
 
 namespace Telvane
@@ -55,6 +57,17 @@ constexpr std::string_view kSequenceKey = "\"sequence\":\t";
 constexpr std::string_view kAfterSequence = ",\n\t";
 constexpr std::string_view kPayloadKey = "\"payload\":\t";
 constexpr std::string_view kEnd = "\n}";
+
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+
+/// Skips what the library's parser takes for white space.
+const char* skipSpace(const char* text)
+{
+    while (*text > '\0' && *text <= ' ') {
+        ++text;
+    }
+    return text;
+}
 
 /// \return whether \p text, which is terminated, starts with this
 bool beginsWith(const char* text, std::string_view beginning)
@@ -199,6 +212,38 @@ bool beginRelay(JsonScanner& relay, std::string_view& channel, int& sequence)
 bool endRelay(JsonScanner& relay)
 {
     return relay.skip("\n}");
+}
+
+std::string_view printedPayload(const JsonScanner& payload)
+{
+    const char* const begin = payload.position();
+    const char* const end = skipPrintedValue(begin, 1);
+    return end != nullptr && beginsWith(end, kEnd)
+               ? std::string_view(begin, static_cast<std::size_t>(end - begin))
+               : std::string_view();
+}
+
+std::string_view payloadTextIn(const char* message)
+{
+    // The library's parser finds the ends of the members. It has accepted the text, so it fails only without memory.
+    const char* end = nullptr;
+    const auto parse = [&end](const char* text) {
+        JsonTree value(cJSON_ParseWithOpts(text, &end, 0));
+        if (value == nullptr) {
+            throw std::bad_alloc();
+        }
+        return value;
+    };
+    const char* at =
+        skipSpace(beginsWith(message, kByteOrderMark) ? message + kByteOrderMark.size() : message);
+    for (;; at = skipSpace(end)) { // at the brace, then at commas
+        const JsonTree key = parse(skipSpace(at + 1));
+        const char* const begin = skipSpace(skipSpace(end) + 1);
+        parse(begin);
+        if (strcasecmp(cJSON_GetStringValue(key.get()), "payload") == 0) {
+            return {begin, static_cast<std::size_t>(end - begin)};
+        }
+    }
 }
 
 } // namespace Telvane

@@ -77,6 +77,10 @@ const char* channelOf(const cJSON* object);
 bool isSuccess(const cJSON* response);
 /// @}
 
+/// \param message a text that was parsed to a tree with a payload
+/// \return the payload's part of the text; throws `std::bad_alloc`
+std::string_view payloadTextIn(const char* message);
+
 /// \name Reading relays without a tree
 /// Both return false when the text has to be parsed.
 /// @{
@@ -84,6 +88,9 @@ bool isSuccess(const cJSON* response);
 bool beginRelay(JsonScanner& relay, std::string_view& channel, int& sequence);
 /// Reads what follows the payload.
 bool endRelay(JsonScanner& relay);
+/// \param payload the position after beginRelay()
+/// \return the payload's part of the text, which is JSON; empty when the text has to be parsed
+std::string_view printedPayload(const JsonScanner& payload);
 /// @}
 
 } // namespace Telvane

@@ -12,6 +12,7 @@
 #include <new>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <type_traits>
 #include <typeinfo>
 #include <utility>
@@ -234,6 +235,17 @@ public:
     subscribe(const std::string& channel, const TelvaneDataTypeBase& prototype,
               std::function<void(TelvaneDataTypeBase& record, const Delivery& delivery)> callback,
               Run run = Run::Default, Limit limit = {});
+    /// Subscribes to \p channel, and passes payloads on as text instead of reading them into records.
+    ///
+    /// For programs that forward or store records: it saves the time to parse and print them. Payloads of every class
+    /// arrive, because only their syntax is checked.
+    /// \param callback called with the payload's bytes as the server has sent them: one JSON value that the JSON library
+    ///                 accepts, at most 16,383 bytes, with any white space inside and none around it. It contains no
+    ///                 zero byte, is not terminated, and need not be valid UTF-8. It exists only during the call.
+    Subscription
+    subscribeText(const std::string& channel,
+                  std::function<void(std::string_view payload, const Delivery& delivery)> callback,
+                  Run run = Run::Default, Limit limit = {});
 
     /// Subscribes to the channel that is named like \p Record. The application takes the messages from a queue.
     template <class Record>

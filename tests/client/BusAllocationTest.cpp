@@ -79,6 +79,31 @@ TEST_P(BusMemory, RunsOutInSubscribe)
     });
 }
 
+TEST_P(BusMemory, RunsOutInASubscriptionToTexts)
+{
+    Bus bus(server.path, impatient());
+    ASSERT_EQ(bus.waitConnected(kTimeout), std::error_code());
+    const auto failEachStep = [&](AllocationFault& fault) {
+        Mailbox<int> received;
+        const auto callback = [&received](std::string_view, const Delivery&) {
+            received.put(1);
+        };
+        fault.begin();
+        Subscription subscription = bus.subscribeText("LogData", callback);
+        subscription.waitActive(50ms);
+        bus.publish(m_record, 10ms);
+        fault.end();
+        if (subscription.error()) {
+            subscription = bus.subscribeText("LogData", callback);
+        }
+        EXPECT_EQ(subscription.waitActive(kTimeout), std::error_code());
+        EXPECT_TRUE(eventually([&] { return !bus.publish(m_record).error; }));
+        received.take();
+    };
+    failEach(Caller::Application, failEachStep);
+    failEachAllocation(Caller::ClientReceiver, GetParam(), failEachStep);
+}
+
 TEST_P(BusMemory, RunsOutInRequest)
 {
     Bus bus(server.path, impatient());
