@@ -2,12 +2,14 @@
 // configuration. The first byte selects which, the rest is the text.
 //
 // A topic that is read as a channel's must be the one that would be written for it, an accepted payload must be a record
-// that leaves and comes in again, and a refused rule must change nothing.
+// that leaves and comes in again, and a refused rule must change nothing. A payload from the bus must leave as the same text
+// with and without a tree.
 
 #include "FuzzSupport.h"
 
 #include "telvane-mqtt/broker/Announcements.h"
 #include "telvane-mqtt/channels/Payload.h"
+#include "telvane-mqtt/channels/PayloadDecoder.h"
 #include "telvane-mqtt/channels/Topics.h"
 #include "telvane-mqtt/settings/Settings.h"
 
@@ -52,6 +54,26 @@ void checkNames(const std::string& text)
     require(topics.state().find_first_of("+#") == std::string::npos, "accepted names have no wildcards");
 }
 
+/// What leaves for a payload on the bus is the same with and without a tree.
+void checkDecoder(const RecordClass* recordClass, const std::string& payload)
+{
+    const PayloadDecoder decoder(recordClass);
+    std::string error;
+    std::string json;
+    const JsonTree tree = parseJson(payload, error);
+    const bool isPrinted = decoder.decodePrinted(payload, json);
+    if (tree == nullptr) {
+        require(!isPrinted, "only JSON leaves without a tree");
+        return;
+    }
+    const std::string printed = json;
+    DecodedRecord expected(recordClass);
+    require(expected.Unpackage(tree.get()) == 0, "everything that arrives is decoded");
+    requireSame(decoder.decode(payload, json), expected.decodeError(), "a text is refused like its tree");
+    requireSame(json, expected.text(), "a text leaves like its tree");
+    require(!isPrinted || printed == json, "a text leaves in one way");
+}
+
 /// \param text the number of a class, then the payload
 void checkPayload(const std::string& text)
 {
@@ -61,6 +83,8 @@ void checkPayload(const std::string& text)
     const auto& classes = RecordCatalogue::classes();
     const RecordClass& recordClass =
         *(classes.begin() + static_cast<unsigned char>(text[0]) % static_cast<int>(classes.size()));
+    checkDecoder(&recordClass, text.substr(1));
+    checkDecoder(nullptr, text.substr(1));
     std::string error;
     const auto record = readRecord(text.substr(1), recordClass, error);
     require((record == nullptr) == !error.empty(), "a refusal has a reason, and only a refusal");

@@ -490,6 +490,7 @@ def mqtt_input_seeds(catalogue):
             "LogData", b'{"class":"LogData","session":17,"n":1,"time":"","clockSet":true,"record":' + record + b"}"),
         "record-of-another-class": payload("LogData", b'{"class":"HALInfo","record":{"log":""}}'),
         "record-wrong": payload("LogData", b'{"log":5}'),
+        "record-printed": payload("UnitValuePair", b'{\n\t\t"Unit":\t"A",\n\t\t"Value":\t5.25,\n\t\t"_sequence_tag":\t3\n\t}'),
         "record-nested": payload("WeldTraceData", compact(catalogue.filled("WeldTraceData"))),
         "state": b'\3{"online":true,"session":17,"channels":{}}', "state-will": b'\3{"online":false,"session":16}',
         "repeat": b'\3{"session":17,"from":4,"to":6}', "repeat-large": b'\3{"session":1e300,"from":-1,"to":0.5}',

@@ -4,7 +4,6 @@
 
 #include "telvane-mqtt/Bridge.h"
 
-#include "common/bus/DecodedRecord.h"
 #include "common/bus/MetricsPipe.h"
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
@@ -13,6 +12,7 @@
 #include "telvane-mqtt/Metrics.h"
 #include "telvane-mqtt/broker/BrokerLink.h"
 #include "telvane-mqtt/channels/ChannelFeed.h"
+#include "telvane-mqtt/channels/PayloadDecoder.h"
 
 #include <Telvane/Bus.h>
 
@@ -77,19 +77,19 @@ public:
         for (const auto& [name, rule] : settings.rules.out()) {
             auto channel = std::make_unique<Channel>(Channel{
                 name,
+                PayloadDecoder(rule.recordClass),
                 ChannelFeed(rule, [this, outline = outlineOf(name, rule, topics)](
                                       std::string body,
                                       const WallTime& time) { push(outline, std::move(body), time); }),
                 {},
                 0});
             Channel* const raw = channel.get();
-            const DecodedRecord prototype(rule.recordClass);
             Telvane::Limit limit;
             limit.messages = kBusQueue;
-            channel->subscription = bus.subscribe(
-                name, prototype,
-                [this, raw](Telvane::TelvaneDataTypeBase& record, const Telvane::Delivery& /*delivery*/) {
-                    take(*raw, static_cast<const DecodedRecord&>(record));
+            channel->subscription = bus.subscribeText(
+                name,
+                [this, raw](std::string_view payload, const Telvane::Delivery& /*delivery*/) {
+                    take(*raw, payload);
                 },
                 rule.mode == Mode::EachRecord ? eachRecord : Telvane::Run::Dispatch, limit);
             m_channels.push_back(std::move(channel));
@@ -128,18 +128,20 @@ private:
     struct Channel
     {
         std::string name;
+        PayloadDecoder decoder;
         ChannelFeed feed;
         Telvane::Subscription subscription;
         std::uint64_t lost = 0;
     };
 
-    void take(Channel& channel, const DecodedRecord& record)
+    void take(Channel& channel, std::string_view payload)
     {
-        if (!record.decodeError().empty()) {
+        std::string record;
+        if (!channel.decoder.decode(payload, record).empty()) {
             m_queue.countLost(channel.name, DropReason::Invalid);
             return;
         }
-        channel.feed.add(record.text(), monotonicNow(),
+        channel.feed.add(std::move(record), monotonicNow(),
                          std::max(m_settings.broker.packetLimit, 2 * kEnvelope) - kEnvelope);
     }
 

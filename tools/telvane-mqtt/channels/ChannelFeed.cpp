@@ -42,10 +42,11 @@ void flatten(const cJSON* value, const std::string& path,
 
 } // namespace
 
-void ChannelFeed::add(const std::string& text, Nanoseconds now, std::size_t sizeLimit)
+void ChannelFeed::add(std::string text, Nanoseconds now, std::size_t sizeLimit)
 {
     if (m_rule.mode == Mode::EachRecord) {
-        m_sink("\"record\":" + text, wallTimeNow());
+        text.insert(0, "\"record\":");
+        m_sink(std::move(text), wallTimeNow());
         return;
     }
     std::string error;

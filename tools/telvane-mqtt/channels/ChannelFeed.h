@@ -24,7 +24,7 @@ public:
     /// Takes a record.
     /// \param text its JSON text on one line
     /// \param sizeLimit largest body, in bytes: a batch is closed before it exceeds this
-    void add(const std::string& text, Nanoseconds now, std::size_t sizeLimit);
+    void add(std::string text, Nanoseconds now, std::size_t sizeLimit);
 
     /// Closes a batch or a summary whose interval has ended.
     void closeIfDue(Nanoseconds now);
