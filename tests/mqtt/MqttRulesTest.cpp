@@ -73,6 +73,15 @@ TEST(MqttRules, RefuseNamesAndSettingsThatAreUnknown)
     EXPECT_EQ(rules.addIn("Own:class=HALInfo"), "");
 }
 
+TEST(MqttRules, KeepNoIntervalOfAModeThatALaterSettingReplaces)
+{
+    for (const char* const last : {"changes", "each"}) {
+        ChannelRules rules;
+        EXPECT_EQ(rules.addOut(std::string("HALInfo:batch=1s:") + last), "");
+        EXPECT_EQ(rules.out().at("HALInfo").interval, 0) << last;
+    }
+}
+
 TEST(MqttRules, RefuseAChannelInBothDirections)
 {
     ChannelRules rules;
@@ -136,6 +145,17 @@ TEST(MqttPayload, NamesTheWrongKeyOfAnIncomingRecord)
         EXPECT_EQ(readRecord(text, logData, error), nullptr) << text;
         EXPECT_NE(error, "") << text;
     }
+}
+
+TEST(MqttPayload, OfATimeStampMayComeInAgain)
+{
+    const Telvane::RecordClass& dateTime = *Telvane::RecordCatalogue::find("DateTime");
+    std::string error;
+    const auto record =
+        readRecord(R"({"class":"DateTime","record":"/Date(1700000000123)/"})", dateTime, error);
+    ASSERT_NE(record, nullptr) << error;
+    EXPECT_EQ(record->GetString(), "\"/Date(1700000000123)/\"");
+    EXPECT_EQ(readRecord(R"({"class":"HALInfo","record":"/Date(0)/"})", dateTime, error), nullptr);
 }
 
 class MqttFeed : public testing::Test

@@ -62,6 +62,7 @@ std::string applySetting(const std::string& setting, OutRule& rule, bool& qosGiv
     }
     if (setting == "changes" || setting == "each") {
         rule.mode = setting == "each" ? Mode::EachRecord : Mode::Changes;
+        rule.interval = 0;
         return {};
     }
     if ((key == "batch" || key == "every") && parseDuration(value, rule.interval)) {

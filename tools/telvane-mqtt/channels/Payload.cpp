@@ -4,6 +4,7 @@
 #include "telvane-mqtt/channels/Payload.h"
 
 #include "common/bus/RecordBuilder.h"
+#include "common/bus/RecordCheck.h"
 #include "common/support/Clock.h"
 
 #include <cstring>
@@ -133,7 +134,9 @@ readRecord(const std::string& payload, const Telvane::RecordClass& recordClass, 
     }
     std::string text = payload;
     const cJSON* const record = cJSON_GetObjectItemCaseSensitive(tree.get(), "record");
-    if (cJSON_IsObject(record) != 0 && !hasKey(recordClass, "record")) {
+    const bool isRecord =
+        cJSON_IsObject(record) != 0 || (cJSON_IsString(record) != 0 && isTimeStamp(recordClass.table()));
+    if (isRecord && !hasKey(recordClass, "record")) {
         const cJSON* const name = cJSON_GetObjectItemCaseSensitive(tree.get(), "class");
         if (cJSON_IsString(name) != 0 && std::strcmp(name->valuestring, recordClass.name) != 0) {
             error = std::string("class: expected ") + recordClass.name + ", got " + name->valuestring;
