@@ -176,7 +176,6 @@ def test_tabs_show_nothing_old_after_all_were_hidden(new_page, new_cell):
     page.wait_for_state("lost")
     assert page.text("state-word") == "Connecting"
     assert page.js("return document.body.classList.contains('old')")
-    new_cell.publish("TelvaneError", "--as", "TelvaneError", "--set", "Message=gas is low")
     new_cell.web.stop()
     new_cell.start_web()  # has seen no weld
 
