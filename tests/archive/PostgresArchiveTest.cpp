@@ -2,18 +2,26 @@
 
 #include "archive/ArchiveTestSupport.h"
 #include "archive/PostgresServer.h"
+#include "archive/WeldBlockChecks.h"
 #include "archive/WholeNumbers.h"
 #include "archive/forward/Forwarder.h"
+#include "archive/store/BlockMaker.h"
 #include "archive/welds/Schema.h"
+#include "archive/welds/WeldBlock.h"
 #include "telvane-welds/SampleExport.h"
 
+#include <gmock/gmock.h>
+
+#include <atomic>
 #include <filesystem>
 #include <fstream>
+#include <thread>
 
 using namespace TelvaneArchive;
 using namespace TelvaneArchive::Testing;
 using Telvane::Testing::eventually;
 using Telvane::Testing::TemporaryDirectory;
+using testing::ElementsAre;
 
 namespace
 {
@@ -31,6 +39,22 @@ protected:
     static void stop() { s_server->stop(); }
     static void clear() { s_server->clear(); }
     static std::string location() { return s_server->location(); }
+    static std::unique_ptr<Database> connect()
+    {
+        Status status;
+        auto database = openPostgres(location(), Database::Access::ReadWrite, status);
+        EXPECT_TRUE(database) << status.text;
+        return database;
+    }
+    /// \return a connection to an archive with welds
+    static std::unique_ptr<Database> connectToWelds(std::int64_t version = kSchemaVersion)
+    {
+        clear();
+        auto database = connect();
+        EXPECT_TRUE(migrate(*database, version));
+        fill(*database);
+        return database;
+    }
 
 private:
     static std::unique_ptr<PostgresServer> s_server;
@@ -46,6 +70,16 @@ Forwarder::Settings quick(const std::string& spool, const std::string& location)
     settings.interval = 10 * TelvaneTool::kMillisecond;
     settings.longestPause = 50 * TelvaneTool::kMillisecond;
     return settings;
+}
+
+void makeBlocks(Database& database)
+{
+    BlockMaker maker;
+    bool made = true;
+    while (made) {
+        const Status status = maker.makeOne(database, made);
+        ASSERT_TRUE(status) << status.text;
+    }
 }
 
 /// Deletes what has been sent, until the spool is empty.
@@ -168,7 +202,10 @@ TEST_F(Postgres, ComparesWholeNumbersExactlyWithEachNumber)
     ASSERT_TRUE(database) << status.text;
     ASSERT_TRUE(migrate(*database));
     addWelds(*database);
+    makeBlocks(*database);
+    EXPECT_EQ(blocksOf(*database).size(), 5U);
     expectExactAnswers(*openReader(location()), ArchiveReader::Source::Rows);
+    expectExactAnswers(*openReader(location()), ArchiveReader::Source::Blocks);
 }
 
 TEST_F(Postgres, GetsEverythingOnceAfterAnOutage)
@@ -231,4 +268,166 @@ TEST_F(Postgres, GetsTheVerdictWithItsFindingsOnce)
     ASSERT_EQ(findings.size(), 2U);
     EXPECT_EQ(findings[0].metric, "mean_amps");
     EXPECT_EQ(findings[1].toSeconds, 2.0);
+}
+
+TEST_F(Postgres, HasBlocksThatSayTheSameAsTheRows)
+{
+    const auto database = connectToWelds();
+    makeBlocks(*database);
+    EXPECT_THAT(blocksOf(*database), ElementsAre(1, 2, 3));
+    const auto reader = openReader(location());
+    EXPECT_GT(expectSameTrends(*reader), 100U);
+    EXPECT_GT(expectSameLists(*reader), 1000U);
+    // No weld of the archive has this operator; only the block says so.
+    BlockColumn operators(Column::Operator);
+    for (int i = 0; i < 82; ++i) {
+        ASSERT_TRUE(operators.add(std::string("forged")));
+    }
+    ASSERT_TRUE(database->run("UPDATE weld_block SET data = $1 WHERE block = 2 AND name = 'operator'",
+                              {Blob{operators.encode()}}));
+    ArchiveReader::Query query;
+    query.filter.add(Column::Operator, Condition::Comparison::Equal, std::string("forged"));
+    query.source = Source::Blocks;
+    std::vector<Weld> welds;
+    ASSERT_TRUE(reader->list(query, welds));
+    EXPECT_EQ(welds.size(), 82U);
+}
+
+TEST_F(Postgres, DeletesABlockWithTheFirstChangeOfItsWelds)
+{
+    const auto database = connectToWelds();
+    const auto change = [&database](const Sql& statement) {
+        makeBlocks(*database);
+        const Status status = database->run(statement);
+        EXPECT_TRUE(status) << status.text;
+        return blocksOf(*database);
+    };
+    EXPECT_THAT(change("UPDATE weld SET mean_volts = 99 WHERE id = 20000"), ElementsAre(2, 3));
+    EXPECT_THAT(change("INSERT INTO weld (id, uid, start_ns) VALUES (40001, 'late', 1790000000000000000)"),
+                ElementsAre(1, 3));
+    EXPECT_THAT(change("DELETE FROM weld WHERE id = 50000"), ElementsAre(1, 2));
+    EXPECT_THAT(change("UPDATE weld SET id = 60001 WHERE id = 20000"), ElementsAre(2));
+    makeBlocks(*database);
+    expectSameTrends(*openReader(location()));
+    EXPECT_THAT(change("TRUNCATE weld"), ElementsAre());
+}
+
+TEST_F(Postgres, MakesNoBlockOfWeldsThatOthersAreChanging)
+{
+    const auto database = connectToWelds();
+    const auto other = connect();
+    ASSERT_TRUE(other->run("BEGIN"));
+    ASSERT_TRUE(other->run("UPDATE weld SET mean_volts = 99 WHERE id = 40000"));
+    makeBlocks(*database);
+    EXPECT_THAT(blocksOf(*database), ElementsAre(1, 3)) << "the change is not to be seen yet";
+    ASSERT_TRUE(other->run("COMMIT"));
+    makeBlocks(*database);
+    EXPECT_THAT(blocksOf(*database), ElementsAre(1, 2, 3));
+    expectSameTrends(*openReader(location()));
+}
+
+TEST_F(Postgres, LetsWeldsOfABlockBeChangedOnlyAfterItWasMade)
+{
+    const auto maker = connectToWelds();
+    ASSERT_TRUE(maker->run("BEGIN ISOLATION LEVEL READ COMMITTED"));
+    ASSERT_TRUE(maker->run("SELECT pg_try_advisory_xact_lock(831642, 2)"));
+    const auto other = connect();
+    std::thread change([&other] {
+        const Status status = other->run("UPDATE weld SET mean_volts = 99 WHERE id = 40000");
+        EXPECT_TRUE(status) << status.text;
+    });
+    EXPECT_TRUE(eventually([&maker] {
+        std::vector<Row> waiting;
+        return maker->run("SELECT 1 FROM pg_locks WHERE locktype = 'advisory' AND NOT granted", {},
+                          &waiting) &&
+               !waiting.empty();
+    }));
+    EXPECT_TRUE(maker->run("INSERT INTO weld_block (block, name, data) VALUES (2, 'id', '')"));
+    EXPECT_TRUE(maker->run("COMMIT"));
+    change.join();
+    EXPECT_THAT(blocksOf(*maker), ElementsAre());
+}
+
+TEST_F(Postgres, KeepsBlocksRightWhileSeveralWrite)
+{
+    const auto database = connectToWelds();
+    constexpr int kWriters = 3;
+    std::atomic<int> writing = kWriters;
+    std::vector<std::thread> writers;
+    for (std::int64_t number = 0; number < kWriters; ++number) {
+        writers.emplace_back([number, &writing] {
+            const auto own = connect();
+            for (std::int64_t i = 0; i < 60; ++i) {
+                Transaction transaction(*own); // every third one is rolled back
+                const std::int64_t id = 16'400 + (i * kWriters + number) * 7919 % 160 * 200;
+                EXPECT_TRUE(own->run("UPDATE weld SET mean_volts = $1, operator = 'writer' WHERE id = $2",
+                                     {20.0 + static_cast<double>(i), id}));
+                if (i % 3 != 0) {
+                    EXPECT_TRUE(transaction.commit());
+                }
+            }
+            --writing;
+        });
+    }
+    BlockMaker maker;
+    while (writing != 0) {
+        bool made = false;
+        const Status status = maker.makeOne(*database, made);
+        EXPECT_TRUE(status) << status.text;
+    }
+    for (std::thread& writer : writers) {
+        writer.join();
+    }
+    const auto reader = openReader(location());
+    expectSameTrends(*reader);
+    makeBlocks(*database);
+    EXPECT_THAT(blocksOf(*database), ElementsAre(1, 2, 3));
+    expectSameTrends(*reader);
+}
+
+TEST_F(Postgres, RefusesChangesThatCouldOverlookABlock)
+{
+    const auto database = connectToWelds();
+    ASSERT_TRUE(database->run("BEGIN ISOLATION LEVEL REPEATABLE READ"));
+    const Status status = database->run("UPDATE weld SET mean_volts = 99 WHERE id = 40000");
+    EXPECT_EQ(status.code, Status::Code::Refused);
+    EXPECT_NE(status.text.find("READ COMMITTED"), std::string::npos) << status.text;
+}
+
+TEST_F(Postgres, AnswersUsersWhoHaveNoRightsToItsBlocks)
+{
+    const auto database = connectToWelds();
+    makeBlocks(*database);
+    for (const Sql& statement :
+         {Sql("CREATE ROLE plant LOGIN"), Sql("GRANT USAGE ON SCHEMA public TO plant"),
+          Sql("GRANT SELECT, UPDATE ON weld TO plant"), Sql("GRANT SELECT ON archive_info TO plant")}) {
+        ASSERT_TRUE(database->run(statement));
+    }
+    const std::string plant = "postgresql://plant" + location().substr(location().find('@'));
+    EXPECT_GT(expectSameTrends(*openReader(plant)), 100U);
+    Status status;
+    const auto user = openPostgres(plant, Database::Access::ReadWrite, status);
+    ASSERT_TRUE(user) << status.text;
+    status = user->run("UPDATE weld SET verdict = 'ok' WHERE id = 40000");
+    EXPECT_TRUE(status) << status.text;
+    EXPECT_THAT(blocksOf(*database), ElementsAre(1, 3));
+    ASSERT_TRUE(database->run("DROP OWNED BY plant"));
+    ASSERT_TRUE(database->run("DROP ROLE plant"));
+}
+
+TEST_F(Postgres, GetsBlocksOfWeldsThatAnOlderVersionKept)
+{
+    connectToWelds(6);
+    EXPECT_EQ(trendOf(*openReader(location()), Column::Energy, "", true, Source::Blocks).size(), 5U);
+    const TemporaryDirectory directory;
+    const auto store = openStore(directory.path("spool.db"));
+    const Forwarder forwarder(quick(directory.path("spool.db"), location()), [](const std::string&) {});
+    const auto database = connect();
+    EXPECT_TRUE(eventually([&database] {
+        std::vector<Row> rows;
+        return database->run("SELECT count(DISTINCT block) FROM weld_block", {}, &rows) &&
+               wholeOf(rows[0][0]) == 3;
+    }));
+    EXPECT_THAT(blocksOf(*database), ElementsAre(1, 2, 3));
+    expectSameTrends(*openReader(location()));
 }

@@ -1,7 +1,7 @@
 // Trends are read from blocks of columns, which always say the same as the rows.
 
 #include "archive/welds/WeldBlock.h"
-#include "archive/ArchiveTestSupport.h"
+#include "archive/WeldBlockChecks.h"
 #include "archive/welds/Schema.h"
 
 #include <gmock/gmock.h>
@@ -10,50 +10,9 @@ using namespace TelvaneArchive;
 using namespace TelvaneArchive::Testing;
 using Telvane::Testing::TemporaryDirectory;
 using testing::ElementsAre;
-using Points = std::vector<ArchiveReader::TrendPoint>;
-using Source = ArchiveReader::Source;
 
 namespace
 {
-
-/// Adds welds whose ids are far from each other, so that a few hundred make five blocks.
-void fill(Database& database)
-{
-    const Status status = database.run(
-        "WITH RECURSIVE numbers(n) AS (SELECT 1 UNION ALL SELECT n + 1 FROM numbers WHERE n < 400) "
-        "INSERT INTO weld (id, uid, start_ns, ending, part_number, program, verdict, mean_volts, mean_amps, "
-        "energy, pub_volts, interruptions, operator) "
-        "SELECT n * 200, 'weld ' || n, 1790000000000000000 + n * 7200000000000, 'complete', "
-        "CASE n % 5 WHEN 4 THEN NULL ELSE 'A-' || (n % 5) END, CASE n % 7 WHEN 6 THEN NULL ELSE n % 7 END, "
-        "CASE n % 3 WHEN 0 THEN 'ok' WHEN 1 THEN 'not_ok' END, CASE n % 11 WHEN 10 THEN NULL ELSE 20 + n % "
-        "13 / 8.0 END, "
-        "180 + n % 17 * 0.3, 40000.0 + n, CASE n % 9 WHEN 8 THEN NULL ELSE 19 + n % 5 * 0.1 END, n % 4, "
-        "CASE n % 2 WHEN 1 THEN 'Smith' END FROM numbers");
-    ASSERT_TRUE(status) << status.text;
-}
-
-std::vector<std::int64_t> blocksOf(Database& database)
-{
-    std::vector<Row> rows;
-    EXPECT_TRUE(database.run("SELECT DISTINCT block FROM weld_block ORDER BY block", {}, &rows));
-    std::vector<std::int64_t> blocks;
-    blocks.reserve(rows.size());
-    for (const Row& row : rows) {
-        blocks.push_back(wholeOf(row[0]));
-    }
-    return blocks;
-}
-
-Points trendOf(ArchiveReader& reader, Column metric, const std::string& where, bool byPart, Source source)
-{
-    WeldFilter filter;
-    std::string error;
-    EXPECT_TRUE(where.empty() || readWhere(where, filter, error)) << error;
-    Points points;
-    const Status status = reader.trend(metric, filter, byPart, points, source);
-    EXPECT_TRUE(status) << status.text;
-    return points;
-}
 
 class WeldBlocks : public ::testing::Test
 {
@@ -69,39 +28,6 @@ protected:
     {
         const Status status = m_store->database().run(statement);
         EXPECT_TRUE(status) << status.text;
-    }
-
-    /// \return the number of groups in all trends
-    std::size_t expectSameTrends()
-    {
-        std::size_t groups = 0;
-        for (const char* const where :
-             {"", "start_ns >= 1790800000000000000 and start_ns < 1792000000000000000",
-              "start_ns > 1790007200000000000", "start_ns <= 1790007200000000000", "part_number = 'A-2'",
-              "part_number like 'A*' and program = 3", "part_number is empty",
-              "program is not empty and program <> 2", "program > 1.5", "verdict = 'ok'",
-              "mean_amps > 182 and mean_volts < 21", "verdict is empty and energy >= 40100", "program = 99",
-              "operator = 'Smith' and interruptions >= 2", "pub_volts <> 19.1 and pub_volts <= 19.3",
-              "pub_volts is empty", "uid like '* 1*'"}) {
-            for (const auto& [metric, byPart] :
-                 {std::pair(Column::MeanVolts, false), std::pair(Column::MeanVolts, true),
-                  std::pair(Column::Program, false), std::pair(Column::PubVolts, true),
-                  std::pair(Column::Interruptions, false)}) {
-                const Points rows = trendOf(*m_reader, metric, where, byPart, Source::Rows);
-                const Points blocks = trendOf(*m_reader, metric, where, byPart, Source::Blocks);
-                groups += rows.size();
-                EXPECT_EQ(rows.size(), blocks.size()) << where;
-                for (std::size_t i = 0; i < std::min(rows.size(), blocks.size()); ++i) {
-                    EXPECT_EQ(rows[i].group, blocks[i].group) << where;
-                    EXPECT_EQ(rows[i].welds, blocks[i].welds) << where;
-                    EXPECT_EQ(rows[i].min, blocks[i].min) << where;
-                    EXPECT_EQ(rows[i].max, blocks[i].max) << where;
-                    EXPECT_NEAR(rows[i].mean, blocks[i].mean, 1e-12) << where;
-                    EXPECT_NEAR(rows[i].deviation, blocks[i].deviation, 1e-12) << where;
-                }
-            }
-        }
-        return groups;
     }
 
     TemporaryDirectory m_directory;
@@ -128,43 +54,12 @@ TEST_F(WeldBlocks, AreNotMadeOfTheOldestAndTheNewestWelds)
 
 TEST_F(WeldBlocks, GiveTheSameTrendsAsTheRows)
 {
-    EXPECT_GT(expectSameTrends(), 100U);
+    EXPECT_GT(expectSameTrends(*m_reader), 100U);
 }
 
 TEST_F(WeldBlocks, GiveTheSameListsAsTheRows)
 {
-    std::size_t welds = 0;
-    for (const char* const where :
-         {"", "operator is empty", "pub_volts > 19.2", "uid like 'weld 1*'", "part_number like '*-2'",
-          "verdict <> 'ok'", "mean_amps > 182 and pub_volts < 19.3",
-          "start_ns >= 1790800000000000000 and operator = 'Smith'", "interruptions = 9"}) {
-        for (const auto& order :
-             {std::optional<Column>(), std::optional(Column::PubVolts), std::optional(Column::PartNumber),
-              std::optional(Column::Interruptions), std::optional(Column::Energy)}) {
-            for (const std::size_t limit : {std::size_t{1}, std::size_t{7}, std::size_t{10'000}}) {
-                ArchiveReader::Query query;
-                std::string error;
-                EXPECT_TRUE(*where == '\0' || readWhere(where, query.filter, error)) << error;
-                query.order = order;
-                query.limit = limit;
-                query.ascending = limit == 7;
-                query.beforeNs = 1'792'800'000'000'000'000;
-                std::vector<Weld> rows;
-                std::vector<Weld> blocks;
-                query.source = Source::Rows;
-                ASSERT_TRUE(m_reader->list(query, rows));
-                query.source = Source::Blocks;
-                ASSERT_TRUE(m_reader->list(query, blocks));
-                ASSERT_EQ(rows.size(), blocks.size()) << where;
-                for (std::size_t i = 0; i < rows.size(); ++i) {
-                    ASSERT_EQ(rows[i].id, blocks[i].id) << where << " " << i;
-                    ASSERT_EQ(rows[i].text(Column::Uid), blocks[i].text(Column::Uid));
-                }
-                welds += rows.size();
-            }
-        }
-    }
-    EXPECT_GT(welds, 1000U);
+    EXPECT_GT(expectSameLists(*m_reader), 1000U);
 }
 
 TEST_F(WeldBlocks, FindTheWeldsOfAListInPlaceOfTheRows)
@@ -246,17 +141,17 @@ TEST_F(WeldBlocks, AreDeletedWithTheFirstChangeOfARow)
     EXPECT_THAT(blocksOf(m_store->database()), ElementsAre(2, 3));
     ASSERT_TRUE(m_store->storeVerdict(40'000, "warning", {}, kStart));
     EXPECT_THAT(blocksOf(m_store->database()), ElementsAre(3));
-    expectSameTrends();
+    expectSameTrends(*m_reader);
     EXPECT_TRUE(m_store->makeBlocks());
     ASSERT_TRUE(m_store->deleteWelds({20'000}));
     run("INSERT INTO weld (id, uid, start_ns, mean_volts) VALUES (40001, 'late', 1790000000000000000, 7.5)");
     EXPECT_THAT(blocksOf(m_store->database()), ElementsAre(3));
     run("UPDATE weld SET id = 60001 WHERE id = 400");
     EXPECT_THAT(blocksOf(m_store->database()), ElementsAre());
-    expectSameTrends();
+    expectSameTrends(*m_reader);
     EXPECT_TRUE(m_store->makeBlocks());
     EXPECT_THAT(blocksOf(m_store->database()), ElementsAre(1, 2, 3));
-    expectSameTrends();
+    expectSameTrends(*m_reader);
 }
 
 TEST_F(WeldBlocks, AreNotTrustedWhenTheyAreDamaged)
@@ -265,7 +160,7 @@ TEST_F(WeldBlocks, AreNotTrustedWhenTheyAreDamaged)
     run("UPDATE weld_block SET data = (SELECT data FROM weld_block WHERE block = 3 AND name = 'mean_volts') "
         "WHERE block = 2 AND name = 'verdict'");
     run("DELETE FROM weld_block WHERE block = 3 AND name = 'part_number'");
-    expectSameTrends();
+    expectSameTrends(*m_reader);
 }
 
 TEST_F(WeldBlocks, AreNotMadeOfValuesThatAColumnShouldNotHave)
@@ -273,7 +168,7 @@ TEST_F(WeldBlocks, AreNotMadeOfValuesThatAColumnShouldNotHave)
     run("UPDATE weld SET mean_volts = 'much' WHERE id = 20000");
     EXPECT_TRUE(m_store->makeBlocks());
     EXPECT_THAT(blocksOf(m_store->database()), ElementsAre(2, 3));
-    expectSameTrends();
+    expectSameTrends(*m_reader);
 }
 
 TEST(WeldBlock, BringsBackEveryValue)

@@ -56,8 +56,9 @@ Status Database::each(const Sql& statement, const Row& parameters,
 
 Transaction::Transaction(Database& database)
     : m_database(database),
-      m_begun(database.kind() == Database::Kind::Sqlite ? database.run("BEGIN IMMEDIATE")
-                                                        : database.run("BEGIN")),
+      m_begun(database.kind() == Database::Kind::Sqlite
+                  ? database.run("BEGIN IMMEDIATE")
+                  : database.run("BEGIN ISOLATION LEVEL READ COMMITTED")),
       m_open(static_cast<bool>(m_begun))
 {}
 

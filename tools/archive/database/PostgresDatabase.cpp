@@ -154,7 +154,6 @@ public:
     Status run(const Sql& statement, const Row& parameters, std::vector<Row>* rows) override
     {
         const Parameters sent(parameters);
-        constexpr int kBinary = 1;
         const Result result(PQexecParams(m_connection.get(), statement.text().c_str(), sent.count(),
                                          sent.types(), sent.values(), sent.lengths(), sent.formats(),
                                          kBinary));
@@ -164,23 +163,54 @@ public:
         }
         if (rows != nullptr && outcome == PGRES_TUPLES_OK) {
             for (int i = 0; i < PQntuples(result.get()); ++i) {
-                Row& row = rows->emplace_back();
-                for (int k = 0; k < PQnfields(result.get()); ++k) {
-                    row.push_back(readValue(result.get(), i, k));
-                }
+                readRow(result.get(), i, rows->emplace_back());
             }
         }
         return {};
     }
 
+    /// Takes the rows from the connection one by one, so that those of a large table need not fit into memory.
+    Status each(const Sql& statement, const Row& parameters,
+                const std::function<void(const Row& row)>& take) override
+    {
+        const Parameters sent(parameters);
+        if (PQsendQueryParams(m_connection.get(), statement.text().c_str(), sent.count(), sent.types(),
+                              sent.values(), sent.lengths(), sent.formats(), kBinary) == 0) {
+            return failure(nullptr);
+        }
+        PQsetSingleRowMode(m_connection.get());
+        Status status;
+        Row row;
+        while (const Result result{PQgetResult(m_connection.get())}) {
+            const ExecStatusType outcome = PQresultStatus(result.get());
+            if (outcome == PGRES_SINGLE_TUPLE) {
+                readRow(result.get(), 0, row);
+                take(row);
+            } else if (outcome != PGRES_COMMAND_OK && outcome != PGRES_TUPLES_OK) {
+                status = failure(result.get());
+            }
+        }
+        return status;
+    }
+
 private:
+    static constexpr int kBinary = 1;
+
+    static void readRow(const PGresult* result, int number, Row& row)
+    {
+        row.clear();
+        for (int i = 0; i < PQnfields(result); ++i) {
+            row.push_back(readValue(result, number, i));
+        }
+    }
+
     Status failure(const PGresult* result) const
     {
         const std::string text = trimmed(PQerrorMessage(m_connection.get()));
         if (PQstatus(m_connection.get()) != CONNECTION_OK) {
             return {Status::Code::Lost, text};
         }
-        const char* state = PQresultErrorField(result, PG_DIAG_SQLSTATE);
+        const char* state = result != nullptr ? PQresultErrorField(result, PG_DIAG_SQLSTATE) : nullptr;
         const std::string kind = state != nullptr ? std::string(state).substr(0, 2) : std::string();
         if (state != nullptr && std::string(state) == "53100") {
             return {Status::Code::Full, text};
@@ -213,6 +243,8 @@ std::unique_ptr<Database> openPostgres(const std::string& location, Database::Ac
         return nullptr;
     }
     auto database = std::make_unique<PostgresDatabase>(std::move(connection));
+    // Compiling a question about a few rows of many takes longer than answering it.
+    database->run("SET jit = off", {}, nullptr);
     status = access == Database::Access::ReadOnly
                  ? database->run("SET default_transaction_read_only = on", {}, nullptr)
                  : database->run("SET client_min_messages = warning", {}, nullptr);

@@ -64,7 +64,8 @@ void Forwarder::run()
 {
     Nanoseconds wait = m_settings.interval;
     do {
-        const Status status = sendAll();
+        Status status = sendAll();
+        status = status ? makeBlock() : status;
         report(status.text);
         if (status) {
             wait = m_settings.interval;
@@ -115,6 +116,12 @@ Status Forwarder::sendAll()
     return status;
 }
 
+/// Makes one block, if welds have arrived since the last one was found missing: welds come first.
+Status Forwarder::makeBlock()
+{
+    return m_mayNeedBlock ? m_blocks.makeOne(*m_remote, m_mayNeedBlock) : Status();
+}
+
 Status Forwarder::sendWeld(std::int64_t id)
 {
     std::vector<Row> rows;
@@ -142,6 +149,7 @@ Status Forwarder::sendWeld(std::int64_t id)
     }
     if (ended && all) {
         m_chunks.erase(id);
+        m_mayNeedBlock = true;
         const std::lock_guard<std::mutex> guard(m_lock);
         m_sent.push_back(id);
         m_done.insert(id);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "archive/database/Database.h"
+#include "archive/store/BlockMaker.h"
 #include "common/support/Clock.h"
 
 #include <condition_variable>
@@ -21,7 +22,7 @@ namespace TelvaneArchive
 ///
 /// It only reads the spool. Welds that have arrived as a whole are named by takeSent(), so that the writer of the
 /// spool can delete them. Sending anything twice does no harm: the other database knows welds by their uid and chunks
-/// by their numbers.
+/// by their numbers. While there is nothing to send, it makes the blocks of the other database.
 /// \par Threads  One of its own, which may wait for the network. The functions may be called from any thread.
 class Forwarder
 {
@@ -49,6 +50,7 @@ public:
 private:
     void run();
     Status sendAll();
+    Status makeBlock();
     Status connect();
     Status sendWeld(std::int64_t id);
     Status sendRow(const Row& weld, std::int64_t& remote);
@@ -65,6 +67,8 @@ private:
     std::unique_ptr<Database> m_spool;
     std::unique_ptr<Database> m_remote;
     std::map<std::int64_t, std::int64_t> m_chunks; ///< sent of each weld
+    BlockMaker m_blocks;
+    bool m_mayNeedBlock = true;
     std::mt19937 m_random;
 
     std::mutex m_lock; ///< guards the members below

@@ -10,6 +10,7 @@
 #include <limits>
 #include <optional>
 #include <set>
+#include <unordered_map>
 #include <utility>
 
 namespace TelvaneArchive
@@ -209,8 +210,7 @@ Sql ArchiveReader::statementOf(const Query& query, bool few, Row& values)
 Status ArchiveReader::list(const Query& query, std::vector<Weld>& welds)
 {
     const WeldFilter filter = filterOf(query);
-    const bool isSqlite = m_database->kind() == Database::Kind::Sqlite;
-    if (isSqlite && query.source != Source::Rows && !query.afterId && !hasIndexFor(filter, query)) {
+    if (query.source != Source::Rows && !query.afterId && !hasIndexFor(filter, query)) {
         bool done = false;
         Status status = listByColumns(query, filter, welds, done);
         if (!status || done) {
@@ -246,7 +246,10 @@ Status ArchiveReader::listByColumns(const Query& query, const WeldFilter& filter
     done = false;
     const Column order = orderOf(query);
     WeldColumnReader columns(*m_database, filter, {Column::StartNs, order}, true);
-    if (!columns.canReadBlocks()) {
+    const bool isSqlite = m_database->kind() == Database::Kind::Sqlite;
+    const bool hasOrder =
+        isSqlite || infoOf(order).type != ColumnType::Text; // PostgreSQL may have another one
+    if (!columns.canReadBlocks() || !hasOrder) {
         return {};
     }
     FirstWelds first(std::min(query.limit, kMaxList), query.ascending);
@@ -262,7 +265,7 @@ Status ArchiveReader::listByColumns(const Query& query, const WeldFilter& filter
     if (status && index) {
         Row values;
         Sql statement = "SELECT id, start_ns, " + sqlOf(order) + " FROM weld";
-        appendWhere(filter, statement, values, index);
+        appendWhere(filter, statement, values, isSqlite ? index : std::nullopt);
         status = m_database->each(statement, values, takeRow);
         done = static_cast<bool>(status);
     } else if (status && !few) {
@@ -276,11 +279,32 @@ Status ArchiveReader::listByColumns(const Query& query, const WeldFilter& filter
         status = columns.read(always ? std::numeric_limits<std::int64_t>::max() : kMostMissing, takeBlock,
                               takeRow, done);
     }
-    for (const std::int64_t id : status&& done ? first.ids() : std::vector<std::int64_t>()) {
-        std::optional<Weld> found;
-        status = status ? weld(id, found) : status;
-        if (found) {
-            welds.push_back(*std::move(found));
+    return status && done ? readWelds(first.ids(), welds) : status;
+}
+
+Status ArchiveReader::readWelds(const std::vector<std::int64_t>& ids, std::vector<Weld>& welds)
+{
+    // So many by one statement: a server may be far away.
+    constexpr std::size_t kAtOnce = 100;
+    Sql statement = "SELECT id, " + columnList() + " FROM weld WHERE id IN (";
+    for (std::size_t number = 1; number <= kAtOnce; ++number) {
+        statement += number == 1 ? Sql("") : Sql(", ");
+        statement.parameter(number);
+    }
+    statement += ")";
+    Status status;
+    for (std::size_t next = 0; next < ids.size() && status; next += kAtOnce) {
+        Row values;
+        for (std::size_t i = next; values.size() < kAtOnce; ++i) {
+            values.emplace_back(ids[std::min(i, ids.size() - 1)]);
+        }
+        std::unordered_map<std::int64_t, Weld> found;
+        status = m_database->each(statement, values,
+                                  [&found](const Row& row) { found.emplace(wholeOf(row[0]), weldOf(row)); });
+        for (std::size_t i = next; i < std::min(next + kAtOnce, ids.size()); ++i) {
+            if (const auto weld = found.find(ids[i]); weld != found.end()) {
+                welds.push_back(std::move(weld->second));
+            }
         }
     }
     return status;
@@ -304,9 +328,13 @@ Status ArchiveReader::findFew(const WeldFilter& filter, std::size_t limit, bool&
                               std::optional<Column>& index)
 {
     index.reset();
+    few = false;
     std::int64_t welds = 0;
-    Status status = count({}, limit, welds);
-    few = status && welds < static_cast<std::int64_t>(limit);
+    Status status;
+    if (m_database->kind() == Database::Kind::Sqlite) { // PostgreSQL would read rows to count them
+        status = count({}, limit, welds);
+        few = status && welds < static_cast<std::int64_t>(limit);
+    }
     for (auto condition = filter.conditions.begin(); condition != filter.conditions.end() && status && !few;
          ++condition) {
         WeldFilter range;

@@ -39,7 +39,7 @@ public:
     {
         Best,
         Rows,
-        Blocks, ///< columns of many welds each, as far as there are any, in an SQLite archive
+        Blocks, ///< columns of many welds each, as far as there are any
     };
 
     /// Which welds, and in which order.
@@ -169,6 +169,8 @@ private:
     /// \param row  number, file, place, size and data of the chunk
     bool readChunk(const Row& row, std::vector<Sample>& samples) const;
     Status listByColumns(const Query& query, const WeldFilter& filter, std::vector<Weld>& welds, bool& done);
+    /// Appends welds in the order of \p ids, as far as they exist.
+    Status readWelds(const std::vector<std::int64_t>& ids, std::vector<Weld>& welds);
     /// Looks for an index that leaves few welds to read.
     /// \param[out] few  false if there is none
     /// \param[out] index  its column; empty if there are only few welds

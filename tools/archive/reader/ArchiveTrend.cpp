@@ -129,7 +129,7 @@ private:
     Groups<std::string> m_parts;
 };
 
-/// Adds the welds of an SQLite archive to a trend. The metric is the second column, after the day or the part.
+/// Adds welds to a trend. The metric is the second column, after the day or the part.
 class TrendReader
 {
 public:
@@ -194,9 +194,6 @@ Sql ArchiveReader::statementOfTrend(Column metric, const WeldFilter& filter, boo
 Status ArchiveReader::trend(Column metric, const WeldFilter& filter, bool byPart,
                             std::vector<TrendPoint>& points, Source source)
 {
-    if (m_database->kind() == Database::Kind::Postgres) {
-        return trendByServer(metric, filter, byPart, points);
-    }
     TrendReader reader(byPart);
     const Snapshot snapshot(*m_database);
     Status status = snapshot.begun();
@@ -217,6 +214,9 @@ Status ArchiveReader::trend(Column metric, const WeldFilter& filter, bool byPart
                 [&reader](const Row& row) { reader.addRow(row[1], row[2]); }, done);
         }
     }
+    if (status && !done && m_database->kind() == Database::Kind::Postgres) {
+        return trendByServer(metric, filter, byPart, points);
+    }
     if (status && !done) {
         Row values;
         const Sql statement = statementOfTrend(metric, filter, byPart, index, values);
@@ -236,21 +236,20 @@ Status ArchiveReader::trendByServer(Column metric, const WeldFilter& filter, boo
     const Sql group = byPart ? Sql("coalesce(part_number, '')") : Sql("start_ns / 86400000000000");
     const Sql value = "CAST(" + sqlOf(metric) + " AS DOUBLE PRECISION)";
     Sql statement = "SELECT " + group + " AS name, count(*), avg(" + value + "), min(" + value + "), max(" +
-                    value + "), avg(" + value + " * " + value + ") FROM weld";
+                    value + "), stddev_pop(" + value + ") FROM weld";
     Row values;
     WeldFilter known = filter;
     known.add(metric, Condition::Comparison::Known, {});
     appendWhere(known, statement, values);
-    statement += " GROUP BY name ORDER BY name LIMIT ";
+    // In the order of the bytes, as in SQLite and in blocks.
+    statement += " GROUP BY name ORDER BY " + (byPart ? group + " COLLATE \"C\"" : group) + " LIMIT ";
     values.emplace_back(static_cast<std::int64_t>(kMaxTrend));
     statement.parameter(values.size());
     std::vector<Row> rows;
     Status status = m_database->run(statement, values, &rows);
     for (const Row& row : rows) {
-        const double mean = numberOf(row[2]);
-        const double variance = std::max(0.0, numberOf(row[5]) - mean * mean);
-        points.push_back({byPart ? textOf(row[0]) : printDay(wholeOf(row[0])), wholeOf(row[1]), mean,
-                          numberOf(row[3]), numberOf(row[4]), std::sqrt(variance)});
+        points.push_back({byPart ? textOf(row[0]) : printDay(wholeOf(row[0])), wholeOf(row[1]),
+                          numberOf(row[2]), numberOf(row[3]), numberOf(row[4]), numberOf(row[5])});
     }
     return status;
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <limits>
 #include <optional>
+#include <set>
 #include <utility>
 
 namespace TelvaneArchive
@@ -34,6 +35,13 @@ std::optional<std::pair<std::int64_t, std::int64_t>> rangeOf(const Condition& co
     default:
         return std::nullopt;
     }
+}
+
+bool isByOrderOfTexts(const Condition& condition)
+{
+    return infoOf(condition.column).type == ColumnType::Text &&
+           condition.comparison >= Condition::Comparison::Less &&
+           condition.comparison <= Condition::Comparison::GreaterOrEqual;
 }
 
 /// \return whether a number is on the right side of another one
@@ -93,19 +101,35 @@ void apply(const Condition& condition, const BlockColumn& column, std::vector<ch
 
 bool WeldColumnReader::canReadBlocks() const
 {
+    // PostgreSQL may have another order of texts.
+    const bool hasOrderOfTexts = m_database.kind() == Database::Kind::Sqlite;
     return std::all_of(m_columns.begin(), m_columns.end(), &isInBlocks) &&
            std::all_of(m_filter.conditions.begin(), m_filter.conditions.end(),
-                       [](const Condition& condition) { return isInBlocks(condition.column); });
+                       [hasOrderOfTexts](const Condition& condition) {
+                           return isInBlocks(condition.column) &&
+                                  (hasOrderOfTexts || !isByOrderOfTexts(condition));
+                       });
+}
+
+Status WeldColumnReader::findBlocks(bool& found)
+{
+    std::vector<Row> rows;
+    Status status = m_database.run(m_database.kind() == Database::Kind::Sqlite
+                                       ? Sql("SELECT count(*) FROM sqlite_master WHERE name = 'weld_block'")
+                                       : Sql("SELECT coalesce(has_table_privilege(to_regclass('weld_block'), "
+                                             "'SELECT'), false)"),
+                                   {}, &rows);
+    found = status && wholeOf(rows[0][0]) != 0;
+    return status;
 }
 
 Status WeldColumnReader::read(std::int64_t mostMissing, const TakeBlock& takeBlock, const TakeRow& takeRow,
                               bool& done)
 {
     done = false;
-    std::vector<Row> known;
-    Status status =
-        m_database.run("SELECT count(*) FROM sqlite_master WHERE name = 'weld_block'", {}, &known);
-    if (!status || wholeOf(known[0][0]) == 0) {
+    bool found = false;
+    Status status = findBlocks(found);
+    if (!found) {
         return status; // an archive of an older version
     }
     std::vector<Row> range;
@@ -123,20 +147,13 @@ Status WeldColumnReader::read(std::int64_t mostMissing, const TakeBlock& takeBlo
     if (blocks.empty() || ids - static_cast<std::int64_t>(blocks.size()) > mostMissing) {
         return status;
     }
+    std::vector<std::int64_t> sound;
+    status = readBlocks(takeBlock, sound);
+    // The rows of all others.
     std::int64_t next = std::numeric_limits<std::int64_t>::min();
-    for (const Row& row : blocks) {
-        const std::int64_t number = wholeOf(row[0]);
-        Block block;
-        bool sound = false;
-        status = status ? readBlock(number, block, sound) : status;
-        if (!status || !sound) {
-            continue; // its rows are read with those up to the next block
-        }
-        status = readRows(next, number * kBlockWelds, takeRow);
+    for (const std::int64_t number : sound) {
+        status = status ? readRows(next, number * kBlockWelds, takeRow) : status;
         next = (number + 1) * kBlockWelds;
-        if (status) {
-            takeBlock(block);
-        }
     }
     done = true;
     return status ? readRows(next, std::numeric_limits<std::int64_t>::max(), takeRow) : status;
@@ -145,12 +162,17 @@ Status WeldColumnReader::read(std::int64_t mostMissing, const TakeBlock& takeBlo
 /// \param to  the first one that is not read
 Status WeldColumnReader::readRows(std::int64_t from, std::int64_t to, const TakeRow& take)
 {
+    if (from >= to) {
+        return {};
+    }
     Row values;
     Sql statement = "SELECT id";
     for (const Column column : m_columns) {
         statement += ", " + sqlOf(column);
     }
-    statement += " FROM weld NOT INDEXED"; // in the order of the ids, as they are on the disk
+    // In the order of the ids, as they are on the disk.
+    statement +=
+        m_database.kind() == Database::Kind::Sqlite ? Sql(" FROM weld NOT INDEXED") : Sql(" FROM weld");
     appendWhere(m_filter, statement, values);
     statement += m_filter.conditions.empty() ? Sql(" WHERE id >= ") : Sql(" AND id >= ");
     values.emplace_back(from);
@@ -161,40 +183,70 @@ Status WeldColumnReader::readRows(std::int64_t from, std::int64_t to, const Take
     return m_database.each(statement, values, take);
 }
 
-Status WeldColumnReader::readBlock(std::int64_t number, Block& block, bool& sound)
+/// Reads all blocks by one statement: a server may be far away.
+/// \param[out] sound  the blocks that were read
+Status WeldColumnReader::readBlocks(const TakeBlock& take, std::vector<std::int64_t>& sound)
 {
-    Status status;
-    sound = true;
+    std::set<std::string> names;
     if (m_withIds) {
-        status = readColumn(number, kBlockIds, block.ids, sound);
+        names.emplace(kBlockIds);
     }
-    for (const Column name : m_columns) {
-        BlockColumn& column = block.columns.emplace_back(name);
-        status = status && sound ? readColumn(number, infoOf(name).name, column, sound) : status;
+    for (const Column column : m_columns) {
+        names.emplace(infoOf(column).name);
     }
-    const std::size_t size = m_withIds ? block.ids.size() : block.columns.front().size();
-    sound = sound && std::all_of(block.columns.begin(), block.columns.end(),
-                                 [size](const BlockColumn& column) { return column.size() == size; });
-    block.matching.assign(size, 1);
     for (const Condition& condition : m_filter.conditions) {
-        BlockColumn column(condition.column);
-        status = status && sound ? readColumn(number, infoOf(condition.column).name, column, sound) : status;
-        sound = sound && column.size() == size;
-        if (status && sound) {
-            apply(condition, column, block.matching);
-        }
+        names.emplace(infoOf(condition.column).name);
     }
-    return status;
+    Sql statement = "SELECT block, name, data FROM weld_block WHERE name IN (";
+    Row values;
+    for (const std::string& name : names) {
+        statement += values.empty() ? Sql("") : Sql(", ");
+        values.emplace_back(name);
+        statement.parameter(values.size());
+    }
+    std::int64_t number = 0;
+    Parts parts;
+    const auto takeRow = [&](const Row& row) {
+        if (wholeOf(row[0]) != number) {
+            parts.clear();
+            number = wholeOf(row[0]);
+        }
+        const std::optional<Column> column = findColumn(textOf(row[1]));
+        BlockColumn part(column ? infoOf(*column).type : ColumnType::Whole); // the ids
+        if (part.decode(bytesOf(row[2]))) {
+            parts.insert_or_assign(textOf(row[1]), std::move(part));
+        }
+        Block block;
+        if (parts.size() == names.size() && join(parts, block)) {
+            sound.push_back(number);
+            take(block);
+        }
+    };
+    return m_database.each(statement + ") ORDER BY block", values, takeRow);
 }
 
-Status WeldColumnReader::readColumn(std::int64_t number, const std::string& name, BlockColumn& column,
-                                    bool& sound)
+/// Moves the columns into a block.
+/// \return false if they have different numbers of welds
+bool WeldColumnReader::join(Parts& parts, Block& block) const
 {
-    std::vector<Row> rows;
-    Status status =
-        m_database.run("SELECT data FROM weld_block WHERE block = $1 AND name = $2", {number, name}, &rows);
-    sound = status && !rows.empty() && column.decode(bytesOf(rows[0][0]));
-    return status;
+    const std::size_t size = parts.begin()->second.size();
+    if (!std::all_of(parts.begin(), parts.end(),
+                     [size](const auto& part) { return part.second.size() == size; })) {
+        return false;
+    }
+    block.matching.assign(size, 1);
+    for (const Condition& condition : m_filter.conditions) {
+        apply(condition, parts.at(infoOf(condition.column).name), block.matching);
+    }
+    for (auto column = m_columns.begin(); column != m_columns.end(); ++column) {
+        BlockColumn& part = parts.at(infoOf(*column).name);
+        const bool again = std::count(column + 1, m_columns.end(), *column) != 0;
+        block.columns.push_back(again ? part : std::move(part));
+    }
+    if (m_withIds) {
+        block.ids = std::move(parts.at(kBlockIds));
+    }
+    return true;
 }
 
 } // namespace TelvaneArchive

@@ -6,6 +6,8 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
+#include <string>
 #include <vector>
 
 namespace TelvaneArchive
@@ -15,7 +17,12 @@ namespace TelvaneArchive
 class Snapshot
 {
 public:
-    explicit Snapshot(Database& database) : m_database(database), m_begun(database.run("BEGIN")) {}
+    explicit Snapshot(Database& database)
+        : m_database(database),
+          m_begun(database.kind() == Database::Kind::Sqlite
+                      ? database.run("BEGIN")
+                      : database.run("BEGIN ISOLATION LEVEL REPEATABLE READ READ ONLY"))
+    {}
     ~Snapshot()
     {
         if (m_begun) {
@@ -32,8 +39,8 @@ private:
     Status m_begun;
 };
 
-/// Reads a few columns of all welds that match, from an SQLite archive: from blocks, and from the rows where there is no
-/// block, which are the oldest and the newest welds, and those that were changed since.
+/// Reads a few columns of all welds that match: from blocks, and from the rows where there is no block, which are the oldest
+/// and the newest welds, and those that were changed since.
 class WeldColumnReader
 {
 public:
@@ -51,7 +58,7 @@ public:
         : m_database(database), m_filter(filter), m_columns(std::move(columns)), m_withIds(withIds)
     {}
 
-    /// \return whether all columns that it needs are in blocks
+    /// \return whether blocks have all columns that it needs, and compare them as the database does
     bool canReadBlocks() const;
 
     /// Reads the welds, in a Snapshot.
@@ -60,8 +67,11 @@ public:
     Status read(std::int64_t mostMissing, const TakeBlock& takeBlock, const TakeRow& takeRow, bool& done);
 
 private:
-    Status readBlock(std::int64_t number, Block& block, bool& sound);
-    Status readColumn(std::int64_t number, const std::string& name, BlockColumn& column, bool& sound);
+    using Parts = std::map<std::string, BlockColumn>; ///< columns of a block by name
+
+    Status findBlocks(bool& found);
+    Status readBlocks(const TakeBlock& take, std::vector<std::int64_t>& sound);
+    bool join(Parts& parts, Block& block) const;
     Status readRows(std::int64_t from, std::int64_t to, const TakeRow& take);
 
     Database& m_database;

@@ -325,4 +325,14 @@ std::vector<std::int64_t> ArchiveStore::takeClosed()
     return std::exchange(m_closed, {});
 }
 
+Status ArchiveStore::makeBlocks()
+{
+    bool made = false;
+    Status status;
+    do {
+        status = makeBlock(made);
+    } while (status && made);
+    return status;
+}
+
 } // namespace TelvaneArchive

@@ -2,6 +2,7 @@
 
 #include "archive/database/Database.h"
 #include "archive/samples/SampleFile.h"
+#include "archive/store/BlockMaker.h"
 #include "archive/welds/WeldColumns.h"
 #include "archive/welds/WeldMeasures.h"
 #include "common/support/Clock.h"
@@ -162,7 +163,7 @@ public:
 
     /// Makes one of the blocks that trends and lists are read from, if one is missing.
     /// \param[out] made  false if there is none to make
-    Status makeBlock(bool& made);
+    Status makeBlock(bool& made) { return m_blocks.makeOne(*m_database, made); }
     /// Makes all of them.
     Status makeBlocks();
     /// \return whether no weld is under way or waits
@@ -223,7 +224,6 @@ private:
     Status recoverWeld(Running& running);
     Status fileFor(const Weld& weld, SampleFile*& file);
     void dropSamplesOfEnded();
-    Status storeBlock(std::int64_t block, bool& made);
     Status deleteSamples(std::int64_t id);
     Status dropFromFile(const std::string& name, const std::vector<Row>& chunks);
     bool makeBallast();
@@ -235,6 +235,7 @@ private:
     JudgeHook m_judge;
     TelvaneTool::FileDescriptor m_lock;
     std::unique_ptr<Database> m_database;
+    BlockMaker m_blocks;
     std::map<std::string, SampleFile> m_files; ///< by name
     std::map<std::int64_t, Running> m_running; ///< by handle
     std::vector<Event> m_events;

@@ -104,7 +104,7 @@ std::vector<Sql> thirdVersion()
 }
 
 /// Columns of 16,384 welds each, from which the trend of a million welds is read. Whatever changes a row deletes its
-/// block, so that no block can contradict the rows. PostgreSQL, which sums up by several processes, has none.
+/// block, so that no block can contradict the rows.
 std::vector<Sql> fourthVersion(Database::Kind kind)
 {
     if (kind == Database::Kind::Postgres) {
@@ -141,6 +141,42 @@ std::vector<Sql> sixthVersion(Database::Kind kind)
     return {"DELETE FROM weld_block"};
 }
 
+/// Blocks in PostgreSQL. Others may change rows while a block is made of them: they hold a shared lock on the number of the
+/// block up to the end of their transaction, and its maker an exclusive one. Who waited for the maker finds the block and
+/// deletes it, if the transaction sees what was committed since it began.
+std::vector<Sql> seventhVersion(Database::Kind kind)
+{
+    if (kind == Database::Kind::Sqlite) {
+        return {};
+    }
+    static_assert(kBlockWelds == 16'384, "the function says so");
+    static_assert(kBlockLock == 831'642, "the function says so");
+    // Who may change welds need not have the right to delete blocks.
+    const Sql forget =
+        "CREATE FUNCTION weld_block_forget() RETURNS trigger LANGUAGE plpgsql SECURITY DEFINER "
+        "SET search_path FROM CURRENT AS $$ BEGIN "
+        "IF current_setting('transaction_isolation') NOT IN ('read committed', 'read uncommitted') THEN "
+        "RAISE EXCEPTION 'the table weld must be changed with the isolation level READ COMMITTED'; END IF; "
+        "IF TG_OP = 'TRUNCATE' THEN DELETE FROM weld_block; RETURN NULL; END IF; "
+        "IF TG_OP <> 'INSERT' THEN "
+        "PERFORM pg_advisory_xact_lock_shared(831642, (OLD.id / 16384 % 1000000000)::integer); "
+        "DELETE FROM weld_block WHERE block = OLD.id / 16384; END IF; "
+        "IF TG_OP <> 'DELETE' THEN "
+        "PERFORM pg_advisory_xact_lock_shared(831642, (NEW.id / 16384 % 1000000000)::integer); "
+        "DELETE FROM weld_block WHERE block = NEW.id / 16384; END IF; "
+        "RETURN NULL; END $$";
+    const Sql table =
+        "CREATE TABLE weld_block (block BIGINT NOT NULL, name TEXT NOT NULL, data BYTEA NOT NULL, "
+        "PRIMARY KEY (block, name))";
+    const Sql onChange =
+        "CREATE TRIGGER weld_block_change AFTER INSERT OR UPDATE OR DELETE ON weld FOR EACH ROW "
+        "EXECUTE FUNCTION weld_block_forget()";
+    const Sql onTruncate = "CREATE TRIGGER weld_block_truncate AFTER TRUNCATE ON weld FOR EACH STATEMENT "
+                           "EXECUTE FUNCTION weld_block_forget()";
+    const Sql compressedAlready = "ALTER TABLE weld_block ALTER COLUMN data SET STORAGE EXTERNAL";
+    return {table, compressedAlready, forget, onChange, onTruncate};
+}
+
 std::vector<Sql> statementsOf(std::int64_t version, Database::Kind kind)
 {
     switch (version) {
@@ -154,8 +190,10 @@ std::vector<Sql> statementsOf(std::int64_t version, Database::Kind kind)
         return fourthVersion(kind);
     case 5:
         return fifthVersion(kind);
-    default:
+    case 6:
         return sixthVersion(kind);
+    default:
+        return seventhVersion(kind);
     }
 }
 

@@ -6,7 +6,7 @@ namespace TelvaneArchive
 {
 
 /// Version of the schema that this program writes.
-constexpr std::int64_t kSchemaVersion = 6;
+constexpr std::int64_t kSchemaVersion = 7;
 /// Oldest version that has all that a reader needs.
 constexpr std::int64_t kOldestReadableVersion = 3;
 

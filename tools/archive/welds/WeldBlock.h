@@ -14,6 +14,9 @@ namespace TelvaneArchive
 /// Ids in a block: block b has the welds from id b * kBlockWelds on.
 constexpr std::int64_t kBlockWelds = 16'384;
 
+/// Key of the locks of blocks in PostgreSQL.
+constexpr std::int64_t kBlockLock = 831'642;
+
 /// Name of the ids in a block.
 constexpr const char* kBlockIds = "id";
 
