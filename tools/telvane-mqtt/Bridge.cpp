@@ -78,9 +78,10 @@ public:
             auto channel = std::make_unique<Channel>(Channel{
                 name,
                 PayloadDecoder(rule.recordClass),
-                ChannelFeed(rule, [this, outline = outlineOf(name, rule, topics)](
-                                      std::string body,
-                                      const WallTime& time) { push(outline, std::move(body), time); }),
+                ChannelFeed(rule,
+                            [this, outline = outlineOf(name, rule, topics)](std::string body, WallTime time) {
+                                push(outline, std::move(body), std::move(time));
+                            }),
                 {},
                 0});
             Channel* const raw = channel.get();
@@ -157,11 +158,11 @@ private:
         return message;
     }
 
-    void push(const OutgoingMessage& outline, std::string body, const WallTime& time)
+    void push(const OutgoingMessage& outline, std::string body, WallTime time)
     {
         OutgoingMessage message = outline;
         message.body = std::move(body);
-        message.time = time;
+        message.time = std::move(time);
         m_queue.push(std::move(message), monotonicNow());
     }
 

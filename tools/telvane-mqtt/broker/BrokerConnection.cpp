@@ -345,17 +345,25 @@ Publication& BrokerConnection::toPublication(const OutgoingMessage& message)
 {
     Publication& publication = m_publication;
     publication.topic = message.topic;
-    publication.payload = m_link.settings.bare ? barePayloadOf(message) : payloadOf(message, m_link.session);
+    if (m_link.settings.bare) {
+        publication.payload = barePayloadOf(message);
+    } else {
+        setToPayload(publication.payload, message, m_link.session);
+    }
     publication.qos = std::min(message.qos, m_limits.maximumQos);
     publication.retain = message.retain && m_limits.retain;
     publication.correlation = message.correlation;
     if (m_version5 && message.number != 0) {
-        publication.properties.resize(4);
-        publication.properties[0] = {"class", message.className};
-        const auto session = message.session != 0 ? message.session : m_link.session.number;
-        publication.properties[1] = {"session", std::to_string(session)};
-        publication.properties[2] = {"n", std::to_string(message.number)};
-        publication.properties[3] = {"time", message.time.text};
+        auto& properties = publication.properties; // keep their memory
+        properties.resize(4);
+        const auto set = [&properties](std::size_t index, const char* name, const std::string& value) {
+            properties[index].first = name;
+            properties[index].second = value;
+        };
+        set(0, "class", message.className);
+        set(1, "session", std::to_string(message.session != 0 ? message.session : m_link.session.number));
+        set(2, "n", std::to_string(message.number));
+        set(3, "time", message.time.text);
     } else {
         publication.properties.clear();
     }

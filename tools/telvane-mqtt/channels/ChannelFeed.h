@@ -17,7 +17,7 @@ class ChannelFeed
 {
 public:
     /// Called with a body ("record":{...}) and the time of its first record.
-    using Sink = std::function<void(std::string body, const WallTime& time)>;
+    using Sink = std::function<void(std::string body, WallTime time)>;
 
     ChannelFeed(const OutRule& rule, Sink sink) : m_rule(rule), m_sink(std::move(sink)) {}
 

@@ -7,6 +7,7 @@
 #include "common/bus/RecordCheck.h"
 #include "common/support/Clock.h"
 
+#include <charconv>
 #include <cstring>
 #include <ctime>
 #include <sys/timex.h>
@@ -28,6 +29,12 @@ bool hasKey(const Telvane::RecordClass& recordClass, const char* key)
         }
     }
     return false;
+}
+
+void appendInteger(std::string& text, std::uint64_t number)
+{
+    char digits[20];
+    text.append(digits, std::to_chars(digits, digits + sizeof digits, number).ptr);
 }
 
 } // namespace
@@ -81,22 +88,30 @@ Session sessionWithNumber(std::uint64_t number)
 
 std::string payloadOf(const OutgoingMessage& message, const Session& session)
 {
-    if (!message.text.empty()) {
-        return message.text;
-    }
     std::string text;
+    setToPayload(text, message, session);
+    return text;
+}
+
+void setToPayload(std::string& text, const OutgoingMessage& message, const Session& session)
+{
+    if (!message.text.empty()) {
+        text = message.text;
+        return;
+    }
+    text.clear();
     text.reserve(message.body.size() + message.className.size() + 160);
     text.append("{\"class\":\"").append(message.className).append("\",\"session\":");
-    text += std::to_string(message.session != 0 ? message.session : session.number);
+    appendInteger(text, message.session != 0 ? message.session : session.number);
     if (message.number != 0) {
-        text.append(",\"n\":").append(std::to_string(message.number));
+        appendInteger(text.append(",\"n\":"), message.number);
     }
     text.append(",\"time\":\"").append(message.time.text);
     text.append("\",\"clockSet\":").append(message.time.isSet ? "true" : "false");
     if (message.dropped != 0) {
-        text.append(",\"dropped\":").append(std::to_string(message.dropped));
+        appendInteger(text.append(",\"dropped\":"), message.dropped);
     }
-    return text.append(",").append(message.body).append("}");
+    text.append(",").append(message.body).append("}");
 }
 
 std::string barePayloadOf(const OutgoingMessage& message)

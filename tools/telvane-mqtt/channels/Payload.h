@@ -62,6 +62,9 @@ struct OutgoingMessage
 /// \return the payload: the record, and beside it class, session, number and time, so that it can be understood alone
 std::string payloadOf(const OutgoingMessage& message, const Session& session);
 
+/// Sets \p text to the same payload, in the memory that it has.
+void setToPayload(std::string& text, const OutgoingMessage& message, const Session& session);
+
 /// \return the record alone
 std::string barePayloadOf(const OutgoingMessage& message);
 
