@@ -15,6 +15,7 @@
 #include <atomic>
 #include <filesystem>
 #include <fstream>
+#include <mutex>
 #include <thread>
 
 using namespace TelvaneArchive;
@@ -133,6 +134,25 @@ TEST_F(Postgres, GetsWeldsFromTheSpoolWithTheirSamples)
     ASSERT_TRUE(reader->envelope(welds[0].id, kFineParts, envelope));
     EXPECT_TRUE(envelope.has_value());
     EXPECT_TRUE(std::filesystem::is_empty(directory.path("spool.db.samples")));
+}
+
+TEST_F(Postgres, GivesAWeldOneIdHoweverOftenItIsSent)
+{
+    clear();
+    const TemporaryDirectory directory;
+    const std::string spool = directory.path("spool.db");
+    const auto store = openStore(spool);
+    keepWeld(*store, makeWeld("one"), 10);
+    for (int i = 0; i < 3; ++i) {
+        Forwarder forwarder(quick(spool, location()), [](const std::string&) {});
+        ASSERT_TRUE(eventually([&forwarder] { return !forwarder.takeSent().empty(); }));
+    }
+    keepWeld(*store, makeWeld("two"), 10);
+    Forwarder forwarder(quick(spool, location()), [](const std::string&) {});
+    ASSERT_TRUE(sendAll(*store, forwarder));
+    const std::vector<Weld> welds = listWelds(*openReader(location()));
+    ASSERT_EQ(welds.size(), 2U);
+    EXPECT_EQ(welds[1].id, welds[0].id + 1);
 }
 
 TEST_F(Postgres, ExportsEachSampleOnceWhateverItsStamp)
@@ -406,13 +426,52 @@ TEST_F(Postgres, AnswersUsersWhoHaveNoRightsToItsBlocks)
     const std::string plant = "postgresql://plant" + location().substr(location().find('@'));
     EXPECT_GT(expectSameTrends(*openReader(plant)), 100U);
     Status status;
-    const auto user = openPostgres(plant, Database::Access::ReadWrite, status);
+    auto user = openPostgres(plant, Database::Access::ReadWrite, status);
     ASSERT_TRUE(user) << status.text;
+    ASSERT_TRUE(user->run("CREATE TEMPORARY TABLE weld_block (block BIGINT)"));
     status = user->run("UPDATE weld SET verdict = 'ok' WHERE id = 40000");
     EXPECT_TRUE(status) << status.text;
-    EXPECT_THAT(blocksOf(*database), ElementsAre(1, 3));
+    EXPECT_THAT(blocksOf(*database), ElementsAre(1, 3))
+        << "a table of the user does not take the place of another";
+    status = user->run("CREATE TEMPORARY TABLE own (id BIGINT)");
+    status =
+        user->run("CREATE TRIGGER own AFTER INSERT ON own FOR EACH ROW EXECUTE FUNCTION weld_block_forget()");
+    EXPECT_EQ(status.code, Status::Code::Refused) << "the function has the rights of its owner";
+    user.reset();
     ASSERT_TRUE(database->run("DROP OWNED BY plant"));
     ASSERT_TRUE(database->run("DROP ROLE plant"));
+}
+
+TEST_F(Postgres, GetsWeldsFromUsersWhoMayNotMakeBlocks)
+{
+    const auto database = connectToWelds();
+    for (const Sql& statement :
+         {Sql("CREATE ROLE module LOGIN"), Sql("GRANT USAGE ON SCHEMA public TO module"),
+          Sql("GRANT SELECT, INSERT, UPDATE ON ALL TABLES IN SCHEMA public TO module"),
+          Sql("REVOKE ALL ON weld_block FROM module")}) {
+        ASSERT_TRUE(database->run(statement));
+    }
+    {
+        const TemporaryDirectory directory;
+        const auto store = openStore(directory.path("spool.db"));
+        std::mutex lock;
+        std::string reports;
+        Forwarder forwarder(quick(directory.path("spool.db"),
+                                  "postgresql://module" + location().substr(location().find('@'))),
+                            [&](const std::string& text) {
+                                const std::lock_guard<std::mutex> guard(lock);
+                                reports += text + "\n";
+                            });
+        for (const char* const uid : {"one", "two"}) { // between them, it has tried to make a block
+            keepWeld(*store, makeWeld(uid), 10);
+            EXPECT_TRUE(sendAll(*store, forwarder));
+        }
+        const std::lock_guard<std::mutex> guard(lock);
+        EXPECT_EQ(reports.find("weld_block"), std::string::npos) << reports;
+    }
+    EXPECT_THAT(blocksOf(*database), ElementsAre());
+    ASSERT_TRUE(database->run("DROP OWNED BY module"));
+    ASSERT_TRUE(database->run("DROP ROLE module"));
 }
 
 TEST_F(Postgres, GetsBlocksOfWeldsThatAnOlderVersionKept)

@@ -64,6 +64,8 @@ TEST(WeldFilter, RefusesWhateverIsNotACondition)
                                    "mean_amps >> 1",
                                    "part_number = a b",
                                    "mean_amps > nan",
+                                   "tag = ' 5'",
+                                   "tag = '5 '",
                                    "mean_amps is not",
                                    "id = 1 union select 1"}) {
         EXPECT_NE(errorOf(text), "") << text;

@@ -245,6 +245,12 @@ std::unique_ptr<Database> openPostgres(const std::string& location, Database::Ac
     auto database = std::make_unique<PostgresDatabase>(std::move(connection));
     // Compiling a question about a few rows of many takes longer than answering it.
     database->run("SET jit = off", {}, nullptr);
+    // The server notices soon, too, that a module is gone, whose transaction may lock a block.
+    database->run(
+        "SELECT set_config('tcp_keepalives_idle', '10', false), "
+        "set_config('tcp_keepalives_interval', '5', false), "
+        "set_config('tcp_keepalives_count', '3', false), set_config('tcp_user_timeout', '60000', false)",
+        {}, nullptr);
     status = access == Database::Access::ReadOnly
                  ? database->run("SET default_transaction_read_only = on", {}, nullptr)
                  : database->run("SET client_min_messages = warning", {}, nullptr);

@@ -119,7 +119,18 @@ Status Forwarder::sendAll()
 /// Makes one block, if welds have arrived since the last one was found missing: welds come first.
 Status Forwarder::makeBlock()
 {
-    return m_mayNeedBlock ? m_blocks.makeOne(*m_remote, m_mayNeedBlock) : Status();
+    {
+        const std::lock_guard<std::mutex> guard(m_lock);
+        if (m_stop || !m_mayNeedBlock) {
+            return {};
+        }
+    }
+    bool made = false;
+    const Status status = m_blocks.makeOne(*m_remote, made);
+    m_mayNeedBlock = made || status.code == Status::Code::Lost;
+    // A user who may not make blocks, or not for so long, leaves them to others, and welds go on.
+    const bool isForOthers = status.code == Status::Code::Refused || status.code == Status::Code::Late;
+    return isForOthers ? Status() : status;
 }
 
 Status Forwarder::sendWeld(std::int64_t id)
@@ -161,25 +172,34 @@ Status Forwarder::sendRow(const Row& weld, std::int64_t& remote)
 {
     Sql statement = "INSERT INTO weld (" + columnList() + ") VALUES (";
     Sql updates;
+    Sql changes;
     for (std::size_t i = 1; i <= kColumns; ++i) {
         statement += i == 1 ? Sql("") : Sql(", ");
         const Column column = allColumns()[i - 1];
         // The type is named, because a null has none.
-        statement += "CAST(";
-        statement.parameter(i);
-        statement += infoOf(column).type == ColumnType::Text   ? Sql(" AS TEXT)")
-                     : infoOf(column).type == ColumnType::Real ? Sql(" AS DOUBLE PRECISION)")
-                                                               : Sql(" AS BIGINT)");
+        Sql value = "CAST(";
+        value.parameter(i);
+        value += infoOf(column).type == ColumnType::Text   ? Sql(" AS TEXT)")
+                 : infoOf(column).type == ColumnType::Real ? Sql(" AS DOUBLE PRECISION)")
+                                                           : Sql(" AS BIGINT)");
+        statement += value;
         if (column != Column::Uid) {
             updates += updates.text().empty() ? Sql("") : Sql(", ");
+            changes += changes.text().empty() ? Sql("") : Sql(", ");
+            changes += column == Column::Verdict ? "verdict = coalesce(verdict, " + value + ")"
+                                                 : sqlOf(column) + " = " + value;
             // A verdict that was made at the plant stays.
             updates += column == Column::Verdict ? Sql("verdict = coalesce(weld.verdict, excluded.verdict)")
                                                  : sqlOf(column) + " = excluded." + sqlOf(column);
         }
     }
     statement += ") ON CONFLICT (uid) DO UPDATE SET " + updates + " RETURNING id";
+    const Row values(weld.begin() + 1, weld.end());
     std::vector<Row> rows;
-    Status status = m_remote->run(statement, Row(weld.begin() + 1, weld.end()), &rows);
+    // An INSERT takes a new id even if the weld is there, and a running weld is sent often: blocks would be half empty.
+    Status status =
+        m_remote->run("UPDATE weld SET " + changes + " WHERE uid = $1 RETURNING id", values, &rows);
+    status = status && rows.empty() ? m_remote->run(statement, values, &rows) : status;
     remote = status && !rows.empty() ? wholeOf(rows[0][0]) : 0;
     return status;
 }

@@ -72,13 +72,21 @@ Status copySamples(const std::string& from, const std::string& to)
 Status forgetUnpublished(const std::string& path)
 {
     Status status;
-    const std::unique_ptr<Database> copy = openSqlite(path, Database::Access::ReadWrite, status);
+    std::unique_ptr<Database> copy = openSqlite(path, Database::Access::ReadOnly, status);
     std::vector<Row> rows;
     status = status ? copy->run("SELECT count(*) FROM sqlite_master WHERE name = 'unpublished'", {}, &rows)
                     : status;
-    if (status && wholeOf(rows[0][0]) != 0) { // an archive of an older version has none
-        status = copy->run("DELETE FROM unpublished");
+    if (!status || wholeOf(rows[0][0]) == 0) { // an archive of an older version has none
+        return status;
     }
+    rows.clear();
+    status = copy->run("SELECT count(*) FROM unpublished", {}, &rows);
+    if (!status || wholeOf(rows[0][0]) == 0) { // the log is not needed, which not every file system can have
+        return status;
+    }
+    copy.reset();
+    copy = openSqlite(path, Database::Access::ReadWrite, status);
+    status = status ? copy->run("DELETE FROM unpublished") : status;
     rows.clear();
     status = status ? copy->run("PRAGMA journal_mode = DELETE", {}, &rows) : status;
     if (status && (rows.empty() || textOf(rows[0][0]) != "delete")) {

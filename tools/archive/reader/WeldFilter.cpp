@@ -133,14 +133,16 @@ bool readValue(const Words& words, Condition& condition)
     if (condition.comparison == Comparison::Like) {
         return false;
     }
+    const std::string& word = words.word();
     char* end = nullptr;
-    const double number = std::strtod(words.word().c_str(), &end);
-    if (words.word().empty() || *end != '\0' || !std::isfinite(number)) {
+    const double number = std::strtod(word.c_str(), &end);
+    if (word.empty() || std::isspace(static_cast<unsigned char>(word.front())) != 0 ||
+        end != word.c_str() + word.size() || !std::isfinite(number)) {
         return false;
     }
     condition.value = number;
     if (info.type == ColumnType::Whole) {
-        compareWithWhole(condition, words.word());
+        compareWithWhole(condition, word);
     }
     return true;
 }
@@ -239,7 +241,12 @@ int compareValues(const Value& value, const Value& other)
     if (whole != nullptr && otherWhole != nullptr) {
         return *whole < *otherWhole ? -1 : *whole > *otherWhole ? 1 : 0;
     }
-    return numberOf(value) < numberOf(other) ? -1 : numberOf(value) > numberOf(other) ? 1 : 0;
+    const double number = numberOf(value);
+    const double otherNumber = numberOf(other);
+    if (std::isnan(number) || std::isnan(otherNumber)) { // which PostgreSQL can keep, as the largest
+        return (std::isnan(number) ? 1 : 0) - (std::isnan(otherNumber) ? 1 : 0);
+    }
+    return number < otherNumber ? -1 : number > otherNumber ? 1 : 0;
 }
 
 bool holds(const Condition& condition, const Value& value)

@@ -99,6 +99,12 @@ Number readNumber(const std::string& literal)
     if (literal.find_first_of("xX") == std::string::npos) {
         return readDecimal(literal);
     }
+    const std::size_t sign = literal.front() == '-' || literal.front() == '+' ? 1 : 0;
+    char* end = nullptr;
+    const std::uint64_t whole = std::strtoull(literal.c_str() + sign, &end, 16);
+    if (*end == '\0') {
+        return makeNumber(literal.front() == '-', whole, false);
+    }
     const double number = std::strtod(literal.c_str(), nullptr);
     constexpr double kLimit = 1e19; // more than any whole number of 64 bits
     const double magnitude = std::min(std::floor(std::abs(number)), kLimit);

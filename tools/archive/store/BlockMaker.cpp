@@ -4,6 +4,7 @@
 
 #include "archive/welds/WeldBlock.h"
 
+#include <algorithm>
 #include <vector>
 
 namespace TelvaneArchive
@@ -18,7 +19,8 @@ Status BlockMaker::makeOne(Database& database, bool& made)
         return status;
     }
     const std::int64_t first = wholeOf(rows[0][0]);
-    const std::int64_t oldest = first / kBlockWelds + (first % kBlockWelds > 1 ? 1 : 0); // ids begin with 1
+    const std::int64_t oldest = std::max<std::int64_t>(
+        first / kBlockWelds + (first % kBlockWelds > 1 ? 1 : 0), 0); // ids begin with 1
     const std::int64_t newest = wholeOf(rows[0][1]) / kBlockWelds;
     std::vector<Row> known;
     status = database.run("SELECT DISTINCT block FROM weld_block", {}, &known);
@@ -27,6 +29,9 @@ Status BlockMaker::makeOne(Database& database, bool& made)
         blocks.insert(wholeOf(row[0]));
     }
     for (std::int64_t block = oldest; status && !made && block < newest; ++block) {
+        if (blocks.count(block) != 0) {
+            continue;
+        }
         rows.clear();
         // Ids may have large gaps.
         status = database.run("SELECT min(id) FROM weld WHERE id >= $1", {block * kBlockWelds}, &rows);

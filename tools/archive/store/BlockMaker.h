@@ -20,7 +20,7 @@ private:
     Status store(Database& database, std::int64_t block, bool& made);
     static Status lock(Database& database, std::int64_t block, bool& locked);
 
-    std::set<std::int64_t> m_unfit; ///< blocks with values that a column should not have
+    std::set<std::int64_t> m_unfit; ///< blocks with values that a column should not have; not tried again
 };
 
 } // namespace TelvaneArchive

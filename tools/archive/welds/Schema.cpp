@@ -154,7 +154,7 @@ std::vector<Sql> seventhVersion(Database::Kind kind)
     // Who may change welds need not have the right to delete blocks.
     const Sql forget =
         "CREATE FUNCTION weld_block_forget() RETURNS trigger LANGUAGE plpgsql SECURITY DEFINER "
-        "SET search_path FROM CURRENT AS $$ BEGIN "
+        "SET search_path = pg_catalog, pg_temp AS $$ BEGIN "
         "IF current_setting('transaction_isolation') NOT IN ('read committed', 'read uncommitted') THEN "
         "RAISE EXCEPTION 'the table weld must be changed with the isolation level READ COMMITTED'; END IF; "
         "IF TG_OP = 'TRUNCATE' THEN DELETE FROM weld_block; RETURN NULL; END IF; "
@@ -174,7 +174,12 @@ std::vector<Sql> seventhVersion(Database::Kind kind)
     const Sql onTruncate = "CREATE TRIGGER weld_block_truncate AFTER TRUNCATE ON weld FOR EACH STATEMENT "
                            "EXECUTE FUNCTION weld_block_forget()";
     const Sql compressedAlready = "ALTER TABLE weld_block ALTER COLUMN data SET STORAGE EXTERNAL";
-    return {table, compressedAlready, forget, onChange, onTruncate};
+    // It has the rights of its owner, so temporary tables of others come last, and nobody else may use it.
+    const Sql inThisSchema =
+        "DO $$ BEGIN EXECUTE format('ALTER FUNCTION weld_block_forget() SET search_path = "
+        "pg_catalog, %I, pg_temp', current_schema()); END $$";
+    const Sql forTheTriggers = "REVOKE ALL ON FUNCTION weld_block_forget() FROM PUBLIC";
+    return {table, compressedAlready, forget, inThisSchema, forTheTriggers, onChange, onTruncate};
 }
 
 std::vector<Sql> statementsOf(std::int64_t version, Database::Kind kind)
