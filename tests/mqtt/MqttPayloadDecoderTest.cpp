@@ -225,6 +225,7 @@ TEST(MqttPayloadDecoder, KnowsTheIdentifiersOfARecord)
     EXPECT_TRUE(check(R"(,"_sequence_tag":0)"));
     EXPECT_TRUE(check(R"(,"_id":"x","_sequence_tag":1)"));
     EXPECT_FALSE(check(R"(,"_id":"")"));
+    EXPECT_FALSE(check(",\n\t\t\"_id\":\t\"\""));
     EXPECT_FALSE(check(R"(,"_id":1)"));
     EXPECT_FALSE(check(R"(,"_sequence_tag":-1)"));
     EXPECT_FALSE(check(R"(,"_sequence_tag":1.5)"));

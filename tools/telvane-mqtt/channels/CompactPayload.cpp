@@ -64,6 +64,7 @@ public:
         }
         if (key("_id", first)) {
             first = false;
+            next();
             const char* const begin = m_at;
             if (!string() || m_at - begin <= 2) {
                 return false;

@@ -135,6 +135,7 @@ void BusWatcher::takeSamples()
 {
     {
         const std::lock_guard<std::mutex> guard(m_samplesLock);
+        m_takenSamples.clear(); // after an exception
         m_takenSamples.swap(m_samples);
     }
     for (const Sample& sample : m_takenSamples) {
@@ -149,7 +150,7 @@ void BusWatcher::followStatus(const char* channel, StatusResponse<Item>& respons
     m_subscriptions.push_back(
         m_bus.subscribe(channel, DecodedRecord(nullptr),
                         [this, &response, &count](TelvaneDataTypeBase& record, const Delivery&) {
-                            const std::lock_guard<std::mutex> guard(m_lock);
+                            const std::lock_guard<std::mutex> guard(m_statusLock);
                             if (response.take(static_cast<DecodedRecord&>(record).text())) {
                                 ++count;
                                 m_statusTime = monotonicNow();
@@ -224,7 +225,7 @@ void BusWatcher::tick(Nanoseconds now)
 
 bool BusWatcher::updateModel()
 {
-    const std::lock_guard<std::mutex> guard(m_lock);
+    const std::lock_guard<std::mutex> guard(m_statusLock);
     const std::uint64_t responses = std::min(m_channelResponses, m_clientResponses);
     if (responses != m_modelResponses) {
         m_modelResponses = responses;
@@ -300,7 +301,7 @@ std::string BusWatcher::recordJson(const std::string& channel)
 
 Nanoseconds BusWatcher::status(std::vector<ChannelStatus>& channels, std::vector<ClientStatus>& clients)
 {
-    const std::lock_guard<std::mutex> guard(m_lock);
+    const std::lock_guard<std::mutex> guard(m_statusLock);
     channels = m_channels.items();
     clients = m_clients.items();
     return monotonicNow() - m_statusTime;

@@ -86,6 +86,7 @@ private:
     std::vector<Sample> m_takenSamples; ///< empty without the lock
     std::mutex m_samplesLock;           ///< held for moments only, also with the other lock
     std::vector<Sample> m_samples;      ///< those that wait
+    std::mutex m_statusLock;            ///< guards the status, so that its answers do not wait for a page
     BatchPause m_pause;                 ///< of the thread of the Bus
     StatusResponse<ChannelStatus> m_channels;
     StatusResponse<ClientStatus> m_clients;

@@ -82,6 +82,7 @@ export class Feed {
   // Until a page is visible again. What came so far is old by then.
   sleep() {
     this.close();
+    this.lastId = ""; // a stream that goes on from there would show all states since then
     this.setLink("wait");
   }
 

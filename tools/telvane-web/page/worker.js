@@ -34,7 +34,9 @@ function take(port, message) {
     tabs.set(port, message.visible);
     if (message.columns > feed.columns) {
       feed.columns = message.columns;
-      feed.close();
+      if (feed.source) {
+        feed.open(); // also while no tab is visible: without a stream, what is shown would look live
+      }
     }
   }
   update();
