@@ -83,6 +83,9 @@ TEST_F(WeldBlocks, FindTheWeldsOfAListInPlaceOfTheRows)
     };
     EXPECT_EQ(count("operator = 'forged'"), 82U);
     EXPECT_EQ(count("operator = 'forged' and energy > 1"), 0U) << "an index leaves few rows, which are read";
+    EXPECT_TRUE(m_store->makeBlocks());
+    run("UPDATE weld SET id = 1000000 WHERE id = 100000");
+    EXPECT_EQ(count("operator = 'forged'"), 82U) << "no welds are missing between them";
 }
 
 TEST_F(WeldBlocks, AreNotNeededInAnArchiveOfAnOlderVersion)

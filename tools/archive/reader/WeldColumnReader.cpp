@@ -143,8 +143,10 @@ Status WeldColumnReader::read(std::int64_t mostMissing, const TakeBlock& takeBlo
     if (!status) {
         return status;
     }
-    const std::int64_t ids = wholeOf(range[0][1]) / kBlockWelds - wholeOf(range[0][0]) / kBlockWelds + 1;
-    if (blocks.empty() || ids - static_cast<std::int64_t>(blocks.size()) > mostMissing) {
+    std::int64_t missing = 0;
+    status = countMissing(wholeOf(range[0][0]) / kBlockWelds, wholeOf(range[0][1]) / kBlockWelds, blocks,
+                          mostMissing, missing);
+    if (!status || blocks.empty() || missing > mostMissing) {
         return status;
     }
     std::vector<std::int64_t> sound;
@@ -157,6 +159,35 @@ Status WeldColumnReader::read(std::int64_t mostMissing, const TakeBlock& takeBlo
     }
     done = true;
     return status ? readRows(next, std::numeric_limits<std::int64_t>::max(), takeRow) : status;
+}
+
+/// Counts the blocks that have welds and are missing. Ids may have large gaps, for example if retention has left a few old
+/// welds that are not ok.
+/// \param blocks  the known ones, in order
+/// \param most  where it may stop counting
+Status WeldColumnReader::countMissing(std::int64_t first, std::int64_t last, const std::vector<Row>& blocks,
+                                      std::int64_t most, std::int64_t& missing)
+{
+    missing = last - first + 1 - static_cast<std::int64_t>(blocks.size());
+    if (missing <= most) {
+        return {};
+    }
+    missing = 0;
+    Status status;
+    std::int64_t next = first;
+    for (std::size_t i = 0; i <= blocks.size() && status && missing <= most; ++i) {
+        const std::int64_t end = i < blocks.size() ? wholeOf(blocks[i][0]) : last + 1;
+        while (status && next < end && missing <= most) {
+            std::vector<Row> rows;
+            status = m_database.run("SELECT min(id) FROM weld WHERE id >= $1 AND id < $2",
+                                    {next * kBlockWelds, end * kBlockWelds}, &rows);
+            const bool found = status && !isNull(rows[0][0]);
+            missing += found ? 1 : 0;
+            next = found ? wholeOf(rows[0][0]) / kBlockWelds + 1 : end;
+        }
+        next = std::max(next, end + 1);
+    }
+    return status;
 }
 
 /// \param to  the first one that is not read

@@ -70,6 +70,8 @@ private:
     using Parts = std::map<std::string, BlockColumn>; ///< columns of a block by name
 
     Status findBlocks(bool& found);
+    Status countMissing(std::int64_t first, std::int64_t last, const std::vector<Row>& blocks,
+                        std::int64_t most, std::int64_t& missing);
     Status readBlocks(const TakeBlock& take, std::vector<std::int64_t>& sound);
     bool join(Parts& parts, Block& block) const;
     Status readRows(std::int64_t from, std::int64_t to, const TakeRow& take);
