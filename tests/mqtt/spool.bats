@@ -86,7 +86,9 @@ arrive() {
     publish_hal 1 1200
     until [ "$(accepted)" = 1200 ]; do sleep 0.05; done
     await m1.err "messages are kept in memory only" # written after the last message, which waits for the disk
-    [ "$(grep -c "cannot write the spool .* messages are kept in memory only" m1.err)" -eq 1 ]
+    # A few messages may still fit after many did not: then it is reported again.
+    failures=$(grep -c "cannot write the spool .* messages are kept in memory only" m1.err)
+    [ "$failures" -le $(($(grep -c "can be written again" m1.err) + 1)) ]
     arrive
     await watch.out '"serialNumber":"1200"'
     payloads HALInfo | jq .n | sort -n | uniq | cmp - <(seq 1200)
