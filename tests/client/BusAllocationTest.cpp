@@ -133,7 +133,7 @@ TEST_P(BusMemory, RunsOutOnItsThreadsWhileTheyConnectAndDeliver)
         fault.end();
         ASSERT_EQ(queue.waitActive(kTimeout), std::error_code());
         ASSERT_EQ(bus.waitConnected(kTimeout), std::error_code());
-        // A connection that has lost an answer for want of memory may be about to end.
+        // A connection that lost an answer because there was no memory may be about to end.
         EXPECT_TRUE(eventually([&] {
             bus.publish(m_record);
             const auto item = queue.next(1s);
