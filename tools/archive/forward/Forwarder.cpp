@@ -171,7 +171,6 @@ Status Forwarder::sendWeld(std::int64_t id)
 Status Forwarder::sendRow(const Row& weld, std::int64_t& remote)
 {
     Sql statement = "INSERT INTO weld (" + columnList() + ") VALUES (";
-    Sql updates;
     Sql changes;
     for (std::size_t i = 1; i <= kColumns; ++i) {
         statement += i == 1 ? Sql("") : Sql(", ");
@@ -184,16 +183,13 @@ Status Forwarder::sendRow(const Row& weld, std::int64_t& remote)
                                                            : Sql(" AS BIGINT)");
         statement += value;
         if (column != Column::Uid) {
-            updates += updates.text().empty() ? Sql("") : Sql(", ");
             changes += changes.text().empty() ? Sql("") : Sql(", ");
-            changes += column == Column::Verdict ? "verdict = coalesce(verdict, " + value + ")"
-                                                 : sqlOf(column) + " = " + value;
             // A verdict that was made at the plant stays.
-            updates += column == Column::Verdict ? Sql("verdict = coalesce(weld.verdict, excluded.verdict)")
-                                                 : sqlOf(column) + " = excluded." + sqlOf(column);
+            changes += column == Column::Verdict ? "verdict = coalesce(weld.verdict, " + value + ")"
+                                                 : sqlOf(column) + " = " + value;
         }
     }
-    statement += ") ON CONFLICT (uid) DO UPDATE SET " + updates + " RETURNING id";
+    statement += ") ON CONFLICT (uid) DO UPDATE SET " + changes + " RETURNING id";
     const Row values(weld.begin() + 1, weld.end());
     std::vector<Row> rows;
     // An INSERT takes a new id even if the weld is there, and a running weld is sent often: blocks would be half empty.
