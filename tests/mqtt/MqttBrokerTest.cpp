@@ -171,7 +171,11 @@ private:
                 continue;
             }
             bool subscribed = false;
-            while (!m_stopping && client.step(-1, 50)) {
+            bool continues = true;
+            while (!m_stopping && continues) {
+                pollfd socket = client.awaited();
+                poll(&socket, 1, 50);
+                continues = client.handle(socket.revents);
                 if (m_connected && !subscribed) {
                     client.subscribe("telvane/m1/N/LogData");
                     subscribed = true;
@@ -359,6 +363,42 @@ TEST_F(MqttBroker, GetsEverythingWhileTheClockOfTheMachineJumps)
     EXPECT_GE(years.size(), 3U) << "the clock of the test has jumped";
     EXPECT_EQ(queue.counts()["LogData"].dropped[static_cast<int>(DropReason::TooOld)], 0U);
     wallClockJump = 0;
+    link.stop(kSecond);
+}
+
+// Messages that come alone are sent by the thread that pushes them, those of a burst by the thread of the link.
+TEST_F(MqttBroker, GetsLoneMessagesAndBurstsOfTwoThreadsInOrder)
+{
+    constexpr int kMessages = 600;
+    OutgoingQueue queue({10'000, 10'000'000, kHour});
+    const Session session = startSession();
+    BrokerLink link(settings, session, queue, [](TopicKind, const std::string&, const IncomingMessage&) {});
+    link.start();
+    ASSERT_TRUE(eventually([&] { return link.counts().connected.load(); }));
+    const auto push = [&](const std::string& channel) {
+        for (int i = 0; i < kMessages; ++i) {
+            OutgoingMessage next = message();
+            next.channel = channel;
+            next.className = channel;
+            next.qos = i / 100 % 2;
+            queue.push(std::move(next), monotonicNow());
+            if (i % 20 < 10) {
+                poll(nullptr, 0, 1);
+            }
+        }
+    };
+    std::thread other(push, "Other");
+    push("LogData");
+    other.join();
+    ASSERT_TRUE(eventually([&] { return reader->payloads().size() >= 2 * kMessages; }));
+    std::map<bool, double> last;
+    for (const std::string& payload : reader->payloads()) {
+        const bool isOther = payload.find("\"class\":\"Other\"") != std::string::npos;
+        EXPECT_EQ(numberOf(payload, "n"), ++last[isOther]);
+    }
+    EXPECT_EQ(last[false], kMessages);
+    EXPECT_EQ(last[true], kMessages);
+    EXPECT_EQ(link.counts().connections, 1U);
     link.stop(kSecond);
 }
 

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <poll.h>
+
 namespace TelvaneTool::Mqtt
 {
 namespace
@@ -38,6 +40,80 @@ std::vector<std::uint64_t> numbersOf(const std::vector<OutgoingMessage>& message
 QueueLimits limits(std::size_t messages, std::size_t bytes = 1'000'000, Nanoseconds age = 10 * kSecond)
 {
     return {messages, bytes, age};
+}
+
+/// Takes everything that waits, if it is told to.
+class CountingSender : public OutgoingQueue::Sender
+{
+public:
+    explicit CountingSender(OutgoingQueue& queue) : m_queue(queue) {}
+
+    bool sendAtOnce() override
+    {
+        ++calls;
+        sent += takeAll(m_queue).size();
+        return result;
+    }
+
+    int calls = 0;
+    std::size_t sent = 0;
+    bool result = true;
+
+private:
+    OutgoingQueue& m_queue;
+};
+
+bool isWoken(const OutgoingQueue& queue)
+{
+    pollfd descriptor = {queue.wakeFd(), POLLIN, 0};
+    return poll(&descriptor, 1, 0) == 1;
+}
+
+TEST(MqttQueueSender, SendsAMessageThatComesAlone)
+{
+    OutgoingQueue queue(limits(10));
+    CountingSender sender(queue);
+    queue.setSender(&sender);
+    queue.push(message(), kSecond);
+    queue.push(message(), 2 * kSecond);
+    EXPECT_EQ(sender.calls, 2);
+    EXPECT_EQ(sender.sent, 2U);
+    EXPECT_FALSE(isWoken(queue));
+}
+
+TEST(MqttQueueSender, LeavesTheRestOfABurstToTheThreadThatWaits)
+{
+    OutgoingQueue queue(limits(10));
+    CountingSender sender(queue);
+    queue.setSender(&sender);
+    queue.push(message(), kSecond);
+    queue.push(message(), kSecond + 10 * kMicrosecond);
+    queue.push(message(), kSecond + 20 * kMicrosecond);
+    EXPECT_EQ(sender.calls, 1);
+    EXPECT_TRUE(isWoken(queue));
+    EXPECT_EQ(takeAll(queue).size(), 2U);
+}
+
+TEST(MqttQueueSender, WakesTheThreadThatWaitsForWhatIsLeft)
+{
+    OutgoingQueue queue(limits(10));
+    CountingSender sender(queue);
+    sender.result = false;
+    queue.setSender(&sender);
+    queue.push(message(), kSecond);
+    EXPECT_EQ(sender.calls, 1);
+    EXPECT_TRUE(isWoken(queue));
+}
+
+TEST(MqttQueueSender, IsNotCalledAfterItsEnd)
+{
+    OutgoingQueue queue(limits(10));
+    CountingSender sender(queue);
+    queue.setSender(&sender);
+    queue.setSender(nullptr);
+    queue.push(message(), kSecond);
+    EXPECT_EQ(sender.calls, 0);
+    EXPECT_TRUE(isWoken(queue));
 }
 
 TEST(MqttQueue, CountsEachChannelByItself)

@@ -1,6 +1,7 @@
 // Threads: that of the bus fills the queue with records that leave as they are, and this one with all others and with what
-// goes to the spool, because that takes longer. The link's empties the queue, and requests wait on their own. A slow broker
-// can fill the queue, but it delays neither the bus nor a request.
+// goes to the spool, because that takes longer. The link's empties the queue, and requests wait on their own. A message that
+// comes alone is sent by the thread that fills the queue, because a second wake-up would take longer than sending it. A slow
+// broker can fill the queue, but it delays neither the bus nor a request.
 
 #include "telvane-mqtt/Bridge.h"
 

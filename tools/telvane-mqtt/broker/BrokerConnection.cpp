@@ -33,8 +33,7 @@ std::string BrokerConnection::run()
     }
     m_began = monotonicNow();
     m_drained = m_began;
-    while (m_client.step(m_link.queue.wakeFd(), waitMilliseconds())) {
-        m_link.queue.clearWake();
+    while (step()) {
         const Nanoseconds now = monotonicNow();
         if (!m_connected && now - m_began > kConnectAnswer) {
             return "the broker does not answer the connection";
@@ -50,6 +49,30 @@ std::string BrokerConnection::run()
         }
     }
     return m_client.error();
+}
+
+/// Waits for the broker or the queue, and handles what the broker sent.
+/// \return whether the connection continues
+bool BrokerConnection::step()
+{
+    const int milliseconds = waitMilliseconds();
+    pollfd descriptors[] = {m_client.awaited(), {m_link.queue.wakeFd(), POLLIN, 0}};
+    if (descriptors[0].fd >= 0) {
+        m_link.queue.setSender(this); // this thread uses nothing of the connection meanwhile
+        poll(descriptors, 2, milliseconds);
+        m_link.queue.setSender(nullptr);
+    }
+    m_link.queue.clearWake();
+    return m_client.handle(descriptors[0].revents);
+}
+
+bool BrokerConnection::sendAtOnce()
+{
+    if (!m_connected || m_link.queue.hasBacklog()) {
+        return false;
+    }
+    // If the connection ended or the socket takes no more, the link's thread has something to do.
+    return send(monotonicNow()) && m_client.isWritable();
 }
 
 /// Gives back what was not acknowledged.

@@ -53,7 +53,8 @@ struct LinkState
 };
 
 /// One connection, from its first packet to its last.
-class BrokerConnection : public MqttClient::Events
+/// \par Threads  That of the link; while it waits for the broker, the queue may call sendAtOnce() on another.
+class BrokerConnection : public MqttClient::Events, private OutgoingQueue::Sender
 {
 public:
     BrokerConnection(LinkState& link, bool version5);
@@ -80,6 +81,8 @@ private:
         bool retained = false; ///< the broker was asked to retain it
     };
 
+    bool step();
+    bool sendAtOnce() override;
     void connected(const BrokerLimits& limits) override;
     void acknowledged(int id, int reason) override;
     void subscribed(int id, bool granted) override;

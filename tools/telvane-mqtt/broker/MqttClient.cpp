@@ -10,7 +10,6 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <openssl/ssl.h>
-#include <poll.h>
 #include <sys/socket.h>
 
 namespace TelvaneTool::Mqtt
@@ -247,23 +246,22 @@ bool MqttClient::fail(int result)
     return false;
 }
 
-bool MqttClient::step(int wakeFd, int milliseconds)
+pollfd MqttClient::awaited() const
 {
-    const int socket = mosquitto_socket(m_client);
-    if (socket < 0 || m_ended) {
+    return {mosquitto_socket(m_client), static_cast<short>(isWritable() ? POLLIN : POLLIN | POLLOUT), 0};
+}
+
+bool MqttClient::handle(short events)
+{
+    if (mosquitto_socket(m_client) < 0 || m_ended) {
         m_error = m_error.empty() ? "the connection was lost" : m_error;
         return false;
     }
-    pollfd descriptors[] = {{socket, POLLIN, 0}, {wakeFd, POLLIN, 0}};
-    if (mosquitto_want_write(m_client)) {
-        descriptors[0].events = POLLIN | POLLOUT;
-    }
-    poll(descriptors, wakeFd >= 0 ? 2 : 1, milliseconds);
     int result = MOSQ_ERR_SUCCESS;
-    if ((descriptors[0].revents & POLLOUT) != 0) {
+    if ((events & POLLOUT) != 0) {
         result = mosquitto_loop_write(m_client, 1);
     }
-    if (result == MOSQ_ERR_SUCCESS && (descriptors[0].revents & (POLLIN | POLLHUP | POLLERR)) != 0) {
+    if (result == MOSQ_ERR_SUCCESS && (events & (POLLIN | POLLHUP | POLLERR)) != 0) {
         result = mosquitto_loop_read(m_client, 1);
         // What OpenSSL has read ahead does not make the socket readable.
         const auto* const ssl = static_cast<const SSL*>(mosquitto_ssl_get(m_client));

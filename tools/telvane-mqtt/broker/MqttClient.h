@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <optional>
+#include <poll.h>
 #include <string>
 #include <vector>
 
@@ -46,7 +47,7 @@ struct Publication
 };
 
 /// One connection to a broker. Another one needs another object, so that no state of the library outlives it.
-/// \par Threads  One; the functions of Events are called on it, in step() and publish().
+/// \par Threads  One at a time; the functions of Events are called on it, in handle() and publish().
 class MqttClient
 {
 public:
@@ -71,9 +72,12 @@ public:
     /// \return an error message, or an empty text
     std::string connect(const Publication& will);
 
-    /// Waits for the broker or \p wakeFd, and handles what there is.
+    /// \return the socket and the events to wait for before handle(); no socket if the connection has ended
+    pollfd awaited() const;
+
+    /// Handles what poll() returned for the socket.
     /// \return whether the connection continues; error() says why it does not
-    bool step(int wakeFd, int milliseconds);
+    bool handle(short events);
 
     /// \return whether the socket takes more data at once
     bool isWritable() const;

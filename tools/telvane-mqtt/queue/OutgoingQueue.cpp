@@ -14,6 +14,8 @@ namespace
 {
 
 constexpr std::size_t kMaxPending = 500; ///< a commit is due, so that memory does not grow
+/// A message comes alone if none came before it for this time. In a burst, the thread that pushes has others to receive.
+constexpr Nanoseconds kAlone = 200 * kMicrosecond;
 
 } // namespace
 
@@ -67,8 +69,26 @@ void OutgoingQueue::push(OutgoingMessage message, Nanoseconds now)
     if (isFull) {
         commit(now);
     } else if (!isPending) {
-        wake();
+        announce(now);
     }
+}
+
+void OutgoingQueue::setSender(Sender* sender)
+{
+    const std::lock_guard lock(m_senderMutex);
+    m_sender = sender;
+}
+
+void OutgoingQueue::announce(Nanoseconds now)
+{
+    {
+        const std::lock_guard lock(m_senderMutex);
+        const bool isAlone = now - std::exchange(m_announced, now) > kAlone;
+        if (isAlone && m_sender != nullptr && m_sender->sendAtOnce()) {
+            return;
+        }
+    }
+    wake();
 }
 
 void OutgoingQueue::wake()

@@ -58,6 +58,18 @@ struct ChannelCounts
 class OutgoingQueue
 {
 public:
+    /// Can send on the thread that pushes. A message that comes alone need not wait until another thread wakes up.
+    class Sender
+    {
+    public:
+        /// Sends what waits.
+        /// \return false if there remains something to do for the thread that waits for wakeFd()
+        virtual bool sendAtOnce() = 0;
+
+    protected:
+        ~Sender() = default;
+    };
+
     /// \param spool must outlive the queue; null for none
     explicit OutgoingQueue(const QueueLimits& limits, Spool* spool = nullptr);
 
@@ -97,7 +109,10 @@ public:
     std::size_t waitingBytes() const; ///< in memory
     bool hasBacklog() const;
 
-    /// \return a descriptor that is readable after push()
+    /// Lets \p sender send while the thread that usually does waits. Null ends that, and waits until it has returned.
+    void setSender(Sender* sender);
+
+    /// \return a descriptor that is readable after push(), unless a sender has sent everything
     int wakeFd() const { return m_wake.get(); }
     /// Call it before take().
     void clearWake();
@@ -124,11 +139,15 @@ private:
     void setDone(const OutgoingMessage& message, bool sent);
     void noticeNewFile();
     std::size_t onDiskOnly() const;
+    void announce(Nanoseconds now);
     void wake();
 
     const QueueLimits m_limits;
     FileDescriptor m_wake;
     std::atomic<bool> m_woken{false};
+    std::mutex m_senderMutex; ///< taken before m_mutex
+    Sender* m_sender = nullptr;
+    Nanoseconds m_announced = 0; ///< when a message last came
     mutable std::mutex m_mutex;
     std::deque<OutgoingMessage> m_backlog;
     std::deque<OutgoingMessage> m_live;

@@ -56,7 +56,7 @@ void OutgoingQueue::commit(Nanoseconds now)
         trim(now);
     }
     if (!batch.accepted.empty()) {
-        wake();
+        announce(now);
     }
 }
 
