@@ -7,6 +7,7 @@
 #include <Telvane/EventServer.h>
 #include <Telvane/RequestType.h>
 
+#include "helpers/PatientExchanges.h"
 #include "helpers/ProcessTestSupport.h"
 #include "helpers/ThreadTestSupport.h"
 
@@ -17,6 +18,7 @@
 #include <functional>
 #include <future>
 #include <memory>
+#include <optional>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -258,6 +260,7 @@ public:
 
     TemporaryDirectory directory;
     const std::string path = directory.path("bus");
+    std::optional<PatientExchanges> patience{std::in_place};
     EventServer server;
 };
 
@@ -357,6 +360,7 @@ protected:
     TemporaryDirectory directory;
     RawServer server{directory.path("bus")};
     RawPeer peer{Descriptor()};
+    std::optional<PatientExchanges> patience{std::in_place};
     EventClient client;
 };
 

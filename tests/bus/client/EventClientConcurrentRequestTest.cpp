@@ -62,6 +62,7 @@ TEST_F(ConcurrentRequests, AllTakeTheAnswerAndTheLastOneUnsubscribes)
 
 TEST_F(ConcurrentRequests, AllTimeOutAndTheLastOneUnsubscribes)
 {
+    patience.reset();
     std::future<int> firstResult = ask(first);
     std::future<int> secondResult = ask(second);
     acceptUnsubscription("Amps");
@@ -96,6 +97,7 @@ TEST_F(ConcurrentRequests, CountAnAnswerWithoutPayloadOnce)
 
 TEST_F(ConcurrentRequests, KeepASubscriptionThatIsMadeWhileTheyWait)
 {
+    patience.reset();
     std::future<int> result = ask(first);
     subscribeToAmps();
     EXPECT_EQ(result.get(), -ETIMEDOUT);
@@ -164,6 +166,7 @@ TEST_F(ConcurrentRequests, LetARequestThatTheyHaveUndoneSubscribeAgain)
 TEST_F(ConcurrentRequests, DoNotUnsubscribeFromAChannelThatWasUnsubscribedMeanwhile)
 {
     subscribeToAmps();
+    patience.reset();
     std::future<int> result = ask(first);
     std::future<int> unsubscribed = begin([this] { return client.Unsubscribe("Amps"); });
     acceptUnsubscription("Amps");

@@ -110,9 +110,11 @@ TEST_F(Subscribing, BearsRepeatedAnswers)
 
 TEST_F(Subscribing, TimesOutWithoutAnAnswerAndThenBearsALateOne)
 {
+    patience.reset();
     std::future<int> result = beginSubscribing("Amps");
     EXPECT_EQ(peer.receive(), printedSubscribeRequest("Amps"));
     EXPECT_EQ(result.get(), -ETIMEDOUT);
+    patience.emplace();
     EXPECT_EQ(client.Unsubscribe("Amps"), -EINVAL);
 
     subscribe("Marker", recordingTo(receptions), UnitValuePair());
@@ -209,9 +211,11 @@ TEST_F(Unsubscribing, IsRefusedByAnyOtherAnswerAndKeepsTheSubscription)
 
 TEST_F(Unsubscribing, TimesOutWithoutAnAnswerAndKeepsTheSubscription)
 {
+    patience.reset();
     std::future<int> result = begin([&] { return client.Unsubscribe("Amps"); });
     EXPECT_EQ(peer.receive(), printedUnsubscribeRequest("Amps"));
     EXPECT_EQ(result.get(), -ETIMEDOUT);
+    patience.emplace();
     peer.send(response(".unsubscribe", true, "Amps"));
     peer.send(relay("Amps", 1, kAmps));
     EXPECT_EQ(receptions.take().sequence, 1);
@@ -263,12 +267,14 @@ TEST_F(Requesting, WaitsOneSecondWithAnyTimeout)
 
 TEST_F(Requesting, TimesOutWithoutAnAnswerAndUnsubscribes)
 {
+    patience.reset();
     answer.Unit = "before";
     std::future<int> result = beginRequest(60);
     acceptSubscription("Amps");
     expectRequest();
     acceptUnsubscription("Amps");
     EXPECT_EQ(result.get(), -ETIMEDOUT);
+    patience.emplace();
     EXPECT_EQ(answer.Unit, "before");
     peer.send(relay("Amps", 1, kAmps));
     subscribe("Marker", recordingTo(receptions), UnitValuePair());
@@ -302,6 +308,7 @@ TEST_F(Requesting, AsksEvenWhenTheSubscriptionIsRefused)
 
 TEST_F(Requesting, GivesUpWhenTheSubscriptionIsNotAnswered)
 {
+    patience.reset();
     std::future<int> result = beginRequest();
     EXPECT_EQ(peer.receive(), printedSubscribeRequest("Amps"));
     acceptUnsubscription("Amps"); // comes instead of the question
@@ -344,6 +351,7 @@ TEST_F(Requesting, OverASubscriptionTakesTheAnswerAndRestoresItWithoutUnsubscrib
 TEST_F(Requesting, OverASubscriptionRestoresItWithoutAnAnswerToo)
 {
     subscribe("Amps", recordingTo(receptions), UnitValuePair());
+    patience.reset();
     std::future<int> result = beginRequest();
     acceptSubscription("Amps");
     expectRequest();
@@ -358,6 +366,7 @@ TEST_F(Requesting, OverASubscriptionLosesItWhenTheSubscriptionIsNotAnswered)
     auto token = std::make_shared<int>(0);
     subscribe(
         "Amps", [token](void*, TelvaneDataTypeBase*, int, void*) { ADD_FAILURE(); }, UnitValuePair());
+    patience.reset();
     std::future<int> result = beginRequest();
     EXPECT_EQ(peer.receive(), printedSubscribeRequest("Amps"));
     acceptUnsubscription("Amps");

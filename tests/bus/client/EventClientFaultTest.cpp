@@ -83,9 +83,11 @@ TEST_P(EventClientWithoutThread, SendsButHearsNothingAndCanBeConnectedAgain)
     }
     EXPECT_TRUE(client.IsConnected());
     expectNothingElseSent();
+    patience.reset();
     EXPECT_EQ(client.Subscribe(
                   "C", [](void*, TelvaneDataTypeBase*, int, void*) {}, RequestType(), nullptr),
               -ETIMEDOUT);
+    patience.emplace();
     EXPECT_EQ(peer.receive(), printedSubscribeRequest("C"));
     EXPECT_EQ(client.Disconnect(), 0);
     EXPECT_FALSE(client.IsConnected());

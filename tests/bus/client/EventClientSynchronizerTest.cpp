@@ -31,11 +31,13 @@ protected:
     void letAnotherRequestTimeOut()
     {
         UnitValuePair unanswered;
+        patience.reset();
         std::future<int> result = begin([&] { return client.Request("Volts", unanswered, 0); });
         acceptSubscription("Volts");
         EXPECT_EQ(peer.receive(), printedPublication("req_Volts"));
         acceptUnsubscription("Volts");
         EXPECT_EQ(result.get(), -ETIMEDOUT);
+        patience.emplace();
     }
     static bool isPending(const std::future<int>& result)
     {
@@ -109,6 +111,7 @@ TEST_F(Synchronizer, TakesOneRequestAfterTheOther)
 
 TEST_F(Synchronizer, TimesOutPositivelyWithoutAReply)
 {
+    patience.reset();
     std::future<int> result = beginRequest(1);
     acceptSubscription("Amps");
     expectRequest();
@@ -176,6 +179,7 @@ TEST_F(Synchronizer, ReturnsARefusedSubscriptionAndAsksNothing)
 
 TEST_F(Synchronizer, ReturnsASubscriptionThatIsNotAnsweredAndAsksNothing)
 {
+    patience.reset();
     std::future<int> result = beginRequest();
     EXPECT_EQ(peer.receive(), printedSubscribeRequest("Amps"));
     EXPECT_EQ(result.get(), -ETIMEDOUT);
@@ -209,6 +213,7 @@ TEST_F(Synchronizer, PutsAnUnsubscriptionThatIsNotAnsweredBeforeItsReply)
     std::future<int> result = beginRequest();
     acceptSubscription("Amps");
     expectRequest();
+    patience.reset();
     peer.send(relay("Amps", 1, kAmps));
     EXPECT_EQ(peer.receive(), printedUnsubscribeRequest("Amps"));
     EXPECT_EQ(result.get(), -ETIMEDOUT);

@@ -235,6 +235,7 @@ TEST(EventClientDisconnect, TimesOutOnACallbackThatDoesNotReturn)
     LogData record;
     ASSERT_EQ(client.Publish("C", record), 0);
     ASSERT_TRUE(entered.pass());
+    running.patience.reset();
     EXPECT_EQ(client.Disconnect(), -ETIMEDOUT);
     EXPECT_FALSE(client.IsConnected());
     EXPECT_EQ(client.Disconnect(), -ENOTCONN);
@@ -377,6 +378,7 @@ TEST_F(TwoClients, MakeARequestAndItsReply)
 TEST_F(TwoClients, TimeOutWithoutAResponder)
 {
     WeldMetrics answer;
+    running.patience.reset();
     EXPECT_EQ(subscriber.Request("WeldMetrics", answer, 60), -ETIMEDOUT);
     EXPECT_EQ(subscriber.Unsubscribe("WeldMetrics"), -EINVAL);
 }

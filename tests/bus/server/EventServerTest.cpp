@@ -399,6 +399,7 @@ TEST(EventServerStop, TimesOutOnAReceiverThreadThatDoesNotEnd)
     const RawPeer peer = running.connect();
     peer.send(subscribeRequest("C"));
     ASSERT_TRUE(blocker.entered.pass());
+    running.patience.reset();
     EXPECT_EQ(running.server.Stop(), -ETIMEDOUT);
     EXPECT_FALSE(running.server.IsStarted());
     EXPECT_FALSE(exists(running.path));
