@@ -177,8 +177,8 @@ telvane_library_tests() {
 }
 
 # telvane_run_test <log directory> <command...>: runs a test program, the last word of the command, and prints its log
-# if it fails. A program whose tests failed gets a second try, which is reported; see telvane_ctest. One that crashed or
-# in which a checker found an error does not.
+# if it fails. A program that tests time-outs of exchanges gets a second try if one of its tests failed, which is reported;
+# see telvane_ctest. One that crashed or in which a checker found an error does not.
 telvane_run_test() {
     local logs=$1 begin=$SECONDS status=0 tries=
     shift
@@ -187,7 +187,7 @@ telvane_run_test() {
     local log=$logs/$name.log
     mkdir -p "$logs"
     "$@" >"$log" 2>&1 </dev/null || status=$?
-    if [ "$status" -eq 1 ]; then
+    if [ "$status" -eq 1 ] && grep -qx "$name" "$telvane_root/tests/exchange_tests"; then
         telvane_say "$name: failed, see $log.first; repeating it once ..."
         mv "$log" "$log.first"
         status=0 tries=" on the second try"
@@ -203,10 +203,10 @@ telvane_run_test() {
 
 # telvane_ctest <preset> <command prefix...> -- <ctest option...>: runs the tests in random order, several at a time.
 #
-# With TELVANE_REPEAT_FAILED=1, repeats failed tests once, one at a time, and prints their names. Nearly all tests use
-# several threads or processes, and one in thousands can fail because the machine stalled for a second; an exchange on the
-# bus, for example, fails after one second without an answer. A defect fails twice. Some failures are final: a crash, a
-# report of a sanitizer, and more than telvane_most_repeated failures.
+# With TELVANE_REPEAT_FAILED=1, repeats failed tests with the label "exchange" once, one at a time, and prints their names:
+# an exchange on the bus fails after one second without an answer, and a loaded machine can stall for that long. A defect
+# fails twice. All other failures are final: a failed test without the label, a crash, a report of a sanitizer, and more
+# than telvane_most_repeated failures. tests/exchange_tests lists the tests with the label.
 telvane_most_repeated=10
 telvane_ctest() {
     local preset=$1 prefix=()
@@ -216,7 +216,7 @@ telvane_ctest() {
         shift
     done
     shift
-    local status=0 failed count
+    local status=0 failed final count
     local logs=$telvane_root/build/$preset/Testing
     local list=$logs/Temporary/LastTestsFailed.log output=$logs/first-run.log
     mkdir -p "$logs"
@@ -241,6 +241,14 @@ telvane_ctest() {
     fi
     if grep -aE '\*\*\*Exception|Sanitizer: |runtime error: |Segmentation fault|Aborted' "$output" >&2; then
         telvane_say "0 tests repeated; a crash or a report of a sanitizer is final"
+        return "$status"
+    fi
+    # ctest would repeat all of them.
+    final=$(LC_ALL=C comm -23 <(printf '%s\n' "$failed") \
+        <("${prefix[@]}" ctest --preset "$preset" --show-only -L '^exchange$' | sed -n 's/^ *Test *#[0-9]*: //p' | LC_ALL=C sort))
+    if [ -n "$final" ]; then
+        telvane_say "0 tests repeated; these are never repeated:"
+        printf '  %s\n' "${final//$'\n'/$'\n  '}" >&2
         return "$status"
     fi
     telvane_say "repeating $count failed tests; the first output is in $output:"
