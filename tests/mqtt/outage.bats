@@ -111,6 +111,20 @@ expect_numbers() {
     grep -q "larger than the broker accepts" m1.err
 }
 
+@test "an answer that is too large because of its correlation data is dropped, and the connection lasts" {
+    start_server
+    start_broker "max_packet_size 2000"
+    start responder "$TELVANE" reply "$bus" HALInfo "$(hal 42)"
+    start_bridge m1 --request HALInfo
+    mosquitto_pub -p "$port" -V 5 -q 1 -t telvane/m1/R/HALInfo -m '{}' -D publish response-topic plant/answers \
+        -D publish correlation-data "$(printf '%01800d' 0)"
+    await m1.err "larger than the broker accepts"
+    until mosquitto_rr -p "$port" -V 5 -t telvane/m1/R/HALInfo -e plant/others -m '{}' -W 30 | grep -q '"serialNumber":"42"'; do
+        sleep 0.1
+    done
+    [ "$(grep -c ": connected to .* with MQTT" m1.err)" -eq 1 ]
+}
+
 @test "a broker that speaks only MQTT 3.1.1 is used with 3.1.1" {
     start_server
     start_broker

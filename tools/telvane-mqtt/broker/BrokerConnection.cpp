@@ -277,7 +277,8 @@ bool BrokerConnection::mayDrain(Nanoseconds now)
 
 bool BrokerConnection::isTooLarge(const Publication& publication) const
 {
-    std::size_t size = publication.topic.size() + publication.payload.size() + kPacketOverhead;
+    std::size_t size = publication.topic.size() + publication.payload.size() +
+                       publication.correlation.size() + kPacketOverhead;
     for (const auto& [name, value] : publication.properties) {
         size += std::strlen(name) + value.size() + 5;
     }

@@ -56,7 +56,10 @@ struct OutgoingMessage
     std::uint64_t dropped = 0; ///< messages of the channel that were dropped before this one
 
     /// \return what the message counts for in the bounds of the queue, in bytes
-    std::size_t size() const { return channel.size() + topic.size() + body.size() + text.size() + 256; }
+    std::size_t size() const
+    {
+        return channel.size() + topic.size() + body.size() + text.size() + correlation.size() + 256;
+    }
 };
 
 /// \return the payload: the record, and beside it class, session, number and time, so that it can be understood alone
