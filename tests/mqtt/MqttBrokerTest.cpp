@@ -391,6 +391,14 @@ TEST_F(MqttBroker, GetsLoneMessagesAndBurstsOfTwoThreadsInOrder)
     push("LogData");
     other.join();
     ASSERT_TRUE(eventually([&] { return reader->payloads().size() >= 2 * kMessages; }));
+    // The thread that pushes does send.
+    EXPECT_TRUE(eventually([&] {
+        const std::uint64_t before = queue.counts()["LogData"].sent;
+        OutgoingMessage next = message();
+        next.qos = 0;
+        queue.push(std::move(next), monotonicNow());
+        return queue.counts()["LogData"].sent > before;
+    }));
     std::map<bool, double> last;
     for (const std::string& payload : reader->payloads()) {
         const bool isOther = payload.find("\"class\":\"Other\"") != std::string::npos;

@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <future>
 #include <poll.h>
+#include <thread>
 
 namespace TelvaneTool::Mqtt
 {
@@ -48,7 +50,7 @@ class CountingSender : public OutgoingQueue::Sender
 public:
     explicit CountingSender(OutgoingQueue& queue) : m_queue(queue) {}
 
-    bool sendAtOnce() override
+    bool sendAtOnce() noexcept override
     {
         ++calls;
         sent += takeAll(m_queue).size();
@@ -91,7 +93,12 @@ TEST(MqttQueueSender, LeavesTheRestOfABurstToTheThreadThatWaits)
     queue.push(message(), kSecond + 20 * kMicrosecond);
     EXPECT_EQ(sender.calls, 1);
     EXPECT_TRUE(isWoken(queue));
-    EXPECT_EQ(takeAll(queue).size(), 2U);
+    queue.push(message(), 2 * kSecond); // that thread still has to wake up
+    EXPECT_EQ(sender.calls, 1);
+    EXPECT_EQ(takeAll(queue).size(), 3U);
+    queue.clearWake();
+    queue.push(message(), 3 * kSecond);
+    EXPECT_EQ(sender.calls, 2);
 }
 
 TEST(MqttQueueSender, WakesTheThreadThatWaitsForWhatIsLeft)
@@ -103,6 +110,35 @@ TEST(MqttQueueSender, WakesTheThreadThatWaitsForWhatIsLeft)
     queue.push(message(), kSecond);
     EXPECT_EQ(sender.calls, 1);
     EXPECT_TRUE(isWoken(queue));
+}
+
+TEST(MqttQueueSender, IsNotWaitedForByAnotherThread)
+{
+    OutgoingQueue queue(limits(10));
+    std::promise<void> isSending;
+    std::promise<void> mayEnd;
+    class SlowSender : public OutgoingQueue::Sender
+    {
+    public:
+        SlowSender(std::promise<void>& began, std::promise<void>& end) : m_began(began), m_end(end) {}
+        bool sendAtOnce() noexcept override
+        {
+            m_began.set_value();
+            m_end.get_future().wait();
+            return true;
+        }
+
+    private:
+        std::promise<void>& m_began;
+        std::promise<void>& m_end;
+    } sender(isSending, mayEnd);
+    queue.setSender(&sender);
+    std::thread other([&queue] { queue.push(message(), kSecond); });
+    isSending.get_future().wait();
+    queue.push(message(), 2 * kSecond);
+    EXPECT_TRUE(isWoken(queue));
+    mayEnd.set_value();
+    other.join();
 }
 
 TEST(MqttQueueSender, IsNotCalledAfterItsEnd)

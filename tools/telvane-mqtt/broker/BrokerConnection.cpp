@@ -34,6 +34,7 @@ std::string BrokerConnection::run()
     m_began = monotonicNow();
     m_drained = m_began;
     while (step()) {
+        m_link.queue.clearWake();
         const Nanoseconds now = monotonicNow();
         if (!m_connected && now - m_began > kConnectAnswer) {
             return "the broker does not answer the connection";
@@ -62,13 +63,12 @@ bool BrokerConnection::step()
         poll(descriptors, 2, milliseconds);
         m_link.queue.setSender(nullptr);
     }
-    m_link.queue.clearWake();
     return m_client.handle(descriptors[0].revents);
 }
 
-bool BrokerConnection::sendAtOnce()
+bool BrokerConnection::sendAtOnce() noexcept
 {
-    if (!m_connected || m_link.queue.hasBacklog()) {
+    if (!m_connected || m_client.hasEnded() || m_link.queue.hasBacklog()) {
         return false;
     }
     // If the connection ended or the socket takes no more, the link's thread has something to do.

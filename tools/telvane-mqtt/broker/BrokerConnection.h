@@ -82,7 +82,7 @@ private:
     };
 
     bool step();
-    bool sendAtOnce() override;
+    bool sendAtOnce() noexcept override;
     void connected(const BrokerLimits& limits) override;
     void acknowledged(int id, int reason) override;
     void subscribed(int id, bool granted) override;

@@ -248,7 +248,8 @@ bool MqttClient::fail(int result)
 
 pollfd MqttClient::awaited() const
 {
-    return {mosquitto_socket(m_client), static_cast<short>(isWritable() ? POLLIN : POLLIN | POLLOUT), 0};
+    return {m_ended ? -1 : mosquitto_socket(m_client),
+            static_cast<short>(isWritable() ? POLLIN : POLLIN | POLLOUT), 0};
 }
 
 bool MqttClient::handle(short events)

@@ -92,6 +92,8 @@ public:
     std::optional<int> subscribe(const std::string& topic);
     void disconnect();
 
+    /// \return whether the connection has ended, as far as this object knows
+    bool hasEnded() const { return m_ended; }
     /// \return why the connection ended
     const std::string& error() const { return m_error; }
     /// \return whether the broker speaks no MQTT 5, as far as can be seen

@@ -81,11 +81,18 @@ void OutgoingQueue::setSender(Sender* sender)
 
 void OutgoingQueue::announce(Nanoseconds now)
 {
-    {
-        const std::lock_guard lock(m_senderMutex);
-        const bool isAlone = now - std::exchange(m_announced, now) > kAlone;
-        if (isAlone && m_sender != nullptr && m_sender->sendAtOnce()) {
-            return;
+    // Nobody waits here for another thread that sends: the thread that is woken sends what comes meanwhile. Once it is woken,
+    // it sends all that has piled up.
+    const std::unique_lock lock(m_senderMutex, std::try_to_lock);
+    if (lock.owns_lock()) {
+        const bool isAlone = now - std::exchange(m_announced, std::max(m_announced, now)) > kAlone;
+        if (isAlone && m_sender != nullptr && !m_woken) {
+            const Nanoseconds began = monotonicNow();
+            const bool isDone = m_sender->sendAtOnce();
+            m_announced += monotonicNow() - began; // the time that it takes is no pause between messages
+            if (isDone) {
+                return;
+            }
         }
     }
     wake();

@@ -64,7 +64,7 @@ public:
     public:
         /// Sends what waits.
         /// \return false if there remains something to do for the thread that waits for wakeFd()
-        virtual bool sendAtOnce() = 0;
+        virtual bool sendAtOnce() noexcept = 0;
 
     protected:
         ~Sender() = default;
@@ -145,9 +145,9 @@ private:
     const QueueLimits m_limits;
     FileDescriptor m_wake;
     std::atomic<bool> m_woken{false};
-    std::mutex m_senderMutex; ///< taken before m_mutex
+    std::mutex m_senderMutex; ///< held while the sender sends; taken before m_mutex
     Sender* m_sender = nullptr;
-    Nanoseconds m_announced = 0; ///< when a message last came
+    Nanoseconds m_announced = 0; ///< when a message last came, or was sent at once
     mutable std::mutex m_mutex;
     std::deque<OutgoingMessage> m_backlog;
     std::deque<OutgoingMessage> m_live;

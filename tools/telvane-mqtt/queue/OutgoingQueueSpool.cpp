@@ -55,8 +55,10 @@ void OutgoingQueue::commit(Nanoseconds now)
         noticeNewFile(); // another thread may have replaced it after the write
         trim(now);
     }
-    if (!batch.accepted.empty()) {
+    if (batch.accepted.size() == 1) {
         announce(now);
+    } else if (!batch.accepted.empty()) {
+        wake();
     }
 }
 
