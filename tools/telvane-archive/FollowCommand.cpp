@@ -288,7 +288,7 @@ void addFollowCommand(TelvaneTool::CommandLine& line)
                  "Print \"following\" when connected, and a line for each weld");
     command.examples(
         "# keep every weld\n"
-        "telvane archive /run/telvane/bus --database /var/lib/telvane/welds.db\n"
+        "telvane archive /run/telvane/bus --database /var/lib/telvane-archive/welds.db\n"
         "# send them to the database of the plant; outages are bridged\n"
         "telvane archive /run/telvane/bus --database postgresql://telvane@plant/welds --spool spool.db\n"
         "# samples for a year but at most 20 GB, rows for 15 years\n"

@@ -284,7 +284,7 @@ int main(int argc, char** argv)
     command.examples("# open http://127.0.0.1:8320/ in a browser on this machine\n"
                      "telvane-web /run/telvane/bus\n"
                      "# with the archive that telvane-archive keeps\n"
-                     "telvane-web /run/telvane/bus --archive /var/lib/telvane/welds.db\n"
+                     "telvane-web /run/telvane/bus --archive /var/lib/telvane-archive/welds.db\n"
                      "# let others on the network look, with a password and encrypted\n"
                      "telvane-web --new-password /etc/telvane/web-password\n"
                      "telvane-web /run/telvane/bus --listen 0.0.0.0:8320 --allow-host cell4.example "

@@ -20,7 +20,7 @@ namespace TelvaneArchive
 /// Reads an archive, in SQLite or PostgreSQL, while another process may write to it.
 ///
 ///     Status status;
-///     auto reader = ArchiveReader::open("/var/lib/telvane/welds.db", status);
+///     auto reader = ArchiveReader::open("/var/lib/telvane-archive/welds.db", status);
 ///     if (!reader) { ... status.text says why ... }
 ///     std::vector<Weld> welds;
 ///     status = reader->list({}, welds);
