@@ -13,7 +13,7 @@ from typing import Any, Callable, Deque, Dict, List, NamedTuple, Optional, Tuple
 from ._packets import MESSAGE_LIMIT, SUBSCRIBE, UNSUBSCRIBE, Decoder, NoPayload, Response, channel_or_response, \
     decoder_of, relay_channel, subscribe_request, unsubscribe_request
 from ._record import Record
-from .errors import RecordError, SubscriptionRefused
+from .errors import BusClosed, RecordError, RequestTimeout, SubscriptionRefused
 from .events import ConnectionLost, ConnectionRestored, Counters, Delivery, Event, ListenerCounters, Reason, \
     RecordsDropped
 from .records import CATALOGUE
@@ -145,6 +145,13 @@ class Inbox:
             return Item(record, Delivery(self.channel, number, epoch, skipped, arrival))
         return None
 
+    def refuse_end(self) -> None:
+        """Raises if the stream has ended."""
+        if self.error is not None:
+            raise self.error
+        if self.closed:
+            raise BusClosed("the listener is closed")
+
     def fail(self, error: BaseException) -> None:
         """Ends the stream with an error."""
         self.error = error
@@ -167,6 +174,14 @@ class Asked:
         if not self.done:
             self.answer, self.error, self.done = answer, error, True
             self.wake()
+
+    def result(self, timeout: float) -> Any:
+        """The answer. Raises what ended the request without one."""
+        if self.error is not None:
+            raise self.error
+        if not self.done:
+            raise RequestTimeout(f"no answer on {self.channel} within {timeout:g} s")
+        return self.answer
 
     def offer(self, data: bytes) -> bool:
         """Takes the message if it is the answer: its `_id` is that of this request, or of no request at all."""

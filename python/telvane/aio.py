@@ -13,17 +13,18 @@ import socket
 import time
 import warnings
 from types import TracebackType
-from typing import Any, AsyncIterator, Awaitable, Callable, Generic, List, Literal, Optional, Set, Type, TypeVar, \
+from typing import Any, AsyncIterator, Awaitable, Callable, List, Literal, Optional, Set, Type, TypeVar, \
     Union, overload
 
-from ._hub import ANSWER_TIMEOUT, DEFAULT_QUEUE, FIRST_PAUSE, LONGEST_PAUSE, Asked, Hub, Inbox, Item, Served, \
+from ._bus import Connection, Core, Handle, ListenerHandle
+from ._hub import ANSWER_TIMEOUT, DEFAULT_QUEUE, FIRST_PAUSE, LONGEST_PAUSE, Asked, Inbox, Item, \
     channel_and_class
 from ._packets import MESSAGE_LIMIT, publication
 from ._record import Record
 from ._socket import BATCH, Gathering, checked_path, connect, reason_of, send
 from .bus import Path, answer_packet, question_packet
-from .errors import BusClosed, BusError, NotConnected, RequestTimeout, SubscriptionRefused, WrongContext
-from .events import Counters, Delivery, Event, ListenerCounters, Reason, State, StateChange
+from .errors import BusClosed, BusError, RequestTimeout, WrongContext
+from .events import Delivery, Event, Reason, State, StateChange
 from .records import RequestType
 
 __all__ = ["Bus", "Listener", "Subscription"]
@@ -67,22 +68,13 @@ class _Signal:
                 timer.cancel()
 
 
-class _Core:
-    """The state of a bus. Callbacks of the loop refer to this and not to the bus."""
+class _Core(Core):
+    """The state of a bus, and what the loop calls."""
 
     def __init__(self, path: str, on_error: Optional[ErrorHandler],
                  on_state: Optional[Callable[[StateChange], None]]) -> None:
-        self.path = path
-        self.on_error = on_error
-        self.on_state = on_state
-        self.pid = os.getpid()
-        self.hub = Hub()
+        super().__init__(path, on_error, on_state)
         self.loop: Optional[asyncio.AbstractEventLoop] = None
-        self.sock: Optional[socket.socket] = None
-        self.state = State.CONNECTING
-        self.reason = Reason.NONE
-        self.cause: Optional[BaseException] = None
-        self.closing = False
         self.changed = _Signal()
         self.writable = _Signal()
         self.requests: List[bytes] = []
@@ -95,8 +87,7 @@ class _Core:
         self.tasks: Set[asyncio.Task[None]] = set()
 
     def refuse_here(self) -> asyncio.AbstractEventLoop:
-        if os.getpid() != self.pid:
-            raise WrongContext("this bus was made before the fork; make one in this process")
+        self.refuse_after_fork()
         if self.closing:
             raise BusClosed("the bus is closed")
         if self.loop is None:
@@ -232,29 +223,13 @@ class _Core:
         self.try_later()
 
     def set_state(self, state: State, reason: Reason, cause: Optional[BaseException]) -> None:
-        told = state is not State.CONNECTING and (state, reason) != (self.state, self.reason)
-        self.state, self.reason, self.cause = state, reason, cause
+        told = self.change(state, reason, cause)
         self.changed.set()
         if told and self.on_state is not None:
             try:
                 self.on_state(StateChange(state, reason, self.hub.epoch, cause))
             except Exception as error:
                 self.report(error, None)
-
-    def not_connected(self, reason: Optional[Reason] = None, cause: Optional[BaseException] = None) -> NotConnected:
-        error = NotConnected(f"{self.path}: {(reason or self.reason).value}")
-        error.__cause__ = cause if cause is not None else self.cause
-        return error
-
-    def report(self, error: BaseException, subscription: Optional[Subscription]) -> None:
-        self.hub.counters.callback_errors += 1
-        where = f" on {subscription.channel}" if subscription is not None else ""
-        log.error("exception in a callback%s", where, exc_info=error)
-        if self.on_error is not None:
-            try:
-                self.on_error(error, subscription)
-            except Exception:
-                log.exception("exception in on_error")
 
     # Sending.
 
@@ -269,18 +244,6 @@ class _Core:
         self.writable.set()
         if self.requests:
             self.greet()
-
-    def send_now(self, request: Optional[bytes], channel: str) -> bool:
-        if request is None or self.sock is None:
-            return True
-        try:
-            send(self.sock, request)
-            return True
-        except BlockingIOError:
-            self.hub.not_sent(channel)
-            return False
-        except OSError:
-            return True  # the reader finds the loss, and the next connection makes the subscription
 
     async def until(self, condition: Callable[[], bool], deadline: float) -> bool:
         assert self.loop is not None
@@ -318,16 +281,9 @@ class _Core:
         """Waits until the server has accepted the subscription; also returns during an outage."""
         assert self.loop is not None
         while self.state in (State.CONNECTING, State.CONNECTED):
-            served = self.hub.served.get(channel)
-            if served is Served.ACTIVE:
+            if self.answered(channel, deadline - self.loop.time()):
                 return
-            if served is Served.REFUSED:
-                raise SubscriptionRefused(channel)
-            if self.loop.time() >= deadline:
-                if self.state is State.CONNECTING:
-                    return
-                raise RequestTimeout(f"the server did not answer the subscription of {channel!r} in time")
-            if self.state is State.CONNECTED and served is None:
+            if self.state is State.CONNECTED and channel not in self.hub.served:
                 if not self.send_now(self.hub.ask_server(channel), channel):
                     self.await_room()
                     await self.writable.wait(deadline)
@@ -352,8 +308,8 @@ class _Core:
                 log.warning("%s: %d callbacks have not ended within %g s", self.path, len(running), timeout)
 
 
-class _Handle:
-    """The common base of listener and subscription."""
+class _Handle(Handle):
+    """What listener and subscription have in common."""
 
     def __init__(self, core: _Core, inbox: Inbox) -> None:
         self._core = core
@@ -361,26 +317,6 @@ class _Handle:
         self._signal = _Signal()
         inbox.wake = self._signal.set
         core.send_now(core.hub.add(inbox), inbox.channel)
-
-    @property
-    def channel(self) -> str:
-        """The channel."""
-        return self._inbox.channel
-
-    @property
-    def counters(self) -> ListenerCounters:
-        """Counters of the messages."""
-        return self._inbox.counters
-
-    @property
-    def pending(self) -> int:
-        """Number of records in the queue."""
-        return len(self._inbox.items)
-
-    @property
-    def closed(self) -> bool:
-        """Whether the listener or the bus has been closed."""
-        return self._inbox.closed
 
     async def ready(self, timeout: float = 1.0) -> None:
         """Returns when the server has accepted the subscription, or at once during an outage."""
@@ -395,14 +331,9 @@ class _Handle:
         loop = asyncio.get_running_loop()
         deadline = None if timeout is None else loop.time() + timeout
         while True:
-            if inbox.error is not None:
-                raise inbox.error
-            if inbox.closed:
-                raise BusClosed("the listener is closed")
+            inbox.refuse_end()
             if deadline is not None and loop.time() >= deadline:
-                if core.state is not State.CONNECTED:
-                    raise core.not_connected()
-                raise RequestTimeout(f"nothing arrived on {inbox.channel} within {timeout:g} s")
+                raise core.nothing_arrived(inbox.channel, timeout)
             await self._signal.wait(deadline)
             item = inbox.take()
             if item is not None:
@@ -413,7 +344,7 @@ class _Handle:
             self._core.send_now(self._core.hub.remove(self._inbox), self._inbox.channel)
 
 
-class Listener(_Handle, Generic[T]):
+class Listener(_Handle, ListenerHandle[T]):
     """Records of one channel, in the order of their arrival, from a queue of their own.
 
     Iterate over it with ``async for``, or await `recv`. It survives the loss of the connection, and ends when it or
@@ -424,8 +355,6 @@ class Listener(_Handle, Generic[T]):
         super().__init__(core, inbox)
         self._timeout = timeout
         self._taken = 0
-        #: How the last record arrived.
-        self.delivery: Optional[Delivery] = None
 
     async def _next(self, timeout: Optional[float]) -> Any:
         self._taken += 1
@@ -456,10 +385,6 @@ class Listener(_Handle, Generic[T]):
             raise StopAsyncIteration from None
         return result
 
-    def close(self) -> None:
-        """Ends the listener. May be called more than once."""
-        self._end()
-
     async def __aenter__(self) -> Listener[T]:
         try:
             await self.ready()
@@ -470,12 +395,6 @@ class Listener(_Handle, Generic[T]):
 
     async def __aexit__(self, *_: object) -> None:
         self.close()
-
-    def __del__(self) -> None:
-        try:
-            self._end()
-        except Exception:  # the interpreter ends
-            pass
 
 
 class Subscription(_Handle):
@@ -533,7 +452,7 @@ class Subscription(_Handle):
         await self.close()
 
 
-class Bus:
+class Bus(Connection):
     """A connection to a server. After each loss, it reconnects and resubscribes.
 
     It can be created anywhere. It starts with ``async with`` and belongs to that event loop. Callbacks may be functions
@@ -542,46 +461,13 @@ class Bus:
     each StateChange.
     """
 
+    _core: _Core
+
     def __init__(self, path: Path, *, on_error: Optional[ErrorHandler] = None,
                  on_state: Optional[Callable[[StateChange], None]] = None, publish_timeout: float = 1.0) -> None:
         #: Seconds that `publish` has by default.
         self.publish_timeout = publish_timeout
         self._core = _Core(checked_path(path), on_error, on_state)
-
-    @property
-    def path(self) -> str:
-        """The path of the server's socket."""
-        return self._core.path
-
-    @property
-    def state(self) -> State:
-        """State of the connection."""
-        return self._core.state
-
-    @property
-    def reason(self) -> Reason:
-        """Reason for the state."""
-        return self._core.reason
-
-    @property
-    def cause(self) -> Optional[BaseException]:
-        """The system's error that caused the state, if there is one."""
-        return self._core.cause
-
-    @property
-    def connected(self) -> bool:
-        """Whether the server has answered and accepted all subscriptions."""
-        return self._core.state is State.CONNECTED
-
-    @property
-    def epoch(self) -> int:
-        """Number of connections so far."""
-        return self._core.hub.epoch
-
-    @property
-    def counters(self) -> Counters:
-        """Counters of the bus."""
-        return self._core.hub.counters
 
     async def wait_connected(self, timeout: float = 5.0) -> None:
         """Returns when the bus is connected; raises NotConnected if it is not within `timeout` seconds."""
@@ -655,11 +541,7 @@ class Bus:
             await core.until(lambda: asked.done, deadline)
         finally:
             core.send_now(core.hub.remove_asked(asked), name)
-        if asked.error is not None:
-            raise asked.error
-        if not asked.done:
-            raise RequestTimeout(f"no answer on {name} within {timeout:g} s")
-        return asked.answer
+        return asked.result(timeout)
 
     @overload
     def respond(self, what: Type[R], function: Callable[[], Answer[R]], *,
@@ -716,4 +598,4 @@ class Bus:
             core.closing = True
 
     def __repr__(self) -> str:
-        return f"<telvane.aio.Bus {self._core.path} {self._core.state.value}>"
+        return f"<telvane.aio.Bus {self.path} {self.state.value}>"

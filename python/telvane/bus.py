@@ -15,15 +15,16 @@ import warnings
 import weakref
 from collections import deque
 from types import TracebackType
-from typing import Any, Callable, Deque, Generic, Iterator, List, Literal, Optional, Type, TypeVar, Union, overload
+from typing import Any, Callable, Deque, Iterator, List, Literal, Optional, Type, TypeVar, Union, overload
 
-from ._hub import ANSWER_TIMEOUT, DEFAULT_QUEUE, FIRST_PAUSE, LONGEST_PAUSE, Asked, Hub, Inbox, Item, \
-    Served, channel_and_class
+from ._bus import Connection, Core, Handle, ListenerHandle
+from ._hub import ANSWER_TIMEOUT, DEFAULT_QUEUE, FIRST_PAUSE, LONGEST_PAUSE, Asked, Inbox, Item, \
+    channel_and_class
 from ._packets import MESSAGE_LIMIT, publication
 from ._record import Record
 from ._socket import Gathering, Reader, checked_path, connect, reason_of, send, wait_for
-from .errors import BusClosed, BusError, NotConnected, RequestTimeout, SubscriptionRefused, WrongContext
-from .events import Counters, Delivery, Event, ListenerCounters, Reason, State, StateChange
+from .errors import BusClosed, BusError, RequestTimeout, WrongContext
+from .events import Delivery, Event, Reason, State, StateChange
 from .records import RequestType
 
 __all__ = ["Bus", "Listener", "Subscription"]
@@ -41,24 +42,14 @@ ErrorHandler = Callable[[BaseException, Optional["Subscription"]], None]
 _END_TIMEOUT = 5.0
 
 
-class _Core:
-    """The state and the threads of a bus. The threads refer to this and not to the bus, so that a bus which nobody
-    refers to any more can be found and closed."""
+class _Core(Core):
+    """The state and the threads of a bus."""
 
     def __init__(self, path: str, on_error: Optional[ErrorHandler],
                  on_state: Optional[Callable[[StateChange], None]]) -> None:
-        self.path = path
-        self.pid = os.getpid()
-        self.on_error = on_error
-        self.on_state = on_state
-        self.hub = Hub()
+        super().__init__(path, on_error, on_state)
         self.lock = threading.RLock()
         self.changed = threading.Condition(self.lock)
-        self.state = State.CONNECTING
-        self.reason = Reason.NONE
-        self.cause: Optional[BaseException] = None
-        self.closing = False
-        self.sock: Optional[socket.socket] = None
         self.receiver = threading.Thread(target=self._receive, name=f"telvane {path}", daemon=True)
         self.caller: Optional[threading.Thread] = None
         self.ready: Deque[Union[Subscription, StateChange]] = deque()
@@ -93,10 +84,9 @@ class _Core:
 
     def _set_state(self, state: State, reason: Reason, cause: Optional[BaseException]) -> None:
         """With the lock held."""
-        told = state is not State.CONNECTING and (state, reason) != (self.state, self.reason)
-        self.state, self.reason, self.cause = state, reason, cause
+        told = self.change(state, reason, cause)
         self.changed.notify_all()
-        if self.on_state is not None and told and (not self.closing or state is State.CLOSED):
+        if told and (not self.closing or state is State.CLOSED):
             self.ready.append(StateChange(state, reason, self.hub.epoch, cause))
             self._need_caller()
 
@@ -195,18 +185,11 @@ class _Core:
                 self.hub.feed(packet, time.time())
                 self.changed.notify_all()
 
-    def not_connected(self, reason: Optional[Reason] = None, cause: Optional[BaseException] = None) -> NotConnected:
-        reason = reason or self.reason
-        error = NotConnected(f"{self.path}: {reason.value}")
-        error.__cause__ = cause if cause is not None else self.cause
-        return error
-
     # Sending.
 
     def refuse_here(self, blocking: bool = True) -> None:
         """Raises WrongContext unless the calling thread may wait for the bus."""
-        if os.getpid() != self.pid:
-            raise WrongContext("this bus was made before the fork; make one in this process")
+        self.refuse_after_fork()
         if blocking and threading.current_thread() is self.caller:
             raise WrongContext("a callback of this bus cannot wait for the bus: "
                                "the records that it waits for may have to pass this callback")
@@ -255,36 +238,15 @@ class _Core:
         if self.state is not State.CONNECTED:
             raise self.not_connected()
 
-    def send_now(self, request: Optional[bytes], channel: str) -> bool:
-        """With the lock held, so that requests are sent in the order in which the hub created them. False if there
-        is no room."""
-        if request is None or self.sock is None:
-            return True
-        try:
-            send(self.sock, request)
-            return True
-        except BlockingIOError:
-            self.hub.not_sent(channel)
-            return False
-        except OSError:
-            return True  # the receiver finds the loss, and the next connection makes the subscription
-
     def subscribed(self, channel: str, sent: bool, deadline: float) -> None:
         """With the lock held. Waits until the server has accepted the subscription; also returns during an outage,
         because the next connection makes it."""
         while self.state in (State.CONNECTING, State.CONNECTED):
             if not sent:
                 sent = self.send_now(self.hub.ask_server(channel), channel)
-            served = self.hub.served.get(channel)
-            if served is Served.ACTIVE:
-                return
-            if served is Served.REFUSED:
-                raise SubscriptionRefused(channel)
             remaining = deadline - time.monotonic()
-            if remaining <= 0:
-                if self.state is State.CONNECTING:
-                    return
-                raise RequestTimeout(f"the server did not answer the subscription of {channel!r} in time")
+            if self.answered(channel, remaining):
+                return
             self.changed.wait(min(remaining, 0.005) if sent is False else remaining)
 
     # The thread of the callbacks.
@@ -317,7 +279,7 @@ class _Core:
                         if self.on_state is not None:
                             self.on_state(entry)
                     except BaseException as error:
-                        self._report(error, None)
+                        self.report(error, None)
                     finally:
                         self.lock.acquire()
                     continue
@@ -330,7 +292,7 @@ class _Core:
                     entry._deliver(item)
             except BaseException as error:
                 entry._inbox.counters.callback_errors += 1
-                self._report(error, entry)
+                self.report(error, entry)
             finally:
                 with self.lock:
                     entry._running = False
@@ -339,16 +301,6 @@ class _Core:
                         self.ready.append(entry)  # after the others: they take turns
                     else:
                         entry._scheduled = False
-
-    def _report(self, error: BaseException, subscription: Optional[Subscription]) -> None:
-        self.hub.counters.callback_errors += 1
-        where = f" on {subscription.channel}" if subscription is not None else ""
-        log.error("exception in a callback%s", where, exc_info=error)
-        if self.on_error is not None:
-            try:
-                self.on_error(error, subscription)
-            except Exception:
-                log.exception("exception in on_error")
 
     # The end.
 
@@ -400,32 +352,12 @@ def _after_fork() -> None:
 os.register_at_fork(after_in_child=_after_fork)
 
 
-class _Handle:
-    """The common base of listener and subscription."""
+class _Handle(Handle):
+    """What listener and subscription have in common."""
 
     def __init__(self, core: _Core, inbox: Inbox) -> None:
         self._core = core
         self._inbox = inbox
-
-    @property
-    def channel(self) -> str:
-        """The channel."""
-        return self._inbox.channel
-
-    @property
-    def counters(self) -> ListenerCounters:
-        """Counters of the messages."""
-        return self._inbox.counters
-
-    @property
-    def pending(self) -> int:
-        """Number of records in the queue."""
-        return len(self._inbox.items)
-
-    @property
-    def closed(self) -> bool:
-        """Whether the listener or the bus has been closed."""
-        return self._inbox.closed
 
     def _open(self, timeout: float) -> None:
         core, inbox = self._core, self._inbox
@@ -486,7 +418,7 @@ class _Waiter:
         self._spare.append(sleeper)
 
 
-class Listener(_Handle, Generic[T]):
+class Listener(_Handle, ListenerHandle[T]):
     """Records of one channel, in the order of their arrival, from a queue of their own.
 
     Iterate over it, or call `recv`. It survives the loss of the connection, and ends when it or the bus is closed.
@@ -496,13 +428,10 @@ class Listener(_Handle, Generic[T]):
         super().__init__(core, inbox)
         self._timeout = timeout
         self._waiter = _Waiter(core.lock)
-        #: How the last record arrived.
-        self.delivery: Optional[Delivery] = None
         inbox.wake = self._waiter.wake
 
     def _next(self, timeout: Optional[float]) -> Any:
-        inbox = self._inbox
-        item = inbox.take()
+        item = self._inbox.take()
         if item is None:
             item = self._wait(timeout)
         if isinstance(item, Item):
@@ -521,15 +450,10 @@ class Listener(_Handle, Generic[T]):
             with core.lock:
                 if inbox.items:
                     continue
-                if inbox.error is not None:
-                    raise inbox.error
-                if inbox.closed:
-                    raise BusClosed("the listener is closed")
+                inbox.refuse_end()
                 remaining = None if deadline is None else deadline - time.monotonic()
                 if remaining is not None and remaining <= 0:
-                    if core.state is not State.CONNECTED:
-                        raise core.not_connected()
-                    raise RequestTimeout(f"nothing arrived on {inbox.channel} within {timeout:g} s")
+                    raise core.nothing_arrived(inbox.channel, timeout)
                 self._waiter.wait(remaining)
 
     def recv(self, timeout: Optional[float] = None) -> T:
@@ -552,22 +476,11 @@ class Listener(_Handle, Generic[T]):
             raise StopIteration from None
         return result
 
-    def close(self) -> None:
-        """Ends the listener. May be called more than once."""
-        self._end()
-
     def __enter__(self) -> Listener[T]:
         return self
 
     def __exit__(self, *_: object) -> None:
         self.close()
-
-    def __del__(self) -> None:
-        try:
-            if not self._inbox.closed:
-                self._end()
-        except Exception:  # the interpreter ends
-            pass
 
 
 class Subscription(_Handle):
@@ -607,7 +520,7 @@ class Subscription(_Handle):
         self.close()
 
 
-class Bus:
+class Bus(Connection):
     """A connection to a server. After each loss, it reconnects and resubscribes.
 
     It connects in the background, and the constructor does not wait for it. All methods may be called from any
@@ -618,9 +531,10 @@ class Bus:
     exceptions are also logged and counted, and the bus goes on. `on_state` is called with each StateChange.
     """
 
+    _core: _Core
+
     def __init__(self, path: Path, *, on_error: Optional[ErrorHandler] = None,
                  on_state: Optional[Callable[[StateChange], None]] = None, publish_timeout: float = 1.0) -> None:
-        self._core: Optional[_Core] = None
         core = _Core(checked_path(path), on_error, on_state)
         #: Seconds that `publish` has by default.
         self.publish_timeout = publish_timeout
@@ -628,49 +542,8 @@ class Bus:
         self._core = core
 
     def _checked(self, blocking: bool = True) -> _Core:
-        assert self._core is not None
         self._core.refuse_here(blocking)
         return self._core
-
-    @property
-    def _state(self) -> _Core:
-        assert self._core is not None
-        return self._core
-
-    @property
-    def path(self) -> str:
-        """The path of the server's socket."""
-        return self._state.path
-
-    @property
-    def state(self) -> State:
-        """State of the connection."""
-        return self._state.state
-
-    @property
-    def reason(self) -> Reason:
-        """Reason for the state."""
-        return self._state.reason
-
-    @property
-    def cause(self) -> Optional[BaseException]:
-        """The system's error that caused the state, if there is one."""
-        return self._state.cause
-
-    @property
-    def connected(self) -> bool:
-        """Whether the server has answered and accepted all subscriptions."""
-        return self._state.state is State.CONNECTED
-
-    @property
-    def epoch(self) -> int:
-        """Number of connections so far."""
-        return self._state.hub.epoch
-
-    @property
-    def counters(self) -> Counters:
-        """Counters of the bus."""
-        return self._state.hub.counters
 
     def wait_connected(self, timeout: float = 5.0) -> None:
         """Returns when the bus is connected; raises NotConnected if it is not within `timeout` seconds."""
@@ -767,11 +640,7 @@ class Bus:
                 core.changed.wait_for(lambda: asked.done, max(0.0, deadline - time.monotonic()))
             finally:
                 core.send_now(core.hub.remove_asked(asked), name)
-        if asked.error is not None:
-            raise asked.error
-        if not asked.done:
-            raise RequestTimeout(f"no answer on {name} within {timeout:g} s")
-        return asked.answer
+        return asked.result(timeout)
 
     @staticmethod
     def _ask(core: _Core, data: bytes, deadline: float) -> None:
@@ -818,11 +687,10 @@ class Bus:
 
     def close(self, timeout: float = _END_TIMEOUT) -> None:
         """Ends all listeners, callbacks and threads, within `timeout`. May be called more than once."""
-        if self._core is not None:
-            self._core.close(timeout)
+        self._core.close(timeout)
 
     def __enter__(self) -> Bus:
-        if self._state.closing:
+        if self._core.closing:
             raise BusClosed("the bus is closed; make another one")
         return self
 
@@ -837,8 +705,7 @@ class Bus:
             core.close(1.0)
 
     def __repr__(self) -> str:
-        core = self._core
-        return f"<telvane.Bus {core.path} {core.state.value}>" if core is not None else "<telvane.Bus>"
+        return f"<telvane.Bus {self.path} {self.state.value}>"
 
 
 def question_packet(name: str, question: Optional[Record], asked: Asked) -> bytes:

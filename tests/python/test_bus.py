@@ -291,8 +291,8 @@ def test_an_error_of_the_package_itself_does_not_end_the_receiver(
         telvane_path: str, monkeypatch: pytest.MonkeyPatch, caplog: pytest.LogCaptureFixture) -> None:
     with telvane.Bus(telvane_path) as bus, bus.listen(telvane.LogData, with_events=True) as listener:
         bus.wait_connected()
-        feed, errors = bus._state.hub.feed, [ZeroDivisionError("in the package")]
-        monkeypatch.setattr(bus._state.hub, "feed",
+        feed, errors = bus._core.hub.feed, [ZeroDivisionError("in the package")]
+        monkeypatch.setattr(bus._core.hub, "feed",
                             lambda data, arrival: feed(data, arrival) if not errors else _raise(errors.pop()))
         bus.publish(telvane.LogData(log="lost"))
         lost, restored = listener.recv(5), listener.recv(5)
