@@ -13,7 +13,6 @@
 #include <new>
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 
 namespace Telvane::Detail
 {

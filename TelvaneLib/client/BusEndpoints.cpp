@@ -7,7 +7,6 @@
 #include "client/PayloadText.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <new>
 
 namespace Telvane::Detail

@@ -7,7 +7,6 @@
 #include "common/support/HumanReadable.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <memory>
 
 namespace TelvaneArchive

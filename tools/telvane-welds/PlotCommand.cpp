@@ -6,7 +6,6 @@
 #include "plot/Gnuplot.h"
 #include "plot/WeldPlot.h"
 
-#include <limits>
 #include <memory>
 
 namespace TelvaneArchive

@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <sys/eventfd.h>
-#include <unistd.h>
 
 namespace TelvaneArchive
 {

@@ -6,7 +6,6 @@
 #include "common/support/Saturating.h"
 
 #include <algorithm>
-#include <cmath>
 
 namespace TelvaneArchive
 {

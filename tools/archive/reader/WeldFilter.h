@@ -2,7 +2,6 @@
 
 #include "archive/welds/WeldColumns.h"
 
-#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>

@@ -14,9 +14,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
-#include <functional>
 #include <sys/file.h>
-#include <unistd.h>
 
 namespace TelvaneArchive
 {

@@ -5,7 +5,6 @@
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
 
-#include <algorithm>
 #include <numeric>
 #include <utility>
 

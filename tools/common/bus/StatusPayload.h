@@ -4,7 +4,6 @@
 
 #include <Telvane/EventServerStatus.h>
 
-#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>

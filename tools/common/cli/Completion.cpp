@@ -1,7 +1,6 @@
 #include "common/cli/Completion.h"
 
 #include <algorithm>
-#include <utility>
 
 namespace TelvaneTool
 {

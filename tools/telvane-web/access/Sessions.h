@@ -3,7 +3,6 @@
 #include "common/support/Clock.h"
 
 #include <list>
-#include <memory>
 #include <string>
 #include <string_view>
 

@@ -10,7 +10,6 @@
 
 #include <map>
 #include <mutex>
-#include <set>
 #include <string>
 #include <vector>
 

@@ -1,10 +1,8 @@
 #include "telvane-web/http/HttpServer.h"
 
-#include <arpa/inet.h>
 #include <cerrno>
 #include <cstring>
 #include <netdb.h>
-#include <netinet/in.h>
 #include <sys/socket.h>
 
 namespace TelvaneTool

@@ -1,7 +1,6 @@
 #include "telvane-web/http/Worker.h"
 
 #include <atomic>
-#include <csignal>
 #include <sys/eventfd.h>
 #include <unistd.h>
 

@@ -3,7 +3,6 @@
 #include "archive/reader/WeldText.h"
 #include "telvane-web/http/Query.h"
 
-#include <functional>
 #include <limits>
 
 namespace TelvaneTool

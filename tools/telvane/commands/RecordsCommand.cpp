@@ -3,7 +3,6 @@
 #include "common/bus/RecordCheck.h"
 #include "common/cli/CommandLine.h"
 #include "common/cli/CommandOptions.h"
-#include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
 #include "common/support/Json.h"
 #include "common/support/Table.h"
@@ -12,7 +11,6 @@
 
 #include <algorithm>
 #include <memory>
-#include <vector>
 
 namespace TelvaneTool
 {

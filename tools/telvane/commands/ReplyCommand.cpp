@@ -12,7 +12,6 @@
 
 #include <atomic>
 #include <memory>
-#include <vector>
 
 namespace TelvaneTool
 {

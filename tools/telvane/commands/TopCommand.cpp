@@ -7,7 +7,6 @@
 #include "common/cli/Messages.h"
 #include "common/cli/ProgressBar.h"
 #include "common/cli/Terminal.h"
-#include "common/support/HumanReadable.h"
 #include "top/LatestPayloads.h"
 #include "top/TopScreen.h"
 

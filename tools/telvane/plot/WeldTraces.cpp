@@ -1,10 +1,7 @@
 #include "plot/WeldTraces.h"
 
 #include "common/bus/RecordCheck.h"
-#include "common/support/Json.h"
 #include "common/support/Saturating.h"
-
-#include <Telvane/RecordCatalogue.h>
 
 #include <algorithm>
 

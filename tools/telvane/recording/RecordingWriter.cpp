@@ -9,7 +9,6 @@
 #include "common/support/HumanReadable.h"
 #include "common/support/OutputFile.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>

@@ -3,8 +3,6 @@
 #include "catalogue/ConsumableCode.h"
 #include "common/cli/CommandLine.h"
 
-#include <Telvane/Consumables.h>
-
 namespace TelvaneTool
 {
 
