@@ -23,7 +23,6 @@ INT_MIN, INT_MAX = -(2**31), 2**31 - 1
 #: Whole numbers beyond this are not exact in JSON, whose numbers are doubles.
 EXACT_INT_MAX = 2**53
 _INT64_MAX = 2**63 - 1
-_LAST_MOMENT = datetime.max.replace(tzinfo=timezone.utc)
 
 _JSON_KINDS = {bool: "a flag", int: "a number", float: "a number", str: "a text", list: "an array",
                JsonObject: "an object", type(None): "null"}
@@ -53,10 +52,6 @@ def milliseconds_of(time: datetime) -> int:
     if time.tzinfo is None:
         raise RecordError("a time without a time zone; use for example datetime.now(timezone.utc)")
     return (time - EPOCH) // timedelta(milliseconds=1)
-
-
-def print_moment(time: datetime) -> str:
-    return f"/Date({milliseconds_of(time)})/"
 
 
 _digits = re.compile("[0-9]+").search
@@ -89,19 +84,13 @@ def _got(what: str, value: Any) -> RecordError:
     return RecordError(f"{what} expected, not {value!r:.60} ({type(value).__name__})")
 
 
-class Column(NamedTuple):
-    """One value of a record in a table: its path and how to make it from the text of a match."""
-
-    path: str
-    kind: str  # "int", "float", "bool", "str", "time"
-
-
 class Codec:
     """One kind of field. `pattern` matches its printed form; None if it has no fixed form."""
 
     pattern: Optional[str] = None
     #: Expression that makes the value from group ``{}`` of a match.
     expression = ""
+    #: In a table: "int", "float", "bool", "str" or "time".
     column_kind = ""
 
     def write(self, value: Any, tabs: str, strict: bool) -> str:
@@ -436,10 +425,9 @@ class FastReader:
 
     def __init__(self, compact: bool, first: int) -> None:
         self.compact = compact
-        self.first = first
+        #: The index of the next group in the match.
+        self.next = first
         self.pattern = ""
-        #: What each group of the pattern holds.
-        self.columns: List[Column] = []
         self.names: Dict[str, Any] = {"moment": moment}
         #: Makes the record from the groups of a match; raises ValueError if one is not a number after all.
         self.build: Callable[[Sequence[str]], Any] = len
@@ -447,7 +435,7 @@ class FastReader:
     @classmethod
     def make(cls, codec: RecordCodec, compact: bool, first: int) -> Optional[FastReader]:
         reader = cls(compact, first)
-        made = reader.record(codec, "\t", "")
+        made = reader.record(codec, "\t")
         if made is None:
             return None
         reader.pattern, expression = made
@@ -455,20 +443,20 @@ class FastReader:
         reader.build = eval(f"lambda g: {expression}", reader.names)  # noqa: S307
         return reader
 
-    def group(self, path: str, kind: str) -> int:
-        self.columns.append(Column(path, kind))
-        return self.first + len(self.columns) - 1
+    def from_group(self, codec: Codec) -> str:
+        self.next += 1
+        return codec.expression.format(self.next - 1)
 
     def name(self, cls: Any) -> str:
         name = f"C{len(self.names)}"
         self.names[name] = cls
         return name
 
-    def record(self, codec: RecordCodec, tabs: str, path: str) -> Optional[Tuple[str, str]]:
+    def record(self, codec: RecordCodec, tabs: str) -> Optional[Tuple[str, str]]:
         inner = tabs + "\t"
         members, arguments = [], []
         for field in codec.fields:
-            made = self.value(field.codec, inner, path + field.key)
+            made = self.value(field.codec, inner)
             if made is None:
                 return None
             key = re.escape(field.printed_key[:-1] if self.compact else inner + field.printed_key)
@@ -477,22 +465,21 @@ class FastReader:
         body = ",".join(members) if self.compact else "\n" + ",\n".join(members) + ("\n" if members else "") + tabs
         return rf"\{{{body}\}}", f"{self.name(codec.cls)}({', '.join(arguments)})"
 
-    def value(self, codec: Codec, tabs: str, path: str) -> Optional[Tuple[str, str]]:
+    def value(self, codec: Codec, tabs: str) -> Optional[Tuple[str, str]]:
         if isinstance(codec, RecordCodec):
-            return self.record(codec, tabs, path + ".")
+            return self.record(codec, tabs)
         if isinstance(codec, ArrayCodec) and codec.size is not None and not codec.of_records:
-            made = [self.value(codec.element, tabs, f"{path}[{index}]") for index in range(codec.size)]
+            made = [self.value(codec.element, tabs) for _ in range(codec.size)]
             parts = [part for part in made if part is not None]
             if len(parts) != codec.size:
                 return None
             separator = "," if self.compact else ", "
             return rf"\[{separator.join(p for p, _ in parts)}\]", f"[{', '.join(e for _, e in parts)}]"
         if isinstance(codec, EnumCodec) and isinstance(codec.inner, IntCodec):
-            value = codec.inner.expression.format(self.group(path, "int"))
-            return str(codec.inner.pattern), f"{self.name(codec.cls)}({value})"
+            return str(codec.inner.pattern), f"{self.name(codec.cls)}({self.from_group(codec.inner)})"
         if codec.pattern is None:
             return None
-        return codec.pattern, codec.expression.format(self.group(path, codec.column_kind))
+        return codec.pattern, self.from_group(codec)
 
 
 _INT, _WIDE_INT, _FLOAT, _BOOL, _TEXT, _TIME = \

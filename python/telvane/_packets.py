@@ -90,7 +90,11 @@ class NoPayload(ValueError):
 
 
 def payload_and_sequence(data: bytes) -> Tuple[Any, int]:
-    members = members_of(parse(data))
+    """Raises NoPayload, or RecordError for anything that is not JSON."""
+    try:
+        members = members_of(parse(data))
+    except ValueError as error:
+        raise RecordError(str(error)) from None
     if "payload" not in members:
         raise NoPayload("a message without payload")
     sequence = members.get("sequence")
@@ -118,12 +122,7 @@ Decoder = Callable[[bytes], Decoded]
 
 
 def _decode_plain(data: bytes) -> Decoded:
-    try:
-        payload, sequence = payload_and_sequence(data)
-    except NoPayload:
-        raise
-    except ValueError as error:
-        raise RecordError(str(error)) from None
+    payload, sequence = payload_and_sequence(data)
     return Decoded(plain(payload), sequence)
 
 
@@ -139,12 +138,7 @@ def decoder_of(cls: Optional[Type[Record]]) -> Decoder:
     from_item = cls.from_item
 
     def decode_any(data: bytes) -> Decoded:
-        try:
-            payload, sequence = payload_and_sequence(data)
-        except NoPayload:
-            raise
-        except ValueError as error:
-            raise RecordError(str(error)) from None
+        payload, sequence = payload_and_sequence(data)
         return Decoded(from_item(payload), sequence)
 
     if fast is None:

@@ -419,17 +419,16 @@ class Columns:
 
     def add(self, path: str, first: int, lines: bytes) -> None:
         """Reads the records of the class from some lines."""
-        if self._find is None:
-            for number, data in enumerate(lines.split(b"\n"), first):
-                self._add_line(path, number, data)
-            return
-        try:
-            self._add_matches(path, first, lines, self._find(decode_text(lines)))
-        except ValueError:  # what looked like a number is none
-            for number, data in enumerate(lines.split(b"\n"), first):
-                self._add_line(path, number, data)
+        if self._find is not None:
+            try:
+                self._add_matches(path, first, self._find(decode_text(lines)))
+                return
+            except ValueError:  # what looked like a number is none
+                pass
+        for number, data in enumerate(lines.split(b"\n"), first):
+            self._add_line(path, number, data)
 
-    def _add_matches(self, path: str, first: int, lines: bytes, rows: List[Tuple[str, ...]]) -> None:
+    def _add_matches(self, path: str, first: int, rows: List[Tuple[str, ...]]) -> None:
         others = [(number, row[-1]) for number, row in enumerate(rows, first) if not row[0]]
         # The order of arrival is kept: matches up to the next line in another form, then that line.
         converted, slow, begin = [], [], 0

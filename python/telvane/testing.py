@@ -68,7 +68,6 @@ class _Process:
     """A process that ends when this one does, and whose output is kept in a file."""
 
     def __init__(self, arguments: Sequence[str], output: str, directory: str) -> None:
-        self.output_path = output
         with open(output, "ab") as log:
             self.process = subprocess.Popen(arguments, stdin=subprocess.DEVNULL, stdout=log, stderr=log,
                                             start_new_session=True)
