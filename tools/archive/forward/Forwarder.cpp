@@ -229,15 +229,9 @@ Status Forwarder::sendEnvelopes(std::int64_t id, std::int64_t remote)
 {
     std::vector<Row> rows;
     Status status = m_spool->run("SELECT parts, data FROM envelope WHERE weld_id = $1", {id}, &rows);
-    for (const Row& row : rows) {
-        status =
-            status
-                ? m_remote->run("INSERT INTO envelope (weld_id, parts, data) VALUES ($1, $2, $3) ON CONFLICT "
-                                "(weld_id, parts) DO NOTHING",
-                                {remote, row[0], row[1]})
-                : status;
-    }
-    return status;
+    const Sql insert = "INSERT INTO envelope (weld_id, parts, data) VALUES ($1, $2, $3) ON CONFLICT "
+                       "(weld_id, parts) DO NOTHING";
+    return status ? insertRows(insert, remote, rows) : status;
 }
 
 Status Forwarder::sendEvents(std::int64_t id, std::int64_t remote)
@@ -245,15 +239,9 @@ Status Forwarder::sendEvents(std::int64_t id, std::int64_t remote)
     std::vector<Row> rows;
     Status status = m_spool->run("SELECT uid, module, time_ns, channel, record FROM event WHERE weld_id = $1",
                                  {id}, &rows);
-    for (const Row& row : rows) {
-        status =
-            status
-                ? m_remote->run("INSERT INTO event (uid, weld_id, module, time_ns, channel, record) VALUES "
-                                "($1, $2, $3, $4, $5, $6) ON CONFLICT (uid) DO NOTHING",
-                                {row[0], remote, row[1], row[2], row[3], row[4]})
-                : status;
-    }
-    return status;
+    const Sql insert = "INSERT INTO event (weld_id, uid, module, time_ns, channel, record) VALUES "
+                       "($1, $2, $3, $4, $5, $6) ON CONFLICT (uid) DO NOTHING";
+    return status ? insertRows(insert, remote, rows) : status;
 }
 
 Status Forwarder::sendFindings(std::int64_t id, std::int64_t remote)
@@ -268,13 +256,20 @@ Status Forwarder::sendFindings(std::int64_t id, std::int64_t remote)
         status && !rows.empty()
             ? m_remote->run("DELETE FROM finding WHERE weld_id = $1 AND judged_ns = $2", {remote, rows[0][0]})
             : status;
+    const Sql insert =
+        "INSERT INTO finding (weld_id, judged_ns, level, metric, value, low, high, from_s, to_s, "
+        "reference) VALUES ($1, $2, $3, $4, $5, $6, $7, $8, $9, $10)";
+    return status ? insertRows(insert, remote, rows) : status;
+}
+
+/// Inserts rows of the spool, each after the id of its weld.
+Status Forwarder::insertRows(const Sql& statement, std::int64_t remote, const std::vector<Row>& rows)
+{
+    Status status;
     for (const Row& row : rows) {
-        status = status
-                     ? m_remote->run(
-                           "INSERT INTO finding (weld_id, judged_ns, level, metric, value, low, high, "
-                           "from_s, to_s, reference) VALUES ($1, $2, $3, $4, $5, $6, $7, $8, $9, $10)",
-                           {remote, row[0], row[1], row[2], row[3], row[4], row[5], row[6], row[7], row[8]})
-                     : status;
+        Row values = {remote};
+        values.insert(values.end(), row.begin(), row.end());
+        status = status ? m_remote->run(statement, values) : status;
     }
     return status;
 }

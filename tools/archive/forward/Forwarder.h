@@ -58,6 +58,7 @@ private:
     Status sendEnvelopes(std::int64_t id, std::int64_t remote);
     Status sendEvents(std::int64_t id, std::int64_t remote);
     Status sendFindings(std::int64_t id, std::int64_t remote);
+    Status insertRows(const Sql& statement, std::int64_t remote, const std::vector<Row>& rows);
     bool pause(TelvaneTool::Nanoseconds time);
     void report(const std::string& text);
 
