@@ -99,14 +99,6 @@ public:
     }
 
 private:
-    static JsonTree packagedDefault(const RecordClass& recordClass)
-    {
-        cJSON* tree = nullptr;
-        const std::unique_ptr<Telvane::TelvaneDataTypeBase> record(recordClass.build());
-        record->Package(&tree);
-        return JsonTree(tree);
-    }
-
     JsonTree nestedReference(const RecordField& field)
     {
         return reference(field.nested->table().className());
@@ -160,6 +152,14 @@ JsonTree head(const char* title)
 }
 
 } // namespace
+
+JsonTree packagedDefault(const RecordClass& recordClass)
+{
+    cJSON* tree = nullptr;
+    const std::unique_ptr<Telvane::TelvaneDataTypeBase> record(recordClass.build());
+    record->Package(&tree);
+    return JsonTree(tree);
+}
 
 JsonTree recordSchema(const RecordClass& recordClass)
 {

@@ -7,6 +7,9 @@
 namespace TelvaneTool
 {
 
+/// \return a default record of the class as JSON
+JsonTree packagedDefault(const Telvane::RecordClass& recordClass);
+
 /// \return the JSON Schema (draft 2020-12) of one class, with the nested classes under "$defs"
 JsonTree recordSchema(const Telvane::RecordClass& recordClass);
 

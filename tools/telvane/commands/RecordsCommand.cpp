@@ -23,7 +23,6 @@ using Telvane::RecordCatalogue;
 using Telvane::RecordClass;
 using Telvane::RecordField;
 using Telvane::RecordTable;
-using Telvane::TelvaneDataTypeBase;
 
 struct Options
 {
@@ -32,10 +31,10 @@ struct Options
     bool json = false;
 };
 
-std::string kindOfField(const RecordField& field)
+/// \return "integer", "array of records", ...: the kind for programs
+const char* nameOfKind(FieldKind kind)
 {
-    const std::string limit = std::to_string(field.limit);
-    switch (field.kind) {
+    switch (kind) {
     case FieldKind::Integer:
         return "integer";
     case FieldKind::Number:
@@ -45,19 +44,33 @@ std::string kindOfField(const RecordField& field)
     case FieldKind::Text:
         return "string";
     case FieldKind::Record:
-        return field.nested->table().className();
+        return "record";
     case FieldKind::FlagArray:
-        return "array of " + limit + " booleans";
+        return "array of booleans";
     case FieldKind::IntegerArray:
-        return "array of " + limit + " integers";
+        return "array of integers";
     case FieldKind::RecordArray:
-        return "array of " + limit + " " + field.nested->table().className();
+        return "array of records";
     case FieldKind::RecordVector:
-        return "up to " + limit + " " + field.nested->table().className();
+        return "list of records";
     case FieldKind::Value:
         break; // in applications' own records only
     }
     return "unknown";
+}
+
+std::string kindOfField(const RecordField& field)
+{
+    const char* const nested = field.nested != nullptr ? field.nested->table().className() : nullptr;
+    if (field.kind == FieldKind::Record) {
+        return nested;
+    }
+    if (field.limit == 0) {
+        return nameOfKind(field.kind);
+    }
+    const char* const simple = field.kind == FieldKind::FlagArray ? "booleans" : "integers";
+    return (field.kind == FieldKind::RecordVector ? "up to " : "array of ") + std::to_string(field.limit) +
+           " " + (nested != nullptr ? nested : simple);
 }
 
 /// Remarks on the kinds of a class's fields.
@@ -111,11 +124,7 @@ std::string describeCatalogue()
 
 std::string describeClass(const RecordClass& recordClass)
 {
-    const std::unique_ptr<TelvaneDataTypeBase> record(recordClass.build());
-    cJSON* packaged = nullptr;
-    record->Package(&packaged);
-    const JsonTree defaults(packaged);
-
+    const JsonTree defaults = packagedDefault(recordClass);
     std::string text = std::string(recordClass.name) + " (derives from " + recordClass.base + ")\n\n";
     Table table({{"key"}, {"kind"}, {"default"}});
     for (const RecordField& field : recordClass.table().fields()) {
@@ -131,34 +140,6 @@ std::string describeClass(const RecordClass& recordClass)
     }
     text += "\nA default record:\n" + printJson(defaults.get(), true) + "\n";
     return text;
-}
-
-/// \return "integer", "array of records", ...: the kind for programs
-const char* nameOfKind(FieldKind kind)
-{
-    switch (kind) {
-    case FieldKind::Integer:
-        return "integer";
-    case FieldKind::Number:
-        return "number";
-    case FieldKind::Flag:
-        return "boolean";
-    case FieldKind::Text:
-        return "string";
-    case FieldKind::Record:
-        return "record";
-    case FieldKind::FlagArray:
-        return "array of booleans";
-    case FieldKind::IntegerArray:
-        return "array of integers";
-    case FieldKind::RecordArray:
-        return "array of records";
-    case FieldKind::RecordVector:
-        return "list of records";
-    case FieldKind::Value:
-        break;
-    }
-    return "unknown";
 }
 
 JsonTree asJson(const RecordClass& recordClass)
@@ -179,10 +160,7 @@ JsonTree asJson(const RecordClass& recordClass)
             cJSON_AddNumberToObject(entry, "limit", static_cast<double>(field.limit));
         }
     }
-    std::unique_ptr<TelvaneDataTypeBase> record(recordClass.build());
-    cJSON* packaged = nullptr;
-    record->Package(&packaged);
-    cJSON_AddItemToObject(object.get(), "default", packaged);
+    cJSON_AddItemToObject(object.get(), "default", packagedDefault(recordClass).release());
     return object;
 }
 
