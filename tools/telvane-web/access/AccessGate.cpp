@@ -157,18 +157,11 @@ std::optional<HttpReply> AccessGate::checkPassword(const HttpRequest& request)
         return refuse(kUnauthorized, "the password is wrong", request);
     }
     std::unique_ptr<HttpLater> job = m_worker.run([password = *password, hash = m_settings.hash] {
+        const PasswordCheck check = verifyPassword(password, hash);
         HttpReply result;
-        switch (verifyPassword(password, hash)) {
-        case PasswordCheck::Right:
-            result.status = kOk;
-            break;
-        case PasswordCheck::Wrong:
-            result.status = kUnauthorized;
-            break;
-        case PasswordCheck::Unknown:
-            result.status = kUnavailable;
-            break;
-        }
+        result.status = check == PasswordCheck::Right   ? kOk
+                        : check == PasswordCheck::Wrong ? kUnauthorized
+                                                        : kUnavailable;
         return result;
     });
     if (job == nullptr) {

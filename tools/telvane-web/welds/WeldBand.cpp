@@ -2,13 +2,13 @@
 // fewer than half of them are left.
 
 #include "common/support/Clock.h"
+#include "common/support/HumanReadable.h"
 #include "common/support/Saturating.h"
 #include "telvane-web/http/Query.h"
 #include "telvane-web/welds/WeldCurve.h"
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 
 namespace TelvaneTool
 {
@@ -109,12 +109,6 @@ Status readFormer(ArchiveReader& reader, const BandQuery& query, std::vector<Env
     return status;
 }
 
-void append(std::string& text, double value)
-{
-    char number[40];
-    text.append(number, static_cast<std::size_t>(std::snprintf(number, sizeof number, ",%.7g", value)));
-}
-
 } // namespace
 
 HttpReply bandOf(WeldArchive& archive, const BandQuery& query)
@@ -140,11 +134,8 @@ HttpReply bandOf(WeldArchive& archive, const BandQuery& query)
     for (const Envelope& envelope : envelopes) {
         add(envelope, longest / static_cast<double>(kSlots), slots);
     }
-    std::string text = "{\"welds\":" + std::to_string(envelopes.size()) + ",\"width\":";
-    char width[40];
-    text.append(width, static_cast<std::size_t>(std::snprintf(width, sizeof width, "%.9g",
-                                                              longest / static_cast<double>(kSlots))));
-    text += ",\"columns\":[";
+    std::string text = "{\"welds\":" + std::to_string(envelopes.size()) +
+                       formatted(",\"width\":%.9g,\"columns\":[", longest / static_cast<double>(kSlots));
     for (const Slot& slot : slots) {
         if (2 * slot.welds < envelopes.size()) {
             break;
@@ -152,8 +143,7 @@ HttpReply bandOf(WeldArchive& archive, const BandQuery& query)
         text += text.back() == '[' ? "[" : ",[";
         text += std::to_string(slot.welds);
         for (std::size_t channel = 0; channel < kChannels; ++channel) {
-            append(text, slot.low[channel]);
-            append(text, slot.high[channel]);
+            text += formatted(",%.7g,%.7g", slot.low[channel], slot.high[channel]);
         }
         text += ']';
     }

@@ -324,10 +324,7 @@ void addBenchCommand(CommandLine& line)
     auto options = std::make_shared<Options>();
     BenchSettings& bench = options->bench;
     Command command(line, "bench", "Measure throughput, latency and losses between processes");
-    command.option("PATH", options->bus.path, "Socket of the server");
-    command.option("--wait", options->bus.wait, "Wait up to SECONDS for the server to start")
-        .within(0.0, 1e6)
-        .typeName("SECONDS");
+    addBusOptions(command, options->bus, false);
     command.flag("--self", options->self, "Start a server for the measurement instead of using PATH");
     command.option("--size", bench.size, "Size of a payload, in bytes")
         .within(kMinBenchSize, kMaxBenchSize)
