@@ -278,7 +278,7 @@ TEST(JudgeRules, StoreTheVerdictWithTheRow)
     keepWeldAt(*store, makeWeld("one"), 180.0);
     const Weld weld = listWelds(*reader)[0];
     EXPECT_EQ(weld.text(Column::Verdict), "not_ok");
-    std::vector<ArchiveReader::Finding> findings;
+    std::vector<Finding> findings;
     ASSERT_TRUE(reader->findings(weld.id, findings));
     ASSERT_EQ(findings.size(), 1U);
     EXPECT_NEAR(findings[0].value, 183.0, 0.01);

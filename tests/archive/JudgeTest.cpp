@@ -189,7 +189,7 @@ TEST(Judge, StoresItsVerdictInPlaceOfTheLast)
         store->storeVerdict(id, "warning", {{"warning", "mean_gas", 1, 2, 3, 4, 5, "absolute"}}, kStart));
     const auto reader = openReader(path);
     EXPECT_EQ(listWelds(*reader)[0].text(Column::Verdict), "warning");
-    std::vector<ArchiveReader::Finding> findings;
+    std::vector<Finding> findings;
     ASSERT_TRUE(reader->findings(id, findings));
     ASSERT_EQ(findings.size(), 1U);
     EXPECT_EQ(findings[0].metric, "mean_gas");

@@ -62,7 +62,7 @@ TEST(OverlayPlot, DrawsEachMeasuredQuantityOnce)
 TEST(OverlayPlot, MarksWhereTheJudgeFoundSomething)
 {
     OverlaidWeld weld = weldAt(16, 180.0, "x'; system('id'); '");
-    ArchiveReader::Finding& finding = weld.findings.emplace_back();
+    Finding& finding = weld.findings.emplace_back();
     finding.metric = "course of volts";
     finding.fromSeconds = 2.0;
     finding.toSeconds = 3.5;

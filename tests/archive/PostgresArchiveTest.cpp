@@ -283,7 +283,7 @@ TEST_F(Postgres, GetsTheVerdictWithItsFindingsOnce)
     const std::vector<Weld> welds = listWelds(*reader);
     ASSERT_EQ(welds.size(), 1U);
     EXPECT_EQ(welds[0].text(Column::Verdict), "not_ok");
-    std::vector<ArchiveReader::Finding> findings;
+    std::vector<Finding> findings;
     ASSERT_TRUE(reader->findings(welds[0].id, findings));
     ASSERT_EQ(findings.size(), 2U);
     EXPECT_EQ(findings[0].metric, "mean_amps");

@@ -61,7 +61,7 @@ std::string faultOf(ArchiveReader& reader, const Weld& weld, const Confirmed& le
     if (!deletes && most.samples != 0 && weld.whole(Column::Samples) != count) {
         return "its row has another number of samples";
     }
-    std::vector<ArchiveReader::Finding> findings;
+    std::vector<Finding> findings;
     if (!reader.findings(weld.id, findings) || findings.size() != 1 ||
         weld.text(Column::Verdict) != "warning") {
         return "no verdict";

@@ -59,7 +59,7 @@ bool findWelds(ArchiveReader& reader, const char* option, const std::string& whe
 std::string printVerdict(std::int64_t id, const Judge::Verdict& verdict)
 {
     std::string text = "weld " + std::to_string(id) + ": " + verdict.level + "\n";
-    for (const ArchiveReader::Finding& finding : verdict.findings) {
+    for (const Finding& finding : verdict.findings) {
         text += TelvaneTool::formatted("  %s: %s is %.6g, limits %.6g to %.6g", finding.level.c_str(),
                                        finding.metric.c_str(), finding.value, finding.low, finding.high);
         if (finding.toSeconds > 0.0) {
@@ -72,7 +72,7 @@ std::string printVerdict(std::int64_t id, const Judge::Verdict& verdict)
 
 Status storeVerdict(ArchiveStore& store, std::int64_t id, const Judge::Verdict& verdict)
 {
-    return store.storeVerdict(id, verdict.level, findingsOf(verdict), TelvaneTool::realTimeNow());
+    return store.storeVerdict(id, verdict.level, verdict.findings, TelvaneTool::realTimeNow());
 }
 
 int exitCodeOf(const Judge::Verdict& verdict)
@@ -80,7 +80,6 @@ int exitCodeOf(const Judge::Verdict& verdict)
     return verdict.level == "not_ok" ? kNotOk : verdict.level == "warning" ? kWarning : 0;
 }
 
-/// Judges welds by the rules of a file.
 /// Storing a verdict deletes the block of its weld. Without blocks, a trend reads the rows.
 void makeBlocks(ArchiveStore* store)
 {
@@ -89,6 +88,7 @@ void makeBlocks(ArchiveStore* store)
     }
 }
 
+/// Judges welds by the rules of a file.
 int judgeByRules(const Options& options, ArchiveReader& reader, ArchiveStore* store)
 {
     std::vector<JudgeRule> rules;

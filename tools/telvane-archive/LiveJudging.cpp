@@ -30,7 +30,7 @@ WeldVerdict recordOf(const Weld& weld, const Judge::Verdict& verdict, const std:
     record.partNumber = weld.text(Column::PartNumber);
     record.verdict = verdict.level;
     record.rule = rule;
-    for (const ArchiveReader::Finding& finding : verdict.findings) {
+    for (const Finding& finding : verdict.findings) {
         VerdictReason& reason = record.reasons.emplace_back();
         reason.level = finding.level;
         reason.metric = finding.metric;
@@ -45,16 +45,6 @@ WeldVerdict recordOf(const Weld& weld, const Judge::Verdict& verdict, const std:
 }
 
 } // namespace
-
-std::vector<ArchiveStore::Finding> findingsOf(const Judge::Verdict& verdict)
-{
-    std::vector<ArchiveStore::Finding> findings;
-    for (const ArchiveReader::Finding& finding : verdict.findings) {
-        findings.push_back({finding.level, finding.metric, finding.value, finding.low, finding.high,
-                            finding.fromSeconds, finding.toSeconds, finding.reference});
-    }
-    return findings;
-}
 
 int readRulesFile(const std::string& path, std::vector<JudgeRule>& rules)
 {
@@ -122,7 +112,7 @@ void LiveJudging::judge(Weld& weld, ArchiveStore::Judgement& judgement)
         return;
     }
     weld[Column::Verdict] = verdict.level;
-    judgement.findings = findingsOf(verdict);
+    judgement.findings = verdict.findings;
     if (!m_channel.empty()) {
         recordOf(weld, verdict, rule).ToJson(judgement.record);
         m_due = 0;

@@ -58,7 +58,4 @@ int readRulesFile(const std::string& path, std::vector<JudgeRule>& rules);
 void addRulesOption(TelvaneTool::Command& command, LiveJudging::Options& options);
 void addLiveJudgingOptions(TelvaneTool::Command& command, LiveJudging::Options& options);
 
-/// \return the findings as the archive stores them
-std::vector<ArchiveStore::Finding> findingsOf(const Judge::Verdict& verdict);
-
 } // namespace TelvaneArchive

@@ -82,7 +82,7 @@ std::string printFindings(const std::vector<OverlaidWeld>& welds, std::size_t ch
     std::string text;
     int number = 0;
     for (const OverlaidWeld& weld : welds) {
-        for (const ArchiveReader::Finding& finding : weld.findings) {
+        for (const Finding& finding : weld.findings) {
             if (finding.toSeconds > 0.0 &&
                 finding.metric == std::string("course of ") + kChannelNames[channel]) {
                 text += TelvaneTool::formatted(

@@ -15,7 +15,7 @@ struct OverlaidWeld
     std::int64_t id = 0;
     std::string verdict;
     Envelope envelope;
-    std::vector<ArchiveReader::Finding> findings;
+    std::vector<Finding> findings;
 };
 
 /// The range of welds that are like the ones drawn.

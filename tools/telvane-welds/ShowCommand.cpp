@@ -46,7 +46,7 @@ int show(const Options& options)
         return TelvaneTool::kWrongInput;
     }
     std::vector<ArchiveReader::Event> events;
-    std::vector<ArchiveReader::Finding> findings;
+    std::vector<Finding> findings;
     Status status = reader->events(options.id, events);
     status = status ? reader->findings(options.id, findings) : status;
     if (!status) {
@@ -59,7 +59,7 @@ int show(const Options& options)
     for (const ArchiveReader::Event& event : events) {
         text += "  at " + printLocal(event.time) + " " + event.channel + ": " + event.record + "\n";
     }
-    for (const ArchiveReader::Finding& finding : findings) {
+    for (const Finding& finding : findings) {
         text += TelvaneTool::formatted("  %s: %s is %.6g, limits %.6g to %.6g", finding.level.c_str(),
                                        finding.metric.c_str(), finding.value, finding.low, finding.high);
         text += finding.toSeconds > 0.0

@@ -74,7 +74,7 @@ void Judge::find(Verdict& verdict, const char* level, const std::string& metric,
     if (verdict.level != "not_ok") {
         verdict.level = level;
     }
-    ArchiveReader::Finding& finding = verdict.findings.emplace_back();
+    Finding& finding = verdict.findings.emplace_back();
     finding.level = level;
     finding.metric = metric;
     finding.value = value;

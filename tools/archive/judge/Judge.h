@@ -54,7 +54,7 @@ public:
     struct Verdict
     {
         std::string level; ///< "ok", "warning" or "not_ok"
-        std::vector<ArchiveReader::Finding> findings;
+        std::vector<Finding> findings;
     };
 
     explicit Judge(const JudgeSettings& settings = {}) : m_settings(settings) {}

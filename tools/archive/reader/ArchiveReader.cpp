@@ -162,13 +162,13 @@ Status ArchiveReader::findings(std::int64_t id, std::vector<Finding>& findings)
 {
     std::vector<Row> rows;
     Status status =
-        m_database->run("SELECT judged_ns, level, metric, value, low, high, from_s, to_s, reference "
+        m_database->run("SELECT level, metric, value, low, high, from_s, to_s, reference, judged_ns "
                         "FROM finding WHERE weld_id = $1 ORDER BY id LIMIT 1000",
                         {id}, &rows);
     for (const Row& row : rows) {
-        findings.push_back({wholeOf(row[0]), textOf(row[1]), textOf(row[2]), numberOf(row[3]),
-                            numberOf(row[4]), numberOf(row[5]), numberOf(row[6]), numberOf(row[7]),
-                            textOf(row[8])});
+        findings.push_back({textOf(row[0]), textOf(row[1]), numberOf(row[2]), numberOf(row[3]),
+                            numberOf(row[4]), numberOf(row[5]), numberOf(row[6]), textOf(row[7]),
+                            wholeOf(row[8])});
     }
     return status;
 }

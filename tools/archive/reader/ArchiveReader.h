@@ -80,20 +80,6 @@ public:
         std::string record; ///< JSON text
     };
 
-    /// What the judge found in a weld.
-    struct Finding
-    {
-        std::int64_t judged = 0; ///< ns since the Unix epoch
-        std::string level;       ///< "ok", "warning" or "not_ok"
-        std::string metric;      ///< name of a column, or "course of amps" and the like
-        double value = 0.0;
-        double low = 0.0; ///< limits
-        double high = 0.0;
-        double fromSeconds = 0.0; ///< where in the weld; both 0 for the whole weld
-        double toSeconds = 0.0;
-        std::string reference; ///< what the limits came from
-    };
-
     /// A metric over the welds of one day or one part.
     struct TrendPoint
     {

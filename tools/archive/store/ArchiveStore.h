@@ -57,18 +57,6 @@ public:
         std::uint64_t removedBytes = 0; ///< torn ends of sample files
     };
 
-    /// What the judge found; see ArchiveReader::Finding.
-    struct Finding
-    {
-        std::string level;
-        std::string metric;
-        double value = 0.0;
-        double low = 0.0;
-        double high = 0.0;
-        double fromSeconds = 0.0;
-        double toSeconds = 0.0;
-        std::string reference;
-    };
     /// What comes of judging, beside the verdict.
     struct Judgement
     {

@@ -11,6 +11,7 @@ using TelvaneArchive::ArchiveReader;
 using TelvaneArchive::Column;
 using TelvaneArchive::ColumnType;
 using TelvaneArchive::ColumnUse;
+using TelvaneArchive::Finding;
 using TelvaneArchive::Weld;
 
 namespace
@@ -63,11 +64,11 @@ void addColumns(cJSON* root, const Weld& weld)
     }
 }
 
-void addFindings(cJSON* root, const std::vector<ArchiveReader::Finding>& findings)
+void addFindings(cJSON* root, const std::vector<Finding>& findings)
 {
     cJSON* const list = cJSON_AddArrayToObject(root, "findings");
     for (std::size_t i = 0; i < std::min(findings.size(), kMaxRows); ++i) {
-        const ArchiveReader::Finding& finding = findings[i];
+        const Finding& finding = findings[i];
         cJSON* const item = cJSON_CreateObject();
         addText(item, "level", finding.level);
         addText(item, "metric", finding.metric);
@@ -103,7 +104,7 @@ HttpReply describeWeld(WeldArchive& archive, std::int64_t id)
         return failure;
     }
     std::optional<Weld> weld;
-    std::vector<ArchiveReader::Finding> findings;
+    std::vector<Finding> findings;
     std::vector<ArchiveReader::Event> events;
     TelvaneArchive::Status status = reader->weld(id, weld);
     if (status && weld) {
