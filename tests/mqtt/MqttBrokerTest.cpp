@@ -7,6 +7,7 @@
 #include <arpa/inet.h>
 #include <atomic>
 #include <csignal>
+#include <cstdlib>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
@@ -100,11 +101,12 @@ private:
         std::ofstream(path) << "user root\nlistener " << m_port << " 127.0.0.1\nallow_anonymous true\n"
                             << "max_queued_messages 100000\nmessage_size_limit " << kMessageLimit
                             << "\nlog_dest file " << log << "\n";
-        std::string program = "mosquitto";
+        const char* const other = std::getenv("TELVANE_MOSQUITTO");
+        std::string program = other != nullptr ? other : "/usr/sbin/mosquitto";
         std::string option = "-c";
         std::string argument = path;
         char* const arguments[] = {program.data(), option.data(), argument.data(), nullptr};
-        if (posix_spawn(&m_process, "/usr/sbin/mosquitto", nullptr, nullptr, arguments, environ) != 0) {
+        if (posix_spawnp(&m_process, program.c_str(), nullptr, nullptr, arguments, environ) != 0) {
             m_process = -1;
             return false;
         }
@@ -113,7 +115,7 @@ private:
             ended = waitpid(m_process, nullptr, WNOHANG) != 0;
             std::stringstream text;
             text << std::ifstream(log).rdbuf();
-            return ended || text.str().find(" running") != std::string::npos;
+            return ended || text.str().find(" running\n") != std::string::npos;
         });
         if (ended) {
             m_process = -1;

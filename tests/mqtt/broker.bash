@@ -24,6 +24,7 @@ while True:
 }
 
 # start_broker [line of its configuration...]: the port is in $port, and stays the same for a second call.
+# TELVANE_MOSQUITTO is the broker's program. It must keep its process ID, as a script does that replaces itself by it.
 start_broker() {
     local line
     port=${port:-$(free_port)}
@@ -32,9 +33,9 @@ start_broker() {
         case $line in allow_anonymous* | password_file*) line=given && break ;; esac
     done
     [ "${line:-}" = given ] || echo "allow_anonymous true" >>broker.conf
-    start broker mosquitto -c broker.conf
+    start broker "${TELVANE_MOSQUITTO:-mosquitto}" -c broker.conf
     broker=$started
-    await broker.err "running"
+    await broker.err " running$"
 }
 
 stop_broker() {
