@@ -258,6 +258,37 @@ TEST_F(MqttSpool, DoesNotTakeARefusedRecordForTheRetainedOne)
     EXPECT_EQ(retains, (std::vector<std::pair<std::uint64_t, bool>>{{1, true}, {2, true}}));
 }
 
+TEST_F(MqttSpool, DoesNotRetainWhatIsOlderThanARecordThatWasRetainedAfterItWasSent)
+{
+    const auto retained = [](const char* text) {
+        OutgoingMessage result = message(text);
+        result.retain = true;
+        return result;
+    };
+    for (const bool isCommitted : {false, true}) {
+        start(1000);
+        push(retained("1"));
+        queue->commit(0);
+        queue->makeBacklog(); // the broker is connected
+        push(retained("2"));
+        queue->commit(0);
+        bool fromBacklog = true;
+        auto later = queue->take(0, true, fromBacklog);
+        ASSERT_TRUE(later && later->number == 2);
+        later->retain = false; // because of a newer one, which is refused
+        queue->countSent(*later, 1, 0);
+        if (isCommitted) {
+            queue->commit(0);
+        }
+        queue->noteRetained(*later);
+        queue->commit(0);
+        start(2000);
+        const auto sent = sendAll();
+        ASSERT_EQ(numbersOf(sent), std::vector<std::uint64_t>{1});
+        EXPECT_FALSE(sent[0].retain);
+    }
+}
+
 TEST_F(MqttSpool, GivesNoIdentifierTwice)
 {
     limits.age = kHour;

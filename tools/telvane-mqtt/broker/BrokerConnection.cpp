@@ -82,7 +82,12 @@ void BrokerConnection::finish()
     for (auto& [id, inFlight] : m_inFlight) {
         if (inFlight.fromQueue) {
             messages.push_back(std::move(inFlight.message));
+        } else if (inFlight.retained) {
+            m_link.retained.notePassed(std::move(inFlight.message));
         }
+    }
+    for (OutgoingMessage& message : m_replacements) {
+        m_link.retained.notePassed(std::move(message));
     }
     std::sort(messages.begin(), messages.end(), [](const OutgoingMessage& one, const OutgoingMessage& other) {
         return one.queued < other.queued;
@@ -119,6 +124,9 @@ void BrokerConnection::connected(const BrokerLimits& limits)
         }
         m_link.schemasKnown = true;
     }
+    for (OutgoingMessage& message : m_link.retained.takeNewest()) {
+        m_replacements.push_back(std::move(message));
+    }
     printStatus("connected to " + m_link.settings.broker.host + " with MQTT " + (m_version5 ? "5" : "3.1.1"));
 }
 
@@ -129,23 +137,36 @@ void BrokerConnection::acknowledged(int id, int reason)
         return; // QoS 0
     }
     const auto node = m_inFlight.extract(found);
-    InFlight& inFlight = node.mapped();
-    const OutgoingMessage& message = inFlight.message;
+    const InFlight& inFlight = node.mapped();
+    OutgoingMessage& message = node.mapped().message;
+    const bool wasPassed = message.retain && !inFlight.retained && m_limits.retain;
+    message.retain = inFlight.retained;
+    if (inFlight.fromQueue && reason == 0) {
+        m_link.queue.countSent(message, inFlight.bytes, monotonicNow());
+    } else if (inFlight.fromQueue) {
+        m_link.queue.countDropped(message, DropReason::Refused);
+    } else if (inFlight.retained && reason == 0) {
+        m_link.queue.noteRetained(message);
+    }
     if (reason != 0) {
         reportRefusal(message.topic, reason);
-        if (auto replacement = m_link.retained.noteRefused(message.topic, message.queued)) {
-            m_replacements.push_back(std::move(*replacement));
-        }
+        m_link.retained.noteRefused(message.topic, message.queued);
+        replaceRefused(message.topic);
     } else if (inFlight.retained) {
         m_link.retained.noteAccepted(message.topic, message.queued);
+    } else if (wasPassed) {
+        const std::string topic = message.topic;
+        message.retain = true;
+        m_link.retained.notePassed(std::move(message));
+        replaceRefused(topic); // the answer to the newest may have come before
     }
-    if (inFlight.fromQueue) {
-        if (reason == 0) {
-            inFlight.message.retain = inFlight.retained;
-            m_link.queue.countSent(message, inFlight.bytes, monotonicNow());
-        } else {
-            m_link.queue.countDropped(message, DropReason::Refused);
-        }
+}
+
+/// If a message was refused that was to be retained, sends the newest of those once more that the broker has.
+void BrokerConnection::replaceRefused(const std::string& topic)
+{
+    if (auto replacement = m_link.retained.takeNewest(topic)) {
+        m_replacements.push_back(std::move(*replacement));
     }
 }
 
@@ -238,9 +259,9 @@ bool BrokerConnection::sendAll(Nanoseconds now)
             continue;
         }
         if (!m_replacements.empty()) {
-            RetainedTopics::Replacement replacement = std::move(m_replacements.front());
+            OutgoingMessage replacement = std::move(m_replacements.front());
             m_replacements.pop_front();
-            if (!sendReplacement(std::move(replacement), now)) {
+            if (!sendMessage(std::move(replacement), now, false)) {
                 return false;
             }
             continue;
@@ -257,7 +278,7 @@ bool BrokerConnection::sendAll(Nanoseconds now)
             m_client.beginBurst();
         }
         m_drainCredit -= fromBacklog && m_link.settings.drainRate != 0 ? 1.0 : 0.0;
-        if (!sendMessage(std::move(*message), now)) {
+        if (!sendMessage(std::move(*message), now, true)) {
             return false;
         }
     }
@@ -302,34 +323,16 @@ bool BrokerConnection::sendControl(Publication publication, Nanoseconds now)
     return id.has_value();
 }
 
-/// Sends a message once more that is to be retained in place of a refused one.
-bool BrokerConnection::sendReplacement(RetainedTopics::Replacement replacement, Nanoseconds now)
-{
-    Publication& publication = replacement.publication;
-    if (!m_link.retained.isNewest(publication.topic, replacement.queued)) {
-        return true; // a newer one was sent meanwhile
-    }
-    publication.retain = true;
-    m_link.retained.noteAsked(publication.topic, replacement.queued);
-    const auto id = m_client.publish(publication);
-    if (id) {
-        InFlight& inFlight = m_inFlight[*id];
-        inFlight.sent = now;
-        inFlight.message.topic = publication.topic;
-        inFlight.message.queued = replacement.queued;
-        inFlight.retained = true;
-    }
-    return id.has_value();
-}
-
-bool BrokerConnection::sendMessage(OutgoingMessage&& message, Nanoseconds now)
+/// \param fromQueue otherwise the broker has the message, and is to retain it
+bool BrokerConnection::sendMessage(OutgoingMessage&& message, Nanoseconds now, bool fromQueue)
 {
     Publication& publication = toPublication(message);
     if (isTooLarge(publication)) {
-        m_link.queue.countDropped(message, DropReason::TooLarge);
         // An earlier connection may have asked to retain it.
-        if (auto replacement = m_link.retained.noteRefused(message.topic, message.queued)) {
-            m_replacements.push_back(std::move(*replacement));
+        m_link.retained.noteRefused(message.topic, message.queued);
+        replaceRefused(message.topic);
+        if (fromQueue) {
+            m_link.queue.countDropped(message, DropReason::TooLarge);
         }
         int& reported = m_link.refusedTopics[message.topic];
         if (reported != -1) {
@@ -338,13 +341,13 @@ bool BrokerConnection::sendMessage(OutgoingMessage&& message, Nanoseconds now)
         reported = -1;
         return true;
     }
+    publication.retain = publication.retain && m_link.retained.isNewest(message.topic, message.queued);
+    if (!fromQueue && !publication.retain) {
+        m_link.retained.notePassed(std::move(message)); // a newer one was sent meanwhile
+        return true;
+    }
     if (publication.retain) {
-        publication.retain = m_link.retained.isNewest(message.topic, message.queued);
-        if (publication.retain) {
-            m_link.retained.noteAsked(message.topic, message.queued);
-        } else if (publication.qos == 1) {
-            m_link.retained.notePassed(publication, message.queued);
-        }
+        m_link.retained.noteAsked(message.topic, message.queued);
     }
     const std::size_t bytes = publication.topic.size() + publication.payload.size();
     const auto id = m_client.publish(publication);
@@ -352,7 +355,9 @@ bool BrokerConnection::sendMessage(OutgoingMessage&& message, Nanoseconds now)
         if (publication.retain) {
             m_link.retained.noteAccepted(message.topic, message.queued);
         }
-        m_link.queue.countSent(message, bytes, monotonicNow());
+        if (fromQueue) {
+            m_link.queue.countSent(message, bytes, monotonicNow());
+        }
         return id.has_value();
     }
     // If the connection has ended in this call, the message is given back with the others.
@@ -361,7 +366,7 @@ bool BrokerConnection::sendMessage(OutgoingMessage&& message, Nanoseconds now)
     inFlight.bytes = bytes;
     inFlight.retained = publication.retain;
     inFlight.sent = now;
-    inFlight.fromQueue = true;
+    inFlight.fromQueue = fromQueue;
     return id.has_value();
 }
 

@@ -77,8 +77,8 @@ private:
         OutgoingMessage message;
         std::size_t bytes = 0;
         Nanoseconds sent = 0;
-        bool fromQueue = false;
-        bool retained = false; ///< the broker was asked to retain it
+        bool fromQueue = false; ///< otherwise one of the link, or one that is sent once more to be retained
+        bool retained = false;  ///< the broker was asked to retain it
     };
 
     bool step();
@@ -90,14 +90,14 @@ private:
 
     int waitMilliseconds() const;
     bool isOverdue(Nanoseconds now);
+    void replaceRefused(const std::string& topic);
     void reportRefusal(const std::string& topic, int reason);
     bool send(Nanoseconds now);
     bool sendAll(Nanoseconds now);
     bool mayDrain(Nanoseconds now);
     bool isTooLarge(const Publication& publication) const;
     bool sendControl(Publication publication, Nanoseconds now);
-    bool sendReplacement(RetainedTopics::Replacement replacement, Nanoseconds now);
-    bool sendMessage(OutgoingMessage&& message, Nanoseconds now);
+    bool sendMessage(OutgoingMessage&& message, Nanoseconds now, bool fromQueue);
     Publication& toPublication(const OutgoingMessage& message);
     bool mayStop(Nanoseconds now);
 
@@ -115,7 +115,8 @@ private:
     std::deque<std::string> m_topicsToSubscribe;
     std::map<int, std::string> m_subscriptions;
     std::deque<Publication> m_control;
-    std::deque<RetainedTopics::Replacement> m_replacements;
+    std::deque<OutgoingMessage>
+        m_replacements;        ///< to be sent once more and retained, in place of refused ones
     Publication m_publication; ///< the last message, whose memory the next one uses
     std::map<int, InFlight> m_inFlight;
 };

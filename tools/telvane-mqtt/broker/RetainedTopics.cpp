@@ -1,5 +1,6 @@
 // A message counts as the newest as soon as it is sent, because an older one can follow before the broker answers. If the
-// broker refuses it, the newest of those that followed takes its place.
+// broker refuses it, the newest of those that the broker has takes its place. That can be several connections later, so
+// what was passed is kept until the broker retains it or a newer one.
 
 #include "telvane-mqtt/broker/RetainedTopics.h"
 
@@ -25,15 +26,6 @@ void RetainedTopics::noteAsked(const std::string& topic, std::int64_t queued)
     m_topics[topic].asked.insert(queued);
 }
 
-void RetainedTopics::notePassed(const Publication& publication, std::int64_t queued)
-{
-    Topic& known = m_topics[publication.topic];
-    const bool isOld = known.accepted && queued < *known.accepted;
-    if (!isOld && (!known.passed || queued > known.passed->queued)) {
-        known.passed = Replacement{publication, queued};
-    }
-}
-
 void RetainedTopics::noteAccepted(const std::string& topic, std::int64_t queued)
 {
     Topic& known = m_topics[topic];
@@ -47,32 +39,50 @@ void RetainedTopics::noteAccepted(const std::string& topic, std::int64_t queued)
     }
 }
 
-std::optional<RetainedTopics::Replacement> RetainedTopics::noteRefused(const std::string& topic,
-                                                                       std::int64_t queued)
+void RetainedTopics::noteRefused(const std::string& topic, std::int64_t queued)
 {
     const auto found = m_topics.find(topic);
-    if (found == m_topics.end()) {
-        return std::nullopt;
+    if (found != m_topics.end()) {
+        found->second.asked.erase(queued);
     }
-    Topic& known = found->second;
-    known.asked.erase(queued);
-    if (known.passed && known.passed->queued == queued) {
-        known.passed.reset(); // refused as well
+}
+
+void RetainedTopics::notePassed(OutgoingMessage message)
+{
+    Topic& known = m_topics[message.topic];
+    const bool isOld = known.accepted && message.queued <= *known.accepted;
+    if (!isOld && (!known.passed || message.queued > known.passed->queued)) {
+        known.passed = std::move(message);
     }
-    if (!known.passed || !isNewest(topic, known.passed->queued)) {
-        return std::nullopt;
-    }
-    return std::exchange(known.passed, std::nullopt);
 }
 
 void RetainedTopics::noteLost()
 {
     for (auto& [name, topic] : m_topics) {
-        topic.passed.reset();
         if (!topic.asked.empty()) {
             topic.asked.erase(topic.asked.begin(), std::prev(topic.asked.end()));
         }
     }
+}
+
+std::optional<OutgoingMessage> RetainedTopics::takeNewest(const std::string& topic)
+{
+    const auto found = m_topics.find(topic);
+    if (found == m_topics.end() || !found->second.passed || !isNewest(topic, found->second.passed->queued)) {
+        return std::nullopt;
+    }
+    return std::exchange(found->second.passed, std::nullopt);
+}
+
+std::vector<OutgoingMessage> RetainedTopics::takeNewest()
+{
+    std::vector<OutgoingMessage> messages;
+    for (const auto& [name, topic] : m_topics) {
+        if (auto message = takeNewest(name)) {
+            messages.push_back(std::move(*message));
+        }
+    }
+    return messages;
 }
 
 } // namespace TelvaneTool::Mqtt

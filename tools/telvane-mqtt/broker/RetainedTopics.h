@@ -1,12 +1,13 @@
 #pragma once
 
-#include "telvane-mqtt/broker/MqttClient.h"
+#include "telvane-mqtt/channels/Payload.h"
 
 #include <cstdint>
 #include <map>
 #include <optional>
 #include <set>
 #include <string>
+#include <vector>
 
 namespace TelvaneTool::Mqtt
 {
@@ -16,36 +17,33 @@ namespace TelvaneTool::Mqtt
 class RetainedTopics
 {
 public:
-    /// A message that was sent, but not to be retained.
-    struct Replacement
-    {
-        Publication publication;
-        std::int64_t queued = 0;
-    };
-
     /// \return whether the broker may be asked to retain a message: it has not been asked for a newer one
     bool isNewest(const std::string& topic, std::int64_t queued) const;
 
     /// Notes that the broker was asked to retain a message.
     void noteAsked(const std::string& topic, std::int64_t queued);
-    /// Notes a message that the broker was not asked to retain, because of a newer one without answer yet.
-    void notePassed(const Publication& publication, std::int64_t queued);
-    /// Notes that the broker has a message.
+    /// Notes that the broker has a message which it was to retain and does.
     void noteAccepted(const std::string& topic, std::int64_t queued);
-
     /// Notes that the broker has refused a message.
-    /// \return a message to send again, to be retained in place of the refused one; nothing if there is none
-    std::optional<Replacement> noteRefused(const std::string& topic, std::int64_t queued);
+    void noteRefused(const std::string& topic, std::int64_t queued);
+    /// Notes a message that is to be retained, that the broker has, and that it was not asked to retain, because of a newer
+    /// one. It is the newest after all if the newer ones are refused.
+    void notePassed(OutgoingMessage message);
 
     /// Notes that the connection has ended. Messages without answer are sent again, unless they are dropped.
     void noteLost();
 
+    /// \return the message that was passed, if it is the newest of its topic by now: to be sent once more and retained
+    std::optional<OutgoingMessage> takeNewest(const std::string& topic);
+    /// \return those of all topics
+    std::vector<OutgoingMessage> takeNewest();
+
 private:
     struct Topic
     {
-        std::optional<std::int64_t> accepted; ///< the newest that the broker has
-        std::set<std::int64_t> asked;         ///< newer ones without answer
-        std::optional<Replacement> passed;    ///< the newest that was sent while those had no answer
+        std::optional<std::int64_t> accepted;  ///< the newest that the broker retains
+        std::set<std::int64_t> asked;          ///< newer ones without answer
+        std::optional<OutgoingMessage> passed; ///< the newest that was passed
     };
 
     std::map<std::string, Topic> m_topics;

@@ -99,6 +99,8 @@ public:
 
     /// Counts a message that was sent, and how long that took.
     void countSent(const OutgoingMessage& message, std::size_t bytes, Nanoseconds now);
+    /// Notes that the broker retains a message that was counted as sent before.
+    void noteRetained(const OutgoingMessage& message);
     /// Counts a message that was dropped, and what it would have reported.
     void countDropped(const OutgoingMessage& message, DropReason reason);
     /// Counts what never reached the queue.
@@ -159,7 +161,7 @@ private:
     std::set<std::int64_t>
         m_held; ///< stored messages that wait on disk and are known here: read, sent or done
     std::map<std::int64_t, std::string>
-        m_done; ///< those of m_held that the next commit marks as done, with the topic that retains them
+        m_done; ///< what the next commit marks as done, with the topic that retains it; of m_held, or retained later
     std::set<std::int64_t> m_orphans; ///< messages in memory whose copy on disk had to go
     std::int64_t m_readUpTo = 0;      ///< the spool is read up to this identifier
     std::int64_t m_lastStored = 0;

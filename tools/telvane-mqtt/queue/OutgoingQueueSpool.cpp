@@ -66,7 +66,10 @@ void OutgoingQueue::commit(Nanoseconds now)
 void OutgoingQueue::takeOver(const SpoolBatch& written, const std::vector<Evicted>& evicted)
 {
     for (const Done& done : written.done) {
-        m_done.erase(done.stored);
+        const auto found = m_done.find(done.stored);
+        if (found != m_done.end() && found->second == done.retainedTopic) {
+            m_done.erase(found); // otherwise it was retained meanwhile
+        }
         m_held.erase(done.stored);
     }
     for (const auto& [name, count] : written.unreported) {
@@ -184,6 +187,14 @@ void OutgoingQueue::setDone(const OutgoingMessage& message, bool sent)
 {
     if (message.stored != 0 && m_orphans.erase(message.stored) == 0) {
         m_done.emplace(message.stored, sent && message.retain ? message.topic : std::string());
+    }
+}
+
+void OutgoingQueue::noteRetained(const OutgoingMessage& message)
+{
+    const std::lock_guard lock(m_mutex);
+    if (message.stored != 0) {
+        m_done[message.stored] = message.topic;
     }
 }
 
