@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <tuple>
 
 namespace TelvaneTool::Mqtt
 {
@@ -17,6 +18,7 @@ namespace
 
 constexpr Nanoseconds kConnectAnswer = 10 * kSecond;
 constexpr Nanoseconds kAcknowledgementCheck = 50 * kMillisecond;
+constexpr int kUnreadableAnswers = 3;       ///< in a row, until their message is dropped
 constexpr std::size_t kPacketOverhead = 64; ///< fixed header, identifier and properties without their texts
 
 } // namespace
@@ -78,6 +80,9 @@ bool BrokerConnection::sendAtOnce() noexcept
 /// Gives back what was not acknowledged.
 void BrokerConnection::finish()
 {
+    if (m_client.answerUnreadable()) {
+        dropUnreadable();
+    }
     std::vector<OutgoingMessage> messages;
     for (auto& [id, inFlight] : m_inFlight) {
         if (inFlight.fromQueue) {
@@ -95,6 +100,34 @@ void BrokerConnection::finish()
     m_link.queue.putBack(std::move(messages), monotonicNow());
     m_link.queue.makeBacklog();
     m_link.retained.noteLost();
+}
+
+/// Drops the message whose answer has ended some connections, because it would end all others as well. Some versions of
+/// the library do not accept all reason codes that brokers refuse messages with.
+void BrokerConnection::dropUnreadable()
+{
+    const auto first =
+        std::min_element(m_inFlight.begin(), m_inFlight.end(), [](const auto& one, const auto& other) {
+            return std::tie(one.second.sent, one.first) < std::tie(other.second.sent, other.first);
+        });
+    if (first == m_inFlight.end()) {
+        return;
+    }
+    const OutgoingMessage& message = first->second.message;
+    Suspect& suspect = m_link.suspect;
+    if (suspect.topic != message.topic || suspect.queued != message.queued) {
+        suspect = {message.topic, message.queued, 0};
+    }
+    if (++suspect.connections < kUnreadableAnswers) {
+        return;
+    }
+    printError("the broker's answer to a message on " + message.topic +
+               " cannot be read; the message is taken for refused");
+    m_link.retained.noteRefused(message.topic, message.queued);
+    if (first->second.fromQueue) {
+        m_link.queue.countDropped(message, DropReason::Refused);
+    }
+    m_inFlight.erase(first);
 }
 
 void BrokerConnection::connected(const BrokerLimits& limits)

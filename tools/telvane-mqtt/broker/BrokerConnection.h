@@ -27,6 +27,14 @@ struct LinkCounts
 /// Called for each message on W and R, on the link's thread. It must not wait for long.
 using Receiver = std::function<void(TopicKind kind, const std::string& channel, IncomingMessage message)>;
 
+/// A message whose answer may be the reason why connections end.
+struct Suspect
+{
+    std::string topic;
+    std::int64_t queued = 0;
+    int connections = 0; ///< that ended while it was the first without answer
+};
+
 /// What connections share, one after the other.
 struct LinkState
 {
@@ -49,6 +57,7 @@ struct LinkState
     std::atomic<Nanoseconds> stopBefore{0};
     bool schemasKnown = false;
     std::map<std::string, int> refusedTopics; ///< the last reason code that was reported
+    Suspect suspect;
     RetainedTopics retained;
 };
 
@@ -90,6 +99,7 @@ private:
 
     int waitMilliseconds() const;
     bool isOverdue(Nanoseconds now);
+    void dropUnreadable();
     void replaceRefused(const std::string& topic);
     void reportRefusal(const std::string& topic, int reason);
     bool send(Nanoseconds now);

@@ -238,11 +238,11 @@ bool MqttClient::fail(int result)
     } else if (m_error.empty() || result == MOSQ_ERR_TLS) {
         m_error = result == MOSQ_ERR_ERRNO ? std::strerror(errno) : mosquitto_strerror(result);
     }
+    const bool isUnreadable = result == MOSQ_ERR_PROTOCOL || result == MOSQ_ERR_MALFORMED_PACKET;
+    m_answerUnreadable = m_answered && isUnreadable;
     // A broker without MQTT 5 answers in a form that the library cannot read, or closes the connection.
-    m_versionRefused =
-        m_versionRefused || (m_version5 && !m_answered && m_tlsError.empty() &&
-                             (result == MOSQ_ERR_PROTOCOL || result == MOSQ_ERR_MALFORMED_PACKET ||
-                              result == MOSQ_ERR_CONN_LOST));
+    m_versionRefused = m_versionRefused || (m_version5 && !m_answered && m_tlsError.empty() &&
+                                            (isUnreadable || result == MOSQ_ERR_CONN_LOST));
     return false;
 }
 

@@ -100,6 +100,8 @@ public:
     bool versionRefused() const { return m_versionRefused; }
     /// \return whether another client with the same identifier took the session over
     bool takenOver() const { return m_takenOver; }
+    /// \return whether the connection ended because the library could not read what the broker sent on it
+    bool answerUnreadable() const { return m_answerUnreadable; }
 
 private:
     struct Callbacks;
@@ -119,6 +121,7 @@ private:
     bool m_ended = false;
     bool m_versionRefused = false;
     bool m_takenOver = false;
+    bool m_answerUnreadable = false;
 };
 
 } // namespace TelvaneTool::Mqtt
