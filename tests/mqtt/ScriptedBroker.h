@@ -96,7 +96,7 @@ public:
     }
 
     int port() const { return m_port; }
-    int connections() const { return m_connection; }
+    int goodbyes() const { return m_goodbyes; } ///< \return connections that their client has ended
 
 private:
     void run()
@@ -154,6 +154,9 @@ private:
             break;
         case 3: // PUBLISH
             return acknowledge(client, header, packet);
+        case 14: // DISCONNECT
+            ++m_goodbyes;
+            return false;
         default:
             break;
         }
@@ -164,8 +167,8 @@ private:
     bool acknowledge(int client, unsigned header, const std::string& packet)
     {
         const auto length = static_cast<std::size_t>(static_cast<unsigned char>(packet[1]));
-        const Answer answer = m_answer(
-            {packet.substr(2, length), packet.substr(2 + length), (header & 1U) != 0, m_connection.load()});
+        const Answer answer =
+            m_answer({packet.substr(2, length), packet.substr(2 + length), (header & 1U) != 0, m_connection});
         if ((header & 6U) == 0) {
             return true; // QoS 0
         }
@@ -192,7 +195,8 @@ private:
     const std::function<Answer(const Published&)> m_answer;
     FileDescriptor m_listener;
     int m_port = 0;
-    std::atomic<int> m_connection{0};
+    int m_connection = 0;
+    std::atomic<int> m_goodbyes{0};
     std::string m_refusals; ///< to be sent with the next answer
     std::atomic<bool> m_stopping{false};
     std::thread m_thread;

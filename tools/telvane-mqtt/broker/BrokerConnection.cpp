@@ -84,13 +84,18 @@ void BrokerConnection::finish()
         dropUnreadable();
     }
     std::vector<OutgoingMessage> messages;
+    bool isControlDone = m_connected && m_control.empty();
     for (auto& [id, inFlight] : m_inFlight) {
         if (inFlight.fromQueue) {
             messages.push_back(std::move(inFlight.message));
         } else if (inFlight.retained) {
             m_link.retained.notePassed(std::move(inFlight.message));
+        } else {
+            isControlDone = false;
         }
     }
+    // If the answer to a schema cannot be read, it must not end all connections.
+    m_link.schemasKnown = m_link.schemasKnown || isControlDone || m_client.answerUnreadable();
     for (OutgoingMessage& message : m_replacements) {
         m_link.retained.notePassed(std::move(message));
     }
@@ -155,7 +160,7 @@ void BrokerConnection::connected(const BrokerLimits& limits)
         for (Publication& schema : schemaMessages(m_link.settings)) {
             m_control.push_back(std::move(schema));
         }
-        m_link.schemasKnown = true;
+        m_link.schemasKnown = false;
     }
     for (OutgoingMessage& message : m_link.retained.takeNewest()) {
         m_replacements.push_back(std::move(message));
@@ -348,8 +353,8 @@ bool BrokerConnection::sendControl(Publication publication, Nanoseconds now)
         return true;
     }
     const auto id = m_client.publish(publication);
-    if (id && publication.qos == 1) {
-        InFlight& inFlight = m_inFlight[*id];
+    if (publication.qos == 1) {
+        InFlight& inFlight = m_inFlight[id ? *id : -1];
         inFlight.sent = now;
         inFlight.message.topic = publication.topic;
     }
@@ -443,13 +448,19 @@ bool BrokerConnection::mayStop(Nanoseconds now)
                   !m_client.isWritable())) {
         return false;
     }
-    if (!m_farewell && !late) {
+    if (!late && !m_farewell) {
         m_farewell = true;
         m_control.push_back(stateMessage(m_link.settings, m_link.session, false));
         return false;
     }
     if (!late && !m_control.empty()) {
         return false;
+    }
+    if (!m_farewell || !m_control.empty()) {
+        // After an orderly end the broker sends no will. QoS 0 does not count as in flight.
+        Publication farewell = stateMessage(m_link.settings, m_link.session, false);
+        farewell.qos = 0;
+        sendControl(std::move(farewell), now);
     }
     m_client.disconnect();
     return true;

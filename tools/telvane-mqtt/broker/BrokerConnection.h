@@ -55,7 +55,7 @@ struct LinkState
     LinkCounts counts;
     std::atomic<bool> stopping{false};
     std::atomic<Nanoseconds> stopBefore{0};
-    bool schemasKnown = false;
+    bool schemasKnown = false;                ///< the broker has answered to all since its session began
     std::map<std::string, int> refusedTopics; ///< the last reason code that was reported
     Suspect suspect;
     RetainedTopics retained;
