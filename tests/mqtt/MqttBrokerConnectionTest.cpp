@@ -15,7 +15,7 @@ TEST(MqttBrokerConnection, AMessageWhoseAnswerCannotBeReadDoesNotStopOthers)
     constexpr int kOther = 2;
     std::promise<void> arrived;
     std::promise<void> otherIsQueued;
-    int times = 0;
+    std::atomic<int> times{0};
     const ScriptedBroker broker([&](const Published& published) {
         if (published.topic != kTopic || !published.isNumber(kUnreadable)) {
             return Answer::Accept;
