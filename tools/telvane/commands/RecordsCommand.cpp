@@ -61,7 +61,7 @@ const char* nameOfKind(FieldKind kind)
 
 std::string kindOfField(const RecordField& field)
 {
-    const char* const nested = field.nested != nullptr ? field.nested->table().className() : nullptr;
+    std::string nested = field.nested != nullptr ? field.nested->table().className() : "";
     if (field.kind == FieldKind::Record) {
         return nested;
     }
@@ -70,7 +70,7 @@ std::string kindOfField(const RecordField& field)
     }
     const char* const simple = field.kind == FieldKind::FlagArray ? "booleans" : "integers";
     return (field.kind == FieldKind::RecordVector ? "up to " : "array of ") + std::to_string(field.limit) +
-           " " + (nested != nullptr ? nested : simple);
+           " " + (nested.empty() ? simple : nested);
 }
 
 /// Remarks on the kinds of a class's fields.
