@@ -44,7 +44,7 @@ void addCopyCommand(TelvaneTool::CommandLine& line)
     auto options = std::make_shared<Options>();
     TelvaneTool::Command command(line, "copy",
                                  "Copy an archive, which may be in use, for a backup or for analysts");
-    addDatabase(command, options->database);
+    command.option("DB", options->database, "SQLite file").required();
     command
         .option(
             "FILE", options->file,

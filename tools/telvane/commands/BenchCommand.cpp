@@ -342,7 +342,7 @@ void addBenchCommand(CommandLine& line)
     command.flag("--json", options->json, "Print JSON");
     command.examples("# measure this machine\n"
                      "telvane bench --self\n"
-                     "# three subscribers at the rate of a power source, on a running server\n"
+                     "# three subscribers at ten times the rate of a power source, on a running server\n"
                      "telvane bench /tmp/bus --rate 20000 --subscribers 3 --duration 30s\n"
                      "# the median latency, for a script\n"
                      "telvane bench --self --rate 1000 --json | jq .latencyMicroseconds.p50\n");
