@@ -239,7 +239,7 @@ telvane_ctest() {
         telvane_say "0 tests repeated; $count failed"
         return "$status"
     fi
-    if grep -aE '\*\*\*Exception|Sanitizer: |runtime error: |Segmentation fault|Aborted' "$output" >&2; then
+    if grep -aE '\*\*\*Exception|Sanitizer: |runtime error: |Segmentation fault|\bAborted\b' "$output" >&2; then
         telvane_say "0 tests repeated; a crash or a report of a sanitizer is final"
         return "$status"
     fi

@@ -393,6 +393,13 @@ TEST_F(MqttBroker, GetsLoneMessagesAndBurstsOfTwoThreadsInOrder)
     push("LogData");
     other.join();
     ASSERT_TRUE(eventually([&] { return reader->payloads().size() >= 2 * kMessages; }));
+    std::map<bool, double> last;
+    for (const std::string& payload : reader->payloads()) {
+        const bool isOther = payload.find("\"class\":\"Other\"") != std::string::npos;
+        EXPECT_EQ(numberOf(payload, "n"), ++last[isOther]);
+    }
+    EXPECT_EQ(last[false], kMessages);
+    EXPECT_EQ(last[true], kMessages);
     // The thread that pushes does send.
     EXPECT_TRUE(eventually([&] {
         const std::uint64_t before = queue.counts()["LogData"].sent;
@@ -401,13 +408,6 @@ TEST_F(MqttBroker, GetsLoneMessagesAndBurstsOfTwoThreadsInOrder)
         queue.push(std::move(next), monotonicNow());
         return queue.counts()["LogData"].sent > before;
     }));
-    std::map<bool, double> last;
-    for (const std::string& payload : reader->payloads()) {
-        const bool isOther = payload.find("\"class\":\"Other\"") != std::string::npos;
-        EXPECT_EQ(numberOf(payload, "n"), ++last[isOther]);
-    }
-    EXPECT_EQ(last[false], kMessages);
-    EXPECT_EQ(last[true], kMessages);
     EXPECT_EQ(link.counts().connections, 1U);
     link.stop(kSecond);
 }
