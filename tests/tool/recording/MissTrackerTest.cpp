@@ -31,6 +31,7 @@ TEST_F(MissTrackerTest, ReportsMessagesThatTheServerCouldNotDeliver)
             missed[channel] += count;
         });
     ASSERT_EQ(tracker.start(), kSuccess);
+    tracker.subscribes("LogData");
     std::uint64_t received = 0;
     ASSERT_EQ(m_connection.subscribe("LogData", DecodedRecord(nullptr),
                                      [&](void*, Telvane::TelvaneDataTypeBase*, int sequence, void*) {
@@ -105,6 +106,8 @@ protected:
         return client;
     }
 
+    MissTrackerAnswers() { m_tracker.subscribes("LogData"); }
+
     void answer(const std::vector<ClientStatus>& clients, int sequence)
     {
         for (const std::string& payload : encodeStatus(clients)) {
@@ -126,6 +129,18 @@ TEST_F(MissTrackerAnswers, AreReportedAsDifferences)
     answer({client(getpid(), 3)}, 3);
     answer({client(getpid(), 5)}, 4);
     EXPECT_EQ(m_reported, (std::vector<std::uint64_t>{3, 2}));
+}
+
+TEST_F(MissTrackerAnswers, AreBelievedOnlyOfChannelsThatAreSubscribedTo)
+{
+    m_tracker.subscribes("Silent"); // all of its messages were missed
+    ClientStatus stranger = client(getpid(), 3);
+    stranger.subscriptions.push_back({"Silent", 0, 0, 4});
+    for (char letter = 'A'; letter <= 'Z'; ++letter) {
+        stranger.subscriptions.push_back({std::string("Stranger") + letter, 0, 0, 1000});
+    }
+    answer({stranger}, 1);
+    EXPECT_EQ(m_reported, (std::vector<std::uint64_t>{3, 4}));
 }
 
 TEST_F(MissTrackerAnswers, CountFromZeroForANewServer)

@@ -285,6 +285,7 @@ int record(Options& options)
     result = misses.start();
     std::atomic<std::uint64_t> invalidTexts{0};
     const auto subscribe = [&](const std::string& channel) {
+        misses.subscribes(channel);
         return bus.subscribe(channel, DecodedRecord(nullptr),
                              [&, channel](void*, TelvaneDataTypeBase* incoming, int sequence, void*) {
                                  const auto& record = static_cast<DecodedRecord&>(*incoming);

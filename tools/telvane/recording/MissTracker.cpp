@@ -35,6 +35,12 @@ int MissTracker::start()
                                   });
 }
 
+void MissTracker::subscribes(const std::string& channel)
+{
+    const std::lock_guard<std::mutex> guard(m_lock);
+    m_subscribed.insert(channel);
+}
+
 void MissTracker::arrived(const std::string& channel, int sequence)
 {
     const std::lock_guard<std::mutex> guard(m_lock);
@@ -76,7 +82,8 @@ void MissTracker::takeAnswer(const std::string& payload, int sequence)
     }
     const Nanoseconds now = monotonicNow();
     for (const Telvane::EventServerSubscriptionStatus& subscription : self->subscriptions) {
-        if (isStatusChannel(subscription.channel)) {
+        // Any client can publish an answer, with any number of channels.
+        if (isStatusChannel(subscription.channel) || m_subscribed.count(subscription.channel) == 0) {
             continue;
         }
         std::uint64_t& reported = m_missed[subscription.channel];

@@ -32,6 +32,9 @@ public:
     /// \return an exit code
     int start();
 
+    /// Call this before a channel is subscribed to: misses of other channels are not believed.
+    void subscribes(const std::string& channel);
+
     /// The receiver thread: a message has arrived on one of the recorded channels.
     void arrived(const std::string& channel, int sequence);
 
@@ -61,8 +64,9 @@ private:
 
     std::mutex m_lock;
     StatusResponse<ClientStatus> m_answer;
-    std::set<std::string, std::less<>> m_channels; ///< on which messages arrived
-    std::map<std::string, std::uint64_t> m_missed; ///< as last reported
+    std::set<std::string, std::less<>> m_channels;   ///< on which messages arrived
+    std::set<std::string, std::less<>> m_subscribed; ///< with or without messages
+    std::map<std::string, std::uint64_t> m_missed;   ///< as last reported
     std::uint64_t m_answers = 0;
     int m_lastSequence = -1;
     std::uint64_t m_ownRequests = 0; ///< whose sequence numbers have not been skipped yet
