@@ -3,6 +3,7 @@
 #include "helpers/ToolTestFiles.h"
 #include "recording/RecordingWriter.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
@@ -16,6 +17,7 @@ namespace
 {
 
 std::vector<off_t> sizes; ///< of files when they were synchronised
+int syncError = 0;        ///< of the next fdatasync()
 bool interrupted = false; ///< the next write is interrupted by a signal
 
 } // namespace
@@ -25,7 +27,8 @@ extern "C" int __wrap_fdatasync(int fd)
 {
     struct stat status = {};
     sizes.push_back(fstat(fd, &status) == 0 ? status.st_size : -1);
-    return 0;
+    errno = std::exchange(syncError, 0);
+    return errno == 0 ? 0 : -1;
 }
 extern "C" ssize_t __real_write(int fd, const void* data, size_t size);
 extern "C" ssize_t __wrap_write(int fd, const void* data, size_t size)
@@ -81,6 +84,40 @@ TEST_F(RecordingSyncTest, StoresTheWholeFileWhenItIsClosed)
     add(writer);
     ASSERT_TRUE(writer.close());
     EXPECT_EQ(sizes, std::vector<off_t>{sizeOf(m_directory.path("a.jsonl"))});
+}
+
+TEST_F(RecordingSyncTest, ReportsThatTheDiskFailsWhenItIsClosed)
+{
+    RecordingWriter writer(settings());
+    ASSERT_TRUE(writer.open(m_header));
+    add(writer);
+    syncError = EIO;
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(writer.close());
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), testing::HasSubstr("Input/output error"));
+}
+
+// The system reports an error only once.
+TEST_F(RecordingSyncTest, ReportsAtTheEndThatTheDiskFailedBefore)
+{
+    RecordingWriter writer(settings());
+    ASSERT_TRUE(writer.open(m_header));
+    add(writer);
+    syncError = EIO;
+    testing::internal::CaptureStderr();
+    EXPECT_TRUE(writer.flush());
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), testing::HasSubstr("Input/output error"));
+    add(writer);
+    EXPECT_FALSE(writer.close());
+}
+
+TEST_F(RecordingSyncTest, NeedsNoFileThatCanBeSynchronised)
+{
+    RecordingWriter writer(settings());
+    ASSERT_TRUE(writer.open(m_header));
+    add(writer);
+    syncError = EINVAL; // a pipe
+    EXPECT_TRUE(writer.close());
 }
 
 TEST_F(RecordingSyncTest, StoresEachFileOfASplitRecording)

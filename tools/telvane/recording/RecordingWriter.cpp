@@ -204,7 +204,7 @@ bool RecordingWriter::flush()
     }
     const Nanoseconds now = monotonicNow();
     if (written && m_toDisk && now - m_syncTime >= kSyncPeriod) {
-        fdatasync(m_file.get()); // a pipe, which cannot be synchronised, has nothing to lose
+        synchronize();
         m_syncTime = now;
     }
     return true;
@@ -219,13 +219,23 @@ bool RecordingWriter::close()
         return false;
     }
     if (m_toDisk) {
-        fdatasync(m_file.get());
+        synchronize();
     }
     if (::close(m_file.release()) != 0) {
         printError("cannot write " + m_path + ": " + std::strerror(errno));
         return false;
     }
-    return true;
+    return !std::exchange(m_notOnDisk, false);
+}
+
+/// An error is reported at once and in the result of close(): the system reports it only once.
+void RecordingWriter::synchronize()
+{
+    // A pipe, which cannot be synchronised, has nothing to lose.
+    if (fdatasync(m_file.get()) != 0 && errno != EINVAL && errno != EROFS) {
+        printError("cannot write " + m_path + ": " + std::strerror(errno));
+        m_notOnDisk = true;
+    }
 }
 
 } // namespace TelvaneTool

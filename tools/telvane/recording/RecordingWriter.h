@@ -44,8 +44,8 @@ public:
     /// \return false if it fails, after printing the reason; the file then ends with a whole line
     bool add(std::string_view line, const RecordedMessage& message);
 
-    /// Writes what has been added, and every second has the disk store it.
-    /// \return false if it fails, after printing the reason
+    /// Writes what has been added, and every second has the disk store it. If the disk fails, close() returns that too.
+    /// \return false if writing fails, after printing the reason
     bool flush();
 
     /// \return false if it fails, after printing the reason
@@ -62,15 +62,17 @@ private:
     std::string encode(std::string_view lines, bool last);
     bool write(bool last = false);
     bool writeData(const std::string& data);
+    void synchronize();
     bool fail(int error, std::size_t written);
     std::string numberedPath(int number) const;
 
     const Settings m_settings;
     RecordingHeader m_header;
-    std::string m_path;    ///< of the current file
-    FileDescriptor m_file; ///< the current file, or a duplicate of standard output
-    bool m_toDisk = false; ///< the current file is not standard output
-    int m_number = 0;      ///< in the current file's name
+    std::string m_path;       ///< of the current file
+    FileDescriptor m_file;    ///< the current file, or a duplicate of standard output
+    bool m_toDisk = false;    ///< the current file is not standard output
+    bool m_notOnDisk = false; ///< the disk could not store the current file
+    int m_number = 0;         ///< in the current file's name
     int m_files = 0;
     std::string m_pending;
     std::uint64_t m_pendingRecords = 0;
