@@ -99,6 +99,16 @@ load common
     [[ $output == *'"Channel1" is not a channel name'* ]]
 }
 
+@test "publish refuses invalid channel names" {
+    start_server --no-status
+    run "$TELVANE" publish "$bus" Chan2 '{}'
+    [ "$status" -eq 2 ]
+    [ "$output" = 'telvane publish: CHANNEL: "Chan2" is not a channel name; use ASCII letters and underscores only (see telvane publish --help)' ]
+    kill "$server"
+    finish "$server"
+    [ "$(grep -c " connected$" server.err)" -eq 0 ]
+}
+
 @test "publish sends one record for each line of its input" {
     start_server
     start_listener LogData --count 3

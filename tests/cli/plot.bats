@@ -137,6 +137,46 @@ record_weld() {
     [ ! -e weld.svg ]
 }
 
+# titles <picture>: the tags of the welds in it and how many samples are drawn of each.
+titles() {
+    sed -n 's/.*Weld \([0-9]*\)  .* \([0-9]*\) samples.*/\1:\2/p' "$1" | xargs
+}
+
+@test "plot draws only the welds between --from and --to" {
+    "$TELVANE" weld -o weld.jsonl --welds 3 --duration 1.5 --period-us 5000
+    mapfile -t begins < <("$TELVANE" info weld.jsonl --json | jq -r '.welds[].start')
+    run "$TELVANE" plot weld.jsonl -o weld.svg --from "${begins[1]}" --to "${begins[2]}"
+    [ "$status" -eq 0 ]
+    [ -z "$output" ]
+    [ "$(titles weld.svg)" = 2:300 ]
+    run "$TELVANE" plot weld.jsonl -o cut.svg --to 0.5
+    [ "$status" -eq 0 ]
+    [ "$(titles cut.svg)" = 1:100 ]
+    grep -q "no end of this weld" cut.svg
+    run "$TELVANE" plot weld.jsonl -o none.svg --from 1h
+    [ "$status" -eq 4 ]
+    [ "$output" = "telvane plot: the recording has no weld: no record on WeldTriggerStart" ]
+    [ ! -e none.svg ]
+}
+
+@test "plot draws the welds of several recordings, compressed ones as well" {
+    "$TELVANE" weld -o first.jsonl --welds 2 --duration 1.5 --period-us 5000
+    "$TELVANE" weld -o second.jsonl.gz --duration 1.5 --period-us 5000 --tag 7
+    [ "$(od -An -tx1 -N2 second.jsonl.gz)" = " 1f 8b" ]
+    run "$TELVANE" plot second.jsonl.gz -o second.svg
+    [ "$status" -eq 0 ]
+    [ -z "$output" ]
+    [ "$(titles second.svg)" = 7:300 ]
+    run "$TELVANE" plot first.jsonl second.jsonl.gz -o both.svg
+    [ "$status" -eq 0 ]
+    [ -z "$output" ]
+    [ "$(titles both.svg)" = "1:300 2:300 7:300" ]
+    run "$TELVANE" plot second.jsonl.gz missing.jsonl -o rest.svg
+    [ "$status" -eq 4 ]
+    [ "$output" = "telvane plot: cannot read missing.jsonl: No such file or directory" ]
+    [ "$(titles rest.svg)" = 7:300 ]
+}
+
 @test "plot draws 40 welds in one picture, and refuses 41" {
     "$TELVANE" weld -o many.jsonl --welds 40 --duration 1.5 --period-us 50000
     run "$TELVANE" plot many.jsonl -o many.svg

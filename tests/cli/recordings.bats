@@ -341,6 +341,55 @@ recording_of() {
 }
 
 
+@test "record --all goes on without a channel that the server refuses, and reports it once" {
+    echo "allow * * *" >policy
+    start_server --policy policy
+    start_listener WeldTraceData Other # the server lists a channel from its first subscription on
+    kill "$listener"
+    finish "$listener"
+    printf 'deny * subscribe WeldTraceData\nallow * * *\n' >policy
+    kill -HUP "$server"
+    await server.err "policy policy: 2 rules$"
+    start_recorder a.jsonl --all
+    publish_logs 1
+    await a.jsonl '"channel":"LogData"'
+    start_listener Later
+    until grep -q '"channel":"Later"' a.jsonl; do # the recorder has handled another list of channels
+        "$TELVANE" publish "$bus" Later '{}'
+        sleep 0.02
+    done
+    "$TELVANE" publish "$bus" WeldTraceData '{}'
+    "$TELVANE" publish "$bus" Other '{}'
+    await a.jsonl '"channel":"Other"'
+    kill "$recorder"
+    finish "$recorder"
+    [ "$status" -eq 0 ]
+    [ "$(grep -c 'cannot subscribe' recorder.err)" -eq 1 ]
+    grep -qx "telvane record: cannot subscribe to \"WeldTraceData\" on $bus: the server refused; its log has the reason, a limit or its policy" recorder.err
+    [ "$(tail -n +2 a.jsonl | jq -r .channel | uniq | xargs)" = "LogData Later Other" ]
+}
+
+@test "record goes on with the channels of a pattern that a limit of the server leaves it" {
+    start_server --max-subscriptions 2 # one of which is for the list of channels
+    start_recorder a.jsonl 'WeldTr*' --count 1
+    [ "$(grep -c 'cannot subscribe to "WeldTriggerStart"' recorder.err)" -eq 1 ]
+    [ "$(grep -c 'cannot subscribe to "WeldTraceData"' recorder.err)" -eq 0 ]
+    grep -q "continuing without channels that are not named like a record class" recorder.err
+    "$TELVANE" publish "$bus" WeldTriggerStart '{}'
+    "$TELVANE" publish "$bus" WeldTraceData '{"n":1}'
+    finish "$recorder"
+    [ "$status" -eq 0 ]
+    [ "$(payloads a.jsonl)" = '{"n":1}' ]
+}
+
+@test "record fails if the server refuses a channel that is named" {
+    printf 'deny * subscribe LogData\nallow * * *\n' >policy
+    start_server --policy policy
+    run "$TELVANE" record "$bus" -o a.jsonl LogData
+    [ "$status" -eq 3 ]
+    [ "$output" = "telvane record: cannot subscribe to \"LogData\" on $bus: the server refused; its log has the reason, a limit or its policy" ]
+}
+
 @test "record goes on with the record classes if the server gives no status" {
     start_server --no-status
     start_recorder a.jsonl --all --count 1

@@ -44,6 +44,38 @@ sys.exit(any(unicodedata.category(c) == "Cc" and c not in "\n\t" for c in text))
     grep -q "records with bytes that are not UTF-8, printed as U+FFFD: 1" listener.err
 }
 
+@test "info prints nothing of a recording that controls the terminal" {
+    printf '%b\n' \
+        '{"telvaneRecording":1,"started":"2024-01-02T03:04:05Z","server":"s\\u001b[1m\\u009b2m\xc2\x9b3m","channels":[],"part":1}' \
+        '{"ns":1000000000,"channel":"c\\u001b[2J\\u009b31m\xc2\x9b32m","sequence":1,"payload":{"log":"\\u001b[2J"}}' \
+        '{"ns":1000000001,"channel":"LogData","sequence":2,"payload":{"log":"\\u001b[2J\xc2\x9b32m"}}' >bad.jsonl
+    grep -q $'\xc2\x9b' bad.jsonl
+    "$TELVANE" info bad.jsonl >info.out
+    is_clean info.out
+    grep -q '^server *s?\[1m?2m?3m$' info.out
+    grep -q '^c?\[2J?31m?32m  *1 ' info.out
+    "$TELVANE" info bad.jsonl --json >info.json
+    is_clean info.json
+    [ "$(jq .records info.json)" -eq 2 ]
+}
+
+@test "monitor prints units without control characters" {
+    "$TELVANE" weld -o weld.jsonl --duration 1.5 --period-us 50000
+    sed -i 's/"CommandVoltage":{"Unit":"V"/"CommandVoltage":{"Unit":"V\\u001b[2J\\u009b1m\xc2\x9b2m"/' weld.jsonl
+    start_server
+    start monitor "$TELVANE" monitor "$bus" --verbose
+    monitor=$started
+    await monitor.err ": listening$"
+    "$TELVANE" replay "$bus" weld.jsonl --speed 0
+    await monitor.out "^weld 1 ended"
+    kill -INT "$monitor"
+    finish "$monitor"
+    [ "$status" -eq 0 ]
+    is_clean monitor.out
+    is_clean monitor.err
+    grep -q '^weld 1 started at .*, set to 20.5 V?\[2J?1m?2m, wire feed 210 in/min$' monitor.out
+}
+
 @test "recordings and JSON output are valid even if messages are not" {
     start_server
     start_listener LogData --count 2
