@@ -31,7 +31,7 @@ using EventHandler = int (*)(void* server, int client, const std::string& header
 /// The server of a bus: accepts clients on a Unix-domain SOCK_SEQPACKET socket and relays what they publish.
 ///
 /// The server relays each message to all clients that are subscribed to its channel, including the publisher
-/// if it is. It never waits for a slow subscriber, which misses messages instead.
+/// if it is subscribed. It never waits for a slow subscriber, which misses messages instead.
 ///
 /// **Results** are 0 or negated POSIX error numbers, except where an operation documents others. Only the
 /// constructor throws (`std::bad_alloc`). A server that is out of memory drops messages, which it counts, and
@@ -128,7 +128,7 @@ public:
     /// Sets the send buffer of clients that connect after this call.
     ///
     /// A larger buffer lets a slow subscriber fall further behind before it misses messages. The kernel's
-    /// default holds about 100 samples of a weld. More than the system's limit needs CAP_NET_ADMIN.
+    /// default holds about 170 samples of a weld. More than the system's limit needs CAP_NET_ADMIN.
     /// \param bytes size in bytes; 0 for the kernel's default
     /// \return 0, or `-EINVAL` if \p bytes is negative
     int SetSubscriberSendBuffer(int bytes);
@@ -138,8 +138,8 @@ public:
 
     /// Enables or disables the line on standard error for each message that a subscriber misses.
     ///
-    /// A subscriber that does not read makes the server write one for every message. Without them, a program
-    /// reports the misses that Clients() and Statistics() count in its own way.
+    /// A subscriber that does not read makes the server write one for every message. If you disable the lines,
+    /// report misses in your own way: Clients() and Statistics() count them.
     /// \param enabled true by default
     /// \par Threads Any thread, also while the server runs.
     void SetRelayErrorLines(bool enabled);
