@@ -169,9 +169,11 @@ enum _AlloyID_e : int
     AlloyID_Unknown = 255,   ///< unknown
 };
 
-/// \name Name tables The name of each code, indexed by the code. Codes that are not assigned have names that
-/// begin with "NA". The misspelling of wire type 10, "LoadbancCC", is part of the interface. The tables are
-/// filled when the library is loaded.
+/// \name Name tables
+///
+/// The name of each code, indexed by the code. Codes that are not assigned have names that begin with "NA".
+/// The misspelling of wire type 10, "LoadbancCC", is part of the interface. The tables are filled when the
+/// library is loaded.
 /// @{
 
 /// The names of one enumeration.
