@@ -30,8 +30,8 @@ public:
     /// \param[out] reply   set to the reply, whose payload is read as this record's class
     /// \param      timeout time to wait for the reply, in seconds; 0 returns without waiting. Where `time_t`
     ///             has 32 bits, the wait ends by 2038-01-19T03:14:07Z.
-    /// \return the result of the unsubscription unless it is 0; then 0, also if the request could not be
-    ///         sent; `+ETIMEDOUT` (positive) without a reply. If not subscribed: `-ENOTCONN`; -1 if the
+    /// \return 0, even if the request could not be sent; `+ETIMEDOUT` (positive) without a reply. If the
+    ///         unsubscription failed, its result instead. If the subscription failed: `-ENOTCONN`; -1 if the
     ///         server refused; `-ETIMEDOUT` (negative) without a response; `-ENOMEM`
     /// \par Threads One thread at a time, but not a callback or notification of \p client.
     int Request(EventClient& client, const std::string& channel, TelvaneDataTypeBase& reply,

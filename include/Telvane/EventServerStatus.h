@@ -29,8 +29,9 @@ constexpr auto kServerCounters = TELVANE_COUNTER_TABLE(EventServerStatistics, TE
 struct EventServerSubscriptionStatus
 {
     std::string channel; ///< name of the channel
-    int lastError = 0;   ///< why the client missed the last relay that it missed: a negated error number
-                         ///< (`-EAGAIN`: its buffer was full), or the count of bytes that were sent; 0 before
+    /// Reason of the last miss: a negated error number (`-EAGAIN`: the client's buffer was full), or the count
+    /// of bytes that were sent; 0 before the first miss.
+    int lastError = 0;
     TELVANE_COUNTER_MEMBERS(TELVANE_SUBSCRIPTION_COUNTERS)
     TELVANE_COUNTER_ROOM(TELVANE_SUBSCRIPTION_COUNTERS) ///< 0, for counters to come
 };
@@ -67,10 +68,10 @@ constexpr auto kChannelCounters = TELVANE_COUNTER_TABLE(EventServerChannelStatus
 /// Limits of an EventServer. A limit that is 0 or empty is not applied.
 struct EventServerLimits
 {
-    std::size_t connections = 0; ///< maximum of connected clients; the server disconnects one more at once
-    std::size_t subscriptionsPerClient = 0; ///< maximum per client; the server refuses one more
-    /// Maximum of channels that have ever had a subscriber, which the server never forgets. It refuses
-    /// subscriptions to new channels beyond.
+    std::size_t connections = 0; ///< maximum number of clients; the server disconnects others at once
+    std::size_t subscriptionsPerClient = 0; ///< maximum number per client; the server refuses others
+    /// Maximum number of channels that have ever had a subscriber, which the server never forgets. It refuses
+    /// subscriptions to any other channel.
     std::size_t channels = 0;
     /// User IDs that may connect, in addition to the members of `groups`. The server disconnects others at
     /// once, including root. Without users and groups, everybody may connect.
@@ -86,8 +87,8 @@ struct EventServerMemory
     /// Returns whether the last message of a channel is kept. Called for each message, on the threads of
     /// clients with the handler lock held; must not throw.
     std::function<bool(std::string_view channel)> remembers;
-    std::size_t channels = 1000;           ///< maximum of kept messages
-    std::size_t bytes = 4UL * 1024 * 1024; ///< maximum of their sizes together
+    std::size_t channels = 1000;           ///< maximum number of kept messages
+    std::size_t bytes = 4UL * 1024 * 1024; ///< maximum of their total size
     std::uint64_t reserved[4] = {};        ///< 0, for settings to come
 };
 

@@ -17,8 +17,8 @@
 /// define records of their own in the same way. Their members may be
 ///
 /// - `bool`, `std::string`, `double`, `float`, records, and integers and enumerations of any size. Integers other
-///   than `int` are checked: a value that is not a whole number in the range of the type is not read; one of more
-///   than kLargestInteger is not written either.
+///   than `int` are checked: a value that is not a whole number in the range of the type is not read. An absolute
+///   value above kLargestInteger is neither read nor written.
 /// - `std::optional` of these: the key is left out while it is empty, and need not be there on reading.
 /// - `std::vector` of these: an array. `std::map` and `std::unordered_map` from `std::string` to these: an object.
 ///   Optionals, vectors and maps may also hold vectors and maps.
