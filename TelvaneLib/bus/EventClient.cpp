@@ -152,9 +152,17 @@ void* EventClient::rx_handler(void* client)
     EventClient& self = *static_cast<EventClient*>(client);
     State& state = *self.m_state;
     const ConnectionPointer connection = state.currentConnection();
+    const auto isOpen = [&] {
+        if (connection->open) {
+            return true;
+        }
+        // A disconnection that fails opens the connection again before it releases the lock.
+        const std::lock_guard<std::mutex> guard(state.disconnectLock);
+        return connection->open.load();
+    };
     if (connection != nullptr) {
         char buffer[kMessageLimit];
-        while (connection->open) {
+        while (isOpen()) {
             const int length = receivePacket(connection->socket.get(), buffer);
             if (length < 0 && errno == EINTR) {
                 continue;
@@ -165,7 +173,7 @@ void* EventClient::rx_handler(void* client)
             state.dispatch(self, buffer);
         }
     }
-    const bool lost = connection != nullptr && connection->open;
+    const bool lost = connection != nullptr && isOpen();
     state.endReceiver();
     if (lost && state.onConnectionLost) {
         state.onConnectionLost(self);

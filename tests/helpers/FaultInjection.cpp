@@ -53,11 +53,13 @@ auto failOr(Call call, Action action) -> decltype(action())
 {
     FaultScript how;
     if (applies(call, how)) {
-        if (how.gate == nullptr) {
+        if (how.gate != nullptr) {
+            how.gate->pass();
+        }
+        if (how.gate == nullptr || how.error != 0) {
             errno = how.error;
             return -1;
         }
-        how.gate->pass();
     }
     return action();
 }

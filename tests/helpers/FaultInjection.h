@@ -62,8 +62,8 @@ struct FaultScript
     int failing = 1; ///< how many then fail
     /// Call::Send: sends this many bytes of the packet instead of failing.
     std::size_t sentBytes = 0;
-    /// Waits until this is open instead of failing. Call::Wait supports only this, and waits after its own
-    /// wait. Not for Call::Send and Call::CreateThread.
+    /// Waits until this is open, and then fails only if there is an error. Call::Wait does not fail, and waits
+    /// after its own wait. Not for Call::Send and Call::CreateThread.
     Gate* gate = nullptr;
 };
 

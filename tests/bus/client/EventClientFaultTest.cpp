@@ -394,6 +394,25 @@ TEST_F(ClientWithFault, ThatCannotShutItsSocketDownStaysConnected)
     expectWorks();
 }
 
+// The receiver thread must not end because it looks at the connection in the meantime.
+TEST_F(ClientWithFault, ReceivesWhileADisconnectionFails)
+{
+    Gate gate;
+    FaultScript script{Call::Shutdown, Caller::Application, ENOTCONN};
+    script.gate = &gate;
+    std::future<int> result;
+    {
+        const Fault held(script);
+        const GateOpener opener(gate);
+        result = begin([this] { return client.Disconnect(); });
+        ASSERT_TRUE(held.awaitFailures(1));
+        peer.send(relay("Amps", 1, "{}"));
+        EXPECT_TRUE(eventually([this] { return client.Statistics().received == 1; }));
+    }
+    EXPECT_EQ(result.get(), -EALREADY);
+    expectWorks();
+}
+
 TEST_F(ClientWithFault, RegardsItsSocketAsClosedEvenIfCloseFails)
 {
     const std::size_t descriptors = openDescriptors();
