@@ -38,7 +38,7 @@ class Core:
             raise WrongContext("this bus was made before the fork; make one in this process")
 
     def change(self, state: State, reason: Reason, cause: Optional[BaseException]) -> bool:
-        """Returns whether the application is told of the new state."""
+        """Sets the state. Returns whether on_state is to be called."""
         told = state is not State.CONNECTING and (state, reason) != (self.state, self.reason)
         self.state, self.reason, self.cause = state, reason, cause
         return told and self.on_state is not None

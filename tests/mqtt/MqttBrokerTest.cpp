@@ -2,6 +2,8 @@
 
 #include "telvane-mqtt/broker/BrokerLink.h"
 
+#include "mqtt/Eventually.h"
+
 #include <gtest/gtest.h>
 
 #include <arpa/inet.h>
@@ -44,21 +46,7 @@ namespace
 {
 
 constexpr Nanoseconds kHour = 3600 * kSecond;
-constexpr Nanoseconds kTimeout = 100 * kSecond;
 constexpr std::size_t kMessageLimit = 5000; ///< bytes; the broker refuses larger ones
-
-template <class Condition>
-bool eventually(Condition condition)
-{
-    const Nanoseconds end = monotonicNow() + kTimeout;
-    while (!condition()) {
-        if (monotonicNow() > end) {
-            return false;
-        }
-        poll(nullptr, 0, 5);
-    }
-    return true;
-}
 
 int freePort()
 {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "mqtt/Eventually.h"
 #include "telvane-mqtt/broker/BrokerLink.h"
 
 #include <gtest/gtest.h>
@@ -16,21 +17,7 @@
 namespace TelvaneTool::Mqtt
 {
 
-constexpr Nanoseconds kTimeout = 100 * kSecond;
 constexpr const char* kTopic = "telvane/m1/N/LogData";
-
-template <class Condition>
-bool eventually(Condition condition)
-{
-    const Nanoseconds end = monotonicNow() + kTimeout;
-    while (!condition()) {
-        if (monotonicNow() > end) {
-            return false;
-        }
-        poll(nullptr, 0, 5);
-    }
-    return true;
-}
 
 /// \return a record of a retained channel
 inline OutgoingMessage retainedRecord(std::uint64_t number, Nanoseconds queued)
