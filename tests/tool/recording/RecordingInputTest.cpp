@@ -82,6 +82,16 @@ TEST_F(RecordingInputTest, ReadsSeveralFilesAsOne)
     EXPECT_EQ(input.header().started, kStarted);
 }
 
+TEST_F(RecordingInputTest, LosesNothingOfFilesInTheWrongOrder)
+{
+    const std::string earlier = write("a", kStarted, {1 * kSecond, 2 * kSecond});
+    const std::string later = write("b", kStarted + 60 * kSecond, {1 * kSecond});
+    RecordingInput whole({later, earlier});
+    EXPECT_THAT(timesIn(whole), ElementsAre(1 * kSecond, -59 * kSecond, -58 * kSecond));
+    RecordingInput part({later, earlier}, range("", "2024-01-02T03:04:07Z"));
+    EXPECT_THAT(timesIn(part), ElementsAre(-59 * kSecond));
+}
+
 TEST_F(RecordingInputTest, ShiftsTheGapsOfLaterFiles)
 {
     RecordedMessage note;

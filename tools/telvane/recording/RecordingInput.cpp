@@ -37,15 +37,19 @@ void RecordingInput::closeCurrent()
     }
 }
 
+void RecordingInput::skipToNext()
+{
+    closeCurrent();
+    if (m_nextPath != m_paths.size() && openNext()) {
+        m_shift = subtractSaturated(m_reader->header().started, m_header.started);
+    }
+}
+
 bool RecordingInput::next(RecordedMessage& message)
 {
     while (m_reader != nullptr) {
         if (!m_reader->next(message)) {
-            closeCurrent();
-            if (m_nextPath == m_paths.size() || !openNext()) {
-                return false;
-            }
-            m_shift = subtractSaturated(m_reader->header().started, m_header.started);
+            skipToNext();
             continue;
         }
         message.time = addSaturated(message.time, m_shift);
@@ -62,10 +66,8 @@ bool RecordingInput::next(RecordedMessage& message)
             m_end = m_range.to.has_value() ? timeOf(*m_range.to) : std::numeric_limits<Nanoseconds>::max();
         }
         if (message.time >= m_end) {
-            closeCurrent();
-            return false;
-        }
-        if (message.time >= m_begin) {
+            skipToNext(); // it may be older than this one
+        } else if (!m_range.from.has_value() || message.time >= m_begin) {
             return true;
         }
     }

@@ -46,6 +46,7 @@ public:
 private:
     bool openNext();
     void closeCurrent();
+    void skipToNext(); ///< the current file is null after the last one, and after an error
 
     const std::vector<std::string> m_paths;
     const RecordingRange m_range;
