@@ -2,7 +2,7 @@
 // in the application only, where RecordValues.h composes these functions.
 
 #include <Telvane/RecordTable.h>
-#include <Telvane/RecordValues.h>
+#include <Telvane/detail/RecordValues.h>
 
 #include <cstdio>
 #include <cstdlib>

@@ -5,7 +5,7 @@
 /// restore them. The encoder writes no delimiters and no line breaks. It may be used from any thread.
 #pragma once
 
-#include <Telvane/Export.h>
+#include <Telvane/detail/Export.h>
 
 #include <string>
 

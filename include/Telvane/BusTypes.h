@@ -2,8 +2,8 @@
 /// Types that Bus uses: results, states, events, options, and the handles of subscriptions.
 #pragma once
 
-#include <Telvane/Export.h>
 #include <Telvane/TelvaneDataTypeBase.h>
+#include <Telvane/detail/Export.h>
 
 #include <chrono>
 #include <cstddef>

@@ -6,7 +6,7 @@
 /// Everything here may be used from any thread.
 #pragma once
 
-#include <Telvane/Export.h>
+#include <Telvane/detail/Export.h>
 
 #include <string>
 

@@ -2,7 +2,7 @@
 /// A named pipe whose content is generated for each reader.
 #pragma once
 
-#include <Telvane/Export.h>
+#include <Telvane/detail/Export.h>
 
 #include <functional>
 #include <memory>

@@ -3,8 +3,8 @@
 #pragma once
 
 #include <Telvane/BusCounters.h>
-#include <Telvane/Export.h>
 #include <Telvane/TelvaneDataTypeBase.h>
+#include <Telvane/detail/Export.h>
 
 #include <cjson/cJSON.h>
 

@@ -3,7 +3,7 @@
 #pragma once
 
 #include <Telvane/EventClient.h>
-#include <Telvane/Export.h>
+#include <Telvane/detail/Export.h>
 
 #include <memory>
 #include <string>

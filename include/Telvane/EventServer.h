@@ -3,7 +3,7 @@
 #pragma once
 
 #include <Telvane/EventServerStatus.h>
-#include <Telvane/Export.h>
+#include <Telvane/detail/Export.h>
 
 #include <cjson/cJSON.h>
 

@@ -3,7 +3,7 @@
 #pragma once
 
 #include <Telvane/BusCounters.h>
-#include <Telvane/Export.h>
+#include <Telvane/detail/Export.h>
 
 #include <cstddef>
 #include <cstdint>

@@ -25,9 +25,9 @@
 /// - arrays of `bool`, `int` and records.
 #pragma once
 
-#include <Telvane/RecordMembers.h>
-#include <Telvane/RecordValues.h>
 #include <Telvane/TelvaneDataTypeBase.h>
+#include <Telvane/detail/RecordMembers.h>
+#include <Telvane/detail/RecordValues.h>
 
 #include <atomic>
 #include <cerrno>

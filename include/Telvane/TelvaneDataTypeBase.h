@@ -3,7 +3,7 @@
 #pragma once
 
 #include <Telvane/BoolFlag.h>
-#include <Telvane/Export.h>
+#include <Telvane/detail/Export.h>
 
 #include <cjson/cJSON.h>
 

@@ -11,7 +11,7 @@
 #pragma once
 
 #include <Telvane/Consumables.h>
-#include <Telvane/Export.h>
+#include <Telvane/detail/Export.h>
 
 /// Converts a length from millimetres to inches, for metric wire sizes. Defined by the program, if at all.
 /// \param millimetres length in millimetres
