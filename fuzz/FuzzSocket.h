@@ -25,7 +25,7 @@ public:
     PacketSocket() = default;
     explicit PacketSocket(FileDescriptor socket) : m_socket(std::move(socket))
     {
-        require(m_socket.valid(), "a socket can be had");
+        require(m_socket.isOpen(), "a socket can be had");
         // Far beyond what any answer takes, on the slowest machine: whoever waits that long waits for ever.
         const timeval deadline = {60, 0};
         setsockopt(m_socket.get(), SOL_SOCKET, SO_RCVTIMEO, &deadline, sizeof deadline);

@@ -57,7 +57,7 @@ int clearStalePath(const std::string& path)
     }
     // Does not wait for a server that is suspended with a full backlog.
     const FileDescriptor probe = openSocket(SOCK_NONBLOCK);
-    if (!probe.valid()) {
+    if (!probe.isOpen()) {
         return -1;
     }
     int connected = -1;
@@ -98,7 +98,7 @@ int EventServer::Start(const std::string& path)
         return result;
     }
     FileDescriptor listener = openSocket();
-    if (!listener.valid()) {
+    if (!listener.isOpen()) {
         reportBindingError(-1, kSocketErrorLine);
         return -1;
     }
@@ -123,7 +123,7 @@ int EventServer::StartOn(int listeningDescriptor)
         return -EINVAL;
     }
     FileDescriptor wake = openWake();
-    if (!wake.valid()) {
+    if (!wake.isOpen()) {
         return -errno;
     }
     adoptListeningSocket(listeningDescriptor);
@@ -157,12 +157,12 @@ void* EventServer::connectionListener(void* server)
 {
     State& state = State::of(server);
     while (!state.stopTargets(pthread_self())) {
-        if (state.wake.valid() && !awaitClient(state.listener, state.wake.get())) {
+        if (state.wake.isOpen() && !awaitClient(state.listener, state.wake.get())) {
             continue;
         }
         FileDescriptor client(acceptClient(state.listener));
         const int error = errno;
-        if (client.valid()) {
+        if (client.isOpen()) {
             state.addClient(std::move(client));
         } else if (error == EINVAL || error == EBADF) {
             break;
@@ -317,7 +317,7 @@ int EventServer::State::stopListener()
     stopTarget = listenerThread;
     stopPending = !listenerEnded; // a thread that has ended does not confirm
     const int fd = listener;
-    if (wake.valid()) {
+    if (wake.isOpen()) {
         wakeUp(wake.get());
     } else if (shutdown(fd, SHUT_RDWR) != 0) {
         stopPending = false;
@@ -326,7 +326,7 @@ int EventServer::State::stopListener()
     // Closed on return, when the listener thread can no longer use it.
     const FileDescriptor socket(fd);
     listener = -1;
-    if (!wake.valid()) {
+    if (!wake.isOpen()) {
         unlink(path.c_str());
     }
     if (!waitForStop(stopGuard)) {

@@ -64,7 +64,7 @@ void BusState::start()
     const Held held(lock);
     if (path.empty() || path.size() >= sizeof(sockaddr_un::sun_path)) {
         reason = BusError::BadPath;
-    } else if (!m_wake.valid()) {
+    } else if (!m_wake.isOpen()) {
         reason = {errno, std::system_category()};
     } else {
         int result = options.onEvent && !eventsAreDispatched() ? startWorker() : 0;

@@ -109,7 +109,7 @@ void BusState::receive()
 std::error_code BusState::openLink(LinkPointer& link) const
 {
     FileDescriptor socket = openSocket();
-    if (!socket.valid()) {
+    if (!socket.isOpen()) {
         return {errno, std::system_category()};
     }
     setBlocking(socket.get(), false);

@@ -206,7 +206,7 @@ int BusState::queueDescriptor(const EndpointPointer& endpoint)
 
 int ReadyEvent::descriptor(bool ready)
 {
-    if (!m_event.valid()) {
+    if (!m_event.isOpen()) {
         m_event = openWake();
         update(ready);
     }
@@ -215,7 +215,7 @@ int ReadyEvent::descriptor(bool ready)
 
 void ReadyEvent::update(bool ready)
 {
-    if (m_event.valid() && ready != m_ready) {
+    if (m_event.isOpen() && ready != m_ready) {
         m_ready = ready;
         (ready ? wakeUp : clearWake)(m_event.get());
     }

@@ -131,7 +131,7 @@ bool DynamicFileInterface::State::endGracefully()
         return phaseChanged.wait_for(lock, kHandlerTimeout, ended);
     }
     const FileDescriptor reader(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    return reader.valid() && phaseChanged.wait_for(lock, kOpenTimeout, ended);
+    return reader.isOpen() && phaseChanged.wait_for(lock, kOpenTimeout, ended);
 }
 
 void DynamicFileInterface::State::listen()
@@ -141,7 +141,7 @@ void DynamicFileInterface::State::listen()
         if (!enter(Phase::Serving)) {
             return;
         }
-        if (opened.valid()) {
+        if (opened.isOpen()) {
             serve(std::move(opened));
         }
         ::usleep(kPauseMicroseconds);

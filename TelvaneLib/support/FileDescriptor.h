@@ -21,11 +21,14 @@ public:
     ~FileDescriptor() { reset(); }
 
     int get() const { return m_fd; }
-    bool valid() const { return m_fd >= 0; }
+    bool isOpen() const { return m_fd >= 0; }
+
+    /// Gives up ownership, for a caller that checks the result of close().
     int release() { return std::exchange(m_fd, -1); }
+
     void reset(int fd = -1)
     {
-        if (valid()) {
+        if (isOpen()) {
             close(m_fd);
         }
         m_fd = fd;

@@ -20,7 +20,7 @@ constexpr int kMessageLimit = 16384;
 constexpr int kMaxPackets = 16;
 
 /// \param flags added to the type, such as SOCK_NONBLOCK
-/// \return a new socket; invalid, with errno set, on failure
+/// \return a new socket; not open, with errno set, on failure
 FileDescriptor openSocket(int flags = 0);
 
 /// \name Addressing
@@ -42,7 +42,7 @@ void adoptListeningSocket(int fd);
 /// \return the next client, or -1 with errno set
 int acceptClient(int listener);
 
-/// \return a descriptor with which wakeUp() wakes awaitClient(); invalid, with errno set, on failure
+/// \return a descriptor with which wakeUp() wakes awaitClient(); not open, with errno set, on failure
 FileDescriptor openWake();
 void wakeUp(int wake);
 /// Takes back all calls of wakeUp().

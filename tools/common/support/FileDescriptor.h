@@ -1,38 +1,10 @@
 #pragma once
 
-#include <unistd.h>
-#include <utility>
+#include "TelvaneLib/support/FileDescriptor.h"
 
 namespace TelvaneTool
 {
 
-/// Owns a file descriptor and closes it.
-class FileDescriptor
-{
-public:
-    FileDescriptor() = default;
-    explicit FileDescriptor(int fd) : m_fd(fd) {}
-    FileDescriptor(FileDescriptor&& other) noexcept : m_fd(std::exchange(other.m_fd, -1)) {}
-    FileDescriptor& operator=(FileDescriptor&& other) noexcept
-    {
-        std::swap(m_fd, other.m_fd);
-        return *this;
-    }
-    ~FileDescriptor()
-    {
-        if (m_fd >= 0) {
-            close(m_fd);
-        }
-    }
-
-    int get() const { return m_fd; }
-    bool isOpen() const { return m_fd >= 0; }
-
-    /// Gives up ownership, for a caller that checks the result of close().
-    int release() { return std::exchange(m_fd, -1); }
-
-private:
-    int m_fd = -1;
-};
+using Telvane::FileDescriptor;
 
 } // namespace TelvaneTool
