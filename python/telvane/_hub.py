@@ -10,8 +10,8 @@ import uuid
 from collections import deque
 from typing import Any, Callable, Deque, Dict, List, NamedTuple, Optional, Tuple, Type, Union
 
-from ._packets import MESSAGE_LIMIT, SUBSCRIBE, UNSUBSCRIBE, Decoder, NoPayload, Response, channel_or_response, \
-    decoder_of, relay_channel, subscribe_request, unsubscribe_request
+from ._packets import MESSAGE_LIMIT, REQUEST_PREFIX, SUBSCRIBE, UNSUBSCRIBE, Decoder, NoPayload, Response, \
+    channel_or_response, decoder_of, relay_channel, subscribe_request, unsubscribe_request
 from ._record import Record
 from .errors import BusClosed, RecordError, RequestTimeout, SubscriptionRefused
 from .events import ConnectionLost, ConnectionRestored, Counters, Delivery, Event, ListenerCounters, Reason, \
@@ -267,7 +267,7 @@ class Hub:
 
     def add(self, inbox: Inbox) -> Optional[bytes]:
         self.inboxes[inbox.channel] = (*self.inboxes.get(inbox.channel, ()), inbox)
-        self.responders += inbox.channel.startswith("req_")
+        self.responders += inbox.channel.startswith(REQUEST_PREFIX)
         if self.served.get(inbox.channel) is Served.REFUSED:
             inbox.fail(SubscriptionRefused(inbox.channel))
         return self.acquire(inbox.channel)
@@ -276,7 +276,7 @@ class Hub:
         listeners = self.inboxes.get(inbox.channel, ())
         if inbox not in listeners:
             return None
-        self.responders -= inbox.channel.startswith("req_")
+        self.responders -= inbox.channel.startswith(REQUEST_PREFIX)
         self.inboxes[inbox.channel] = tuple(other for other in listeners if other is not inbox)
         if not self.inboxes[inbox.channel]:
             del self.inboxes[inbox.channel]

@@ -13,6 +13,8 @@ from .errors import RecordError, TooLarge
 MESSAGE_LIMIT = 16384
 #: A publication of this size is relayed whole; the number that the server adds takes up to 20 bytes.
 PUBLICATION_LIMIT = 16363
+#: Before the name of a channel: the channel of its requests.
+REQUEST_PREFIX = "req_"
 
 SUBSCRIBE = ".subscribe"
 UNSUBSCRIBE = ".unsubscribe"

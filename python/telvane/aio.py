@@ -19,7 +19,7 @@ from typing import Any, AsyncIterator, Awaitable, Callable, List, Literal, Optio
 from ._bus import Connection, Core, Handle, ListenerHandle
 from ._hub import ANSWER_TIMEOUT, DEFAULT_QUEUE, FIRST_PAUSE, LONGEST_PAUSE, Asked, Inbox, Item, \
     channel_and_class
-from ._packets import MESSAGE_LIMIT, publication
+from ._packets import MESSAGE_LIMIT, REQUEST_PREFIX, publication
 from ._record import Record
 from ._socket import BATCH, Gathering, checked_path, connect, reason_of, send
 from .bus import Path, answer_packet, question_packet
@@ -565,7 +565,7 @@ class Bus(Connection):
             assert core.loop is not None
             await core.send(answer_packet(name, record, asked), core.loop.time() + timeout)
 
-        inbox = Inbox(core.hub, "req_" + name, question or RequestType, DEFAULT_QUEUE, "oldest", False)
+        inbox = Inbox(core.hub, REQUEST_PREFIX + name, question or RequestType, DEFAULT_QUEUE, "oldest", False)
         return Subscription(core, inbox, answer)
 
     async def close(self, timeout: float = 5.0) -> None:

@@ -20,7 +20,7 @@ from typing import Any, Callable, Deque, Iterator, List, Literal, Optional, Type
 from ._bus import Connection, Core, Handle, ListenerHandle
 from ._hub import ANSWER_TIMEOUT, DEFAULT_QUEUE, FIRST_PAUSE, LONGEST_PAUSE, Asked, Inbox, Item, \
     channel_and_class
-from ._packets import MESSAGE_LIMIT, publication
+from ._packets import MESSAGE_LIMIT, REQUEST_PREFIX, publication
 from ._record import Record
 from ._socket import Gathering, Reader, checked_path, connect, reason_of, send, wait_for
 from .errors import BusClosed, BusError, RequestTimeout, WrongContext
@@ -680,7 +680,7 @@ class Bus(Connection):
             record = function(asked) if question is not None else function()
             core.send(answer_packet(name, record, asked), time.monotonic() + timeout)
 
-        inbox = Inbox(core.hub, "req_" + name, question or RequestType, DEFAULT_QUEUE, "oldest", False)
+        inbox = Inbox(core.hub, REQUEST_PREFIX + name, question or RequestType, DEFAULT_QUEUE, "oldest", False)
         subscription = Subscription(core, inbox, answer)
         subscription._open(timeout)
         return subscription
@@ -712,7 +712,7 @@ def question_packet(name: str, question: Optional[Record], asked: Asked) -> byte
     """The request, with the identifier that its answer repeats."""
     record = RequestType() if question is None else copy.copy(question)
     record._id = asked.id
-    return publication("req_" + name, record)
+    return publication(REQUEST_PREFIX + name, record)
 
 
 def answer_packet(name: str, record: Record, asked: Any) -> bytes:

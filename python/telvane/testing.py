@@ -15,7 +15,7 @@ import time
 from types import TracebackType
 from typing import Any, Callable, Dict, Generic, List, Optional, Sequence, Tuple, Type, TypeVar, Union, overload
 
-from ._packets import SUBSCRIBE, publication, subscribe_request
+from ._packets import MESSAGE_LIMIT, REQUEST_PREFIX, SUBSCRIBE, publication, subscribe_request
 from ._record import Record
 from .bus import Bus, Listener
 from .errors import BusError, RequestTimeout
@@ -188,12 +188,12 @@ def _answers(path: str, pid: int, channel: str) -> bool:
             sock.connect(path)
             peer, _, _ = struct.unpack("3i", sock.getsockopt(socket.SOL_SOCKET, _PEER_CREDENTIALS, 12))
             sock.send(subscribe_request(channel or "TelvaneReady"))
-            if peer != pid or SUBSCRIBE.encode() not in sock.recv(16384):
+            if peer != pid or SUBSCRIBE.encode() not in sock.recv(MESSAGE_LIMIT):
                 return False
             if channel:
                 sock.settimeout(0.02)
-                sock.send(publication("req_" + channel, RequestType()))
-                sock.recv(16384)
+                sock.send(publication(REQUEST_PREFIX + channel, RequestType()))
+                sock.recv(MESSAGE_LIMIT)
             return True
         except OSError:
             return False
