@@ -1,7 +1,6 @@
 #pragma once
 
-// The state that a Bus, its handles and its threads share. One lock protects all of it, and is never held during a send
-// or a callback.
+// The state that a Bus, its handles and its threads share. docs/threads-and-locks.md says what its lock protects.
 //
 // All endpoints and requests of a channel share one subscription at the server. One thread at a time sends the
 // subscribe and unsubscribe requests (updateServer), so that they reach the server in the right order.

@@ -10,22 +10,8 @@
 //                   Idle --revoke--> None
 //                   Reading, Running --revoke--> Revoked --release--> None
 //
-// Why that is correct:
-//
-// - Every arrow is a change of m_state that exactly one thread makes: a compare-exchange, or a store in a state that
-//   nobody else leaves (grant: None with the lock, release: Revoked).
-// - m_endpoint is written only with the lock, and only in None. The receiver reads it without the lock only when it has
-//   entered Reading, which leads to None only through end() and release() of the receiver itself. So it is never read
-//   while it is written, and what it points to exists until then.
-// - After revoke(), one of three things is true. None: the receiver is not in the endpoint, and its last callback
-//   happened before: its end() wrote the Idle that revoke() read. Revoked from Reading: the receiver's beginRunning()
-//   will fail, so no callback starts, and the handler may be destroyed; the receiver uses only the prototype, which
-//   lives as long as the endpoint. Revoked from Running: the endpoint says `running`, so the handler stays until the
-//   receiver has taken the lock and finished.
-// - After a revoke, only the receiver can grant a turn again, with the lock, and only to an endpoint that has not ended
-//   in a bus that is not closed. So the caller of revoke() makes its change before any later turn, which sees it.
-//
-// All operations are sequentially consistent. They cost three compare-exchanges for a message, instead of three locks.
+// docs/threads-and-locks.md ("Direct callbacks") says what each state allows, and why this is correct. A message costs
+// three compare-exchanges instead of three locks.
 
 #include <atomic>
 #include <memory>
