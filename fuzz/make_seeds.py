@@ -2,11 +2,9 @@
 """Writes the initial inputs of the fuzzers: seeds/<target>/* and the dictionary records.dict.
 
 Both are generated from the table of record classes, tests/golden/catalogue.json.
-
-    make_seeds.py            write the files
-    make_seeds.py --check    write nothing; fail if a file is missing, outdated or no longer generated
 """
 
+import argparse
 import json
 import pathlib
 import string
@@ -539,11 +537,13 @@ def all_files():
 
 
 def main():
-    if sys.argv[1:] not in ([], ["--check"]):
-        sys.exit(__doc__)
+    arguments = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    arguments.add_argument("--check", action="store_true",
+                           help="write nothing; fail if a file is missing, outdated or no longer generated")
+    check = arguments.parse_args().check
     files = all_files()
     leftover = [path for path in (HERE / "seeds").glob("*/*") if path not in files]
-    if sys.argv[1:] == ["--check"]:
+    if check:
         stale = leftover + [path for path, content in files.items()
                             if not path.is_file() or path.read_bytes() != content]
         if stale:

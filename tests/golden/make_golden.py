@@ -5,13 +5,11 @@ The golden files contain every record class as it prints, once with its defaults
 They are generated from the table alone, so tests can compare the library with them. The printer below prints the same
 bytes as cJSON's formatted one.
 
-    make_golden.py            write the files
-    make_golden.py --check    write nothing; fail if a file is missing, outdated or no longer in the table
-
 Defaults in catalogue.json: numbers, flags and texts as they print; {} for a record or an element with the defaults of
 its class; "text" for the one class whose JSON form is a string.
 """
 
+import argparse
 import json
 import pathlib
 import sys
@@ -147,9 +145,10 @@ def golden_files():
 
 
 def main():
-    if sys.argv[1:] not in ([], ["--check"]):
-        sys.exit(__doc__)
-    check = sys.argv[1:] == ["--check"]
+    arguments = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    arguments.add_argument("--check", action="store_true",
+                           help="write nothing; fail if a file is missing, outdated or no longer in the table")
+    check = arguments.parse_args().check
     files = golden_files()
     present = {path.name for path in RECORDS.glob("*")}
     stale = sorted(present - files.keys())
