@@ -85,7 +85,7 @@ int importRecording(const Options& options, WeldImporter& importer, Status& stat
         Telvane::WeldTraceData trace;
         Telvane::WeldTriggerEnd end;
         if (message.isNote()) {
-            continue; // the gaps in the numbers of the samples say so, too
+            continue; // the gaps in the numbers of the samples show this, too
         }
         if (message.channel == "WeldTraceData" && TelvaneTool::readRecord(message.payload, trace)) {
             importer.add(trace);

@@ -64,7 +64,7 @@ int compare(const Options& options)
         }
         const bool text = infoOf(column).type == ColumnType::Text;
         if (setting && (*first)[column] == (*second)[column]) {
-            continue; // only settings that differ say something
+            continue; // only settings that differ are shown
         }
         table.add({infoOf(column).name, printValue((*first)[column]), printValue((*second)[column]),
                    text ? "" : differenceOf(first->number(column), second->number(column)),

@@ -1,5 +1,5 @@
 // Each version is a list of statements, never changed once released. Types are those that both databases know:
-// SQLite takes BIGINT as a 64-bit integer, PostgreSQL is told to number rows by itself and to call blobs BYTEA.
+// SQLite takes BIGINT as a 64-bit integer. Numbered rows and blobs are declared for each database.
 
 #include "archive/welds/Schema.h"
 
@@ -103,14 +103,14 @@ std::vector<Sql> thirdVersion()
     return statements;
 }
 
-/// Columns of 16,384 welds each, from which the trend of a million welds is read. Whatever changes a row deletes its
+/// Columns of 16,384 welds each, from which the trend of a million welds is read. Every change of a row deletes its
 /// block, so that no block can contradict the rows.
 std::vector<Sql> fourthVersion(Database::Kind kind)
 {
     if (kind == Database::Kind::Postgres) {
         return {};
     }
-    static_assert(kBlockWelds == 16'384, "the triggers say so");
+    static_assert(kBlockWelds == 16'384, "the number is in the triggers");
     return {
         "CREATE TABLE weld_block (block BIGINT NOT NULL, name TEXT NOT NULL, data BLOB NOT NULL, "
         "PRIMARY KEY (block, name))",
@@ -149,8 +149,8 @@ std::vector<Sql> seventhVersion(Database::Kind kind)
     if (kind == Database::Kind::Sqlite) {
         return {};
     }
-    static_assert(kBlockWelds == 16'384, "the function says so");
-    static_assert(kBlockLock == 831'642, "the function says so");
+    static_assert(kBlockWelds == 16'384, "the number is in the function");
+    static_assert(kBlockLock == 831'642, "the number is in the function");
     // Who may change welds need not have the right to delete blocks.
     const Sql forget =
         "CREATE FUNCTION weld_block_forget() RETURNS trigger LANGUAGE plpgsql SECURITY DEFINER "

@@ -81,8 +81,8 @@ void OutgoingQueue::setSender(Sender* sender)
 
 void OutgoingQueue::announce(Nanoseconds now)
 {
-    // Nobody waits here for another thread that sends: the thread that is woken sends what comes meanwhile. Once it is woken,
-    // it sends all that has piled up.
+    // Without waiting for another thread that sends: the thread that is woken sends everything in the queue. Until it has
+    // looked, no other thread begins to send.
     const std::unique_lock lock(m_senderMutex, std::try_to_lock);
     if (lock.owns_lock()) {
         const bool isAlone = now - std::exchange(m_announced, std::max(m_announced, now)) > kAlone;
