@@ -266,21 +266,21 @@ void addFollowCommand(TelvaneTool::CommandLine& line)
 {
     auto options = std::make_shared<Options>();
     TelvaneTool::Command command(line, "follow", "Keep the welds on a bus, until a signal ends it");
-    command.option("PATH", options->bus, "Path of the bus").required();
+    command.option("PATH", options->bus, "Socket of the server").required();
     command
         .option("--database", options->writer.database,
-                "SQLite file, created if missing, or postgresql://user@host/name")
+                "Keep the welds in DB: an SQLite file, created if missing, or postgresql://user@host/name")
         .required()
         .typeName("DB");
     command
         .option("--spool", options->spool,
-                "SQLite file that keeps the welds until a PostgreSQL database has them")
+                "Keep the welds in FILE, an SQLite file, until a PostgreSQL database has them")
         .typeName("FILE");
     addWriterOptions(command, options->writer);
     addRetentionOptions(command, options->retention);
     addLiveJudgingOptions(command, options->judging);
     addDuration(command, "--interval", options->interval,
-                "Time between commits while an arc burns; a longer one spares flash memory and risks more")
+                "Commit at this interval while an arc burns; a longer one spares flash memory and risks more")
         .showDefault("1s");
     addDuration(command, "--silence", options->silence, "End a weld after this time without a sample")
         .showDefault("10s");

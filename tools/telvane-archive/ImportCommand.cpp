@@ -151,7 +151,9 @@ void addImportCommand(TelvaneTool::CommandLine& line)
     auto options = std::make_shared<Options>();
     TelvaneTool::Command command(line, "import", "Add the welds of a recording or a CSV file");
     command.option("RECORDING", options->file, "Recording by telvane record or telvane weld -o");
-    command.option("--database", options->writer.database, "SQLite file of the archive; created if missing")
+    command
+        .option("--database", options->writer.database,
+                "Add the welds to the archive in FILE, an SQLite file, created if missing")
         .required()
         .typeName("FILE");
     addWriterOptions(command, options->writer);

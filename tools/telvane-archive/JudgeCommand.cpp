@@ -218,20 +218,23 @@ void addJudgeCommand(TelvaneTool::CommandLine& line)
     auto options = std::make_shared<Options>();
     TelvaneTool::Command command(line, "judge",
                                  "Judge welds by limits, learned or given, and store the verdicts");
-    command.option("--database", options->database, "SQLite file of the archive").required().typeName("FILE");
-    command.option("--where", options->where, "Welds to judge (default: all)").typeName("CONDITION");
+    command.option("--database", options->database, "Judge welds of the archive in FILE, an SQLite file")
+        .required()
+        .typeName("FILE");
+    command.option("--where", options->where, "Judge the welds that match CONDITION")
+        .typeName("CONDITION")
+        .showDefault("all");
     command
-        .option("--reference", options->reference,
-                "Good welds to learn limits from, four or more; none judges itself")
+        .option(
+            "--reference", options->reference,
+            "Learn limits from the welds that match CONDITION: good ones, four or more; none judges itself")
         .typeName("CONDITION");
-    command
-        .option("--limit", options->limits,
-                "Limits of a metric in the main phase, such as mean_amps=170..190; repeatable")
+    command.option("--limit", options->limits, "Limit a metric in the main phase, such as mean_amps=170..190")
         .repeatable()
         .typeName("METRIC=LOW..HIGH");
     command
         .option("--rules", options->rules,
-                "File with rules: which welds are judged by which limits or references")
+                "Judge by the rules in FILE, which give each weld limits or references")
         .typeName("FILE")
         .excludes("--reference")
         .excludes("--limit");
@@ -244,13 +247,16 @@ void addJudgeCommand(TelvaneTool::CommandLine& line)
     const auto add = [&](const char* name, double& target, const char* what, double min, double max) {
         command.option(name, target, what).group(group).within(min, max).showDefault();
     };
-    add("--skip-start", settings.skipStart, "Ignition, not judged (s); at most a fifth of the weld", 0.0,
-        1e4);
-    add("--skip-end", settings.skipEnd, "Crater fill, not judged (s); at most a fifth of the weld", 0.0, 1e4);
-    add("--alarms", settings.alarms, "Probability that a good weld is not_ok", 1e-9, 0.5);
-    add("--warnings", settings.warnings, "Probability that a good weld gets a warning", 1e-9, 0.5);
-    add("--floor", settings.floor, "Least half width of learned limits, relative to the mean", 0.0, 10.0);
-    add("--least", settings.least, "Time outside that counts in the course (s)", 0.0, 1e4);
+    add("--skip-start", settings.skipStart,
+        "Leave the ignition out: this time (s), at most a fifth of the weld", 0.0, 1e4);
+    add("--skip-end", settings.skipEnd,
+        "Leave the crater fill out: this time (s), at most a fifth of the weld", 0.0, 1e4);
+    add("--alarms", settings.alarms, "Accept this probability that a good weld is not_ok", 1e-9, 0.5);
+    add("--warnings", settings.warnings, "Accept this probability that a good weld gets a warning", 1e-9,
+        0.5);
+    add("--floor", settings.floor, "Keep learned limits at least this far from the mean, relative to it", 0.0,
+        10.0);
+    add("--least", settings.least, "Report a course that is outside its limits for this time (s)", 0.0, 1e4);
     command.examples(
         "# learn from the welds of a part that were inspected, judge today's\n"
         "telvane archive judge --database welds.db --reference \"part_number = 'A-17' and wps = 'good'\" \\\n"

@@ -125,7 +125,9 @@ void addRetainCommand(TelvaneTool::CommandLine& line)
 {
     auto options = std::make_shared<Options>();
     TelvaneTool::Command command(line, "retain", "Delete what is too old or too much, once");
-    command.option("--database", options->database, "SQLite file of the archive").required().typeName("FILE");
+    command.option("--database", options->database, "Delete from the archive in FILE, an SQLite file")
+        .required()
+        .typeName("FILE");
     addRetentionOptions(command, options->retention);
     command.flag("--plan", options->plan, "Print what is deleted when, by month, and delete nothing");
     command.flag("--json", options->json, "Print one JSON object per month").needs("--plan");

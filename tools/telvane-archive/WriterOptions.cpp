@@ -24,17 +24,16 @@ void addWriterOptions(TelvaneTool::Command& command, WriterOptions& options)
     char name[256] = "module";
     gethostname(name, sizeof name - 1);
     options.module = name;
-    command.option("--module", options.module, "Name of the module (default: the name of the host)")
+    command.option("--module", options.module, "Call the module NAME (default: the name of the host)")
         .typeName("NAME");
     command
-        .option(
-            "--set", options.set,
-            "Column of all welds, such as operator=Kim, wire_batch=4711, travel_speed=8 (mm/s); repeatable")
+        .option("--set", options.set,
+                "Set a column of all welds, such as operator=Kim, wire_batch=4711, travel_speed=8 (mm/s)")
         .repeatable()
         .typeName("NAME=VALUE");
     command
         .option("--set-from", options.contextFile,
-                "File with lines of NAME=VALUE, read at each start of a weld; a scanner may rewrite it")
+                "Read lines of NAME=VALUE from FILE at each start of a weld; a scanner may rewrite it")
         .typeName("FILE");
 }
 

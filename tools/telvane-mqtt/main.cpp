@@ -105,12 +105,12 @@ void addBrokerOptions(Command& command, Mqtt::Settings& settings)
         .group(group);
     command
         .option("--first-pause", settings.firstPause,
-                "Pause before the first new attempt, shortened at random")
+                "Wait this long before the first new attempt, shortened at random")
         .check(checkOf("first-pause"))
         .typeName("TIME")
         .showDefault()
         .group(group);
-    command.option("--longest-pause", settings.longestPause, "Longest pause between attempts")
+    command.option("--longest-pause", settings.longestPause, "Wait at most this long between attempts")
         .check(checkOf("longest-pause"))
         .typeName("TIME")
         .showDefault()
@@ -120,7 +120,8 @@ void addBrokerOptions(Command& command, Mqtt::Settings& settings)
         .showDefault()
         .group(group);
     command
-        .option("--packet-limit", settings.packetLimit, "Largest packet, in bytes; the broker may lower it")
+        .option("--packet-limit", settings.packetLimit,
+                "Send no packet above this size, in bytes; the broker may lower the limit")
         .check(checkOf("packet-limit"))
         .showDefault()
         .group(group);
@@ -149,7 +150,7 @@ void addQueueOptions(Command& command, Mqtt::Settings& settings)
         .group(group);
     command
         .option("--spool-bytes", settings.spoolBytes,
-                "Largest size of that file, in bytes; its log may add 4 MB")
+                "Limit the file of --spool to this size, in bytes; its log may add 4 MB")
         .check(checkOf("spool-bytes"))
         .showDefault()
         .group(group);
@@ -172,11 +173,12 @@ int main(int argc, char** argv)
         .option("--config", settings.configFile,
                 "Read options from a TOML file; the command line takes precedence")
         .typeName("FILE");
-    command.option("--bus", settings.bus, "Connect to the bus at PATH").typeName("PATH");
+    command.option("--bus", settings.bus, "Connect to the server at PATH").typeName("PATH");
     command.option("--prefix", settings.prefix, "Begin all topics with this prefix")
         .typeName("TOPIC")
         .showDefault();
-    command.option("--module", settings.module, "Name of the module in topics; the host's name by default")
+    command
+        .option("--module", settings.module, "Call the module NAME in topics (default: the name of the host)")
         .typeName("NAME");
     command
         .option("--metrics-pipe", settings.metricsPipe,

@@ -238,7 +238,7 @@ int main(int argc, char** argv)
     CommandLine line("Show welds and the bus in a browser", TELVANE_VERSION, "", "telvane-web");
     Options options;
     Command command(line);
-    command.option("PATH", options.bus, "Path of the server's socket");
+    command.option("PATH", options.bus, "Socket of the server");
     command.option("--listen", options.listen, "Listen on this address")
         .typeName("ADDRESS:PORT")
         .showDefault();
@@ -264,16 +264,14 @@ int main(int argc, char** argv)
     Option certificate = command.option("--certificate", options.certificate,
                                         "Serve HTTPS with the certificate in FILE, as PEM");
     certificate.check(&checkFileName).typeName("FILE");
-    command.option("--key", options.key, "Key of the certificate, as PEM")
+    command.option("--key", options.key, "Use the private key in FILE, as PEM")
         .check(&checkFileName)
         .typeName("FILE")
         .needs("--certificate");
     certificate.needs("--key");
     command
-        .option(
-            "--allow-host", options.allowedHosts,
-            "Answer requests to this name of the machine, in addition to its host name and addresses; can be "
-            "repeated")
+        .option("--allow-host", options.allowedHosts,
+                "Answer requests to this name of the machine, in addition to its host name and addresses")
         .typeName("NAME")
         .repeatable();
     command

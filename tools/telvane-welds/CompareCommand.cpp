@@ -91,8 +91,9 @@ void addCompareCommand(TelvaneTool::CommandLine& line)
     command.option("OTHER", options->second, "Another weld").required();
     command.flag("--json", options->json, "Print a JSON object with both values of each metric");
     command
-        .option("-o,--output", options->output,
-                "Also draw both over each other, with the range of welds like the first: .svg or .png")
+        .option(
+            "-o,--output", options->output,
+            "Also draw both over each other in FILE, .svg or .png, with the range of welds like the first")
         .typeName("FILE");
     addLike(command, options->like).needs("--output");
     command.examples("telvane welds compare welds.db 16 17 -o difference.svg\n");

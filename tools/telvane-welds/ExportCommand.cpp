@@ -138,7 +138,8 @@ void addExportCommand(TelvaneTool::CommandLine& line)
     addFilterOptions(command, options->filter);
     command
         .option("--format", options->format,
-                "csv, jsonl, or spreadsheet: CSV with local dates and times, and texts that are not formulas")
+                "Print csv, jsonl, or spreadsheet: CSV with local dates and times, and texts that are not "
+                "formulas")
         .typeName("FORMAT")
         .check([](const std::string& text) {
             return text == "csv" || text == "jsonl" || text == "spreadsheet"
@@ -147,7 +148,7 @@ void addExportCommand(TelvaneTool::CommandLine& line)
         })
         .showDefault();
     command.flag("--comma", options->comma,
-                 "With --format spreadsheet: decimal commas, and semicolons between fields");
+                 "Write decimal commas, and semicolons between fields, with --format spreadsheet");
     command
         .option("--samples", options->samples, "Also write the samples of each weld to DIRECTORY/weld-ID.csv")
         .typeName("DIRECTORY");

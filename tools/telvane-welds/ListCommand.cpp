@@ -95,9 +95,9 @@ void addListCommand(TelvaneTool::CommandLine& line)
     TelvaneTool::Command command(line, "list", "List welds, newest first");
     addDatabase(command, options->database);
     addFilterOptions(command, options->filter);
-    command.option("--order", options->order, "Column to order by, largest first").typeName("COLUMN");
-    command.flag("--ascending", options->ascending, "Oldest or smallest first");
-    command.option("--limit", options->limit, "Number of welds at most").within(1, 10000).showDefault();
+    command.option("--order", options->order, "Order by COLUMN, largest first").typeName("COLUMN");
+    command.flag("--ascending", options->ascending, "Print the oldest or smallest first");
+    command.option("--limit", options->limit, "Print at most this many welds").within(1, 10000).showDefault();
     command.flag("--json", options->json, "Print all columns, one JSON object per line");
     command.examples("# the last welds above 180 A\n"
                      "telvane welds welds.db --where \"mean_amps > 180\" --limit 20\n");

@@ -144,7 +144,11 @@ void addPlotCommand(TelvaneTool::CommandLine& line)
                        ? ""
                        : "\"" + text + "\" is not the number of a weld";
         });
-    command.option("-o,--output", options->output, "Picture: .svg or .png").required().typeName("FILE");
+    command
+        .option("-o,--output", options->output,
+                "Write the picture to FILE, whose name ends with .svg or .png")
+        .required()
+        .typeName("FILE");
     command.flag("--over", options->over,
                  "Draw at most 8 welds over each other, with the range of welds like the first one");
     addLike(command, options->like).needs("--over");

@@ -129,9 +129,10 @@ void addTrendCommand(TelvaneTool::CommandLine& line)
     addDatabase(command, options->database);
     command.option("METRIC", options->metric, "Column with numbers, such as mean_amps").required();
     addFilterOptions(command, options->filter);
-    command.flag("--by-part", options->byPart, "One line for each part number, not for each day");
+    command.flag("--by-part", options->byPart, "Print one line for each part number, not for each day");
     command.flag("--json", options->json, "Print one JSON object per line");
-    command.option("-o,--output", options->output, "Also draw a picture: .svg or .png").typeName("FILE");
+    command.option("-o,--output", options->output, "Also draw a picture in FILE, .svg or .png")
+        .typeName("FILE");
     command.examples("# the last 30 days\n"
                      "telvane welds trend welds.db mean_volts --from 720h\n");
     command.run([options] { return trend(*options); });

@@ -21,10 +21,10 @@ void addDatabase(TelvaneTool::Command& command, std::string& database)
 
 TelvaneTool::Option addLike(TelvaneTool::Command& command, std::string& like)
 {
-    TelvaneTool::Option option = command.option(
-        "--like", like,
-        "Welds whose range is drawn (default: complete welds of the same program and part, without "
-        "those that are not_ok)");
+    TelvaneTool::Option option =
+        command.option("--like", like,
+                       "Draw the range of the welds that match CONDITION (default: complete welds of the "
+                       "same program and part, without those that are not_ok)");
     option.typeName("CONDITION");
     return option;
 }
@@ -36,13 +36,15 @@ void addFilterOptions(TelvaneTool::Command& command, FilterOptions& options)
         command.option(name, target, what).group(group).typeName(type);
     };
     add("--where", options.where, "CONDITION",
-        "Conditions on columns, such as \"mean_amps > 180 and part_number = 'A-17'\"");
-    add("--part", options.part, "NAME", "Part number; * and ? are wildcards");
-    add("--program", options.program, "NUMBER", "Number of the weld program");
-    add("--verdict", options.verdict, "VERDICT", "ok, warning or not_ok");
+        "Select the welds whose columns match CONDITION, such as \"mean_amps > 180 and part_number = "
+        "'A-17'\"");
+    add("--part", options.part, "NAME", "Select the welds of this part number; * and ? are wildcards");
+    add("--program", options.program, "NUMBER", "Select the welds of this weld program");
+    add("--verdict", options.verdict, "VERDICT", "Select the welds with this verdict: ok, warning or not_ok");
     add("--from", options.from, "TIME",
-        "Start at TIME or later: \"2026-11-22\", \"2026-11-22 08:00\", \"30m\", \"2h\"");
-    add("--to", options.to, "TIME", "Start before TIME");
+        "Select the welds that started at TIME or later: \"2026-11-22\", \"2026-11-22 08:00\", \"30m\", "
+        "\"2h\"");
+    add("--to", options.to, "TIME", "Select the welds that started before TIME");
 }
 
 namespace

@@ -50,7 +50,7 @@ TEST_F(HelpTest, ShowsArgumentsOptionsAndExamplesOfACommand)
               "  --where PLACE             Where to (required)\n"
               "\n"
               "Other:\n"
-              "  --set TEXT...             Set it (not with --all)\n"
+              "  --set TEXT...             Set it (may be repeated; not with --all)\n"
               "\n"
               "Examples:\n"
               "  # two\n"

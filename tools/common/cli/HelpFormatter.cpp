@@ -1,5 +1,5 @@
 // CLI11's formatter with some pieces replaced: lines are wrapped at 80 columns, a placeholder shows what a value is
-// and not its C++ type, and the relations between options are spelled out.
+// and not its C++ type, and it is in words which options may be repeated and how options are related.
 
 #include "common/cli/HelpFormatter.h"
 
@@ -95,6 +95,9 @@ public:
         std::vector<std::string> remarks;
         if (option->get_required() && !option->get_positional()) {
             remarks.emplace_back("required");
+        }
+        if (isRepeated(*option) && !option->get_positional()) {
+            remarks.emplace_back("may be repeated");
         }
         if (!option->get_needs().empty()) {
             remarks.push_back("requires " + joined(option->get_needs()));

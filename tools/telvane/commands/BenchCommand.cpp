@@ -326,16 +326,18 @@ void addBenchCommand(CommandLine& line)
     Command command(line, "bench", "Measure throughput, latency and losses between processes");
     addBusOptions(command, options->bus, false);
     command.flag("--self", options->self, "Start a server for the measurement instead of using PATH");
-    command.option("--size", bench.size, "Size of a payload, in bytes")
+    command.option("--size", bench.size, "Publish payloads of this size, in bytes")
         .within(kMinBenchSize, kMaxBenchSize)
         .showDefault();
-    command.option("--rate", bench.rate, "Records per second from each publisher; 0 for the maximum")
+    command
+        .option("--rate", bench.rate,
+                "Publish this many records per second from each publisher; 0 for the maximum")
         .within(0.0, 1e7)
         .showDefault();
-    command.option("--publishers", bench.publishers, "Number of publishing processes")
+    command.option("--publishers", bench.publishers, "Start this many publishing processes")
         .within(1, kMaxWorkers)
         .showDefault();
-    command.option("--subscribers", bench.subscribers, "Number of subscribing processes")
+    command.option("--subscribers", bench.subscribers, "Start this many subscribing processes")
         .within(0, kMaxWorkers)
         .showDefault();
     addDuration(command, "--duration", bench.duration, "Publish for this time").showDefault("5s");

@@ -144,7 +144,7 @@ void addMonitorCommand(CommandLine& line)
     addReconnectOption(command, options->bus);
     command
         .option("--ledger", options->ledger,
-                "File shared with telvane weld, to report losses and latency; exit when telvane weld does")
+                "Share FILE with telvane weld, to report losses and latency; exit when telvane weld does")
         .typeName("FILE");
     command.flag("--verbose", options->verbose,
                  "Print \"listening\" to standard error when all subscriptions are active");

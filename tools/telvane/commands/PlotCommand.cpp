@@ -170,9 +170,7 @@ void addPlotCommand(CommandLine& line)
             return plotTerminal(text).empty() ? "the name must end with .svg or .png" : std::string();
         })
         .typeName("FILE");
-    command.option("--weld", options->welds, "Draw only the weld with this tag; may be repeated")
-        .repeatable()
-        .typeName("TAG");
+    command.option("--weld", options->welds, "Draw only the weld with this tag").repeatable().typeName("TAG");
     command.examples("# all welds, one below the other\n"
                      "telvane plot weld.jsonl -o weld.svg\n"
                      "# one weld, enlarged\n"

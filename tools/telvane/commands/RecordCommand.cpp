@@ -362,7 +362,7 @@ void addRecordCommand(CommandLine& line)
                  "subscriber, now or later");
     command
         .option("-o,--output", recorder.output.path,
-                "Write to FILE; - is standard output. If records are missed, the file says so, and the exit "
+                "Write to FILE; - is standard output. If records are missed, FILE notes it, and the exit "
                 "code is 1")
         .required()
         .typeName("FILE");

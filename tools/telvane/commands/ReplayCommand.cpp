@@ -78,19 +78,17 @@ void addReplayCommand(CommandLine& line)
     command.option("FILE", options->files, "Recordings, in order; - is standard input").required();
     command
         .option("--speed", replaySettings.speed,
-                "Speed relative to the recording; 0 does not wait between records")
+                "Publish at this speed relative to the recording; 0 does not wait between records")
         .within(0.0, 1e6)
         .showDefault();
     addRangeOptions(command, replaySettings.range);
     command.flag("--loop", replaySettings.loop, "Repeat until interrupted");
     command
         .option("--only", replaySettings.only,
-                "Publish only channels that match PATTERN, where * and ? are wildcards; may be repeated")
+                "Publish only channels that match PATTERN, where * and ? are wildcards")
         .typeName("PATTERN")
         .repeatable();
-    command
-        .option("--rename", options->renames,
-                "Publish the records of channel OLD on channel NEW; may be repeated")
+    command.option("--rename", options->renames, "Publish the records of channel OLD on channel NEW")
         .check(&checkRename)
         .repeatable()
         .typeName("OLD=NEW");

@@ -333,7 +333,8 @@ void addServeCommand(CommandLine& line)
         .showDefault();
     command
         .option("--subscriber-buffer", options->subscriberBuffer,
-                "Send buffer of each subscriber, in bytes. A larger buffer lets a slow subscriber fall "
+                "Give each subscriber a send buffer of this size, in bytes. A larger buffer lets a slow "
+                "subscriber fall "
                 "further behind before it misses messages. 0 uses the kernel's default")
         .notNegative()
         .showDefault();
@@ -352,7 +353,7 @@ void addServeCommand(CommandLine& line)
     command
         .option("--remember", options->remembered,
                 "Keep the last record of each channel that matches PATTERN, and answer requests for it when "
-                "there is no responder; may be repeated. The server keeps up to 1000 records and 4 MiB")
+                "there is no responder. The server keeps up to 1000 records and 4 MiB")
         .check(&checkChannelPattern)
         .typeName("PATTERN")
         .repeatable();

@@ -87,7 +87,7 @@ void addShowCommand(CommandLine& line)
     auto options = std::make_shared<Options>();
     Command command(line, "show", "Print the records of a recording");
     command.option("FILE", options->files, "Recordings, in order; - is standard input").required();
-    command.option("--only", options->only, "Print only channels that match PATTERN; may be repeated")
+    command.option("--only", options->only, "Print only channels that match PATTERN")
         .typeName("PATTERN")
         .repeatable();
     addRangeOptions(command, options->range);

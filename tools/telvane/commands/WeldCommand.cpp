@@ -165,20 +165,20 @@ void addReplayOptions(Command& command, Options& options)
     const char* const simulation = "Simulation (without --csv; --period-us applies)";
     command
         .option("--seed", options.source.simulation.seed,
-                "Seed of the random numbers; the same seed gives the same welds")
+                "Seed the random numbers; the same seed gives the same welds")
         .group(simulation)
         .showDefault();
-    command.option("--welds", options.source.simulation.welds, "Number of welds")
+    command.option("--welds", options.source.simulation.welds, "Simulate this many welds")
         .group(simulation)
         .positive()
         .showDefault();
-    command.option("--duration", options.source.duration, "Arc time of each weld (s), at least 1.5")
+    command.option("--duration", options.source.duration, "Simulate this arc time (s), at least 1.5")
         .group(simulation)
         .within(1.5, 1e5)
         .showDefault();
 
     const char* const replay = "Replay";
-    command.option("--threshold", options.detector.threshold, "Current above which the arc burns (A)")
+    command.option("--threshold", options.detector.threshold, "Detect an arc above this current (A)")
         .group(replay)
         .notNegative()
         .showDefault();
@@ -190,7 +190,8 @@ void addReplayOptions(Command& command, Options& options)
         .showDefault();
     command
         .option("--speed", options.publisher.speed,
-                "Speed relative to the recording; 0 for the maximum, at which slow subscribers miss records")
+                "Publish at this speed relative to the recording; 0 for the maximum, at which slow "
+                "subscribers miss records")
         .group(replay)
         .within(0.0, 1e9)
         .showDefault();
@@ -199,7 +200,7 @@ void addReplayOptions(Command& command, Options& options)
               "Stamp records with the current time instead of the recorded one")
         .group(replay);
     command
-        .option("--ledger", options.ledger, "File shared with telvane monitor, to report losses and latency")
+        .option("--ledger", options.ledger, "Share FILE with telvane monitor, to report losses and latency")
         .typeName("FILE")
         .group(replay);
 }

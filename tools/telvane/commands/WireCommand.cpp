@@ -101,9 +101,9 @@ void addWireCommand(CommandLine& line)
 {
     auto options = std::make_shared<Options>();
     Command command(line, "wire", "Compute a wire's diameter, nearest size and weight");
-    command.option("--size", options->size, "Wire size, name or code");
-    command.option("--diameter", options->diameter, "Wire diameter in inches").positive();
-    command.option("--alloy", options->alloy, "Alloy, name or code").showDefault("0");
+    command.option("--size", options->size, "Compute for this wire size, name or code");
+    command.option("--diameter", options->diameter, "Compute for this wire diameter in inches").positive();
+    command.option("--alloy", options->alloy, "Compute for this alloy, name or code").showDefault("0");
     command.flag("--json", options->json, "Print JSON");
     command.examples("# by size, or by measured diameter\n"
                      "telvane wire --size 0.045 --alloy STL_E70\n"

@@ -102,7 +102,7 @@ void addFormatOptions(Command& command, FormatOptions& options)
         .option(
             "--where", options.conditions,
             "Print only records that match CONDITION: amps>100, settings.CommandWFS.Unit=in/min or log~arc, "
-            "with =, !=, <, <=, >, >= or ~ (contains). If repeated, all conditions must match")
+            "with =, !=, <, <=, >, >= or ~ (contains). Several conditions must all match")
         .repeatable()
         .typeName("CONDITION");
     command.option("-F,--format", settings.format, std::string("Print records in FORMAT: ") + kFormatHelp)

@@ -63,8 +63,8 @@ void addAccessOptions(Command& command, AccessOptions& options)
 {
     command
         .option("--allow-user", options.users,
-                "Allow only this user, by name or number, to connect; may be repeated and combined with "
-                "--allow-group. All others are refused, including root and the server's own user")
+                "Allow only this user, by name or number, to connect, and those of --allow-group. "
+                "All others are refused, including root and the server's own user")
         .check([](const std::string& text) {
             return findUser(text) ? std::string() : "unknown user \"" + text + "\"";
         })
@@ -73,7 +73,7 @@ void addAccessOptions(Command& command, AccessOptions& options)
         .group("Access control");
     command
         .option("--allow-group", options.groups,
-                "Allow only members of this group, by name or number, to connect; may be repeated")
+                "Allow only members of this group, by name or number, to connect")
         .check([](const std::string& text) {
             return findGroup(text) ? std::string() : "unknown group \"" + text + "\"";
         })
