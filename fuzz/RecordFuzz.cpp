@@ -56,7 +56,7 @@ bool isReadable(const RecordTable& table, const cJSON* input);
 
 /// \return whether there are so many elements and each is what it has to be
 template <class Predicate>
-bool isArrayOf(const cJSON* array, std::uint32_t least, std::uint32_t most, Predicate isElement)
+bool isArrayOf(const cJSON* array, std::uint32_t min, std::uint32_t max, Predicate isElement)
 {
     std::uint32_t size = 0;
     bool allFit = cJSON_IsArray(array) != 0;
@@ -64,7 +64,7 @@ bool isArrayOf(const cJSON* array, std::uint32_t least, std::uint32_t most, Pred
         allFit = allFit && isElement(item);
         ++size;
     }
-    return allFit && size >= least && size <= most;
+    return allFit && size >= min && size <= max;
 }
 
 bool isReadable(const RecordField& field, const cJSON* item)

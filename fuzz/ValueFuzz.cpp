@@ -85,22 +85,23 @@ using Application::Gauge;
 using Application::Inspection;
 
 /// \return whether a second reader finds a number of the type there
-bool isReadable(const cJSON* payload, const char* key, double least, double most)
+bool isReadable(const cJSON* payload, const char* key, double min, double max)
 {
     const cJSON* const item = cJSON_GetObjectItem(payload, key);
-    return cJSON_IsNumber(item) != 0 && item->valuedouble >= least && item->valuedouble <= most &&
+    return cJSON_IsNumber(item) != 0 && item->valuedouble >= min && item->valuedouble <= max &&
            std::floor(item->valuedouble) == item->valuedouble;
 }
 
 /// \return whether the payload can be read as a Gauge
 bool isReadable(const cJSON* payload)
 {
-    constexpr double kMost = 4503599627370496.0; // 2^52
-    constexpr double kMostFloat = 3.4028235e38;  // a little more than the largest float, which is printed so
+    constexpr double kMaxWhole = 4503599627370496.0; // 2^52
+    constexpr double kMaxFloat = 3.4028235e38; // a little more than the largest float, which is printed so
     const cJSON* const factor = cJSON_GetObjectItem(payload, "factor");
-    return cJSON_IsNumber(factor) != 0 && std::fabs(factor->valuedouble) <= kMostFloat &&
-           isReadable(payload, "cycles", 0, 4294967295.0) && isReadable(payload, "offset", -kMost, kMost) &&
-           isReadable(payload, "total", 0, kMost) && isReadable(payload, "step", -128, 127) &&
+    return cJSON_IsNumber(factor) != 0 && std::fabs(factor->valuedouble) <= kMaxFloat &&
+           isReadable(payload, "cycles", 0, 4294967295.0) &&
+           isReadable(payload, "offset", -kMaxWhole, kMaxWhole) &&
+           isReadable(payload, "total", 0, kMaxWhole) && isReadable(payload, "step", -128, 127) &&
            isReadable(payload, "grade", 0, 255);
 }
 

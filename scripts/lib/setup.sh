@@ -206,8 +206,8 @@ telvane_run_test() {
 # With TELVANE_REPEAT_FAILED=1, repeats failed tests with the label "exchange" once, one at a time, and prints their names:
 # an exchange on the bus fails after one second without an answer, and a loaded machine can stall for that long. A defect
 # fails twice. All other failures are final: a failed test without the label, a crash, a report of a sanitizer, and more
-# than telvane_most_repeated failures. tests/exchange_tests lists the tests with the label.
-telvane_most_repeated=10
+# than telvane_max_repeated failures. tests/exchange_tests lists the tests with the label.
+telvane_max_repeated=10
 telvane_ctest() {
     local preset=$1 prefix=()
     shift
@@ -235,7 +235,7 @@ telvane_ctest() {
     fi
     failed=$(sed 's/^[0-9]*://' "$list" | LC_ALL=C sort)
     count=$(wc -l <<<"$failed")
-    if [ "$count" -gt "$telvane_most_repeated" ]; then
+    if [ "$count" -gt "$telvane_max_repeated" ]; then
         telvane_say "0 tests repeated; $count failed"
         return "$status"
     fi

@@ -158,9 +158,9 @@ cutPower(unsigned cuts,
 
 std::string print(const std::vector<std::string>& faults)
 {
-    constexpr std::size_t kMost = 5;
-    std::string text = faults.size() > kMost ? std::to_string(faults.size()) + " faults, such as\n" : "";
-    for (std::size_t i = 0; i < std::min(faults.size(), kMost); ++i) {
+    constexpr std::size_t kMaxShown = 5;
+    std::string text = faults.size() > kMaxShown ? std::to_string(faults.size()) + " faults, such as\n" : "";
+    for (std::size_t i = 0; i < std::min(faults.size(), kMaxShown); ++i) {
         text += faults[i] + "\n";
     }
     return text;

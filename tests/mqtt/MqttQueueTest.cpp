@@ -285,14 +285,14 @@ TEST(MqttQueue, SurvivesADayWithoutBroker)
 {
     constexpr Nanoseconds kInterval = kSecond;
     constexpr Nanoseconds kDay = 24 * 3600 * kSecond;
-    constexpr std::size_t kMost = 1000;
-    OutgoingQueue queue({kMost, 10'000'000, 200 * kSecond});
+    constexpr std::size_t kMaxMessages = 1000;
+    OutgoingQueue queue({kMaxMessages, 10'000'000, 200 * kSecond});
     std::uint64_t pushed = 0;
     for (Nanoseconds now = 0; now < kDay; now += kInterval) {
         queue.push(message(), now);
         ++pushed;
         if (pushed % 1000 == 0) {
-            ASSERT_LE(queue.waiting(), kMost);
+            ASSERT_LE(queue.waiting(), kMaxMessages);
             ASSERT_LE(queue.waitingBytes(), 10'000'000U);
         }
     }

@@ -68,11 +68,11 @@ protected:
     }
 
     /// Sends messages and gets their acknowledgements.
-    std::vector<OutgoingMessage> sendAll(Nanoseconds now = 0, std::size_t most = 1'000'000)
+    std::vector<OutgoingMessage> sendAll(Nanoseconds now = 0, std::size_t max = 1'000'000)
     {
         std::vector<OutgoingMessage> sent;
         bool fromBacklog = false;
-        while (sent.size() < most) {
+        while (sent.size() < max) {
             auto next = queue->take(now, true, fromBacklog);
             if (!next) {
                 break;

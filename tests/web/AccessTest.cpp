@@ -228,11 +228,11 @@ TEST(WebSessions, AreBounded)
     Sessions sessions;
     const std::string first = sessions.open(0);
     const std::string second = sessions.open(0);
-    for (std::size_t i = 0; i < Sessions::kMost - 1; ++i) {
+    for (std::size_t i = 0; i < Sessions::kMaxSessions - 1; ++i) {
         EXPECT_TRUE(sessions.use(first, 0));
         sessions.open(0);
     }
-    EXPECT_EQ(sessions.size(), Sessions::kMost);
+    EXPECT_EQ(sessions.size(), Sessions::kMaxSessions);
     EXPECT_TRUE(sessions.use(first, 0));
     EXPECT_FALSE(sessions.use(second, 0)) << "unused for longest";
 }

@@ -25,7 +25,7 @@ HttpReply textReply(const std::string& text)
 class WebWorker : public Testing::WebServerFixture
 {
 protected:
-    static constexpr std::size_t kMost = 2;
+    static constexpr std::size_t kMaxWaiting = 2;
 
     WebWorker()
     {
@@ -72,7 +72,7 @@ protected:
     bool m_isReleased = false;
     std::atomic<bool> m_isWorking = false;
     WakeUp m_wakeUp;
-    std::unique_ptr<Worker> m_worker = std::make_unique<Worker>(kMost, m_wakeUp);
+    std::unique_ptr<Worker> m_worker = std::make_unique<Worker>(kMaxWaiting, m_wakeUp);
 };
 
 TEST_F(WebWorker, AnswersOthersWhileAQuestionIsWorkedOn)
@@ -104,7 +104,7 @@ TEST_F(WebWorker, RefusesMoreQuestionsThanMayWait)
     std::list<Client> clients;
     clients.emplace_back(*this).send(kSlowRequest);
     ASSERT_TRUE(pump([this] { return m_isWorking.load(); })); // no longer one of those that wait
-    for (std::size_t i = 0; i < kMost; ++i) {
+    for (std::size_t i = 0; i < kMaxWaiting; ++i) {
         clients.emplace_back(*this).send(kSlowRequest);
         ASSERT_TRUE(pump([&] { return m_server.statistics().requests == 2 + i; }));
     }

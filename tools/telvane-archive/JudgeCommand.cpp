@@ -17,7 +17,6 @@ namespace
 
 constexpr int kWarning = 10;
 constexpr int kNotOk = 11;
-constexpr std::size_t kLeastReferences = RuleJudge::kLeastReferences;
 
 struct Options
 {
@@ -161,7 +160,7 @@ int judge(const Options& options)
         !findWelds(*reader, "--where", options.leaveOneOut ? options.reference : options.where, judged)) {
         return TelvaneTool::kWrongUsage;
     }
-    if (options.limits.empty() && references.size() < kLeastReferences) {
+    if (options.limits.empty() && references.size() < RuleJudge::kMinReferences) {
         TelvaneTool::printError("limits can be learned from four welds or more, --reference matches " +
                                 std::to_string(references.size()));
         return TelvaneTool::kWrongInput;
@@ -179,7 +178,7 @@ int judge(const Options& options)
     references.erase(std::remove_if(references.begin(), references.end(),
                                     [&](std::int64_t id) { return !features[id].hasArc(); }),
                      references.end());
-    if (options.limits.empty() && references.size() < kLeastReferences) {
+    if (options.limits.empty() && references.size() < RuleJudge::kMinReferences) {
         TelvaneTool::printError("limits can be learned from four welds or more, and " +
                                 std::to_string(references.size()) +
                                 " of those that --reference matches have samples of an arc");

@@ -20,7 +20,7 @@ namespace
 {
 
 constexpr std::size_t kMaxLike = 200;
-constexpr std::size_t kLeastLike = 3;
+constexpr std::size_t kMinLike = 3;
 constexpr std::size_t kBandPoints = 200;
 
 /// Distinguishable with colour blindness.
@@ -164,7 +164,7 @@ OverlayBand bandOf(const std::vector<Envelope>& like, double duration)
             }
             ++count;
         }
-        if (count >= kLeastLike) {
+        if (count >= kMinLike) {
             band.points.push_back(point);
         }
     }

@@ -157,9 +157,9 @@ void addPlotCommand(TelvaneTool::CommandLine& line)
         "# over each other, with the range of the welds that were found to be good\n"
         "telvane welds plot welds.db 16 17 --over --like \"program = 7 and verdict = 'ok'\" -o welds.svg\n");
     command.run([options] {
-        const std::size_t most = options->over ? kMaxOverlaid : kMaxWelds;
-        if (options->ids.size() > most) {
-            TelvaneTool::printError("a picture can show " + std::to_string(most) + " welds");
+        const std::size_t max = options->over ? kMaxOverlaid : kMaxWelds;
+        if (options->ids.size() > max) {
+            TelvaneTool::printError("a picture can show " + std::to_string(max) + " welds");
             return static_cast<int>(TelvaneTool::kWrongUsage);
         }
         return plot(*options);

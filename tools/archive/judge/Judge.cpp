@@ -17,7 +17,7 @@ namespace TelvaneArchive
 namespace
 {
 
-constexpr std::size_t kLeastReferences = 3;
+constexpr std::size_t kMinOthers = 3; ///< four references are enough to judge each by the others
 
 struct Spread
 {
@@ -90,7 +90,7 @@ Judge::Verdict Judge::judge(const WeldFeatures& weld) const
     Verdict verdict;
     verdict.level = "ok";
     judgeMetrics(weld, verdict);
-    if (m_references.size() < kLeastReferences) {
+    if (m_references.size() < kMinOthers) {
         return verdict;
     }
     std::size_t windows = 0;
@@ -116,7 +116,7 @@ void Judge::judgeMetrics(const WeldFeatures& weld, Verdict& verdict) const
             find(verdict, "not_ok", infoOf(metric).name, value->second, limit, 0.0, 0.0, "absolute");
         }
     }
-    if (m_references.size() < kLeastReferences) {
+    if (m_references.size() < kMinOthers) {
         return;
     }
     std::map<Column, std::vector<double>> known;
@@ -164,7 +164,7 @@ void Judge::judgeCourse(const WeldFeatures& weld, std::size_t channel, double co
                 values.push_back(reference.courses[channel][index]);
             }
         }
-        if (values.size() < std::max(kLeastReferences, m_references.size() / 2)) {
+        if (values.size() < std::max(kMinOthers, m_references.size() / 2)) {
             break; // longer than most references
         }
         bands.push_back(learn(values, comparisons));

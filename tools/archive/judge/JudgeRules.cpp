@@ -136,9 +136,9 @@ Status RuleJudge::prepare(std::vector<std::string>& remarks)
     for (std::size_t i = 0; i < m_rules.size() && status; ++i) {
         status = readReferences(i);
         const std::size_t count = countOf(m_known[i]);
-        if (m_rules[i].references && count < kLeastReferences) {
+        if (m_rules[i].references && count < kMinReferences) {
             remarks.push_back("[" + m_rules[i].name + "] has " + std::to_string(count) +
-                              " references; limits can be learned from " + std::to_string(kLeastReferences));
+                              " references; limits can be learned from " + std::to_string(kMinReferences));
         }
     }
     return status;
@@ -209,7 +209,7 @@ Status RuleJudge::judge(const Weld& weld, Judge::Verdict& verdict, std::string& 
     const auto itself = known.find(weld.id);
     const std::size_t others = countOf(known) - (itself != known.end() && itself->second ? 1 : 0);
     for (const auto& [id, reference] : known) {
-        if (others >= kLeastReferences && id != weld.id && reference) {
+        if (others >= kMinReferences && id != weld.id && reference) {
             judge.addReference(*reference);
         }
     }

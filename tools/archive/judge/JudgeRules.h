@@ -49,7 +49,7 @@ class RuleJudge
 {
 public:
     static constexpr std::size_t kMaxReferences = 50;
-    static constexpr std::size_t kLeastReferences = 4;
+    static constexpr std::size_t kMinReferences = 4;
 
     RuleJudge(std::vector<JudgeRule> rules, ArchiveReader& reader)
         : m_rules(std::move(rules)), m_reader(reader), m_known(m_rules.size())

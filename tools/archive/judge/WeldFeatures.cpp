@@ -32,8 +32,8 @@ public:
     void add(double seconds, const Sample& sample)
     {
         const auto index = static_cast<std::size_t>(std::max(0.0, (seconds - m_from) / m_window));
-        constexpr std::size_t kMost = 1'000'000;
-        if (index >= kMost) {
+        constexpr std::size_t kMaxWindows = 1'000'000;
+        if (index >= kMaxWindows) {
             return;
         }
         if (index >= m_counts.size()) {

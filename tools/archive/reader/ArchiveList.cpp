@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <iterator>
-#include <limits>
 #include <optional>
 #include <set>
 #include <unordered_map>
@@ -242,7 +241,6 @@ Status ArchiveReader::listByColumns(const Query& query, const WeldFilter& filter
                                     bool& done)
 {
     constexpr std::size_t kFew = 5000;
-    constexpr std::int64_t kMostMissing = 4;
     done = false;
     const Column order = orderOf(query);
     WeldColumnReader columns(*m_database, filter, {Column::StartNs, order}, true);
@@ -276,8 +274,7 @@ Status ArchiveReader::listByColumns(const Query& query, const WeldFilter& filter
                 }
             }
         };
-        status = columns.read(always ? std::numeric_limits<std::int64_t>::max() : kMostMissing, takeBlock,
-                              takeRow, done);
+        status = columns.read(always, takeBlock, takeRow, done);
     }
     return status && done ? readWelds(first.ids(), welds) : status;
 }

@@ -16,14 +16,14 @@ namespace
 
 std::int64_t firstMoment(const ArchiveReader::SampleRange& range, const SampleClock& clock)
 {
-    constexpr std::int64_t kLeast = std::numeric_limits<std::int64_t>::min();
-    return range.fromNs == kLeast ? kLeast : TelvaneTool::addSaturated(clock.start(), range.fromNs);
+    constexpr std::int64_t kMin = std::numeric_limits<std::int64_t>::min();
+    return range.fromNs == kMin ? kMin : TelvaneTool::addSaturated(clock.start(), range.fromNs);
 }
 
 std::int64_t lastMoment(const ArchiveReader::SampleRange& range, const SampleClock& clock)
 {
-    constexpr std::int64_t kMost = std::numeric_limits<std::int64_t>::max();
-    return range.toNs == kMost ? kMost : TelvaneTool::addSaturated(clock.start(), range.toNs);
+    constexpr std::int64_t kMax = std::numeric_limits<std::int64_t>::max();
+    return range.toNs == kMax ? kMax : TelvaneTool::addSaturated(clock.start(), range.toNs);
 }
 
 } // namespace

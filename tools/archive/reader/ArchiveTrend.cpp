@@ -11,7 +11,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 #include <optional>
 #include <unordered_map>
 
@@ -203,14 +202,12 @@ Status ArchiveReader::trend(Column metric, const WeldFilter& filter, bool byPart
                              false);
     if (status && source != Source::Rows && columns.canReadBlocks()) {
         constexpr std::size_t kFew = 20'000;
-        constexpr std::int64_t kMostMissing = 4;
         const bool always = source == Source::Blocks;
         bool few = false;
         status = always ? status : findFew(filter, kFew, few, index);
         if (status && !few) {
             status = columns.read(
-                always ? std::numeric_limits<std::int64_t>::max() : kMostMissing,
-                [&reader](const WeldColumnReader::Block& block) { reader.addBlock(block); },
+                always, [&reader](const WeldColumnReader::Block& block) { reader.addBlock(block); },
                 [&reader](const Row& row) { reader.addRow(row[1], row[2]); }, done);
         }
     }

@@ -15,23 +15,23 @@ namespace
 /// \return the least and the largest whole number for which a condition holds; nothing if it is no such condition
 std::optional<std::pair<std::int64_t, std::int64_t>> rangeOf(const Condition& condition)
 {
-    constexpr std::int64_t kLeast = std::numeric_limits<std::int64_t>::min();
-    constexpr std::int64_t kMost = std::numeric_limits<std::int64_t>::max();
+    constexpr std::int64_t kMin = std::numeric_limits<std::int64_t>::min();
+    constexpr std::int64_t kMax = std::numeric_limits<std::int64_t>::max();
     const auto* const value = std::get_if<std::int64_t>(&condition.value);
-    if (value == nullptr || *value == kLeast || *value == kMost) {
+    if (value == nullptr || *value == kMin || *value == kMax) {
         return std::nullopt;
     }
     switch (condition.comparison) {
     case Condition::Comparison::Equal:
         return std::pair(*value, *value);
     case Condition::Comparison::Less:
-        return std::pair(kLeast, *value - 1);
+        return std::pair(kMin, *value - 1);
     case Condition::Comparison::LessOrEqual:
-        return std::pair(kLeast, *value);
+        return std::pair(kMin, *value);
     case Condition::Comparison::Greater:
-        return std::pair(*value + 1, kMost);
+        return std::pair(*value + 1, kMax);
     case Condition::Comparison::GreaterOrEqual:
-        return std::pair(*value, kMost);
+        return std::pair(*value, kMax);
     default:
         return std::nullopt;
     }
@@ -123,9 +123,10 @@ Status WeldColumnReader::findBlocks(bool& found)
     return status;
 }
 
-Status WeldColumnReader::read(std::int64_t mostMissing, const TakeBlock& takeBlock, const TakeRow& takeRow,
-                              bool& done)
+Status WeldColumnReader::read(bool always, const TakeBlock& takeBlock, const TakeRow& takeRow, bool& done)
 {
+    constexpr std::int64_t kMaxMissing = 4;
+    const std::int64_t maxMissing = always ? std::numeric_limits<std::int64_t>::max() : kMaxMissing;
     done = false;
     bool found = false;
     Status status = findBlocks(found);
@@ -145,8 +146,8 @@ Status WeldColumnReader::read(std::int64_t mostMissing, const TakeBlock& takeBlo
     }
     std::int64_t missing = 0;
     status = countMissing(wholeOf(range[0][0]) / kBlockWelds, wholeOf(range[0][1]) / kBlockWelds, blocks,
-                          mostMissing, missing);
-    if (!status || blocks.empty() || missing > mostMissing) {
+                          maxMissing, missing);
+    if (!status || blocks.empty() || missing > maxMissing) {
         return status;
     }
     std::vector<std::int64_t> sound;
@@ -164,20 +165,20 @@ Status WeldColumnReader::read(std::int64_t mostMissing, const TakeBlock& takeBlo
 /// Counts the blocks that have welds and are missing. Ids may have large gaps, for example if retention has left a few old
 /// welds that are not ok.
 /// \param blocks  the known ones, in order
-/// \param most  where it may stop counting
+/// \param max     where it may stop counting
 Status WeldColumnReader::countMissing(std::int64_t first, std::int64_t last, const std::vector<Row>& blocks,
-                                      std::int64_t most, std::int64_t& missing)
+                                      std::int64_t max, std::int64_t& missing)
 {
     missing = last - first + 1 - static_cast<std::int64_t>(blocks.size());
-    if (missing <= most) {
+    if (missing <= max) {
         return {};
     }
     missing = 0;
     Status status;
     std::int64_t next = first;
-    for (std::size_t i = 0; i <= blocks.size() && status && missing <= most; ++i) {
+    for (std::size_t i = 0; i <= blocks.size() && status && missing <= max; ++i) {
         const std::int64_t end = i < blocks.size() ? wholeOf(blocks[i][0]) : last + 1;
-        while (status && next < end && missing <= most) {
+        while (status && next < end && missing <= max) {
             std::vector<Row> rows;
             status = m_database.run("SELECT min(id) FROM weld WHERE id >= $1 AND id < $2",
                                     {next * kBlockWelds, end * kBlockWelds}, &rows);

@@ -62,16 +62,16 @@ public:
     bool canReadBlocks() const;
 
     /// Reads the welds, in a Snapshot.
-    /// \param mostMissing  most blocks that may be missing
-    /// \param[out] done  false if more are, and nothing was read
-    Status read(std::int64_t mostMissing, const TakeBlock& takeBlock, const TakeRow& takeRow, bool& done);
+    /// \param always     even if many blocks are missing
+    /// \param[out] done  false if too many are, and nothing was read
+    Status read(bool always, const TakeBlock& takeBlock, const TakeRow& takeRow, bool& done);
 
 private:
     using Parts = std::map<std::string, BlockColumn>; ///< columns of a block by name
 
     Status findBlocks(bool& found);
     Status countMissing(std::int64_t first, std::int64_t last, const std::vector<Row>& blocks,
-                        std::int64_t most, std::int64_t& missing);
+                        std::int64_t max, std::int64_t& missing);
     Status readBlocks(const TakeBlock& take, std::vector<std::int64_t>& sound);
     bool join(Parts& parts, Block& block) const;
     Status readRows(std::int64_t from, std::int64_t to, const TakeRow& take);

@@ -18,7 +18,7 @@ namespace
 
 using Comparison = Condition::Comparison;
 
-constexpr std::int64_t kLeast = std::numeric_limits<std::int64_t>::min();
+constexpr std::int64_t kMinWhole = std::numeric_limits<std::int64_t>::min();
 
 /// A number, rounded down to a whole one.
 struct Number
@@ -55,7 +55,7 @@ Number makeNumber(bool negative, std::uint64_t magnitude, bool hasFraction)
 /// \param literal  digits with a sign, a point and an exponent, if any
 Number readDecimal(const std::string& literal)
 {
-    constexpr std::int64_t kMostDigits = 19; // of 64 bits
+    constexpr std::int64_t kMaxDigits = 19; // of 64 bits
     const bool negative = literal.front() == '-';
     std::string digits;
     std::int64_t before = 0; // the point, from the first digit that is not 0
@@ -80,7 +80,7 @@ Number readDecimal(const std::string& literal)
     if (digits.empty()) {
         return {};
     }
-    if (before > kMostDigits) {
+    if (before > kMaxDigits) {
         Number number;
         number.place = negative ? Number::Place::Below : Number::Place::Above;
         return number;
@@ -139,7 +139,7 @@ void compareWithWhole(Condition& condition, const std::string& literal)
                         (number.place == Number::Place::Above && isLess(condition.comparison)) ||
                         (number.place == Number::Place::Below && isGreater(condition.comparison));
     condition.comparison = always ? Comparison::GreaterOrEqual : Comparison::Less;
-    condition.value = kLeast;
+    condition.value = kMinWhole;
 }
 
 } // namespace TelvaneArchive

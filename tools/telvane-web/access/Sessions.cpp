@@ -20,7 +20,7 @@ std::string Sessions::open(Nanoseconds now)
     randombytes_buf(bytes, sizeof bytes);
     sodium_bin2hex(text, sizeof text, bytes, sizeof bytes);
     m_sessions.push_front({text, now, now});
-    if (m_sessions.size() > kMost) {
+    if (m_sessions.size() > kMaxSessions) {
         m_sessions.pop_back();
     }
     return text;

@@ -15,7 +15,7 @@ class Sessions
 public:
     static constexpr Nanoseconds kIdle = kSecond * 3600 * 12;
     static constexpr Nanoseconds kLongest = kSecond * 3600 * 24 * 7;
-    static constexpr std::size_t kMost = 100;
+    static constexpr std::size_t kMaxSessions = 100;
 
     /// \return the secret of a new session, 64 hexadecimal digits
     std::string open(Nanoseconds now);

@@ -45,8 +45,8 @@ private:
     std::shared_ptr<Task> m_task;
 };
 
-Worker::Worker(std::size_t most, const WakeUp& wakeUp)
-    : m_most(most), m_wakeUp(wakeUp), m_thread([this] { work(); })
+Worker::Worker(std::size_t maxWaiting, const WakeUp& wakeUp)
+    : m_maxWaiting(maxWaiting), m_wakeUp(wakeUp), m_thread([this] { work(); })
 {}
 
 Worker::~Worker()
@@ -65,7 +65,7 @@ std::unique_ptr<HttpLater> Worker::run(Job job)
     task->job = std::move(job);
     {
         const std::lock_guard<std::mutex> guard(m_lock);
-        if (m_tasks.size() >= m_most) {
+        if (m_tasks.size() >= m_maxWaiting) {
             return nullptr;
         }
         m_tasks.push_back(task);

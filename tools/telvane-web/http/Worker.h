@@ -33,8 +33,8 @@ class Worker
 public:
     using Job = std::function<HttpReply()>;
 
-    /// \param most  jobs that may wait
-    Worker(std::size_t most, const WakeUp& wakeUp);
+    /// \param maxWaiting  jobs that may wait
+    Worker(std::size_t maxWaiting, const WakeUp& wakeUp);
     /// Waits for the job that is running, and drops the others.
     ~Worker();
     Worker(const Worker&) = delete;
@@ -49,7 +49,7 @@ private:
 
     void work();
 
-    const std::size_t m_most;
+    const std::size_t m_maxWaiting;
     const WakeUp& m_wakeUp;
     std::mutex m_lock;
     std::condition_variable m_changed;

@@ -25,7 +25,7 @@ namespace
 {
 
 constexpr unsigned kNotFound = 404;
-constexpr std::size_t kMostWelds = 20;
+constexpr std::size_t kMaxWelds = 20;
 constexpr std::size_t kSlots = 200;
 
 struct Slot
@@ -89,13 +89,13 @@ Status readFormer(ArchiveReader& reader, const BandQuery& query, std::vector<Env
     }
     former.filter.add(Column::Program, Comparison::Equal, program);
     former.filter.add(Column::Ending, Comparison::Equal, std::string("complete"));
-    former.limit = 2 * kMostWelds;               // some were judged bad
+    former.limit = 2 * kMaxWelds;                // some were judged bad
     former.source = ArchiveReader::Source::Rows; // nearly all are complete: the first of the program will do
     std::vector<Weld> welds;
     Status status = reader.list(former, welds);
     for (const Weld& weld : welds) {
         std::optional<Envelope> envelope;
-        if (!status || envelopes.size() == kMostWelds) {
+        if (!status || envelopes.size() == kMaxWelds) {
             break;
         }
         if (weld.text(Column::Verdict) == "not_ok") {
