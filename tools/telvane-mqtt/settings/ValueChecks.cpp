@@ -18,8 +18,8 @@ constexpr double kNoBound = std::numeric_limits<double>::max();
 struct Range
 {
     const char* key;
-    long least;
-    double most;
+    long min;
+    double max;
 };
 constexpr Range kRanges[] = {
     {"keep-alive", 5, 65535},
@@ -38,13 +38,13 @@ std::string rangeError(const Range& range, const std::string& value)
 {
     char* end = nullptr;
     const double number = std::strtod(value.c_str(), &end);
-    if (*end == '\0' && number >= static_cast<double>(range.least) && number <= range.most) {
+    if (*end == '\0' && number >= static_cast<double>(range.min) && number <= range.max) {
         return {};
     }
-    const std::string least = std::to_string(range.least);
+    const std::string min = std::to_string(range.min);
     return "expected a number " +
-           (range.most < kNoBound ? "from " + least + " to " + std::to_string(static_cast<long>(range.most))
-                                  : "of at least " + least) +
+           (range.max < kNoBound ? "from " + min + " to " + std::to_string(static_cast<long>(range.max))
+                                 : "of at least " + min) +
            ", got \"" + value + "\"";
 }
 
