@@ -69,7 +69,7 @@ private:
         using TelvaneArchive::Channel;
         using TelvaneArchive::Column;
         constexpr std::int64_t kPeriodUs = 500;
-        constexpr std::int64_t kHour = 3600LL * 1'000'000'000;
+        constexpr std::int64_t kHour = 3600 * TelvaneTool::kSecond;
         const std::int64_t start = 1'790'000'000'000'000'000 + number * kHour;
         TelvaneArchive::Weld weld;
         weld[Column::Uid] = "weld-" + std::to_string(number);

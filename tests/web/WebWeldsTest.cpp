@@ -23,7 +23,7 @@ using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 
-constexpr std::int64_t kHour = 3600LL * 1'000'000'000;
+constexpr Nanoseconds kHour = 3600 * kSecond;
 
 class WebWelds : public Testing::WebServerFixture
 {

@@ -2,6 +2,7 @@
 #include "common/cli/CommandLine.h"
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
+#include "common/support/Clock.h"
 #include "common/support/HumanReadable.h"
 #include "common/support/OutputFile.h"
 #include "common/support/TimestampParser.h"
@@ -152,7 +153,7 @@ std::string printValue(const Value& value)
 
 std::string printLocal(std::int64_t nanoseconds)
 {
-    const auto seconds = static_cast<time_t>(nanoseconds / 1'000'000'000);
+    const auto seconds = static_cast<time_t>(nanoseconds / TelvaneTool::kSecond);
     std::tm parts = {};
     localtime_r(&seconds, &parts);
     char text[64];

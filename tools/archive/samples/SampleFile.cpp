@@ -6,6 +6,7 @@
 #include "archive/samples/SampleFile.h"
 
 #include "archive/samples/SampleCodec.h"
+#include "common/support/Clock.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -22,7 +23,6 @@ namespace
 {
 
 constexpr std::string_view kMark = "Telvane samples\n";
-constexpr std::int64_t kNanosecondsPerSecond = 1'000'000'000;
 
 Status systemError(const std::string& what, int error)
 {
@@ -191,7 +191,7 @@ bool readFilePart(const std::string& path, const SampleFile::Place& place, std::
 
 std::string sampleFileName(std::int64_t nanoseconds)
 {
-    const auto seconds = static_cast<time_t>(nanoseconds / kNanosecondsPerSecond);
+    const auto seconds = static_cast<time_t>(nanoseconds / TelvaneTool::kSecond);
     std::tm parts = {};
     gmtime_r(&seconds, &parts);
     char name[64];

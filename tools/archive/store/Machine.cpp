@@ -35,7 +35,7 @@ bool clockIsSet()
 
 std::int64_t utcOffset(std::int64_t nanoseconds)
 {
-    const auto seconds = static_cast<time_t>(nanoseconds / 1'000'000'000);
+    const auto seconds = static_cast<time_t>(nanoseconds / TelvaneTool::kSecond);
     std::tm parts = {};
     return localtime_r(&seconds, &parts) != nullptr ? parts.tm_gmtoff : 0;
 }
