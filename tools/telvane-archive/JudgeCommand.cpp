@@ -1,10 +1,11 @@
 #include "Commands.h"
 #include "LiveJudging.h"
+#include "archive/reader/WeldText.h"
 #include "common/cli/CommandLine.h"
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
 #include "common/cli/Signals.h"
-#include "common/support/HumanReadable.h"
+#include "common/support/Clock.h"
 
 #include <algorithm>
 #include <memory>
@@ -57,16 +58,7 @@ bool findWelds(ArchiveReader& reader, const char* option, const std::string& whe
 
 std::string printVerdict(std::int64_t id, const Judge::Verdict& verdict)
 {
-    std::string text = "weld " + std::to_string(id) + ": " + verdict.level + "\n";
-    for (const Finding& finding : verdict.findings) {
-        text += TelvaneTool::formatted("  %s: %s is %.6g, limits %.6g to %.6g", finding.level.c_str(),
-                                       finding.metric.c_str(), finding.value, finding.low, finding.high);
-        if (finding.toSeconds > 0.0) {
-            text += TelvaneTool::formatted(", from %.2f to %.2f s", finding.fromSeconds, finding.toSeconds);
-        }
-        text += " (" + finding.reference + ")\n";
-    }
-    return text;
+    return "weld " + std::to_string(id) + ": " + verdict.level + "\n" + printFindings(verdict.findings);
 }
 
 Status storeVerdict(ArchiveStore& store, std::int64_t id, const Judge::Verdict& verdict)

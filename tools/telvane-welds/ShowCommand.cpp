@@ -3,7 +3,6 @@
 #include "common/cli/CommandLine.h"
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
-#include "common/support/HumanReadable.h"
 #include "common/support/Table.h"
 
 #include <memory>
@@ -59,15 +58,7 @@ int show(const Options& options)
     for (const ArchiveReader::Event& event : events) {
         text += "  at " + printLocal(event.time) + " " + event.channel + ": " + event.record + "\n";
     }
-    for (const Finding& finding : findings) {
-        text += TelvaneTool::formatted("  %s: %s is %.6g, limits %.6g to %.6g", finding.level.c_str(),
-                                       finding.metric.c_str(), finding.value, finding.low, finding.high);
-        text += finding.toSeconds > 0.0
-                    ? TelvaneTool::formatted(", from %.2f to %.2f s", finding.fromSeconds, finding.toSeconds)
-                    : std::string();
-        text += " (" + finding.reference + ")\n";
-    }
-    return TelvaneTool::writeResult(text);
+    return TelvaneTool::writeResult(text + printFindings(findings));
 }
 
 } // namespace

@@ -121,4 +121,18 @@ std::string sampleJsonLine(const Sample& sample)
     return line + "}\n";
 }
 
+std::string printFindings(const std::vector<Finding>& findings)
+{
+    std::string text;
+    for (const Finding& finding : findings) {
+        text += TelvaneTool::formatted("  %s: %s is %.6g, limits %.6g to %.6g", finding.level.c_str(),
+                                       finding.metric.c_str(), finding.value, finding.low, finding.high);
+        if (finding.toSeconds > 0.0) {
+            text += TelvaneTool::formatted(", from %.2f to %.2f s", finding.fromSeconds, finding.toSeconds);
+        }
+        text += " (" + finding.reference + ")\n";
+    }
+    return text;
+}
+
 } // namespace TelvaneArchive

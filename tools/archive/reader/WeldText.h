@@ -33,4 +33,7 @@ std::string sampleCsvLine(const Sample& sample);
 /// \return the sample as a JSON object on one line
 std::string sampleJsonLine(const Sample& sample);
 
+/// \return an indented line for each finding, for people: numbers have six digits
+std::string printFindings(const std::vector<Finding>& findings);
+
 } // namespace TelvaneArchive
