@@ -3,6 +3,8 @@
 
 #include <gmock/gmock.h>
 
+#include <limits>
+
 using namespace TelvaneArchive;
 using namespace TelvaneArchive::Testing;
 using testing::HasSubstr;
@@ -47,6 +49,14 @@ TEST(OverlayPlot, HasTheBandOfThreeWeldsAndMoreAsLongAsTheyLast)
     EXPECT_EQ(band.points.front().high[0], 190.0);
     EXPECT_NEAR(band.points.back().seconds, 5.0, 0.06) << "then only two are left";
     EXPECT_TRUE(bandOf({envelopeAt(180, 10), envelopeAt(182, 10)}, 10.0).points.empty());
+}
+
+TEST(OverlayPlot, DrawsAWeldWithTimesOutOfRange)
+{
+    OverlaidWeld weld = weldAt(16, 180.0);
+    weld.envelope.start = -kStart;
+    weld.envelope.end = std::numeric_limits<std::int64_t>::max();
+    EXPECT_THAT(printOverlay({weld}, {}, "svg"), HasSubstr("set xrange [0:9.22337204e+09]"));
 }
 
 TEST(OverlayPlot, DrawsEachMeasuredQuantityOnce)

@@ -37,11 +37,6 @@ constexpr Panel kPanels[] = {{Channel::Amps, "current (A)"},
                              {Channel::Wfs, "wire feed (in/min)"},
                              {Channel::Gas, "gas (l/min)"}};
 
-double secondsOf(const Envelope& envelope)
-{
-    return static_cast<double>(envelope.end - envelope.start) * 1e-9;
-}
-
 bool isMeasured(const OverlaidWeld& weld, std::size_t channel)
 {
     return std::any_of(weld.envelope.parts.begin(), weld.envelope.parts.end(), [channel](const auto& part) {
@@ -60,7 +55,7 @@ std::string printCurve(const OverlaidWeld& weld, std::size_t channel)
             continue;
         }
         text += TelvaneTool::formatted("%.9g %.6g\n",
-                                       (static_cast<double>(k) + 0.5) / parts * secondsOf(weld.envelope),
+                                       (static_cast<double>(k) + 0.5) / parts * weld.envelope.seconds(),
                                        static_cast<double>(part.ranges[channel].mean));
     }
     return text;
@@ -148,7 +143,7 @@ OverlayBand bandOf(const std::vector<Envelope>& like, double duration)
         point.seconds = duration * static_cast<double>(i) / static_cast<double>(kBandPoints);
         std::size_t count = 0;
         for (const Envelope& envelope : like) {
-            const double place = point.seconds / std::max(secondsOf(envelope), 1e-9) *
+            const double place = point.seconds / std::max(envelope.seconds(), 1e-9) *
                                  static_cast<double>(envelope.parts.size());
             if (place >= static_cast<double>(envelope.parts.size())) {
                 continue; // it was shorter
@@ -177,7 +172,7 @@ std::string printOverlay(const std::vector<OverlaidWeld>& welds, const OverlayBa
     double duration = 0.0;
     std::vector<Panel> panels;
     for (const OverlaidWeld& weld : welds) {
-        duration = std::max(duration, secondsOf(weld.envelope));
+        duration = std::max(duration, weld.envelope.seconds());
     }
     for (const Panel& panel : kPanels) {
         const auto channel = static_cast<std::size_t>(panel.channel);
@@ -251,7 +246,7 @@ int drawOverlay(ArchiveReader& reader, const std::vector<Weld>& welds, const std
                                     " has no curves: it has not ended, or has no samples");
             return TelvaneTool::kWrongInput;
         }
-        duration = std::max(duration, secondsOf(*envelope));
+        duration = std::max(duration, envelope->seconds());
         added.envelope = std::move(*envelope);
     }
     std::vector<Envelope> others;

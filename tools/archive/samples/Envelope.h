@@ -1,6 +1,8 @@
 #pragma once
 
 #include "archive/samples/Sample.h"
+#include "common/support/Clock.h"
+#include "common/support/Saturating.h"
 
 #include <cstdint>
 #include <string>
@@ -30,6 +32,8 @@ struct Envelope
     std::int64_t start = 0; ///< ns since the Unix epoch
     std::int64_t end = 0;
     std::vector<Part> parts;
+
+    double seconds() const { return TelvaneTool::inSeconds(TelvaneTool::subtractSaturated(end, start)); }
 };
 
 /// Parts of the fine and of the coarse envelope of a weld.

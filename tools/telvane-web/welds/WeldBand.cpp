@@ -1,9 +1,7 @@
 // Former welds differ in length, so they are laid over each other by the time since their start, and the band ends where
 // fewer than half of them are left.
 
-#include "common/support/Clock.h"
 #include "common/support/HumanReadable.h"
-#include "common/support/Saturating.h"
 #include "telvane-web/http/Query.h"
 #include "telvane-web/welds/WeldCurve.h"
 
@@ -27,6 +25,7 @@ namespace
 constexpr unsigned kNotFound = 404;
 constexpr std::size_t kMaxWelds = 20;
 constexpr std::size_t kSlots = 200;
+constexpr double kMinSeconds = 1e-9; ///< also of a weld without a duration
 
 struct Slot
 {
@@ -35,15 +34,11 @@ struct Slot
     std::array<double, kChannels> high = {};
 };
 
-double secondsOf(const Envelope& envelope)
-{
-    return inSeconds(std::max<std::int64_t>(subtractSaturated(envelope.end, envelope.start), 1));
-}
-
 /// Adds the means of a weld to the slots.
 void add(const Envelope& envelope, double width, std::vector<Slot>& slots)
 {
-    const double partWidth = secondsOf(envelope) / static_cast<double>(envelope.parts.size());
+    const double partWidth =
+        std::max(envelope.seconds(), kMinSeconds) / static_cast<double>(envelope.parts.size());
     for (std::size_t i = 0; i < slots.size(); ++i) {
         const auto first = static_cast<std::size_t>(static_cast<double>(i) * width / partWidth);
         const auto last =
@@ -128,7 +123,7 @@ HttpReply bandOf(WeldArchive& archive, const BandQuery& query)
     }
     double longest = 0.0;
     for (const Envelope& envelope : envelopes) {
-        longest = std::max(longest, secondsOf(envelope));
+        longest = std::max({longest, envelope.seconds(), kMinSeconds});
     }
     std::vector<Slot> slots(envelopes.empty() ? 0 : kSlots);
     for (const Envelope& envelope : envelopes) {
