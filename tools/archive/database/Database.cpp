@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 
 namespace TelvaneArchive
 {
@@ -43,6 +44,11 @@ const std::string& bytesOf(const Value& value)
 bool isNoRoom(int error)
 {
     return error == ENOSPC || error == EDQUOT || error == EFBIG;
+}
+
+Status systemError(const std::string& what, int error)
+{
+    return {isNoRoom(error) ? Status::Code::Full : Status::Code::Failed, what + ": " + std::strerror(error)};
 }
 
 Status Database::each(const Sql& statement, const Row& parameters,

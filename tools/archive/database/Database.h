@@ -33,6 +33,9 @@ struct Status
 
 /// \return whether an error number means that there is no room on the disk
 bool isNoRoom(int error);
+/// \param what   such as the path of a file
+/// \param error  errno
+Status systemError(const std::string& what, int error);
 
 /// A connection to SQLite or PostgreSQL. Statements are the same for both.
 /// \par Threads  One at a time.

@@ -7,7 +7,6 @@
 #include "common/support/FileDescriptor.h"
 
 #include <cerrno>
-#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <unistd.h>
@@ -18,15 +17,10 @@ namespace TelvaneArchive
 namespace
 {
 
-Status failed(const std::string& what, int error)
-{
-    return {isNoRoom(error) ? Status::Code::Full : Status::Code::Failed, what + ": " + std::strerror(error)};
-}
-
 Status synchronise(const std::string& path)
 {
     const TelvaneTool::FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    return file.isOpen() && fsync(file.get()) == 0 ? Status() : failed(path, errno);
+    return file.isOpen() && fsync(file.get()) == 0 ? Status() : systemError(path, errno);
 }
 
 /// Copies a file, unless retention deletes it meanwhile.
@@ -36,7 +30,7 @@ Status copySampleFile(const std::filesystem::path& from, const std::string& to)
     std::error_code error;
     const fs::file_type type = fs::status(from, error).type();
     if (type == fs::file_type::none) {
-        return failed(from, error.value());
+        return systemError(from, error.value());
     }
     if (type != fs::file_type::regular) {
         return {}; // deleted, or not a sample file, such as lost+found
@@ -49,7 +43,7 @@ Status copySampleFile(const std::filesystem::path& from, const std::string& to)
     if (error == std::errc::no_such_file_or_directory && !fs::exists(from, unknown) && !unknown) {
         return {};
     }
-    return failed(to, error.value());
+    return systemError(to, error.value());
 }
 
 Status copySamples(const std::string& from, const std::string& to)
@@ -57,7 +51,7 @@ Status copySamples(const std::string& from, const std::string& to)
     namespace fs = std::filesystem;
     std::error_code error;
     if (fs::create_directories(to, error); error) {
-        return failed(to, error.value());
+        return systemError(to, error.value());
     }
     Status status;
     for (fs::directory_iterator entry(from, error); !error && status && entry != fs::directory_iterator();
@@ -65,7 +59,7 @@ Status copySamples(const std::string& from, const std::string& to)
         status = copySampleFile(entry->path(), to + "/" + entry->path().filename().string());
     }
     const bool none = error == std::errc::no_such_file_or_directory; // no weld has samples
-    return error && !none ? failed(from, error.value()) : status;
+    return error && !none ? systemError(from, error.value()) : status;
 }
 
 /// Deletes the verdicts that wait for the bus: the archive publishes them, and its copy must not do it again.
@@ -109,7 +103,7 @@ Status copyArchive(ArchiveReader& reader, const std::string& from, const std::st
     const std::string unfinished = to + ".unfinished";
     std::error_code error;
     if (std::filesystem::exists(to, error) || std::filesystem::exists(sampleFolder(to), error)) {
-        return failed(to, EEXIST);
+        return systemError(to, EEXIST);
     }
     deleteDatabase(unfinished);
     Status status = reader.database().run("VACUUM INTO $1", {unfinished});
@@ -117,7 +111,7 @@ Status copyArchive(ArchiveReader& reader, const std::string& from, const std::st
     status = status && samples ? copySamples(sampleFolder(from), sampleFolder(to)) : status;
     status = status ? synchronise(unfinished) : status;
     if (status && rename(unfinished.c_str(), to.c_str()) != 0) {
-        status = failed(to, errno);
+        status = systemError(to, errno);
     }
     if (!status) {
         deleteDatabase(unfinished);

@@ -10,7 +10,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <ctime>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -23,11 +22,6 @@ namespace
 {
 
 constexpr std::string_view kMark = "Telvane samples\n";
-
-Status systemError(const std::string& what, int error)
-{
-    return {isNoRoom(error) ? Status::Code::Full : Status::Code::Failed, what + ": " + std::strerror(error)};
-}
 
 int writeAll(int fd, std::string_view data)
 {

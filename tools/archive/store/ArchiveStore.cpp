@@ -12,7 +12,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <fcntl.h>
 #include <sys/file.h>
 
@@ -42,8 +41,7 @@ Status ArchiveStore::lock()
     const std::string path = m_path + ".lock";
     m_lock = TelvaneTool::FileDescriptor(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666));
     if (!m_lock.isOpen()) {
-        return {isNoRoom(errno) ? Status::Code::Full : Status::Code::Failed,
-                path + ": " + std::strerror(errno)};
+        return systemError(path, errno);
     }
     if (flock(m_lock.get(), LOCK_EX | LOCK_NB) != 0) {
         return {Status::Code::Refused, "another process writes to this archive"};
