@@ -4,10 +4,10 @@
 
 #include "archive/samples/Envelope.h"
 
+#include "archive/samples/LittleEndian.h"
 #include "archive/samples/SampleCodec.h"
 
 #include <algorithm>
-#include <cstring>
 
 namespace TelvaneArchive
 {
@@ -19,36 +19,10 @@ constexpr std::size_t kHeader = 24;
 constexpr std::size_t kMaxParts = 100'000;
 constexpr std::size_t kBytesPerPart = 4 + kChannels * 3 * 4;
 
-void put(std::string& output, std::uint64_t bits, std::size_t bytes)
-{
-    for (std::size_t i = 0; i < bytes; ++i) {
-        output += static_cast<char>(bits >> (8 * i));
-    }
-}
-
 std::uint64_t get(std::string_view data, std::size_t& offset, std::size_t bytes)
 {
-    std::uint64_t bits = 0;
-    for (std::size_t i = bytes; i-- > 0;) {
-        bits = bits << 8U | static_cast<unsigned char>(data[offset + i]);
-    }
     offset += bytes;
-    return bits;
-}
-
-std::uint32_t bitsOf(float value)
-{
-    std::uint32_t bits = 0;
-    std::memcpy(&bits, &value, sizeof bits);
-    return bits;
-}
-
-float floatOf(std::uint64_t bits)
-{
-    const auto low = static_cast<std::uint32_t>(bits);
-    float value = 0.0F;
-    std::memcpy(&value, &low, sizeof value);
-    return value;
+    return getFixed(data, offset - bytes, bytes);
 }
 
 float& member(Envelope::Range& range, std::size_t column)
@@ -101,17 +75,17 @@ std::string encodeEnvelope(const Envelope& envelope)
 {
     std::string raw;
     raw.reserve(kHeader + envelope.parts.size() * kBytesPerPart);
-    put(raw, static_cast<std::uint64_t>(envelope.start), 8);
-    put(raw, static_cast<std::uint64_t>(envelope.end), 8);
-    put(raw, envelope.parts.size(), 4);
-    put(raw, kChannels, 4);
+    putFixed(raw, static_cast<std::uint64_t>(envelope.start), 8);
+    putFixed(raw, static_cast<std::uint64_t>(envelope.end), 8);
+    putFixed(raw, envelope.parts.size(), 4);
+    putFixed(raw, kChannels, 4);
     for (const Envelope::Part& part : envelope.parts) {
-        put(raw, part.count, 4);
+        putFixed(raw, part.count, 4);
     }
     for (std::size_t channel = 0; channel < kChannels; ++channel) {
         for (std::size_t column = 0; column < 3; ++column) {
             for (Envelope::Part part : envelope.parts) {
-                put(raw, bitsOf(member(part.ranges[channel], column)), 4);
+                putFixed(raw, bitCast<std::uint32_t>(member(part.ranges[channel], column)), 4);
             }
         }
     }
@@ -139,7 +113,8 @@ bool decodeEnvelope(std::string_view data, Envelope& envelope)
     for (std::size_t channel = 0; channel < kChannels; ++channel) {
         for (std::size_t column = 0; column < 3; ++column) {
             for (Envelope::Part& part : envelope.parts) {
-                member(part.ranges[channel], column) = floatOf(get(raw, offset, 4));
+                member(part.ranges[channel], column) =
+                    bitCast<float>(static_cast<std::uint32_t>(get(raw, offset, 4)));
             }
         }
     }

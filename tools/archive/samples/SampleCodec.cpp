@@ -10,11 +10,12 @@
 
 #include "archive/samples/SampleCodec.h"
 
+#include "archive/samples/LittleEndian.h"
+
 #include <zlib.h>
 #include <zstd.h>
 
 #include <cmath>
-#include <cstring>
 
 namespace TelvaneArchive
 {
@@ -51,22 +52,6 @@ std::uint64_t zigzag(std::int64_t value)
 std::int64_t unzigzag(std::uint64_t value)
 {
     return static_cast<std::int64_t>((value >> 1U) ^ (~(value & 1U) + 1U));
-}
-
-void putFixed(std::string& output, std::uint64_t value, std::size_t bytes)
-{
-    for (std::size_t i = 0; i < bytes; ++i) {
-        output += static_cast<char>(value >> (8 * i));
-    }
-}
-
-std::uint64_t getFixed(std::string_view data, std::size_t offset, std::size_t bytes)
-{
-    std::uint64_t value = 0;
-    for (std::size_t i = bytes; i-- > 0;) {
-        value = value << 8U | static_cast<unsigned char>(data[offset + i]);
-    }
-    return value;
 }
 
 /// Differences wrap around, as unsigned numbers do, so that every pair of numbers has one.
@@ -146,13 +131,6 @@ private:
     std::size_t m_position = 0;
 };
 
-std::uint64_t bitsOf(double value)
-{
-    std::uint64_t bits = 0;
-    std::memcpy(&bits, &value, sizeof bits);
-    return bits;
-}
-
 double powerOfTen(unsigned decimals)
 {
     static const double powers[] = {1.0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6};
@@ -168,7 +146,7 @@ bool scale(double value, double power, std::int64_t& whole)
         return false;
     }
     whole = static_cast<std::int64_t>(scaled);
-    return bitsOf(static_cast<double>(whole) / power) == bitsOf(value);
+    return bitCast<std::uint64_t>(static_cast<double>(whole) / power) == bitCast<std::uint64_t>(value);
 }
 
 void putChannel(std::string& output, const Sample* samples, std::size_t count, std::size_t channel)
@@ -195,7 +173,7 @@ void putChannel(std::string& output, const Sample* samples, std::size_t count, s
     output += static_cast<char>(Form::Doubles);
     for (std::size_t rank = 0; rank < sizeof(double); ++rank) {
         for (std::size_t i = 0; i < count; ++i) {
-            output += static_cast<char>(bitsOf(samples[i].values[channel]) >> (8 * rank));
+            output += static_cast<char>(bitCast<std::uint64_t>(samples[i].values[channel]) >> (8 * rank));
         }
     }
 }
@@ -225,7 +203,7 @@ bool getChannel(Reader& reader, Sample* samples, std::size_t count, std::size_t 
         for (std::size_t rank = sizeof(double); rank-- > 0;) {
             bits = bits << 8U | static_cast<unsigned char>(ranks[rank * count + i]);
         }
-        std::memcpy(&samples[i].values[channel], &bits, sizeof bits);
+        samples[i].values[channel] = bitCast<double>(bits);
     }
     return true;
 }

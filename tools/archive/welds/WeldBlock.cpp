@@ -3,12 +3,11 @@
 
 #include "archive/welds/WeldBlock.h"
 
+#include "archive/samples/LittleEndian.h"
 #include "archive/samples/SampleCodec.h"
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
-#include <endian.h>
 #include <limits>
 
 namespace TelvaneArchive
@@ -20,32 +19,12 @@ namespace
 constexpr std::size_t kMaxBytes = std::size_t{16} * 1024 * 1024;
 constexpr std::int64_t kNoWhole = std::numeric_limits<std::int64_t>::min();
 
-std::uint64_t bitsOf(double number)
-{
-    std::uint64_t bits = 0;
-    std::memcpy(&bits, &number, sizeof bits);
-    return bits;
-}
-
-void put(std::string& output, std::uint64_t bits)
-{
-    bits = htole64(bits);
-    output.append(reinterpret_cast<const char*>(&bits), sizeof bits);
-}
-
-void put(std::string& output, std::uint32_t bits)
-{
-    bits = htole32(bits);
-    output.append(reinterpret_cast<const char*>(&bits), sizeof bits);
-}
-
 bool take(std::string_view& data, std::uint32_t& bits)
 {
     if (data.size() < sizeof bits) {
         return false;
     }
-    std::memcpy(&bits, data.data(), sizeof bits);
-    bits = le32toh(bits);
+    bits = static_cast<std::uint32_t>(getFixed(data, 0, sizeof bits));
     data.remove_prefix(sizeof bits);
     return true;
 }
@@ -83,7 +62,7 @@ bool BlockColumn::add(const Value& value)
     }
     case ColumnType::Real: {
         const auto* const number = std::get_if<double>(&value);
-        m_numbers.push_back(bitsOf(number != nullptr ? *number : std::nan("")));
+        m_numbers.push_back(bitCast<std::uint64_t>(number != nullptr ? *number : std::nan("")));
         return null || (number != nullptr && !std::isnan(*number));
     }
     case ColumnType::Text:
@@ -105,19 +84,19 @@ std::string BlockColumn::encode() const
 {
     std::string raw;
     for (const std::uint64_t bits : m_numbers) {
-        put(raw, bits);
+        putFixed(raw, bits, 8);
     }
     if (m_type == ColumnType::Text) {
-        put(raw, static_cast<std::uint32_t>(m_texts.size()));
+        putFixed(raw, m_texts.size(), 4);
         for (const std::string& text : m_texts) {
             if (text.size() > kMaxBytes) {
                 return {};
             }
-            put(raw, static_cast<std::uint32_t>(text.size()));
+            putFixed(raw, text.size(), 4);
             raw += text;
         }
         for (const std::uint32_t place : m_places) {
-            put(raw, place);
+            putFixed(raw, place, 4);
         }
     }
     return raw.size() > kMaxBytes ? std::string() : pack(raw);
@@ -159,9 +138,7 @@ bool BlockColumn::decode(std::string_view data)
     }
     m_numbers.resize(rest.size() / sizeof(std::uint64_t));
     for (std::size_t i = 0; i < m_numbers.size(); ++i) {
-        std::uint64_t bits = 0;
-        std::memcpy(&bits, rest.data() + i * sizeof bits, sizeof bits);
-        m_numbers[i] = le64toh(bits);
+        m_numbers[i] = getFixed(rest, i * sizeof(std::uint64_t), sizeof(std::uint64_t));
     }
     return rest.size() == m_numbers.size() * sizeof(std::uint64_t);
 }
@@ -181,9 +158,7 @@ bool BlockColumn::isNull(std::size_t i) const
 
 double BlockColumn::number(std::size_t i) const
 {
-    double number = 0.0;
-    std::memcpy(&number, &m_numbers[i], sizeof number);
-    return number;
+    return bitCast<double>(m_numbers[i]);
 }
 
 Value BlockColumn::value(std::size_t i) const
