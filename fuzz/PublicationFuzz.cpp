@@ -8,7 +8,7 @@
 #include "FuzzSupport.h"
 #include "FuzzValues.h"
 #include "bus/PublicationWriter.h"
-#include "helpers/TreeWay.h"
+#include "helpers/MessagesByTree.h"
 
 #include <algorithm>
 #include <memory>

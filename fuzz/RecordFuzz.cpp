@@ -10,7 +10,7 @@
 
 #include "FuzzSupport.h"
 #include "bus/PublicationWriter.h"
-#include "helpers/TreeWay.h"
+#include "helpers/MessagesByTree.h"
 #include "support/JsonTree.h"
 
 #include <algorithm>

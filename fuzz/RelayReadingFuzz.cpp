@@ -11,7 +11,7 @@
 #include "FuzzRelay.h"
 #include "FuzzSupport.h"
 #include "helpers/RelayText.h"
-#include "helpers/StraightWay.h"
+#include "helpers/RelayWithoutTree.h"
 
 #include <iostream>
 #include <memory>

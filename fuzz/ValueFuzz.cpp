@@ -9,7 +9,7 @@
 #include "FuzzSupport.h"
 #include "FuzzValues.h"
 #include "bus/PublicationWriter.h"
-#include "helpers/StraightWay.h"
+#include "helpers/RelayWithoutTree.h"
 #include "helpers/ValueRecords.h"
 
 #include <algorithm>

@@ -3,7 +3,7 @@
 
 #include "bus/PublicationWriter.h"
 #include "helpers/RecordTestSupport.h"
-#include "helpers/StraightWay.h"
+#include "helpers/RelayWithoutTree.h"
 #include "helpers/ValueRecords.h"
 
 #include <Telvane/Bus.h>

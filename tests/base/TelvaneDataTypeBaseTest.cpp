@@ -47,7 +47,7 @@ public:
 
 int FailingRecord::living = 0;
 
-/// Cannot be built anew.
+/// BuildNewDataType() fails.
 class UnbuildableRecord : public BareRecord
 {
 public:

@@ -1,8 +1,8 @@
 #include "bus/PublicationWriter.h"
 
+#include "helpers/MessagesByTree.h"
 #include "helpers/ProcessTestSupport.h"
 #include "helpers/TestPaths.h"
-#include "helpers/TreeWay.h"
 #include "support/JsonTree.h"
 
 #include <Telvane/Telvane.h>

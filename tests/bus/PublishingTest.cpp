@@ -1,5 +1,5 @@
-// What a client sends for a record: always what the JSON library prints for the record packaged anew,
-// whatever was published before it.
+// What a client sends for a record is what the JSON library prints for it. It does not depend on what was published
+// before.
 
 #include <Telvane/Telvane.h>
 

@@ -284,8 +284,8 @@ TEST_P(WeldRecord, BuildsDefaultsNotACopy)
     ASSERT_TRUE(record->FromJson(objectOf(fields(), spelled, valueOf)));
     const std::unique_ptr<TelvaneDataTypeBase> built(record->BuildNewDataType());
     const TelvaneDataTypeBase& original = *record;
-    const TelvaneDataTypeBase& anew = *built;
-    EXPECT_EQ(typeid(anew), typeid(original));
+    const TelvaneDataTypeBase& defaults = *built;
+    EXPECT_EQ(typeid(defaults), typeid(original));
     EXPECT_EQ(printed(*built), objectOf(fields(), spelled, defaultOf));
 }
 

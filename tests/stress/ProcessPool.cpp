@@ -1,5 +1,5 @@
-// Each process is this very program, started anew: what is killed shares nothing with what goes on but the
-// board, whose counters are atomic and therefore whole at any moment.
+// Each process is this program, started again. A process that is killed shares nothing with the others but the board, whose
+// counters are atomic and therefore whole at any moment.
 
 #include "ProcessPool.h"
 

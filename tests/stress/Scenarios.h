@@ -19,8 +19,8 @@ struct Plan
     std::size_t visitors = 50;           ///< clients that connect and disconnect meanwhile
     std::chrono::seconds load{600};
     std::uint64_t published = 20000;         ///< messages published while a subscriber is stopped
-    std::chrono::milliseconds measure{5000}; ///< time of measuring the latency with each noisy neighbor
-    int names = 100000;                      ///< channels that a noisy neighbor subscribes to
+    std::chrono::milliseconds measure{5000}; ///< time of measuring the latency with each neighbour
+    int names = 100000;                      ///< channels that a neighbour subscribes to
 };
 
 /// Kills and restarts processes at random times; the others must continue.
@@ -33,8 +33,8 @@ void pauseSubscriber(const Plan& plan);
 /// Runs many clients and channels on one server, with connects and disconnects: its resources must not grow.
 void loadServer(const Plan& plan);
 
-/// Measures the latency of two well-behaved clients with noisy neighbors.
-void compareNeighbors(const Plan& plan);
+/// Measures the latency of two well-behaved clients with misbehaving neighbours.
+void compareNeighbours(const Plan& plan);
 
 /// Prints a line and flushes it, to show progress.
 template <class... Values>

@@ -31,7 +31,7 @@ constexpr Scenario kScenarios[] = {
     {"kill", &killProcesses},
     {"stop", &pauseSubscriber},
     {"load", &loadServer},
-    {"neighbours", &compareNeighbors},
+    {"neighbours", &compareNeighbours},
 };
 
 Plan shortened(Plan plan)

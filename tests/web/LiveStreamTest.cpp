@@ -254,7 +254,7 @@ TEST_F(LiveStream, LimitsOneAnswerHoweverLargeTheErrorsAre)
     EXPECT_LT(m_live.log().entries().back().data.size(), 8000U) << "texts are cut";
 }
 
-TEST_F(LiveStream, TellsAClientThatItGetsLess)
+TEST_F(LiveStream, ReportsReducedUpdatesToASlowClient)
 {
     start();
     StreamClient client({}, "{}");

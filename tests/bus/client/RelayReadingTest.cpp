@@ -1,7 +1,7 @@
 // Relays that are read without a tree, against the same with one.
 
 #include "helpers/ProcessTestSupport.h"
-#include "helpers/StraightWay.h"
+#include "helpers/RelayWithoutTree.h"
 #include "helpers/TestPaths.h"
 #include "support/JsonWriter.h"
 

@@ -361,16 +361,16 @@ TEST(EventServer, ServesTwoHundredClients)
 
 TEST(EventServer, ServesClientsThatConnectAndDisconnect)
 {
-    HookCalls leavings;
+    HookCalls disconnects;
     RunningServer running(
-        [&](EventServer& server) { server.install_OnDisconnect(recordHookCall, &leavings); });
+        [&](EventServer& server) { server.install_OnDisconnect(recordHookCall, &disconnects); });
     const std::size_t threads = runningThreads();
     for (int i = 0; i < 200; ++i) {
         const RawPeer peer = running.connect();
         subscribe(peer, "C");
     }
     for (int i = 0; i < 200; ++i) {
-        leavings.take();
+        disconnects.take();
     }
     expectNothingElse(running.connect());
     EXPECT_TRUE(eventually([&] { return runningThreads() <= threads + 1; }));

@@ -1,8 +1,8 @@
 #pragma once
 
-// What a client makes of a relay without parsing it, and whether it is the same as with a tree.
+// Relays that are read without a tree, as a client does if it can, and the comparison with those that are read with one.
 
-#include "helpers/TreeWay.h"
+#include "helpers/MessagesByTree.h"
 
 #include "support/JsonScanner.h"
 #include "transport/Envelope.h"

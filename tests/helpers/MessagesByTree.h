@@ -1,6 +1,7 @@
 #pragma once
 
-// Publications and relays by way of the JSON library's trees alone: what the ways without trees are held against.
+// Publications and relays that are written and read with the JSON library's trees only. What is done without trees is
+// compared with these.
 
 #include "support/JsonTree.h"
 #include "transport/SeqpacketSocket.h"

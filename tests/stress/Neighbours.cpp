@@ -233,7 +233,7 @@ int attack(const RoleContext& context)
     return 0;
 }
 
-void compareNeighbors(const Plan& plan)
+void compareNeighbours(const Plan& plan)
 {
     ProcessPool pool;
     const std::size_t server = pool.start("server");
