@@ -62,6 +62,29 @@ TEST(WeldMeasures, CountsShortCircuits)
     EXPECT_NEAR(weld.number(Column::ArcStability), 0.0, 1e-6);
 }
 
+TEST(WeldMeasures, CountsShortCircuitsOfTheShortestDuration)
+{
+    Weld weld = makeWeld("one", 100);
+    WeldMeasures measures(SampleClock(kStart, 100));
+    for (std::int32_t i = 0; i < 10'000; ++i) {
+        measures.add(at(i, 200.0, i % 100 == 50 ? 3.0 : 20.0)); // one sample, 0.1 ms
+    }
+    measures.finish(weld);
+    EXPECT_NEAR(weld.number(Column::ShortRate), 100.0, 0.01);
+    EXPECT_EQ(weld.number(Column::ShortTime), 0.1);
+}
+
+TEST(WeldMeasures, CountsInterruptionsOfTheShortestDuration)
+{
+    Weld weld = makeWeld("one", 100);
+    WeldMeasures measures(SampleClock(kStart, 100));
+    for (std::int32_t i = 0; i < 10'000; ++i) {
+        measures.add(at(i, i % 1000 >= 900 && i % 1000 < 950 ? 0.0 : 200.0, 20.0)); // 5 ms
+    }
+    measures.finish(weld);
+    EXPECT_EQ(weld.whole(Column::Interruptions), 10);
+}
+
 TEST(WeldMeasures, CountsNoShortCircuitsInSlowSamples)
 {
     Weld weld = makeWeld("one", 100'000);

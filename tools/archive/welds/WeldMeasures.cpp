@@ -20,12 +20,16 @@ namespace TelvaneArchive
 namespace
 {
 
-constexpr double kNanosecond = 1e-9;
-constexpr double kMillisecondsPerSecond = 1000.0;
 constexpr double kSecondsPerMinute = 60.0;
 constexpr double kInchesPerFoot = 12.0;
 constexpr double kGramsPerPound = 453.59237;
 constexpr double kJoulePerKilojoule = 1000.0;
+
+double millisecondsBetween(TelvaneTool::Nanoseconds from, TelvaneTool::Nanoseconds to)
+{
+    return static_cast<double>(TelvaneTool::subtractSaturated(to, from)) /
+           static_cast<double>(TelvaneTool::kMillisecond);
+}
 
 void setMoments(Weld& weld, const Moments& moments, Column mean, Column deviation)
 {
@@ -85,26 +89,25 @@ WeldMeasures::WeldMeasures(SampleClock clock, const MeasureSettings& settings)
 void WeldMeasures::add(const Sample& sample)
 {
     if (m_samples++ != 0) {
-        close(static_cast<double>(
-                  TelvaneTool::subtractSaturated(m_clock.momentOf(sample), m_clock.momentOf(m_last))) *
-              kNanosecond);
+        close(TelvaneTool::inSeconds(
+            TelvaneTool::subtractSaturated(m_clock.momentOf(sample), m_clock.momentOf(m_last))));
     }
-    // In seconds since the start: since the epoch, a double has steps of more than 100 ns.
-    const double moment = static_cast<double>(m_clock.sinceStart(sample)) * kNanosecond;
+    // Whole nanoseconds: with fractions of a second, an event that lasts exactly as long as the limit may seem shorter.
+    const TelvaneTool::Nanoseconds moment = m_clock.sinceStart(sample);
     followArc(sample[Channel::Amps] > m_settings.arcAmps, moment);
     m_last = sample;
     follow(sample, moment);
 }
 
-void WeldMeasures::followArc(bool burning, double moment)
+void WeldMeasures::followArc(bool burning, TelvaneTool::Nanoseconds moment)
 {
     if (m_burning && !burning) {
         m_outSince = moment;
-    } else if (burning && !m_burning && m_outSince >= 0.0 &&
-               (moment - m_outSince) * kMillisecondsPerSecond >= m_settings.minOutMs) {
+    } else if (burning && !m_burning && m_outSince >= 0 &&
+               millisecondsBetween(m_outSince, moment) >= m_settings.minOutMs) {
         ++m_interruptions;
         m_shorted = false;
-        m_previousStart = -1.0;
+        m_previousStart = -1;
     }
     m_burning = burning;
 }
@@ -121,7 +124,7 @@ void WeldMeasures::close(double seconds)
     m_energy += m_last[Channel::Volts] * m_last[Channel::Amps] * seconds;
 }
 
-void WeldMeasures::follow(const Sample& sample, double moment)
+void WeldMeasures::follow(const Sample& sample, TelvaneTool::Nanoseconds moment)
 {
     const double volts = sample[Channel::Volts];
     if (!m_shorted && m_burning && volts < m_settings.shortBelow) {
@@ -129,14 +132,14 @@ void WeldMeasures::follow(const Sample& sample, double moment)
         m_shortStart = moment;
     } else if (m_shorted && volts > m_settings.shortAbove) {
         m_shorted = false;
-        const double lasted = (moment - m_shortStart) * kMillisecondsPerSecond;
+        const double lasted = millisecondsBetween(m_shortStart, moment);
         if (lasted < m_settings.minShortMs) {
             return;
         }
         ++m_shorts;
         m_shortTimes.add(lasted, 1.0);
-        if (m_previousStart >= 0.0) {
-            m_shortPeriods.add((m_shortStart - m_previousStart) * kMillisecondsPerSecond, 1.0);
+        if (m_previousStart >= 0) {
+            m_shortPeriods.add(millisecondsBetween(m_previousStart, m_shortStart), 1.0);
         }
         m_previousStart = m_shortStart;
     }
@@ -144,7 +147,7 @@ void WeldMeasures::follow(const Sample& sample, double moment)
 
 void WeldMeasures::finish(Weld& weld)
 {
-    close(static_cast<double>(m_clock.period()) * kNanosecond);
+    close(TelvaneTool::inSeconds(m_clock.period()));
     weld[Column::ArcTime] = m_arcTime;
     weld[Column::Interruptions] = m_interruptions;
     if (!(m_arcTime > 0.0)) {

@@ -2,6 +2,7 @@
 
 #include "archive/samples/Sample.h"
 #include "archive/welds/WeldColumns.h"
+#include "common/support/Clock.h"
 #include "common/support/Saturating.h"
 
 #include <cstdint>
@@ -89,8 +90,8 @@ public:
 
 private:
     void close(double seconds);
-    void followArc(bool burning, double moment);
-    void follow(const Sample& sample, double moment);
+    void followArc(bool burning, TelvaneTool::Nanoseconds moment);
+    void follow(const Sample& sample, TelvaneTool::Nanoseconds moment);
 
     SampleClock m_clock;
     MeasureSettings m_settings;
@@ -100,13 +101,13 @@ private:
     Sample m_last;
     std::uint64_t m_samples = 0;
     bool m_burning = false;
-    double m_outSince = -1.0; ///< s since the start; negative while it has not been out
+    TelvaneTool::Nanoseconds m_outSince = -1; ///< since the start; negative while it has not been out
     std::int64_t m_interruptions = 0;
     double m_arcTime = 0.0;
     double m_energy = 0.0;
     bool m_shorted = false;
-    double m_shortStart = 0.0;     ///< s since the start of the weld
-    double m_previousStart = -1.0; ///< of the short circuit before
+    TelvaneTool::Nanoseconds m_shortStart = 0;     ///< since the start of the weld
+    TelvaneTool::Nanoseconds m_previousStart = -1; ///< of the short circuit before
     std::uint64_t m_shorts = 0;
 };
 
