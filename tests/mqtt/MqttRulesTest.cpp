@@ -100,7 +100,9 @@ TEST(MqttRules, ReadDurations)
     EXPECT_EQ(duration, 100 * kMillisecond);
     EXPECT_TRUE(parseDuration("1.5s", duration));
     EXPECT_EQ(duration, 1500 * kMillisecond);
-    for (const char* const text : {"", "5", "s", "-1s", "0s", "nan s", "infs", "1d", "1e300h"}) {
+    EXPECT_TRUE(parseDuration("2m", duration));
+    EXPECT_EQ(duration, 120 * kSecond);
+    for (const char* const text : {"", "0.9ms", "s", "-1s", "0s", "nan s", "infs", "1d", "1e300h"}) {
         EXPECT_FALSE(parseDuration(text, duration)) << text;
     }
 }

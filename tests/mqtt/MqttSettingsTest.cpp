@@ -11,14 +11,16 @@ namespace
 
 TEST(MqttSettings, AllowASpoolOfMoreThanFourGiB)
 {
-    const TestDirectory directory;
-    const std::string path = directory.write("bridge.toml", "spool-bytes = 8589934592\n");
-    Settings settings;
-    const auto given = [](const char*) {
-        return false;
-    };
-    EXPECT_EQ(readConfigFile(path, given, settings), "");
-    EXPECT_EQ(settings.spoolBytes, std::uint64_t{8} << 30);
+    for (const char* const size : {"8589934592", "\"8G\""}) {
+        const TestDirectory directory;
+        const std::string path = directory.write("bridge.toml", std::string("spool-bytes = ") + size + "\n");
+        Settings settings;
+        const auto given = [](const char*) {
+            return false;
+        };
+        EXPECT_EQ(readConfigFile(path, given, settings), "");
+        EXPECT_EQ(settings.spoolBytes, std::uint64_t{8} << 30) << size;
+    }
 }
 
 } // namespace

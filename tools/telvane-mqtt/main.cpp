@@ -123,6 +123,7 @@ void addBrokerOptions(Command& command, Mqtt::Settings& settings)
         .option("--packet-limit", settings.packetLimit,
                 "Send no packet above this size, in bytes; the broker may lower the limit")
         .check(checkOf("packet-limit"))
+        .size()
         .showDefault()
         .group(group);
 }
@@ -136,6 +137,7 @@ void addQueueOptions(Command& command, Mqtt::Settings& settings)
         .group(group);
     command.option("--queue-bytes", settings.queueBytes, "Keep this many bytes of messages")
         .check(checkOf("queue-bytes"))
+        .size()
         .showDefault()
         .group(group);
     command.option("--queue-age", settings.queueAge, "Drop messages that have waited longer")
@@ -152,6 +154,7 @@ void addQueueOptions(Command& command, Mqtt::Settings& settings)
         .option("--spool-bytes", settings.spoolBytes,
                 "Limit the file of --spool to this size, in bytes; its log may add 4 MB")
         .check(checkOf("spool-bytes"))
+        .size()
         .showDefault()
         .group(group);
     command

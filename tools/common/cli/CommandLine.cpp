@@ -140,6 +140,16 @@ Option& Option::check(const std::function<std::string(const std::string& text)>&
     return *this;
 }
 
+Option& Option::size()
+{
+    m_option->transform([](const std::string& text) {
+        std::uint64_t bytes = 0;
+        const bool whole = numberError<std::uint64_t>(text).empty();
+        return !whole && readSize(text, bytes) ? std::to_string(bytes) : text;
+    });
+    return typeName("SIZE");
+}
+
 Option& Option::needs(const char* other)
 {
     m_option->needs(other);

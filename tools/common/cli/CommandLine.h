@@ -36,6 +36,8 @@ public:
     Option& needs(const char* other);
     Option& excludes(const char* other);
     /// @}
+    /// For an integer: also takes a size with a unit, such as "64K" or "100M".
+    Option& size();
     /// \name Help
     /// @{
     /// \param name placeholder of the value

@@ -4,6 +4,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 
 namespace TelvaneTool
@@ -21,21 +22,17 @@ struct Unit
 constexpr double kMaxDuration = 1e18; ///< nanoseconds: 30 years
 constexpr double kMaxSize = 9e18;     ///< bytes
 
-/// Reads a number followed by a unit.
+/// Reads a number, as all options do, followed by a unit.
 template <std::size_t Count>
 bool readAmount(const std::string& text, const std::array<Unit, Count>& units, double max, double& amount)
 {
-    // strtod() alone would also accept signs, blanks, hexadecimal digits and words.
-    const std::size_t end = text.find_first_not_of("0123456789.");
-    const std::string digits = text.substr(0, end);
-    const std::string name = end == std::string::npos ? "" : text.substr(end);
-    char* rest = nullptr;
-    amount = std::strtod(digits.c_str(), &rest);
-    if (digits.empty() || *rest != '\0' || digits == ".") {
+    char* name = nullptr;
+    amount = std::strtod(text.c_str(), &name);
+    if (name == text.c_str() || !(amount >= 0.0)) {
         return false;
     }
     for (const Unit& unit : units) {
-        if (name == unit.name) {
+        if (std::strcmp(name, unit.name) == 0) {
             amount *= unit.factor;
             return amount <= max;
         }

@@ -4,13 +4,11 @@
 #include "telvane-mqtt/channels/ChannelRules.h"
 
 #include "common/support/ChannelPattern.h"
+#include "common/support/HumanReadable.h"
 
 #include <Telvane/RequestType.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cmath>
-#include <cstdlib>
 
 namespace TelvaneTool::Mqtt
 {
@@ -77,21 +75,7 @@ std::string applySetting(const std::string& setting, OutRule& rule, bool& qosGiv
 
 bool parseDuration(const std::string& text, Nanoseconds& duration)
 {
-    char* end = nullptr;
-    errno = 0;
-    const double number = std::strtod(text.c_str(), &end);
-    const std::string unit = end;
-    const double factor = unit == "ms"    ? 1e6
-                          : unit == "s"   ? 1e9
-                          : unit == "min" ? 60e9
-                          : unit == "h"   ? 3600e9
-                                          : 0;
-    const double result = number * factor;
-    if (end == text.c_str() || errno != 0 || !std::isfinite(result) || result < 1e6 || result > 1e18) {
-        return false;
-    }
-    duration = static_cast<Nanoseconds>(result);
-    return true;
+    return readDuration(text, duration) && duration >= kMillisecond;
 }
 
 std::string ChannelRules::addOut(const std::string& text)

@@ -68,8 +68,8 @@ private:
     std::map<std::string, InRule> m_requests;
 };
 
-/// Reads a duration such as "100ms", "1s", "5min" or "24h".
-/// \return whether it is one, above 0
+/// Reads a duration as readDuration() does.
+/// \return whether it is one of at least 1 ms
 bool parseDuration(const std::string& text, Nanoseconds& duration);
 
 /// \return the rule as it would be written, for --check

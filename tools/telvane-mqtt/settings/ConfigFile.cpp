@@ -1,6 +1,7 @@
 // The keys of the file are the options of the command line: there is one list of names to learn. An unknown key is an
 // error, because a misspelled key would otherwise be a setting that is silently not made.
 
+#include "common/support/HumanReadable.h"
 #include "telvane-mqtt/settings/Settings.h"
 #include "telvane-mqtt/settings/ValueChecks.h"
 
@@ -18,6 +19,8 @@ std::string at(const toml::node& node)
 {
     return "line " + std::to_string(node.source().begin.line) + ": ";
 }
+
+constexpr bool kIsSize = true;
 
 /// Reads one key into its setting.
 class KeyReader
@@ -43,16 +46,21 @@ public:
         return true;
     }
 
+    /// \param isSize  a text such as "64M" is a number as well
     template <class Number>
-    bool number(const char* key, Number& target)
+    bool number(const char* key, Number& target, bool isSize = false)
     {
         if (!is(key)) {
             return false;
         }
-        const auto value = m_node.value<std::int64_t>();
+        auto value = m_node.value_exact<std::int64_t>();
+        std::uint64_t bytes = 0;
+        if (isSize && m_node.is_string() && readSize(*m_node.value<std::string>(), bytes)) {
+            value = static_cast<std::int64_t>(bytes);
+        }
         const auto max = static_cast<std::int64_t>(std::min<std::uint64_t>(
             std::numeric_limits<Number>::max(), std::numeric_limits<std::int64_t>::max()));
-        if (!m_node.is_integer() || !value) {
+        if (!value) {
             m_error = "expected an integer";
             return true;
         }
@@ -115,15 +123,15 @@ bool readKey(KeyReader& key, Settings& settings)
            key.text("key", settings.keyFile) || key.text("user-file", settings.userFile) ||
            key.text("password-file", settings.passwordFile) ||
            key.text("metrics-pipe", settings.metricsPipe) || key.text("queue-age", settings.queueAge) ||
-           key.text("spool", settings.spool) || key.number("spool-bytes", settings.spoolBytes) ||
+           key.text("spool", settings.spool) || key.number("spool-bytes", settings.spoolBytes, kIsSize) ||
            key.text("ack-timeout", settings.ackTimeout) || key.text("first-pause", settings.firstPause) ||
            key.text("longest-pause", settings.longestPause) ||
            key.text("request-timeout", settings.requestTimeout) ||
            key.number("queue-messages", settings.queueMessages) ||
-           key.number("queue-bytes", settings.queueBytes) ||
-           key.number("packet-limit", settings.packetLimit) || key.number("in-flight", settings.inFlight) ||
-           key.number("drain-rate", settings.drainRate) || key.number("keep-alive", settings.keepAlive) ||
-           key.flag("bare", settings.bare);
+           key.number("queue-bytes", settings.queueBytes, kIsSize) ||
+           key.number("packet-limit", settings.packetLimit, kIsSize) ||
+           key.number("in-flight", settings.inFlight) || key.number("drain-rate", settings.drainRate) ||
+           key.number("keep-alive", settings.keepAlive) || key.flag("bare", settings.bare);
 }
 
 } // namespace
