@@ -130,8 +130,8 @@ TEST(MqttPayload, HasClassSessionNumberAndTimeBesideTheRecord)
 
 TEST(MqttPayload, PrintsTimesInUtc)
 {
-    EXPECT_EQ(isoTime(0), "1970-01-01T00:00:00.000Z");
-    EXPECT_EQ(isoTime(1'767'323'045'678), "2026-01-02T03:04:05.678Z");
+    EXPECT_EQ(sessionWithNumber(1).started, "1970-01-01T00:00:00.001Z");
+    EXPECT_EQ(sessionWithNumber(1'767'323'045'678).started, "2026-01-02T03:04:05.678Z");
 }
 
 TEST(MqttPayload, NamesTheWrongKeyOfAnIncomingRecord)

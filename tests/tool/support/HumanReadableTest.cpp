@@ -78,6 +78,12 @@ TEST(Moment, IsPrintedWithMicrosecondsInUtc)
     EXPECT_EQ(printMoment(1'704'164'645 * kSecond + 678'901 * kMicrosecond), "2024-01-02T03:04:05.678901Z");
 }
 
+TEST(Moment, HasAsManyDecimalsAsAsked)
+{
+    EXPECT_EQ(printMoment(1'704'164'645 * kSecond + 8'901'999, 3), "2024-01-02T03:04:05.008Z");
+    EXPECT_EQ(printMoment(1'704'164'645 * kSecond + 8'901'999, 9), "2024-01-02T03:04:05.008901999Z");
+}
+
 TEST(Moment, CountsForwardBefore1970)
 {
     EXPECT_EQ(printMoment(-1), "1969-12-31T23:59:59.999999Z");

@@ -129,7 +129,7 @@ std::string printNumber(std::uint64_t count, const std::string& noun)
     return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
 }
 
-std::string printMoment(Nanoseconds sinceEpoch)
+std::string printMoment(Nanoseconds sinceEpoch, std::size_t decimals)
 {
     // The fraction also counts forward before 1970.
     const Nanoseconds fraction = (sinceEpoch % kSecond + kSecond) % kSecond;
@@ -145,12 +145,13 @@ std::string printMoment(Nanoseconds sinceEpoch)
     }
     std::string moment = text;
     const auto at = moment.size();
-    moment += ".000000Z";
-    auto digits = static_cast<int>(fraction / kMicrosecond);
-    for (std::size_t place = at + 6; digits > 0; --place, digits /= 10) {
+    moment += ".000000000";
+    auto digits = static_cast<int>(fraction);
+    for (std::size_t place = at + 9; digits > 0; --place, digits /= 10) {
         moment[place] = static_cast<char>('0' + digits % 10);
     }
-    return moment;
+    moment.resize(at + 1 + decimals);
+    return moment += 'Z';
 }
 
 } // namespace TelvaneTool

@@ -28,8 +28,9 @@ std::string printDuration(Nanoseconds time);
 /// \return "1.250 s", "3 min 20.0 s", "2 h 05 min"
 std::string printSpan(Nanoseconds span);
 
+/// \param decimals of the seconds, up to 9
 /// \return "2024-01-02T03:04:05.678901Z"
-std::string printMoment(Nanoseconds sinceEpoch);
+std::string printMoment(Nanoseconds sinceEpoch, std::size_t decimals = 6);
 
 /// \return "1 record", "2 records"
 std::string printNumber(std::uint64_t count, const std::string& noun);

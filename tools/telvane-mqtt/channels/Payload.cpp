@@ -5,11 +5,11 @@
 
 #include "common/bus/RecordBuilder.h"
 #include "common/bus/RecordCheck.h"
-#include "common/support/Clock.h"
+#include "common/support/HumanReadable.h"
+#include "common/support/Saturating.h"
 
 #include <charconv>
 #include <cstring>
-#include <ctime>
 #include <sys/timex.h>
 
 namespace TelvaneTool::Mqtt
@@ -39,28 +39,6 @@ void appendInteger(std::string& text, std::uint64_t number)
 
 } // namespace
 
-std::string isoTime(std::int64_t milliseconds)
-{
-    // Many messages have the same second.
-    thread_local time_t lastSecond = 0;
-    thread_local std::string second = "1970-01-01T00:00:00";
-    const auto seconds = static_cast<time_t>(milliseconds / 1000);
-    if (seconds != lastSecond) {
-        tm parts = {};
-        gmtime_r(&seconds, &parts);
-        char text[32] = {};
-        std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
-        second = text;
-        lastSecond = seconds;
-    }
-    const auto fraction = static_cast<int>(milliseconds % 1000);
-    char text[] = ".000Z";
-    text[1] = static_cast<char>('0' + fraction / 100);
-    text[2] = static_cast<char>('0' + fraction / 10 % 10);
-    text[3] = static_cast<char>('0' + fraction % 10);
-    return second + text;
-}
-
 WallTime wallTimeNow()
 {
     // Many messages have the same millisecond.
@@ -69,8 +47,8 @@ WallTime wallTimeNow()
     if (milliseconds != last.milliseconds) {
         timex state = {};
         const bool synchronized = adjtimex(&state) != TIME_ERROR;
-        last = {isoTime(milliseconds), synchronized && milliseconds / 1000 > kEarliestPlausible,
-                milliseconds};
+        last = {printMoment(milliseconds * kMillisecond, 3),
+                synchronized && milliseconds / 1000 > kEarliestPlausible, milliseconds};
     }
     return last;
 }
@@ -83,7 +61,7 @@ Session startSession()
 
 Session sessionWithNumber(std::uint64_t number)
 {
-    return {number, isoTime(static_cast<std::int64_t>(number))};
+    return {number, printMoment(multiplySaturated(static_cast<Nanoseconds>(number), kMillisecond), 3)};
 }
 
 std::string payloadOf(const OutgoingMessage& message, const Session& session)

@@ -34,9 +34,6 @@ Session sessionWithNumber(std::uint64_t number);
 /// \return the time now
 WallTime wallTimeNow();
 
-/// \return \p milliseconds since 1970 as ISO 8601 in UTC
-std::string isoTime(std::int64_t milliseconds);
-
 /// One message that leaves, before it is printed.
 struct OutgoingMessage
 {
