@@ -25,7 +25,7 @@ std::string progressBar(double fraction, std::size_t width)
     return bar;
 }
 
-ProgressBar::ProgressBar() : m_visible(isatty(STDERR_FILENO) != 0) {}
+ProgressBar::ProgressBar() : m_visible(isTerminal(STDERR_FILENO)) {}
 
 bool ProgressBar::due() const
 {
@@ -45,14 +45,14 @@ void ProgressBar::draw(double fraction, const std::string& text)
                std::to_string(static_cast<int>(std::clamp(fraction, 0.0, 1.0) * 100.0)) + " %  ";
     }
     line = (line + printable(text, Lines::Remove)).substr(0, terminalWidth(STDERR_FILENO) - 1);
-    writeFully(STDERR_FILENO, "\r\x1b[K" + line);
+    writeFully(STDERR_FILENO, kEraseLine + line);
     m_drawn = true;
 }
 
 void ProgressBar::clear()
 {
     if (m_drawn) {
-        writeFully(STDERR_FILENO, "\r\x1b[K");
+        writeFully(STDERR_FILENO, kEraseLine);
         m_drawn = false;
     }
 }

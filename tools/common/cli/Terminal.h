@@ -6,6 +6,9 @@
 namespace TelvaneTool
 {
 
+/// Goes back to the beginning of the line and erases it.
+constexpr const char* kEraseLine = "\r\x1b[K";
+
 /// \return whether a descriptor is a terminal that understands control sequences
 bool isTerminal(int fd);
 

@@ -46,8 +46,14 @@ private:
     std::vector<std::vector<Cell>> m_rows;
 };
 
-/// Ends the style of a cell or heading.
-constexpr const char* kPlainStyle = "\x1b[0m";
+/// \name Styles of a cell or heading
+/// @{
+constexpr const char* kBold = "\x1b[1m";
+constexpr const char* kInverse = "\x1b[7m";
+constexpr const char* kRed = "\x1b[31m";
+constexpr const char* kGrey = "\x1b[90m";
+constexpr const char* kPlainStyle = "\x1b[0m"; ///< ends the others
+/// @}
 
 /// \return at most \p width columns of UTF-8 text
 std::string cut(const std::string& text, std::size_t width);

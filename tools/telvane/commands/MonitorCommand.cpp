@@ -34,14 +34,14 @@ struct Options
 class Screen
 {
 public:
-    explicit Screen(BusConnection& bus) : m_bus(bus), m_isTerminal(isatty(STDOUT_FILENO) != 0) {}
+    explicit Screen(BusConnection& bus) : m_bus(bus), m_isTerminal(isTerminal(STDOUT_FILENO)) {}
 
     void draw(WeldMonitor& monitor)
     {
         const std::string events = printable(monitor.takeEvents(), Lines::Keep);
         const std::string line = printable(monitor.liveLine(terminalWidth(STDOUT_FILENO)), Lines::Remove);
         if (m_isTerminal) {
-            m_bus.writeToTerminal((m_lineShown ? "\r\x1b[K" : "") + events + line);
+            m_bus.writeToTerminal((m_lineShown ? kEraseLine : "") + events + line);
             m_lineShown = !line.empty();
             return;
         }

@@ -15,11 +15,6 @@ namespace TelvaneTool
 namespace
 {
 
-constexpr const char* kBold = "\x1b[1m";
-constexpr const char* kInverse = "\x1b[7m";
-constexpr const char* kRed = "\x1b[31m";
-constexpr const char* kGrey = "\x1b[90m";
-
 Table::Layout layoutOf(const TopViewSettings& settings)
 {
     return {0, settings.width, settings.colour ? kInverse : nullptr};
