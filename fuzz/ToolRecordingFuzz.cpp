@@ -147,7 +147,7 @@ void checkFields(std::string_view line, char delimiter)
                     (field.data() >= line.data() && field.data() + field.size() <= line.data() + line.size()),
                 "fields are parts of their line");
         double number = 0.0;
-        if (readNumber(field, number)) {
+        if (readDecimal(field, number)) {
             require(std::isfinite(number) && number == std::strtod(std::string(field).c_str(), nullptr),
                     "a number reads as the C library reads it");
         }

@@ -245,13 +245,13 @@ HttpReply WebPages::sendFile(const StaticFile& file, const HttpRequest& request)
 HttpReply WebPages::openStream(const HttpRequest& request)
 {
     StreamClient::Settings settings;
-    settings.columns = std::clamp(readNumber(valueOf(request, "columns"), kDefaultColumns), kMinColumns,
-                                  Envelope::kCapacity);
+    settings.columns =
+        std::clamp(numberOr(valueOf(request, "columns"), kDefaultColumns), kMinColumns, Envelope::kCapacity);
     settings.gate = m_settings.gate;
     // The page opens each stream by itself, so that the browser does not send the header. A number of an earlier
     // process means nothing here.
     const std::string header(request.header("Last-Event-ID"));
-    settings.lastEvent = readNumber<std::uint64_t>(!header.empty() ? header : valueOf(request, "last"), 0);
+    settings.lastEvent = numberOr<std::uint64_t>(!header.empty() ? header : valueOf(request, "last"), 0);
     settings.resumed = settings.lastEvent != 0 && request.query("run").value_or("") == m_run;
 
     const JsonTree hello(cJSON_CreateObject());

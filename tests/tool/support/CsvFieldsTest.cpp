@@ -54,11 +54,11 @@ TEST(CsvFields, CannotBeReadWhenAQuoteIsNotClosed)
 TEST(CsvNumber, IsAWholeFieldInDecimal)
 {
     double number = 0.0;
-    EXPECT_TRUE(readNumber("-12.5e1", number));
+    EXPECT_TRUE(readDecimal("-12.5e1", number));
     EXPECT_EQ(number, -125.0);
-    EXPECT_TRUE(readNumber("+3", number));
+    EXPECT_TRUE(readDecimal("+3", number));
     EXPECT_EQ(number, 3.0);
-    EXPECT_TRUE(readNumber(".5", number));
+    EXPECT_TRUE(readDecimal(".5", number));
     EXPECT_EQ(number, 0.5);
 }
 
@@ -67,21 +67,21 @@ TEST(CsvNumber, IsNothingElse)
     double number = 7.0;
     for (const char* text :
          {"", "+", "-", "+-1", "1 2", "1,5", "0x10", "12a", "nan", "inf", "1e999", "--1"}) {
-        EXPECT_FALSE(readNumber(text, number)) << text;
+        EXPECT_FALSE(readDecimal(text, number)) << text;
     }
 }
 
 TEST(ReadNumber, ReadsDecimalCommas)
 {
     double number = 0.0;
-    EXPECT_TRUE(readNumber("-1,25", number, ','));
+    EXPECT_TRUE(readDecimal("-1,25", number, ','));
     EXPECT_EQ(number, -1.25);
-    EXPECT_TRUE(readNumber("7", number, ','));
+    EXPECT_TRUE(readDecimal("7", number, ','));
     EXPECT_EQ(number, 7.0);
-    EXPECT_FALSE(readNumber("1.234,5", number, ','));
-    EXPECT_FALSE(readNumber("1.5", number, ','));
-    EXPECT_FALSE(readNumber("1,2,3", number, ','));
-    EXPECT_FALSE(readNumber("1,5", number));
+    EXPECT_FALSE(readDecimal("1.234,5", number, ','));
+    EXPECT_FALSE(readDecimal("1.5", number, ','));
+    EXPECT_FALSE(readDecimal("1,2,3", number, ','));
+    EXPECT_FALSE(readDecimal("1,5", number));
 }
 
 } // namespace

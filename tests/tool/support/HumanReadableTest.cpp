@@ -2,12 +2,34 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <limits>
 
 namespace TelvaneTool
 {
 namespace
 {
+
+TEST(Number, IsTheWholeTextAndFinite)
+{
+    double number = 0.0;
+    for (const char* text : {"-12.5", "+12.5", " 1.25e1", "0xc.8"}) {
+        EXPECT_TRUE(readNumber(text, number)) << text;
+        EXPECT_DOUBLE_EQ(std::abs(number), 12.5) << text;
+    }
+    for (const std::string_view text : {"", " ", "1 ", "1x", "inf", "nan", "1e999"}) {
+        EXPECT_FALSE(readNumber(text, number)) << text;
+    }
+    EXPECT_FALSE(readNumber({"1\0", 2}, number));
+}
+
+TEST(TrimmedText, HasNoBlanksAtItsEnds)
+{
+    EXPECT_EQ(trimmed(" \ta b\r"), "a b");
+    EXPECT_EQ(trimmed(" \ta b\r", " "), "\ta b\r");
+    EXPECT_EQ(trimmed(" \t"), "");
+    EXPECT_EQ(trimmed(""), "");
+}
 
 TEST(Duration, IsReadInSecondsUnlessAUnitIsGiven)
 {

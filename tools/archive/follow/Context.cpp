@@ -1,7 +1,7 @@
 #include "archive/follow/Context.h"
 
-#include <cmath>
-#include <cstdlib>
+#include "common/support/HumanReadable.h"
+
 #include <fstream>
 
 namespace TelvaneArchive
@@ -30,9 +30,8 @@ std::string Context::read(const std::string& text, Column& column, Value& value)
     } else if (infoOf(column).type == ColumnType::Text) {
         value = content;
     } else {
-        char* end = nullptr;
-        const double number = std::strtod(content.c_str(), &end);
-        if (*end != '\0' || !std::isfinite(number)) {
+        double number = 0.0;
+        if (!TelvaneTool::readNumber(content, number)) {
             return "\"" + content + "\" is not a number";
         }
         value = number;

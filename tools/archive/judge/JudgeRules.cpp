@@ -1,8 +1,8 @@
 #include "archive/judge/JudgeRules.h"
 
+#include "common/support/HumanReadable.h"
+
 #include <algorithm>
-#include <cmath>
-#include <cstdlib>
 #include <sstream>
 
 namespace TelvaneArchive
@@ -11,19 +11,8 @@ namespace TelvaneArchive
 namespace
 {
 
-bool readNumber(const std::string& text, double& number)
-{
-    char* end = nullptr;
-    number = std::strtod(text.c_str(), &end);
-    return !text.empty() && *end == '\0' && std::isfinite(number);
-}
-
-std::string trimmed(const std::string& text)
-{
-    constexpr const char* kSpace = " \t\r";
-    const std::size_t first = text.find_first_not_of(kSpace);
-    return first == std::string::npos ? "" : text.substr(first, text.find_last_not_of(kSpace) - first + 1);
-}
+using TelvaneTool::readNumber;
+using TelvaneTool::trimmed;
 
 struct Setting
 {
@@ -60,7 +49,7 @@ std::string readEntry(const std::string& line, JudgeRule& rule)
 {
     const std::size_t space = line.find_first_of(" \t");
     const std::string key = line.substr(0, space);
-    const std::string value = space == std::string::npos ? "" : trimmed(line.substr(space));
+    const std::string value(space == std::string::npos ? "" : trimmed(line.substr(space)));
     if (key == "limit") {
         return readLimit(value, rule.limits) ? "" : "\"" + value + "\" is not METRIC=LOW..HIGH";
     }
@@ -108,7 +97,7 @@ std::string readRules(const std::string& text, std::vector<JudgeRule>& rules)
     std::istringstream stream(text);
     std::string read;
     for (int number = 1; std::getline(stream, read); ++number) {
-        const std::string line = trimmed(read);
+        const std::string line(trimmed(read));
         if (line.empty() || line[0] == '#') {
             continue;
         }

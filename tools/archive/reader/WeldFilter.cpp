@@ -4,11 +4,11 @@
 #include "archive/reader/WeldFilter.h"
 
 #include "archive/reader/WholeCondition.h"
+#include "common/support/HumanReadable.h"
 
 #include <algorithm>
 #include <cctype>
 #include <cmath>
-#include <cstdlib>
 
 namespace TelvaneArchive
 {
@@ -134,10 +134,9 @@ bool readValue(const Words& words, Condition& condition)
         return false;
     }
     const std::string& word = words.word();
-    char* end = nullptr;
-    const double number = std::strtod(word.c_str(), &end);
-    if (word.empty() || std::isspace(static_cast<unsigned char>(word.front())) != 0 ||
-        end != word.c_str() + word.size() || !std::isfinite(number)) {
+    double number = 0.0;
+    if (!TelvaneTool::readNumber(word, number) ||
+        std::isspace(static_cast<unsigned char>(word.front())) != 0) {
         return false;
     }
     condition.value = number;

@@ -94,7 +94,7 @@ Number readDecimal(const std::string& literal)
     return makeNumber(negative, magnitude, static_cast<std::int64_t>(digits.size()) > before);
 }
 
-Number readNumber(const std::string& literal)
+Number readLiteral(const std::string& literal)
 {
     if (literal.find_first_of("xX") == std::string::npos) {
         return readDecimal(literal);
@@ -125,7 +125,7 @@ bool isGreater(Comparison comparison)
 
 void compareWithWhole(Condition& condition, const std::string& literal)
 {
-    const Number number = readNumber(literal);
+    const Number number = readLiteral(literal);
     const bool within = number.place == Number::Place::Within;
     condition.value = number.floor;
     if (within && !number.hasFraction) {

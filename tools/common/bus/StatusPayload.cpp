@@ -22,7 +22,7 @@ namespace
 constexpr std::size_t kMaxPerPart = kMaxPublicationSize / 2 - 512;
 constexpr std::size_t kMaxSubscriptionsPerItem = 40;
 
-double readNumber(const cJSON* object, const char* key)
+double numberOf(const cJSON* object, const char* key)
 {
     const cJSON* const item = cJSON_GetObjectItemCaseSensitive(object, key);
     return cJSON_IsNumber(item) ? item->valuedouble : 0.0;
@@ -35,7 +35,7 @@ Number wholeNumber(const cJSON* object, const char* key)
     constexpr double kMax =
         sizeof(Number) > 4 ? 9e15 : static_cast<double>(std::numeric_limits<Number>::max());
     constexpr double kMin = Number(-1) < Number(0) ? -kMax : 0.0;
-    const double value = readNumber(object, key);
+    const double value = numberOf(object, key);
     return static_cast<Number>(value > kMin ? std::min(value, kMax) : kMin);
 }
 

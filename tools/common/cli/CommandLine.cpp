@@ -9,8 +9,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cmath>
-#include <cstdlib>
 #include <exception>
 #include <limits>
 #include <string_view>
@@ -70,10 +68,8 @@ std::string numberError(const std::string& text)
 template <class Number, std::enable_if_t<std::is_floating_point_v<Number>, int> = 0>
 std::string numberError(const std::string& text)
 {
-    char* end = nullptr;
-    const double number = std::strtod(text.c_str(), &end);
-    return !text.empty() && *end == '\0' && std::isfinite(number) ? ""
-                                                                  : "expected a number, got " + quoted(text);
+    double number = 0.0;
+    return readNumber(text, number) ? "" : "expected a number, got " + quoted(text);
 }
 /// @}
 
@@ -90,10 +86,9 @@ template <class Accepts>
 void checkRange(CLI::Option& option, const std::string& expected, Accepts accepts)
 {
     option.check([expected, accepts](const std::string& text) {
-        char* end = nullptr;
-        const double number = std::strtod(text.c_str(), &end);
-        return *end == '\0' && accepts(number) ? std::string()
-                                               : "expected " + expected + ", got " + quoted(text);
+        double number = 0.0;
+        return readNumber(text, number) && accepts(number) ? std::string()
+                                                           : "expected " + expected + ", got " + quoted(text);
     });
 }
 

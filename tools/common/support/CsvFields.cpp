@@ -1,5 +1,7 @@
 #include "common/support/CsvFields.h"
 
+#include "common/support/HumanReadable.h"
+
 #include <algorithm>
 #include <charconv>
 #include <cmath>
@@ -8,32 +10,13 @@
 namespace TelvaneTool
 {
 
-namespace
-{
-
-std::string_view withoutBlanks(std::string_view text)
-{
-    const auto isBlank = [](char c) {
-        return c == ' ' || c == '\t';
-    };
-    while (!text.empty() && isBlank(text.front())) {
-        text.remove_prefix(1);
-    }
-    while (!text.empty() && isBlank(text.back())) {
-        text.remove_suffix(1);
-    }
-    return text;
-}
-
-} // namespace
-
 bool splitFields(std::string_view line, char delimiter, std::vector<std::string_view>& fields)
 {
     fields.clear();
     std::size_t at = 0;
     for (;;) {
         std::size_t end = line.find(delimiter, at);
-        std::string_view field = withoutBlanks(line.substr(at, end - at));
+        std::string_view field = trimmed(line.substr(at, end - at), " \t");
         if (!field.empty() && field.front() == '"') {
             const std::size_t open = line.find('"', at);
             std::size_t close = open + 1;
@@ -58,7 +41,7 @@ bool splitFields(std::string_view line, char delimiter, std::vector<std::string_
     }
 }
 
-bool readNumber(std::string_view field, double& number, char decimalSign)
+bool readDecimal(std::string_view field, double& number, char decimalSign)
 {
     if (decimalSign != '.') {
         std::string converted(field);
@@ -66,7 +49,7 @@ bool readNumber(std::string_view field, double& number, char decimalSign)
             return false; // a separator of thousands, or another notation
         }
         std::replace(converted.begin(), converted.end(), decimalSign, '.');
-        return readNumber(converted, number);
+        return readDecimal(converted, number);
     }
     if (field.size() > 1 && field.front() == '+' && field[1] != '-') {
         field.remove_prefix(1);

@@ -14,6 +14,6 @@ bool splitFields(std::string_view line, char delimiter, std::vector<std::string_
 
 /// Reads a whole field as a finite decimal number.
 /// \param decimalSign between the integer part and the fraction: '.' or ','
-bool readNumber(std::string_view field, double& number, char decimalSign = '.');
+bool readDecimal(std::string_view field, double& number, char decimalSign = '.');
 
 } // namespace TelvaneTool

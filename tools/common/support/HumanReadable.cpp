@@ -1,6 +1,8 @@
 #include "common/support/HumanReadable.h"
 
+#include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -50,6 +52,20 @@ std::string formatted(const char* format, ...)
     std::vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
     return text;
+}
+
+std::string_view trimmed(std::string_view text, const char* blanks)
+{
+    text.remove_prefix(std::min(text.find_first_not_of(blanks), text.size()));
+    return text.substr(0, text.find_last_not_of(blanks) + 1);
+}
+
+bool readNumber(std::string_view text, double& number)
+{
+    const std::string terminated(text);
+    char* end = nullptr;
+    number = std::strtod(terminated.c_str(), &end);
+    return !text.empty() && end == terminated.c_str() + text.size() && std::isfinite(number);
 }
 
 bool readDuration(const std::string& text, Nanoseconds& duration)

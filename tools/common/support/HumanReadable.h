@@ -4,9 +4,16 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 namespace TelvaneTool
 {
+
+/// \return \p text without these characters at its beginning and end
+std::string_view trimmed(std::string_view text, const char* blanks = " \t\r");
+
+/// Reads a whole text as a finite number, in one of the forms that strtod() reads.
+bool readNumber(std::string_view text, double& number);
 
 /// Reads a duration such as "30s", "1.5m", "250ms", "2h" or "100us". The default unit is the second.
 /// \return false if \p text is not a duration of 0 to 30 years

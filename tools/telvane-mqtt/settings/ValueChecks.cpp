@@ -2,9 +2,9 @@
 
 #include "telvane-mqtt/settings/ValueChecks.h"
 
+#include "common/support/HumanReadable.h"
 #include "telvane-mqtt/channels/ChannelRules.h"
 
-#include <cstdlib>
 #include <limits>
 
 namespace TelvaneTool::Mqtt
@@ -36,9 +36,8 @@ constexpr const char* kDurations[] = {"queue-age", "ack-timeout", "first-pause",
 
 std::string rangeError(const Range& range, const std::string& value)
 {
-    char* end = nullptr;
-    const double number = std::strtod(value.c_str(), &end);
-    if (*end == '\0' && number >= static_cast<double>(range.min) && number <= range.max) {
+    double number = 0.0;
+    if (readNumber(value, number) && number >= static_cast<double>(range.min) && number <= range.max) {
         return {};
     }
     const std::string min = std::to_string(range.min);

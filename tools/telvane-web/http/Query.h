@@ -9,7 +9,7 @@ namespace TelvaneTool
 
 /// \return \p fallback if the text is not a number
 template <class Number>
-Number readNumber(const std::string& text, Number fallback)
+Number numberOr(const std::string& text, Number fallback)
 {
     Number number = 0;
     const std::from_chars_result result = std::from_chars(text.data(), text.data() + text.size(), number);

@@ -57,7 +57,7 @@ JsonTree toJson(const Weld& weld)
 /// \return nanoseconds since the Unix epoch
 std::optional<std::int64_t> readMoment(const std::string& milliseconds)
 {
-    const double value = readNumber(milliseconds, -1.0);
+    const double value = numberOr(milliseconds, -1.0);
     if (!(value >= kEarliest && value <= kLatest)) {
         return std::nullopt;
     }
@@ -79,7 +79,7 @@ std::string WeldListQuery::read(const HttpRequest& request)
         query.filter.add(Column::PartNumber, pattern ? Comparison::Like : Comparison::Equal, part);
     }
     if (const std::string program = valueOf(request, "program"); !program.empty()) {
-        const auto number = readNumber<std::int64_t>(program, -1);
+        const auto number = numberOr<std::int64_t>(program, -1);
         if (number < 0) {
             return "\"" + program + "\" is not the number of a weld program";
         }
@@ -109,14 +109,14 @@ std::string WeldListQuery::read(const HttpRequest& request)
         }
     }
     query.ascending = valueOf(request, "ascending") == "1";
-    page = std::clamp<std::size_t>(readNumber(valueOf(request, "limit"), kPage), 1, kMaxPage);
+    page = std::clamp<std::size_t>(numberOr(valueOf(request, "limit"), kPage), 1, kMaxPage);
     const std::string after = valueOf(request, "after");
     const std::size_t dash = after.find('-');
     if (dash != std::string::npos) {
-        lastNs = readNumber<std::int64_t>(after.substr(0, dash), 0);
-        lastId = readNumber<std::int64_t>(after.substr(dash + 1), 0);
+        lastNs = numberOr<std::int64_t>(after.substr(0, dash), 0);
+        lastId = numberOr<std::int64_t>(after.substr(dash + 1), 0);
     } else {
-        skip = std::min(readNumber<std::size_t>(after, 0), ArchiveReader::kMaxList - kMaxPage - 1);
+        skip = std::min(numberOr<std::size_t>(after, 0), ArchiveReader::kMaxList - kMaxPage - 1);
     }
     return {};
 }

@@ -23,12 +23,12 @@ constexpr double kLongestWeld = 1e9; ///< s
 
 std::int64_t idOf(const HttpRequest& request)
 {
-    return readNumber<std::int64_t>(valueOf(request, "id"), 0);
+    return numberOr<std::int64_t>(valueOf(request, "id"), 0);
 }
 
 double secondsOf(const HttpRequest& request, const char* name)
 {
-    const double value = readNumber(valueOf(request, name), 0.0);
+    const double value = numberOr(valueOf(request, name), 0.0);
     return std::isfinite(value) ? std::clamp(value, 0.0, kLongestWeld) : 0.0;
 }
 
@@ -81,7 +81,7 @@ HttpReply WeldPages::curve(const HttpRequest& request)
     query.id = idOf(request);
     query.from = secondsOf(request, "from");
     query.to = secondsOf(request, "to");
-    query.columns = std::clamp<std::size_t>(readNumber(valueOf(request, "columns"), query.columns), 16,
+    query.columns = std::clamp<std::size_t>(numberOr(valueOf(request, "columns"), query.columns), 16,
                                             CurveQuery::kMaxColumns);
     return ask([archive = m_archive, query] { return curveOf(*archive, query); });
 }
@@ -99,7 +99,7 @@ std::optional<HttpReply> WeldPages::handle(const HttpRequest& request)
         return curve(request);
     }
     if (path == "/api/band") {
-        const BandQuery query{idOf(request), readNumber<std::int64_t>(valueOf(request, "program"), 0)};
+        const BandQuery query{idOf(request), numberOr<std::int64_t>(valueOf(request, "program"), 0)};
         return ask([archive = m_archive, query] { return bandOf(*archive, query); });
     }
     if (path == "/api/welds.csv" || path == "/api/welds.jsonl") {

@@ -4,25 +4,12 @@
 #include "weld/ColumnMapping.h"
 
 #include "common/support/CsvFields.h"
+#include "common/support/HumanReadable.h"
 
 #include <algorithm>
 
 namespace TelvaneTool
 {
-
-namespace
-{
-
-std::string_view trimmed(std::string_view text)
-{
-    const std::size_t first = text.find_first_not_of(' ');
-    if (first == std::string_view::npos) {
-        return {};
-    }
-    return text.substr(first, text.find_last_not_of(' ') - first + 1);
-}
-
-} // namespace
 
 std::optional<std::size_t> findColumn(std::string_view name, const std::vector<std::string>& columns)
 {
@@ -48,25 +35,25 @@ std::optional<ColumnMapping> readColumnMapping(std::string_view text, const std:
                                                std::string& error)
 {
     ColumnMapping mapping;
-    std::string_view name = trimmed(text);
+    std::string_view name = trimmed(text, " ");
     mapping.column = findColumn(name, columns);
     if (mapping.column) {
         return mapping;
     }
-    if (readNumber(name, mapping.offset)) {
+    if (readDecimal(name, mapping.offset)) {
         return mapping;
     }
     const std::size_t sign = name.find_last_of("+-");
     if (sign != std::string_view::npos && sign > 0 && name[sign - 1] != 'e' && name[sign - 1] != 'E' &&
         name[sign - 1] != '*' && name[sign - 1] != '/' &&
-        readNumber(trimmed(name.substr(sign + 1)), mapping.offset)) {
+        readDecimal(trimmed(name.substr(sign + 1), " "), mapping.offset)) {
         mapping.offset = name[sign] == '-' ? -mapping.offset : mapping.offset;
-        name = trimmed(name.substr(0, sign));
+        name = trimmed(name.substr(0, sign), " ");
         mapping.column = findColumn(name, columns);
     }
     const std::size_t factor = name.find_last_of("*/");
     if (!mapping.column && factor != std::string_view::npos &&
-        readNumber(trimmed(name.substr(factor + 1)), mapping.scale)) {
+        readDecimal(trimmed(name.substr(factor + 1), " "), mapping.scale)) {
         if (name[factor] == '/') {
             if (mapping.scale == 0.0) {
                 error = "\"" + std::string(text) + "\" divides by zero";
@@ -74,7 +61,7 @@ std::optional<ColumnMapping> readColumnMapping(std::string_view text, const std:
             }
             mapping.scale = 1.0 / mapping.scale;
         }
-        name = trimmed(name.substr(0, factor));
+        name = trimmed(name.substr(0, factor), " ");
         mapping.column = findColumn(name, columns);
     }
     if (!mapping.column) {

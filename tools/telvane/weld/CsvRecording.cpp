@@ -204,7 +204,7 @@ bool CsvRecording::readFields(Row& row)
     for (std::size_t i = 0; i < kQuantities; ++i) {
         const ColumnMapping& mapping = m_mappings[i];
         double value = 0.0;
-        if (mapping.column && !readNumber(m_fields[*mapping.column], value, m_options.decimalSign)) {
+        if (mapping.column && !readDecimal(m_fields[*mapping.column], value, m_options.decimalSign)) {
             reject(*mapping.column, fieldIsNot(*mapping.column, "a number"));
             return false;
         }
@@ -230,7 +230,7 @@ bool CsvRecording::readTime(Nanoseconds& time)
     const std::size_t column = *m_timeMapping.column;
     if (m_timeForm == TimeForm::Unknown || m_timeForm == TimeForm::Number) {
         double seconds = 0.0;
-        if (readNumber(m_fields[column], seconds, m_options.decimalSign)) {
+        if (readDecimal(m_fields[column], seconds, m_options.decimalSign)) {
             seconds = m_timeMapping.apply(seconds);
             if (!(seconds >= kEarliestSeconds && seconds <= kLatestSeconds)) {
                 reject(column, fieldIsNot(column, "a time in seconds; add a scale, as in " +
