@@ -154,6 +154,7 @@ print(sqlite3.connect("file:welds.db?mode=ro", uri=True, timeout=30).execute(sys
     [ ! -e welds.db-wal ] # all is in one file
     [ "$("$TELVANE" welds welds.db --json | jq -r .verdict | tr '\n' ' ')" = "not_ok not_ok " ]
     run -4 "$TELVANE" archive import welds.jsonl --database welds.db --rules missing
+    [[ $output == *"cannot read missing: No such file or directory" ]]
 }
 
 @test "welds are drawn over each other" {

@@ -9,9 +9,6 @@
 #include "common/cli/Messages.h"
 #include "common/support/ChannelPattern.h"
 
-#include <fstream>
-#include <sstream>
-
 namespace TelvaneArchive
 {
 
@@ -48,13 +45,11 @@ WeldVerdict recordOf(const Weld& weld, const Judge::Verdict& verdict, const std:
 
 int readRulesFile(const std::string& path, std::vector<JudgeRule>& rules)
 {
-    std::ifstream file(path);
-    std::stringstream text;
-    if (!file || !(text << file.rdbuf())) {
-        TelvaneTool::printError("cannot read " + path);
+    const std::string text = TelvaneTool::readFile(path);
+    if (text.empty()) {
         return TelvaneTool::kWrongInput;
     }
-    if (const std::string error = readRules(text.str(), rules); !error.empty()) {
+    if (const std::string error = readRules(text, rules); !error.empty()) {
         TelvaneTool::printError(path + ": " + error);
         return TelvaneTool::kWrongInput;
     }

@@ -11,12 +11,8 @@
 #include "telvane-web/welds/WeldPages.h"
 #endif
 
-#include <cerrno>
-#include <cstring>
-#include <fstream>
 #include <memory>
 #include <poll.h>
-#include <sstream>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -71,19 +67,6 @@ void serve(HttpServer& server, BusWatcher& bus, const WakeUp& wakeUp)
             return;
         }
     }
-}
-
-/// Reads a file. Prints the reason if it fails.
-std::string readFile(const std::string& path)
-{
-    std::ifstream file(path);
-    std::ostringstream text;
-    text << file.rdbuf();
-    if (!file || text.str().empty()) {
-        printError("cannot read " + path + ": " + std::strerror(errno != 0 ? errno : EIO));
-        return {};
-    }
-    return text.str();
 }
 
 /// \return whether the files could be read

@@ -23,21 +23,6 @@ namespace
 
 constexpr std::string_view kMark = "Telvane samples\n";
 
-int writeAll(int fd, std::string_view data)
-{
-    while (!data.empty()) {
-        const ssize_t written = ::write(fd, data.data(), data.size());
-        if (written < 0 && errno == EINTR) {
-            continue;
-        }
-        if (written <= 0) {
-            return written == 0 ? ENOSPC : errno;
-        }
-        data.remove_prefix(static_cast<std::size_t>(written));
-    }
-    return 0;
-}
-
 bool readAt(int fd, std::int64_t offset, std::size_t size, std::string& bytes)
 {
     bytes.resize(size);
@@ -109,7 +94,7 @@ Status SampleFile::open(const std::string& path)
 
 Status SampleFile::append(std::string_view chunk, Place& place)
 {
-    if (const int error = writeAll(m_file.get(), chunk); error != 0) {
+    if (const int error = TelvaneTool::writeFully(m_file.get(), chunk); error != 0) {
         if (ftruncate(m_file.get(), static_cast<off_t>(m_size)) != 0) {
             close(); // what is torn stays in the file, but no index names it
         }

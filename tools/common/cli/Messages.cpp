@@ -7,6 +7,8 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <fstream>
+#include <sstream>
 #include <string>
 #include <unistd.h>
 
@@ -47,22 +49,6 @@ void discardOutput(int fd)
     dup2(null.get(), fd);
 }
 
-int writeFully(int fd, std::string_view data)
-{
-    while (!data.empty()) {
-        // cppcheck-suppress invalidLifetime ; the line outlives the call
-        const ssize_t written = write(fd, data.data(), data.size());
-        if (written < 0 && errno == EINTR) {
-            continue;
-        }
-        if (written < 0) {
-            return errno;
-        }
-        data.remove_prefix(static_cast<std::size_t>(written));
-    }
-    return 0;
-}
-
 int writeResult(std::string_view text)
 {
     const int error = writeFully(STDOUT_FILENO, printable(text, Lines::Keep));
@@ -74,6 +60,18 @@ int writeResult(std::string_view text)
     }
     printError(std::string("cannot write to standard output: ") + std::strerror(error));
     return kOutputFailure;
+}
+
+std::string readFile(const std::string& path)
+{
+    errno = 0;
+    std::ifstream file(path);
+    std::ostringstream text;
+    if (text << file.rdbuf()) {
+        return text.str();
+    }
+    printError("cannot read " + path + ": " + (errno != 0 ? std::strerror(errno) : "the file is empty"));
+    return {};
 }
 
 } // namespace TelvaneTool

@@ -16,14 +16,14 @@ void printError(std::string_view message);
 /// Prints a message that is not an error in the same way.
 void printStatus(std::string_view message);
 
-/// Writes all data to a descriptor.
-/// \return 0 or an error number (positive errno)
-int writeFully(int fd, std::string_view data);
-
 /// Writes the result of a command to standard output, without control characters except newlines and tabs. Prints an
 /// error if that fails.
 /// \return an exit code
 int writeResult(std::string_view text);
+
+/// Reads a file. Prints an error if that fails or the file is empty.
+/// \return the text, which is then empty
+std::string readFile(const std::string& path);
 
 /// Redirects a descriptor to /dev/null.
 void discardOutput(int fd);

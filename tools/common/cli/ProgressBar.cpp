@@ -1,7 +1,7 @@
 #include "common/cli/ProgressBar.h"
 
-#include "common/cli/Messages.h"
 #include "common/cli/Terminal.h"
+#include "common/support/FileDescriptor.h"
 #include "common/text/PrintableText.h"
 
 #include <algorithm>

@@ -1,6 +1,6 @@
 #include "common/cli/Terminal.h"
 
-#include "common/cli/Messages.h"
+#include "common/support/FileDescriptor.h"
 
 #include <algorithm>
 #include <atomic>

@@ -1,5 +1,7 @@
 #include "common/support/OutputFile.h"
 
+#include "common/support/FileDescriptor.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -83,16 +85,11 @@ int OutputFile::open(const std::string& path, bool replace)
 
 int OutputFile::write(std::string_view data)
 {
-    while (!data.empty()) {
-        const ssize_t size = ::write(m_fd, data.data(), data.size());
-        if (size < 0 && errno != EINTR) {
-            const int error = errno;
-            discard();
-            return error;
-        }
-        data.remove_prefix(size > 0 ? static_cast<std::size_t>(size) : 0);
+    const int error = writeFully(m_fd, data);
+    if (error != 0) {
+        discard();
     }
-    return 0;
+    return error;
 }
 
 int OutputFile::commit()

@@ -8,7 +8,6 @@
 #include "common/support/Saturating.h"
 
 #include <algorithm>
-#include <cmath>
 
 namespace TelvaneTool
 {
@@ -36,11 +35,6 @@ constexpr double kMeanArc = 7.4e-3;   ///< s
 constexpr double kRunInWfs = 70.0;    ///< in/min, before the arc ignites
 constexpr double kSetGas = 14.0;      ///< l/min
 constexpr double kGasSurge = 12.0;    ///< l/min
-
-double rounded(double value, double perUnit)
-{
-    return std::round(value * perUnit) / perUnit;
-}
 
 } // namespace
 

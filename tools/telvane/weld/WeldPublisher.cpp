@@ -55,11 +55,6 @@ void set(UnitValuePair& pair, const char* unit, double value)
     pair.Value = static_cast<int>(std::lround(std::clamp(value, -kMax, kMax)));
 }
 
-double rounded(double value, double perUnit)
-{
-    return std::round(value * perUnit) / perUnit;
-}
-
 DateTime toDateTime(Nanoseconds sinceEpoch)
 {
     DateTime time;

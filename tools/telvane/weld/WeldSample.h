@@ -5,6 +5,7 @@
 #include "common/support/Clock.h"
 
 #include <array>
+#include <cmath>
 #include <cstddef>
 #include <string>
 
@@ -31,6 +32,12 @@ struct WeldSample
     double& operator[](Quantity quantity) { return values[static_cast<std::size_t>(quantity)]; }
     double operator[](Quantity quantity) const { return values[static_cast<std::size_t>(quantity)]; }
 };
+
+/// \return a multiple of 1 / \p perUnit
+inline double rounded(double value, double perUnit)
+{
+    return std::round(value * perUnit) / perUnit;
+}
 
 /// A stream of samples in order of time.
 class SampleSource
