@@ -14,10 +14,10 @@ namespace
 
 using namespace Testing;
 
-class Unsendable : public ::testing::Test
+class EventClientUnsendable : public ::testing::Test
 {
 protected:
-    Unsendable()
+    EventClientUnsendable()
     {
         EXPECT_EQ(publisher.Connect(running.path), 0);
         EXPECT_EQ(subscriber.Connect(running.path), 0);
@@ -29,7 +29,7 @@ protected:
     EventClient subscriber;
 };
 
-TEST_F(Unsendable, NotANumberIsCountedBySubscribersAsUndecodable)
+TEST_F(EventClientUnsendable, NotANumberIsCountedBySubscribersAsUndecodable)
 {
     UnitValueDoublePair record;
     ASSERT_EQ(subscriber.Subscribe("Amps", recordingTo(receptions), record, nullptr), 0);
@@ -41,7 +41,7 @@ TEST_F(Unsendable, NotANumberIsCountedBySubscribersAsUndecodable)
     EXPECT_TRUE(receptions.empty());
 }
 
-TEST_F(Unsendable, TooLargeRecordsAreCountedByTheServer)
+TEST_F(EventClientUnsendable, TooLargeRecordsAreCountedByTheServer)
 {
     LogData record;
     ASSERT_EQ(subscriber.Subscribe("LogData", recordingTo(receptions), record, nullptr), 0);
@@ -51,7 +51,7 @@ TEST_F(Unsendable, TooLargeRecordsAreCountedByTheServer)
     EXPECT_TRUE(receptions.empty());
 }
 
-TEST_F(Unsendable, ChannelsThatCannotBeSubscribedToAreCountedByTheServer)
+TEST_F(EventClientUnsendable, ChannelsThatCannotBeSubscribedToAreCountedByTheServer)
 {
     LogData record;
     EXPECT_EQ(subscriber.Subscribe("Chan2", recordingTo(receptions), record, nullptr), -1);

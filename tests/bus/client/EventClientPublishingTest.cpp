@@ -18,7 +18,7 @@ namespace
 
 using namespace Testing;
 
-class Publishing : public ClientOfRawServer
+class EventClientPublishing : public ClientOfRawServer
 {
 protected:
     void expectPublished(TelvaneDataTypeBase& record, const std::string& channel = "Channel")
@@ -38,7 +38,7 @@ protected:
     }
 };
 
-TEST_F(Publishing, PrintsAsTheJsonLibraryDoes)
+TEST_F(EventClientPublishing, PrintsAsTheJsonLibraryDoes)
 {
     WeldTriggerStart start;
     start.FeederSide = "\"left\" \\ / \b\f\n\r\t \x01\x1F\x7F \xE2\x82\xAC \xFF";
@@ -106,7 +106,7 @@ std::unique_ptr<TelvaneDataTypeBase> randomRecord(const RecordClass& recordClass
     return record;
 }
 
-TEST_F(Publishing, PrintsRecordsOfEveryClassInAnyOrder)
+TEST_F(EventClientPublishing, PrintsRecordsOfEveryClassInAnyOrder)
 {
     std::mt19937 random(1911);
     const auto& classes = RecordCatalogue::classes();
@@ -126,7 +126,7 @@ TEST_F(Publishing, PrintsRecordsOfEveryClassInAnyOrder)
     }
 }
 
-TEST_F(Publishing, PrintsATimeStampAsAText)
+TEST_F(EventClientPublishing, PrintsATimeStampAsAText)
 {
     DateTime time;
     time.time.tv_sec = 5;
@@ -161,7 +161,7 @@ public:
 
 TELVANE_DEFINE_RECORD(HolderOfHintedValues)
 
-TEST_F(Publishing, PrintsNestedRecordsThatHaveAFormOfTheirOwn)
+TEST_F(EventClientPublishing, PrintsNestedRecordsThatHaveAFormOfTheirOwn)
 {
     HolderOfHintedValues holder;
     for (int times = 0; times < 4; ++times) {
@@ -190,7 +190,7 @@ private:
     EventClient& m_client;
 };
 
-TEST_F(Publishing, MayHappenWhileARecordIsPackaged)
+TEST_F(EventClientPublishing, MayHappenWhileARecordIsPackaged)
 {
     Announcer announcer(client);
     for (announcer.ttl = 10; announcer.ttl < 40; announcer.ttl += 10) {
@@ -209,7 +209,7 @@ public:
     bool _packageData(cJSON* output) override { return UnitValuePair::_packageData(output) && writable; }
 };
 
-TEST_F(Publishing, SendsNothingOfARecordThatCannotBePackagedAndContinues)
+TEST_F(EventClientPublishing, SendsNothingOfARecordThatCannotBePackagedAndContinues)
 {
     Moody record;
     UnitValuePair plain;
@@ -227,7 +227,7 @@ TEST_F(Publishing, SendsNothingOfARecordThatCannotBePackagedAndContinues)
     }
 }
 
-TEST_F(Publishing, FromSeveralThreadsPrintsEachRecordAsItIs)
+TEST_F(EventClientPublishing, FromSeveralThreadsPrintsEachRecordAsItIs)
 {
     constexpr int kThreads = 4;
     constexpr int kMessages = 100;

@@ -19,13 +19,13 @@ FaultScript cutAfterPassing(int messages)
     return {Call::Send, Caller::Application, 0, messages, 1, 7};
 }
 
-class RequestWithFault : public ClientOfRawServer
+class EventClientRequestWithFault : public ClientOfRawServer
 {
 protected:
     LogData record;
 };
 
-TEST_F(RequestWithFault, AsksEvenWhenItsSubscribeRequestWasCut)
+TEST_F(EventClientRequestWithFault, AsksEvenWhenItsSubscribeRequestWasCut)
 {
     const Fault fault(cutAfterPassing(0));
     std::future<int> result = begin([&] { return client.Request("C", record, 1); });
@@ -37,7 +37,7 @@ TEST_F(RequestWithFault, AsksEvenWhenItsSubscribeRequestWasCut)
     EXPECT_EQ(record.log, "answer");
 }
 
-TEST_F(RequestWithFault, OfASynchronizerEndsWithoutAReplyWhenItsQuestionWasCut)
+TEST_F(EventClientRequestWithFault, OfASynchronizerEndsWithoutAReplyWhenItsQuestionWasCut)
 {
     EventClientSynchronizer synchronizer;
     const Fault fault(cutAfterPassing(2));
@@ -49,7 +49,7 @@ TEST_F(RequestWithFault, OfASynchronizerEndsWithoutAReplyWhenItsQuestionWasCut)
     EXPECT_EQ(record.log, "");
 }
 
-TEST_F(RequestWithFault, OfASynchronizerAsksEvenWhenItsSubscribeRequestWasCut)
+TEST_F(EventClientRequestWithFault, OfASynchronizerAsksEvenWhenItsSubscribeRequestWasCut)
 {
     EventClientSynchronizer synchronizer;
     const Fault fault(cutAfterPassing(0));

@@ -134,7 +134,7 @@ bool isRelayError(const std::string& line)
     return false;
 }
 
-TEST(Bus, KeepsItsPromisesUnderRandomSchedulesOfSixteenThreads)
+TEST(EventServerWithEventClients, KeepsItsPromisesUnderRandomSchedulesOfSixteenThreads)
 {
     const std::size_t descriptors = openDescriptors();
     std::atomic<int> connects{0};
@@ -198,7 +198,7 @@ void comeAndGo(const std::string& path, const std::atomic<bool>& enough, std::at
     }
 }
 
-TEST(Bus, BearsBeingStoppedAndStartedUnderTraffic)
+TEST(EventServerWithEventClients, BearsBeingStoppedAndStartedUnderTraffic)
 {
     const StreamCapture error(STDERR_FILENO);
     std::atomic<bool> enough{false};
@@ -219,7 +219,7 @@ TEST(Bus, BearsBeingStoppedAndStartedUnderTraffic)
     EXPECT_EQ(running.server.Stop(), 0);
 }
 
-TEST(Bus, BearsHooksAndRequestsWhileClientsOnOneConnectionCompete)
+TEST(EventServerWithEventClients, BearsHooksAndRequestsWhileClientsOnOneConnectionCompete)
 {
     HookCalls calls;
     RunningServer running([&](EventServer& server) {

@@ -69,7 +69,7 @@ bool isReadStraight(const std::string& text)
     return isReadStraight(text, Record(), Record::recordTable());
 }
 
-class RelayOfEachClass : public testing::TestWithParam<std::string>
+class EventClientRelayOfEachClass : public testing::TestWithParam<std::string>
 {
 protected:
     const RecordClass& recordClass() const { return *RecordCatalogue::find(GetParam()); }
@@ -82,7 +82,7 @@ protected:
     }
 };
 
-TEST_P(RelayOfEachClass, IsReadStraight)
+TEST_P(EventClientRelayOfEachClass, IsReadStraight)
 {
     const std::unique_ptr<TelvaneDataTypeBase> prototype(recordClass().build());
     for (const char* const form : {"default", "filled"}) {
@@ -91,7 +91,7 @@ TEST_P(RelayOfEachClass, IsReadStraight)
     }
 }
 
-TEST_P(RelayOfEachClass, IsLeftToTheTreeWhereverItIsCutOrChanged)
+TEST_P(EventClientRelayOfEachClass, IsLeftToTheTreeWhereverItIsCutOrChanged)
 {
     const std::unique_ptr<TelvaneDataTypeBase> prototype(recordClass().build());
     const std::string text = relay("filled");
@@ -119,10 +119,10 @@ std::vector<std::string> classNames()
     return names;
 }
 
-INSTANTIATE_TEST_SUITE_P(Catalogue, RelayOfEachClass, testing::ValuesIn(classNames()),
+INSTANTIATE_TEST_SUITE_P(Catalogue, EventClientRelayOfEachClass, testing::ValuesIn(classNames()),
                          [](const auto& instance) { return instance.param; });
 
-TEST(RelayReading, LeavesEverythingUnusualToTheTree)
+TEST(EventClientRelayReading, LeavesEverythingUnusualToTheTree)
 {
     FlagType flag;
     flag._id = "id";
@@ -179,7 +179,7 @@ public:
 
 TELVANE_DEFINE_RECORD(Furnished)
 
-TEST(RelayReading, ReplacesAndKeepsTheSameOfARecordThatIsNotEmpty)
+TEST(EventClientRelayReading, ReplacesAndKeepsTheSameOfARecordThatIsNotEmpty)
 {
     for (std::size_t size = 0; size <= kRecordVectorLimit + 1; ++size) {
         Furnished record;
@@ -219,7 +219,7 @@ public:
 
 TELVANE_DEFINE_RECORD(HolderByItself)
 
-TEST(RelayReading, LeavesRecordsWithOperationsOfTheirOwnToThemselves)
+TEST(EventClientRelayReading, LeavesRecordsWithOperationsOfTheirOwnToThemselves)
 {
     ByItself value;
     HolderByItself holder;
@@ -243,7 +243,7 @@ public:
 
 TELVANE_DEFINE_RECORD(Unbuildable)
 
-TEST(RelayReading, LeavesARecordThatCannotBeBuiltToTheTree)
+TEST(EventClientRelayReading, LeavesARecordThatCannotBeBuiltToTheTree)
 {
     Unbuildable record;
     const std::string text = relayOf(record);

@@ -1,4 +1,4 @@
-// Neighbours that mean harm, or are broken enough to do it. Whatever one client does, the others are served
+// Clients that mean harm, or are broken enough to do it. Whatever one client does, the others are served
 // on, everything is counted, and the server's memory stays within the bound that stands in the test: heap
 // blocks of the C++ library and the JSON library, to which each client adds the stack of its thread.
 
@@ -29,10 +29,10 @@ int provideStack([[maybe_unused]] EventServer& server)
 #endif
 }
 
-class HostileNeighbour : public ::testing::Test
+class HostileClientOfEventServer : public ::testing::Test
 {
 protected:
-    HostileNeighbour()
+    HostileClientOfEventServer()
     {
         subscribe(honestSubscriber, "honest");
         exchange(3); // what is kept from message to message is there before anything is measured
@@ -107,7 +107,7 @@ std::string randomPacket(std::mt19937& random)
     return packet;
 }
 
-TEST_F(HostileNeighbour, SendsRubbish)
+TEST_F(HostileClientOfEventServer, SendsRubbish)
 {
     constexpr int kPackets = 20000;
     const MemoryGauge memory;
@@ -127,7 +127,7 @@ TEST_F(HostileNeighbour, SendsRubbish)
     EXPECT_LT(memory.peak(), 256 * kKiB);
 }
 
-TEST_F(HostileNeighbour, FloodsWithTheLargestPackets)
+TEST_F(HostileClientOfEventServer, FloodsWithTheLargestPackets)
 {
     constexpr int kPackets = 2000;
     const std::string tooLarge =
@@ -169,7 +169,7 @@ std::string deepPayload(int depth, int count)
     return payload + std::string(static_cast<std::size_t>(depth), '}');
 }
 
-TEST_F(HostileNeighbour, NestsPayloadsAThousandDeep)
+TEST_F(HostileClientOfEventServer, NestsPayloadsAThousandDeep)
 {
     constexpr int kPackets = 300;
     subscribe(hostile, "deep");
@@ -192,7 +192,7 @@ TEST_F(HostileNeighbour, NestsPayloadsAThousandDeep)
     EXPECT_EQ(statistics().notJson, 1U);
 }
 
-TEST_F(HostileNeighbour, NestsPayloadsThatAreRelayedAsTheyWouldPrintUpToTheLimit)
+TEST_F(HostileClientOfEventServer, NestsPayloadsThatAreRelayedAsTheyWouldPrintUpToTheLimit)
 {
     subscribe(hostile, "deep");
     const std::string payload = deepPayload(990, 2200);
@@ -204,7 +204,7 @@ TEST_F(HostileNeighbour, NestsPayloadsThatAreRelayedAsTheyWouldPrintUpToTheLimit
     EXPECT_TRUE(hostile.receive() == std::string(text.get(), kMessageLimit));
 }
 
-TEST_F(HostileNeighbour, PublishesWhatOutgrowsTheLimitAsARelay)
+TEST_F(HostileClientOfEventServer, PublishesWhatOutgrowsTheLimitAsARelay)
 {
     subscribe(hostile, "large");
     // As many bytes as arrive whole: the relay is longer by its number and its layout.
@@ -220,7 +220,7 @@ TEST_F(HostileNeighbour, PublishesWhatOutgrowsTheLimitAsARelay)
     exchange(10);
 }
 
-TEST_F(HostileNeighbour, PublishesOnChannelsNeverSeen)
+TEST_F(HostileClientOfEventServer, PublishesOnChannelsNeverSeen)
 {
     constexpr int kNames = 20000;
     const MemoryGauge memory;
@@ -260,7 +260,7 @@ void subscribeToNames(const RawPeer& peer, int from, int to, bool granted)
     }
 }
 
-TEST_F(HostileNeighbour, SubscribesToNamesWithoutEndWhichCostWhatTheyHaveToCost)
+TEST_F(HostileClientOfEventServer, SubscribesToNamesWithoutEndWhichCostWhatTheyHaveToCost)
 {
     constexpr int kNames = 20000;
     const MemoryGauge memory;
@@ -276,7 +276,7 @@ TEST_F(HostileNeighbour, SubscribesToNamesWithoutEndWhichCostWhatTheyHaveToCost)
     exchange(10);
 }
 
-TEST_F(HostileNeighbour, SubscribesToNamesWithoutEndAndIsHeldToALimit)
+TEST_F(HostileClientOfEventServer, SubscribesToNamesWithoutEndAndIsHeldToALimit)
 {
     constexpr int kNames = 20000;
     constexpr int kAllowed = 100;
@@ -293,7 +293,7 @@ TEST_F(HostileNeighbour, SubscribesToNamesWithoutEndAndIsHeldToALimit)
     EXPECT_LT(memory.peak(), 256 * kKiB);
 }
 
-TEST_F(HostileNeighbour, ConnectsAndDisconnectsWithoutALeak)
+TEST_F(HostileClientOfEventServer, ConnectsAndDisconnectsWithoutALeak)
 {
     settle(hostile); // the server has accepted it
     const std::size_t descriptors = openDescriptors();
@@ -314,7 +314,7 @@ TEST_F(HostileNeighbour, ConnectsAndDisconnectsWithoutALeak)
     EXPECT_LT(memory.growth(), 64 * kKiB);
 }
 
-TEST_F(HostileNeighbour, SubscribesAndNeverReads)
+TEST_F(HostileClientOfEventServer, SubscribesAndNeverReads)
 {
     constexpr int kMessages = 5000;
     const StreamCapture error(STDERR_FILENO);
@@ -337,7 +337,7 @@ TEST_F(HostileNeighbour, SubscribesAndNeverReads)
     EXPECT_LT(memory.growth(), 256 * kKiB); // what has been written to standard error is held by the test
 }
 
-TEST_F(HostileNeighbour, AsksWithoutEndAndNeverReadsTheAnswers)
+TEST_F(HostileClientOfEventServer, AsksWithoutEndAndNeverReadsTheAnswers)
 {
     const MemoryGauge memory;
     exchangeDuring([&] {
