@@ -13,13 +13,14 @@
 #include "archive/samples/SampleCodec.h"
 #include "archive/welds/WeldBlock.h"
 #include "common/bus/RecordCheck.h"
+#include "helpers/SampleBits.h"
 #include "recording/RecordingLine.h"
 
-#include <cstring>
 #include <filesystem>
 #include <zlib.h>
 
 using Telvane::require;
+using Telvane::Testing::sameBits;
 
 namespace TelvaneArchive
 {
@@ -68,12 +69,6 @@ FuzzedArchive& archive()
 {
     static FuzzedArchive archive;
     return archive;
-}
-
-bool sameBits(const Sample& a, const Sample& b)
-{
-    return a.number == b.number && a.serial == b.serial && a.time == b.time &&
-           std::memcmp(a.values.data(), b.values.data(), sizeof a.values) == 0;
 }
 
 void checkChunk(std::string_view input)

@@ -1,11 +1,13 @@
 #include "archive/samples/SampleCodec.h"
 #include "archive/ArchiveTestSupport.h"
 #include "archive/samples/Envelope.h"
+#include "helpers/SampleBits.h"
 
 #include <cstring>
 #include <random>
 
 using namespace TelvaneArchive;
+using Telvane::Testing::sameBits;
 using TelvaneArchive::Testing::makeSample;
 
 namespace
@@ -21,12 +23,6 @@ std::vector<Sample> roundTrip(const std::vector<Sample>& samples)
     EXPECT_EQ(header.weld, 17);
     EXPECT_EQ(header.number, 3U);
     return read;
-}
-
-bool sameBits(const Sample& a, const Sample& b)
-{
-    return a.number == b.number && a.serial == b.serial && a.time == b.time &&
-           std::memcmp(a.values.data(), b.values.data(), sizeof a.values) == 0;
 }
 
 } // namespace

@@ -1,11 +1,12 @@
 #include "archive/samples/SampleFile.h"
 #include "archive/ArchiveTestSupport.h"
 #include "archive/samples/SampleCodec.h"
-#include "helpers/ToolTestFiles.h"
+#include "helpers/TestFiles.h"
 
 #include <filesystem>
 
 using namespace TelvaneArchive;
+using Telvane::Testing::TemporaryDirectory;
 using TelvaneArchive::Testing::makeSample;
 
 namespace
@@ -30,7 +31,7 @@ protected:
         std::filesystem::resize_file(m_path, kFiveGiB);
     }
 
-    const TelvaneTool::TestDirectory m_directory;
+    const TemporaryDirectory m_directory;
     const std::string m_path = m_directory.path("2026-09.samples");
     SampleFile m_file;
 };

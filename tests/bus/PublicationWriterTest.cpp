@@ -1,8 +1,9 @@
 #include "bus/PublicationWriter.h"
 
+#include "helpers/GoldenCatalogue.h"
 #include "helpers/MessagesByTree.h"
 #include "helpers/ProcessTestSupport.h"
-#include "helpers/TestPaths.h"
+#include "helpers/RecordTestSupport.h"
 #include "support/JsonTree.h"
 
 #include <Telvane/Telvane.h>
@@ -10,8 +11,6 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <new>
 #include <random>
@@ -37,21 +36,6 @@ std::string written(PublicationWriter& writer, const std::string& channel, Telva
     EXPECT_EQ(std::string(text).size(), static_cast<std::size_t>(writer.length()));
     EXPECT_LE(writer.length(), kMessageLimit);
     return text;
-}
-
-std::string goldenText(const std::string& className, const std::string& form)
-{
-    std::ifstream file(sourceDirectory() + "/tests/golden/records/" + className + "." + form + ".json");
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
-
-std::vector<std::string> classNames()
-{
-    std::vector<std::string> names;
-    for (const RecordClass& entry : RecordCatalogue::classes()) {
-        names.emplace_back(entry.name);
-    }
-    return names;
 }
 
 class PublicationOfEachClass : public testing::TestWithParam<std::string>

@@ -15,12 +15,6 @@ namespace
 class BusMemory : public UnderShortage
 {
 protected:
-    template <class Operation>
-    void failEach(Caller caller, Operation operation)
-    {
-        EXPECT_GT(failEachAllocation(caller, GetParam(), operation), 0);
-    }
-
     const StreamCapture lines{STDERR_FILENO}; // refused relays, thrown exceptions
     RunningServer server;
     const LogData m_record = logOf("a text that is longer than what a string holds by itself");

@@ -83,7 +83,15 @@ int failEachAllocation(Caller caller, Shortage shortage, Operation operation)
 
 /// For tests that run with both kinds of shortage.
 class UnderShortage : public ::testing::TestWithParam<Shortage>
-{};
+{
+protected:
+    /// As failEachAllocation(); the operation must allocate.
+    template <class Operation>
+    void failEach(Caller caller, Operation operation)
+    {
+        EXPECT_GT(failEachAllocation(caller, GetParam(), operation), 0);
+    }
+};
 
 inline std::string nameOfShortage(const ::testing::TestParamInfo<Shortage>& shortage)
 {

@@ -6,6 +6,7 @@
 #include <Telvane/EventClient.h>
 #include <Telvane/EventServer.h>
 #include <Telvane/RequestType.h>
+#include <Telvane/WeldRecords.h>
 
 #include "helpers/PatientExchanges.h"
 #include "helpers/ProcessTestSupport.h"
@@ -309,6 +310,18 @@ inline EventClient::Callback recordingTo(Receptions& receptions)
     };
 }
 
+/// A record of the channel "Amps" as a relay carries it.
+constexpr const char* kAmps = R"({"Unit":"A","Value":176})";
+
+/// \return the same record as it prints
+inline std::string printedAmps()
+{
+    UnitValuePair record;
+    record.Unit = "A";
+    record.Value = 176;
+    return record.GetString();
+}
+
 /// A client that is connected to a raw server.
 class ClientOfRawServer : public ::testing::Test
 {
@@ -341,6 +354,7 @@ protected:
         EXPECT_EQ(peer.receive(), printedUnsubscribeRequest(channel));
         peer.send(response(".unsubscribe", true, channel));
     }
+    void expectRequest() { EXPECT_EQ(peer.receive(), printedPublication("req_Amps")); }
     void subscribe(const std::string& channel, const EventClient::Callback& callback,
                    const TelvaneDataTypeBase& prototype, void* user = nullptr)
     {

@@ -3,6 +3,8 @@
 // What tests need of the process around them: a directory of their own, an environment variable for a
 // while, a child, and what is written to the standard streams, whichever thread writes it.
 
+#include "helpers/TestFiles.h"
+
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -41,10 +43,11 @@ constexpr std::chrono::milliseconds kQuietTime{50};
 }
 
 /// Waits until \p condition is true, for conditions without an event.
+/// \return false if it does not become true in time
 template <class Condition>
-bool eventually(Condition condition)
+bool eventually(Condition condition, std::chrono::seconds timeout = kTimeout)
 {
-    const auto deadline = std::chrono::steady_clock::now() + kTimeout;
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
     while (!condition()) {
         if (std::chrono::steady_clock::now() > deadline) {
             return false;
@@ -105,32 +108,6 @@ bool holdsInChild(Task task)
     ::waitpid(child, nullptr, 0);
     return told && answer == 'y';
 }
-
-/// A fresh directory, removed with everything in it.
-class TemporaryDirectory
-{
-public:
-    TemporaryDirectory()
-    {
-        std::string name = (std::filesystem::temp_directory_path() / "telvane-XXXXXX").string();
-        if (::mkdtemp(name.data()) == nullptr) {
-            throwSystemError("mkdtemp");
-        }
-        m_path = name;
-    }
-    TemporaryDirectory(const TemporaryDirectory&) = delete;
-    TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
-    ~TemporaryDirectory()
-    {
-        std::error_code ignored;
-        std::filesystem::remove_all(m_path, ignored);
-    }
-
-    std::string path(const std::string& name) const { return (m_path / name).string(); }
-
-private:
-    std::filesystem::path m_path;
-};
 
 /// Takes over a standard stream of the process, below every buffer and for all threads.
 class StreamCapture

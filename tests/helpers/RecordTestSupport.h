@@ -3,6 +3,7 @@
 // What the tests of the record classes share: a record as one line of JSON, arrays of many items, the tree
 // that a failed read leaves alone, and memory that runs out while a record is written.
 
+#include <Telvane/RecordCatalogue.h>
 #include <Telvane/TelvaneDataTypeBase.h>
 
 #include <cjson/cJSON.h>
@@ -13,9 +14,20 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <vector>
 
 namespace Telvane
 {
+
+/// \return the names of all record classes
+inline std::vector<std::string> classNames()
+{
+    std::vector<std::string> names;
+    for (const RecordClass& entry : RecordCatalogue::classes()) {
+        names.emplace_back(entry.name);
+    }
+    return names;
+}
 
 /// \return the record's JSON on one line, without blanks
 inline std::string compactJson(TelvaneDataTypeBase& record)

@@ -1,12 +1,12 @@
 #pragma once
 
 #include "common/support/Clock.h"
-
-#include <poll.h>
+#include "helpers/ProcessTestSupport.h"
 
 namespace TelvaneTool::Mqtt
 {
 
+/// A broker is one more process that has to get its turn, often several times.
 constexpr Nanoseconds kTimeout = 100 * kSecond;
 
 /// Waits until \p condition is true.
@@ -14,14 +14,7 @@ constexpr Nanoseconds kTimeout = 100 * kSecond;
 template <class Condition>
 bool eventually(Condition condition)
 {
-    const Nanoseconds end = monotonicNow() + kTimeout;
-    while (!condition()) {
-        if (monotonicNow() > end) {
-            return false;
-        }
-        poll(nullptr, 0, 5);
-    }
-    return true;
+    return Telvane::Testing::eventually(std::move(condition), std::chrono::seconds(kTimeout / kSecond));
 }
 
 } // namespace TelvaneTool::Mqtt

@@ -64,7 +64,7 @@ int freePort()
 class Broker
 {
 public:
-    explicit Broker(const std::string& directory)
+    explicit Broker(const Telvane::Testing::TemporaryDirectory& directory)
     {
         // Another process can take a free port before mosquitto does, which then ends.
         for (int attempt = 0; attempt < 20 && !start(directory); ++attempt) {
@@ -80,11 +80,11 @@ public:
 
 private:
     /// \return whether the broker serves a port
-    bool start(const std::string& directory)
+    bool start(const Telvane::Testing::TemporaryDirectory& directory)
     {
         m_port = freePort();
-        const std::string path = directory + "/broker.conf";
-        const std::string log = directory + "/broker.log";
+        const std::string path = directory.path("broker.conf");
+        const std::string log = directory.path("broker.log");
         std::filesystem::remove(log);
         std::ofstream(path) << "user root\nlistener " << m_port << " 127.0.0.1\nallow_anonymous true\n"
                             << "max_queued_messages 100000\nmessage_size_limit " << kMessageLimit
@@ -204,8 +204,6 @@ class MqttBroker : public testing::Test
 protected:
     MqttBroker()
     {
-        std::string name = testing::TempDir() + "telvane-broker-XXXXXX";
-        directory = mkdtemp(name.data());
         broker.emplace(directory);
         Settings options;
         options.bus = "unused";
@@ -223,7 +221,6 @@ protected:
         wallClockJump = 0;
         reader.reset();
         broker.reset();
-        std::filesystem::remove_all(directory);
     }
 
     static OutgoingMessage message()
@@ -270,7 +267,7 @@ protected:
                                                                     : 0;
     }
 
-    std::string directory;
+    Telvane::Testing::TemporaryDirectory directory;
     std::optional<Broker> broker;
     BridgeSettings settings;
     std::optional<Reader> reader;
@@ -287,7 +284,7 @@ TEST_F(MqttBroker, GetsWhatADayWithoutItHasLeft)
     constexpr std::size_t kOld = 11 * 60;
     constexpr std::size_t kYoung = 11 * 60;
     constexpr std::size_t kPushed = kOld + kYoung;
-    Spool spool(directory + "/spool", {std::size_t{64} << 20, kAge});
+    Spool spool(directory.path("spool"), {std::size_t{64} << 20, kAge});
     const Session before = startSession();
     std::uint64_t session = before.number;
     ASSERT_EQ(spool.open(machineClocks(), session), "");

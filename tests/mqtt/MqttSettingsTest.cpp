@@ -1,6 +1,6 @@
 #include "telvane-mqtt/settings/Settings.h"
 
-#include "helpers/ToolTestFiles.h"
+#include "helpers/TestFiles.h"
 
 #include <gtest/gtest.h>
 
@@ -9,10 +9,12 @@ namespace TelvaneTool::Mqtt
 namespace
 {
 
+using Telvane::Testing::TemporaryDirectory;
+
 TEST(MqttSettings, AllowASpoolOfMoreThanFourGiB)
 {
     for (const char* const size : {"8589934592", "\"8G\""}) {
-        const TestDirectory directory;
+        const TemporaryDirectory directory;
         const std::string path = directory.write("bridge.toml", std::string("spool-bytes = ") + size + "\n");
         Settings settings;
         const auto given = [](const char*) {

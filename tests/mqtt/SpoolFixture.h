@@ -1,5 +1,6 @@
 #pragma once
 
+#include "helpers/TestFiles.h"
 #include "telvane-mqtt/queue/OutgoingQueue.h"
 
 #include <gtest/gtest.h>
@@ -28,18 +29,7 @@ inline OutgoingMessage message(const std::string& text, std::size_t size = 0, co
 class MqttSpool : public testing::Test
 {
 protected:
-    MqttSpool()
-    {
-        std::string name = testing::TempDir() + "telvane-spool-XXXXXX";
-        m_directory = mkdtemp(name.data());
-        m_path = m_directory + "/spool";
-        clocks = {"boot 1", 0, 1'795'341'600'000, true};
-    }
-    ~MqttSpool() override
-    {
-        stop();
-        std::filesystem::remove_all(m_directory);
-    }
+    ~MqttSpool() override { stop(); }
 
     void start(std::uint64_t proposed = 1000)
     {
@@ -123,11 +113,11 @@ protected:
         return queue->counts()["LogData"].dropped[static_cast<int>(reason)];
     }
 
-    std::string m_directory;
-    std::string m_path;
+    Telvane::Testing::TemporaryDirectory m_directory;
+    const std::string m_path = m_directory.path("spool");
     SpoolLimits limits;
     QueueLimits memory;
-    SpoolClocks clocks;
+    SpoolClocks clocks = {"boot 1", 0, 1'795'341'600'000, true};
     std::uint64_t session = 0;
     std::optional<Spool> spool;
     std::optional<OutgoingQueue> queue;

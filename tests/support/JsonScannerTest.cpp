@@ -2,6 +2,7 @@
 
 #include "support/JsonScanner.h"
 
+#include "helpers/NumberTestCount.h"
 #include "support/JsonTree.h"
 #include "support/NumberText.h"
 
@@ -108,18 +109,11 @@ TEST(JsonScanner, LeavesToTheLibraryWhatIsNoNumberOrMayBeNone)
     }
 }
 
-/// Numbers of each random kind; TELVANE_NUMBER_TEST_COUNT asks for more in a long run.
-std::uint64_t testCount()
-{
-    const char* const wanted = std::getenv("TELVANE_NUMBER_TEST_COUNT");
-    return wanted != nullptr ? std::strtoull(wanted, nullptr, 10) : 100'000;
-}
-
 template <class Generator>
 void expectLibraryValues(Generator next)
 {
     std::mt19937_64 random(20'240'229);
-    for (std::uint64_t i = 0; i < testCount(); ++i) {
+    for (std::uint64_t i = 0; i < numberTestCount(); ++i) {
         const std::string text = next(random);
         // As the library reads it, but for its tree.
         JsonScanner scanner(text.c_str());

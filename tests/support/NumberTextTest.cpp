@@ -1,5 +1,7 @@
 #include "support/NumberText.h"
 
+#include "helpers/NumberTestCount.h"
+
 #include <cjson/cJSON.h>
 
 #include <gtest/gtest.h>
@@ -46,18 +48,11 @@ double fromBits(std::uint64_t bits)
     return value;
 }
 
-/// Numbers of each random kind; TELVANE_NUMBER_TEST_COUNT asks for more in a long run.
-std::uint64_t testCount()
-{
-    const char* const wanted = std::getenv("TELVANE_NUMBER_TEST_COUNT");
-    return wanted != nullptr ? std::strtoull(wanted, nullptr, 10) : 100'000;
-}
-
 template <class Generator>
 void expectLibraryDigits(Generator next)
 {
     std::mt19937_64 random(20'240'229);
-    for (std::uint64_t i = 0; i < testCount(); ++i) {
+    for (std::uint64_t i = 0; i < numberTestCount(); ++i) {
         const double value = next(random);
         const std::string expected = libraryText(value);
         const std::string actual = ourText(value);

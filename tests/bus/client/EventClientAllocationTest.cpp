@@ -19,12 +19,6 @@ using namespace Testing;
 class ClientMemory : public UnderShortage
 {
 protected:
-    template <class Operation>
-    void failEach(Caller caller, Operation operation)
-    {
-        EXPECT_GT(failEachAllocation(caller, GetParam(), operation), 0);
-    }
-
     /// Counts how often it is called with the example, without an allocation of its own.
     EventClient::Callback counting(std::atomic<int>& calls)
     {

@@ -14,16 +14,6 @@ namespace
 
 using namespace Testing;
 
-constexpr const char* kAmps = R"({"Unit":"A","Value":176})";
-
-std::string printedAmps()
-{
-    UnitValuePair record;
-    record.Unit = "A";
-    record.Value = 176;
-    return record.GetString();
-}
-
 /// A subscription's closure, called as the receiver thread calls it.
 class SubscriptionClosure : public ::testing::Test
 {

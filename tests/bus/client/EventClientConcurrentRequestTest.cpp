@@ -14,8 +14,6 @@ namespace
 
 using namespace Testing;
 
-constexpr const char* kAmps = R"({"Unit":"A","Value":176})";
-
 class ConcurrentRequests : public ClientOfRawServer
 {
 protected:

@@ -14,8 +14,6 @@ namespace
 
 using namespace Testing;
 
-constexpr const char* kAmps = R"({"Unit":"A","Value":176})";
-
 class Subscribing : public ClientOfRawServer
 {
 protected:
@@ -231,7 +229,6 @@ protected:
     {
         return begin([this, timeout] { return client.Request("Amps", answer, timeout); });
     }
-    void expectRequest() { EXPECT_EQ(peer.receive(), printedPublication("req_Amps")); }
 
     UnitValuePair answer;
 };

@@ -1,6 +1,7 @@
 // Relays that are read without a tree, against the same with one.
 
 #include "helpers/ProcessTestSupport.h"
+#include "helpers/RecordTestSupport.h"
 #include "helpers/RelayWithoutTree.h"
 #include "helpers/TestPaths.h"
 #include "support/JsonWriter.h"
@@ -108,15 +109,6 @@ TEST_P(EventClientRelayOfEachClass, IsLeftToTheTreeWhereverItIsCutOrChanged)
     EXPECT_TRUE(isReadStraight(text + "}", *prototype, recordClass().table()) ||
                 text.find("\\u") != std::string::npos);
     EXPECT_EQ(reported.error + reported.output, "");
-}
-
-std::vector<std::string> classNames()
-{
-    std::vector<std::string> names;
-    for (const RecordClass& entry : RecordCatalogue::classes()) {
-        names.emplace_back(entry.name);
-    }
-    return names;
 }
 
 INSTANTIATE_TEST_SUITE_P(Catalogue, EventClientRelayOfEachClass, testing::ValuesIn(classNames()),

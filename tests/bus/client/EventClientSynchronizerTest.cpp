@@ -15,8 +15,6 @@ namespace
 
 using namespace Testing;
 
-constexpr const char* kAmps = R"({"Unit":"A","Value":176})";
-
 /// Long enough for any machine; only a failing test waits that long.
 constexpr unsigned kLong = 40;
 
@@ -43,7 +41,6 @@ protected:
     {
         return result.wait_for(std::chrono::seconds(0)) == std::future_status::timeout;
     }
-    void expectRequest() { EXPECT_EQ(peer.receive(), printedPublication("req_Amps")); }
 
     UnitValuePair reply;
     EventClientSynchronizer synchronizer;

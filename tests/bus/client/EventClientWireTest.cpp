@@ -170,16 +170,6 @@ protected:
     Receptions receptions;
 };
 
-constexpr const char* kAmps = R"({"Unit":"A","Value":176})";
-
-std::string printedAmps()
-{
-    UnitValuePair record;
-    record.Unit = "A";
-    record.Value = 176;
-    return record.GetString();
-}
-
 TEST_F(ClientReceiving, ARelayInPrintedForm)
 {
     subscribeToAmps();

@@ -67,12 +67,6 @@ protected:
         EXPECT_EQ(counted, listed);
         return counted;
     }
-
-    template <class Operation>
-    void failEach(Caller caller, Operation operation)
-    {
-        EXPECT_GT(failEachAllocation(caller, GetParam(), operation), 0);
-    }
 };
 
 INSTANTIATE_TEST_SUITE_P(Memory, ServerMemory, ::testing::Values(Shortage::Once, Shortage::Persistent),

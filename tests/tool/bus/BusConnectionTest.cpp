@@ -19,10 +19,11 @@ namespace
 {
 
 using Telvane::Testing::Descriptor;
+using Telvane::Testing::TemporaryDirectory;
 
 TEST(BusConnectionTest, WaitsForAServerThatDoesNotAcceptYet)
 {
-    const TestDirectory directory;
+    const TemporaryDirectory directory;
     const std::string path = directory.path("bus");
     const Descriptor listening(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
     const sockaddr_un address = Telvane::Testing::addressOf(path);

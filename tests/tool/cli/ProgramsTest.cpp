@@ -1,5 +1,5 @@
 #include "common/cli/Programs.h"
-#include "helpers/ToolTestFiles.h"
+#include "helpers/TestFiles.h"
 
 #include <gtest/gtest.h>
 
@@ -8,15 +8,17 @@ namespace TelvaneTool
 namespace
 {
 
-void makeProgram(const TestDirectory& directory, const std::string& name)
+using Telvane::Testing::TemporaryDirectory;
+
+void makeProgram(const TemporaryDirectory& directory, const std::string& name)
 {
     std::filesystem::permissions(directory.write(name, "#!/bin/sh\n"), std::filesystem::perms::owner_all);
 }
 
 TEST(Programs, AreFoundInTheFirstDirectoryThatContainsThem)
 {
-    const TestDirectory first;
-    const TestDirectory second;
+    const TemporaryDirectory first;
+    const TemporaryDirectory second;
     makeProgram(first, "telvane-mqtt");
     makeProgram(second, "telvane-mqtt");
     makeProgram(second, "telvane-web");
@@ -28,7 +30,7 @@ TEST(Programs, AreFoundInTheFirstDirectoryThatContainsThem)
 
 TEST(Programs, MustBeExecutableFiles)
 {
-    const TestDirectory directory;
+    const TemporaryDirectory directory;
     directory.write("telvane-mqtt", "no program");
     std::filesystem::permissions(directory.path("telvane-mqtt"), std::filesystem::perms::owner_read);
     std::filesystem::create_directory(directory.path("telvane-web"));
@@ -38,7 +40,7 @@ TEST(Programs, MustBeExecutableFiles)
 
 TEST(Programs, HaveNamesThatCannotLeaveTheDirectory)
 {
-    const TestDirectory directory;
+    const TemporaryDirectory directory;
     std::filesystem::create_directory(directory.path("telvane-a"));
     makeProgram(directory, "b");
     EXPECT_EQ(findProgram("a/../b", {directory.path("")}), "");
@@ -48,7 +50,7 @@ TEST(Programs, HaveNamesThatCannotLeaveTheDirectory)
 
 TEST(Programs, AreListedInTheHelpIfTheyAreInstalled)
 {
-    const TestDirectory directory;
+    const TemporaryDirectory directory;
     EXPECT_EQ(programHelp(installedPrograms({directory.path("")})), "");
     makeProgram(directory, "telvane-welds");
     makeProgram(directory, "telvane-mqtt");

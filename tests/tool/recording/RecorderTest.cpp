@@ -1,6 +1,6 @@
 #include "recording/Recorder.h"
 
-#include "helpers/ToolTestFiles.h"
+#include "helpers/TestFiles.h"
 #include "recording/RecordingReader.h"
 
 #include <csignal>
@@ -13,6 +13,7 @@ namespace TelvaneTool
 namespace
 {
 
+using Telvane::Testing::TemporaryDirectory;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -81,7 +82,7 @@ protected:
 
     std::string path(const char* name) const { return m_directory.path(name); }
 
-    TestDirectory m_directory;
+    TemporaryDirectory m_directory;
     const RecordingHeader m_header = {kSecond, "/run/bus", {}, 1};
 };
 

@@ -1,14 +1,13 @@
 // Writing recordings into files and reading them again.
 
 #include "common/cli/ExitCodes.h"
-#include "helpers/ToolTestFiles.h"
+#include "helpers/TestFiles.h"
 #include "recording/RecordingReader.h"
 #include "recording/RecordingWriter.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <sstream>
 #include <vector>
 
 namespace TelvaneTool
@@ -16,6 +15,8 @@ namespace TelvaneTool
 namespace
 {
 
+using Telvane::Testing::contentOf;
+using Telvane::Testing::TemporaryDirectory;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -31,13 +32,6 @@ std::string lineOf(Nanoseconds time, const std::string& log)
 RecordedMessage at(Nanoseconds time)
 {
     return {time, "LogData", 1, "{}"};
-}
-
-std::string contents(const std::string& path)
-{
-    std::ostringstream text;
-    text << std::ifstream(path, std::ios::binary).rdbuf();
-    return text.str();
 }
 
 std::vector<Nanoseconds> timesOf(RecordingReader& reader)
@@ -66,41 +60,41 @@ RecordingWriter::Settings settingsFor(const std::string& path)
 
 TEST(RecordingWriter, WritesWhatTheReaderReads)
 {
-    const TestDirectory directory;
+    const TemporaryDirectory directory;
     RecordingWriter writer(settingsFor(directory.path("a.jsonl")));
     ASSERT_TRUE(writer.open(kHeader));
     EXPECT_TRUE(writer.add(lineOf(1, "x"), at(1)));
     EXPECT_TRUE(writer.add(lineOf(2, "y"), at(2)));
     EXPECT_TRUE(writer.close());
-    EXPECT_EQ(contents(directory.path("a.jsonl")), printHeader(kHeader) + lineOf(1, "x") + lineOf(2, "y"));
+    EXPECT_EQ(contentOf(directory.path("a.jsonl")), printHeader(kHeader) + lineOf(1, "x") + lineOf(2, "y"));
     EXPECT_THAT(timesOf(directory.path("a.jsonl")), ElementsAre(1, 2));
 }
 
 TEST(RecordingWriter, WritesTheHeaderOnOpenAndLinesOnFlush)
 {
-    const TestDirectory directory;
+    const TemporaryDirectory directory;
     RecordingWriter writer(settingsFor(directory.path("a.jsonl")));
     ASSERT_TRUE(writer.open(kHeader));
-    EXPECT_EQ(contents(directory.path("a.jsonl")), printHeader(kHeader));
+    EXPECT_EQ(contentOf(directory.path("a.jsonl")), printHeader(kHeader));
     EXPECT_TRUE(writer.add(lineOf(1, "x"), at(1)));
     EXPECT_TRUE(writer.flush());
-    EXPECT_EQ(contents(directory.path("a.jsonl")), printHeader(kHeader) + lineOf(1, "x"));
+    EXPECT_EQ(contentOf(directory.path("a.jsonl")), printHeader(kHeader) + lineOf(1, "x"));
 }
 
 TEST(RecordingWriter, KeepsAnExistingFileUnlessToldToReplaceIt)
 {
-    const TestDirectory directory;
+    const TemporaryDirectory directory;
     RecordingWriter::Settings settings = settingsFor(directory.write("a.jsonl", "precious"));
     EXPECT_FALSE(RecordingWriter(settings).open(kHeader));
-    EXPECT_EQ(contents(settings.path), "precious");
+    EXPECT_EQ(contentOf(settings.path), "precious");
     settings.replace = true;
     EXPECT_TRUE(RecordingWriter(settings).open(kHeader));
-    EXPECT_EQ(contents(settings.path), printHeader(kHeader));
+    EXPECT_EQ(contentOf(settings.path), printHeader(kHeader));
 }
 
 TEST(RecordingWriter, StartsANewFileAtTheSplitSize)
 {
-    const TestDirectory directory;
+    const TemporaryDirectory directory;
     RecordingWriter::Settings settings = settingsFor(directory.path("a.b/weld.jsonl"));
     std::filesystem::create_directory(directory.path("a.b"));
     settings.numbered = true;
@@ -123,7 +117,7 @@ TEST(RecordingWriter, StartsANewFileAtTheSplitSize)
 
 TEST(RecordingWriter, StartsANewFileAfterTheSplitTime)
 {
-    const TestDirectory directory;
+    const TemporaryDirectory directory;
     RecordingWriter::Settings settings = settingsFor(directory.path("weld"));
     settings.numbered = true;
     settings.splitAfter = kSecond;
@@ -139,7 +133,7 @@ TEST(RecordingWriter, StartsANewFileAfterTheSplitTime)
 
 TEST(RecordingWriter, SplitsCompressedFilesByTheirSizeOnDisk)
 {
-    const TestDirectory directory;
+    const TemporaryDirectory directory;
     RecordingWriter::Settings settings = settingsFor(directory.path("weld.jsonl.gz"));
     settings.numbered = true;
     settings.splitSize = 3000;
@@ -158,7 +152,7 @@ TEST(RecordingWriter, SplitsCompressedFilesByTheirSizeOnDisk)
 
 TEST(RecordingWriter, PutsTheNumberAfterANameThatBeginsWithADot)
 {
-    const TestDirectory directory;
+    const TemporaryDirectory directory;
     RecordingWriter::Settings settings = settingsFor(directory.path(".weld"));
     settings.numbered = true;
     RecordingWriter writer(settings);
@@ -168,14 +162,14 @@ TEST(RecordingWriter, PutsTheNumberAfterANameThatBeginsWithADot)
 
 TEST(RecordingWriter, ContinuesAfterExistingNumbers)
 {
-    const TestDirectory directory;
+    const TemporaryDirectory directory;
     directory.write("weld-0001.jsonl", "precious");
     RecordingWriter::Settings settings = settingsFor(directory.path("weld.jsonl"));
     settings.numbered = true;
     RecordingWriter writer(settings);
     ASSERT_TRUE(writer.open(kHeader));
     EXPECT_EQ(writer.currentPath(), directory.path("weld-0002.jsonl"));
-    EXPECT_EQ(contents(directory.path("weld-0001.jsonl")), "precious");
+    EXPECT_EQ(contentOf(directory.path("weld-0001.jsonl")), "precious");
 }
 
 TEST(RecordingWriter, ReportsAFileThatCannotBeWritten)
@@ -188,7 +182,7 @@ TEST(RecordingWriter, ReportsAFileThatCannotBeWritten)
 
 TEST(RecordingReader, ReadsUpToAnIncompleteLastLine)
 {
-    const TestDirectory directory;
+    const TemporaryDirectory directory;
     const std::string whole = printHeader(kHeader) + lineOf(1, "x");
     const std::string torn = lineOf(2, "y").substr(0, 20);
     RecordingReader reader;
@@ -201,7 +195,7 @@ TEST(RecordingReader, ReadsUpToAnIncompleteLastLine)
 
 TEST(RecordingReader, ReadsALastLineWithoutNewline)
 {
-    const TestDirectory directory;
+    const TemporaryDirectory directory;
     std::string text = printHeader(kHeader) + lineOf(1, "x");
     text.pop_back();
     RecordingReader reader;
@@ -212,7 +206,7 @@ TEST(RecordingReader, ReadsALastLineWithoutNewline)
 
 TEST(RecordingReader, SkipsDamagedLines)
 {
-    const TestDirectory directory;
+    const TemporaryDirectory directory;
     RecordingReader reader;
     ASSERT_TRUE(reader.open(directory.write("a.jsonl", printHeader(kHeader) + "rubbish\n\n" + lineOf(1, "x") +
                                                            std::string(5, '\0') + "\n" + lineOf(2, "y"))));
@@ -223,7 +217,7 @@ TEST(RecordingReader, SkipsDamagedLines)
 
 TEST(RecordingReader, RefusesOtherFiles)
 {
-    const TestDirectory directory;
+    const TemporaryDirectory directory;
     EXPECT_FALSE(RecordingReader().open(directory.path("missing")));
     EXPECT_FALSE(RecordingReader().open(directory.write("empty", "")));
     EXPECT_FALSE(RecordingReader().open(directory.write("csv", "a,b\n1,2\n")));
@@ -231,7 +225,7 @@ TEST(RecordingReader, RefusesOtherFiles)
 
 TEST(RecordingReader, ReadsARecordingWithoutRecords)
 {
-    const TestDirectory directory;
+    const TemporaryDirectory directory;
     EXPECT_THAT(timesOf(directory.write("a.jsonl", printHeader(kHeader))), IsEmpty());
 }
 

@@ -2,7 +2,7 @@
 
 #include "common/cli/ExitCodes.h"
 #include "common/support/Compression.h"
-#include "helpers/ToolTestFiles.h"
+#include "helpers/TestFiles.h"
 
 #include <gmock/gmock.h>
 
@@ -11,6 +11,7 @@ namespace TelvaneTool
 namespace
 {
 
+using Telvane::Testing::TemporaryDirectory;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -50,7 +51,7 @@ protected:
         return range;
     }
 
-    TestDirectory m_directory;
+    TemporaryDirectory m_directory;
 };
 
 constexpr Nanoseconds kStarted = 1'704'164'645 * kSecond; // 2024-01-02T03:04:05Z

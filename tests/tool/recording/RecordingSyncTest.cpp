@@ -1,6 +1,6 @@
 // When a recording is on the disk. The linker redirects fdatasync() and write() to this file.
 
-#include "helpers/ToolTestFiles.h"
+#include "helpers/TestFiles.h"
 #include "recording/RecordingWriter.h"
 
 #include <gmock/gmock.h>
@@ -46,6 +46,8 @@ namespace TelvaneTool
 namespace
 {
 
+using Telvane::Testing::TemporaryDirectory;
+
 class RecordingSyncTest : public testing::Test
 {
 protected:
@@ -73,7 +75,7 @@ protected:
         return settings;
     }
 
-    TestDirectory m_directory;
+    TemporaryDirectory m_directory;
     const RecordingHeader m_header = {kSecond, "", {}, 1};
 };
 

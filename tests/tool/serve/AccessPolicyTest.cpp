@@ -1,6 +1,6 @@
 #include "serve/AccessPolicy.h"
 
-#include "helpers/ToolTestFiles.h"
+#include "helpers/TestFiles.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -10,6 +10,7 @@ namespace TelvaneTool
 namespace
 {
 
+using Telvane::Testing::TemporaryDirectory;
 using testing::EndsWith;
 using testing::HasSubstr;
 using Action = Telvane::EventServerAccess::Action;
@@ -49,7 +50,7 @@ protected:
         return policy.allows(access);
     }
 
-    TestDirectory m_directory;
+    TemporaryDirectory m_directory;
 };
 
 TEST_F(AccessPolicyTest, AllowsNothingThatNoRuleMatches)

@@ -1,7 +1,7 @@
 #include "common/support/Compression.h"
 
 #include "common/support/TextLines.h"
-#include "helpers/ToolTestFiles.h"
+#include "helpers/TestFiles.h"
 
 #include <cerrno>
 #include <gmock/gmock.h>
@@ -11,6 +11,7 @@ namespace TelvaneTool
 namespace
 {
 
+using Telvane::Testing::TemporaryDirectory;
 using testing::ElementsAre;
 
 class CompressionTest : public testing::TestWithParam<Compression>
@@ -39,7 +40,7 @@ protected:
         return all;
     }
 
-    TestDirectory m_directory;
+    TemporaryDirectory m_directory;
     int m_error = 0;
 };
 

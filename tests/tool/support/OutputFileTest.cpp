@@ -1,6 +1,6 @@
 #include "common/support/OutputFile.h"
 
-#include "helpers/ToolTestFiles.h"
+#include "helpers/TestFiles.h"
 
 #include <cerrno>
 #include <gmock/gmock.h>
@@ -12,15 +12,11 @@ namespace TelvaneTool
 namespace
 {
 
+using Telvane::Testing::contentOf;
+using Telvane::Testing::TemporaryDirectory;
 using testing::ElementsAre;
 
-std::string contentOf(const std::string& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-std::vector<std::string> namesIn(const TestDirectory& directory)
+std::vector<std::string> namesIn(const TemporaryDirectory& directory)
 {
     std::vector<std::string> names;
     for (const auto& entry : std::filesystem::directory_iterator(directory.path(""))) {
@@ -31,7 +27,7 @@ std::vector<std::string> namesIn(const TestDirectory& directory)
 
 TEST(OutputFile, AppearsWithAllItsContentsOnCommit)
 {
-    const TestDirectory directory;
+    const TemporaryDirectory directory;
     OutputFile file;
     ASSERT_EQ(file.open(directory.path("out")), 0);
     ASSERT_EQ(file.write("one "), 0);
@@ -44,7 +40,7 @@ TEST(OutputFile, AppearsWithAllItsContentsOnCommit)
 
 TEST(OutputFile, LeavesTheOldFileWithoutCommit)
 {
-    const TestDirectory directory;
+    const TemporaryDirectory directory;
     directory.write("out", "old");
     {
         OutputFile file;
@@ -57,7 +53,7 @@ TEST(OutputFile, LeavesTheOldFileWithoutCommit)
 
 TEST(OutputFile, ReplacesAFileAndKeepsItsPermissions)
 {
-    const TestDirectory directory;
+    const TemporaryDirectory directory;
     const std::string path = directory.write("out", "old");
     ASSERT_EQ(chmod(path.c_str(), 0640), 0);
     OutputFile file;
@@ -72,7 +68,7 @@ TEST(OutputFile, ReplacesAFileAndKeepsItsPermissions)
 
 TEST(OutputFile, WritesThroughASymbolicLink)
 {
-    const TestDirectory directory;
+    const TemporaryDirectory directory;
     const std::string target = directory.write("target", "old");
     ASSERT_EQ(symlink(target.c_str(), directory.path("link").c_str()), 0);
     OutputFile file;
@@ -85,7 +81,7 @@ TEST(OutputFile, WritesThroughASymbolicLink)
 
 TEST(OutputFile, RefusesToReplaceAFileThatAppearedInTheMeantime)
 {
-    const TestDirectory directory;
+    const TemporaryDirectory directory;
     OutputFile file;
     ASSERT_EQ(file.open(directory.path("out"), false), 0);
     ASSERT_EQ(file.write("new"), 0);
@@ -99,7 +95,7 @@ TEST(OutputFile, RefusesToReplaceAFileThatAppearedInTheMeantime)
 
 TEST(OutputFile, RefusesToReplaceAFileOfMoreThanTwoGiB)
 {
-    const TestDirectory directory;
+    const TemporaryDirectory directory;
     std::filesystem::resize_file(directory.write("recording", ""), std::uintmax_t{3} << 30); // a hole
     OutputFile file;
     EXPECT_EQ(file.open(directory.path("recording"), false), EEXIST);
@@ -108,7 +104,7 @@ TEST(OutputFile, RefusesToReplaceAFileOfMoreThanTwoGiB)
 
 TEST(OutputFile, ReportsWhyAFileCannotBeWritten)
 {
-    const TestDirectory directory;
+    const TemporaryDirectory directory;
     OutputFile missing;
     EXPECT_EQ(missing.open(directory.path("missing/out")), ENOENT);
     OutputFile folder;
@@ -120,7 +116,7 @@ TEST(OutputFile, ReportsWhyAFileCannotBeWritten)
 
 TEST(OutputFile, KnowsAFileByAnyOfItsNames)
 {
-    const TestDirectory directory;
+    const TemporaryDirectory directory;
     const std::string path = directory.write("a", "");
     directory.write("b", "");
     EXPECT_TRUE(isSameFile(path, directory.path("./a")));

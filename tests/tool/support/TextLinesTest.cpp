@@ -1,6 +1,6 @@
 #include "common/support/TextLines.h"
 
-#include "helpers/ToolTestFiles.h"
+#include "helpers/TestFiles.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -12,11 +12,12 @@ namespace TelvaneTool
 namespace
 {
 
+using Telvane::Testing::TemporaryDirectory;
 using testing::ElementsAre;
 
 std::vector<std::string> linesOf(const std::string& text)
 {
-    const TestDirectory directory;
+    const TemporaryDirectory directory;
     TextLines lines;
     EXPECT_EQ(lines.open(directory.write("text", text)), 0);
     std::vector<std::string> all;
@@ -68,14 +69,14 @@ TEST(TextLines, MayBeMoreThanAnyBufferHolds)
 
 TEST(TextLines, TellWhyAFileCannotBeOpened)
 {
-    const TestDirectory directory;
+    const TemporaryDirectory directory;
     TextLines lines;
     EXPECT_EQ(lines.open(directory.path("missing")), ENOENT);
 }
 
 TEST(TextLines, TellWhyReadingFailed)
 {
-    const TestDirectory directory;
+    const TemporaryDirectory directory;
     TextLines lines;
     EXPECT_EQ(lines.open(directory.path(".")), 0);
     std::string_view line;
@@ -85,7 +86,7 @@ TEST(TextLines, TellWhyReadingFailed)
 
 TEST(TextLines, EndWhereTheirWaiterWantsThemToAndHandNoPartOfALineOut)
 {
-    const TestDirectory directory;
+    const TemporaryDirectory directory;
     const std::string longLine(300'000, 'x'); // takes two reads
     TextLines lines;
     int reads = 0;

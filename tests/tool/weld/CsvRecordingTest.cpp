@@ -1,6 +1,6 @@
 #include "weld/CsvRecording.h"
 
-#include "helpers/ToolTestFiles.h"
+#include "helpers/TestFiles.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -12,6 +12,7 @@ namespace TelvaneTool
 namespace
 {
 
+using Telvane::Testing::TemporaryDirectory;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -72,7 +73,7 @@ protected:
         return rows;
     }
 
-    TestDirectory m_directory;
+    TemporaryDirectory m_directory;
     CsvRecording::Options m_options;
     std::optional<CsvRecording> m_recording;
     std::string m_error;

@@ -1,6 +1,6 @@
 #include "weld/LatencyTracker.h"
 
-#include "helpers/ToolTestFiles.h"
+#include "helpers/TestFiles.h"
 
 #include <gtest/gtest.h>
 
@@ -9,13 +9,9 @@ namespace TelvaneTool
 namespace
 {
 
+using Telvane::Testing::contentOf;
+using Telvane::Testing::TemporaryDirectory;
 using Role = LatencyTracker::Role;
-
-std::string contentOf(const std::string& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
 
 class LatencyTrackerTest : public testing::Test
 {
@@ -26,7 +22,7 @@ protected:
         ASSERT_TRUE(m_listener.open(m_directory.path("ledger"), Role::Listener));
     }
 
-    TestDirectory m_directory;
+    TemporaryDirectory m_directory;
     LatencyTracker m_publisher;
     LatencyTracker m_listener;
 };
@@ -70,7 +66,7 @@ TEST_F(LatencyTrackerTest, ShowsEachSideTheOther)
 
 TEST(LatencyTracker, ReportsAFileThatCannotBeCreated)
 {
-    const TestDirectory directory;
+    const TemporaryDirectory directory;
     LatencyTracker ledger;
     testing::internal::CaptureStderr();
     EXPECT_FALSE(ledger.open(directory.path("missing/ledger"), Role::Listener));
@@ -81,7 +77,7 @@ TEST(LatencyTracker, ReportsAFileThatCannotBeCreated)
 
 TEST(LatencyTracker, RefusesAFileThatIsNotALedgerAndKeepsItUnchanged)
 {
-    const TestDirectory directory;
+    const TemporaryDirectory directory;
     for (const std::string& text : {std::string("precious notes\n"), std::string(1048616, 'x')}) {
         const std::string path = directory.write("notes", text);
         for (const Role role : {Role::Publisher, Role::Listener}) {
@@ -97,7 +93,7 @@ TEST(LatencyTracker, RefusesAFileThatIsNotALedgerAndKeepsItUnchanged)
 
 TEST(LatencyTracker, ResetsTheLedgerOfAnEarlierRun)
 {
-    const TestDirectory directory;
+    const TemporaryDirectory directory;
     const std::string path = directory.path("ledger");
     {
         LatencyTracker publisher;
@@ -120,7 +116,7 @@ TEST(LatencyTracker, ResetsTheLedgerOfAnEarlierRun)
 
 TEST(LatencyTracker, HasOnePublisher)
 {
-    const TestDirectory directory;
+    const TemporaryDirectory directory;
     LatencyTracker first;
     ASSERT_TRUE(first.open(directory.path("ledger"), Role::Publisher));
     LatencyTracker second;
@@ -131,7 +127,7 @@ TEST(LatencyTracker, HasOnePublisher)
 
 TEST(LatencyTracker, ClosesItsDescriptor)
 {
-    const TestDirectory directory;
+    const TemporaryDirectory directory;
     const auto descriptors = [] {
         std::filesystem::directory_iterator open("/proc/self/fd");
         return std::distance(begin(open), end(open));
