@@ -184,10 +184,18 @@ consume() {
     forward m2 m1 LogData
     start_bridge m1 --out HALInfo --in LogData
     bus=$directory/second start_bridge m2 --out LogData --in HALInfo
-    sleep 0.5 # the forwarders have no sign of being ready
     start_listener LogData
     start far "$TELVANE" listen "$directory/second" HALInfo --verbose
     await far.err ": listening$"
+    # meet <text>: sends it from both buses until it has arrived at both, whatever a busy machine loses on the way
+    meet() {
+        until grep -q "\"serialNumber\":\"$1\"" far.out && grep -q "\"log\":\"$1\"" listener.out; do
+            "$TELVANE" publish "$bus" HALInfo "$(hal "$1")"
+            "$TELVANE" publish "$directory/second" LogData "{\"log\":\"$1\"}"
+            sleep 0.1
+        done
+    }
+    meet ready # the forwarders have no other sign of it
     # 500 records a second in each direction, for a second or TELVANE_LOOP_SECONDS.
     local count=$((500 * ${TELVANE_LOOP_SECONDS:-1}))
     numbers() {
@@ -202,15 +210,12 @@ for number in range(1, int(sys.argv[1]) + 1):
     local publisher=$!
     numbers | sed -u 's/.*/{"log":"&"}/' | "$TELVANE" publish "$directory/second" LogData -
     wait "$publisher"
-    # Whatever a busy machine loses on the way, a last message arrives in the end.
-    until grep -q '"serialNumber":"end"' far.out && grep -q '"log":"end"' listener.out; do
-        "$TELVANE" publish "$bus" HALInfo "$(hal end)"
-        "$TELVANE" publish "$directory/second" LogData '{"log":"end"}'
-        sleep 0.1
-    done
-    sleep 0.5 # time for messages that must not come
+    # A record that circles is back on its bus before end2 has crossed, and arrives again before end3.
+    meet end1
+    meet end2
+    meet end3
     for output in far.out listener.out; do
-        jq -r '.payload | .serialNumber // .log' "$output" | grep -vx end | sort >arrived
+        jq -r '.payload | .serialNumber // .log' "$output" | grep -vxE 'ready|end[123]' | sort >arrived
         [ "$(wc -l <arrived)" -gt "$((count / 2))" ]
         uniq -d arrived | refute grep .
     done

@@ -41,7 +41,7 @@ TEST(BusConnectionTest, WaitsForAServerThatDoesNotAcceptYet)
     BusConnection connection(BusConnection::Output::Unused, BusConnection::Interruption::Aborts);
     std::future<int> connected =
         std::async(std::launch::async, [&] { return connection.connect(path, 60.0); });
-    // Longer than commands without --wait wait for the connection.
+    // Something must not happen in this time: the watchdog ends a command without --wait after 0.9 s.
     EXPECT_EQ(connected.wait_for(std::chrono::milliseconds(1200)), std::future_status::timeout);
     std::vector<Descriptor> accepted;
     while (accepted.size() < waiting.size()) { // the last one of them failed, and the connection is one more

@@ -12,10 +12,11 @@
 namespace TelvaneTool
 {
 
-Recorder::Recorder(Settings settings, RecordingHeader header)
+Recorder::Recorder(Settings settings, RecordingHeader header, Clock clock)
     : m_settings(std::move(settings)),
       m_header(std::move(header)),
-      m_origin(monotonicNow()),
+      m_clock(std::move(clock)),
+      m_origin(m_clock()),
       m_writer(m_settings.output)
 {
     if (m_settings.keep > 0) {
@@ -25,7 +26,7 @@ Recorder::Recorder(Settings settings, RecordingHeader header)
 
 void Recorder::take(const std::string& channel, int sequence, std::string_view payload)
 {
-    const Nanoseconds time = monotonicNow() - m_origin;
+    const Nanoseconds time = m_clock() - m_origin;
     const std::lock_guard<std::mutex> guard(m_lock);
     if (m_settings.count != 0 && m_taken == m_settings.count) {
         return;
@@ -43,7 +44,7 @@ void Recorder::take(const std::string& channel, int sequence, std::string_view p
 
 void Recorder::addMissed(const std::string& channel, std::uint64_t count, Nanoseconds from, Nanoseconds to)
 {
-    const Nanoseconds now = monotonicNow() - m_origin;
+    const Nanoseconds now = m_clock() - m_origin;
     const std::lock_guard<std::mutex> guard(m_lock);
     m_missed[channel] += count;
     RecordedMessage note;
@@ -61,7 +62,7 @@ void Recorder::addOutage(Nanoseconds from, Nanoseconds to)
     noteDropped();
     RecordedMessage note;
     note.outage = true;
-    note.time = std::max(m_lastTime, monotonicNow() - m_origin);
+    note.time = std::max(m_lastTime, m_clock() - m_origin);
     note.missedFrom = std::max<Nanoseconds>(0, from - m_origin);
     note.missedTo = std::max(note.missedFrom, to - m_origin);
     append(note);
@@ -101,7 +102,7 @@ bool Recorder::write(const std::string& reason)
     if (!writeLines(m_batch)) {
         return false;
     }
-    const Nanoseconds now = monotonicNow() - m_origin;
+    const Nanoseconds now = m_clock() - m_origin;
     if (m_buffer.has_value() && !reason.empty() && !trigger(reason, now)) {
         return false;
     }
@@ -190,7 +191,7 @@ bool Recorder::finish(const std::string& reason)
 {
     bool written = write();
     if (written && m_buffer.has_value() && !reason.empty() && !m_buffer->lines().empty()) {
-        written = trigger(reason, monotonicNow() - m_origin);
+        written = trigger(reason, m_clock() - m_origin);
     }
     const bool wasOpen = m_writer.isOpen();
     const bool closed = m_writer.close();

@@ -4,6 +4,7 @@
 #include "recording/PreTriggerBuffer.h"
 #include "recording/RecordingWriter.h"
 
+#include <functional>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -30,7 +31,10 @@ public:
         std::uint64_t maxQueued = 64U << 20U; ///< bytes
     };
 
-    Recorder(Settings settings, RecordingHeader header);
+    using Clock = std::function<Nanoseconds()>;
+
+    /// \param clock  the monotonic clock, or a test's; called by all threads
+    Recorder(Settings settings, RecordingHeader header, Clock clock = monotonicNow);
 
     /// Opens the file, unless files are only written on a trigger.
     bool open() { return m_buffer.has_value() || m_writer.open(m_header); }
@@ -73,6 +77,7 @@ private:
 
     const Settings m_settings;
     const RecordingHeader m_header;
+    const Clock m_clock;
     const Nanoseconds m_origin; ///< RecordingHeader::started on the monotonic clock
     RecordingWriter m_writer;
     std::optional<PreTriggerBuffer> m_buffer;
