@@ -6,7 +6,6 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <ctime>
 
 namespace TelvaneTool
@@ -24,17 +23,18 @@ struct Unit
 constexpr double kMaxDuration = 1e18; ///< nanoseconds: 30 years
 constexpr double kMaxSize = 9e18;     ///< bytes
 
-/// Reads a number, as all options do, followed by a unit.
+/// Reads a number followed by a unit.
 template <std::size_t Count>
 bool readAmount(const std::string& text, const std::array<Unit, Count>& units, double max, double& amount)
 {
-    char* name = nullptr;
-    amount = std::strtod(text.c_str(), &name);
-    if (name == text.c_str() || !(amount >= 0.0)) {
+    // strtod() alone would also accept signs, blanks, hexadecimal digits and words.
+    const std::size_t end = std::min(text.find_first_not_of("0123456789."), text.size());
+    const std::string name = text.substr(end);
+    if (!readNumber(text.substr(0, end), amount)) {
         return false;
     }
     for (const Unit& unit : units) {
-        if (std::strcmp(name, unit.name) == 0) {
+        if (name == unit.name) {
             amount *= unit.factor;
             return amount <= max;
         }
