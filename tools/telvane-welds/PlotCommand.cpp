@@ -3,6 +3,7 @@
 #include "common/cli/CommandLine.h"
 #include "common/cli/ExitCodes.h"
 #include "common/cli/Messages.h"
+#include "common/support/Saturating.h"
 #include "plot/Gnuplot.h"
 #include "plot/WeldPlot.h"
 
@@ -30,8 +31,9 @@ struct Options
 std::vector<TelvaneTool::RecordedWeld::Sample> samplesOf(const Envelope& envelope)
 {
     std::vector<TelvaneTool::RecordedWeld::Sample> samples;
-    const std::int64_t span = envelope.end - envelope.start;
+    const std::int64_t span = TelvaneTool::subtractSaturated(envelope.end, envelope.start);
     const auto parts = static_cast<std::int64_t>(envelope.parts.size());
+    const std::int64_t steps = 2 * parts;
     for (std::int64_t i = 0; i < parts; ++i) {
         const Envelope::Part& part = envelope.parts[static_cast<std::size_t>(i)];
         for (const bool upper : {false, true}) {
@@ -40,7 +42,8 @@ std::vector<TelvaneTool::RecordedWeld::Sample> samplesOf(const Envelope& envelop
                 return static_cast<double>(upper ? range.max : range.min);
             };
             TelvaneTool::RecordedWeld::Sample sample;
-            sample.time = span * (2 * i + (upper ? 1 : 0)) / (2 * parts);
+            const std::int64_t step = 2 * i + (upper ? 1 : 0);
+            sample.time = span / steps * step + span % steps * step / steps; // cannot overflow
             sample.number = static_cast<int>(samples.size());
             sample.point.amps = value(Channel::Amps);
             sample.point.volts = value(Channel::Volts);
