@@ -114,7 +114,7 @@ TEST_F(ConnectionOfBus, TellsAServerThatIsNotOne)
 {
     TemporaryDirectory directory;
     const std::string path = directory.path("stream");
-    const Descriptor stream(::socket(AF_UNIX, SOCK_STREAM, 0));
+    const FileDescriptor stream(::socket(AF_UNIX, SOCK_STREAM, 0));
     const sockaddr_un address = addressOf(path);
     ASSERT_EQ(::bind(stream.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
     ASSERT_EQ(::listen(stream.get(), 5), 0);
@@ -334,7 +334,7 @@ TEST_F(ServerWithoutManners, IsStoppedWithAFullBacklog)
     // More connections than the queue holds, none of them accepted.
     TemporaryDirectory own;
     const std::string path = own.path("bus");
-    const Descriptor listener(::socket(AF_UNIX, SOCK_SEQPACKET, 0));
+    const FileDescriptor listener(::socket(AF_UNIX, SOCK_SEQPACKET, 0));
     const sockaddr_un address = addressOf(path);
     ASSERT_EQ(::bind(listener.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
     ASSERT_EQ(::listen(listener.get(), 0), 0);

@@ -37,8 +37,8 @@ public:
         }
         ::close(commands[0]);
         ::close(answers[1]);
-        m_commands = Descriptor(commands[1]);
-        m_answers = Descriptor(answers[0]);
+        m_commands = FileDescriptor(commands[1]);
+        m_answers = FileDescriptor(answers[0]);
     }
     MortalServer(const MortalServer&) = delete;
     MortalServer& operator=(const MortalServer&) = delete;
@@ -97,8 +97,8 @@ private:
     }
 
     pid_t m_launcher = -1;
-    Descriptor m_commands{-1};
-    Descriptor m_answers{-1};
+    FileDescriptor m_commands{-1};
+    FileDescriptor m_answers{-1};
 };
 
 int kills()

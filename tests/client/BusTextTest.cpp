@@ -149,7 +149,7 @@ protected:
     Bus bus{raw.path(), impatient(GetParam())};
     std::optional<Dispatcher> dispatcher;
     Subscription subscription;
-    RawPeer peer{Descriptor()};
+    RawPeer peer{FileDescriptor()};
 };
 
 INSTANTIATE_TEST_SUITE_P(Everywhere, TextOfRawServer,

@@ -72,7 +72,7 @@ private:
     }
 
     Bus& m_bus;
-    Descriptor m_stop{::eventfd(0, EFD_CLOEXEC)};
+    FileDescriptor m_stop{::eventfd(0, EFD_CLOEXEC)};
     std::thread m_thread;
 };
 

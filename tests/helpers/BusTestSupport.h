@@ -44,7 +44,7 @@ inline sockaddr_un addressOf(const std::string& path)
 class RawPeer
 {
 public:
-    explicit RawPeer(Descriptor socket) : m_socket(std::move(socket))
+    explicit RawPeer(FileDescriptor socket) : m_socket(std::move(socket))
     {
         timeval patience = {};
         patience.tv_sec = kTimeout.count();
@@ -53,7 +53,7 @@ public:
 
     static RawPeer connectedTo(const std::string& path)
     {
-        Descriptor socket(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+        FileDescriptor socket(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
         const sockaddr_un address = addressOf(path);
         if (::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
             throwSystemError("connecting a raw peer");
@@ -113,7 +113,7 @@ private:
         return ::poll(&entry, 1, static_cast<int>(wait.count())) == 1;
     }
 
-    Descriptor m_socket;
+    FileDescriptor m_socket;
 };
 
 /// A listening socket that does nothing by itself.
@@ -138,14 +138,14 @@ public:
         if (::poll(&entry, 1, static_cast<int>(std::chrono::milliseconds(kTimeout).count())) != 1) {
             throw std::runtime_error("nobody connected");
         }
-        return RawPeer(Descriptor(::accept4(m_socket.get(), nullptr, nullptr, SOCK_CLOEXEC)));
+        return RawPeer(FileDescriptor(::accept4(m_socket.get(), nullptr, nullptr, SOCK_CLOEXEC)));
     }
 
     void close() { m_socket.reset(); }
 
 private:
     std::string m_path;
-    Descriptor m_socket;
+    FileDescriptor m_socket;
 };
 
 inline std::string subscribeRequest(const std::string& channel)
@@ -373,7 +373,7 @@ protected:
 
     TemporaryDirectory directory;
     RawServer server{directory.path("bus")};
-    RawPeer peer{Descriptor()};
+    RawPeer peer{FileDescriptor()};
     std::optional<PatientExchanges> patience{std::in_place};
     EventClient client;
 };

@@ -95,7 +95,7 @@ inline std::string readExactly(int fd, std::size_t size)
 
 inline std::string readAll(const std::string& path)
 {
-    const Descriptor reader(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    const FileDescriptor reader(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
     EXPECT_GE(reader.get(), 0) << path;
     return readToEnd(reader.get());
 }
@@ -159,8 +159,8 @@ public:
     }
 
 private:
-    Descriptor m_taking;
-    Descriptor m_giving;
+    FileDescriptor m_taking;
+    FileDescriptor m_giving;
 };
 
 class DynamicFile : public testing::Test

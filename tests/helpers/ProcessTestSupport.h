@@ -4,6 +4,7 @@
 // while, a child, and what is written to the standard streams, whichever thread writes it.
 
 #include "helpers/TestFiles.h"
+#include "support/FileDescriptor.h"
 
 #include <gtest/gtest.h>
 
@@ -57,32 +58,6 @@ bool eventually(Condition condition, std::chrono::seconds timeout = kTimeout)
     return true;
 }
 
-/// Owns a file descriptor.
-class Descriptor
-{
-public:
-    explicit Descriptor(int descriptor = -1) : m_descriptor(descriptor) {}
-    Descriptor(Descriptor&& other) noexcept : m_descriptor(std::exchange(other.m_descriptor, -1)) {}
-    Descriptor& operator=(Descriptor&& other) noexcept
-    {
-        reset(std::exchange(other.m_descriptor, -1));
-        return *this;
-    }
-    ~Descriptor() { reset(); }
-
-    int get() const { return m_descriptor; }
-    void reset(int descriptor = -1)
-    {
-        if (m_descriptor >= 0) {
-            ::close(m_descriptor);
-        }
-        m_descriptor = descriptor;
-    }
-
-private:
-    int m_descriptor;
-};
-
 /// Runs \p task in a forked child, which has only the calling thread and is not cleaned up after.
 /// The child kills itself: at an exit, a memory checker would report as lost what the threads left behind in
 /// the parent were using at the fork.
@@ -94,8 +69,8 @@ bool holdsInChild(Task task)
     if (::pipe2(ends, O_CLOEXEC) != 0) {
         throwSystemError("pipe2");
     }
-    const Descriptor toRead(ends[0]);
-    Descriptor toWrite(ends[1]);
+    const FileDescriptor toRead(ends[0]);
+    FileDescriptor toWrite(ends[1]);
     const pid_t child = ::fork();
     if (child == 0) {
         const char answer = task() ? 'y' : 'n';
@@ -164,8 +139,8 @@ private:
     }
 
     int m_stream;
-    Descriptor m_original;
-    Descriptor m_text;
+    FileDescriptor m_original;
+    FileDescriptor m_text;
 };
 
 /// What an action wrote to the two standard streams.

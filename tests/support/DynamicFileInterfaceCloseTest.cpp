@@ -82,7 +82,7 @@ TEST_F(DynamicFileClose, FreesAHandlerThatBlocksAtAFullPipe)
     const auto descriptors = openDescriptors();
     EXPECT_EQ(openSilently(file), 0);
     {
-        const Descriptor reader(::open(m_path.c_str(), O_RDONLY));
+        const FileDescriptor reader(::open(m_path.c_str(), O_RDONLY));
         started.await();
         EXPECT_EQ(file.Close(), 0);
         EXPECT_TRUE(unwound);
@@ -196,7 +196,7 @@ TEST_F(DynamicFileClose, LosesNoDescriptorToAReaderThatOpensThePipeMeanwhile)
     DynamicFileInterface file(m_path, saying("hello"));
     for (int round = 0; round < 200; ++round) {
         openAndAwaitListener(file);
-        const Descriptor reader(::open(m_path.c_str(), O_RDONLY | O_NONBLOCK));
+        const FileDescriptor reader(::open(m_path.c_str(), O_RDONLY | O_NONBLOCK));
         EXPECT_EQ(file.Close(), 0);
     }
     EXPECT_EQ(openDescriptors(), descriptors);
@@ -219,7 +219,7 @@ private:
     void run(const std::string& path) const
     {
         while (!m_enough) {
-            const Descriptor reader(::open(path.c_str(), O_RDONLY | O_NONBLOCK));
+            const FileDescriptor reader(::open(path.c_str(), O_RDONLY | O_NONBLOCK));
             if (reader.get() >= 0) {
                 pollfd reading = {reader.get(), POLLIN, 0};
                 ::poll(&reading, 1, 1);

@@ -205,7 +205,7 @@ TEST_F(DynamicFileServing, DeliversMoreThanAPipeHolds)
     const std::string content(kMoreThanAPipeHolds, 'x');
     DynamicFileInterface file(m_path, saying(content));
     EXPECT_EQ(openSilently(file), 0);
-    const Descriptor reader(::open(m_path.c_str(), O_RDONLY | O_CLOEXEC));
+    const FileDescriptor reader(::open(m_path.c_str(), O_RDONLY | O_CLOEXEC));
     EXPECT_TRUE(readExactly(reader.get(), content.size() + 1) == content + "\n");
     EXPECT_EQ(file.Close(), 0);
 }
@@ -220,7 +220,7 @@ TEST_F(DynamicFileServing, ContinuesAfterReadersThatCloseEarly)
     });
     EXPECT_EQ(openSilently(file), 0);
     for (int reader = 0; reader < 50; ++reader) {
-        const Descriptor leaving(::open(m_path.c_str(), O_RDONLY));
+        const FileDescriptor leaving(::open(m_path.c_str(), O_RDONLY));
         ASSERT_GE(leaving.get(), 0);
     }
     EXPECT_TRUE(eventually([&brokenPipes] { return brokenPipes > 0; }));

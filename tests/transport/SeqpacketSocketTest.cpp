@@ -116,7 +116,7 @@ TEST(ServerSocket, LetsFiveClientsWaitAfterOne)
     const GateOpener opener(gate);
     EXPECT_TRUE(held.awaitFailures(1));
     const sockaddr_un address = addressOf(running.path);
-    std::vector<Descriptor> waiting;
+    std::vector<FileDescriptor> waiting;
     int result = 0;
     while (result == 0 && waiting.size() < 100) {
         waiting.emplace_back(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));

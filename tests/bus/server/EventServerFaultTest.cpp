@@ -202,7 +202,7 @@ public:
             throwSystemError("getrlimit");
         }
         // The next free number is the first that is out of bounds.
-        const Descriptor next(::dup(STDIN_FILENO));
+        const FileDescriptor next(::dup(STDIN_FILENO));
         rlimit none = m_before;
         none.rlim_cur = static_cast<rlim_t>(next.get());
         ::setrlimit(RLIMIT_NOFILE, &none);
@@ -223,10 +223,10 @@ TEST(EventServerAccept, ServesThoseWhoWaitedWhenDescriptorsAreBack)
     subscribe(early, "C");
     // The system may have reserved a number already for the client that the server waits for, so the first of
     // the two may be served in spite of the shortage; the second one never is.
-    Descriptor first(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
-    Descriptor second(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+    FileDescriptor first(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+    FileDescriptor second(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
     const sockaddr_un address = addressOf(running.path);
-    const auto join = [&](const Descriptor& socket) {
+    const auto join = [&](const FileDescriptor& socket) {
         return ::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
     };
     std::optional<DescriptorShortage> shortage(std::in_place);

@@ -21,8 +21,8 @@ protected:
         if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) {
             throwSystemError("socketpair");
         }
-        ours = Descriptor(ends[0]);
-        theirs = RawPeer(Descriptor(ends[1]));
+        ours = FileDescriptor(ends[0]);
+        theirs = RawPeer(FileDescriptor(ends[1]));
     }
 
     int call(EventHandler handler, const std::string& header, const std::string& payload)
@@ -33,8 +33,8 @@ protected:
     }
 
     EventServer server;
-    Descriptor ours;
-    RawPeer theirs{Descriptor()};
+    FileDescriptor ours;
+    RawPeer theirs{FileDescriptor()};
 };
 
 TEST_F(Handlers, RefuseRequestsWithoutAUsableChannel)

@@ -13,9 +13,9 @@ namespace
 using namespace Testing;
 
 /// \return a listening socket, as a service manager makes it
-Descriptor listeningSocket(const std::string& path, int type = SOCK_SEQPACKET)
+FileDescriptor listeningSocket(const std::string& path, int type = SOCK_SEQPACKET)
 {
-    Descriptor socket(::socket(AF_UNIX, type, 0));
+    FileDescriptor socket(::socket(AF_UNIX, type, 0));
     const sockaddr_un address = addressOf(path);
     if (::bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
         ::listen(socket.get(), 16) != 0) {
@@ -37,7 +37,7 @@ protected:
 
     TemporaryDirectory directory;
     const std::string path = directory.path("bus");
-    Descriptor kept = listeningSocket(path);
+    FileDescriptor kept = listeningSocket(path);
     EventServer server;
 };
 
@@ -118,7 +118,7 @@ TEST_F(EventServerOnAnInheritedSocket, LetsClientsHaveSocketsThatWait)
 TEST_F(EventServerOnAnInheritedSocket, RefusesASecondStartOfAnyKind)
 {
     ASSERT_EQ(server.StartOn(inherited()), 0);
-    const Descriptor second(inherited());
+    const FileDescriptor second(inherited());
     EXPECT_EQ(server.StartOn(second.get()), -EALREADY);
     EXPECT_TRUE(isOpen(second.get()));
     EXPECT_EQ(server.Start(directory.path("other")), -1);
@@ -130,7 +130,7 @@ TEST_F(EventServerOnAnInheritedSocket, TakesTurnsWithASocketOfItsOwn)
 {
     const std::string own = directory.path("own");
     ASSERT_EQ(server.Start(own), 0);
-    const Descriptor other(inherited());
+    const FileDescriptor other(inherited());
     EXPECT_EQ(server.StartOn(other.get()), -EALREADY);
     ASSERT_EQ(server.Stop(), 0);
     EXPECT_FALSE(std::filesystem::exists(own));
@@ -147,7 +147,7 @@ TEST_F(EventServerOnAnInheritedSocket, TakesTurnsWithASocketOfItsOwn)
 
 TEST_F(EventServerOnAnInheritedSocket, IsNotStartedWithoutAThread)
 {
-    const Descriptor descriptor(inherited());
+    const FileDescriptor descriptor(inherited());
     const std::size_t descriptors = openDescriptors();
     {
         const Fault fault({Call::CreateThread, Caller::Application, EAGAIN});
@@ -164,7 +164,7 @@ TEST_F(EventServerOnAnInheritedSocket, IsNotStartedWithoutAThread)
 
 TEST_F(EventServerOnAnInheritedSocket, IsNotStartedWithoutADescriptorToBeWokenBy)
 {
-    const Descriptor descriptor(inherited());
+    const FileDescriptor descriptor(inherited());
     {
         const Fault fault({Call::CreateEventDescriptor, Caller::Application, EMFILE});
         EXPECT_EQ(server.StartOn(descriptor.get()), -EMFILE);
@@ -189,13 +189,13 @@ TEST(EventServerStartOn, RefusesWhatIsNoListeningSocketOfTheBus)
     EventServer server;
     EXPECT_EQ(server.StartOn(-1), -EINVAL);
 
-    const Descriptor file(::open("/dev/null", O_RDONLY | O_CLOEXEC));
-    const Descriptor silent(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
-    const Descriptor stream = listeningSocket(directory.path("stream"), SOCK_STREAM);
-    const Descriptor network(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const FileDescriptor file(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+    const FileDescriptor silent(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+    const FileDescriptor stream = listeningSocket(directory.path("stream"), SOCK_STREAM);
+    const FileDescriptor network(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     ASSERT_EQ(::listen(network.get(), 1), 0);
-    for (const Descriptor* const wrong :
-         std::initializer_list<const Descriptor*>{&file, &silent, &stream, &network}) {
+    for (const FileDescriptor* const wrong :
+         std::initializer_list<const FileDescriptor*>{&file, &silent, &stream, &network}) {
         EXPECT_EQ(server.StartOn(wrong->get()), -EINVAL);
         EXPECT_TRUE(isOpen(wrong->get()));
     }

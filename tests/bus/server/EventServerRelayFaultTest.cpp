@@ -192,8 +192,8 @@ TEST(EventServerRelay, DoesNotReachANewClientWithTheDescriptorOfASubscriberThatD
     const int descriptor = connections.take().client;
     int ends[2] = {};
     ASSERT_EQ(::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends), 0);
-    const Descriptor near(ends[0]);
-    const RawPeer far{Descriptor(ends[1])};
+    const FileDescriptor near(ends[0]);
+    const RawPeer far{FileDescriptor(ends[1])};
 
     Gate gate;
     FaultScript script{Call::Close, Caller::Receiver};
@@ -202,7 +202,7 @@ TEST(EventServerRelay, DoesNotReachANewClientWithTheDescriptorOfASubscriberThatD
     const GateOpener opener(gate);
     leaving.close();
     ASSERT_TRUE(held.awaitFailures(1));
-    const Descriptor taken(::fcntl(near.get(), F_DUPFD_CLOEXEC, descriptor));
+    const FileDescriptor taken(::fcntl(near.get(), F_DUPFD_CLOEXEC, descriptor));
     ASSERT_EQ(taken.get(), descriptor);
     publisher.send(publication("C"));
     publisher.receive();

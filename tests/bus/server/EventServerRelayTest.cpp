@@ -364,7 +364,7 @@ TEST(Relay, EndsWithTheConnection)
 RawPeer connectAside(const RunningServer& running)
 {
     const RawPeer low = running.connect();
-    return RawPeer(Descriptor(::fcntl(low.descriptor(), F_DUPFD_CLOEXEC, 500)));
+    return RawPeer(FileDescriptor(::fcntl(low.descriptor(), F_DUPFD_CLOEXEC, 500)));
 }
 
 TEST(Relay, NeverReachesAClientThatGotTheDescriptorOfASubscriber)

@@ -118,7 +118,7 @@ TEST(EventServerStart, RefusesThePathOfASuspendedServerWithAFullBacklogAtOnce)
 {
     const TemporaryDirectory directory;
     const RawServer other(directory.path("bus"));
-    std::vector<Descriptor> waiting;
+    std::vector<FileDescriptor> waiting;
     int connected = 0;
     while (connected == 0) {
         waiting.emplace_back(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));

@@ -18,19 +18,19 @@ namespace TelvaneTool
 namespace
 {
 
-using Telvane::Testing::Descriptor;
+using Telvane::FileDescriptor;
 using Telvane::Testing::TemporaryDirectory;
 
 TEST(BusConnectionTest, WaitsForAServerThatDoesNotAcceptYet)
 {
     const TemporaryDirectory directory;
     const std::string path = directory.path("bus");
-    const Descriptor listening(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+    const FileDescriptor listening(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
     const sockaddr_un address = Telvane::Testing::addressOf(path);
     const auto* const name = reinterpret_cast<const sockaddr*>(&address);
     ASSERT_EQ(::bind(listening.get(), name, sizeof address), 0);
     ASSERT_EQ(::listen(listening.get(), 1), 0);
-    std::vector<Descriptor> waiting; // until the kernel keeps no more
+    std::vector<FileDescriptor> waiting; // until the kernel keeps no more
     int error = 0;
     while (error == 0) {
         waiting.emplace_back(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
@@ -43,7 +43,7 @@ TEST(BusConnectionTest, WaitsForAServerThatDoesNotAcceptYet)
         std::async(std::launch::async, [&] { return connection.connect(path, 60.0); });
     // Something must not happen in this time: the watchdog ends a command without --wait after 0.9 s.
     EXPECT_EQ(connected.wait_for(std::chrono::milliseconds(1200)), std::future_status::timeout);
-    std::vector<Descriptor> accepted;
+    std::vector<FileDescriptor> accepted;
     while (accepted.size() < waiting.size()) { // the last one of them failed, and the connection is one more
         accepted.emplace_back(::accept4(listening.get(), nullptr, nullptr, SOCK_CLOEXEC));
     }
