@@ -41,6 +41,9 @@ std::uint64_t bitsOf(const sigset_t& signals)
 
 /// Signals that the application had blocked when it started the latest thread, as bits.
 std::atomic<std::uint64_t> applicationMask{0};
+/// Signals that threads of the library have blocked, as bits. The system may block fewer than it is told to: an emulator
+/// keeps some real-time signals to itself.
+std::atomic<std::uint64_t> libraryMask{0};
 
 /// Runs in a child process. A callback may run a program, which would inherit the library's mask: nothing but
 /// SIGKILL could end it.
@@ -48,7 +51,7 @@ void restoreMaskInChild()
 {
     sigset_t mask;
     pthread_sigmask(SIG_SETMASK, nullptr, &mask);
-    if (bitsOf(mask) != bitsOf(blockedSignals())) {
+    if (bitsOf(mask) != libraryMask) {
         return; // not a child of a thread of the library
     }
     sigemptyset(&mask);
@@ -69,9 +72,11 @@ public:
     {
         static const int registered = pthread_atfork(nullptr, nullptr, &restoreMaskInChild);
         static_cast<void>(registered); // without memory for it, children keep the mask
-        const sigset_t blocked = blockedSignals();
+        sigset_t blocked = blockedSignals();
         pthread_sigmask(SIG_SETMASK, &blocked, &m_previous);
-        if (bitsOf(m_previous) != bitsOf(blocked)) { // else a callback starts the thread
+        pthread_sigmask(SIG_SETMASK, nullptr, &blocked);
+        libraryMask = bitsOf(blocked);
+        if (bitsOf(m_previous) != libraryMask) { // else a callback starts the thread
             applicationMask = bitsOf(m_previous);
         }
     }
