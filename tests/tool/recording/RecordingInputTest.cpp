@@ -93,6 +93,16 @@ TEST_F(RecordingInputTest, LosesNothingOfFilesInTheWrongOrder)
     EXPECT_THAT(timesIn(part), ElementsAre(-59 * kSecond));
 }
 
+TEST_F(RecordingInputTest, OpensEachFileOfARange)
+{
+    const std::string first = write("a", kStarted, {1 * kSecond, 2 * kSecond});
+    RecordingInput input({first, m_directory.path("missing")}, range("", "1"));
+    testing::internal::CaptureStderr();
+    EXPECT_THAT(timesIn(input), ElementsAre(1 * kSecond));
+    EXPECT_NE(testing::internal::GetCapturedStderr().find("cannot read"), std::string::npos);
+    EXPECT_EQ(input.finish(), kWrongInput);
+}
+
 TEST_F(RecordingInputTest, ShiftsTheGapsOfLaterFiles)
 {
     RecordedMessage note;

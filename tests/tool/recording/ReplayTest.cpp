@@ -45,13 +45,14 @@ protected:
         return texts;
     }
 
-    std::string write(const std::vector<RecordedMessage>& messages) const
+    std::string write(const std::vector<RecordedMessage>& messages, const char* name = "a.jsonl",
+                      Nanoseconds started = kSecond) const
     {
-        std::string text = printHeader({kSecond, "", {}, 1});
+        std::string text = printHeader({started, "", {}, 1});
         for (const RecordedMessage& message : messages) {
             appendMessage(text, message);
         }
-        return m_directory.write("a.jsonl", text);
+        return m_directory.write(name, text);
     }
 
     std::mutex m_lock;
@@ -76,6 +77,16 @@ TEST_F(ReplayTest, PublishesOnlyMatchingChannelsUnderTheirNewNames)
     EXPECT_EQ(replay.run(), kSuccess);
     EXPECT_EQ(replay.published(), 2U);
     EXPECT_THAT(await(2), ElementsAre("New{\"a\":1}", "New{}"));
+}
+
+TEST_F(ReplayTest, IsNotLateInFilesInTheWrongOrder)
+{
+    const std::string later = write({{0, "A", 1, "{}"}}, "b.jsonl", 36'000 * kSecond);
+    Replay replay(m_connection, {later, write({{0, "A", 1, "{}"}, {1, "A", 2, "{}"}})}, {});
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(replay.run(), kSuccess);
+    EXPECT_EQ(replay.published(), 3U);
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), testing::Not(testing::HasSubstr(" h ")));
 }
 
 TEST_F(ReplayTest, KeepsAPauseBeforeTheFirstRecordOfItsRange)

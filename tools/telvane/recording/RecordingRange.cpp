@@ -37,7 +37,7 @@ void addRangeOptions(Command& command, RecordingRange& range)
     };
     add("--from", range.from,
         "Start at TIME: a time after the first record, such as 12.5, 30s or 5m, or a date and time");
-    add("--to,--until", range.to, "Stop before TIME");
+    add("--to,--until", range.to, "Leave out what is at TIME or later");
 }
 
 } // namespace TelvaneTool

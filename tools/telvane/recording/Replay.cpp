@@ -10,6 +10,8 @@
 #include "common/support/Pacer.h"
 #include "common/support/Saturating.h"
 
+#include <optional>
+
 namespace TelvaneTool
 {
 
@@ -50,16 +52,18 @@ int Replay::pass(Pacer& pacer, ProgressBar& bar)
         return m_session.stopping() ? kSuccess : kWrongInput;
     }
     RecordedMessage message;
-    bool begun = false;
+    std::optional<Nanoseconds> last;
     while (!m_session.stopping() && input.next(message)) {
         if (message.isNote() || !matchesAnyPattern(m_settings.only, message.channel)) {
             continue;
         }
-        if (!begun) {
+        if (!last) {
             // Start at the requested time, to keep a pause before the first message.
             pacer.begin(input.begin(), kPacerPeriod);
-            begun = true;
+        } else if (message.time < *last) {
+            pacer.begin(message.time, kPacerPeriod); // an older file
         }
+        last = message.time;
         show(bar, input, subtractSaturated(message.time, input.origin()));
         if (!pacer.waitUntil(message.time) || !publish(message)) {
             return m_session.stopping() ? kSuccess : kBusFailure;
