@@ -113,7 +113,7 @@ END
     grep -q "WeldTriggerEnd -> plant/hall/m7/N/WeldTriggerEnd" checked
     grep -q "LogData <- plant/hall/m7/W/LogData (LogData)" checked
     "$TELVANE" mqtt --config bridge.toml --module m8 --check | grep -q "plant/hall/m8/state"
-    "$TELVANE" mqtt --config bridge.toml --spool s --spool-bytes 64M --queue-age 2m --check | grep -q "67108864 bytes"
+    "$TELVANE" mqtt --config bridge.toml --spool s --spool-bytes 32M --queue-age 2m --check | grep -q "33554432 bytes"
     status=0
     (cat bridge.toml && echo 'pasword-file = "x"') >wrong.toml
     "$TELVANE" mqtt --config wrong.toml --check 2>error || status=$?
@@ -139,6 +139,7 @@ END
     wrong packet-limit 1023 1023 'expected a number from 1024 to 268435455, got "1023"'
     wrong queue-messages 0 0 'expected a number of at least 1, got "0"'
     wrong queue-bytes 0 0 'expected a number of at least 1, got "0"'
+    grep -q "\"1.5\" is not a size" <("$TELVANE" mqtt --queue-bytes 1.5 --check 2>&1)
     wrong packet-limit '"512M"' 512M 'expected a number from 1024 to 268435455, got "536870912"'
     wrong spool-bytes 1000 1000 'expected a number of at least 1048576, got "1000"'
     wrong queue-age '"soon"' soon '"soon" is not a duration such as 500ms, 10s, 5min or 24h'

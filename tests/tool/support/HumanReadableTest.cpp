@@ -68,6 +68,7 @@ TEST(Size, IsReadInPowersOf1024)
     EXPECT_TRUE(readSize("3G", bytes));
     EXPECT_EQ(bytes, 3ULL * 1024 * 1024 * 1024);
     EXPECT_FALSE(readSize("4 MB", bytes));
+    EXPECT_FALSE(readSize("1.5", bytes));
     EXPECT_FALSE(readSize("99999999999G", bytes));
 }
 

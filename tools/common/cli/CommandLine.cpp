@@ -139,8 +139,14 @@ Option& Option::size()
 {
     m_option->transform([](const std::string& text) {
         std::uint64_t bytes = 0;
-        const bool whole = numberError<std::uint64_t>(text).empty();
-        return !whole && readSize(text, bytes) ? std::to_string(bytes) : text;
+        if (numberError<std::uint64_t>(text).empty() ||
+            text.find_first_not_of("0123456789") == std::string::npos) {
+            return text;
+        }
+        if (!readSize(text, bytes)) {
+            throw CLI::ValidationError(quoted(text) + " is not a size; use, for example, 4096, 64K or 100M");
+        }
+        return std::to_string(bytes);
     });
     return typeName("SIZE");
 }

@@ -90,8 +90,10 @@ bool readSize(const std::string& text, std::uint64_t& bytes)
                                                     {"G", 1024.0 * 1024 * 1024},
                                                     {"g", 1024.0 * 1024 * 1024}}};
     double amount = 0.0;
-    if (!readAmount(text, kUnits, kMaxSize, amount)) {
-        return false;
+    const bool isFraction = text.find_first_not_of("0123456789") != std::string::npos &&
+                            text.find_first_not_of("0123456789.") == std::string::npos;
+    if (isFraction || !readAmount(text, kUnits, kMaxSize, amount)) {
+        return false; // of a byte, or none
     }
     bytes = static_cast<std::uint64_t>(amount);
     return true;

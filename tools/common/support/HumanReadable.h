@@ -35,7 +35,7 @@ std::string printDuration(Nanoseconds time);
 /// \return "1.250 s", "3 min 20.0 s", "2 h 05 min"
 std::string printSpan(Nanoseconds span);
 
-/// \param decimals of the seconds, up to 9
+/// \param decimals of the seconds, 1 to 9
 /// \return "2024-01-02T03:04:05.678901Z"
 std::string printMoment(Nanoseconds sinceEpoch, std::size_t decimals = 6);
 

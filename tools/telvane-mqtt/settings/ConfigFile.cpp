@@ -61,7 +61,7 @@ public:
         const auto max = static_cast<std::int64_t>(std::min<std::uint64_t>(
             std::numeric_limits<Number>::max(), std::numeric_limits<std::int64_t>::max()));
         if (!value) {
-            m_error = "expected an integer";
+            m_error = isSize ? "expected a size such as \"64M\", or an integer" : "expected an integer";
             return true;
         }
         m_error = valueError(m_key, std::to_string(*value));
