@@ -184,6 +184,7 @@ consume() {
     forward m2 m1 LogData
     start_bridge m1 --out HALInfo --in LogData
     bus=$directory/second start_bridge m2 --out LogData --in HALInfo
+    watch telvane/m2/N/HALInfo telvane/m1/N/LogData # what came in must not go out
     start_listener LogData
     start far "$TELVANE" listen "$directory/second" HALInfo --verbose
     await far.err ": listening$"
@@ -210,7 +211,7 @@ for number in range(1, int(sys.argv[1]) + 1):
     local publisher=$!
     numbers | sed -u 's/.*/{"log":"&"}/' | "$TELVANE" publish "$directory/second" LogData -
     wait "$publisher"
-    # A record that circles is back on its bus before end2 has crossed, and arrives again before end3.
+    # What goes out again is there before end2 has crossed; what arrives twice is there before end3.
     meet end1
     meet end2
     meet end3
@@ -219,4 +220,5 @@ for number in range(1, int(sys.argv[1]) + 1):
         [ "$(wc -l <arrived)" -gt "$((count / 2))" ]
         uniq -d arrived | refute grep .
     done
+    refute grep message watch.out
 }
