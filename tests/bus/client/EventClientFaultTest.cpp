@@ -397,6 +397,11 @@ TEST_F(ClientWithFault, ThatCannotShutItsSocketDownStaysConnected)
 // The receiver thread must not end because it looks at the connection in the meantime.
 TEST_F(ClientWithFault, ReceivesWhileADisconnectionFails)
 {
+    // Before its first call, the thread would wait for the outcome, and the message with it.
+    ASSERT_EQ(client.Disconnect(), 0);
+    const Fault receives({Call::Receive, Caller::ClientReceiver, 0, 0, 0});
+    connect();
+    ASSERT_TRUE(eventually([&] { return receives.calls() == 1; }));
     Gate gate;
     FaultScript script{Call::Shutdown, Caller::Application, ENOTCONN};
     script.gate = &gate;
