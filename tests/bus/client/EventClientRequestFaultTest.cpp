@@ -1,4 +1,4 @@
-// What becomes of a request, and of a server's probe, when the system does less than asked.
+// What becomes of a request when the system does less than asked.
 
 #include <Telvane/EventClientSynchronizer.h>
 #include <Telvane/WeldRecords.h>
@@ -57,17 +57,6 @@ TEST_F(EventClientRequestWithFault, OfASynchronizerAsksEvenWhenItsSubscribeReque
     EXPECT_EQ(peer.receive(), printedSubscribeRequest("C").substr(0, 7));
     EXPECT_EQ(peer.receive(), printedPublication("req_C"));
     EXPECT_EQ(result.get(), -EINVAL) << "there is no subscription that could be ended";
-}
-
-TEST(EventServerProbe, ThatFindsTheAddressInUseFindsALiveServer)
-{
-    const TemporaryDirectory directory;
-    const std::string path = directory.path("bus");
-    RawServer(path).close();
-    EventServer server;
-    const Fault fault({Call::Connect, Caller::Application, EADDRINUSE});
-    EXPECT_EQ(server.Start(path), -EADDRINUSE);
-    EXPECT_TRUE(std::filesystem::is_socket(path));
 }
 
 } // namespace
