@@ -90,10 +90,10 @@ bool readSize(const std::string& text, std::uint64_t& bytes)
                                                     {"G", 1024.0 * 1024 * 1024},
                                                     {"g", 1024.0 * 1024 * 1024}}};
     double amount = 0.0;
-    const bool isFraction = text.find_first_not_of("0123456789") != std::string::npos &&
-                            text.find_first_not_of("0123456789.") == std::string::npos;
-    if (isFraction || !readAmount(text, kUnits, kMaxSize, amount)) {
-        return false; // of a byte, or none
+    const bool isUnitless = text.find_first_not_of("0123456789.") == std::string::npos;
+    if ((isUnitless && text.find('.') != std::string::npos) || // a fraction of a byte
+        !readAmount(text, kUnits, kMaxSize, amount)) {
+        return false;
     }
     bytes = static_cast<std::uint64_t>(amount);
     return true;
