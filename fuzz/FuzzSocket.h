@@ -25,8 +25,8 @@ public:
     PacketSocket() = default;
     explicit PacketSocket(FileDescriptor socket) : m_socket(std::move(socket))
     {
-        require(m_socket.isOpen(), "a socket can be had");
-        // Far beyond what any answer takes, on the slowest machine: whoever waits that long waits for ever.
+        require(m_socket.isOpen(), "a socket can be opened");
+        // No answer takes so long, not even on the slowest machine.
         const timeval deadline = {60, 0};
         setsockopt(m_socket.get(), SOL_SOCKET, SO_RCVTIMEO, &deadline, sizeof deadline);
     }
